@@ -1,0 +1,19 @@
+# Compiler flags of our own sources: warnings are errors, release builds are hardened.
+add_library(qvcd_flags INTERFACE)
+target_compile_options(qvcd_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wformat=2 -Wcast-qual
+  -Wnon-virtual-dtor -Wnull-dereference -Werror -fno-omit-frame-pointer)
+target_link_libraries(qvcd_flags INTERFACE Threads::Threads)
+
+if(QVCD_SANITIZE)
+  target_compile_options(qvcd_flags INTERFACE -fsanitize=${QVCD_SANITIZE} -fno-sanitize-recover=all
+    -Wno-null-dereference)
+  target_link_options(qvcd_flags INTERFACE -fsanitize=${QVCD_SANITIZE})
+endif()
+
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT QVCD_SANITIZE)
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(qvcd_flags INTERFACE
+    -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS -fstack-protector-strong -fstack-clash-protection)
+  target_link_options(qvcd_flags INTERFACE -pie -Wl,-z,relro,-z,now,-z,noexecstack)
+endif()

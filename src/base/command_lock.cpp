@@ -1,0 +1,105 @@
+#include "base/command_lock.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <unistd.h>
+
+namespace qvcd {
+
+namespace {
+
+// `busy` stands for the lock itself; a plain mutex could not be watched for "nobody is inside any more" while
+// commands wait outside in Unlocked.
+struct State {
+    std::mutex mutex;
+    std::condition_variable freed;
+    bool busy = false;
+    bool closed = false;
+    int running = 0; // commands begun and not ended, those in Unlocked included
+};
+
+// Never destroyed: threads that are left behind at shutdown may still wait here.
+State &state()
+{
+    static State *const s = new State;
+    return *s;
+}
+
+thread_local bool mine = false;
+
+void release(State &s, int ended)
+{
+    bool closed = false;
+    {
+        std::lock_guard lock(s.mutex);
+        s.busy = false;
+        s.running -= ended;
+        mine = false;
+        closed = s.closed;
+    }
+    // When the daemon stops, two kinds of waiters listen: commands that come back, and who closes the lock.
+    if (closed)
+        s.freed.notify_all();
+    else
+        s.freed.notify_one();
+}
+
+} // namespace
+
+CommandLock::CommandLock() : held_(false)
+{
+    State &s = state();
+    std::unique_lock lock(s.mutex);
+    s.freed.wait(lock, [&] { return s.closed || !s.busy; });
+    if (s.closed)
+        return;
+    s.busy = true;
+    ++s.running;
+    mine = held_ = true;
+}
+
+CommandLock::~CommandLock()
+{
+    if (!held_)
+        return;
+    release(state(), 1);
+}
+
+Unlocked::Unlocked() : was_held_(mine)
+{
+    if (!was_held_)
+        return;
+    release(state(), 0);
+}
+
+Unlocked::~Unlocked()
+{
+    if (!was_held_)
+        return;
+    State &s = state();
+    std::unique_lock lock(s.mutex);
+    s.freed.wait(lock, [&] { return !s.busy; });
+    // While command_lock_close() is patient, a command that comes back may still end properly.
+    s.busy = true;
+    mine = true;
+}
+
+bool command_lock_is_mine()
+{
+    return mine;
+}
+
+bool command_lock_close(std::chrono::milliseconds patience)
+{
+    State &s = state();
+    std::unique_lock lock(s.mutex);
+    s.closed = true;
+    s.freed.notify_all();
+    const bool ended = s.freed.wait_for(lock, patience, [&] { return s.running == 0; });
+    if (!ended)
+        s.freed.wait(lock, [&] { return !s.busy; }); // a handler that computes ends by itself
+    s.busy = true; // from here on nobody gets in: who comes back from the outside world waits for the exit
+    return ended;
+}
+
+} // namespace qvcd

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+
+namespace qvcd {
+
+/// One command runs at a time: the settings trees are not safe even for two readers. The dispatcher holds a
+/// CommandLock around each handler. Not recursive: commands that run other commands hold it already.
+class CommandLock {
+  public:
+    CommandLock();
+    ~CommandLock();
+    CommandLock(const CommandLock &) = delete;
+    CommandLock &operator=(const CommandLock &) = delete;
+
+    /// False when the daemon is stopping: the command must not run.
+    bool held() const { return held_; }
+
+  private:
+    bool held_;
+};
+
+/// Lets go of the command lock while something waits on the outside world: a shell command, another daemon, a
+/// probe. Does nothing on a thread that does not hold the lock. After it, every node, view and pointer into a
+/// tree is stale: look names up again. When the daemon has stopped meanwhile, the destructor never returns.
+class Unlocked {
+  public:
+    Unlocked();
+    ~Unlocked();
+    Unlocked(const Unlocked &) = delete;
+    Unlocked &operator=(const Unlocked &) = delete;
+
+  private:
+    bool was_held_;
+};
+
+/// True when the calling thread holds the command lock.
+bool command_lock_is_mine();
+
+/// Lets no further command start and waits up to `patience` for those that run. Returns false when some still
+/// run; those never get the lock again.
+bool command_lock_close(std::chrono::milliseconds patience);
+
+} // namespace qvcd

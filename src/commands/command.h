@@ -1,0 +1,40 @@
+#pragma once
+
+#include "base/args.h"
+
+#include <span>
+
+namespace qvcd {
+
+struct SubCommand {
+    const char *name;
+    CommandHandler handler;
+    const char *description;
+};
+
+/// What the system knows of one command. The texts are what "help.cmd" prints; null where there is none.
+struct CommandRecord {
+    const char *name;
+    int (*init)() = nullptr; ///< when the command map is built
+    int (*exit)() = nullptr; ///< when it is destroyed
+    CommandHandler handler;
+    const char *summary;
+    const char *synopsis = nullptr;
+    const char *return_values = nullptr;
+    const char *errors = nullptr;
+    const char *notes = nullptr;
+    const char *description = nullptr;
+    std::span<const SubCommand> sub_commands = {};
+};
+
+/// What becomes of a sub-command's result.
+enum class SubResult { zero, hand_on };
+
+/// The common way of commands with sub-commands: without a level-1 bit in the mask nothing happens; no
+/// sub-command or "help" prints the list; an unknown word runs the first row.
+int run_subcommand(const CommandRecord &record, unsigned mask, Args &argv, std::FILE *out, SubResult keep);
+
+/// "<name>: This menu" and one line a sub-command.
+void subcmd_help(const CommandRecord &record, std::FILE *out);
+
+} // namespace qvcd

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdio>
+#include <string_view>
+
+namespace qvcd {
+
+/// Adds a member to a collection, or removes one: the API's "file", its name, the member, the reply stream.
+using MemberFunction = int (*)(std::string_view file, std::string_view api, std::string_view value, std::FILE *out);
+
+int cmd_create_addfuncmap_hdf();
+int cmd_destroy_addfuncmap_hdf();
+int cmd_create_removefuncmap_hdf();
+int cmd_destroy_removefuncmap_hdf();
+
+int addfuncmap_add(std::string_view file, std::string_view api, std::string_view value, std::FILE *out);
+int removefuncmap_remove(std::string_view file, std::string_view api, std::string_view value, std::FILE *out);
+void addfunc_clear_cache();
+void removefuncmap_clear_cache();
+
+/// Fill the profile rows: the profile commands lie above these maps.
+void addfuncmap_set_profile(MemberFunction add);
+void removefuncmap_set_profile(MemberFunction remove);
+
+} // namespace qvcd

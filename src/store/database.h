@@ -1,0 +1,24 @@
+#pragma once
+
+#include "store/hdfutils.h"
+#include "store/meta.h"
+#include "store/tree.h"
+
+#include <string>
+
+namespace qvcd {
+
+// The two trees every command works on. Changed only under the command lock.
+
+extern Tree hdfDB;  ///< the settings: one leaf an API, holding its current value
+extern Tree metaDB; ///< the metadata: a node of the same name an API, its children are the attributes
+
+/// Creates both trees, empty.
+int hdfdb_init();
+
+/// Reads a file of values into hdfDB; 1 after logging what is wrong, hdfDB is then as it was.
+int hdfdb_load_file(const std::string &path);
+
+int hdfdb_destroy();
+
+} // namespace qvcd

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "store/hdfutils.h"
+#include "store/tree.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qvcd {
+
+// Attributes and flags of APIs, docs/model.md. "Inherited" means that the nearest ancestor that defines the
+// attribute wins.
+
+inline constexpr unsigned kReadBits = 0x4444;
+inline constexpr unsigned kWriteBits = 0x2222;
+inline constexpr unsigned kApplyBits = 0x1111;
+inline constexpr unsigned kLevel0Bits = 0xf000; // private APIs, unlisted commands
+inline constexpr unsigned kLevel1Bits = 0x0f00; // administration
+
+/// Several lookups of one API's attributes for one search of its node. Views are good as for Node.
+class MetaApi {
+  public:
+    explicit MetaApi(std::string_view api);
+    explicit operator bool() const { return !chain_.empty(); }
+
+    /// Inherited; an empty value gives none. A value that comes from the grandparent or above, or is found nowhere,
+    /// is stored on the API's own node (empty for "nowhere"), so that the next lookup is short.
+    std::optional<std::string_view> get(std::string_view attribute);
+
+    /// Own node only; an empty value is returned as such.
+    std::optional<std::string_view> own(std::string_view attribute) const;
+
+    unsigned perm();
+    bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
+
+  private:
+    std::vector<Node> chain_; // from the first component's node to the API's own
+};
+
+std::optional<std::string> meta_get(std::string_view api, std::string_view attribute);
+std::optional<std::string> meta_get_this_level(std::string_view api, std::string_view attribute);
+
+/// Sets an attribute or a flag; 1 when the API has no node in the metadata.
+int meta_set(std::string_view api, std::string_view attribute, std::string_view value);
+
+/// The inherited "perm", hexadecimal; 0 when absent.
+unsigned meta_get_perm(std::string_view api);
+
+/// The inherited attribute is exactly "true".
+bool meta_is_true(std::string_view api, std::string_view attribute);
+
+/// A.B.C gives A.B; none for a name without a dot.
+std::optional<std::string> meta_get_parent(std::string_view name);
+
+/// A.B.C gives B; none for a name without a dot.
+std::optional<std::string> meta_get_prev_node(std::string_view name);
+
+/// The API's inherited "type" speaks of a password: its value is not for logs.
+bool meta_is_password(std::string_view api);
+
+/// The API is private and the mask has no level-0 bit.
+bool meta_is_hidden(unsigned mask, std::string_view api);
+
+// Classifiers of flags; what they take is the flag's node, whose parent is the API.
+Walk flag_apply_pending(Node node);         ///< "noapp" is not 0
+Walk flag_modified(Node node);              ///< "mod" is not 0
+Walk flag_modified_or_unapplied(Node node); ///< either
+Walk meta_has_default(Node node);           ///< the attribute "default"
+
+} // namespace qvcd

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstdio>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+struct _hdf; // ClearSilver's node: only tree.cpp and hdf_file.cpp know more
+
+namespace qvcd {
+
+/// Depth of a name, and of the nesting of a file.
+inline constexpr int kMaxTreeDepth = 64;
+
+/// True for what a tree can hold and a file can give back: components of letters, digits and "_" with single dots
+/// between, at most kMaxTreeDepth of them. The empty name (the node itself) is not such a name.
+bool is_tree_name(std::string_view name);
+
+/// A node of a tree, not owned; may be no node at all. Every view it hands out points into the tree and ends with
+/// a '\0'; it is good until its node is set or removed, and at the latest until the command lock is let go.
+class Node {
+  public:
+    Node() noexcept = default;
+    explicit Node(_hdf *n) noexcept : n_(n) {}
+    explicit operator bool() const noexcept { return n_ != nullptr; }
+    bool operator==(const Node &) const = default;
+
+    std::string_view name() const noexcept; ///< empty for a root
+    std::optional<std::string_view> value() const noexcept;
+    std::string_view text() const noexcept; ///< the value, or ""
+
+    Node first_child() const noexcept;
+    Node next() const noexcept; ///< next sibling, in the order in which they were added
+
+    /// The node below with this dotted name; "" is the node itself. None for a name that no tree can hold.
+    Node find(std::string_view name) const;
+    std::optional<std::string_view> get(std::string_view name) const;
+    std::string get_or(std::string_view name, std::string_view fallback) const;
+    /// As the C library reads numbers: "12abc" is 12; without leading digits the fallback.
+    int get_int(std::string_view name, int fallback) const;
+
+    /// Sets the value of a node below, creating what is missing. The value is copied first; it may be a view into
+    /// the tree. False, and nothing changed, for a bad name or a value with a NUL byte.
+    bool set(std::string_view name, std::string_view value);
+
+    /// Removes the subtree of a node below; false when there is none.
+    bool remove(std::string_view name);
+
+    /// Copies values and children of `source` into the node `name` below, over what is there; nodes of `source`
+    /// without a value leave the old value. `source` may be of the same tree, but not an ancestor of the target.
+    bool merge(std::string_view name, Node source);
+
+    /// Children in order, for loops that change nothing in this node.
+    class Iterator {
+      public:
+        explicit Iterator(_hdf *n) : n_(n) {}
+        Node operator*() const { return Node(n_); }
+        Iterator &operator++()
+        {
+            n_ = Node(n_).next().n_;
+            return *this;
+        }
+        bool operator!=(const Iterator &o) const { return n_ != o.n_; }
+
+      private:
+        _hdf *n_;
+    };
+    Iterator begin() const { return Iterator(first_child().n_); }
+    static Iterator end() { return Iterator(nullptr); }
+
+    _hdf *raw() const noexcept { return n_; } ///< for the store's own sources
+
+  private:
+    _hdf *n_ = nullptr;
+};
+
+/// Owns a tree, or nothing: a tree that was not made yet reads as empty and cannot be set.
+class Tree {
+  public:
+    Tree() noexcept = default;
+    static Tree make();
+    Tree(Tree &&other) noexcept : h_(std::exchange(other.h_, nullptr)) {}
+    Tree &operator=(Tree &&other) noexcept;
+    ~Tree() { destroy(); }
+
+    explicit operator bool() const noexcept { return h_ != nullptr; }
+    void destroy() noexcept;
+    Node root() const noexcept { return Node(h_); }
+
+    Node find(std::string_view name) const { return root().find(name); }
+    std::optional<std::string_view> get(std::string_view name) const { return root().get(name); }
+    std::string get_or(std::string_view name, std::string_view fallback) const
+    {
+        return root().get_or(name, fallback);
+    }
+    int get_int(std::string_view name, int fallback) const { return root().get_int(name, fallback); }
+    bool set(std::string_view name, std::string_view value) { return root().set(name, value); }
+    bool remove(std::string_view name) { return root().remove(name); }
+
+  private:
+    _hdf *h_ = nullptr;
+};
+
+/// The library's URL escaping: letters, digits and !()*-._ stand, a blank becomes "+", all else %XX.
+std::string url_escape(std::string_view text);
+
+/// "+" and %XX decoded once; malformed escapes stay as they are. Nothing when the result would hold a NUL byte.
+std::optional<std::string> url_unescape(std::string_view text);
+
+/// Call once, before any thread starts and before any tree is made.
+void tree_library_init();
+
+} // namespace qvcd

@@ -1,0 +1,1 @@
+# One block a folder of src/.
