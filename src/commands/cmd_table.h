@@ -22,4 +22,7 @@ int cmd_destroy_cmdmap_hdf();
 /// The row of a command word, 0 when there is none.
 std::size_t cmd_find_row(std::string_view name);
 
+/// The row of a sub-command word in the record's sub-commands, 0 when there is none.
+std::size_t subcmd_find_row(const CommandRecord &record, std::string_view name);
+
 } // namespace qvcd

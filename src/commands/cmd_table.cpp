@@ -1,0 +1,98 @@
+// All commands. To add one: a CommandRecord in commands/<family>.{h,cpp}, a row here, tests, and its texts,
+// which "help.cmd" prints. Row 0 must stay "undefined": every unknown name maps to it.
+
+#include "commands/cmd_table.h"
+
+#include "base/command_door.h"
+#include "commands/get.h"
+#include "commands/meta.h"
+#include "commands/undefined.h"
+#include "funcs/func_map.h"
+#include "platform/log.h"
+
+#include <map>
+
+namespace qvcd {
+
+namespace {
+
+constexpr CommandRow cmdMap[] = {
+    {0, &undefinedRecord}, {1, &getRecord},        {1, &getiRecord}, {0, &getvRecord},  {0, &getdRecord},
+    {0, &getdvRecord},     {1, &introspectRecord}, {0, &metaRecord}, {0, &metavRecord},
+};
+
+NameIndex cmdMapHDF;
+std::map<const CommandRecord *, NameIndex> sub_maps; // of the records that have sub-commands
+
+void subcmd_create_menumap_hdf(const CommandRecord &record)
+{
+    NameIndex &map = sub_maps[&record];
+    map.create();
+    int number = 0;
+    for (const SubCommand &sub : record.sub_commands)
+        map.add(sub.name, number++);
+    qv_log_print(kLogTrace, "cmd %s created with %d sub functions\n", record.name, number);
+}
+
+void subcmd_destroy_menumap_hdf(const CommandRecord &record)
+{
+    if (sub_maps.erase(&record))
+        qv_log_print(kLogTrace, "cmd %s cleanup\n", record.name);
+}
+
+int run_by_name(unsigned mask, std::string_view name, Args args, std::FILE *out)
+{
+    return cmdMap[cmd_find_row(name)].record->handler(mask, args, out);
+}
+
+} // namespace
+
+std::span<const CommandRow> cmd_map()
+{
+    return cmdMap;
+}
+
+int cmd_create_cmdmap_hdf()
+{
+    cmdMapHDF.create();
+    set_command_door(run_by_name);
+    int number = 0;
+    for (const CommandRow &row : cmdMap) {
+        const CommandRecord &record = *row.record;
+        qv_log_print(kLogTrace, "adding %s to cmdmap %d\n", record.name, number);
+        cmdMapHDF.add(record.name, number++);
+        if (record.init) {
+            qv_log_print(kLogTrace, "calling init for %s\n", record.name);
+            record.init();
+        }
+        if (!record.sub_commands.empty())
+            subcmd_create_menumap_hdf(record);
+    }
+    qv_log_print(kLogTrace, "cmd map created with %d functions\n", number);
+    return 0;
+}
+
+int cmd_destroy_cmdmap_hdf()
+{
+    for (const CommandRow &row : cmdMap) {
+        subcmd_destroy_menumap_hdf(*row.record);
+        if (row.record->exit)
+            row.record->exit();
+    }
+    set_command_door(nullptr);
+    cmdMapHDF.destroy();
+    return 0;
+}
+
+std::size_t cmd_find_row(std::string_view name)
+{
+    return cmdMapHDF.row(name);
+}
+
+std::size_t subcmd_find_row(const CommandRecord &record, std::string_view name)
+{
+    const auto map = sub_maps.find(&record);
+    return map == sub_maps.end() ? 0 : map->second.row(name);
+}
+
+} // namespace qvcd

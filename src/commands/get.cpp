@@ -1,0 +1,258 @@
+#include "commands/get.h"
+
+#include "base/options.h"
+#include "base/reply.h"
+#include "base/text.h"
+#include "funcs/introspect_map.h"
+#include "funcs/read_map.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "store/database.h"
+
+namespace qvcd {
+
+namespace {
+
+// What is printed for each API; the numbers are those of the commands get, geti, getv, getd, getdv.
+enum class GetMode { value, introspection, value_only, fallback, fallback_only };
+
+// What the attributes say of an API, gathered with one search of its node.
+struct GetPlan {
+    bool refused = false;
+    bool hidden = false;
+    bool dynamic = false;
+    bool password = false;
+    std::optional<std::string> fallback; // the own-level default
+    std::optional<std::string> link;
+};
+
+GetPlan plan_get(unsigned mask, std::string_view api, GetMode mode)
+{
+    MetaApi meta(api);
+    GetPlan plan;
+    plan.refused = (mask & meta.perm() & kReadBits) == 0;
+    if (plan.refused)
+        return plan;
+    plan.hidden = (mask & kLevel0Bits) == 0 && meta.is_true("private");
+    plan.dynamic = meta.is_true("dynamic");
+    const auto type = meta.own("type");
+    plan.password = type && type->find("password") != std::string_view::npos;
+    if (plan.dynamic || mode == GetMode::fallback || mode == GetMode::fallback_only) {
+        if (const auto fallback = meta.own("default"))
+            plan.fallback = std::string(*fallback);
+    }
+    if (!plan.dynamic) {
+        if (const auto link = meta.own("link"); link && !link->empty())
+            plan.link = std::string(*link);
+    }
+    return plan;
+}
+
+std::string current_value(const std::string &api, const GetPlan &plan)
+{
+    std::string value;
+    if (plan.dynamic)
+        return rfuncmap_read(api, value) ? value : plan.fallback.value_or("");
+    if (plan.link) {
+        if (const Node linked = hdfDB.find(*plan.link))
+            return std::string(linked.text());
+    }
+    return hdfDB.get_or(api, "");
+}
+
+void print_value(GetMode mode, const std::string &api, const std::string &value, const GetPlan &plan,
+                 std::FILE *out)
+{
+    switch (mode) {
+    case GetMode::value:
+        reply_value(out, api, value);
+        break;
+    case GetMode::introspection:
+        reply_value(out, api, value);
+        ifuncmap_introspect("", api, false, out);
+        break;
+    case GetMode::value_only:
+        reply_line(out, value);
+        break;
+    case GetMode::fallback:
+        if (plan.fallback)
+            reply_value(out, api, *plan.fallback);
+        break;
+    case GetMode::fallback_only:
+        if (plan.fallback)
+            reply_line(out, *plan.fallback);
+        break;
+    }
+}
+
+// One API: 1 when the caller may not read it. Defaults are printed as they are, values of passwords are not.
+int print_param_to_out(const std::string &api, unsigned mask, std::FILE *out, GetMode mode)
+{
+    const GetPlan plan = plan_get(mask, api, mode);
+    if (plan.refused)
+        return 1;
+    if (plan.hidden)
+        return 0;
+    std::string value = current_value(api, plan);
+    if (plan.password && value.size() > 1)
+        value = kHiddenPassword;
+    print_value(mode, api, value, plan, out);
+    return 0;
+}
+
+// Every API below a node of the settings tree. Refusals are silent. By name: a reader may let go of the lock.
+void print_group(Node node, const std::string &name, unsigned mask, std::FILE *out, GetMode mode)
+{
+    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode)) {
+        const Stopwatch watch;
+        if (!hdfDB.find(api))
+            continue; // deleted meanwhile
+        print_param_to_out(api, mask, out, mode);
+        if (timing_is_on() && qv_log_wants(kLogTrace))
+            qv_log_print(kLogTrace, "    get param: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
+                         api.c_str());
+    }
+}
+
+int print_argument(const std::string &name, unsigned mask, std::FILE *out, GetMode mode)
+{
+    const Node node = name.empty() ? Node() : hdfDB.find(name);
+    if (!node) {
+        reply_value(out, name, API_E_PARAM_NOT_FOUND);
+        return 1;
+    }
+    if (!node.first_child())
+        return print_param_to_out(name, mask, out, mode);
+    print_group(node, name, mask, out, mode);
+    return 0;
+}
+
+int do_command_get(unsigned mask, const Args &argv, std::FILE *out, GetMode mode)
+{
+    int result = 0;
+    for (const std::string &name : argv) {
+        const Stopwatch watch;
+        if (print_argument(name, mask, out, mode) != 0)
+            result = 1;
+        if (timing_is_on())
+            qv_log_print(kLogDebug, "  get: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
+                         name.c_str());
+    }
+    if (argv.empty()) {
+        const Stopwatch watch;
+        print_group(hdfDB.root(), "", mask, out, mode);
+        if (timing_is_on())
+            qv_log_print(kLogDebug, "  get: [%lu.%03lus]\n", watch.seconds(), watch.milliseconds());
+    }
+    rfuncmap_clear_cache();
+    return result;
+}
+
+int command_geti(unsigned mask, Args &argv, std::FILE *out)
+{
+    return do_command_get(mask, argv, out, GetMode::introspection);
+}
+
+int command_getv(unsigned mask, Args &argv, std::FILE *out)
+{
+    return do_command_get(mask, argv, out, GetMode::value_only);
+}
+
+int command_getdv(unsigned mask, Args &argv, std::FILE *out)
+{
+    return do_command_get(mask, argv, out, GetMode::fallback_only);
+}
+
+void introspect_param(const std::string &api, unsigned mask, std::FILE *out)
+{
+    if (!meta_is_hidden(mask, api))
+        ifuncmap_introspect("", api, false, out);
+}
+
+void introspect_group(Node node, const std::string &name, unsigned mask, std::FILE *out)
+{
+    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode)) {
+        const Stopwatch watch;
+        if (!hdfDB.find(api))
+            continue;
+        introspect_param(api, mask, out);
+        if (timing_is_on() && qv_log_wants(kLogTrace))
+            qv_log_print(kLogTrace, "    introspect param: [%lu.%03lus] %s\n", watch.seconds(),
+                         watch.milliseconds(), api.c_str());
+    }
+}
+
+} // namespace
+
+int command_get(unsigned mask, Args &argv, std::FILE *out)
+{
+    return do_command_get(mask, argv, out, GetMode::value);
+}
+
+int command_getd(unsigned mask, Args &argv, std::FILE *out)
+{
+    return do_command_get(mask, argv, out, GetMode::fallback);
+}
+
+int command_introspect(unsigned mask, Args &argv, std::FILE *out)
+{
+    int result = 0;
+    for (const std::string &name : argv) {
+        const Node node = name.empty() ? Node() : hdfDB.find(name);
+        if (!node) {
+            reply_value(out, name, API_E_PARAM_NOT_FOUND);
+            result = 1;
+        } else if (node.first_child()) {
+            introspect_group(node, name, mask, out);
+        } else {
+            introspect_param(name, mask, out);
+        }
+    }
+    if (argv.empty())
+        introspect_group(hdfDB.root(), "", mask, out);
+    return result;
+}
+
+const CommandRecord getRecord = {
+    .name = "get",
+    .handler = command_get,
+    .summary = "Get a parameter or group",
+    .return_values = "A key/value pair for the requested API",
+};
+
+const CommandRecord getiRecord = {
+    .name = "geti",
+    .handler = command_geti,
+    .summary = "Get the value of the requested API and also do introspection",
+    .return_values = "Key/value for the requested API and also the introspection",
+};
+
+const CommandRecord getvRecord = {
+    .name = "getv",
+    .handler = command_getv,
+    .summary = "Get the value of a parameter or group",
+    .return_values = "Only the value of the requested API",
+};
+
+const CommandRecord getdRecord = {
+    .name = "getd",
+    .handler = command_getd,
+    .summary = "Get the default value of the requested API",
+    .return_values = "Key/value showing the default",
+};
+
+const CommandRecord getdvRecord = {
+    .name = "getdv",
+    .handler = command_getdv,
+    .summary = "Get the default value only of the requested API",
+    .return_values = "Value showing the default",
+};
+
+const CommandRecord introspectRecord = {
+    .name = "introspect",
+    .handler = command_introspect,
+    .summary = "Perform introspection on an API or group",
+    .synopsis = "API or group",
+};
+
+} // namespace qvcd

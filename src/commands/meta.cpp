@@ -1,0 +1,73 @@
+#include "commands/meta.h"
+
+#include "base/reply.h"
+#include "platform/api_errors.h"
+#include "store/database.h"
+
+namespace qvcd {
+
+namespace {
+
+void dump_api(const std::string &name, std::FILE *out)
+{
+    const Node node = name.empty() ? Node() : metaDB.find(name);
+    if (!node) {
+        reply_value(out, name, API_E_PARAM_NOT_FOUND);
+    } else if (node.first_child()) {
+        hdfutils_traverse_tree(node, name, hdfutils_check_endnode, [&](Node leaf, const std::string &parent) {
+            reply_value(out, join_name(parent, leaf.name()), leaf.text());
+        });
+    } else {
+        reply_value(out, name, node.text());
+    }
+}
+
+int meta_dump(unsigned, Args &argv, std::FILE *out)
+{
+    for (std::size_t i = 1; i < argv.size(); ++i)
+        dump_api(argv[i], out);
+    if (argv.size() <= 1)
+        hdfutils_dump(metaDB.root(), "", out);
+    return 0;
+}
+
+constexpr SubCommand kMetaSubCommands[] = {
+    {"get", meta_dump, "Get the meta for an API"},
+    {"dump", meta_dump, "Get the meta for an API"},
+};
+
+int command_meta(unsigned mask, Args &argv, std::FILE *out)
+{
+    return run_subcommand(metaRecord, mask, argv, out, SubResult::zero);
+}
+
+int command_metav(unsigned, Args &argv, std::FILE *out)
+{
+    if (argv.size() < 2) {
+        reply_printf(out, "%s: \"metav %s\"\n", API_E_INVALID_CMD, argv.empty() ? "" : argv.front().c_str());
+        return -1;
+    }
+    if (const auto value = meta_get(argv[1], argv[0]))
+        reply_line(out, *value);
+    return 0;
+}
+
+} // namespace
+
+const CommandRecord metaRecord = {
+    .name = "meta",
+    .handler = command_meta,
+    .summary = "Get the metadata for an API or group",
+    .synopsis = "Name of metadata to look up",
+    .return_values = "Metadata name and value",
+    .sub_commands = kMetaSubCommands,
+};
+
+const CommandRecord metavRecord = {
+    .name = "metav",
+    .handler = command_metav,
+    .summary = "Get the metadata for an API or group",
+    .return_values = "Metadata value only",
+};
+
+} // namespace qvcd

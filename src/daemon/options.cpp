@@ -1,0 +1,145 @@
+#include "daemon/options.h"
+
+#include "base/limits.h"
+#include "base/options.h"
+#include "base/text.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace qvcd {
+
+namespace {
+
+constexpr char kOptionString[] = "bcde:f:ghl:m:p:P:stu:v:w";
+constexpr std::size_t kMetaSlots = 10;
+constexpr char kDefaultMetaFile[] = "/usr/share/qvapi/apimeta.hdf";
+
+struct UsageLine {
+    const char *option;
+    const char *text;
+};
+constexpr UsageLine kUsage[] = {
+    {"-b", "Print build info"},
+    {"-c", "Disable session checking"},
+    {"-d", "Turn on debugging."},
+    {"-e", "Load a HDF file to DB."},
+    {"-f <file>", "Read from a configuration file"},
+    {"-g", "Don't go into daemon mode"},
+    {"-l <file>", "File to write debug messages to a log file."},
+    {"-m <file>", "Load DB metadata HDF"},
+    {"-P <port>", "Enable network socket on this port"},
+    {"-p <file>", "Filename of PID file"},
+    {"-s", "Send messages to syslog."},
+    {"-t", "Add timestamp to debug messages"},
+    {"-u <file>", "User permission file"},
+    {"-v <level>", "Log level. 0-error, 1-warn, 2-info, 3-chitchat, 4-debug"},
+    {"-w", "Disable the watchdog"},
+    {"-h", "This help menu"},
+};
+
+// The metadata files as the options name them: -m fills the next slot, -f replaces the first.
+struct MetaSlots {
+    std::vector<FileName> slots{qv_device_file(kDefaultMetaFile)};
+    std::size_t count = 0;
+
+    bool add(const char *path)
+    {
+        if (count == kMetaSlots)
+            return false;
+        slots.resize(std::max(slots.size(), count + 1));
+        slots[count++] = qv_host_file(path);
+        return true;
+    }
+};
+
+bool takes_path(int option)
+{
+    return option == 'e' || option == 'f' || option == 'l' || option == 'm' || option == 'p' || option == 'u';
+}
+
+// False when the option cannot be taken: the caller prints the usage text.
+bool take_option(int option, const char *argument, Options &options, MetaSlots &meta)
+{
+    if (takes_path(option) && std::string_view(argument).size() > kMaxPathBytes)
+        return false;
+    switch (option) {
+    case 'c':
+        disable_login = 1;
+        break;
+    case 'd':
+        options.foreground = options.debug = options.logging = true;
+        break;
+    case 'e':
+        options.preload_file = qv_host_file(argument);
+        options.preload = true;
+        break;
+    case 'f':
+        meta.slots.front() = qv_host_file(argument);
+        break;
+    case 'g':
+        options.foreground = true;
+        break;
+    case 'l':
+        options.log_file = qv_host_file(argument).path;
+        options.log_to_file = options.logging = true;
+        break;
+    case 'm':
+        return meta.add(argument);
+    case 'P':
+        options.tcp_port = c_int(argument);
+        break;
+    case 'p':
+        options.pid_file = qv_host_file(argument);
+        break;
+    case 's':
+        options.to_syslog = options.logging = true;
+        break;
+    case 't':
+        options.timestamp = true;
+        break;
+    case 'u':
+        options.user_file = qv_host_file(argument);
+        break;
+    case 'v':
+        verbose = c_int(argument);
+        break;
+    case 'w':
+        options.no_watchdog = true;
+        break;
+    default:
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+void help(const char *name)
+{
+    std::printf("\nUsage: %s [OPTIONS] arguments\n", name);
+    std::printf("\n[OPTIONS]\n");
+    for (const UsageLine &line : kUsage)
+        std::printf("\t%-10s: %s\n", line.option, line.text);
+}
+
+OptionResult parse_options(int argc, char **argv, Options &options)
+{
+    MetaSlots meta;
+    int option = 0;
+    while ((option = getopt(argc, argv, kOptionString)) != -1) {
+        if (option == 'b') {
+            std::printf("Built on %s %s\n", __DATE__, __TIME__);
+            return OptionResult::exit;
+        }
+        if (!take_option(option, optarg, options, meta)) {
+            help(argv[0]);
+            return OptionResult::exit;
+        }
+    }
+    meta.slots.resize(std::max<std::size_t>(meta.count, 1));
+    options.meta_files = std::move(meta.slots);
+    return OptionResult::run;
+}
+
+} // namespace qvcd

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/sysroot.h"
+
+#include <string>
+#include <vector>
+
+namespace qvcd {
+
+/// What the command line says.
+struct Options {
+    std::string configuration_file =
+        "/etc/qvcd.conf"; ///< kept for scripts that look at the options; never read
+    FileName user_file = qv_device_file("/etc/user.conf");
+    FileName menu_file = qv_device_file("/home/www/menu.hdf");
+    FileName preload_file;            ///< -e; only with `preload`
+    std::vector<FileName> meta_files; ///< slot 0 is the default one unless -f or -m replace it
+    FileName pid_file = qv_device_file("/var/run/qvcd.pid");
+    std::string log_file;
+    bool preload = false;
+    bool log_to_file = false;
+    bool logging = false;
+    bool timestamp = false;
+    bool debug = false;
+    bool to_syslog = false;
+    bool foreground = false;
+    bool no_watchdog = false;
+    int tcp_port = 0; ///< 0: no TCP server
+};
+
+/// What main has to do after the options were read.
+enum class OptionResult { run, exit };
+
+/// Parses the command line with getopt(3); also sets `verbose` and `disable_login` (base/options.h). -b, -h,
+/// unknown options, more than 10 -m and paths of more than 4,095 bytes print their text to stdout and end the
+/// program.
+OptionResult parse_options(int argc, char **argv, Options &options);
+
+/// The usage text, to stdout.
+void help(const char *name);
+
+} // namespace qvcd

@@ -1,0 +1,159 @@
+#include "funcs/generic_readers.h"
+
+#include "base/command_lock.h"
+#include "base/file_text.h"
+#include "base/kv_file.h"
+#include "base/limits.h"
+#include "base/shell.h"
+#include "base/text.h"
+#include "platform/ipc_client.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/database.h"
+
+#include <array>
+
+namespace qvcd {
+
+namespace {
+
+constexpr std::size_t kMaxIpcAnswerBytes = 4096;
+constexpr std::size_t kMaxIpcLineBytes = 4096; // with the terminator, as fgets(3) counts
+constexpr std::size_t kMaxShellCommandBytes = 255;
+
+bool give(std::string &out, std::string_view value)
+{
+    out = cut(value, kMaxValueBytes);
+    return true;
+}
+
+const char *or_null_text(const char *text)
+{
+    return text ? text : "(null)";
+}
+
+} // namespace
+
+bool undefined_rfunc(const char *file, const char *attr, std::string &, bool)
+{
+    qv_log_print(kLogDebug, "Undefined read function: src=%s attr=%s\n", or_null_text(file),
+                 or_null_text(attr));
+    return false;
+}
+
+bool na_rfunc(const char *, const char *, std::string &out, bool)
+{
+    return give(out, "n/a");
+}
+
+bool hidden_rfunc(const char *, const char *, std::string &out, bool)
+{
+    return give(out, "******");
+}
+
+bool password_rfunc(const char *file, const char *attr, std::string &out, bool cached)
+{
+    quoted_rfunc(file, attr, out, cached);
+    return !out.empty() && give(out, "********");
+}
+
+bool no_rfunc(const char *, const char *, std::string &, bool)
+{
+    return false;
+}
+
+bool zero_rfunc(const char *, const char *, std::string &out, bool)
+{
+    return give(out, "0");
+}
+
+bool model_rfunc(const char *, const char *attr, std::string &out, bool)
+{
+    const auto value = attr ? hdfDB.get(attr) : std::nullopt;
+    return value && give(out, *value);
+}
+
+bool kv_rfunc(const char *file, const char *attr, std::string &out, bool)
+{
+    const auto value = file ? kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
+    return value && give(out, *value);
+}
+
+bool quoted_rfunc(const char *file, const char *attr, std::string &out, bool)
+{
+    const auto value = file ? quoted_kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
+    return value && give(out, *value);
+}
+
+bool eeprom_rfunc(const char *, const char *, std::string &out, bool)
+{
+    return give(out, "n/a");
+}
+
+int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply, bool single)
+{
+    const Unlocked unlocked;
+    IpcClient client;
+    const int connected =
+        single ? qv_ipc_client_connect_single(server, client) : qv_ipc_client_connect(server, client);
+    if (connected < 0)
+        return -2;
+    reply.clear();
+    std::fprintf(client.out, "%s\n\n", message.c_str());
+    std::fflush(client.out);
+    std::array<char, kMaxIpcLineBytes> line{};
+    while (std::fgets(line.data(), static_cast<int>(line.size()), client.in)) {
+        const std::string_view text = line.data();
+        if (text == "@\n")
+            break;
+        reply += text.substr(0, kMaxIpcAnswerBytes - std::min(reply.size(), kMaxIpcAnswerBytes));
+    }
+    qv_ipc_client_disconnect(client);
+    return 0;
+}
+
+namespace {
+
+// The whole answer; "n/a" stands for a failed or empty exchange.
+std::string ipc_answer(const char *server, const char *message)
+{
+    std::string reply;
+    if (!server || send_ipc_msg(server, cut(message, kMaxIpcLineBytes - 1), reply, true) != 0 ||
+        reply.empty())
+        return "n/a";
+    return cut(reply, kMaxValueBytes);
+}
+
+} // namespace
+
+bool ipc_rfunc(const char *file, const char *attr, std::string &out, bool)
+{
+    return attr && give(out, ipc_answer(file, attr));
+}
+
+bool ipc_attr_rfunc(const char *file, const char *attr, std::string &out, bool)
+{
+    if (!attr)
+        return false;
+    const std::vector<std::string> words = split_words(attr, " \t\r\n");
+    const std::string answer = ipc_answer(file, attr);
+    for (const std::string &line : split_words(answer, "\n")) {
+        const std::size_t equals = line.find('=');
+        if (words.size() > 1 && equals != std::string::npos && line.substr(0, equals) == words[1])
+            return give(out, line.substr(equals + 1));
+    }
+    return true;
+}
+
+bool syscall_rfunc(const char *, const char *attr, std::string &out, bool)
+{
+    if (!attr)
+        return false;
+    const std::string command = cut(attr, kMaxShellCommandBytes);
+    const auto printed = shell_capture(command, 4 * kMaxValueBytes);
+    qv_log_print(kLogInfo, "Perform syscall: %s\n", command.c_str());
+    const std::vector<std::string> words = split_words(printed.value_or(""), " \t\r\n\v\f");
+    return !words.empty() && give(out, words.front());
+}
+
+} // namespace qvcd

@@ -1,0 +1,75 @@
+#include "model/populate.h"
+
+#include "funcs/check_map.h"
+#include "funcs/read_map.h"
+#include "funcs/write_map.h"
+#include "model/template.h"
+#include "platform/log.h"
+#include "store/database.h"
+#include "store/hdf_file.h"
+
+namespace qvcd {
+
+namespace {
+
+// What population takes: the parents of nodes named "attr", outside templates.
+Walk what_node(Node node)
+{
+    if (node.name() == "attr")
+        return Walk::visit;
+    return node.name().starts_with("__") ? Walk::skip : Walk::descend;
+}
+
+const char *for_log(bool secret, const std::string &value)
+{
+    return secret ? "*******" : value.c_str();
+}
+
+void add_param_to_db(const std::string &api)
+{
+    const auto fallback = meta_get_this_level(api, "default");
+    if (meta_is_true(api, "dynamic")) {
+        hdfDB.set(api, fallback.value_or(""));
+        qv_log_print(kLogDebug, "populate dynamic %s\n", api.c_str());
+        return;
+    }
+    const bool secret = meta_is_password(api);
+    std::string value;
+    if (rfuncmap_read(api, value) && !cfuncmap_check(api, value)) {
+        hdfDB.set(api, value);
+        qv_log_print(kLogDebug, "populate %s=%s\n", api.c_str(), for_log(secret, value));
+    } else if (fallback) {
+        // What cannot be read or is not valid is replaced in its file too.
+        wfuncmap_write(api, *fallback);
+        hdfDB.set(api, *fallback);
+        qv_log_print(kLogDebug, "populate default %s=%s\n", api.c_str(), for_log(secret, *fallback));
+    } else {
+        hdfDB.set(api, "");
+        qv_log_print(kLogDebug, "populate blank %s\n", api.c_str());
+    }
+}
+
+} // namespace
+
+int hdfdb_load_meta_file(const std::string &path)
+{
+    const HdfRead read = hdf_read_own_file(path, metaDB);
+    if (read.result != HdfResult::ok) {
+        qv_log_print(kLogError, "Can not load metadata %s: %s\n", path.c_str(), read.detail.c_str());
+        return 1;
+    }
+    return dyngroup_expand_meta();
+}
+
+int hdfdb_populate(std::string_view name)
+{
+    // By name: a reader may let go of the command lock, and the tree may change meanwhile.
+    for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, what_node)) {
+        if (metaDB.find(api))
+            add_param_to_db(api);
+    }
+    rfuncmap_clear_cache();
+    return 0;
+}
+
+} // namespace qvcd

@@ -1,0 +1,34 @@
+#include "store/database.h"
+
+#include "platform/log.h"
+#include "store/hdf_file.h"
+
+namespace qvcd {
+
+Tree hdfDB;
+Tree metaDB;
+
+int hdfdb_init()
+{
+    metaDB = Tree::make();
+    hdfDB = Tree::make();
+    return 0;
+}
+
+int hdfdb_load_file(const std::string &path)
+{
+    const HdfRead read = hdf_read_own_file_whole(path, hdfDB);
+    if (read.result == HdfResult::ok)
+        return 0;
+    qv_log_print(kLogError, "Can not load %s into the settings: %s\n", path.c_str(), read.detail.c_str());
+    return 1;
+}
+
+int hdfdb_destroy()
+{
+    hdfDB.destroy();
+    metaDB.destroy();
+    return 0;
+}
+
+} // namespace qvcd

@@ -1,0 +1,94 @@
+#include "store/hdfutils.h"
+
+#include "base/limits.h"
+#include "base/reply.h"
+
+namespace qvcd {
+
+namespace {
+
+// `path` is one buffer for the whole walk: a level appends its name and cuts it off again.
+void walk(Node node, std::string &path, Classifier classify, const Visitor &visit)
+{
+    for (const Node child : node) {
+        const Walk what = classify(child);
+        if (what == Walk::skip)
+            continue;
+        if (what == Walk::visit)
+            visit(child, path);
+        if (!child.first_child())
+            continue;
+        const std::size_t size = path.size();
+        if (size)
+            path += '.';
+        path += child.name();
+        walk(child, path, classify, visit);
+        path.resize(size);
+    }
+}
+
+void dump(Node node, std::string &path, std::FILE *out)
+{
+    for (const Node child : node) {
+        const std::size_t size = path.size();
+        if (size)
+            path += '.';
+        path += child.name();
+        if (const auto value = child.value())
+            reply_value(out, path, *value);
+        dump(child, path, out);
+        path.resize(size);
+    }
+}
+
+} // namespace
+
+void hdfutils_traverse_tree(Node node, std::string_view name, Classifier classify, const Visitor &visit)
+{
+    std::string path(name);
+    walk(node, path, classify, visit);
+}
+
+Walk hdfutils_check_endnode(Node node)
+{
+    return node.first_child() ? Walk::descend : Walk::visit;
+}
+
+std::vector<std::string> hdfutils_names(Node node, std::string_view name, Classifier classify)
+{
+    std::vector<std::string> names;
+    hdfutils_traverse_tree(node, name, classify, [&](Node found, const std::string &parent) {
+        names.push_back(join_name(parent, found.name()));
+    });
+    return names;
+}
+
+std::vector<std::string> hdfutils_parent_names(Node node, std::string_view name, Classifier classify)
+{
+    std::vector<std::string> names;
+    hdfutils_traverse_tree(node, name, classify, [&](Node, const std::string &parent) {
+        std::string name_of_parent = cut(parent, kMaxNameBytes);
+        if (names.empty() || names.back() != name_of_parent) // one API may own two raised flags
+            names.push_back(std::move(name_of_parent));
+    });
+    return names;
+}
+
+void hdfutils_dump(Node node, std::string_view prefix, std::FILE *out)
+{
+    std::string path(prefix);
+    dump(node, path, out);
+}
+
+std::string join_name(std::string_view parent, std::string_view name)
+{
+    std::string joined(parent);
+    if (!parent.empty() && !name.empty())
+        joined += '.';
+    joined += name;
+    if (joined.size() > kMaxNameBytes)
+        joined.resize(kMaxNameBytes);
+    return joined;
+}
+
+} // namespace qvcd

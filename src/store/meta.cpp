@@ -1,0 +1,150 @@
+#include "store/meta.h"
+
+#include "base/limits.h"
+#include "base/text.h"
+#include "store/database.h"
+
+namespace qvcd {
+
+MetaApi::MetaApi(std::string_view api)
+{
+    if (!is_tree_name(api) || api.size() > kMaxNameBytes)
+        return;
+    Node node = metaDB.root();
+    while (node && !api.empty()) {
+        const std::size_t dot = api.find('.');
+        node = node.find(api.substr(0, dot));
+        chain_.push_back(node);
+        api.remove_prefix(dot == std::string_view::npos ? api.size() : dot + 1);
+    }
+    if (!node)
+        chain_.clear();
+}
+
+std::optional<std::string_view> MetaApi::get(std::string_view attribute)
+{
+    std::optional<std::string_view> found;
+    std::size_t levels = 0; // steps above the API's own node
+    for (auto node = chain_.rbegin(); node != chain_.rend(); ++node) {
+        levels = static_cast<std::size_t>(node - chain_.rbegin());
+        if (const Node attr = node->find(attribute)) {
+            if (!attr.text().empty())
+                found = attr.text();
+            break;
+        }
+    }
+    if (levels > 1)
+        chain_.back().set(attribute, found.value_or(""));
+    return found;
+}
+
+std::optional<std::string_view> MetaApi::own(std::string_view attribute) const
+{
+    if (chain_.empty())
+        return std::nullopt;
+    return chain_.back().get(attribute);
+}
+
+unsigned MetaApi::perm()
+{
+    const auto text = get("perm");
+    return text ? c_hex16(*text) : 0;
+}
+
+namespace {
+
+std::optional<std::string> copy(std::optional<std::string_view> view)
+{
+    return view ? std::optional<std::string>(*view) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<std::string> meta_get(std::string_view api, std::string_view attribute)
+{
+    return copy(MetaApi(api).get(attribute));
+}
+
+std::optional<std::string> meta_get_this_level(std::string_view api, std::string_view attribute)
+{
+    return copy(MetaApi(api).own(attribute));
+}
+
+int meta_set(std::string_view api, std::string_view attribute, std::string_view value)
+{
+    Node node = api.empty() ? Node() : metaDB.find(api);
+    return node && node.set(attribute, value) ? 0 : 1;
+}
+
+unsigned meta_get_perm(std::string_view api)
+{
+    return MetaApi(api).perm();
+}
+
+bool meta_is_true(std::string_view api, std::string_view attribute)
+{
+    return MetaApi(api).is_true(attribute);
+}
+
+std::optional<std::string> meta_get_parent(std::string_view name)
+{
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos)
+        return std::nullopt;
+    return cut(name.substr(0, dot), kMaxNameBytes);
+}
+
+std::optional<std::string> meta_get_prev_node(std::string_view name)
+{
+    const auto parent = meta_get_parent(name);
+    if (!parent)
+        return std::nullopt;
+    return parent->substr(parent->rfind('.') + 1); // npos + 1 is 0: the parent is one component
+}
+
+bool meta_is_password(std::string_view api)
+{
+    const auto type = MetaApi(api).get("type");
+    return type && type->find("password") != std::string_view::npos;
+}
+
+bool meta_is_hidden(unsigned mask, std::string_view api)
+{
+    return (mask & kLevel0Bits) == 0 && meta_is_true(api, "private");
+}
+
+namespace {
+
+bool is_raised(Node node, std::string_view flag)
+{
+    return node.name() == flag && node.get_int("", 0) != 0;
+}
+
+Walk visit_if(bool yes)
+{
+    return yes ? Walk::visit : Walk::descend;
+}
+
+} // namespace
+
+Walk flag_apply_pending(Node node)
+{
+    return visit_if(is_raised(node, "noapp"));
+}
+
+Walk flag_modified(Node node)
+{
+    return visit_if(is_raised(node, "mod"));
+}
+
+Walk flag_modified_or_unapplied(Node node)
+{
+    return visit_if(is_raised(node, "mod") || is_raised(node, "noapp"));
+}
+
+Walk meta_has_default(Node node)
+{
+    return visit_if(node.name() == "default");
+}
+
+} // namespace qvcd

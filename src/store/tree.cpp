@@ -1,0 +1,217 @@
+#include "store/tree.h"
+
+#include "base/text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <memory>
+
+#include <util/neo_hdf.h>
+#include <util/neo_str.h>
+
+#include <cgi/cgi.h>
+
+namespace qvcd {
+
+namespace {
+
+bool ignore(NEOERR *error)
+{
+    const bool ok = error == nullptr;
+    nerr_ignore(&error);
+    return ok;
+}
+
+bool is_name_char(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+// hdf_remove_tree leaves the parent's set cache on freed memory.
+void forget_set_cache(HDF *parent)
+{
+    parent->last_hp = nullptr;
+    parent->last_hs = nullptr;
+}
+
+struct FreeDeleter {
+    void operator()(char *text) const noexcept { std::free(text); }
+};
+using CText = std::unique_ptr<char, FreeDeleter>;
+
+} // namespace
+
+bool is_tree_name(std::string_view name)
+{
+    int depth = 1;
+    char before = '.';
+    for (const char c : name) {
+        if (c == '.') {
+            if (before == '.' || ++depth > kMaxTreeDepth)
+                return false;
+        } else if (!is_name_char(c)) {
+            return false;
+        }
+        before = c;
+    }
+    return before != '.';
+}
+
+std::string_view Node::name() const noexcept
+{
+    return n_ && n_->name ? std::string_view(n_->name, static_cast<std::size_t>(n_->name_len))
+                          : std::string_view();
+}
+
+std::optional<std::string_view> Node::value() const noexcept
+{
+    if (!n_ || !n_->value)
+        return std::nullopt;
+    return std::string_view(n_->value);
+}
+
+std::string_view Node::text() const noexcept
+{
+    return n_ && n_->value ? std::string_view(n_->value) : std::string_view("");
+}
+
+Node Node::first_child() const noexcept
+{
+    return Node(n_ ? n_->child : nullptr);
+}
+
+Node Node::next() const noexcept
+{
+    return Node(n_ ? n_->next : nullptr);
+}
+
+Node Node::find(std::string_view name) const
+{
+    if (!n_ || name.empty())
+        return *this;
+    if (!is_tree_name(name))
+        return {};
+    return Node(hdf_get_obj(n_, std::string(name).c_str()));
+}
+
+std::optional<std::string_view> Node::get(std::string_view name) const
+{
+    return find(name).value();
+}
+
+std::string Node::get_or(std::string_view name, std::string_view fallback) const
+{
+    return std::string(get(name).value_or(fallback));
+}
+
+int Node::get_int(std::string_view name, int fallback) const
+{
+    const auto value = get(name);
+    if (!value)
+        return fallback;
+    char *end = nullptr;
+    const long number = std::strtol(value->data(), &end, 10);
+    return end == value->data() ? fallback : static_cast<int>(number);
+}
+
+bool Node::set(std::string_view name, std::string_view value)
+{
+    if (!n_ || (!name.empty() && !is_tree_name(name)) || value.find('\0') != std::string_view::npos)
+        return false;
+    const std::string copy(value); // the view may point into the node's old value
+    return ignore(hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
+}
+
+bool Node::remove(std::string_view name)
+{
+    const Node gone = name.empty() ? Node() : find(name);
+    if (!gone)
+        return false;
+    const std::size_t dot = name.rfind('.');
+    const Node parent = dot == std::string_view::npos ? *this : find(name.substr(0, dot));
+    const std::string last(dot == std::string_view::npos ? name : name.substr(dot + 1));
+    const bool removed = ignore(hdf_remove_tree(parent.n_, last.c_str()));
+    forget_set_cache(parent.n_);
+    return removed;
+}
+
+bool Node::merge(std::string_view name, Node source)
+{
+    if (!n_ || !source || (!name.empty() && !is_tree_name(name)))
+        return false;
+    Node target = find(name);
+    if (!target) {
+        // A node without a value is what the library makes for a missing parent.
+        HDF *made = nullptr;
+        if (!ignore(hdf_get_node(n_, std::string(name).c_str(), &made)))
+            return false;
+        target = Node(made);
+    }
+    if (const auto value = source.value())
+        target.set("", *value);
+    for (Node child = source.first_child(); child; child = child.next())
+        target.merge(child.name(), child);
+    return true;
+}
+
+Tree Tree::make()
+{
+    Tree tree;
+    if (!ignore(hdf_init(&tree.h_)))
+        throw std::bad_alloc();
+    return tree;
+}
+
+Tree &Tree::operator=(Tree &&other) noexcept
+{
+    if (this != &other) {
+        destroy();
+        h_ = std::exchange(other.h_, nullptr);
+    }
+    return *this;
+}
+
+void Tree::destroy() noexcept
+{
+    if (h_)
+        hdf_destroy(&h_);
+    h_ = nullptr;
+}
+
+std::string url_escape(std::string_view text)
+{
+    std::string escaped;
+    // The library works on C strings; a NUL byte is the one byte it cannot see.
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t nul = std::min(text.find('\0', at), text.size());
+        const std::string piece(text.substr(at, nul - at));
+        char *out = nullptr;
+        if (!ignore(cgi_url_escape(piece.c_str(), &out)))
+            throw std::bad_alloc();
+        escaped += CText(out).get();
+        if (nul < text.size())
+            escaped += "%00";
+        at = nul + 1;
+    }
+    return escaped;
+}
+
+std::optional<std::string> url_unescape(std::string_view text)
+{
+    if (text.find('\0') != std::string_view::npos)
+        return std::nullopt;
+    // "%" is no hexadecimal digit, so wherever these three bytes stand they decode to a NUL byte.
+    if (text.find("%00") != std::string_view::npos)
+        return std::nullopt;
+    std::string copy(text);
+    copy.resize(std::char_traits<char>::length(cgi_url_unescape(copy.data())));
+    return copy;
+}
+
+void tree_library_init()
+{
+    ignore(nerr_init());
+}
+
+} // namespace qvcd
