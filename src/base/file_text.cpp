@@ -7,7 +7,9 @@
 #include <climits>
 #include <cstdlib>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace qvcd {
@@ -61,6 +63,15 @@ int write_in_place(const std::string &path, std::string_view text)
 }
 
 constexpr unsigned kUmask = 022; // the daemon's own, set at start; asking for it would change it for a moment
+
+// Files of the kernel say that they are regular, but a write to them is a request.
+bool is_kernel_file(const std::string &path)
+{
+    struct statfs fs {};
+    if (statfs(path.c_str(), &fs) != 0)
+        return false;
+    return fs.f_type == PROC_SUPER_MAGIC || fs.f_type == SYSFS_MAGIC || fs.f_type == DEBUGFS_MAGIC;
+}
 
 void flush_folder(const std::string &folder)
 {
@@ -152,7 +163,7 @@ int replace_file(const std::string &path, std::string_view text, unsigned mode, 
         return replace_regular(target, text, mode & ~kUmask, nullptr, durable);
     if (S_ISDIR(st.st_mode))
         return EISDIR;
-    if (!S_ISREG(st.st_mode))
+    if (!S_ISREG(st.st_mode) || is_kernel_file(target))
         return write_in_place(target, text);
     return replace_regular(target, text, st.st_mode & 07777U, &st, durable);
 }
@@ -165,7 +176,7 @@ int replace_secret_file(const std::string &path, std::string_view text, unsigned
         return replace_regular(target, text, mode, nullptr, Durable::yes);
     if (S_ISDIR(st.st_mode))
         return EISDIR;
-    if (!S_ISREG(st.st_mode))
+    if (!S_ISREG(st.st_mode) || is_kernel_file(target))
         return write_in_place(target, text);
     return replace_regular(target, text, mode, &st, Durable::yes);
 }

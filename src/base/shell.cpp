@@ -36,7 +36,11 @@ class Attributes {
         sigemptyset(&defaults);
         sigaddset(&defaults, SIGPIPE);
         posix_spawnattr_setsigdefault(&attributes_, &defaults);
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF);
+        // Its threads block SIGINT, so that only the main loop's sleep is interrupted.
+        sigset_t nothing;
+        sigemptyset(&nothing);
+        posix_spawnattr_setsigmask(&attributes_, &nothing);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
     }
     ~Attributes() { posix_spawnattr_destroy(&attributes_); }
     Attributes(const Attributes &) = delete;

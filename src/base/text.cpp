@@ -31,11 +31,24 @@ unsigned c_hex16(std::string_view text)
 std::optional<Timecode> parse_timecode(std::string_view text)
 {
     std::array<std::array<char, 5>, 6> f{};
-    const int fields = std::sscanf(std::string(text).c_str(), "%4s%2s%2sT%2s:%2s:%2s", f[0].data(), f[1].data(),
-                                   f[2].data(), f[3].data(), f[4].data(), f[5].data());
+    const int fields = std::sscanf(std::string(text).c_str(), "%4s%2s%2sT%2s:%2s:%2s", f[0].data(),
+                                   f[1].data(), f[2].data(), f[3].data(), f[4].data(), f[5].data());
     if (fields != 6)
         return std::nullopt;
     return Timecode{f[0].data(), f[1].data(), f[2].data(), f[3].data(), f[4].data(), f[5].data()};
+}
+
+std::tm local_time(const Timecode &code)
+{
+    std::tm local{};
+    local.tm_year = c_int(code.year) - 1900;
+    local.tm_mon = c_int(code.month) - 1;
+    local.tm_mday = c_int(code.day);
+    local.tm_hour = c_int(code.hour);
+    local.tm_min = c_int(code.minute);
+    local.tm_sec = c_int(code.second);
+    local.tm_isdst = -1;
+    return local;
 }
 
 std::string to_short_name(std::string_view text)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,8 +12,8 @@ namespace qvcd {
 /// The words of `text` between runs of any of `separators` (strtok(3)).
 std::vector<std::string> split_words(std::string_view text, std::string_view separators);
 
-/// A decimal number as atoi(3) reads it: leading blanks, a sign, digits; what follows is ignored. 0 when there
-/// are no digits; larger numbers wrap to 32 bits as a conversion from long does.
+/// A decimal number as atoi(3) reads it: leading blanks, a sign, digits; what follows is ignored. 0 when
+/// there are no digits; larger numbers wrap to 32 bits as a conversion from long does.
 int c_int(std::string_view text);
 
 /// The same for hexadecimal without overflow: strtoul(3) base 16, cut to 16 bits.
@@ -23,6 +24,9 @@ struct Timecode {
     std::string year, month, day, hour, minute, second;
 };
 std::optional<Timecode> parse_timecode(std::string_view text);
+
+/// The timecode as a broken-down local time; the C library decides about daylight saving.
+std::tm local_time(const Timecode &code);
 
 /// Keeps ASCII letters, digits and "_", turns blanks into "_", drops the rest.
 std::string to_short_name(std::string_view text);

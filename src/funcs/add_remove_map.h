@@ -6,7 +6,8 @@
 namespace qvcd {
 
 /// Adds a member to a collection, or removes one: the API's "file", its name, the member, the reply stream.
-using MemberFunction = int (*)(std::string_view file, std::string_view api, std::string_view value, std::FILE *out);
+using MemberFunction = int (*)(std::string_view file, std::string_view api, std::string_view value,
+                               std::FILE *out);
 
 int cmd_create_addfuncmap_hdf();
 int cmd_destroy_addfuncmap_hdf();

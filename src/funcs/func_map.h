@@ -9,8 +9,8 @@
 
 namespace qvcd {
 
-/// Names of a table's rows, each with its row number. Row 0 of every table is the fallback, so an unknown name
-/// gives 0.
+/// Names of a table's rows, each with its row number. Row 0 of every table is the fallback, so an unknown
+/// name gives 0.
 class NameIndex {
   public:
     void create() { index_ = Tree::make(); }

@@ -8,8 +8,8 @@ namespace qvcd {
 int cmd_create_wfuncmap_hdf();
 int cmd_destroy_wfuncmap_hdf();
 
-/// Writes the value where the API's "write", "file" and "attr" say, and to its "shadow" file first. Returns the
-/// write function's result, 0 for success.
+/// Writes the value where the API's "write", "file" and "attr" say, and to its "shadow" file first. Returns
+/// the write function's result, 0 for success.
 int wfuncmap_write(std::string_view api, std::string_view value);
 
 /// Writes one API's value from a source file into a destination file of the caller's choice.

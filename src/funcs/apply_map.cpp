@@ -1,0 +1,242 @@
+// To add an apply function: a function here, a row in the table, a line in docs/model.md.
+
+#include "funcs/apply_map.h"
+
+#include "base/command_door.h"
+#include "base/file_text.h"
+#include "base/limits.h"
+#include "base/shell.h"
+#include "base/text.h"
+#include "funcs/func_map.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/database.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace qvcd {
+
+namespace {
+
+// The API's name, the action ("apply" when the command asks), at most kMaxCallArguments arguments. 0:
+// success; the functions that run a shell return its wait status.
+using ApplyFunction = int (*)(const std::string &api, std::string_view action, const Args &args);
+
+int afunc_undefined(const std::string &api, std::string_view action, const Args &args);
+int afunc_no_apply(const std::string &api, std::string_view action, const Args &args);
+int afunc_syscall(const std::string &api, std::string_view action, const Args &args);
+int afunc_syscall_delay(const std::string &api, std::string_view action, const Args &args);
+int afunc_initd_restart(const std::string &api, std::string_view action, const Args &args);
+int afunc_settime(const std::string &api, std::string_view action, const Args &args);
+int afunc_profile(const std::string &api, std::string_view action, const Args &args);
+int afunc_profile2(const std::string &api, std::string_view action, const Args &args);
+
+struct ApplyRow {
+    const char *name;
+    ApplyFunction function;
+};
+
+constexpr ApplyRow afuncCmdMap[] = {
+    {"undefined", afunc_undefined},
+    {"no_apply", afunc_no_apply},
+    {"syscall", afunc_syscall},
+    {"syscall_delay", afunc_syscall_delay},
+    {"initd_restart", afunc_initd_restart},
+    {"settime_apply", afunc_settime},
+    {"profile_apply", afunc_profile},
+    {"profile2_apply", afunc_profile2},
+};
+
+NameIndex afuncCmdMapHDF;
+int (*profile_loader)() = nullptr; // filled by the profile commands
+
+constexpr std::size_t kMaxCallArguments = 5;
+constexpr std::size_t kMaxCommandBytes = 1023;
+constexpr std::size_t kMaxQuietCommandBytes = 512; // with the redirection
+constexpr std::string_view kQuiet = " >/dev/null 2>&1";
+
+int afunc_undefined(const std::string &api, std::string_view action, const Args &)
+{
+    qv_log_print(kLogInfo, "!! Undefined apply function: param:%s action:%s\n", api.c_str(),
+                 std::string(action).c_str());
+    return 1;
+}
+
+int afunc_no_apply(const std::string &, std::string_view, const Args &)
+{
+    return 0;
+}
+
+std::string join_words(const Args &args, std::size_t first)
+{
+    std::string text;
+    for (std::size_t i = first; i < args.size(); ++i)
+        text += args[i] + " ";
+    return cut(text, kMaxCommandBytes);
+}
+
+int do_syscall(const std::string &command)
+{
+    const int status = shell_run(command);
+    qv_log_print(kLogDebug, "  syscall: %s\n", command.c_str());
+    return status;
+}
+
+int afunc_syscall(const std::string &, std::string_view action, const Args &args)
+{
+    if (action != "apply" || args.empty())
+        return 0;
+    std::string command = join_words(args, 0);
+    // All of the redirection or none: a part of it would name another file.
+    if (command.size() + kQuiet.size() <= kMaxQuietCommandBytes)
+        command += kQuiet;
+    return do_syscall(command);
+}
+
+int afunc_syscall_delay(const std::string &, std::string_view, const Args &args)
+{
+    if (args.empty())
+        return 1;
+    const std::chrono::seconds delay{std::max(0, c_int(args.front()))};
+    try {
+        std::thread([delay, command = join_words(args, 1) + std::string(kQuiet)] {
+            std::this_thread::sleep_for(delay);
+            shell_run(command);
+            qv_log_print(kLogDebug, "  delay_syscall: %s\n", command.c_str());
+        }).detach();
+    } catch (const std::system_error &error) {
+        return error.code().value();
+    }
+    return 0;
+}
+
+int afunc_initd_restart(const std::string &, std::string_view action, const Args &args)
+{
+    int status = 0;
+    if (action != "apply")
+        return status;
+    for (const std::string &service : args) {
+        const std::string script = qv_sysroot_path("/etc/init.d/" + service);
+        if (file_exists(script))
+            status = do_syscall(script + " restart > /dev/null 2>&1");
+    }
+    return status;
+}
+
+int afunc_settime(const std::string &api, std::string_view, const Args &)
+{
+    const auto value = hdfDB.get(api);
+    if (!value || value->empty()) {
+        qv_log_print(kLogDebug, "User did not set a date to apply.\n");
+        return -1;
+    }
+    const auto code = parse_timecode(*value);
+    if (!code)
+        return -1;
+    const std::tm local = local_time(*code);
+    qv_log_print(kLogInfo, "Set time to %d-%d-%d %d:%d:%d\n", local.tm_year + 1900, local.tm_mon + 1,
+                 local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    return qv_time_set_local(local);
+}
+
+int afunc_profile(const std::string &, std::string_view, const Args &args)
+{
+    if (!args.empty() && args.front() == "current" && profile_loader)
+        profile_loader();
+    return 0;
+}
+
+void run_or_log(const char *command, const char *named, Args args)
+{
+    if (run_command(kInternalMask, command, std::move(args), nullptr) != 0)
+        qv_log_print(kLogInfo, "Error exceuting %s command\n", named);
+}
+
+// Switches to the profile that the API's value names; an empty value empties the description beside it.
+int afunc_profile2(const std::string &api, std::string_view, const Args &)
+{
+    const std::string description = meta_get_parent(api).value_or("") + ".desc";
+    const auto current = hdfDB.get(api);
+    if (!current)
+        return 1;
+    const std::string profile(*current);
+    if (profile.empty()) {
+        run_or_log("set", "set", {description + "="});
+        run_or_log("save", "save", {description});
+        return 0;
+    }
+    run_or_log("profile", "profile", {"load", profile});
+    run_or_log("save", "save", {description});
+    run_or_log("apply", "save", {description}); // the log has always named the save here
+    return 0;
+}
+
+struct Call {
+    std::string name;
+    Args args;
+};
+
+Call split_call(std::string_view text)
+{
+    Call call;
+    call.args = split_words(text, kListSeparators);
+    if (call.args.empty())
+        return call;
+    call.name = std::move(call.args.front());
+    call.args.erase(call.args.begin());
+    if (call.args.size() > kMaxCallArguments)
+        call.args.resize(kMaxCallArguments);
+    return call;
+}
+
+int run_call(const char *label, std::string_view action, const std::string &api, const Call &call)
+{
+    const Stopwatch watch;
+    const int result = afuncCmdMap[afuncCmdMapHDF.row(call.name)].function(api, action, call.args);
+    qv_log_print(kLogDebug, "  %s: [%lu.%03lus]: %s %s\n", label, watch.seconds(), watch.milliseconds(),
+                 call.name.c_str(), api.c_str());
+    return result;
+}
+
+} // namespace
+
+int cmd_create_afuncmap_hdf()
+{
+    create_func_index(afuncCmdMapHDF, std::span<const ApplyRow>(afuncCmdMap), "afunc");
+    return 0;
+}
+
+int cmd_destroy_afuncmap_hdf()
+{
+    afuncCmdMapHDF.destroy();
+    return 0;
+}
+
+void afuncmap_set_profile_loader(int (*loader)())
+{
+    profile_loader = loader;
+}
+
+int afuncmap_apply_direct(std::string_view action, std::string_view api, std::string_view call, int &result)
+{
+    result = run_call("apply_direct", action, std::string(api), split_call(call));
+    return 0;
+}
+
+int afuncmap_apply(std::string_view action, std::string_view api)
+{
+    const std::string name(api);
+    const auto calls = meta_get(name, "apply");
+    if (!calls)
+        return 0;
+    qv_log_print(kLogInfo, "%s %s with %s\n", std::string(action).c_str(), name.c_str(), calls->c_str());
+    int result = 0;
+    for (const std::string &call : split_words(*calls, ","))
+        result = run_call("apply", action, name, split_call(call));
+    return result;
+}
+
+} // namespace qvcd
