@@ -1,6 +1,8 @@
 #pragma once
 
+#include "base/text.h"
 #include "platform/log.h"
+#include "store/meta.h"
 #include "store/tree.h"
 
 #include <span>
@@ -34,6 +36,12 @@ void create_func_index(NameIndex &index, std::span<const Row> rows, const char *
     for (const Row &row : rows)
         index.add(row.name, number++);
     qv_log_print(kLogInfo, "%s map created with %d functions\n", map, number);
+}
+
+/// What a log line shows of a value: nothing of a password.
+inline std::string log_value(std::string_view api, std::string_view value)
+{
+    return std::string(meta_is_password(api) ? kHiddenPassword : value);
 }
 
 } // namespace qvcd

@@ -1,0 +1,185 @@
+#include "store/profile_files.h"
+
+#include "base/file_text.h"
+#include "base/limits.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/database.h"
+#include "store/hdf_file.h"
+#include "store/hdfutils.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace qvcd {
+
+Tree profileDB;
+
+namespace {
+
+constexpr std::string_view kSuffix = ".hdf";
+constexpr std::string_view kGroupSuffix = "Profiles";
+constexpr std::size_t kMaxProfileNameBytes = 250; // with the suffix it is a file name on every file system
+
+struct GroupLeaf {
+    std::string parent;
+    std::string value;
+};
+
+// The first leaf of this name in a group of profiles.
+std::optional<GroupLeaf> find_group_leaf(const Tree &profile, std::string_view name)
+{
+    std::optional<GroupLeaf> found;
+    hdfutils_traverse_tree(profile.root(), {}, hdfutils_check_endnode,
+                           [&](Node leaf, const std::string &parent) {
+                               if (!found && leaf.name() == name && parent.ends_with(kGroupSuffix))
+                                   found = GroupLeaf{parent, std::string(leaf.text())};
+                           });
+    return found;
+}
+
+std::string collapse_percents(std::string_view text)
+{
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        result += text[at];
+        if (text.substr(at, 2) == "%%")
+            ++at;
+    }
+    return result;
+}
+
+// Names of the folder's entries that hold ".hdf", cut there, in the order of the entries, last first.
+std::vector<std::string> stored_profiles(std::error_code &error)
+{
+    std::vector<std::string> entries;
+    std::filesystem::directory_iterator entry(qv_sysroot_path(kProfileFolder), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
+        entries.push_back(entry->path().filename().string());
+    std::sort(entries.begin(), entries.end(), std::greater<>());
+    std::vector<std::string> names;
+    for (const std::string &file : entries) {
+        const std::string name = file.substr(0, file.find(kSuffix));
+        if (name.size() < file.size() && is_profile_name(name))
+            names.push_back(name);
+    }
+    return names;
+}
+
+void enter_stored_profile(const std::string &name)
+{
+    std::string group;
+    profile_read_group(name, group);
+    if (!profiledb_add(name, group))
+        qv_log_print(kLogWarning,
+                     "Profile %s is not listed: the name holds more than letters, digits and \"_\"\n",
+                     name.c_str());
+}
+
+bool belongs_to(std::string_view name, std::string_view group)
+{
+    std::string its_group;
+    return profile_read_group(name, its_group) == 0 && its_group == group;
+}
+
+} // namespace
+
+int profiledb_load()
+{
+    profileDB = Tree::make();
+    profileDB.set("Profile.current", hdfDB.get_or(kCurrentProfileApi, kDefaultProfile));
+    profiledb_add(kDefaultProfile);
+    mkdir(qv_sysroot_path(kProfileFolder).c_str(), 0777); // where it fails, reading the folder does too
+    std::error_code error;
+    for (const std::string &name : stored_profiles(error))
+        enter_stored_profile(name);
+    if (error)
+        qv_log_print(kLogError, "%s: %s\n", kProfileFolder, error.message().c_str());
+    return error ? 1 : 0;
+}
+
+void profiledb_destroy()
+{
+    profileDB.destroy();
+}
+
+bool profiledb_add(std::string_view name, std::string_view group)
+{
+    const std::string node = join_name("Profile", name);
+    if (!profileDB.set(join_name(node, "name"), name))
+        return false;
+    return group.empty() || profileDB.set(join_name(node, "group"), group);
+}
+
+int check_valid_profile(std::string_view name)
+{
+    return !name.empty() && profileDB.get(join_name(join_name("Profile", name), "name")) ? 1 : 0;
+}
+
+std::vector<std::string> profile_names_of_group(std::string_view group)
+{
+    std::vector<std::string> names;
+    hdfutils_traverse_tree(profileDB.root(), {}, hdfutils_check_endnode, [&](Node leaf, const std::string &) {
+        const std::string_view name = leaf.text();
+        if (names.size() < kMaxGroupProfiles && name != kDefaultProfile && belongs_to(name, group))
+            names.emplace_back(name);
+    });
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool is_profile_name(std::string_view name)
+{
+    return !name.empty() && name.size() <= kMaxProfileNameBytes && name.front() != '.' &&
+           name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+}
+
+std::string profile_file(std::string_view name)
+{
+    return std::string(kProfileFolder).append("/").append(name).append(kSuffix);
+}
+
+int profile_exists(std::string_view name)
+{
+    return is_profile_name(name) && file_exists(qv_sysroot_path(profile_file(name))) ? 0 : 1;
+}
+
+int profile_read_hdf(std::string_view name, Tree &tree)
+{
+    if (name == kDefaultProfile)
+        return 0;
+    if (!is_profile_name(name))
+        return 1;
+    tree = Tree::make();
+    const std::string file = profile_file(name);
+    const HdfRead read = hdf_read_foreign_file(qv_sysroot_path(file), tree);
+    if (read.result == HdfResult::error)
+        qv_log_print(kLogError, "Error reading profile %s: %s\n", file.c_str(), read.detail.c_str());
+    return read.result == HdfResult::ok ? 0 : 1;
+}
+
+int profile_read_group(std::string_view name, std::string &out)
+{
+    Tree profile;
+    if (profile_read_hdf(name, profile) != 0)
+        return 1;
+    if (const std::optional<GroupLeaf> leaf = find_group_leaf(profile, "name"))
+        out = cut(leaf->parent + ".name", kMaxValueBytes);
+    return 0;
+}
+
+int profile_read_group_desc(std::string_view name, std::string &out)
+{
+    Tree profile;
+    if (profile_read_hdf(name, profile) != 0)
+        return 1;
+    if (const std::optional<GroupLeaf> leaf = find_group_leaf(profile, "desc"))
+        out = cut(collapse_percents(leaf->value), kMaxValueBytes);
+    return 0;
+}
+
+} // namespace qvcd
