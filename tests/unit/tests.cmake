@@ -1,1 +1,5 @@
 # One block a folder of src/.
+
+qvcd_unit_test(NAME store_profiles SOURCES store_profile_files_test.cpp LIBRARIES qvcd_store)
+qvcd_unit_test(NAME funcs_check SOURCES funcs_check_test.cpp LIBRARIES qvcd_funcs)
+qvcd_unit_test(NAME funcs_introspect SOURCES funcs_introspect_test.cpp LIBRARIES qvcd_funcs)
