@@ -1,0 +1,204 @@
+#include "auth/session.h"
+
+#include "auth/session_list.h"
+#include "auth/user.h"
+#include "base/limits.h"
+#include "base/reply.h"
+#include "base/text.h"
+#include "platform/crypto.h"
+#include "platform/log.h"
+#include "store/hdf_file.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
+
+namespace qvcd {
+
+namespace {
+
+struct Field {
+    const char *name;
+    const char *value;
+};
+
+// The word in "login" is no time: clients know the local session by it.
+constexpr Field kRootSession[] = {
+    {"Session.0.user", "root"},
+    {"Session.0.perm", "7777"},
+    {"Session.0.group", "0"},
+    {"Session.0.login", "root"},
+};
+
+constexpr std::string_view kLocal = "local";
+
+struct LoginName {
+    std::string user;
+    std::optional<std::string> prefix;
+};
+
+LoginName split_login_name(std::string_view name)
+{
+    const std::string text = cut(name, kMaxNameBytes);
+    const std::size_t colon = text.find(':');
+    if (colon == std::string::npos)
+        return {text, std::nullopt};
+    const std::size_t user = colon + 1;
+    return {text.substr(user, text.find(':', user) - user), text.substr(0, colon)};
+}
+
+// A prefix ends up as an address in replies of one line each.
+bool is_one_line(std::string_view text)
+{
+    return std::ranges::none_of(text, [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; });
+}
+
+std::string session_name(int n)
+{
+    return "Session." + std::to_string(n);
+}
+
+std::optional<int> find_session(std::string_view user, std::string_view address)
+{
+    for (const Node session : sessionDB.find("Session")) {
+        const int n = c_int(session.name());
+        if (n != 0 && session.get("user") == user && session.get("ip") == address)
+            return n;
+    }
+    return std::nullopt;
+}
+
+// 10 to 97,612,903: the range that clients know.
+int new_session_number()
+{
+    for (;;) {
+        const int n = static_cast<int>(static_cast<double>(qvcrypto_random31()) / 22.0 + 10.0);
+        if (!sessionDB.get(session_name(n) + ".user"))
+            return n;
+    }
+}
+
+int credentials_session_number(const LoginName &login, std::string_view password)
+{
+    const std::string text = *login.prefix + ":" + login.user + ":" + std::string(password);
+    return qvcrypto_get_md5_session(cut(text, kMaxValueBytes));
+}
+
+std::string local_time_text()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::ostringstream text;
+    text << std::put_time(&local, "%c");
+    return text.str();
+}
+
+std::string lower_hex(unsigned number)
+{
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%x", number);
+    return text.data();
+}
+
+void write_session(int n, const std::string &user, std::string_view address, std::string_view server)
+{
+    const std::string name = session_name(n);
+    sessionDB.set(name + ".user", user);
+    sessionDB.set(name + ".perm", lower_hex(user_get_perm(user)));
+    sessionDB.set(name + ".group", user_get_group(user).value_or(""));
+    sessionDB.set(name + ".login", local_time_text());
+    sessionDB.set(name + ".ip", address);
+    sessionDB.set(name + ".server", server);
+}
+
+} // namespace
+
+Tree sessionDB;
+
+int session_load_db_file(int unchecked)
+{
+    sessionDB = Tree::make();
+    for (const Field &field : kRootSession)
+        sessionDB.set(field.name, field.value);
+    qv_log_print(kLogInfo, "Load session DB\n");
+    session_clear_list();
+    if (unchecked)
+        session_add_to_list(0);
+    return 0;
+}
+
+int session_unload_db_file()
+{
+    session_clear_list();
+    sessionDB.destroy();
+    return 0;
+}
+
+int session_login(std::string_view name, std::optional<std::string_view> password,
+                  std::optional<std::string_view> ip, std::optional<std::string_view> server)
+{
+    const LoginName login = split_login_name(name);
+    if (user_get_perm(login.user) == 0 || !is_one_line(login.prefix.value_or("")))
+        return kUnknownUser;
+    if (!password || !user_check_passwd(login.user, *password))
+        return kWrongPassword;
+    const std::string address = login.prefix ? *login.prefix : cut(ip.value_or(kLocal), kMaxValueBytes);
+    if (const std::optional<int> n = find_session(login.user, address))
+        return *n;
+    const int n = login.prefix ? credentials_session_number(login, *password) : new_session_number();
+    write_session(n, login.user, address, cut(server.value_or(kLocal), kMaxValueBytes));
+    session_add_to_list(n);
+    return n;
+}
+
+int session_logout(int n)
+{
+    if (n == 0)
+        return 0;
+    if (!sessionDB.remove(session_name(n)))
+        return -1;
+    session_remove_from_list(n);
+    return 0;
+}
+
+int session_get(int n, SessionFacts &facts)
+{
+    const Node session = session_get_hdf(n);
+    if (!session) {
+        facts = {};
+        return 1;
+    }
+    const auto text = [&](std::string_view field) {
+        const std::optional<std::string_view> value = session.get(field);
+        return value ? std::optional<std::string>(*value) : std::nullopt;
+    };
+    facts.user = text("user");
+    facts.group = text("group");
+    if (const std::optional<std::string> perm = text("perm"))
+        std::sscanf(perm->c_str(), "%x", &facts.perm);
+    return 0;
+}
+
+Node session_get_hdf(int n)
+{
+    return sessionDB.find(session_name(n));
+}
+
+std::optional<std::string> session_get_user(int n)
+{
+    SessionFacts facts;
+    session_get(n, facts);
+    return facts.user;
+}
+
+int session_list(std::FILE *out)
+{
+    if (out)
+        reply_text(out, hdf_text(sessionDB.root()));
+    return 0;
+}
+
+} // namespace qvcd

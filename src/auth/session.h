@@ -1,0 +1,57 @@
+#pragma once
+
+#include "store/tree.h"
+
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qvcd {
+
+// Sessions: numbered logins of users. They last until their logout or the daemon's end. Changed and read only
+// under the command lock.
+//
+// A session's node is "Session.<number>", its children are user, perm (lower-case hexadecimal), group, login
+// (local time, strftime(3) "%c"), ip and server. Session 0 is the local root session; it is always there.
+
+extern Tree sessionDB;
+
+/// Makes the tree with session 0 and empties the list file (auth/session_list.h); with `unchecked` (session
+/// checking is off) session 0 is put on the list. Returns 0.
+int session_load_db_file(int unchecked);
+
+int session_unload_db_file();
+
+inline constexpr int kUnknownUser = -1;
+inline constexpr int kWrongPassword = -2;
+
+/// Logs a user in and returns the session's number, kUnknownUser or kWrongPassword. `name` is "user" or
+/// "prefix:user"; the prefix replaces the client's address `ip`, and the number is then derived from prefix,
+/// user and password, so that a client can compute it. A session of the same user from the same address is
+/// returned as it is. Without an address or a server "local" is noted.
+int session_login(std::string_view name, std::optional<std::string_view> password,
+                  std::optional<std::string_view> ip, std::optional<std::string_view> server);
+
+/// Ends a session: 0, or -1 when there is none. Session 0 cannot be ended; the result for it is 0.
+int session_logout(int n);
+
+struct SessionFacts {
+    std::optional<std::string> user;
+    std::optional<std::string> group;
+    unsigned perm = 0;
+};
+
+/// Fills `facts` and returns 0; for an unknown session they are emptied and 1 is returned. A session without
+/// a mask leaves `facts.perm` alone.
+int session_get(int n, SessionFacts &facts);
+
+/// The session's node; none for an unknown number.
+Node session_get_hdf(int n);
+
+std::optional<std::string> session_get_user(int n);
+
+/// Writes all sessions in the nested text form. Returns 0.
+int session_list(std::FILE *out);
+
+} // namespace qvcd

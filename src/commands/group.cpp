@@ -1,0 +1,67 @@
+#include "commands/group.h"
+
+#include "auth/user.h"
+#include "base/reply.h"
+#include "store/hdfutils.h"
+
+namespace qvcd {
+
+namespace {
+
+int group_list(unsigned mask, Args &argv, std::FILE *out);
+int group_add(unsigned mask, Args &argv, std::FILE *out);
+int group_rem(unsigned mask, Args &argv, std::FILE *out);
+int command_group(unsigned mask, Args &argv, std::FILE *out);
+
+constexpr SubCommand kSubCommands[] = {
+    {"list", group_list, "List all groups"},
+    {"add", group_add, "Add a group"},
+    {"rem", group_rem, "Remove a group"},
+};
+
+} // namespace
+
+const CommandRecord groupRecord = {
+    .name = "group",
+    .handler = command_group,
+    .summary = "Command to operate on the user groups",
+    .synopsis = "group.list",
+    .errors =
+        "##group add currently not supported#, ##group rem currently not supported#: groups change only "
+        "through the user file or \"user.import\".",
+    .description =
+        "Lists the groups of users with their permission masks. A mask has four hexadecimal digits, one "
+        "a level, with 4 for read, 2 for write and 1 for apply. Group 0 may hold all four levels, group "
+        "1 the lower three, group 2 the lower two, other groups the lowest.",
+    .sub_commands = kSubCommands,
+};
+
+namespace {
+
+int command_group(unsigned mask, Args &argv, std::FILE *out)
+{
+    return run_subcommand(groupRecord, mask, argv, out, SubResult::zero);
+}
+
+int group_list(unsigned, Args &, std::FILE *out)
+{
+    if (out)
+        hdfutils_dump(groupDB.root(), "", out);
+    return 0;
+}
+
+int group_add(unsigned, Args &, std::FILE *out)
+{
+    reply_line(out, "##group add currently not supported#");
+    return 0;
+}
+
+int group_rem(unsigned, Args &, std::FILE *out)
+{
+    reply_line(out, "##group rem currently not supported#");
+    return 0;
+}
+
+} // namespace
+
+} // namespace qvcd

@@ -1,0 +1,163 @@
+#include "commands/session.h"
+
+#include "auth/session.h"
+#include "base/notify.h"
+#include "base/options.h"
+#include "base/reply.h"
+#include "base/text.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "store/meta.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qvcd {
+
+namespace {
+
+int command_login(unsigned mask, Args &argv, std::FILE *out);
+int command_logout(unsigned mask, Args &argv, std::FILE *out);
+int command_sessions(unsigned mask, Args &argv, std::FILE *out);
+
+} // namespace
+
+const CommandRecord loginRecord = {
+    .name = "login",
+    .handler = command_login,
+    .summary = "Perform a login using username and password",
+    .synopsis = "login <username> <password> [ip] [server]\n"
+                "login <prefix>:<username> <password> [ip] [server]",
+    .return_values = "Session=<number>: the number that the client's connections give on their first line.\n"
+                     "##Invalid command arguments#: user name or password is missing.\n"
+                     "##Invalid user#: the user is unknown or may do nothing.\n"
+                     "##Invalid password#: the password is wrong.",
+};
+
+const CommandRecord logoutRecord = {
+    .name = "logout",
+    .handler = command_logout,
+    .summary = "Perform a logout",
+    .synopsis = "logout <session number>",
+    .errors = "##Invalid command arguments#: No session number\n"
+              "##Session <number> not valid#: there is no such session, or it is the local session 0.",
+    .description = "Ends a session. Its number opens no further connection; those that are open go on.",
+};
+
+const CommandRecord sessionsRecord = {
+    .name = "sessions",
+    .handler = command_sessions,
+    .summary = "Returns the current sessions",
+    .synopsis = "sessions",
+    .errors = "Callers without administration rights get no reply, and result 1.",
+    .description =
+        "Prints all sessions with their user, permission mask, group, login time, address and server.",
+};
+
+const CommandRecord getSessionRecord = {
+    .name = "get_session",
+    .handler = command_get_session,
+    .summary = "Return info about a particular session",
+    .synopsis = "get_session <session number>",
+    .errors = "##Need to specify a session number#\n"
+              "##Session <number> does not exist#",
+    .description =
+        "Prints the session's number, user, permission mask, group, login time, address and server. When "
+        "the daemon does not check sessions, it prints session=1 for every number.",
+};
+
+namespace {
+
+std::optional<std::string_view> argument(const Args &argv, std::size_t i)
+{
+    return i < argv.size() ? std::optional<std::string_view>(argv[i]) : std::nullopt;
+}
+
+// A client that escapes nothing sends a "+" or "%" of its password as it stands.
+int login_either_way(const std::string &name, const Args &argv)
+{
+    const std::optional<std::string> password = url_unescape(argv[1]);
+    const int n = session_login(name, password, argument(argv, 2), argument(argv, 3));
+    if (n != kWrongPassword || !password || password == argv[1])
+        return n;
+    return session_login(name, argv[1], argument(argv, 2), argument(argv, 3));
+}
+
+int refuse(const char *error, std::FILE *out)
+{
+    reply_line(out, error);
+    return 1;
+}
+
+int command_login(unsigned mask, Args &argv, std::FILE *out)
+{
+    if (argv.size() < 2)
+        return refuse(API_E_INVALID_CMD_ARGS, out);
+    if (!(mask & kLevel1Bits))
+        return 1;
+    const std::optional<std::string> unescaped = url_unescape(argv[0]);
+    const std::string name = unescaped.value_or(argv[0]);
+    const int n = unescaped ? login_either_way(name, argv) : kUnknownUser;
+    if (n == kUnknownUser) {
+        qv_log_print(kLogWarning, "Failed login for nonuser %s\n", name.c_str());
+        return refuse(API_E_INVALID_USER, out);
+    }
+    if (n == kWrongPassword) {
+        qv_log_print(kLogWarning, "Failed login for user %s\n", name.c_str());
+        return refuse(API_E_INVALID_PASSWORD, out);
+    }
+    reply_printf(out, "Session=%i\n", n);
+    qv_log_print(kLogNotice, "User %s login to session %i on %s\n", name.c_str(), n,
+                 argv.size() > 2 ? argv[2].c_str() : "local");
+    notify_publish_on("login", name, std::to_string(n));
+    return 0;
+}
+
+int command_logout(unsigned mask, Args &argv, std::FILE *out)
+{
+    if (argv.empty()) {
+        reply_printf(out, "%s: No session number\n", API_E_INVALID_CMD_ARGS);
+        return 1;
+    }
+    if (!(mask & kLevel1Bits))
+        return 1;
+    const int n = c_int(argv[0]);
+    if (n == 0 || session_logout(n) != 0) {
+        reply_printf(out, "##Session %d not valid#\n", n);
+        return 1;
+    }
+    reply_printf(out, "Session=%i\n", n);
+    qv_log_print(kLogNotice, "Session %i logout\n", n);
+    notify_publish_on("logout", "session", std::to_string(n));
+    return 0;
+}
+
+int command_sessions(unsigned mask, Args &, std::FILE *out)
+{
+    return mask & kLevel1Bits ? session_list(out) : 1;
+}
+
+} // namespace
+
+int command_get_session(unsigned, Args &argv, std::FILE *out)
+{
+    if (disable_login) {
+        reply_line(out, "session=1");
+        return 0;
+    }
+    if (argv.empty())
+        return refuse("##Need to specify a session number#", out);
+    const int n = c_int(argv[0]);
+    const Node session = session_get_hdf(n);
+    if (!session) {
+        reply_printf(out, "##Session %i does not exist#\n", n);
+        return 1;
+    }
+    reply_printf(out, "session=%i\n", n);
+    if (out)
+        hdfutils_dump(session, "", out);
+    return 0;
+}
+
+} // namespace qvcd
