@@ -1,0 +1,19 @@
+#pragma once
+
+#include "status/netlink.h"
+
+#include <string>
+#include <string_view>
+
+namespace qvcd {
+
+/// Read function of an interface's state: "up", "down", "present" (a modem without a link) or "unknown" (no
+/// such interface). `attr` is the interface, null for "eth0"; `file` is not used. A wireless interface is up
+/// when it is associated with an access point (SIOCGIWAP). The snapshot is taken anew when `cached` is false.
+bool linkstate_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+
+/// False for the patterns that drivers report while there is no access point: six equal bytes 0x00, 0x44 or
+/// 0xff.
+bool is_access_point(const unsigned char (&mac)[6]);
+
+} // namespace qvcd

@@ -1,0 +1,178 @@
+#include "status/netlink.h"
+
+#include "platform/log.h"
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <netlink/route/addr.h>
+#include <netlink/route/link.h>
+
+namespace qvcd {
+
+namespace {
+
+struct Free {
+    void operator()(nl_sock *socket) const noexcept { nl_socket_free(socket); } // closes it as well
+    void operator()(nl_cache *cache) const noexcept { nl_cache_free(cache); }
+};
+using Socket = std::unique_ptr<nl_sock, Free>;
+using Cache = std::unique_ptr<nl_cache, Free>;
+
+std::atomic<std::size_t> snapshots_built{0};
+
+std::string address_text(nl_addr *address)
+{
+    if (!address || nl_addr_get_len(address) == 0)
+        return {};
+    std::array<char, 128> buffer{};
+    std::string text = nl_addr2str(address, buffer.data(), buffer.size());
+    text.resize(std::min(text.size(), text.find('/')));
+    return text;
+}
+
+NetLink link_of(nl_object *object)
+{
+    auto *const link = reinterpret_cast<rtnl_link *>(object);
+    const char *name = rtnl_link_get_name(link);
+    return {.index = rtnl_link_get_ifindex(link),
+            .name = name ? name : "",
+            .operational_state = rtnl_link_get_operstate(link),
+            .flags = rtnl_link_get_flags(link),
+            .mtu = rtnl_link_get_mtu(link),
+            .mac = address_text(rtnl_link_get_addr(link))};
+}
+
+NetAddress address_of(nl_object *object)
+{
+    auto *const address = reinterpret_cast<rtnl_addr *>(object);
+    return {.link_index = rtnl_addr_get_ifindex(address),
+            .local = address_text(rtnl_addr_get_local(address)),
+            .broadcast = address_text(rtnl_addr_get_broadcast(address)),
+            .prefix_length = rtnl_addr_get_prefixlen(address)};
+}
+
+template <class Row>
+std::vector<Row> rows_of(nl_cache *cache, Row (*row)(nl_object *))
+{
+    std::vector<Row> rows;
+    for (nl_object *object = nl_cache_get_first(cache); object; object = nl_cache_get_next(object))
+        rows.push_back(row(object));
+    return rows;
+}
+
+Socket connect_to_kernel()
+{
+    Socket socket(nl_socket_alloc());
+    if (socket && nl_connect(socket.get(), NETLINK_ROUTE) != 0)
+        socket.reset();
+    return socket;
+}
+
+Cache read_links(nl_sock *socket)
+{
+    nl_cache *links = nullptr;
+    return Cache(rtnl_link_alloc_cache(socket, AF_UNSPEC, &links) == 0 ? links : nullptr);
+}
+
+Cache read_addresses(nl_sock *socket)
+{
+    nl_cache *addresses = nullptr;
+    return Cache(rtnl_addr_alloc_cache(socket, &addresses) == 0 ? addresses : nullptr);
+}
+
+enum class Content { links, links_and_addresses };
+
+std::optional<InterfaceSnapshot> take_snapshot(Content content)
+{
+    ++snapshots_built;
+    const Socket socket = connect_to_kernel();
+    const Cache links = socket ? read_links(socket.get()) : nullptr;
+    if (!links) {
+        qv_log_print(kLogWarning, "cannot list the network interfaces\n");
+        return std::nullopt;
+    }
+    InterfaceSnapshot snapshot;
+    snapshot.links = rows_of(links.get(), link_of);
+    if (content == Content::links)
+        return snapshot;
+    const Cache addresses = read_addresses(socket.get());
+    if (!addresses) {
+        qv_log_print(kLogWarning, "cannot list the network addresses\n");
+        return std::nullopt;
+    }
+    snapshot.addresses = rows_of(addresses.get(), address_of);
+    return snapshot;
+}
+
+// Taken at the first request after it expired, so that a request that needs none costs none.
+class Snapshot {
+  public:
+    explicit constexpr Snapshot(Content content) : content_(content) {}
+
+    void expire() { expired_ = true; }
+
+    const InterfaceSnapshot *get()
+    {
+        if (expired_)
+            value_ = take_snapshot(content_);
+        expired_ = false;
+        return value_ ? &*value_ : nullptr;
+    }
+
+  private:
+    Content content_;
+    bool expired_ = true;
+    std::optional<InterfaceSnapshot> value_;
+};
+
+Snapshot interfaces{Content::links_and_addresses};
+Snapshot linkstates{Content::links};
+
+} // namespace
+
+const NetLink *InterfaceSnapshot::link(std::string_view name) const
+{
+    for (const NetLink &link : links) {
+        if (link.name == name)
+            return &link;
+    }
+    return nullptr;
+}
+
+const NetAddress *InterfaceSnapshot::address(std::string_view name) const
+{
+    const NetLink *owner = link(name);
+    for (const NetAddress &address : addresses) {
+        if (owner && address.link_index == owner->index)
+            return &address;
+    }
+    return nullptr;
+}
+
+const InterfaceSnapshot *interface_snapshot()
+{
+    return interfaces.get();
+}
+
+const InterfaceSnapshot *linkstate_snapshot()
+{
+    return linkstates.get();
+}
+
+void expire_interface_snapshot()
+{
+    interfaces.expire();
+}
+
+void expire_linkstate_snapshot()
+{
+    linkstates.expire();
+}
+
+std::size_t netlink_snapshots_built()
+{
+    return snapshots_built;
+}
+
+} // namespace qvcd

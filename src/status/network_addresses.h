@@ -1,0 +1,33 @@
+#pragma once
+
+#include "status/netlink.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qvcd {
+
+/// Read function of one field of an interface. `attr` is "<interface> <field>", or the field of "eth0"; its
+/// first 255 bytes count. `file` is not used. The snapshot is taken anew when `cached` is false.
+///
+/// Fields of the running interface: "ipaddress", "broadcast", "submask", "mtu", "macaddress" ("Not Available"
+/// without such an interface, "Error getting" when it has none). Fields of its configuration, read from the
+/// file that belongs to its address mode: "gateway", "nameserver", "domain".
+bool ifconfig_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+
+/// One field of the running interface; nothing when there is none.
+std::optional<std::string> interface_field(const InterfaceSnapshot &snapshot, std::string_view interface,
+                                           std::string_view field);
+
+/// The dotted mask with the top `prefix_length` of 32 bits set; nothing for 0 and below.
+std::optional<std::string> submask_text(int prefix_length);
+
+/// "<interface> <field>" or "<field>", split at blanks.
+struct InterfaceField {
+    std::string interface;
+    std::string field; ///< empty when the text names none
+};
+InterfaceField split_interface_field(std::string_view text, std::string_view default_interface);
+
+} // namespace qvcd

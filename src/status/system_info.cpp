@@ -1,0 +1,157 @@
+#include "status/system_info.h"
+
+#include "platform/clock.h"
+#include "platform/power.h"
+#include "platform/small_file.h"
+#include "status/lookup.h"
+#include "status/print_text.h"
+
+#include <cstdlib>
+#include <sys/sysinfo.h>
+
+namespace qvcd {
+
+namespace {
+
+// The kernel's byte counts are taken as they stand; mem_unit is 1 on this board.
+std::string kib_text(unsigned long bytes)
+{
+    return std::to_string(bytes >> 10);
+}
+
+struct SysinfoRow {
+    std::string_view name;
+    std::string (*print)(const struct sysinfo &);
+};
+
+constexpr SysinfoRow kSysinfo[] = {
+    {"all",
+     [](const struct sysinfo &s) {
+         return load_text(s.loads[0]) + " " + load_text(s.loads[1]) + " " + load_text(s.loads[2]);
+     }},
+    {"avg1min", [](const struct sysinfo &s) { return load_text(s.loads[0]); }},
+    {"avg5min", [](const struct sysinfo &s) { return load_text(s.loads[1]); }},
+    {"avg15min", [](const struct sysinfo &s) { return load_text(s.loads[2]); }},
+    {"totalram", [](const struct sysinfo &s) { return kib_text(s.totalram); }},
+    {"used", [](const struct sysinfo &s) { return kib_text(s.totalram - s.freeram); }},
+    {"freeram", [](const struct sysinfo &s) { return kib_text(s.freeram); }},
+    {"sharedram", [](const struct sysinfo &s) { return kib_text(s.sharedram); }},
+    {"bufferram", [](const struct sysinfo &s) { return kib_text(s.bufferram); }},
+    {"numberprocs", [](const struct sysinfo &s) { return std::to_string(s.procs); }},
+};
+
+bool give(std::optional<std::string> text, std::string &out)
+{
+    if (!text)
+        return false;
+    out = std::move(*text);
+    return true;
+}
+
+} // namespace
+
+std::string load_text(unsigned long load)
+{
+    return print_text("%lu.%02lu", load >> 16, (load & 0xffffU) * 100 >> 16);
+}
+
+std::optional<std::string> sysinfo_text(const struct sysinfo &info, std::string_view attr)
+{
+    const SysinfoRow *row = find_row(kSysinfo, attr);
+    return row ? std::optional(row->print(info)) : std::nullopt;
+}
+
+std::optional<std::string> uptime_text(long seconds, std::string_view attr)
+{
+    const long days = seconds / 86400;
+    const long hours = seconds / 3600 % 24;
+    const long minutes = seconds / 60 % 60;
+    if (attr == "all")
+        return print_text("%ld day%s, %2ld:%02ld", days, days == 1 ? "" : "s", hours, minutes);
+    if (attr == "day")
+        return std::to_string(days);
+    if (attr == "hr")
+        return print_text("%2ld", hours);
+    if (attr == "min")
+        return print_text("%02ld", minutes);
+    return std::nullopt;
+}
+
+std::optional<std::string> time_text(const std::tm &time, std::string_view attr)
+{
+    char text[64];
+    if (attr == "string")
+        return std::string(text, std::strftime(text, sizeof text, "%b %d, %Y, %H:%M:%S", &time));
+    if (attr == "timecode")
+        return std::string(text, std::strftime(text, sizeof text, "%Y%m%dT%H:%M:%S", &time));
+    return std::nullopt;
+}
+
+std::string temperature_text(const std::string &sensor, Degrees unit)
+{
+    const double celsius = std::strtod(sensor.c_str(), nullptr) / 1000;
+    return print_text("%3.1f", unit == Degrees::fahrenheit ? celsius * 1.8 + 32 : celsius);
+}
+
+bool info_get_sysinfo(const char *, const char *attr, std::string &out, bool cached)
+{
+    static struct sysinfo info {
+    };
+    if (!attr)
+        return false;
+    if (!cached)
+        sysinfo(&info);
+    return give(sysinfo_text(info, attr), out);
+}
+
+bool info_get_uptime(const char *, const char *attr, std::string &out, bool cached)
+{
+    static struct sysinfo uptme_info {
+    };
+    if (!attr)
+        return false;
+    if (!cached)
+        sysinfo(&uptme_info);
+    return give(uptime_text(uptme_info.uptime, attr), out);
+}
+
+bool info_get_temperature(const char *, const char *attr, std::string &out, bool)
+{
+    const auto sensor = read_small_file("/sys/class/hwmon/hwmon0/device/temp1_input", 128);
+    const bool fahrenheit = !attr || *attr == 'f' || *attr == 'F';
+    out = sensor ? temperature_text(*sensor, fahrenheit ? Degrees::fahrenheit : Degrees::celsius) : "0.0";
+    return true;
+}
+
+bool info_get_currenttime(const char *, const char *attr, std::string &out, bool cached)
+{
+    static std::tm ltime{};
+    if (!attr)
+        return false;
+    if (!cached)
+        ltime = qv_time_get();
+    return give(time_text(ltime, attr), out);
+}
+
+bool power_source_rfunc(const char *, const char *, std::string &out, bool)
+{
+    switch (power_read_source()) {
+    case 1:
+    case 2:
+        out = "DC";
+        return true;
+    case 4:
+        out = "BATT";
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool battery_level_rfunc(const char *, const char *, std::string &out, bool)
+{
+    out = std::to_string(power_read_battery_capacity());
+    return true;
+}
+
+} // namespace qvcd

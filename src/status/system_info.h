@@ -1,0 +1,48 @@
+#pragma once
+
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+
+struct sysinfo; // sys/sysinfo.h
+
+namespace qvcd {
+
+// Read functions of load, memory, uptime, temperature, time and power. `file` is not used. The records of
+// load, uptime and time are taken anew when `cached` is false, so that the values of one request belong
+// together.
+
+/// sysinfo(2): `attr` is "all", "avg1min", "avg5min", "avg15min" (load averages, "0.25"), "totalram", "used",
+/// "freeram", "sharedram", "bufferram" (KiB) or "numberprocs".
+bool info_get_sysinfo(const char *file, const char *attr, std::string &out, bool cached);
+
+/// sysinfo(2): `attr` is "all" ("0 days,  3:07"), "day", "hr" or "min".
+bool info_get_uptime(const char *file, const char *attr, std::string &out, bool cached);
+
+/// The first sensor of the first hardware monitor (hwmon, temp1_input, millidegrees Celsius): in Fahrenheit
+/// when `attr` is null or begins with "f" or "F", else in Celsius; "0.0" without a sensor.
+bool info_get_temperature(const char *file, const char *attr, std::string &out, bool cached);
+
+/// The local time: `attr` is "string" ("Feb 29, 2024, 12:00:00") or "timecode" ("20240229T12:00:00").
+bool info_get_currenttime(const char *file, const char *attr, std::string &out, bool cached);
+
+/// "DC" or "BATT"; none when no source feeds the device.
+bool power_source_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+
+/// Capacity of the battery in percent; 0 without one.
+bool battery_level_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+
+// What the readers print, from records that a caller hands in; nothing for an unknown `attr`.
+
+/// A load average with 16 fraction bits: 98304 gives "1.50". The fraction is truncated.
+std::string load_text(unsigned long load);
+std::optional<std::string> sysinfo_text(const struct sysinfo &info, std::string_view attr);
+std::optional<std::string> uptime_text(long seconds, std::string_view attr);
+std::optional<std::string> time_text(const std::tm &time, std::string_view attr);
+
+enum class Degrees { celsius, fahrenheit };
+/// `sensor`: the text of the sensor file.
+std::string temperature_text(const std::string &sensor, Degrees unit);
+
+} // namespace qvcd
