@@ -1,0 +1,167 @@
+#include "commands/change.h"
+
+#include "base/limits.h"
+#include "base/reply.h"
+#include "base/text.h"
+#include "commands/apply.h"
+#include "commands/save.h"
+#include "commands/script_hook.h"
+#include "commands/set.h"
+#include "funcs/add_remove_map.h"
+#include "funcs/read_map.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "store/database.h"
+
+namespace qvcd {
+
+namespace {
+
+constexpr char kPostRevertScript[] = "/usr/share/qvcontrol/post_revert_script";
+
+// 1 when the caller may not write the API or the system does not tell its value.
+int revert_param(unsigned mask, const std::string &api, std::FILE *out)
+{
+    if ((mask & meta_get_perm(api) & kWriteBits) == 0)
+        return 1;
+    std::string value;
+    if (!rfuncmap_read(api, value) || !metaDB.find(api)) // it may have been deleted while the reader waited
+        return 1;
+    hdfDB.set(api, value);
+    meta_set(api, "mod", "0");
+    meta_set(api, "noapp", "0");
+    reply_value(out, api, value);
+    qv_log_print(kLogNotice, "Revert %s=%s\n", api.c_str(),
+                 meta_is_password(api) ? kHiddenPassword : value.c_str());
+    return 0;
+}
+
+int revert_argument(unsigned mask, const std::string &name, std::FILE *out)
+{
+    const Node node = metaDB.find(name);
+    if (!node) {
+        reply_value(out, name, API_E_PARAM_NOT_FOUND);
+        return 1;
+    }
+    if (!node.first_child())
+        return name.empty() ? 0 : revert_param(mask, name, out);
+    int result = 0;
+    for (const std::string &api : hdfutils_parent_names(node, name, flag_modified_or_unapplied)) {
+        if (revert_param(mask, api, out) != 0 && api == name)
+            result = 1;
+    }
+    return result;
+}
+
+Args names_of(const Args &argv)
+{
+    Args names;
+    for (const std::string &arg : argv)
+        names.push_back(arg.substr(0, arg.find('=')));
+    return names;
+}
+
+int command_modify(unsigned mask, Args &argv, std::FILE *out)
+{
+    const int set = command_sets(mask, argv, out);
+    Args names = names_of(argv);
+    if (set == 0)
+        return command_save(mask, names, out) == 0 ? 0 : 1;
+    command_revert(mask, names, out);
+    return 1;
+}
+
+// What add and remove need of their argument "name=value".
+struct Member {
+    std::string api;
+    std::string value;
+    std::string file;
+    std::string function;
+};
+
+std::optional<Member> parse_member(const Args &argv, const char *attribute)
+{
+    // A value ends at its next "=".
+    const std::vector<std::string> words = split_words(argv.empty() ? "" : argv.front(), "=");
+    if (words.size() < 2)
+        return std::nullopt;
+    const auto value = url_unescape(words[1]);
+    const auto file = meta_get(words[0], "file");
+    const auto function = meta_get(words[0], attribute);
+    if (!value || !file || !function)
+        return std::nullopt;
+    return Member{words[0], cut(*value, kMaxValueBytes), *file, *function};
+}
+
+int command_add(unsigned, Args &argv, std::FILE *out)
+{
+    const auto member = parse_member(argv, "add");
+    return member ? addfuncmap_add(member->file, member->api, member->value, out) : 0;
+}
+
+int command_remove(unsigned, Args &argv, std::FILE *out)
+{
+    const auto member = parse_member(argv, "remove");
+    if (!member)
+        return 0;
+    const int result = removefuncmap_remove(member->file, member->api, member->value, out);
+    qv_log_print(kLogInfo, "Remove %s from %s using %s func\n", member->value.c_str(), member->api.c_str(),
+                 member->function.c_str());
+    return result;
+}
+
+} // namespace
+
+int command_revert(unsigned mask, Args &argv, std::FILE *out)
+{
+    int result = 0;
+    for (const std::string &name : argv)
+        result |= revert_argument(mask, name, out);
+    if (argv.empty())
+        revert_argument(mask, "", out);
+    if (result == 0)
+        cmd_script_hook(kPostRevertScript, argv);
+    return result;
+}
+
+int command_update(unsigned mask, Args &argv, std::FILE *out)
+{
+    const int set = command_set(mask, argv, out);
+    Args names = names_of(argv);
+    if (set == 0)
+        return command_save(mask, names, out) == 0 && command_apply(mask, names, out) == 0 ? 0 : 1;
+    command_revert(mask, names, out);
+    return 1;
+}
+
+const CommandRecord revertRecord = {
+    .name = "revert",
+    .handler = command_revert,
+    .summary = "Revert an API or group",
+};
+
+const CommandRecord updateRecord = {
+    .name = "update",
+    .handler = command_update,
+    .summary = "Perform a set, save and apply",
+};
+
+const CommandRecord modifyRecord = {
+    .name = "modify",
+    .handler = command_modify,
+    .summary = "Perform a set and save command",
+};
+
+const CommandRecord addRecord = {
+    .name = "add",
+    .handler = command_add,
+    .summary = "Perform the add function associated with an api",
+};
+
+const CommandRecord removeRecord = {
+    .name = "remove",
+    .handler = command_remove,
+    .summary = "Perform the remove function associated with an api",
+};
+
+} // namespace qvcd

@@ -1,0 +1,238 @@
+#include "commands/defaults.h"
+
+#include "base/limits.h"
+#include "base/reply.h"
+#include "base/text.h"
+#include "commands/change.h"
+#include "commands/script_hook.h"
+#include "commands/user.h"
+#include "model/populate.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "store/database.h"
+
+namespace qvcd {
+
+namespace {
+
+constexpr char kPreDefaultScript[] = "/usr/share/qvcontrol/pre_default_script";
+constexpr char kPostDefaultScript[] = "/usr/share/qvcontrol/post_default_script";
+constexpr char hide_password[] = "*****";
+
+using PrintStep = void (*)(unsigned mask, const std::string &api, std::FILE *out);
+
+void print_flag(unsigned mask, const std::string &api, std::FILE *out)
+{
+    const auto value = hdfDB.get(api);
+    if (value && !meta_is_hidden(mask, api) && (mask & meta_get_perm(api) & kReadBits) != 0)
+        reply_value(out, api, *value);
+}
+
+void print_default(unsigned mask, const std::string &api, std::FILE *out)
+{
+    const auto value = hdfDB.get(api);
+    if (!value || api.find("__") != std::string::npos || meta_is_hidden(mask, api))
+        return;
+    const auto fallback = meta_get_this_level(api, "default");
+    if (!fallback || *fallback == *value)
+        return;
+    const std::string shown = meta_is_password(api) ? hide_password : std::string(*value);
+    reply_printf(out, "%s=%s (%s)\n", api.c_str(), shown.c_str(), fallback->c_str());
+}
+
+int check_flag(unsigned mask, const Args &argv, std::FILE *out, Classifier classify, PrintStep print)
+{
+    const auto walk = [&](Node node, const std::string &name) {
+        for (const std::string &api : hdfutils_parent_names(node, name, classify))
+            print(mask, api, out);
+    };
+    for (const std::string &name : argv) {
+        if (const Node node = metaDB.find(name))
+            walk(node, name);
+        else
+            reply_value(out, name, API_E_PARAM_NOT_FOUND);
+    }
+    if (argv.empty())
+        walk(metaDB.root(), "");
+    return 0;
+}
+
+int command_check_modified(unsigned mask, Args &argv, std::FILE *out)
+{
+    return check_flag(mask, argv, out, flag_modified, print_flag);
+}
+
+int command_check_applied(unsigned mask, Args &argv, std::FILE *out)
+{
+    return check_flag(mask, argv, out, flag_apply_pending, print_flag);
+}
+
+int command_check_default(unsigned mask, Args &argv, std::FILE *out)
+{
+    return check_flag(mask, argv, out, meta_has_default, print_default);
+}
+
+int restore_param_to_default(unsigned mask, const std::string &api, std::FILE *out)
+{
+    const unsigned perm = meta_get_perm(api);
+    if ((mask & perm & kWriteBits) == 0)
+        return 1;
+    const auto fallback = meta_get_this_level(api, "default");
+    if (meta_is_true(api, "dynamic") || !fallback || hdfDB.get(api) == *fallback)
+        return 0;
+    hdfDB.set(api, *fallback);
+    meta_set(api, "mod", "1");
+    if ((mask & perm & kApplyBits) != 0 && meta_get(api, "apply"))
+        meta_set(api, "noapp", "1");
+    reply_value(out, api, *fallback);
+    qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(),
+                 meta_is_password(api) ? kHiddenPassword : fallback->c_str());
+    return 0;
+}
+
+void restore_group(unsigned mask, Node node, const std::string &name, std::FILE *out)
+{
+    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode))
+        restore_param_to_default(mask, api, out);
+}
+
+const Args network_settings = {"Network.hostname", "Network.Interfaces", "Services.Zeroconf",
+                               "Services.HTTP"};
+const Args all_settings = {};
+const Args default_settings = {"default"};
+
+struct FactoryScope {
+    const char *word;
+    const Args *defaults; // what goes back to its defaults
+    const Args *kept;     // what is read back from the system afterwards
+};
+constexpr FactoryScope kFactoryScopes[] = {
+    {"all", &all_settings, nullptr},
+    {"network", &network_settings, nullptr},
+    {"nonetwork", &all_settings, &network_settings},
+};
+
+constexpr char kFactoryUsage[] = "all       - reset entire settings tree and user settings\n"
+                                 "network   - reset Network.Interfaces,Network.hostname,Services.HTTP,\n"
+                                 "            Services.Zeroconf and user settings\n"
+                                 "nonetwork - reset entire settings tree but the above, and user settings\n";
+
+const FactoryScope *find_scope(const std::string &word)
+{
+    for (const FactoryScope &row : kFactoryScopes) {
+        if (word == row.word)
+            return &row;
+    }
+    return nullptr;
+}
+
+int command_factory(unsigned mask, Args &argv, std::FILE *out)
+{
+    const FactoryScope *scope = find_scope(argv.empty() ? "all" : argv.front());
+    if (!scope) {
+        reply_text(out, kFactoryUsage);
+        return 0;
+    }
+    cmd_script_hook(kPreDefaultScript, argv);
+    Args names = *scope->defaults;
+    command_default(mask, names, out);
+    if (scope->kept) {
+        Args kept = *scope->kept;
+        command_revert(mask, kept, out);
+    }
+    Args users = default_settings;
+    command_user(mask, users, out);
+    cmd_script_hook(kPostDefaultScript, argv);
+    return 0;
+}
+
+int command_reload(unsigned, Args &argv, std::FILE *out)
+{
+    for (const std::string &argument : argv) {
+        const std::string name = cut(argument, kMaxNameBytes);
+        const Node node = name.empty() ? Node() : metaDB.find(name);
+        if (node.first_child()) {
+            hdfdb_populate(name);
+            reply_line(out, name);
+        } else {
+            reply_value(out, name, API_E_PARAM_NOT_FOUND);
+            qv_log_print(kLogInfo, "Reload %s=%s\n", name.c_str(), API_E_PARAM_NOT_FOUND);
+        }
+    }
+    if (argv.empty())
+        hdfdb_populate();
+    return 0;
+}
+
+} // namespace
+
+int command_default(unsigned mask, Args &argv, std::FILE *out)
+{
+    int result = 0;
+    for (const std::string &name : argv) {
+        const Node node = name.empty() ? Node() : hdfDB.find(name);
+        if (!node) {
+            reply_value(out, name, API_E_PARAM_NOT_FOUND);
+            result = 1;
+        } else if (node.first_child()) {
+            restore_group(mask, node, name, out);
+        } else if (restore_param_to_default(mask, name, out) != 0) {
+            result = 1;
+        }
+    }
+    if (argv.empty())
+        restore_group(mask, hdfDB.root(), "", out);
+    return result;
+}
+
+namespace {
+constexpr char kCheckSynopsis[] = "<parameter> or <group> to check";
+}
+
+const CommandRecord checkmodRecord = {
+    .name = "checkmod",
+    .handler = command_check_modified,
+    .summary = "Check if group or parameter has been modified",
+    .synopsis = kCheckSynopsis,
+    .return_values = "List of parameters that have been modified",
+};
+
+const CommandRecord checkappRecord = {
+    .name = "checkapp",
+    .handler = command_check_applied,
+    .summary = "Check if group or parameter has been applied",
+    .synopsis = kCheckSynopsis,
+};
+
+const CommandRecord checkdefRecord = {
+    .name = "checkdef",
+    .handler = command_check_default,
+    .summary = "Check if group or parameter has been changed from default",
+    .synopsis = kCheckSynopsis,
+};
+
+const CommandRecord defaultRecord = {
+    .name = "default",
+    .handler = command_default,
+    .summary = "Set the parameter or group to it's default values",
+    .synopsis = "<parameter> or <group>",
+};
+
+const CommandRecord factoryResetRecord = {
+    .name = "factory_reset",
+    .handler = command_factory,
+    .summary = "Perform a factory reset",
+    .synopsis = "all, network, nonetwork",
+    .notes = "This command will default all the settings",
+};
+
+const CommandRecord reloadRecord = {
+    .name = "reload",
+    .handler = command_reload,
+    .summary = "Re-read from the source of the API",
+    .synopsis = "API or group to reload",
+    .return_values = "Key/value of API(s) reloaded",
+    .notes = "Mostly used for debugging",
+};
+
+} // namespace qvcd

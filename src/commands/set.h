@@ -1,0 +1,34 @@
+#pragma once
+
+#include "commands/command.h"
+
+#include <string>
+
+namespace qvcd {
+
+extern const CommandRecord setRecord;
+extern const CommandRecord setsRecord;
+extern const CommandRecord setaRecord;
+extern const CommandRecord setnRecord;
+extern const CommandRecord insertRecord;
+extern const CommandRecord deleteRecord;
+
+/// Which change flags a set raises.
+enum class SetMode {
+    set,  ///< "mod" and, when the caller may apply and there is something to apply, "noapp"
+    sets, ///< "mod" only
+    seta, ///< "noapp" only
+    none, ///< no flag; only import asks for it
+};
+
+// Arguments are "name=value" with URL-escaped values. 0 when every one succeeded.
+int command_set(unsigned mask, Args &argv, std::FILE *out);
+int command_sets(unsigned mask, Args &argv, std::FILE *out);
+int command_seta(unsigned mask, Args &argv, std::FILE *out);
+int command_setn(unsigned mask, Args &argv, std::FILE *out); ///< no flags: not what the command "setn" runs
+
+/// Sets one API to a URL-escaped value; the reply is the new value or what is wrong with it.
+int set_param(unsigned mask, const std::string &api, const std::string &escaped, std::FILE *out,
+              SetMode mode);
+
+} // namespace qvcd
