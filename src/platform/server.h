@@ -4,12 +4,15 @@
 #include <cstddef>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 namespace qvcd {
 
-inline constexpr std::size_t kMaxLineBytes = std::size_t{1} << 20; // one request line; a longer one ends the connection
+inline constexpr std::size_t kMaxLineBytes = std::size_t{1}
+                                             << 20; // one request line; a longer one ends the connection
 inline constexpr std::chrono::seconds kFirstLineTimeout{30};
 inline constexpr std::chrono::seconds kIdleTimeout{60};
 inline constexpr std::chrono::seconds kSendTimeout{30};
@@ -20,56 +23,70 @@ inline constexpr std::chrono::seconds kSendTimeout{30};
 /// client that does not read.
 class ServerConnection {
   public:
-    explicit ServerConnection(int socket);
+    /// `socket` stays the caller's. Sending gives up when the client takes nothing for `send_patience`.
+    explicit ServerConnection(int socket, std::chrono::milliseconds send_patience = kSendTimeout);
     ~ServerConnection();
     ServerConnection(const ServerConnection &) = delete;
     ServerConnection &operator=(const ServerConnection &) = delete;
 
     enum class Read { line, end };
 
-    /// Reads up to and including the next newline, at most `limit` bytes; what is left of a longer line comes
-    /// with the next call. At the end of input the last line may lack its newline. `end`: nothing more comes
-    /// (end of input, an error, no whole line within `timeout`, a line of over kMaxLineBytes, or stop of the
-    /// server).
+    /// Reads up to and including the next newline. With a `limit` below kMaxLineBytes at most that many bytes
+    /// come, and what is left of a longer line comes with the next call. At the end of input the last line
+    /// may lack its newline. `end`: nothing more comes (end of input, an error, no whole line within
+    /// `timeout`, a line of over kMaxLineBytes, or stop of the server); it stays so.
     Read read_line(std::string &line, std::size_t limit, std::chrono::milliseconds timeout);
 
     /// True when a whole further line waits in memory: the reply can wait for its answer too.
     bool line_waiting() const;
 
+    /// Where the answer goes. The stream is not locked: one thread at a time.
     std::FILE *out();
 
     /// Bytes written to out() that were not sent yet.
     std::size_t pending();
 
-    /// Sends what was written to out(). False when the client went away or did not read for kSendTimeout; then
-    /// nothing can be sent any more.
+    /// Sends what was written to out(). False when the client went away or took nothing for too long; then
+    /// nothing can be sent any more, and what is written is dropped. Input can still be read.
     bool flush();
 
   private:
-    bool fill(std::chrono::milliseconds timeout);
+    std::string_view unread() const { return {in_.get() + in_begin_, in_end_ - in_begin_}; }
+    std::size_t next_piece(std::size_t limit);
+    void make_room();
+    bool fill(std::chrono::milliseconds timeout, std::chrono::steady_clock::time_point deadline, bool first);
+    Read give_up(const char *reason);
+    static ssize_t append_reply(void *connection, const char *bytes, std::size_t size);
 
     int socket_;
-    bool broken_ = false;
-    std::string in_;
-    std::size_t in_pos_ = 0;
+    std::chrono::milliseconds send_patience_;
+    std::chrono::milliseconds receive_timeout_{-1}; // what the socket is set to
+    bool ended_ = false;                            // no more input from the socket
+    bool broken_ = false;                           // no more output to the socket
+    std::size_t in_size_;
+    std::unique_ptr<char[]> in_;
+    std::size_t in_begin_ = 0;   // first byte that was not handed out
+    std::size_t in_scanned_ = 0; // no newline between in_begin_ and here
+    std::size_t in_end_ = 0;
     std::string reply_;
     std::FILE *out_;
 };
 
-/// Serves one connection to its end; called on the slot's own thread. The server closes the socket afterwards.
+/// Serves one connection to its end; called on the slot's own thread. The server closes the socket
+/// afterwards.
 using ConnectionHandler = std::function<void(ServerConnection &)>;
 
-/// Starts `slots` threads that accept and serve connections of the Unix stream socket "/var/run/qv/<name>.sock"
-/// below the sysroot (folder 0755, socket 0660, group "qv" when that group exists). A stale socket of a dead
-/// server is replaced. Returns 0, or -1 after reporting why (a live server answers there, the folder cannot be
-/// made, the path is too long for a socket address).
+/// Starts `slots` threads that accept and serve connections of the Unix stream socket
+/// "/var/run/qv/<name>.sock" below the sysroot (folder 0755, socket 0660, group "qv" when that group exists).
+/// A stale socket of a dead server is replaced. Returns 0, or -1 after reporting why (a live server answers
+/// there, the folder cannot be made, the path is too long for a socket address).
 int qv_ipc_server_init(std::string_view name, int slots, ConnectionHandler handler);
 
 /// The same for TCP on `address` (numeric IPv4 or IPv6) and `port`. SO_REUSEADDR is set.
 int qv_rpc_server_init(const char *address, int port, int slots, ConnectionHandler handler);
 
-/// Stops all servers: no new connection is accepted, open ones are shut down, sockets are removed. Waits up to
-/// `patience` for the slots' threads; a thread that does not come back is left behind.
+/// Stops all servers: no new connection is accepted, open ones are shut down, sockets are removed. Waits up
+/// to `patience` for the slots' threads; a thread that does not come back is left behind.
 void qv_ipc_server_exit(std::chrono::milliseconds patience = std::chrono::seconds{2});
 
 /// The path of the Unix socket of endpoint `name`, below the sysroot. See unix(7): at most 107 bytes fit.

@@ -1,0 +1,192 @@
+#include "platform/log.h"
+
+#include "platform/fd.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <mutex>
+#include <string_view>
+#include <syslog.h>
+
+namespace qvcd {
+
+namespace detail {
+std::atomic<int> log_threshold{-1};
+}
+
+namespace {
+
+constexpr std::array<int, 5> kThresholds = {kLogError, kLogWarning, kLogInfo, kLogDebug, kLogTrace};
+constexpr mode_t kLogFileMode = 0640;
+
+struct Log {
+    std::mutex mutex;
+    bool timestamp = false;
+    bool to_stderr = false;
+    bool to_syslog = false;
+    Fd file;
+    std::string identity; // openlog(3) keeps the pointer
+};
+
+// Never destroyed: threads that are left behind at shutdown may still log.
+Log &the_log()
+{
+    static Log *const log = new Log;
+    return *log;
+}
+
+bool is_control(char c)
+{
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
+}
+
+void append_clean(std::string &line, std::string_view text)
+{
+    if (std::ranges::none_of(text, is_control)) {
+        line += text;
+        return;
+    }
+    constexpr char kHex[] = "0123456789ABCDEF";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (is_control(c))
+            line += {'\\', 'x', kHex[byte >> 4U], kHex[byte & 15U]};
+        else
+            line += c;
+    }
+}
+
+void append_time(std::string &line)
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::array<char, 32> text{};
+    line.append(text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S ", &local));
+}
+
+// A log that cannot be written has nobody to be told.
+void write_all(int fd, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return;
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+}
+
+// One write a target, so that lines of several processes do not mix.
+void write_line(int priority, std::string_view text)
+{
+    Log &log = the_log();
+    const std::lock_guard lock(log.mutex);
+    std::string line;
+    line.reserve(text.size() + 32);
+    if (log.timestamp)
+        append_time(line);
+    const std::size_t text_at = line.size();
+    append_clean(line, text);
+    if (log.to_syslog)
+        ::syslog(std::min<int>(priority, LOG_DEBUG), "%s", line.c_str() + text_at);
+    line += '\n';
+    if (log.to_stderr)
+        write_all(STDERR_FILENO, line);
+    if (log.file)
+        write_all(log.file.get(), line);
+}
+
+void print_formatted(int priority, const char *format, va_list args)
+{
+    std::array<char, 1024> small;
+    va_list again;
+    va_copy(again, args);
+    const int n = std::vsnprintf(small.data(), small.size(), format, args);
+    std::string large;
+    std::string_view text(small.data(),
+                          n > 0 ? std::min<std::size_t>(static_cast<std::size_t>(n), small.size() - 1) : 0);
+    if (n >= static_cast<int>(small.size())) {
+        large.resize(static_cast<std::size_t>(n));
+        std::vsnprintf(large.data(), large.size() + 1, format, again);
+        text = large;
+    }
+    va_end(again);
+    if (text.ends_with('\n'))
+        text.remove_suffix(1);
+    write_line(priority, text);
+}
+
+} // namespace
+
+void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool to_syslog,
+                  const char *identity)
+{
+    Log &log = the_log();
+    const std::lock_guard lock(log.mutex);
+    log.timestamp = timestamp;
+    log.to_stderr = debug;
+    log.identity = identity ? identity : "";
+    log.file.reset();
+    if (file) {
+        log.file.reset(::open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kLogFileMode));
+        if (!log.file)
+            write_all(STDERR_FILENO, log.identity + ": cannot open the log file " + file + ": " +
+                                         std::strerror(errno) + "\n");
+    }
+    if (log.to_syslog)
+        ::closelog();
+    log.to_syslog = to_syslog;
+    if (to_syslog)
+        ::openlog(log.identity.c_str(), LOG_PID, LOG_DAEMON);
+    const auto index = static_cast<std::size_t>(std::clamp(level, 0, 4));
+    detail::log_threshold.store(kThresholds[index], std::memory_order_relaxed);
+}
+
+void qv_log_print(int priority, const char *format, ...)
+{
+    if (!qv_log_wants(priority))
+        return;
+    va_list args;
+    va_start(args, format);
+    print_formatted(priority, format, args);
+    va_end(args);
+}
+
+void qv_log_stop()
+{
+    detail::log_threshold.store(-1, std::memory_order_relaxed);
+    Log &log = the_log();
+    const std::lock_guard lock(log.mutex);
+    log.to_stderr = false;
+    log.file.reset();
+    if (log.to_syslog)
+        ::closelog();
+    log.to_syslog = false;
+}
+
+void qv_report_failure(const std::string &text)
+{
+    Log &log = the_log();
+    bool seen_on_stderr = false;
+    {
+        const std::lock_guard lock(log.mutex);
+        seen_on_stderr = log.to_stderr;
+    }
+    qv_log_print(kLogError, "%s\n", text.c_str());
+    if (seen_on_stderr)
+        return;
+    std::string line = std::string(program_invocation_short_name) + ": ";
+    append_clean(line, text);
+    write_all(STDERR_FILENO, line + "\n");
+}
+
+} // namespace qvcd

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/fd.h"
+
+#include <chrono>
+#include <optional>
+#include <poll.h>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+namespace qvcd {
+
+// Sockets of the platform library. All are close-on-exec. A function that returns an empty Fd has set errno.
+
+using Deadline = std::chrono::steady_clock::time_point;
+
+inline Deadline deadline_in(std::chrono::milliseconds time)
+{
+    return std::chrono::steady_clock::now() + time;
+}
+
+/// Waits for poll(2) events on one descriptor. Returns the events that came, 0 when the time is over, -1 with
+/// errno set when poll failed.
+int poll_until(int fd, short events, Deadline deadline);
+
+/// Each blocking receive (send) on the socket waits at most this long and then fails with EAGAIN; see
+/// socket(7), SO_RCVTIMEO and SO_SNDTIMEO. The latter also holds for connect(2).
+void set_receive_timeout(int fd, std::chrono::milliseconds timeout);
+void set_send_timeout(int fd, std::chrono::milliseconds timeout);
+
+/// Sends everything, never raising SIGPIPE. False with errno set when the other side is gone, or takes
+/// nothing for `patience` (ETIMEDOUT). The socket may be blocking or not.
+bool send_all(int fd, std::string_view bytes, std::chrono::milliseconds patience);
+
+/// Connects to a Unix stream socket; the send time-out of the new socket is `timeout`.
+Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout);
+
+/// Connects over TCP to a host name or numeric address and a numeric port, trying all its addresses within
+/// `timeout`. Looking up a host name may take longer than that.
+Fd connect_tcp(const std::string &host, const std::string &port, std::chrono::milliseconds timeout);
+
+/// A listening Unix socket and its place in the file system.
+struct UnixListener {
+    Fd socket;
+    std::string path;
+    dev_t device = 0; // device and inode tell our socket from one that replaced it
+    ino_t inode = 0;
+};
+
+/// Listens on the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot; folder 0755, socket 0660 and
+/// of group "qv" when that group exists). Replaces the socket of a dead server. Reports every failure: a live
+/// server answers there, something else bears the name, the folder cannot be made, the path is too long.
+std::optional<UnixListener> listen_unix(std::string_view name);
+
+/// Removes the socket's name, unless another server has taken it over.
+void remove_unix_socket(const UnixListener &listener);
+
+/// Listens on a numeric IPv4 or IPv6 address; reports every failure. Accepted sockets inherit TCP_NODELAY and
+/// SO_KEEPALIVE.
+Fd listen_tcp(const char *address, int port);
+
+} // namespace qvcd
