@@ -4,17 +4,28 @@
 
 namespace qvcd {
 
+namespace {
+
+// An empty view may have no address, which fwrite does not take.
+void put(std::FILE *out, std::string_view text)
+{
+    if (!text.empty())
+        std::fwrite(text.data(), 1, text.size(), out);
+}
+
+} // namespace
+
 void reply_text(std::FILE *out, std::string_view text)
 {
     if (out)
-        std::fwrite(text.data(), 1, text.size(), out);
+        put(out, text);
 }
 
 void reply_line(std::FILE *out, std::string_view text)
 {
     if (!out)
         return;
-    std::fwrite(text.data(), 1, text.size(), out);
+    put(out, text);
     std::putc('\n', out);
 }
 
@@ -22,7 +33,7 @@ void reply_value(std::FILE *out, std::string_view key, std::string_view value)
 {
     if (!out)
         return;
-    std::fwrite(key.data(), 1, key.size(), out);
+    put(out, key);
     std::putc('=', out);
     reply_line(out, value);
 }

@@ -113,12 +113,13 @@ std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view
     if (texts.empty()) // nothing but commas: a type that no row holds
         texts.emplace_back();
     Alternative last;
-    const char *error = nullptr;
+    std::string_view error;
     for (const std::string &text : texts) {
         last = parse_alternative(text);
-        error = check_alternative(api, last, value);
-        if (!error)
+        const char *why = check_alternative(api, last, value);
+        if (!why)
             return std::nullopt;
+        error = why;
     }
     if (qv_log_wants(kLogDebug))
         qv_log_print(kLogDebug, "   %s: %s fail [%s]\n", std::string(api).c_str(), last.type.c_str(),

@@ -1,6 +1,7 @@
 #include "funcs/check_functions.h"
 #include "funcs/check_map.h"
 #include "platform/api_errors.h"
+#include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/profile_files.h"
@@ -397,6 +398,23 @@ TEST_F(CheckTest, ErrorLineIsCutTo255Bytes)
     const std::optional<std::string> line = check("boolean", times(1023, 'v'));
     ASSERT_TRUE(line);
     EXPECT_EQ(*line, std::string(API_E_INVALID_BOOLEAN_VALUE) + ": " + times(255 - 24 - 2, 'v'));
+}
+
+TEST_F(CheckTest, LogHoldsNoPassword)
+{
+    const TempFolder folder;
+    qv_log_start(4, false, false, folder.path("log").c_str(), false, "test");
+    check("password 8 63", "Secret");
+    check("password_old", "Secret");
+    check("boolean", "Public");
+    qv_log_stop();
+    const std::string log = folder.read("log");
+    EXPECT_NE(log.find("   Encoder.Profiles.name: password fail [##Password too short#: *******]"),
+              std::string::npos);
+    EXPECT_NE(log.find("Undefined check function: param:Encoder.Profiles.name value:*******"),
+              std::string::npos);
+    EXPECT_NE(log.find("boolean fail [##Invalid boolean value#: Public]"), std::string::npos);
+    EXPECT_EQ(log.find("Secret"), std::string::npos);
 }
 
 TEST_F(CheckTest, SubtypesWithoutARow)

@@ -225,7 +225,7 @@ TEST(KvReadline, Lines)
     const Line lines[] = {
         {"k=v\nnext=1", "k", "v", 4},
         {"k", "old", "old", 1},
-        {"k == \t: v w =\n", "k ", "v w =", 15},
+        {"k == \t: v w =\n", "k ", "v w =", 14},
         {"=v", "old", "v", 2},
         {"k=\n", "k", "", 3},
         {"\n", "old", "old", 1},
