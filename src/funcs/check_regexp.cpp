@@ -33,22 +33,25 @@ class Regexp {
     bool compiled_;
 };
 
-const Regexp &compiled(std::string_view pattern)
+using RegexpCache = std::map<std::string, Regexp, std::less<>>;
+
+const Regexp &compiled(RegexpCache &cache, std::string_view pattern)
 {
-    static std::mutex lock;
-    static std::map<std::string, Regexp, std::less<>> expressions; // its nodes never move
-    const std::lock_guard guard(lock);
-    if (const auto known = expressions.find(pattern); known != expressions.end())
+    if (const auto known = cache.find(pattern); known != cache.end())
         return known->second;
     const std::string text(pattern);
-    return expressions.try_emplace(text, text).first->second;
+    return cache.try_emplace(text, text).first->second;
 }
 
 } // namespace
 
 int check_regexp(std::string_view value, std::string_view pattern)
 {
-    return compiled(pattern).matches(std::string(value)) ? 0 : 1;
+    static std::mutex lock;
+    static RegexpCache cache;
+    // The match is made under the lock too: the library works in the compiled expression while it matches.
+    const std::lock_guard guard(lock);
+    return compiled(cache, pattern).matches(std::string(value)) ? 0 : 1;
 }
 
 } // namespace qvcd
