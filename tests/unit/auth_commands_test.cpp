@@ -1,0 +1,269 @@
+#include "auth_root.h"
+
+#include "base/options.h"
+#include "commands/group.h"
+#include "commands/session.h"
+#include "commands/user.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+
+#include <algorithm>
+
+namespace qvcd {
+namespace {
+
+using CommandsTest = AuthTest;
+
+constexpr unsigned kAdmin = 0x0777;
+constexpr unsigned kViewer = 0x0077;
+
+struct Answer {
+    int result;
+    std::string text;
+    bool operator==(const Answer &) const = default;
+};
+
+void PrintTo(const Answer &answer, std::ostream *out)
+{
+    *out << answer.result << " \"" << answer.text << "\"";
+}
+
+Answer ask(CommandHandler handler, unsigned mask, Args args)
+{
+    char *text = nullptr;
+    std::size_t size = 0;
+    std::FILE *out = open_memstream(&text, &size);
+    const int result = handler(mask, args, out);
+    std::fclose(out);
+    Answer answer{result, std::string(text, size)};
+    std::free(text);
+    return answer;
+}
+
+// args[0] is the sub-command.
+Answer ask_sub(const CommandRecord &record, const Args &args)
+{
+    const auto row =
+        std::ranges::find_if(record.sub_commands, [&](auto &sub) { return args[0] == sub.name; });
+    if (row == record.sub_commands.end())
+        return {-1, "no such sub-command"};
+    return ask(row->handler, kAdmin, args);
+}
+
+TEST_F(CommandsTest, UserSubCommands)
+{
+    const std::string long_name(5000, 'x');
+    const struct {
+        Args args;
+        Answer answer;
+    } rows[] = {
+        {{"add", "new", "2"}, {0, "User.new.group=2\n"}},
+        {{"add", "%6eew", "2"}, {0, "User.new.group=2\n"}},
+        {{"mod", "viewer", "1"}, {0, "User.viewer.group=1\n"}},
+        {{"add", "new", "9"}, {0, "User.new.group=##Invalid group#\n"}},
+        {{"add", "new", "1.perm"}, {0, "User.new.group=##Invalid group#\n"}},
+        {{"add", "new", ""}, {0, "User.new.group=##Invalid group#\n"}},
+        {{"add", "new"}, {0, "##Invalid user#\n"}},
+        {{"add"}, {0, "##Invalid user#\n"}},
+        {{"add", "n.w", "2"}, {0, "##Invalid user#\n"}},
+        {{"add", "n%2Ew", "2"}, {0, "##Invalid user#\n"}},
+        {{"add", "n%20w", "2"}, {0, "##Invalid user#\n"}},
+        {{"add", "new%00", "2"}, {0, "##Invalid user#\n"}},
+        {{"add", "%", "2"}, {0, "##Invalid user#\n"}},
+        {{"add", "", "2"}, {0, "##Invalid user#\n"}},
+        {{"add", long_name, "2"}, {0, "##Invalid user#\n"}},
+        {{"passwd", "admin", "n%20w%2B1"}, {0, "User.admin.passwd=n w+1\n"}},
+        {{"passwd", "admin"}, {0, "##error: user pwd <user> <password>#\n"}},
+        {{"passwd", "none", "x"}, {0, "User.none.passwd=##user none does not exist#\n"}},
+        {{"passwd", "a%0Ab", "x"}, {0, "User.a%0Ab.passwd=##user a%0Ab does not exist#\n"}},
+        {{"passwd", "admin.x", "x"}, {0, "User.admin.x.passwd=##user admin.x does not exist#\n"}},
+        {{"passwd", long_name, "x"},
+         {0, "User." + long_name + ".passwd=##user " + long_name + " does not exist#\n"}},
+        {{"passwd", "admin", "x%0Ay"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
+        {{"passwd", "admin", "+x"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
+        {{"passwd", "admin", "x%00"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
+        {{"passwd", "admin", long_name}, {0, "User.admin.passwd=##Password too long#\n"}},
+        {{"rem", "viewer"}, {0, "User.viewer\n"}},
+        {{"rem", "none"}, {1, "User.none=##Does not exist#\n"}},
+        {{"rem", "admin.passwd"}, {1, "User.admin.passwd=##Does not exist#\n"}},
+        {{"rem", "admin"}, {0, "##can not remove admin#\n"}},
+        {{"rem", "%61dmin"}, {0, "##can not remove admin#\n"}},
+        {{"rem"}, {0, "##can not remove #\n"}},
+        {{"import"}, {1, "##Specify a file to import#\n"}},
+        {{"import", "/tmp/none"}, {1, "##Specify a file to import#\n"}},
+        {{"import", "/tmp"}, {1, "##Error in file format#\n"}},
+        {{"import", "/etc/user.conf"}, {0, ""}},
+        {{"export", "/tmp/users"}, {0, ""}},
+        {{"export", "/none/users"}, {1, "##can not write /none/users#\n"}},
+        {{"export"},
+         {0, "Group.0.perm=7777\nGroup.1.perm=777\nGroup.2.perm=7777\n"
+             "User.admin.group=1\nUser.admin.passwd=kelpo\nUser.admin.default=first\n"
+             "User.viewer.group=2\nUser.viewer.passwd=a b\nUser.silent.group=2\n"}},
+        {{"list"},
+         {0, "User.admin.group=1\nUser.admin.passwd=kelpo\nUser.admin.default=first\n"
+             "User.viewer.group=2\nUser.viewer.passwd=a b\nUser.silent.group=2\n"}},
+        {{"default", "admin"}, {0, "User.admin.passwd=first\n"}},
+        {{"default", "viewer"}, {0, "User.viewer.passwd=##default does not exist#\n"}},
+        {{"default", "none"}, {0, "User.none.passwd=##user none does not exist#\n"}},
+        {{"default"},
+         {0, "User.admin.passwd=first\nUser.viewer.passwd=##default does not exist#\n"
+             "User.silent.passwd=##default does not exist#\n"}},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(row.answer, ask_sub(userRecord, row.args))
+            << row.args[0] << " " << row.args.back().substr(0, 40);
+        SetUp();
+    }
+}
+
+TEST_F(CommandsTest, ChangesAreOnDiskAtOnceAndRefusalsChangeNothing)
+{
+    const struct {
+        Args args;
+        bool changes;
+    } rows[] = {
+        {{"add", "new", "2"}, true},
+        {{"passwd", "admin", "other"}, true},
+        {{"rem", "viewer"}, true},
+        {{"default"}, true},
+        {{"import", "/tmp/more"}, true},
+        {{"add", "new", "9"}, false},
+        {{"add", "n.w", "2"}, false},
+        {{"passwd", "admin", "x+"}, false},
+        {{"rem", "admin"}, false},
+        {{"passwd", "none", "x"}, false},
+        {{"rem", "none"}, false},
+        {{"default", "viewer"}, false},
+        {{"import", "/tmp/broken"}, false},
+        {{"export", "/tmp/users"}, false},
+        {{"list"}, false},
+    };
+    auth_root().write("tmp/more", "User.more.group = 2\n");
+    auth_root().write("tmp/broken", "User.more.group = 2\nUser {\n");
+    for (const auto &row : rows) {
+        ask_sub(userRecord, row.args);
+        EXPECT_EQ(row.changes, user_file() != kUserFile) << row.args[0] << " " << row.args.back();
+        const std::string in_memory = ask_sub(userRecord, {"export"}).text;
+        user_load_db_file(qv_device_file("/etc/user.conf"));
+        EXPECT_EQ(in_memory, ask_sub(userRecord, {"export"}).text) << row.args[0] << " " << row.args.back();
+        SetUp();
+    }
+}
+
+TEST_F(CommandsTest, ExportGoesBelowTheRootAndIsSecret)
+{
+    ask_sub(userRecord, {"export", "/../tmp/users"});
+    EXPECT_EQ(0600U, mode_of("tmp/users"));
+    EXPECT_EQ(kUserFile, auth_root().read("tmp/users"));
+}
+
+TEST_F(CommandsTest, GroupSubCommands)
+{
+    const std::string groups = "Group.0.perm=7777\nGroup.1.perm=777\nGroup.2.perm=7777\n";
+    EXPECT_EQ((Answer{0, "##group add currently not supported#\n"}), ask_sub(groupRecord, {"add", "4"}));
+    EXPECT_EQ((Answer{0, "##group rem currently not supported#\n"}), ask_sub(groupRecord, {"rem", "2"}));
+    EXPECT_EQ((Answer{0, groups}), ask_sub(groupRecord, {"list"}));
+}
+
+TEST_F(CommandsTest, RefusalsOfTheSessionCommands)
+{
+    const struct {
+        const CommandRecord &record;
+        unsigned mask;
+        Args args;
+        Answer answer;
+    } rows[] = {
+        {userRecord, kViewer, {"list"}, {0, ""}},
+        {groupRecord, kViewer, {"list"}, {0, ""}},
+        {loginRecord, kAdmin, {}, {1, "##Invalid command arguments#\n"}},
+        {loginRecord, kViewer, {"admin"}, {1, "##Invalid command arguments#\n"}},
+        {loginRecord, kViewer, {"admin", "kelpo"}, {1, ""}},
+        {loginRecord, kAdmin, {"nobody", "kelpo"}, {1, "##Invalid user#\n"}},
+        {loginRecord, kAdmin, {"admin%00", "kelpo"}, {1, "##Invalid user#\n"}},
+        {loginRecord, kAdmin, {"admin", "wrong"}, {1, "##Invalid password#\n"}},
+        {loginRecord, kAdmin, {"admin", "kelpo%00"}, {1, "##Invalid password#\n"}},
+        {logoutRecord, kViewer, {}, {1, "##Invalid command arguments#: No session number\n"}},
+        {logoutRecord, kViewer, {"0"}, {1, ""}},
+        {logoutRecord, kAdmin, {"0"}, {1, "##Session 0 not valid#\n"}},
+        {logoutRecord, kAdmin, {"12x"}, {1, "##Session 12 not valid#\n"}},
+        {logoutRecord, kAdmin, {"-4"}, {1, "##Session -4 not valid#\n"}},
+        {sessionsRecord, kViewer, {}, {1, ""}},
+        {getSessionRecord, 0, {}, {1, "##Need to specify a session number#\n"}},
+        {getSessionRecord, 0, {"12"}, {1, "##Session 12 does not exist#\n"}},
+        {getSessionRecord, 0, {"0"}, {0, "session=0\nuser=root\nperm=7777\ngroup=0\nlogin=root\n"}},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(row.answer, ask(row.record.handler, row.mask, row.args)) << row.record.name;
+        Args args = row.args;
+        EXPECT_EQ(row.answer.result, row.record.handler(row.mask, args, nullptr)) << row.record.name;
+    }
+}
+
+TEST_F(CommandsTest, PasswordsArriveEscapedOrAsTheyStand)
+{
+    user_set_passwd("silent", "50%+tax %41");
+    const struct {
+        const char *name, *password;
+        int result;
+    } rows[] = {
+        {"viewer", "a+b", 0},         {"viewer", "a%20b", 0},
+        {"%76iewer", "a%20%62", 0},   {"box%3Aviewer", "a+b", 0},
+        {"viewer", "a%2Bb", 1},       {"silent", "50%25%2Btax%20%2541", 0},
+        {"silent", "50%+tax %41", 0}, {"silent", "50%2525%2Btax%20%2541", 1},
+    };
+    for (const auto &row : rows) {
+        const Answer answer = ask(loginRecord.handler, kAdmin, {row.name, row.password});
+        EXPECT_EQ(row.result, answer.result) << row.name << " " << row.password;
+        EXPECT_EQ(row.result == 0, answer.text.starts_with("Session=")) << answer.text;
+    }
+}
+
+TEST_F(CommandsTest, LifeOfASession)
+{
+    const Answer in = ask(loginRecord.handler, kAdmin, {"admin", "kelpo", "10.0.0.7", "web"});
+    ASSERT_EQ(0, in.result);
+    const std::string n = in.text.substr(8, in.text.size() - 9);
+    EXPECT_EQ("Session=" + n + "\n", in.text);
+
+    const std::string time = sessionDB.get_or("Session." + n + ".login", "");
+    EXPECT_EQ((Answer{0, "session=" + n + "\nuser=admin\nperm=777\ngroup=1\nlogin=" + time +
+                             "\nip=10.0.0.7\nserver=web\n"}),
+              ask(getSessionRecord.handler, 0, {n}));
+    EXPECT_EQ(
+        (Answer{0,
+                "Session {\n  0 {\n    user = root\n    perm = 7777\n    group = 0\n    login = root\n  }\n"
+                "  " +
+                    n + " {\n    user = admin\n    perm = 777\n    group = 1\n    login = " + time +
+                    "\n    ip = 10.0.0.7\n    server = web\n  }\n}\n"}),
+        ask(sessionsRecord.handler, kAdmin, {}));
+    EXPECT_EQ((Answer{0, "Session=" + n + "\n"}), ask(logoutRecord.handler, kAdmin, {n}));
+    EXPECT_EQ((Answer{1, "##Session " + n + " not valid#\n"}), ask(logoutRecord.handler, kAdmin, {n}));
+}
+
+TEST_F(CommandsTest, WithoutSessionCheckingEverySessionIsOne)
+{
+    disable_login = 1;
+    for (const Args &args : {Args{}, Args{"0"}, Args{"12"}, Args{"x"}})
+        EXPECT_EQ((Answer{0, "session=1\n"}), ask(getSessionRecord.handler, 0, args));
+    disable_login = 0;
+}
+
+TEST_F(CommandsTest, LogTellsWhoButNoPassword)
+{
+    const std::string file = auth_root().path("tmp/log");
+    qv_log_start(4, false, false, file.c_str(), false, "test");
+    ask(loginRecord.handler, kAdmin, {"admin", "s3cret%201"});
+    ask_sub(userRecord, {"passwd", "admin", "s3cret%201"});
+    ask(loginRecord.handler, kAdmin, {"admin", "s3cret%201", "10.0.0.7"});
+    user_set_passwd("admin", "x");
+    ask_sub(userRecord, {"passwd", "admin", "s3cret%0A1"});
+    qv_log_stop();
+
+    const std::string log = auth_root().read("tmp/log");
+    EXPECT_EQ(std::string::npos, log.find("s3cret")) << log;
+    for (const char *line : {"Failed login for user admin", "Set Password for user admin", " on 10.0.0.7"})
+        EXPECT_NE(std::string::npos, log.find(line)) << line << "\n" << log;
+}
+
+} // namespace
+} // namespace qvcd
