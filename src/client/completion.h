@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/options.h"
+
+namespace qvcd::client {
+
+/// The Bash script of `qvc completion bash`.
+extern const char kBashCompletion[];
+
+/// What can stand in place of `word` after the words `before`: commands, sub-commands, or setting names up to
+/// the next dot. Empty when the daemon does not answer within a short time. Candidates that end in "." or "="
+/// go on without a blank.
+std::vector<std::string> complete(const Options &options, const std::vector<std::string> &before,
+                                  const std::string &word);
+
+// The parts of it that only read text.
+
+/// The names in front of ": " of the lines of `help.cmd`.
+std::vector<std::string> parse_command_list(std::string_view text);
+
+/// "user.list" and so on from the SUB-COMMANDS section of a manual page.
+std::vector<std::string> parse_subcommands(std::string_view page);
+
+/// Of the names in front of "=" in `text` (the reply of browse), those that start with `prefix`, up to their
+/// next dot, which stays; a whole name is followed by `end`. Sorted, each once.
+std::vector<std::string> next_name_parts(std::string_view text, std::string_view prefix,
+                                         std::string_view end);
+
+} // namespace qvcd::client

@@ -1,0 +1,102 @@
+#include "client/escape.h"
+
+#include <algorithm>
+#include <array>
+#include <histedit.h>
+#include <memory>
+
+#include "client/errors.h"
+#include "platform/server.h"
+
+namespace qvcd::client {
+
+namespace {
+
+// Commands that take names and passwords of people: they decode every argument.
+constexpr std::array<std::string_view, 2> kFreeTextCommands{"login", "user"};
+
+bool takes_free_text(std::string_view command)
+{
+    return std::ranges::count(kFreeTextCommands, command.substr(0, command.find('.'))) != 0;
+}
+
+bool is_safe(char c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+           std::string_view("-._~:/@").find(c) != std::string_view::npos;
+}
+
+bool breaks_line(char c)
+{
+    return static_cast<unsigned char>(c) <= ' ' || c == 0x7f;
+}
+
+// A part that travels as it is.
+const std::string &plain(const std::string &text, std::string_view what)
+{
+    if (text.empty())
+        throw UsageError("an empty " + std::string(what) + " cannot be sent");
+    if (std::ranges::any_of(text, breaks_line))
+        throw UsageError("blank or control character in " + std::string(what) + " '" + url_escape(text) +
+                         "'");
+    return text;
+}
+
+std::string name_part(const std::string &name)
+{
+    if (name.find(',') != std::string::npos)
+        throw UsageError("comma in name '" + name + "'");
+    return plain(name, "name");
+}
+
+std::string wire_argument(const std::string &argument, bool free_text)
+{
+    if (free_text)
+        return plain(url_escape(argument), "argument");
+    const std::size_t equals = argument.find('=');
+    if (equals == std::string::npos)
+        return plain(argument, "argument");
+    return name_part(argument.substr(0, equals)) + "=" + url_escape(argument.substr(equals + 1));
+}
+
+} // namespace
+
+std::string url_escape(std::string_view text)
+{
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (is_safe(c))
+            escaped += c;
+        else
+            escaped.append({'%', digits[byte >> 4U], digits[byte & 0xfU]});
+    }
+    return escaped;
+}
+
+std::string wire_line(const std::vector<std::string> &words)
+{
+    std::string line = name_part(words.at(0));
+    const bool free_text = takes_free_text(words[0]);
+    for (std::size_t i = 1; i < words.size(); i++)
+        line += " " + wire_argument(words[i], free_text);
+    if (line.size() >= kMaxLineBytes)
+        throw UsageError("the command is longer than 1 MiB");
+    return line;
+}
+
+std::vector<std::string> split_typed_line(const std::string &line)
+{
+    const std::unique_ptr<Tokenizer, decltype(&tok_end)> tokenizer(tok_init(nullptr), tok_end);
+    int count = 0;
+    const char **words = nullptr;
+    if (tok_str(tokenizer.get(), line.c_str(), &count, &words) != 0)
+        throw UsageError("a quote is left open");
+    if (count > 0 && words[0][0] == '#')
+        return {};
+    return {words, words + count};
+}
+
+} // namespace qvcd::client

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "client/options.h"
+
+namespace qvcd::client {
+
+// Commands that the client knows by itself, and the way to all others.
+
+using Words = std::vector<std::string>; // a command and its arguments
+
+/// The lines that say `words` on the wire: one, but `help NAME` asks for a command and for a setting of that
+/// name. Throws UsageError for what the wire cannot say.
+std::vector<std::string> wire_lines(const Words &words);
+
+/// True for commands that work without the daemon's command connection (watch, completion).
+bool is_client_only(const std::string &command);
+
+/// Runs one command, prints its reply and returns the exit code. Throws UsageError and WireError.
+int run_command(const Options &options, const Words &words);
+
+/// Sends one command and prints its reply.
+int run_on_daemon(const Options &options, const Words &words);
+
+/// The exit status that stands for a command's result code: 0 stays 0, and no other becomes 0.
+int exit_status(int result);
+
+int run_login(const Options &options, const Words &words);
+int run_watch(const Options &options, const Words &words);
+int run_completion(const Options &options, const Words &words);
+
+/// The text line of an event that came as JSON: "event payload", control characters as %XX. Throws
+/// std::runtime_error when it is no event.
+std::string event_text(const std::string &json);
+
+} // namespace qvcd::client

@@ -1,0 +1,143 @@
+#include "client/options.h"
+
+#include <charconv>
+#include <cmath>
+#include <getopt.h>
+
+#include "client/errors.h"
+
+namespace qvcd::client {
+
+const char kUsage[] = R"(Usage: qvc [-s SESSION] [-H HOST:PORT] [-t SECONDS] COMMAND [ARG ...]
+       qvc [-s SESSION] [-H HOST:PORT] [-t SECONDS]
+
+Sends one command to the configuration daemon, prints its reply and exits with its result code.
+Without a command, reads commands: with line editing on a terminal, else line by line from standard input.
+
+  -s SESSION     session number from "qvc login" (default 0, the local root session)
+  -H HOST:PORT   ask over TCP instead of the local socket; an IPv6 address as [ADDRESS]:PORT
+  -t SECONDS     give up when the whole reply is not there in time (default 30)
+  -h, --help     this text
+  -V, --version  the version
+
+Commands of the client's own, besides the daemon's:
+  help [COMMAND|API]                    what the daemon says about its commands and settings
+  login USER [PASSWORD [IP [SERVER]]]   prints Session=NUMBER; asks for a missing password, or for one of "-"
+  watch [--json]                        prints events as they come, until interrupted
+  completion bash                       prints the completion script of Bash
+
+Exit code: the command's result; 2 for a wrong command line; 124 when the daemon cannot be reached, does not
+answer in time or breaks off.
+
+Examples:
+  qvc get Network
+  qvc set "Network.hostname=living-room"
+  qvc save Network && qvc apply Network
+)";
+
+const char kVersion[] = "qvc " QVC_VERSION "\n";
+
+namespace {
+
+constexpr double kLongestTimeoutSeconds = 86400;
+
+template <typename Number>
+bool parse_number(const std::string &text, Number &number)
+{
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+int session_number(const std::string &text)
+{
+    int number = 0;
+    if (!parse_number(text, number) || number < 0)
+        throw UsageError("'" + text + "' is no session number");
+    return number;
+}
+
+std::chrono::milliseconds time_limit(const std::string &text)
+{
+    double seconds = 0;
+    if (!parse_number(text, seconds) || !(seconds >= 0.001 && seconds <= kLongestTimeoutSeconds))
+        throw UsageError("'" + text + "' is no time limit: expected seconds, 0.001 to 86400");
+    return std::chrono::milliseconds(std::lround(seconds * 1000));
+}
+
+Endpoint tcp_endpoint(const std::string &text)
+{
+    const std::size_t colon = text.rfind(':');
+    Endpoint endpoint;
+    int port = 0;
+    if (colon != std::string::npos) {
+        endpoint.host = text.substr(0, colon);
+        endpoint.port = text.substr(colon + 1);
+    }
+    const bool bracketed = endpoint.host.starts_with('[') && endpoint.host.ends_with(']');
+    if (bracketed)
+        endpoint.host = endpoint.host.substr(1, endpoint.host.size() - 2);
+    if (endpoint.host.empty() || (!bracketed && endpoint.host.find(':') != std::string::npos) ||
+        !parse_number(endpoint.port, port) || port < 1 || port > 65535)
+        throw UsageError("'" + text + "' is no HOST:PORT");
+    return endpoint;
+}
+
+void take_option(Options &options, int option, const std::string &refused)
+{
+    switch (option) {
+    case 's':
+        options.session = session_number(optarg);
+        break;
+    case 'H':
+        options.endpoint = tcp_endpoint(optarg);
+        break;
+    case 't':
+        options.timeout = time_limit(optarg);
+        break;
+    case 'h':
+        options.action = Options::Action::help;
+        break;
+    case 'V':
+        options.action = Options::Action::version;
+        break;
+    case ':':
+        throw UsageError("option '" + refused + "' needs an argument");
+    default:
+        throw UsageError("unknown option '" + refused + "'");
+    }
+}
+
+} // namespace
+
+Options parse_options(const std::vector<std::string> &arguments)
+{
+    static constexpr option kLongOptions[] = {
+        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'V'},
+        {nullptr, 0, nullptr, 0},
+    };
+    std::vector<std::string> copy = arguments;
+    std::vector<char *> argv{nullptr};
+    for (std::string &argument : copy)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    std::string name = "qvc";
+    argv[0] = name.data();
+
+    Options options;
+    optind = 0; // getopt starts afresh
+    const int argc = static_cast<int>(argv.size()) - 1;
+    for (int option = 0; options.action == Options::Action::run;) {
+        const int at = optind == 0 ? 1 : optind;
+        option = getopt_long(argc, argv.data(), "+:s:H:t:hV", kLongOptions, nullptr);
+        if (option == -1)
+            break;
+        take_option(options, option, argv[static_cast<std::size_t>(at)]);
+    }
+    if (options.action == Options::Action::run)
+        options.words.assign(argv.begin() + optind, argv.end() - 1);
+    return options;
+}
+
+} // namespace qvcd::client

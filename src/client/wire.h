@@ -1,0 +1,59 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "client/reply.h"
+#include "platform/fd.h"
+
+namespace qvcd::client {
+
+/// Where the daemon listens: its local socket, or TCP when a host is given.
+struct Endpoint {
+    std::string host;
+    std::string port;
+
+    bool local() const { return host.empty(); }
+    std::string text() const; ///< for messages
+};
+
+/// The moment at which a request must be over.
+class Deadline {
+  public:
+    explicit Deadline(std::chrono::milliseconds patience);
+
+    /// What is left, for poll(2); 0 when it has passed.
+    int milliseconds() const;
+
+  private:
+    std::chrono::steady_clock::time_point end_;
+};
+
+// All of these throw WireError when the daemon cannot be reached, breaks off, or the deadline passes.
+
+/// A non-blocking, connected socket.
+Fd connect_to(const Endpoint &endpoint, const Deadline &deadline);
+
+/// The same for the local socket of endpoint `name`.
+Fd connect_local(const std::string &name, const Deadline &deadline);
+
+/// Waits until `events` of poll(2) are there, or throws.
+void wait_for(const Fd &socket, short events, const Deadline &deadline);
+
+/// Sends what the socket takes now and removes it from `text`. When the other side has closed, `text` is
+/// dropped: what it answered before can still be read.
+void send_some(const Fd &socket, std::string &text);
+
+/// Hands what has arrived to `parser`. Throws at the end of the stream.
+void receive_some(const Fd &socket, ReplyParser &parser);
+
+/// The first line of a connection: who asks.
+std::string greeting(int session);
+
+/// Sends `lines` as the commands of one connection, hands the reply lines to `sink` and returns the result
+/// code of the last command.
+int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines,
+        const Deadline &deadline, const LineSink &sink);
+
+} // namespace qvcd::client
