@@ -1,0 +1,98 @@
+#include "client/escape.h"
+
+#include <gtest/gtest.h>
+
+#include "client/errors.h"
+#include "client/local_commands.h"
+#include "platform/server.h"
+
+namespace qvcd::client {
+
+TEST(ClientEscape, WhatWouldSplitOrEndALineNeverTravels)
+{
+    const struct {
+        std::string text, escaped;
+    } cases[] = {
+        {"", ""},
+        {"rtsp://10.0.0.1:554/live_1-a.~@", "rtsp://10.0.0.1:554/live_1-a.~@"},
+        {"a b,c", "a%20b%2Cc"},
+        {"100%+1", "100%25%2B1"},
+        {"x\r\n#=\t\x7f", "x%0D%0A%23%3D%09%7F"},
+        {"\xc3\xa4\xff", "%C3%A4%FF"},
+        {std::string("a\0b", 3), "a%00b"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(url_escape(c.text), c.escaped) << c.text;
+}
+
+TEST(ClientEscape, EachWordIsOneWordOnTheWire)
+{
+    const struct {
+        std::vector<std::string> words;
+        std::string line;
+    } cases[] = {
+        {{"get"}, "get"},
+        {{"get", "A.B", "C"}, "get A.B C"},
+        {{"get", "A,B"}, "get A,B"},
+        {{"set", "A.b=x y,z"}, "set A.b=x%20y%2Cz"},
+        {{"set", "A="}, "set A="},
+        {{"set", "A=b=c\nset D=1"}, "set A=b%3Dc%0Aset%20D%3D1"},
+        {{"export", "/tmp/50%.hdf", "2"}, "export /tmp/50%.hdf 2"},
+        {{"login", "ann lee", "p=a,b%"}, "login ann%20lee p%3Da%2Cb%25"},
+        {{"user.passwd", "ann", "a b"}, "user.passwd ann a%20b"},
+        {{"user", "passwd", "ann", "a b"}, "user passwd ann a%20b"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(wire_line(c.words), c.line);
+}
+
+TEST(ClientEscape, WhatTheWireCannotSayIsRefused)
+{
+    const std::vector<std::string> cases[] = {
+        {""},
+        {"get A"},
+        {"get\n"},
+        {"get,set"},
+        {"get", ""},
+        {"get", "A B"},
+        {"get", "A\nset A=1"},
+        {"get", "A\r"},
+        {"set", "=1"},
+        {"set", "A,B=1"},
+        {"set", "A B=1"},
+        {"login", "ann", ""},
+        {"set", "A=" + std::string(kMaxLineBytes, 'x')},
+    };
+    for (const auto &words : cases)
+        EXPECT_THROW(wire_line(words), UsageError) << words.back().substr(0, 20);
+}
+
+TEST(ClientEscape, TypedLinesSplitAsInAShell)
+{
+    const struct {
+        std::string line;
+        std::vector<std::string> words;
+    } cases[] = {
+        {"", {}},
+        {"  \t \n", {}},
+        {"# set A=1\n", {}},
+        {" get  A.B\tC \n", {"get", "A.B", "C"}},
+        {"set 'A=x y' \"B=1,2\" C=a\\ b\n", {"set", "A=x y", "B=1,2", "C=a b"}},
+        {"set A=#1", {"set", "A=#1"}},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(split_typed_line(c.line), c.words) << c.line;
+    EXPECT_THROW(split_typed_line("set 'A=x"), UsageError);
+    EXPECT_THROW(split_typed_line("set \"A=x\n"), UsageError);
+}
+
+TEST(ClientEscape, HelpAsksForCommandsAndSettings)
+{
+    using Lines = std::vector<std::string>;
+    EXPECT_EQ(wire_lines({"help"}), Lines({"help.cmd"}));
+    EXPECT_EQ(wire_lines({"help", "get"}), Lines({"help.cmd get", "help.api get"}));
+    EXPECT_EQ(wire_lines({"help", "apihdf", "A"}), Lines({"help apihdf A"}));
+    EXPECT_EQ(wire_lines({"help.api"}), Lines({"help.api"}));
+}
+
+} // namespace qvcd::client

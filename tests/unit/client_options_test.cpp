@@ -1,0 +1,86 @@
+#include "client/options.h"
+
+#include <gtest/gtest.h>
+
+#include "client/errors.h"
+
+namespace qvcd::client {
+
+using Arguments = std::vector<std::string>;
+using std::chrono::milliseconds;
+
+TEST(ClientOptions, EndAtTheCommand)
+{
+    const Options options = parse_options({"-s", "17", "-t0.5", "-H", "box:8080", "set", "-s", "A=-t"});
+    EXPECT_EQ(options.session, 17);
+    EXPECT_EQ(options.timeout, milliseconds(500));
+    EXPECT_EQ(options.endpoint.text(), "box:8080");
+    EXPECT_EQ(options.words, Arguments({"set", "-s", "A=-t"}));
+    EXPECT_EQ(options.action, Options::Action::run);
+}
+
+TEST(ClientOptions, Defaults)
+{
+    const Options options = parse_options({});
+    EXPECT_EQ(options.session, 0);
+    EXPECT_EQ(options.timeout, milliseconds(30000));
+    EXPECT_TRUE(options.endpoint.local());
+    EXPECT_TRUE(options.words.empty());
+}
+
+TEST(ClientOptions, HelpAndVersionWinOverWhatFollows)
+{
+    EXPECT_EQ(parse_options({"--help", "--bogus"}).action, Options::Action::help);
+    EXPECT_EQ(parse_options({"-s", "1", "--version"}).action, Options::Action::version);
+    EXPECT_EQ(parse_options({"get", "--help"}).action, Options::Action::run);
+}
+
+TEST(ClientOptions, Endpoints)
+{
+    const struct {
+        std::string text, host, port;
+    } cases[] = {
+        {"box:1", "box", "1"},
+        {"10.0.0.1:65535", "10.0.0.1", "65535"},
+        {"[::1]:80", "::1", "80"},
+    };
+    for (const auto &c : cases) {
+        const Endpoint endpoint = parse_options({"-H", c.text}).endpoint;
+        EXPECT_EQ(endpoint.host, c.host);
+        EXPECT_EQ(endpoint.port, c.port);
+        EXPECT_EQ(endpoint.text(), c.text);
+    }
+}
+
+TEST(ClientOptions, WrongOnesAreRefused)
+{
+    const Arguments cases[] = {
+        {"-x"},
+        {"--bogus"},
+        {"-s"},
+        {"-s", "x"},
+        {"-s", "-1"},
+        {"-s", "1x"},
+        {"-s", ""},
+        {"-s", "2147483648"},
+        {"-t", "0"},
+        {"-t", "-1"},
+        {"-t", "nan"},
+        {"-t", "inf"},
+        {"-t", "86401"},
+        {"-t", "5s"},
+        {"-H", "box"},
+        {"-H", ":80"},
+        {"-H", "box:"},
+        {"-H", "box:0"},
+        {"-H", "box:65536"},
+        {"-H", "::1:80"},
+        {"-H", "[]:80"},
+        {"-H", "box:http"},
+        {"-H", ""},
+    };
+    for (const auto &arguments : cases)
+        EXPECT_THROW(parse_options(arguments), UsageError) << arguments.back();
+}
+
+} // namespace qvcd::client
