@@ -45,11 +45,13 @@ std::string reply_text(const Options &options, const std::string &line)
     if (const auto kept = cached_text(key))
         return *kept;
     std::string text;
+    const auto keep = [&](std::string_view reply) {
+        text += reply;
+        text += '\n';
+    };
     try {
-        ask(options.endpoint, options.session, {line}, Deadline(kPatience), [&](std::string_view reply) {
-            text += reply;
-            text += '\n';
-        });
+        if (ask(options.endpoint, options.session, {line}, Deadline(kPatience), keep) != 0)
+            return {};
     } catch (const WireError &) {
         return {};
     }

@@ -12,12 +12,15 @@ namespace qvcd::client {
 
 namespace {
 
-// Commands that take names and passwords of people: they decode every argument.
-constexpr std::array<std::string_view, 2> kFreeTextCommands{"login", "user"};
+// Commands that take names and passwords of people: they decode their arguments.
+constexpr std::array<std::string_view, 6> kFreeTextCommands{"login",       "user.add", "user.mod",
+                                                            "user.passwd", "user.rem", "user.default"};
 
-bool takes_free_text(std::string_view command)
+bool takes_free_text(const std::vector<std::string> &words)
 {
-    return std::ranges::count(kFreeTextCommands, command.substr(0, command.find('.'))) != 0;
+    // "user passwd" is the same as "user.passwd".
+    const bool apart = words[0] == "user" && words.size() > 1;
+    return std::ranges::count(kFreeTextCommands, apart ? "user." + words[1] : words[0]) != 0;
 }
 
 bool is_safe(char c)
@@ -79,7 +82,7 @@ std::string url_escape(std::string_view text)
 std::string wire_line(const std::vector<std::string> &words)
 {
     std::string line = name_part(words.at(0));
-    const bool free_text = takes_free_text(words[0]);
+    const bool free_text = takes_free_text(words);
     for (std::size_t i = 1; i < words.size(); i++)
         line += " " + wire_argument(words[i], free_text);
     if (line.size() >= kMaxLineBytes)

@@ -12,7 +12,8 @@ std::string url_escape(std::string_view text);
 
 /// The line of the wire, without its newline, that says the command `words` (at least one) with each word as
 /// one word there:
-///   - all arguments of commands whose arguments are free text (login, user.*) are escaped,
+///   - all arguments of commands that take names and passwords of people (login, user.add and so on) are
+///     escaped,
 ///   - of an argument name=value the value is escaped,
 ///   - all others go as they are; in them a comma separates names as on the wire.
 /// Throws UsageError for what the wire cannot say: an empty word, a blank or a control character outside of

@@ -76,13 +76,16 @@ unsigned char complete_line(EditLine *editor, int)
     return el_insertstr(editor, more.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
 }
 
-void wake_up(int) {}
+void on_interrupt(int)
+{
+    interrupt_request();
+}
 
-// An interrupt leaves the line and nothing else.
+// An interrupt leaves the line or the request, and nothing else.
 void make_interrupt_harmless()
 {
     struct sigaction action {};
-    action.sa_handler = wake_up;
+    action.sa_handler = on_interrupt;
     sigaction(SIGINT, &action, nullptr);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <netdb.h>
@@ -19,6 +20,8 @@ namespace qvcd::client {
 namespace {
 
 constexpr char kTimeUp[] = "no answer within the time limit";
+
+volatile std::sig_atomic_t interrupted = 0;
 
 std::string why(int error)
 {
@@ -121,6 +124,11 @@ Fd connect_local(const std::string &name, const Deadline &deadline)
     return socket;
 }
 
+void interrupt_request()
+{
+    interrupted = 1;
+}
+
 void wait_for(const Fd &socket, short events, const Deadline &deadline)
 {
     pollfd wanted{socket.get(), events, 0};
@@ -133,6 +141,8 @@ void wait_for(const Fd &socket, short events, const Deadline &deadline)
             throw WireError(kTimeUp);
         if (errno != EINTR)
             throw WireError("poll: " + why(errno));
+        if (interrupted != 0)
+            throw WireError("interrupted");
     }
 }
 
@@ -172,6 +182,7 @@ int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &l
         request += line + "\n";
     request += "\n";
 
+    interrupted = 0;
     const Fd socket = connect_to(endpoint, deadline);
     while (!request.empty()) {
         wait_for(socket, POLLOUT, deadline);

@@ -38,6 +38,9 @@ Fd connect_to(const Endpoint &endpoint, const Deadline &deadline);
 /// The same for the local socket of endpoint `name`.
 Fd connect_local(const std::string &name, const Deadline &deadline);
 
+/// For a signal handler: what waits now gives up.
+void interrupt_request();
+
 /// Waits until `events` of poll(2) are there, or throws.
 void wait_for(const Fd &socket, short events, const Deadline &deadline);
 

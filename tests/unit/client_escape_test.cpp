@@ -40,6 +40,7 @@ TEST(ClientEscape, EachWordIsOneWordOnTheWire)
         {{"export", "/tmp/50%.hdf", "2"}, "export /tmp/50%.hdf 2"},
         {{"login", "ann lee", "p=a,b%"}, "login ann%20lee p%3Da%2Cb%25"},
         {{"user.passwd", "ann", "a b"}, "user.passwd ann a%20b"},
+        {{"user.export", "/tmp/a+b"}, "user.export /tmp/a+b"},
         {{"user", "passwd", "ann", "a b"}, "user passwd ann a%20b"},
     };
     for (const auto &c : cases)
