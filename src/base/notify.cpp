@@ -1,0 +1,39 @@
+#include "base/notify.h"
+
+#include "base/limits.h"
+#include "base/text.h"
+#include "platform/log.h"
+#include "platform/notify_bus.h"
+
+#include <string>
+
+namespace qvcd {
+
+namespace {
+
+std::string payload_of(std::string_view key, std::string_view value)
+{
+    std::string text(key);
+    text += '=';
+    text += value;
+    return cut(text, kMaxValueBytes);
+}
+
+} // namespace
+
+int notify_publish_on(std::string_view event, std::string_view key, std::string_view value, Secret secret)
+{
+    Notification n;
+    n.identity = NOTIFY_IDENTITY;
+    n.message_class = NOTIFY_PRIORITY;
+    n.event = event;
+    n.payload = payload_of(key, value);
+    n.public_payload = secret == Secret::yes ? payload_of(key, kHiddenPassword) : n.payload;
+    n.topic = cut("qvc " + n.event, kMaxValueBytes);
+    qv_log_print(kLogInfo, "notify: %s: %s (%s)\n", n.event.c_str(), n.public_payload.c_str(),
+                 n.topic.c_str());
+    qvnotify_send_publish_message(std::move(n));
+    return 0;
+}
+
+} // namespace qvcd
