@@ -84,13 +84,13 @@ class CommandInput {
 
 // One wait for whatever can go on: input, sending, or the reply.
 void exchange(const Fd &socket, CommandInput &input, std::string &request, ReplyParser &parser,
-              const std::optional<Deadline> &deadline)
+              std::optional<Deadline> deadline)
 {
     const bool wants_input = !input.at_end() && request.size() < kMostWaiting;
     std::array<pollfd, 2> wanted{
         pollfd{socket.get(), static_cast<short>(request.empty() ? POLLIN : POLLIN | POLLOUT), 0},
         pollfd{wants_input ? STDIN_FILENO : -1, POLLIN, 0}};
-    const int ready = poll(wanted.data(), wanted.size(), deadline ? deadline->milliseconds() : -1);
+    const int ready = poll(wanted.data(), wanted.size(), deadline ? milliseconds_left(*deadline) : -1);
     if (ready == 0)
         throw WireError("no answer within the time limit");
     if (ready < 0)
@@ -109,14 +109,14 @@ void exchange(const Fd &socket, CommandInput &input, std::string &request, Reply
 
 int run_batch(const Options &options)
 {
-    const Fd socket = connect_to(options.endpoint, Deadline(options.timeout));
+    const Fd socket = connect_to(options.endpoint, options.timeout);
     CommandInput input;
     std::string request = greeting(options.session);
     ReplyParser parser(print_line);
     std::optional<Deadline> deadline;
     while (!parser.result()) {
         if (input.at_end() && !deadline)
-            deadline.emplace(options.timeout);
+            deadline = deadline_in(options.timeout);
         exchange(socket, input, request, parser, deadline);
     }
     return input.last_line_was_wrong() ? kExitUsage : exit_status(*parser.result());

@@ -50,7 +50,7 @@ std::string reply_text(const Options &options, const std::string &line)
         text += '\n';
     };
     try {
-        if (ask(options.endpoint, options.session, {line}, Deadline(kPatience), keep) != 0)
+        if (ask(options.endpoint, options.session, {line}, kPatience, keep) != 0)
             return {};
     } catch (const WireError &) {
         return {};

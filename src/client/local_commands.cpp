@@ -54,7 +54,7 @@ std::vector<std::string> help_lines(const Words &words)
 int run_help(const Options &options, const Words &words)
 {
     bool said_something = false;
-    const int result = ask(options.endpoint, options.session, help_lines(words), Deadline(options.timeout),
+    const int result = ask(options.endpoint, options.session, help_lines(words), options.timeout,
                            [&](std::string_view line) {
                                said_something = true;
                                print_line(line);
@@ -90,7 +90,7 @@ int run_on_daemon(const Options &options, const Words &words)
     if (words.size() > kMostArguments + 1)
         std::fprintf(stderr, "qvc: the daemon takes only the first %zu arguments\n", kMostArguments);
     return exit_status(
-        ask(options.endpoint, options.session, {wire_line(words)}, Deadline(options.timeout), print_line));
+        ask(options.endpoint, options.session, {wire_line(words)}, options.timeout, print_line));
 }
 
 int exit_status(int result)

@@ -103,7 +103,7 @@ int run_watch(const Options &options, const Words &words)
 {
     const Format format = output_format(options, words);
     InterruptSignal interrupt;
-    const Fd socket = connect_local("notify", Deadline(options.timeout));
+    const Fd socket = connect_local("notify", options.timeout);
     std::string pending;
     std::array<char, 65536> buffer;
     while (interrupt.wait_for_input(socket)) {

@@ -4,13 +4,10 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <memory>
-#include <netdb.h>
 #include <poll.h>
-#include <string_view>
 #include <sys/socket.h>
-#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
 
 #include "client/errors.h"
 #include "platform/server.h"
@@ -28,61 +25,12 @@ std::string why(int error)
     return std::generic_category().message(error);
 }
 
-timeval to_timeval(int milliseconds)
+[[noreturn]] void throw_unreachable(const std::string &where, int error)
 {
-    // 0 would mean no limit.
-    const int ms = std::max(milliseconds, 1);
-    return {ms / 1000, (ms % 1000) * 1000};
-}
-
-// Connects with a time limit. A Unix socket whose queue is full cannot be polled for, so it blocks under
-// SO_SNDTIMEO; returns 0 or the error.
-int connect_blocking(int socket, const sockaddr_un &address, const Deadline &deadline)
-{
-    const timeval limit = to_timeval(deadline.milliseconds());
-    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    sockaddr_storage any{};
-    std::memcpy(&any, &address, sizeof address);
-    return connect(socket, reinterpret_cast<const sockaddr *>(&any), sizeof address) == 0 ? 0 : errno;
-}
-
-int connect_polled(const Fd &socket, const addrinfo &address, const Deadline &deadline)
-{
-    if (connect(socket.get(), address.ai_addr, address.ai_addrlen) == 0)
-        return 0;
-    if (errno != EINPROGRESS)
-        return errno;
-    wait_for(socket, POLLOUT, deadline);
-    int error = 0;
-    socklen_t size = sizeof error;
-    getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
-    return error;
-}
-
-using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
-
-AddressList resolve(const Endpoint &endpoint)
-{
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo *list = nullptr;
-    const int error = getaddrinfo(endpoint.host.c_str(), endpoint.port.c_str(), &hints, &list);
-    if (error != 0)
-        throw WireError("cannot find " + endpoint.host + ": " + gai_strerror(error));
-    return {list, freeaddrinfo};
-}
-
-Fd connect_tcp(const Endpoint &endpoint, const Deadline &deadline)
-{
-    const AddressList addresses = resolve(endpoint);
-    int error = 0;
-    for (const addrinfo *address = addresses.get(); address; address = address->ai_next) {
-        Fd socket(::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        error = socket ? connect_polled(socket, *address, deadline) : errno;
-        if (error == 0)
-            return socket;
-    }
-    throw WireError("cannot reach the daemon at " + endpoint.text() + ": " + why(error));
+    if (error == EAGAIN || error == ETIMEDOUT)
+        throw WireError("cannot reach the daemon at " + where + " within the time limit");
+    const std::string reason = error == EADDRNOTAVAIL ? "unknown host" : why(error);
+    throw WireError("cannot reach the daemon at " + where + ": " + reason);
 }
 
 } // namespace
@@ -94,34 +42,30 @@ std::string Endpoint::text() const
     return host.find(':') == std::string::npos ? host + ":" + port : "[" + host + "]:" + port;
 }
 
-Deadline::Deadline(std::chrono::milliseconds patience) : end_(std::chrono::steady_clock::now() + patience) {}
-
-int Deadline::milliseconds() const
+Fd connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
 {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
-    return static_cast<int>(std::max(left.count(), std::chrono::milliseconds::rep{0}));
+    if (endpoint.local())
+        return connect_local("qvcd", timeout);
+    Fd socket = connect_tcp(endpoint.host, endpoint.port, timeout);
+    if (!socket)
+        throw_unreachable(endpoint.text(), errno);
+    return socket;
 }
 
-Fd connect_to(const Endpoint &endpoint, const Deadline &deadline)
-{
-    return endpoint.local() ? connect_local("qvcd", deadline) : connect_tcp(endpoint, deadline);
-}
-
-Fd connect_local(const std::string &name, const Deadline &deadline)
+Fd connect_local(const std::string &name, std::chrono::milliseconds timeout)
 {
     const std::string path = qv_ipc_socket_path(name);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
-        throw WireError("the path of the daemon's socket is too long: " + path);
-    path.copy(address.sun_path, path.size());
-    Fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int error = socket ? connect_blocking(socket.get(), address, deadline) : errno;
-    if (error == EAGAIN)
-        throw WireError(kTimeUp);
-    if (error != 0)
-        throw WireError("cannot reach the daemon at " + path + ": " + why(error));
+    Fd socket = connect_unix(path, timeout);
+    if (!socket)
+        throw_unreachable(path, errno);
     return socket;
+}
+
+int milliseconds_left(Deadline deadline)
+{
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max(left.count(), std::chrono::milliseconds::rep{0}));
 }
 
 void interrupt_request()
@@ -129,11 +73,11 @@ void interrupt_request()
     interrupted = 1;
 }
 
-void wait_for(const Fd &socket, short events, const Deadline &deadline)
+void wait_for(const Fd &socket, short events, Deadline deadline)
 {
     pollfd wanted{socket.get(), events, 0};
     for (;;) {
-        const int left = deadline.milliseconds();
+        const int left = milliseconds_left(deadline);
         const int ready = left > 0 ? poll(&wanted, 1, left) : 0;
         if (ready > 0)
             return;
@@ -175,7 +119,7 @@ std::string greeting(int session)
 }
 
 int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines,
-        const Deadline &deadline, const LineSink &sink)
+        std::chrono::milliseconds timeout, const LineSink &sink)
 {
     std::string request = greeting(session);
     for (const std::string &line : lines)
@@ -183,7 +127,8 @@ int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &l
     request += "\n";
 
     interrupted = 0;
-    const Fd socket = connect_to(endpoint, deadline);
+    const Deadline deadline = deadline_in(timeout);
+    const Fd socket = connect_to(endpoint, timeout);
     while (!request.empty()) {
         wait_for(socket, POLLOUT, deadline);
         send_some(socket, request);

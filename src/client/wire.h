@@ -6,6 +6,7 @@
 
 #include "client/reply.h"
 #include "platform/fd.h"
+#include "platform/socket.h"
 
 namespace qvcd::client {
 
@@ -18,31 +19,22 @@ struct Endpoint {
     std::string text() const; ///< for messages
 };
 
-/// The moment at which a request must be over.
-class Deadline {
-  public:
-    explicit Deadline(std::chrono::milliseconds patience);
-
-    /// What is left, for poll(2); 0 when it has passed.
-    int milliseconds() const;
-
-  private:
-    std::chrono::steady_clock::time_point end_;
-};
-
 // All of these throw WireError when the daemon cannot be reached, breaks off, or the deadline passes.
 
-/// A non-blocking, connected socket.
-Fd connect_to(const Endpoint &endpoint, const Deadline &deadline);
+/// A connected socket.
+Fd connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout);
 
 /// The same for the local socket of endpoint `name`.
-Fd connect_local(const std::string &name, const Deadline &deadline);
+Fd connect_local(const std::string &name, std::chrono::milliseconds timeout);
+
+/// What is left until the deadline, for poll(2); 0 when it has passed.
+int milliseconds_left(Deadline deadline);
 
 /// For a signal handler: what waits now gives up.
 void interrupt_request();
 
 /// Waits until `events` of poll(2) are there, or throws.
-void wait_for(const Fd &socket, short events, const Deadline &deadline);
+void wait_for(const Fd &socket, short events, Deadline deadline);
 
 /// Sends what the socket takes now and removes it from `text`. When the other side has closed, `text` is
 /// dropped: what it answered before can still be read.
@@ -57,6 +49,6 @@ std::string greeting(int session);
 /// Sends `lines` as the commands of one connection, hands the reply lines to `sink` and returns the result
 /// code of the last command.
 int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines,
-        const Deadline &deadline, const LineSink &sink);
+        std::chrono::milliseconds timeout, const LineSink &sink);
 
 } // namespace qvcd::client

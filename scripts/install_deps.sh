@@ -1,0 +1,62 @@
+#!/bin/bash
+# Installs the Debian packages that are missing: what the build needs, and with "test" what the tests need too.
+# Usage: scripts/install_deps.sh [build|test]
+set -euo pipefail
+
+build_packages=(
+    g++ cmake ninja-build pkg-config ccache
+    clearsilver-dev zlib1g-dev libnl-3-dev libnl-route-3-dev libcurl4-openssl-dev libssl-dev
+    libsystemd-dev libmosquitto-dev libedit-dev nlohmann-json3-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+)
+test_packages=(
+    mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat
+)
+
+case "${1:-test}" in
+build) wanted=("${build_packages[@]}") ;;
+test) wanted=("${build_packages[@]}" "${test_packages[@]}") ;;
+*)
+    echo "usage: $0 [build|test]" >&2
+    exit 2
+    ;;
+esac
+
+is_installed() {
+    [ "$(dpkg-query -W -f '${db:Status-Abbrev}' "$1" 2>/dev/null | cut -c1-2)" = ii ]
+}
+
+missing=()
+for package in "${wanted[@]}"; do
+    is_installed "$package" || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+if [ "$(id -u)" -eq 0 ]; then
+    as_root=()
+elif command -v sudo >/dev/null; then
+    as_root=(sudo)
+else
+    echo "$0: missing packages, and neither root nor sudo: ${missing[*]}" >&2
+    exit 1
+fi
+
+# The broker is for the tests, which start their own: its service must not come up by being installed.
+policy=/usr/sbin/policy-rc.d
+if [ ! -e $policy ]; then
+    trap '"${as_root[@]}" rm -f $policy' EXIT
+    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee $policy >/dev/null
+    "${as_root[@]}" chmod 755 $policy
+fi
+
+echo "installing: ${missing[*]}"
+log=$(mktemp)
+apt() {
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0 "$@" >"$log" 2>&1
+}
+if ! { apt update && apt install -y --no-install-recommends "${missing[@]}"; }; then
+    tail -n 20 "$log" >&2
+    echo "$0: apt-get failed, its output is in $log" >&2
+    exit 1
+fi
+rm -f "$log"

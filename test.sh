@@ -1,0 +1,89 @@
+#!/bin/bash
+# Builds and runs the tests, on a fresh Debian 12 too.
+# Usage: ./test.sh [format|release|asan|tsan|bench ...]     default: format release asan tsan
+#
+# release  the whole suite, optimised
+# asan     the whole suite under the address and undefined behaviour sanitizers
+# tsan     the concurrent tests (ctest label "concurrent") under the thread sanitizer
+# bench    the benchmarks of tests/bench, in release
+# format   clang-format over our sources, where clang-format 14 is installed
+set -uo pipefail
+cd "$(dirname "$0")" || exit 1
+
+jobs=$(nproc)
+logs=build/test-logs
+export ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1
+export UBSAN_OPTIONS=print_stacktrace=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+
+results=()
+
+# step NAME COMMAND...: runs it and notes how it ended; fails as it fails.
+step() {
+    local name=$1 started=$SECONDS
+    shift
+    echo "== $name"
+    if "$@"; then
+        results+=("ok      $name ($((SECONDS - started)) s)")
+    else
+        results+=("FAILED  $name ($((SECONDS - started)) s)")
+        return 1
+    fi
+}
+
+# Builds are quiet unless they fail.
+build() {
+    local log=$logs/build-$1.log
+    { cmake --preset "$1" && cmake --build --preset "$1" -j "$jobs"; } >"$log" 2>&1 && return
+    grep -E 'error|FAILED|undefined reference' -A 3 "$log" | head -n 60
+    echo "the whole output is in $log"
+    return 1
+}
+
+run_tests() {
+    local preset=$1
+    shift
+    ctest --preset "$preset" -j "$jobs" --no-tests=error --timeout 300 "$@"
+}
+
+check_format() {
+    if ! clang-format --version 2>/dev/null | grep -q 'version 14\.'; then
+        echo "skipped: needs clang-format 14"
+        return 0
+    fi
+    git ls-files -z 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' | xargs -0 clang-format --dry-run -Werror
+}
+
+run_part() {
+    case $1 in
+    format) step "format" check_format ;;
+    release | asan) step "build $1" build "$1" && step "tests $1" run_tests "$1" ;;
+    tsan) step "build tsan" build tsan && step "concurrent tests tsan" run_tests tsan -L concurrent ;;
+    bench) step "build release" build release && step "benchmarks" cmake --build --preset release --target bench ;;
+    esac
+}
+
+parts=("$@")
+[ $# -eq 0 ] && parts=(format release asan tsan)
+for part in "${parts[@]}"; do
+    case $part in
+    format | release | asan | tsan | bench) ;;
+    *)
+        echo "usage: $0 [format|release|asan|tsan|bench ...]" >&2
+        exit 2
+        ;;
+    esac
+done
+
+scripts/install_deps.sh test || exit 1
+mkdir -p "$logs"
+failed=0
+for part in "${parts[@]}"; do
+    run_part "$part" || failed=1
+done
+
+echo
+echo "== summary"
+printf '%s\n' "${results[@]}"
+[ $failed -eq 0 ] && echo "all passed" || echo "there are failures"
+exit $failed
