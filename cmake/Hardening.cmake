@@ -2,12 +2,15 @@
 add_library(qvcd_flags INTERFACE)
 target_compile_options(qvcd_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wformat=2 -Wcast-qual
-  -Wnon-virtual-dtor -Wnull-dereference -Werror -fno-omit-frame-pointer)
+  -Wnon-virtual-dtor -Werror -fno-omit-frame-pointer)
 target_link_libraries(qvcd_flags INTERFACE Threads::Threads)
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(qvcd_flags INTERFACE -Wno-restrict) # false alarms on std::string's operator+
+endif()
+
 if(QVCD_SANITIZE)
-  target_compile_options(qvcd_flags INTERFACE -fsanitize=${QVCD_SANITIZE} -fno-sanitize-recover=all
-    -Wno-null-dereference)
+  target_compile_options(qvcd_flags INTERFACE -fsanitize=${QVCD_SANITIZE} -fno-sanitize-recover=all)
   target_link_options(qvcd_flags INTERFACE -fsanitize=${QVCD_SANITIZE})
 endif()
 

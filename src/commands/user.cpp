@@ -22,7 +22,6 @@ int user_rem(unsigned mask, Args &argv, std::FILE *out);
 int user_import_file(unsigned mask, Args &argv, std::FILE *out);
 int user_export_file(unsigned mask, Args &argv, std::FILE *out);
 int user_default(unsigned mask, Args &argv, std::FILE *out);
-int command_user(unsigned mask, Args &argv, std::FILE *out);
 
 constexpr SubCommand kSubCommands[] = {
     {"list", user_list, "List all user and permission"},

@@ -24,9 +24,7 @@ int handle_request(ServerConnection &connection)
 {
     using Read = ServerConnection::Read;
     std::string line;
-    const Read first = connection.read_line(line, kFirstLineBytes, kFirstLineTimeout);
-    if (first == Read::timeout)
-        return 1;
+    connection.read_line(line, kFirstLineBytes, kFirstLineTimeout); // at the end of input the line is empty
     if (line.starts_with('?')) {
         reply_text(connection.out(), "!\n");
         connection.flush();
@@ -39,8 +37,6 @@ int handle_request(ServerConnection &connection)
     int result = 0;
     for (;;) {
         const Read read = connection.read_line(line, kMaxLineBytes, kIdleTimeout);
-        if (read == Read::timeout)
-            return result;
         if (read == Read::end || line == "\n")
             return close_request(connection, result);
         result = cmd_parse(mask, line, connection.out());

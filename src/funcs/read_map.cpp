@@ -6,6 +6,19 @@
 #include "funcs/func_map.h"
 #include "funcs/generic_readers.h"
 #include "platform/log.h"
+#include "status/bond_info.h"
+#include "status/codec_info.h"
+#include "status/identity.h"
+#include "status/ifb_info.h"
+#include "status/link_state.h"
+#include "status/network_addresses.h"
+#include "status/network_settings.h"
+#include "status/stream_links.h"
+#include "status/system_info.h"
+#include "status/transmission_rate.h"
+#include "status/uplink.h"
+#include "status/versions.h"
+#include "status/wireless.h"
 #include "store/database.h"
 
 namespace qvcd {
@@ -15,26 +28,55 @@ namespace {
 struct ReadRow {
     const char *name;
     ReadFunction function;
-    bool called; // since the cache was cleared
+    bool called = false; // since the cache was cleared
 };
 
 // Writable: the rows carry the called flag, and the profile commands fill in their reader.
 ReadRow rfuncCmdMap[] = {
-    {"undefined", undefined_rfunc, false},
-    {"na_rfunc", na_rfunc, false},
-    {"hidden_rfunc", hidden_rfunc, false},
-    {"password_rfunc", password_rfunc, false},
-    {"no_rfunc", no_rfunc, false},
-    {"zero_rfunc", zero_rfunc, false},
-    {"model_rfunc", model_rfunc, false},
-    {"kv_rfunc", kv_rfunc, false},
-    {"quotedkv_rfunc", quoted_rfunc, false},
-    {"eeprom_rfunc", eeprom_rfunc, false},
-    {"ipc_rfunc", ipc_rfunc, false},
-    {"ipc_attr_rfunc", ipc_attr_rfunc, false},
-    {"syscall_rfunc", syscall_rfunc, false},
-    {"ntp_rfunc", ntp_rfunc, false},
-    {"profile_rfunc", undefined_rfunc, false},
+    {"undefined", undefined_rfunc},
+    {"na_rfunc", na_rfunc},
+    {"hidden_rfunc", hidden_rfunc},
+    {"password_rfunc", password_rfunc},
+    {"no_rfunc", no_rfunc},
+    {"zero_rfunc", zero_rfunc},
+    {"model_rfunc", model_rfunc},
+    {"kv_rfunc", kv_rfunc},
+    {"quotedkv_rfunc", quoted_rfunc},
+    {"eeprom_rfunc", eeprom_rfunc},
+    {"ipc_rfunc", ipc_rfunc},
+    {"ipc_attr_rfunc", ipc_attr_rfunc},
+    {"power_source_rfunc", power_source_rfunc},
+    {"battery_level_rfunc", battery_level_rfunc},
+    {"hwver_rfunc", hw_version_rfunc},
+    {"codec_video_rfunc", codec_video_rfunc},
+    {"codec_audio_rfunc", codec_audio_rfunc},
+    {"codec_spotout_rfunc", codec_spotout_rfunc},
+    {"codec_actual_settings_rfunc", codec_actual_settings_rfunc},
+    {"syscall_rfunc", syscall_rfunc},
+    {"info_get_currenttime", info_get_currenttime},
+    {"info_get_sysinfo", info_get_sysinfo},
+    {"info_get_uptime", info_get_uptime},
+    {"info_get_temperature", info_get_temperature},
+    {"uplink_rfunc", uplink_rfunc},
+    {"network_rfunc", network_rfunc},
+    {"ntp_rfunc", ntp_rfunc},
+    {"gateway_rfunc", gateway_rfunc},
+    {"resolv_rfunc", resolv_rfunc},
+    {"ifconfig_rfunc", ifconfig_rfunc},
+    {"linkstate_rfunc", linkstate_rfunc},
+    {"discovery_id_rfunc", discovery_id_rfunc},
+    {"ifb_enc_info_rfunc", ifb_enc_info_rfunc},
+    {"ifb_dec_info_rfunc", ifb_dec_info_rfunc},
+    {"ifb_bond_info_rfunc", ifb_bond_info_rfunc},
+    {"bond_info_rfunc", bond_info_rfunc},
+    {"links_rfunc", links_rfunc},
+    {"iwconfig_rfunc", iwconfig_rfunc},
+    {"iwpassword_rfunc", iwpassword_rfunc},
+    {"linux_version_rfunc", linux_version_rfunc},
+    {"version_rfunc", version_rfunc},
+    {"qvi_rfunc", qvi_rfunc},
+    {"profile_rfunc", undefined_rfunc},
+    {"transmission_rate_rfunc", transmission_rate_rfunc},
 };
 
 NameIndex rfuncCmdMapHDF;
@@ -74,8 +116,7 @@ bool rfuncmap_read(std::string_view api, std::string &out)
     ReadRow &row = rfuncCmdMap[rfuncCmdMapHDF.row(read.value_or(""))];
     qv_log_print(kLogTrace, "rfuncmap_read: %s %s(%s, %s, %p, %d)\n", name.c_str(), for_log(read),
                  for_log(file), for_log(attr), static_cast<void *>(&out), row.called ? 1 : 0);
-    const bool cached = row.called;
-    const bool found = row.function(or_null(file), or_null(attr), out, cached);
+    const bool found = row.function(or_null(file), or_null(attr), out, row.called);
     row.called = true;
     if (out.size() > kMaxValueBytes)
         out.resize(kMaxValueBytes);
