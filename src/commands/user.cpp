@@ -75,11 +75,6 @@ std::string user_name(const std::string &argument)
     return name && is_user_name(*name) ? *name : argument;
 }
 
-int command_user(unsigned mask, Args &argv, std::FILE *out)
-{
-    return run_subcommand(userRecord, mask, argv, out, SubResult::zero);
-}
-
 int user_list(unsigned, Args &, std::FILE *out)
 {
     if (out)
@@ -223,5 +218,10 @@ int user_default(unsigned, Args &argv, std::FILE *out)
 }
 
 } // namespace
+
+int command_user(unsigned mask, Args &argv, std::FILE *out)
+{
+    return run_subcommand(userRecord, mask, argv, out, SubResult::zero);
+}
 
 } // namespace qvcd
