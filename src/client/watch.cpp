@@ -18,15 +18,19 @@ namespace {
 
 enum class Format { text, json };
 
-// SIGINT as something to poll for; it is let through again at the end.
+// SIGINT as something to poll for, even where a shell started us with the signal ignored, as it does in the
+// background. At the end everything is as before.
 class InterruptSignal {
   public:
     InterruptSignal()
     {
+        struct sigaction by_default {};
+        by_default.sa_handler = SIG_DFL;
+        sigaction(SIGINT, &by_default, &action_before_);
         sigset_t interrupt;
         sigemptyset(&interrupt);
         sigaddset(&interrupt, SIGINT);
-        sigprocmask(SIG_BLOCK, &interrupt, &before_);
+        sigprocmask(SIG_BLOCK, &interrupt, &mask_before_);
         fd_.reset(signalfd(-1, &interrupt, SFD_CLOEXEC));
     }
     ~InterruptSignal()
@@ -34,7 +38,8 @@ class InterruptSignal {
         signalfd_siginfo taken{};
         if (arrived_ && read(fd_.get(), &taken, sizeof taken) < 0)
             std::perror("qvc: signalfd");
-        sigprocmask(SIG_SETMASK, &before_, nullptr);
+        sigaction(SIGINT, &action_before_, nullptr);
+        sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
     }
     InterruptSignal(const InterruptSignal &) = delete;
     InterruptSignal &operator=(const InterruptSignal &) = delete;
@@ -51,7 +56,8 @@ class InterruptSignal {
 
   private:
     Fd fd_;
-    sigset_t before_{};
+    struct sigaction action_before_ {};
+    sigset_t mask_before_{};
     bool arrived_ = false;
 };
 

@@ -1,0 +1,134 @@
+#!/bin/bash
+# Builds qvcd, starts the shipped appliance in a folder of its own, and shows the life of one setting: get, set,
+# save, apply, and the events of it. Works on a fresh Debian 12, as root or with sudo. With a terminal it leaves
+# you in qvc afterwards. Ends with 0 only if everything that it showed was right.
+set -uo pipefail
+cd "$(dirname "$0")" || exit 1
+
+# The folder is the "/" of the appliance. Its path is part of socket addresses, so it is short.
+start_appliance() {
+    QV_SYSROOT=$(mktemp -d /tmp/qvcd-demo.XXXXXX) || exit 1
+    export QV_SYSROOT
+    cp -a share/root/. "$QV_SYSROOT" &&
+        mkdir -p "$QV_SYSROOT/usr/share/qvapi" &&
+        cp share/apimeta.hdf "$QV_SYSROOT/usr/share/qvapi/" || exit 1
+    port=$(free_port)
+    qvcd -g -w -P "$port" -p "$QV_SYSROOT/var/run/qvcd.pid" -l "$QV_SYSROOT/var/log/qvcd.log" &
+    daemon=$!
+    wait_until qvc -t 1 get Network.hostname || give_up "the daemon does not answer"
+}
+
+free_port() {
+    local port
+    for port in $(shuf -i 20000-32000 -n 50); do
+        if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
+            echo "$port"
+            return
+        fi
+    done
+}
+
+# wait_until COMMAND...: tries for ten seconds.
+wait_until() {
+    local try
+    for try in {1..100}; do
+        "$@" >/dev/null 2>&1 && return
+        sleep 0.1
+    done
+    return 1
+}
+
+stop_appliance() {
+    [ -n "${watcher:-}" ] && kill "$watcher" 2>/dev/null
+    if [ -n "${daemon:-}" ]; then
+        kill -INT "$daemon" 2>/dev/null
+        wait "$daemon"
+    fi
+    [ -n "${QV_SYSROOT:-}" ] && rm -rf "$QV_SYSROOT"
+}
+
+give_up() {
+    echo "demo: $*" >&2
+    [ -s "$QV_SYSROOT/var/log/qvcd.log" ] && tail -n 20 "$QV_SYSROOT/var/log/qvcd.log" >&2
+    exit 1
+}
+
+# Events are only seen from when the daemon has taken the subscriber in: a login tells.
+start_watching() {
+    qvc watch >"$QV_SYSROOT/events" &
+    watcher=$!
+    wait_until sees_login || give_up "no events arrive"
+}
+
+sees_login() {
+    local session
+    session=$(qvc login admin kelpo) && qvc logout "${session#Session=}" && grep -q '^login ' "$QV_SYSROOT/events"
+}
+
+say() {
+    printf '\n%s\n' "$*"
+}
+
+# show EXPECTED COMMAND...: runs it before the viewer's eyes; its output must be EXPECTED.
+show() {
+    local expected=$1 shown
+    shift
+    echo "  \$ $*"
+    shown=$("$@" 2>&1)
+    sed 's/^/  /' <<<"$shown"
+    if [ "$shown" != "$expected" ]; then
+        echo "  ^ WRONG, expected: $expected"
+        failed=1
+    fi
+}
+
+demonstrate() {
+    say "The web server's port, as its configuration file has it. Locally, and over TCP:"
+    show "Services.HTTP.port=80" qvc get Services.HTTP.port
+    show "Services.HTTP.port=80" qvc -H "127.0.0.1:$port" get Services.HTTP.port
+    say "Values are checked:"
+    show "Services.HTTP.port=##Invalid port number format#" qvc set Services.HTTP.port=http
+    say "Set: the value is in the settings tree, not in the file."
+    show "Services.HTTP.port=8088" qvc set Services.HTTP.port=8088
+    show "port=80" grep ^port= "$QV_SYSROOT/etc/httpd.conf"
+    say "Save: the value is in the file and in its shadow copy."
+    show "Services.HTTP.port=8088" qvc save Services
+    show "port=8088" grep ^port= "$QV_SYSROOT/etc/httpd.conf"
+    show "port=8088" grep ^port= "$QV_SYSROOT/etc/shadow.d/httpd.conf"
+    say "Apply, over TCP: the web server is started again (here its init script writes a line)."
+    show "Services.HTTP.port=8088" qvc -H "127.0.0.1:$port" apply Services
+    show "httpd restart 8088" tail -n 1 "$QV_SYSROOT/var/log/services.log"
+    say "What qvc watch saw meanwhile:"
+    wait_until grep -q '^apply ' "$QV_SYSROOT/events"
+    show "set Services.HTTP.port=8088
+save Services.HTTP.port=8088
+apply Services.HTTP.port=8088" grep HTTP "$QV_SYSROOT/events"
+}
+
+scripts/install_deps.sh build || exit 1
+echo "building (the whole output is in build/demo.log) ..."
+mkdir -p build
+if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --target qvcd qvc; } >build/demo.log 2>&1; then
+    tail -n 40 build/demo.log >&2
+    exit 1
+fi
+PATH=$PWD/build/release/bin:$PATH
+
+failed=0
+trap stop_appliance EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+start_appliance
+start_watching
+demonstrate
+echo
+if [ $failed -ne 0 ]; then
+    echo "demo: not everything was right"
+    exit 1
+fi
+if [ -t 0 ] && [ -t 1 ]; then
+    echo "The appliance runs in $QV_SYSROOT until you leave. Try: help, get System, set Network.hostname=studio"
+    trap - INT
+    qvc
+fi
+exit 0
