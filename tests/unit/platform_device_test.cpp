@@ -1,0 +1,225 @@
+#include "appliance_root.h"
+#include "ident_image.h"
+#include "loopback.h"
+#include "platform/bonding.h"
+#include "platform/clock.h"
+#include "platform/ident.h"
+#include "platform/net_info.h"
+#include "platform/power.h"
+#include "platform/remote.h"
+
+#include <gtest/gtest.h>
+
+namespace qvcd {
+namespace {
+
+class DeviceTest : public OnEmptyRoot<testing::Test> {};
+
+TEST_F(DeviceTest, IdentityGroups)
+{
+    appliance_root().write(kIdentFile, ident_image({{6, "Maker"},
+                                                    {1, std::string("Box\0junk", 8)},
+                                                    {5, binary_build(1520, 4000000000U)},
+                                                    {4, "\x01\x02\x63"},
+                                                    {7, ""},
+                                                    {1, "Second"}}));
+    IdentData data;
+    ASSERT_TRUE(qv_ident_read_data(data));
+    const struct {
+        int group;
+        IdentDecoder decoder;
+        IdentText kind;
+        const char *text;
+    } cases[] = {
+        {6, nullptr, IdentText::text, "Maker"},
+        {1, nullptr, IdentText::text, "Box"}, // up to the NUL byte, of the first record
+        {7, nullptr, IdentText::text, ""},
+        {5, nullptr, IdentText::binary, "before"},
+        {5, ident_read_build, IdentText::text, "1520"},
+        {4, nullptr, IdentText::binary, "before"},
+        {4, ident_read_outputs, IdentText::text, "hdmi,sdi,unknown"},
+        {23, nullptr, IdentText::none, "before"},
+        {3, ident_read_inputs, IdentText::none, "before"},
+    };
+    for (const auto &c : cases) {
+        std::string text = "before";
+        EXPECT_EQ(qv_ident_read_group_using_data(data, c.group, c.decoder, text), c.kind) << c.group;
+        EXPECT_EQ(text, c.text) << c.group;
+    }
+    EXPECT_EQ(ident_read_number(*qv_ident_find_group(data, 5), kIdentSerialOffset), 4000000000U);
+}
+
+TEST_F(DeviceTest, IdentityConnectorNames)
+{
+    const IdentData data{9, 11, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0};
+    std::string text;
+    qv_ident_read_group_using_data(data, 9, ident_read_audio_outputs, text);
+    EXPECT_EQ(text, "hdmi,sdi,composite,component,dvi,vga,analog,embedded,aes,headphone,unknown");
+}
+
+TEST_F(DeviceTest, DamagedIdentityMemory)
+{
+    IdentData data;
+    EXPECT_FALSE(qv_ident_read_data(data)) << "no memory";
+    EXPECT_FALSE(qv_ident_find_group(data, 6));
+
+    appliance_root().write(kIdentFile, std::string("\x06\xf0Maker", 7)); // length beyond the end, short file
+    ASSERT_TRUE(qv_ident_read_data(data));
+    ASSERT_TRUE(qv_ident_find_group(data, 6));
+    EXPECT_EQ(qv_ident_find_group(data, 6)->size(), kIdentBytes - 2);
+    std::string text;
+    EXPECT_TRUE(qv_ident_read_group(6, text));
+    EXPECT_EQ(text, "Maker");
+
+    data.fill(6); // records without an end; the last one is cut in two
+    EXPECT_FALSE(qv_ident_find_group(data, 7));
+
+    appliance_root().write(kIdentFile, ident_image({{5, "A100"}, {0, ""}, {7, "hidden"}}));
+    EXPECT_FALSE(qv_ident_read_group(7, text)) << "behind the end mark";
+    EXPECT_TRUE(qv_ident_read_group(5, text));
+    EXPECT_EQ(text, "A100");
+    EXPECT_EQ(ident_read_number({}, 6), 0U);
+}
+
+struct Supply {
+    const char *name, *type, *online, *status, *capacity;
+};
+
+void write_supplies(std::initializer_list<Supply> supplies)
+{
+    std::filesystem::remove_all(appliance_root().path("sys"));
+    for (const Supply &s : supplies) {
+        const std::string folder = std::string("sys/class/power_supply/") + s.name + "/";
+        const std::pair<const char *, const char *> files[] = {
+            {"type", s.type}, {"online", s.online}, {"status", s.status}, {"capacity", s.capacity}};
+        for (const auto &[name, text] : files) {
+            if (*text)
+                appliance_root().write(folder + name, std::string(text) + "\n");
+        }
+    }
+}
+
+TEST_F(DeviceTest, PowerSource)
+{
+    const struct {
+        std::initializer_list<Supply> supplies;
+        int source, capacity;
+    } cases[] = {
+        {{}, 0, 0},
+        {{{"ac", "Mains", "1", "", ""}}, 1, 0},
+        {{{"ac", "Mains", "0", "", ""}, {"usb", "USB_DCP", "1", "", ""}}, 2, 0},
+        {{{"ac", "Mains", "1", "", ""},
+          {"b", "Battery", "", "Discharging", "80"},
+          {"usb", "USB", "1", "", ""}},
+         1,
+         80},
+        {{{"ac", "Mains", "0", "", ""},
+          {"b1", "Battery", "", "Discharging", "42"},
+          {"b2", "Battery", "", "Full", "9"}},
+         4,
+         42},
+        {{{"b", "Battery", "", "", "7"}}, 4, 7},
+        {{{"b", "Battery", "", "Full", "100"}}, 0, 100},
+        {{{"x", "Wireless", "1", "", ""}}, 0, 0},
+    };
+    int number = 0;
+    for (const auto &c : cases) {
+        write_supplies(c.supplies);
+        EXPECT_EQ(power_read_source(), c.source) << "case " << number;
+        EXPECT_EQ(power_read_battery_capacity(), c.capacity) << "case " << number;
+        ++number;
+    }
+}
+
+TEST_F(DeviceTest, Bonding)
+{
+    EXPECT_EQ(bonding_state(), 0);
+    EXPECT_EQ(bonding_status(), 0);
+    const struct {
+        const char *text;
+        int state, status;
+    } cases[] = {
+        {"up\n", 1, 0}, {"down", 2, 0}, {"running\n", 0, 1}, {"paused\nmore", 0, 2}, {"upper\n", 0, 0}};
+    for (const auto &c : cases) {
+        appliance_root().write("var/run/bond/state", c.text);
+        appliance_root().write("var/run/bond/status", c.text);
+        EXPECT_EQ(bonding_state(), c.state) << c.text;
+        EXPECT_EQ(bonding_status(), c.status) << c.text;
+    }
+}
+
+TEST_F(DeviceTest, BoardAddressIsUpperCase)
+{
+    EXPECT_EQ(qv_info_get_mac_address(), "");
+    appliance_root().write("sys/class/net/eth0/address", "00:1b:c5:0a:ff:e1\n");
+    EXPECT_EQ(qv_info_get_mac_address(), "00:1B:C5:0A:FF:E1");
+}
+
+std::tm local_time(int year, int month, int day, int hour)
+{
+    std::tm time{};
+    time.tm_year = year - 1900;
+    time.tm_mon = month - 1;
+    time.tm_mday = day;
+    time.tm_hour = hour;
+    time.tm_isdst = -1;
+    return time;
+}
+
+TEST_F(DeviceTest, ClockUnderASysrootIsAFile)
+{
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    EXPECT_EQ(qv_time_set_local(local_time(2024, 2, 29, 12)), 0);
+    EXPECT_EQ(appliance_root().read("var/run/qv/clock"), "20240229T12:00:00\n");
+    EXPECT_EQ(qv_time_set_local(local_time(2023, 2, 29, 12)), -1) << "no such day";
+    EXPECT_EQ(qv_time_set_local(local_time(2024, 3, 31, 2)), -1) << "an hour that daylight saving skips";
+    EXPECT_EQ(appliance_root().read("var/run/qv/clock"), "20240229T12:00:00\n");
+
+    std::tm utc{};
+    EXPECT_EQ(qv_time_convert_to_utc(local_time(2024, 7, 1, 1), utc), 0);
+    EXPECT_EQ(utc.tm_mon, 5);
+    EXPECT_EQ(utc.tm_mday, 30);
+    EXPECT_EQ(utc.tm_hour, 23);
+    EXPECT_EQ(qv_time_convert_to_utc(local_time(2024, 4, 31, 1), utc), -1);
+    EXPECT_FALSE(qv_rtc_exists());
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST_F(DeviceTest, RemoteCommand)
+{
+    const std::string long_line(5000, 'x');
+    const struct {
+        std::string answer;
+        int code;
+        std::string reply;
+    } cases[] = {
+        {"2.1.4\n@\n0\n", 0, "2.1.4\n"},
+        {"@\n1\n", 1, ""},
+        {"a\n@b\n@\n12\n", 12, "a\n@b\n"},
+        {long_line + "\n@\n0\n", 0, long_line.substr(0, 100)},
+        {"2.1.4\n", -1, ""},     // breaks off before the mark
+        {"2.1.4\n@\n0", -1, ""}, // breaks off before the code's end
+        {"", -1, ""},
+    };
+    for (const auto &c : cases) {
+        std::string reply = "old";
+        AnsweringMachine unit(c.answer, "\n\n");
+        EXPECT_EQ(qvcd_remote_buf_send_command("127.0.0.1", unit.port(), 0, "getv A.B", reply, 100), c.code);
+        EXPECT_EQ(reply, c.reply);
+        EXPECT_EQ(unit.requests(), "qvcd 0 0\ngetv A.B\n\n");
+    }
+}
+
+TEST_F(DeviceTest, RemoteCommandWithoutADaemon)
+{
+    const LoopbackPort closed;
+    std::string reply = "old";
+    EXPECT_EQ(qvcd_remote_buf_send_command("127.0.0.1", closed.port(), 0, "get", reply, 10), -1);
+    EXPECT_EQ(reply, "");
+    EXPECT_EQ(qvcd_remote_buf_send_command("127.0.0.1", closed.port(), 0, "get A\nset B=1", reply, 10), -1);
+}
+
+} // namespace
+} // namespace qvcd

@@ -1,0 +1,200 @@
+#include "ident_image.h"
+#include "status/identity.h"
+#include "status/system_info.h"
+#include "status/versions.h"
+#include "status_fixture.h"
+
+#include <sys/sysinfo.h>
+
+namespace qvcd {
+namespace {
+
+class SystemInfoTest : public StatusTest {};
+class VersionsTest : public StatusTest {};
+class IdentityTest : public StatusTest {};
+
+TEST_F(SystemInfoTest, FiguresOfTheKernelsRecord)
+{
+    struct sysinfo info {};
+    info.loads[0] = 98304;
+    info.loads[1] = 65535;            // just below one: truncated, not rounded
+    info.loads[2] = 12 * 65536 + 656; // 0.01001
+    info.totalram = 512 << 20;
+    info.freeram = (100 << 20) + 1023;
+    info.sharedram = 2048;
+    info.bufferram = 1023;
+    info.procs = 77;
+    const std::pair<const char *, const char *> cases[] = {
+        {"all", "1.50 0.99 12.01"}, {"avg1min", "1.50"},   {"avg5min", "0.99"},   {"avg15min", "12.01"},
+        {"totalram", "524288"},     {"used", "421887"},    {"freeram", "102400"}, {"sharedram", "2"},
+        {"bufferram", "0"},         {"numberprocs", "77"},
+    };
+    for (const auto &[attr, text] : cases)
+        EXPECT_EQ(sysinfo_text(info, attr), text) << attr;
+    EXPECT_EQ(sysinfo_text(info, "uptime"), std::nullopt);
+}
+
+TEST_F(SystemInfoTest, Uptime)
+{
+    const struct {
+        long seconds;
+        const char *attr, *text;
+    } cases[] = {
+        {90061, "all", "1 day,  1:01"},
+        {11220, "all", "0 days,  3:07"},
+        {2 * 86400 + 82800, "all", "2 days, 23:00"},
+        {90061, "day", "1"},
+        {90061, "hr", " 1"},
+        {90061, "min", "01"},
+        {0, "all", "0 days,  0:00"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(uptime_text(c.seconds, c.attr), c.text) << c.seconds << c.attr;
+    EXPECT_EQ(uptime_text(1, "sec"), std::nullopt);
+}
+
+TEST_F(SystemInfoTest, OneRequestReadsOneRecord)
+{
+    const std::string processes = read_with(info_get_sysinfo, nullptr, "totalram");
+    EXPECT_GT(std::stol(processes), 0);
+    EXPECT_EQ(read_with(info_get_sysinfo, nullptr, "totalram", true), processes);
+    EXPECT_NE(read_with(info_get_uptime, nullptr, "all"), kNothing);
+    const std::string now = read_with(info_get_currenttime, nullptr, "timecode");
+    EXPECT_EQ(now.size(), 17U) << now;
+    EXPECT_EQ(read_with(info_get_currenttime, nullptr, "timecode", true), now);
+    for (const Reader reader : {info_get_sysinfo, info_get_uptime, info_get_currenttime}) {
+        EXPECT_EQ(read_with(reader, nullptr, nullptr), kNothing);
+        EXPECT_EQ(read_with(reader, nullptr, "nonsense"), kNothing);
+    }
+}
+
+TEST_F(SystemInfoTest, TimeFormats)
+{
+    std::tm time{};
+    time.tm_year = 124;
+    time.tm_mon = 1;
+    time.tm_mday = 9;
+    time.tm_hour = 7;
+    EXPECT_EQ(time_text(time, "string"), "Feb 09, 2024, 07:00:00");
+    EXPECT_EQ(time_text(time, "timecode"), "20240209T07:00:00");
+}
+
+TEST_F(SystemInfoTest, Temperature)
+{
+    EXPECT_EQ(read_with(info_get_temperature, nullptr, "F"), "0.0") << "no sensor";
+    const struct {
+        const char *sensor, *attr, *text;
+    } cases[] = {
+        {"40000\n", "C", "40.0"},  {"40000\n", "fahrenheit", "104.0"},
+        {"40000\n", "F", "104.0"}, {"40000\n", nullptr, "104.0"},
+        {"40000\n", "", "40.0"},   {"-5250", "Celsius", "-5.2"},
+        {"garbage", "C", "0.0"},   {"", "F", "32.0"},
+    };
+    for (const auto &c : cases) {
+        appliance_root().write("sys/class/hwmon/hwmon0/device/temp1_input", c.sensor);
+        EXPECT_EQ(read_with(info_get_temperature, nullptr, c.attr), c.text) << c.sensor;
+    }
+}
+
+TEST_F(SystemInfoTest, Power)
+{
+    EXPECT_EQ(read_with(power_source_rfunc, nullptr, nullptr), kNothing);
+    EXPECT_EQ(read_with(battery_level_rfunc, nullptr, nullptr), "0");
+    appliance_root().write("sys/class/power_supply/bat/type", "Battery\n");
+    appliance_root().write("sys/class/power_supply/bat/capacity", "63\n");
+    EXPECT_EQ(read_with(power_source_rfunc, nullptr, nullptr), "BATT");
+    EXPECT_EQ(read_with(battery_level_rfunc, nullptr, nullptr), "63");
+    appliance_root().write("sys/class/power_supply/usb/type", "USB\n");
+    appliance_root().write("sys/class/power_supply/usb/online", "1\n");
+    EXPECT_EQ(read_with(power_source_rfunc, nullptr, nullptr), "DC");
+}
+
+TEST_F(VersionsTest, FirmwareVersion)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"2.1.4r1520 rc3", "2.1.4rc3"},
+        {"2.1.4r1520 dev", "2.1.4BETA"},
+        {"2.1.4r1520", "2.1.4"},
+        {"1.0r7 RC12", "1.0rc12"},
+        {"1.0r7rc2", "1.0rc2"},
+        {"1.0r7 rc", "1.0BETA"},
+        {"1.0r7 Rc2", "1.0BETA"},
+        {"1.0r7 rc2x more", "1.0rc2"},
+        {"1.0", "1.0"},
+        {"1.0rdev", "1.0"},
+        {"1.0r", "1.0"},
+        {"r7 rc1", "rc1"},
+        {"", ""},
+    };
+    for (const auto &[release, text] : cases)
+        EXPECT_EQ(version_text(release), text) << release;
+
+    appliance_root().write("etc/version", "firmware=2.1.4r1520 rc3\n");
+    EXPECT_EQ(read_with(version_rfunc, "/etc/version", "firmware"), "2.1.4rc3");
+    EXPECT_EQ(read_with(version_rfunc, "/etc/version", "hardware"), kNothing);
+    EXPECT_EQ(read_with(version_rfunc, "/etc/none", "firmware"), kNothing);
+    EXPECT_EQ(read_with(version_rfunc, nullptr, "firmware"), kNothing);
+}
+
+TEST_F(VersionsTest, KernelVersion)
+{
+    const std::pair<std::string, std::optional<std::string>> cases[] = {
+        {"Linux version 6.1.0-18 (gcc) #1\nmore", "6.1.0-18"},
+        {"Linux version 6.1.0\n", "6.1.0"},
+        {"Linux version ", std::nullopt},
+        {"Linux\nversion 6.1.0 and more", std::nullopt},
+        {"", std::nullopt},
+        {"Linux version " + std::string(2000, '6'), std::string(1009, '6')},
+    };
+    for (const auto &[text, release] : cases)
+        EXPECT_EQ(kernel_release(text), release) << text;
+
+    appliance_root().write("proc/version", "Linux version 6.1.0 x\n");
+    EXPECT_EQ(read_with(linux_version_rfunc, "/proc/version", "Linux version"), "6.1.0");
+    EXPECT_EQ(read_with(linux_version_rfunc, "/proc/version", "linux version"), kNothing);
+    EXPECT_EQ(read_with(linux_version_rfunc, "/proc/version", nullptr), kNothing);
+    EXPECT_EQ(read_with(linux_version_rfunc, "/proc/none", "Linux version"), kNothing);
+}
+
+TEST_F(IdentityTest, Fields)
+{
+    appliance_root().write(kIdentFile, ident_image({{1, "Encoder 5"},
+                                                    {3, "\x02"},
+                                                    {4, "\x01\x02"},
+                                                    {5, binary_build(1520, 3000000001U)},
+                                                    {6, "Maker"},
+                                                    {7, "1.3"},
+                                                    {8, "\x07"},
+                                                    {9, "\x0a\x08"}}));
+    const std::pair<const char *, const char *> cases[] = {
+        {"brandname", "Maker"}, {"productname", "Encoder 5"},
+        {"version", "1.3"},     {"buildinfo", "1520"},
+        {"vouts", "hdmi,sdi"},  {"serialnumber", "3000000001"},
+        {"vins", "sdi"},        {"aouts", "headphone,embedded"},
+        {"ains", "analog"},     {"country", "none"},
+        {"colour", kNothing},   {nullptr, kNothing},
+    };
+    bool cached = false;
+    for (const auto &[attr, text] : cases)
+        EXPECT_EQ(read_with(qvi_rfunc, nullptr, attr, std::exchange(cached, true)), text)
+            << (attr ? attr : "null");
+    EXPECT_EQ(read_with(hw_version_rfunc, nullptr, nullptr), "1.3");
+
+    appliance_root().write(kIdentFile, ident_image({{5, "SN-17"}, {23, "FI"}}));
+    EXPECT_EQ(read_with(qvi_rfunc, nullptr, "country", true), "none") << "of the same request";
+    EXPECT_EQ(read_with(qvi_rfunc, nullptr, "country"), "FI");
+    EXPECT_EQ(read_with(qvi_rfunc, nullptr, "serialnumber", true), "SN-17");
+    EXPECT_EQ(read_with(qvi_rfunc, nullptr, "buildinfo", true), "SN-17");
+    EXPECT_EQ(read_with(qvi_rfunc, nullptr, "brandname", true), kNothing);
+    EXPECT_EQ(read_with(hw_version_rfunc, nullptr, nullptr), "unknown");
+}
+
+TEST_F(IdentityTest, NoMemory)
+{
+    EXPECT_EQ(read_with(qvi_rfunc, nullptr, "serialnumber"), kNothing);
+    EXPECT_EQ(read_with(qvi_rfunc, nullptr, "country"), "none");
+    EXPECT_EQ(read_with(hw_version_rfunc, nullptr, nullptr), "unknown");
+}
+
+} // namespace
+} // namespace qvcd
