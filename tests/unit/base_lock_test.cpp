@@ -1,0 +1,85 @@
+#include "base/command_lock.h"
+#include "base/shell.h"
+#include "base/text.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <thread>
+#include <vector>
+
+namespace qvcd {
+namespace {
+
+TEST(CommandLock, OneAtATimeAndOthersWhileUnlocked)
+{
+    int inside = 0; // guarded by the command lock; a sanitizer sees a race
+    std::atomic<int> most{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                const CommandLock lock;
+                ASSERT_TRUE(lock.held());
+                most = std::max(most.load(), ++inside);
+                --inside;
+                const Unlocked unlocked;
+                EXPECT_FALSE(command_lock_is_mine());
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(most, 1);
+    EXPECT_FALSE(command_lock_is_mine());
+}
+
+TEST(CommandLock, AnotherCommandRunsWhileTheShellWaits)
+{
+    // The shell command ends only when another thread, which needs the lock, has written to the FIFO's end.
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::thread other;
+    {
+        const CommandLock lock;
+        other = std::thread([&] {
+            const CommandLock mine;
+            ASSERT_EQ(write(ends[1], "x", 1), 1);
+        });
+        const Unlocked unlocked;
+        char byte = 0;
+        EXPECT_EQ(read(ends[0], &byte, 1), 1);
+    }
+    other.join();
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(Shell, RunsCapturesAndQuotes)
+{
+    EXPECT_EQ(shell_run("exit 0"), 0);
+    EXPECT_EQ(WEXITSTATUS(shell_run("exit 7")), 7);
+    EXPECT_EQ(shell_capture("echo '  a b'; echo c", 100), "  a b\nc\n");
+    EXPECT_EQ(shell_capture("yes | head -c 100000", 10)->size(), 10U);
+    EXPECT_EQ(shell_capture("kill -PIPE $$; echo survived", 100), ""); // SIGPIPE has its default action again
+    for (const char *word : {"", "a b", "it's", "$(touch x)", "`id`", "\\", "a\nb", "-n", "*", "';'"})
+        EXPECT_EQ(shell_capture("printf %s " + shell_quote(word), 100), word);
+    // Descriptors beyond 2 stay here.
+    EXPECT_EQ(shell_capture("ls /proc/self/fd | wc -l", 100), "4\n"); // 0, 1, 2 and the folder itself
+}
+
+TEST(Text, WordsNumbersAndNames)
+{
+    EXPECT_EQ(split_words(" a,,b\r\n c ", kListSeparators), (std::vector<std::string>{"a", "b", "c"}));
+    EXPECT_TRUE(split_words(" ,, ", kListSeparators).empty());
+    EXPECT_EQ(c_int(" -12x"), -12);
+    EXPECT_EQ(c_hex16("7777x"), 0x7777U);
+    EXPECT_EQ(c_hex16("12345"), 0x2345U);
+    EXPECT_EQ(to_short_name("My Cam #1!"), "My_Cam_1");
+    EXPECT_EQ(to_short_name("a-b c"), "ab_c");
+    EXPECT_FALSE(parse_timecode("2024-02-29"));
+    EXPECT_EQ(parse_timecode("20240229T12:34:56")->minute, "34");
+}
+
+} // namespace
+} // namespace qvcd

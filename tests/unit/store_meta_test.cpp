@@ -1,0 +1,84 @@
+#include "store/database.h"
+
+#include <gtest/gtest.h>
+
+namespace qvcd {
+namespace {
+
+class Meta : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        hdfdb_init();
+        for (const auto &[name, value] : std::initializer_list<std::pair<const char *, const char *>>{
+                 {"A.perm", "4422"},
+                 {"A.file", "/top"},
+                 {"A.B.write", "w"},
+                 {"A.B.C.attr", "c"},
+                 {"A.B.C.type", "string"},
+                 {"A.B.read", ""},
+                 {"A.read", "r"},
+                 {"Z.attr", "z"},
+             })
+            metaDB.set(name, value);
+    }
+    void TearDown() override { hdfdb_destroy(); }
+};
+
+TEST_F(Meta, InheritedLookupStoresWhatComesFromFar)
+{
+    const struct {
+        const char *attribute;
+        std::optional<std::string> value;
+        std::optional<std::string> own_afterwards;
+    } cases[] = {
+        {"type", "string", "string"},         // its own
+        {"write", "w", std::nullopt},         // the parent's: not copied
+        {"file", "/top", "/top"},             // the grandparent's
+        {"read", std::nullopt, std::nullopt}, // an empty value hides what is above
+        {"shadow", std::nullopt, ""},         // nowhere: noted as empty
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(meta_get("A.B.C", c.attribute), c.value) << c.attribute;
+        EXPECT_EQ(meta_get_this_level("A.B.C", c.attribute), c.own_afterwards) << c.attribute;
+        EXPECT_EQ(meta_get("A.B.C", c.attribute), c.value) << c.attribute << " again";
+    }
+    EXPECT_EQ(meta_get("Z", "file"), std::nullopt);
+    EXPECT_EQ(meta_get_this_level("Z", "file"), std::nullopt); // one level: nothing to save
+}
+
+TEST_F(Meta, UnknownApisHaveNothingAndStayUnknown)
+{
+    for (const char *name : {"X", "A.B.D", "", ".", "A.B.C.", "a b"}) {
+        EXPECT_EQ(meta_get(name, "perm"), std::nullopt) << name;
+        EXPECT_EQ(meta_set(name, "mod", "1"), 1) << name;
+        EXPECT_EQ(meta_get_perm(name), 0U) << name;
+    }
+    EXPECT_FALSE(metaDB.find("A.B.D"));
+    EXPECT_EQ(meta_set("A.B.C", "mod", "1"), 0);
+    EXPECT_EQ(hdfutils_parent_names(metaDB.root(), "", flag_modified), std::vector<std::string>{"A.B.C"});
+}
+
+TEST_F(Meta, FlagsAreNumbersAndAnApiWithTwoIsNamedOnce)
+{
+    for (const char *clear : {"0", "", "x"}) {
+        meta_set("A.B.C", "noapp", clear);
+        EXPECT_TRUE(hdfutils_parent_names(metaDB.root(), "", flag_apply_pending).empty()) << clear;
+    }
+    meta_set("A.B.C", "noapp", "1");
+    meta_set("A.B.C", "mod", "1");
+    EXPECT_EQ(hdfutils_parent_names(metaDB.root(), "", flag_modified_or_unapplied).size(), 1U);
+}
+
+TEST_F(Meta, NamesAndPermissions)
+{
+    EXPECT_EQ(meta_get_perm("A.B.C"), 0x4422U);
+    EXPECT_EQ(meta_get_parent("A.B.C"), "A.B");
+    EXPECT_EQ(meta_get_parent("A"), std::nullopt);
+    EXPECT_EQ(meta_get_prev_node("A.B.C"), "B");
+    EXPECT_EQ(meta_get_prev_node("A.B"), "A");
+    EXPECT_EQ(meta_get_prev_node("A"), std::nullopt);
+}
+
+} // namespace
+} // namespace qvcd
