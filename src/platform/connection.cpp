@@ -50,7 +50,7 @@ std::size_t ServerConnection::next_piece(std::size_t limit)
 ServerConnection::Read ServerConnection::read_line(std::string &line, std::size_t limit,
                                                    std::chrono::milliseconds timeout)
 {
-    const std::size_t most = std::min(limit, kMaxLineBytes + 1); // the newline is no part of the line
+    const std::size_t most = limit < kMaxLineBytes ? limit : kMaxLineBytes + 1; // the newline does not count
     Deadline deadline;
     for (bool first = true;; first = false) {
         std::size_t size = next_piece(most);

@@ -272,7 +272,7 @@ void MqttClient::State::converse()
 {
     const Deadline answer = deadline_in(kAnswerPatience);
     while (has_time()) {
-        if (is_stopping() && (!connected || !work_left()))
+        if (is_stopping() && !work_left())
             break;
         if (!connected && (refused || std::chrono::steady_clock::now() >= answer)) {
             note_down("it does not answer");

@@ -1,0 +1,38 @@
+#include "platform/crypto.h"
+
+#include <gtest/gtest.h>
+
+namespace qvcd {
+namespace {
+
+TEST(Crypto, SessionIsTheHeadOfTheMd5Digest)
+{
+    // Digests of RFC 1321, appendix A.5.
+    EXPECT_EQ(qvcrypto_get_md5_session(""), 0xd41d8cd9 & 0x7fffffff);
+    EXPECT_EQ(qvcrypto_get_md5_session("abc"), 0x90015098 & 0x7fffffff);
+    EXPECT_EQ(qvcrypto_get_md5_session("message digest"), 0xf96b697d & 0x7fffffff);
+    EXPECT_EQ(qvcrypto_get_md5_session("abcdefghijklmnopqrstuvwxyz"), 0xc3fcd3d7 & 0x7fffffff);
+}
+
+TEST(Crypto, RandomNumbersHave31BitsAndDiffer)
+{
+    std::uint32_t seen = 0;
+    for (int i = 0; i < 200; ++i) {
+        const std::uint32_t number = qvcrypto_random31();
+        EXPECT_LE(number, 0x7fffffffU);
+        seen |= number;
+    }
+    EXPECT_EQ(seen, 0x7fffffffU); // each bit shows up; a miss has odds of 31 in 2^200
+}
+
+TEST(Crypto, Equal)
+{
+    EXPECT_TRUE(qvcrypto_equal("", ""));
+    EXPECT_TRUE(qvcrypto_equal("secret", "secret"));
+    EXPECT_FALSE(qvcrypto_equal("secret", "secreT"));
+    EXPECT_FALSE(qvcrypto_equal("secret", "secret1"));
+    EXPECT_FALSE(qvcrypto_equal(std::string_view("a\0b", 3), std::string_view("a\0c", 3)));
+}
+
+} // namespace
+} // namespace qvcd

@@ -1,0 +1,120 @@
+#include "platform/log.h"
+#include "temp_folder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+namespace qvcd {
+namespace {
+
+// What the file holds after `print` ran with logging at `level`.
+template <typename Print>
+std::string logged(int level, bool timestamp, Print &&print)
+{
+    const TempFolder folder;
+    qv_log_start(level, timestamp, false, folder.path("log").c_str(), false, "test");
+    print();
+    qv_log_stop();
+    return folder.read("log");
+}
+
+TEST(Log, LevelsLetTheirPrioritiesPass)
+{
+    const struct {
+        int level;
+        const char *passes;
+    } rows[] = {{-1, "3"}, {0, "3"}, {1, "34"}, {2, "3456"}, {3, "34567"}, {4, "345678"}, {9, "345678"}};
+    for (const auto &row : rows) {
+        std::string passed = logged(row.level, false, [] {
+            for (int priority = kLogError; priority <= kLogTrace; ++priority)
+                qv_log_print(priority, "%d\n", priority);
+        });
+        std::erase(passed, '\n');
+        EXPECT_EQ(passed, row.passes) << "level " << row.level;
+    }
+}
+
+TEST(Log, OneCallIsOneLine)
+{
+    const std::string longer(5000, 'x');
+    const struct {
+        std::string text;
+        std::string line;
+    } rows[] = {
+        {"plain", "plain\n"},
+        {"with newline\n", "with newline\n"},
+        {"two\nlines\n\n", "two\\x0Alines\\x0A\n"},
+        {"\x1b[31m\t\x7f", "\\x1B[31m\\x09\\x7F\n"},
+        {"caf\xc3\xa9 100%", "caf\xc3\xa9 100%\n"},
+        {longer, longer + "\n"},
+        {std::string(1023, 'y'), std::string(1023, 'y') + "\n"},
+        {std::string(1024, 'y'), std::string(1024, 'y') + "\n"},
+        {"", "\n"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(logged(2, false, [&] { qv_log_print(kLogInfo, "%s", row.text.c_str()); }), row.line);
+}
+
+TEST(Log, TimestampStandsInFront)
+{
+    EXPECT_THAT(logged(2, true, [] { qv_log_print(kLogInfo, "text\n"); }),
+                testing::MatchesRegex("....-..-.. ..:..:.. text\n"));
+}
+
+TEST(Log, NothingIsWrittenBeforeStartAndAfterStop)
+{
+    qv_log_stop();
+    EXPECT_FALSE(qv_log_wants(kLogError));
+    const std::string text = logged(4, false, [] { EXPECT_TRUE(qv_log_wants(kLogTrace)); });
+    qv_log_print(kLogError, "dropped\n");
+    EXPECT_EQ(text, "");
+}
+
+TEST(Log, AFileThatCannotBeOpenedIsReportedAndTheRestWorks)
+{
+    testing::internal::CaptureStderr();
+    qv_log_start(2, false, true, "/nonexistent/log", false, "test");
+    qv_log_print(kLogInfo, "still here\n");
+    qv_log_stop();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "test: cannot open the log file /nonexistent/log: No such file or directory\nstill here\n");
+}
+
+TEST(Log, AFailureIsOnStderrOnceAndInTheLog)
+{
+    const TempFolder folder;
+    testing::internal::CaptureStderr();
+    qv_log_start(0, false, true, folder.path("log").c_str(), false, "test");
+    qv_report_failure("no luck");
+    qv_log_stop();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "no luck\n");
+    EXPECT_EQ(folder.read("log"), "no luck\n");
+
+    testing::internal::CaptureStderr();
+    qv_report_failure("no luck");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith(": no luck\n"));
+}
+
+TEST(Log, ThreadsDoNotMixTheirLines)
+{
+    const std::string text = logged(2, false, [] {
+        std::vector<std::thread> threads;
+        for (const char c : {'a', 'b', 'c', 'd'})
+            threads.emplace_back([c] {
+                for (int i = 0; i < 200; ++i)
+                    qv_log_print(kLogInfo, "%s\n", std::string(50, c).c_str());
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+    });
+    std::istringstream lines(text);
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        ASSERT_EQ(line, std::string(50, line.empty() ? '?' : line.front()));
+    EXPECT_EQ(count, 800);
+}
+
+} // namespace
+} // namespace qvcd

@@ -1,0 +1,198 @@
+#include "platform/log.h"
+#include "platform/mqtt.h"
+#include "platform/notify_bus.h"
+#include "platform_client.h"
+#include "platform_root.h"
+#include "platform_wait.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace qvcd {
+namespace {
+
+Notification event_of(std::string payload)
+{
+    Notification n;
+    n.identity = "qvc";
+    n.message_class = "event";
+    n.event = "set";
+    n.payload = std::move(payload);
+    n.public_payload = "not for local subscribers";
+    n.topic = "qvc set";
+    return n;
+}
+
+std::string line_of(const std::string &payload)
+{
+    return R"({"identity":"qvc","class":"event","event":"set","payload":")" + payload +
+           "\",\"topic\":\"qvc set\"}\n";
+}
+
+class Bus : public testing::Test {
+  protected:
+    Bus() { EXPECT_EQ(qvnotify_start(), 0); }
+    ~Bus() override { qvnotify_stop(); }
+};
+
+TEST_F(Bus, WhoIsConnectedGetsEveryEventInOrder)
+{
+    TestClient first = TestClient::of("notify");
+    TestClient second = TestClient::of("notify");
+    for (int i = 0; i < 100; ++i)
+        qvnotify_send_publish_message(event_of("A.B=" + std::to_string(i)));
+    for (TestClient *client : {&first, &second}) {
+        for (int i = 0; i < 100; ++i)
+            ASSERT_EQ(client->line(), line_of("A.B=" + std::to_string(i)));
+    }
+}
+
+TEST_F(Bus, OneEventIsOneLineOfJson)
+{
+    const struct {
+        std::string payload;
+        std::string json;
+    } rows[] = {
+        {"A.B=\"x\"\\", R"(A.B=\"x\"\\)"},
+        {"A.B=1\n2\t", R"(A.B=1\n2\t)"},
+        {"A.B=caf\xc3\xa9", "A.B=caf\xc3\xa9"},
+        {"A.B=\xff!", "A.B=\xef\xbf\xbd!"},
+    };
+    TestClient client = TestClient::of("notify");
+    for (const auto &row : rows) {
+        qvnotify_send_publish_message(event_of(row.payload));
+        EXPECT_EQ(client.line(), line_of(row.json));
+    }
+}
+
+// Reads along while another subscriber does not.
+TEST_F(Bus, ASlowSubscriberIsDroppedTheOthersStay)
+{
+    const TempFolder folder;
+    qv_log_start(1, false, false, folder.path("log").c_str(), false, "test");
+    TestClient slow = TestClient::of("notify");
+    TestClient quick = TestClient::of("notify");
+    const std::string value(1000, 'x');
+    int published = 0;
+    for (int round = 0; round < 40; ++round) {
+        for (int i = 0; i < 100; ++i, ++published)
+            qvnotify_send_publish_message(event_of(value + std::to_string(published)));
+        for (int i = published - 100; i < published; ++i)
+            ASSERT_EQ(quick.line(), line_of(value + std::to_string(i)));
+    }
+    const std::string got = slow.all();
+    EXPECT_LT(got.size(), static_cast<std::size_t>(published) * value.size());
+    EXPECT_TRUE(got.starts_with(line_of(value + "0")));
+    qv_log_stop();
+    EXPECT_EQ(folder.read("log"), "notify: a subscriber is dropped, it does not read\n");
+}
+
+TEST_F(Bus, ASubscriberThatOnlyListensOrTalksStays)
+{
+    TestClient client = TestClient::of("notify");
+    ASSERT_TRUE(client.say("hello?\n"));
+    client.end_input();
+    for (int i = 0; i < 3; ++i) {
+        qvnotify_send_publish_message(event_of("A=1"));
+        EXPECT_EQ(client.line(), line_of("A=1"));
+    }
+}
+
+TEST_F(Bus, StopSendsWhatIsQueuedAndEndsTheStreams)
+{
+    TestClient client = TestClient::of("notify");
+    TestClient leaver = TestClient::of("notify");
+    leaver.close();
+    qvnotify_send_publish_message(event_of("A=1"));
+    qvnotify_stop();
+    qvnotify_send_publish_message(event_of("A=2"));
+    EXPECT_EQ(client.all(), line_of("A=1"));
+    EXPECT_FALSE(connect_unix(qv_ipc_socket_path("notify"), std::chrono::seconds(1)));
+}
+
+TEST_F(Bus, ManyThreadsMayPublish)
+{
+    TestClient client = TestClient::of("notify");
+    std::vector<std::thread> publishers;
+    for (const char *name : {"A=", "B=", "C="})
+        publishers.emplace_back([name] {
+            for (int i = 0; i < 100; ++i)
+                qvnotify_send_publish_message(event_of(name + std::to_string(i)));
+        });
+    for (std::thread &publisher : publishers)
+        publisher.join();
+    qvnotify_stop();
+    const std::string got = client.all();
+    for (const char *name : {"A=", "B=", "C="}) { // each thread's own order holds
+        std::size_t at = 0;
+        for (int i = 0; i < 100 && at != std::string::npos; ++i)
+            at = got.find(line_of(name + std::to_string(i)), at);
+        EXPECT_NE(at, std::string::npos) << name;
+    }
+}
+
+TEST(MqttConfigText, Rows)
+{
+    using testing::Field;
+    const auto is = [](std::string host, int port, std::string user, std::string password, std::string cafile,
+                       std::string prefix) {
+        return testing::Optional(
+            testing::AllOf(Field(&MqttConfig::host, host), Field(&MqttConfig::port, port),
+                           Field(&MqttConfig::user, user), Field(&MqttConfig::password, password),
+                           Field(&MqttConfig::cafile, cafile), Field(&MqttConfig::prefix, prefix)));
+    };
+    EXPECT_THAT(parse_mqtt_config("host=broker"), is("broker", 1883, "", "", "", "qv"));
+    EXPECT_THAT(parse_mqtt_config("# comment\r\n\n host = b \r\ncafile=/etc/ca.pem\r\n"),
+                is("b", 8883, "", "", "/etc/ca.pem", "qv"));
+    EXPECT_THAT(parse_mqtt_config("cafile=/c\nport=1\nhost=b\nuser=u\npassword= p=#q \nprefix=site/x\nodd\n"),
+                is("b", 1, "u", "p=#q", "/c", "site/x"));
+    for (const char *text : {"", "user=u\n", "host=\n", "host=b\nport=0\n", "host=b\nport=65536\n",
+                             "host=b\nport=1883x\n", "host=b\nport=\n", "#host=b\n"})
+        EXPECT_EQ(parse_mqtt_config(text), std::nullopt) << text;
+}
+
+TEST(MqttConfigText, TheLogNeverShowsAValue)
+{
+    const TempFolder folder;
+    qv_log_start(4, false, false, folder.path("log").c_str(), false, "test");
+    parse_mqtt_config("host=b\npasswort=topsecret\npassword=topsecret\nport=topsecret\n");
+    qv_log_stop();
+    EXPECT_NE(folder.read("log").find("unknown key passwort"), std::string::npos);
+    EXPECT_EQ(folder.read("log").find("topsecret"), std::string::npos);
+}
+
+// Nobody listens at this port, so every event waits: publishing must not, and neither must the end.
+TEST(Mqtt, WithoutABrokerEventsWaitInABoundedQueue)
+{
+    const TempFolder folder;
+    int port = 0;
+    {
+        const Fd probe = listen_tcp("127.0.0.1", 0);
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        ASSERT_EQ(getsockname(probe.get(), static_cast<sockaddr *>(static_cast<void *>(&address)), &size), 0);
+        port = ntohs(address.sin_port);
+    }
+    qv_log_start(1, false, false, folder.path("log").c_str(), false, "test");
+    MqttConfig config;
+    config.host = "127.0.0.1";
+    config.port = port;
+    {
+        const std::unique_ptr<MqttClient> client = MqttClient::start(config);
+        ASSERT_NE(client, nullptr);
+        EXPECT_TRUE(comes_true([&] { return !folder.read("log").empty(); }));
+        for (std::size_t i = 0; i < kMqttQueueLimit + 10; ++i)
+            client->publish("set", "A=1");
+    }
+    qv_log_stop();
+    EXPECT_EQ(folder.read("log"), "notify: broker 127.0.0.1 port " + std::to_string(port) +
+                                      " is away: Connection refused\n"
+                                      "notify: the broker's queue is full, further events are lost\n");
+}
+
+} // namespace
+} // namespace qvcd

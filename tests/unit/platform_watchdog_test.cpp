@@ -1,0 +1,124 @@
+#include "platform/process.h"
+#include "platform/watchdog.h"
+#include "platform_client.h"
+#include "platform_wait.h"
+#include "temp_folder.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/un.h>
+#include <vector>
+
+namespace qvcd {
+namespace {
+
+// Stands in for the service manager: a datagram socket that the environment names.
+class Watchdog : public testing::Test {
+  protected:
+    Watchdog() : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        folder_.path("manager").copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(socket_.get(), static_cast<const sockaddr *>(static_cast<const void *>(&address)),
+                       sizeof address),
+                  0);
+        set_receive_timeout(socket_.get(), std::chrono::seconds(30));
+        setenv("NOTIFY_SOCKET", folder_.path("manager").c_str(), 1);
+        setenv("WATCHDOG_USEC", "20000", 1);
+        unsetenv("WATCHDOG_PID");
+    }
+    ~Watchdog() override
+    {
+        unsetenv("NOTIFY_SOCKET");
+        unsetenv("WATCHDOG_USEC");
+    }
+
+    std::string message(int flags = 0)
+    {
+        char text[256];
+        const ssize_t n = recv(socket_.get(), text, sizeof text, flags);
+        return n < 0 ? "" : std::string(text, static_cast<std::size_t>(n));
+    }
+
+    // What waits to be read.
+    std::vector<std::string> messages()
+    {
+        std::vector<std::string> all;
+        for (std::string text = message(MSG_DONTWAIT); !text.empty(); text = message(MSG_DONTWAIT))
+            all.push_back(text);
+        return all;
+    }
+
+  private:
+    TempFolder folder_;
+    Fd socket_;
+};
+
+struct Health {
+    std::atomic<int> result{0};
+    std::atomic<int> asked{0};
+};
+
+int look(void *context)
+{
+    auto *health = static_cast<Health *>(context);
+    ++health->asked;
+    return health->result;
+}
+
+TEST_F(Watchdog, TicksWhileHealthyAndSaysThatItStops)
+{
+    Health health;
+    WatchdogHandle *handle = qvwatchdog_start("test", 10, look, &health);
+    EXPECT_EQ(message(), "WATCHDOG=1");
+    EXPECT_EQ(message(), "WATCHDOG=1");
+    EXPECT_EQ(message(), "WATCHDOG=1");
+    qvwatchdog_stop(handle);
+    const std::vector<std::string> rest = messages();
+    EXPECT_EQ(std::count(rest.begin(), rest.end(), "STOPPING=1"), 1);
+}
+
+TEST_F(Watchdog, AnUnhealthyDaemonDoesNotTick)
+{
+    Health health;
+    health.result = 1;
+    WatchdogHandle *handle = qvwatchdog_start("test", 10, look, &health);
+    EXPECT_TRUE(comes_true([&] { return health.asked >= 3; }));
+    EXPECT_EQ(messages(), std::vector<std::string>{});
+    health.result = 0;
+    EXPECT_EQ(message(), "WATCHDOG=1");
+    qvwatchdog_stop(handle);
+}
+
+TEST_F(Watchdog, WithoutAnIntervalFromTheManagerTheCheckIsLookedAtOnly)
+{
+    unsetenv("WATCHDOG_USEC");
+    Health health;
+    WatchdogHandle *handle = qvwatchdog_start("test", 3600, look, &health);
+    EXPECT_TRUE(comes_true([&] { return health.asked >= 1; }));
+    qvwatchdog_stop(handle); // at once, not in an hour
+    EXPECT_EQ(messages(), std::vector<std::string>{"STOPPING=1"});
+}
+
+TEST_F(Watchdog, WithoutAManagerItStillWorks)
+{
+    unsetenv("NOTIFY_SOCKET");
+    Health health;
+    WatchdogHandle *handle = qvwatchdog_start("test", 3600, look, &health);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_TRUE(comes_true([&] { return health.asked >= 1; }));
+    qvwatchdog_stop(handle);
+    qvwatchdog_stop(nullptr);
+    EXPECT_EQ(messages(), std::vector<std::string>{});
+}
+
+TEST_F(Watchdog, ReadyIsSaidWhenTheDaemonServes)
+{
+    qv_daemon_ready();
+    EXPECT_EQ(messages(), std::vector<std::string>{"READY=1"});
+}
+
+} // namespace
+} // namespace qvcd
