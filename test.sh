@@ -31,10 +31,11 @@ step() {
     fi
 }
 
-# Builds are quiet unless they fail.
+# build PRESET [TARGET...]: quiet unless it fails.
 build() {
-    local log=$logs/build-$1.log
-    { cmake --preset "$1" && cmake --build --preset "$1" -j "$jobs"; } >"$log" 2>&1 && return
+    local preset=$1 log=$logs/build-$1.log
+    shift
+    { cmake --preset "$preset" && cmake --build --preset "$preset" -j "$jobs" --target "${@:-all}"; } >"$log" 2>&1 && return
     grep -E 'error|FAILED|undefined reference' -A 3 "$log" | head -n 60
     echo "the whole output is in $log"
     return 1
@@ -58,7 +59,7 @@ run_part() {
     case $1 in
     format) step "format" check_format ;;
     release | asan) step "build $1" build "$1" && step "tests $1" run_tests "$1" ;;
-    tsan) step "build tsan" build tsan && step "concurrent tests tsan" run_tests tsan -L concurrent ;;
+    tsan) step "build tsan" build tsan qvcd qvc concurrent_tests && step "concurrent tests tsan" run_tests tsan -L concurrent ;;
     bench) step "build release" build release && step "benchmarks" cmake --build --preset release --target bench ;;
     esac
 }
