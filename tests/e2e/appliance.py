@@ -1,0 +1,395 @@
+"""A real qvcd on a root of its own.
+
+    with Appliance(meta="A {\n ... }", files={"/etc/a.conf": "port=1\n"}) as a:
+        a.start()
+        assert a.command("get A.port") == Reply(["A.port=1"], 0)
+
+Everything lives in one short temporary folder, so that several test programs run side by side and nothing is left
+behind. Waiting is always for a condition, with a deadline.
+"""
+
+import contextlib
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+import typing
+
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+BIN_DIR = pathlib.Path(os.environ.get("QVCD_BIN_DIR", REPOSITORY / "build/release/bin")).resolve()
+QVCD = BIN_DIR / "qvcd"
+QVC = BIN_DIR / "qvc"
+
+PATIENCE = 30.0  # seconds until a condition that must come counts as missed; sanitizers are slow
+SANITIZER_REPORT = re.compile(r"(ERROR|WARNING|SUMMARY): \w*Sanitizer|runtime error:")
+
+
+class Reply(typing.NamedTuple):
+    """The reply lines of a request and its result code."""
+
+    lines: list
+    code: int
+
+
+def wait_until(condition, what, patience=PATIENCE):
+    """The first true result of condition()."""
+    deadline = time.monotonic() + patience
+    while True:
+        result = condition()
+        if result:
+            return result
+        assert time.monotonic() < deadline, f"waited in vain: {what}"
+        time.sleep(0.003)
+
+
+def escape(text):
+    """A value as the wire needs it."""
+    return "".join(c if c.isalnum() and c.isascii() else "".join(f"%{b:02X}" for b in c.encode()) for c in text)
+
+
+def as_bytes(text):
+    return text if isinstance(text, bytes) else text.encode()
+
+
+class Connection:
+    """One connection to the daemon, for what talk() cannot do: waiting, dribbling, vanishing."""
+
+    def __init__(self, address, patience=PATIENCE):
+        family = socket.AF_INET if isinstance(address, tuple) else socket.AF_UNIX
+        self.socket = socket.socket(family, socket.SOCK_STREAM)
+        self.socket.settimeout(patience)
+        self.socket.connect(address)
+        self.received = b""
+
+    def send(self, data):
+        self.socket.sendall(as_bytes(data))
+
+    def send_all_and_end(self, data):
+        """Sends, from a thread of its own when the daemon may have to wait for us to read."""
+
+        def run():
+            with contextlib.suppress(OSError):  # the daemon may close while we send
+                self.send(data)
+                self.end_sending()
+
+        if len(data) < 1 << 16:
+            run()
+        else:
+            threading.Thread(target=run, daemon=True).start()
+
+    def end_sending(self):
+        self.socket.shutdown(socket.SHUT_WR)
+
+    def read_lines(self, count):
+        """The next lines, each with its newline."""
+        while self.received.count(b"\n") < count:
+            data = self.socket.recv(65536)
+            assert data, f"the daemon closed the connection after {self.received!r}"
+            self.received += data
+        lines = self.received.split(b"\n")
+        self.received = b"\n".join(lines[count:])
+        return b"".join(line + b"\n" for line in lines[:count])
+
+    def read_all(self):
+        chunks = [self.received]
+        self.received = b""
+        while True:
+            try:
+                data = self.socket.recv(1 << 16)
+            except ConnectionResetError:
+                data = b""
+            if not data:
+                return b"".join(chunks)
+            chunks.append(data)
+
+    def silent_for(self, seconds):
+        """True when nothing comes in that time."""
+        self.socket.settimeout(seconds)
+        try:
+            self.received += self.socket.recv(65536)
+            return False
+        except TimeoutError:
+            return True
+        finally:
+            self.socket.settimeout(PATIENCE)
+
+    def close(self):
+        self.socket.close()
+
+    def vanish(self):
+        """Closes with unread input thrown away: over TCP the daemon gets a reset."""
+        with contextlib.suppress(OSError):
+            self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
+        self.socket.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+
+class Events:
+    """A subscriber of the notification bus: collects the events as (event, payload)."""
+
+    def __init__(self, address):
+        self.connection = Connection(address)
+        self.connection.socket.settimeout(None)
+        self.objects = []
+        self.thread = threading.Thread(target=self._run, daemon=True)
+        self.thread.start()
+
+    def _run(self):
+        with contextlib.suppress(OSError):
+            for line in self.connection.socket.makefile("rb"):
+                self.objects.append(json.loads(line))
+
+    def seen(self):
+        return [(o["event"], o["payload"]) for o in list(self.objects)]
+
+    def wait_for(self, event, payload):
+        wait_until(lambda: (event, payload) in self.seen(), f"event {event} {payload}")
+
+    def close(self):
+        with contextlib.suppress(OSError):
+            self.connection.socket.shutdown(socket.SHUT_RDWR)
+        self.thread.join(PATIENCE)
+        self.connection.close()
+
+
+class Reservation:
+    """A free TCP port that nobody else draws while we hold it. The server that is to have it must set SO_REUSEADDR."""
+
+    def __init__(self):
+        self.socket = socket.socket()
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self.socket.bind(("127.0.0.1", 0))
+        self.port = self.socket.getsockname()[1]
+
+    def close(self):
+        self.socket.close()
+
+
+class Appliance:
+    def __init__(self, meta=None, files=None, shipped=False):
+        """meta: text of the metadata file. files: {path: text, bytes, or (text, mode)}. shipped: the model that ships."""
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="qe", dir="/tmp"))
+        self.process = None
+        self.tcp = None
+        self.events = []
+        self.connections = []
+        self.settings = {}
+        if shipped:
+            shutil.copytree(REPOSITORY / "share/root", self.root, dirs_exist_ok=True)
+            meta = (REPOSITORY / "share/apimeta.hdf").read_text()
+        for folder in ("etc", "tmp", "var/run", "usr/share/qvapi"):
+            (self.root / folder).mkdir(parents=True, exist_ok=True)
+        if meta is not None:
+            self.write("/usr/share/qvapi/apimeta.hdf", meta)
+        for name, content in (files or {}).items():
+            if isinstance(content, tuple):
+                self.write(name, *content)
+            else:
+                self.write(name, content)
+
+    # ---- Files ----
+
+    def path(self, name):
+        return self.root / name.lstrip("/")
+
+    def write(self, name, content, mode=0o644):
+        path = self.path(name)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(as_bytes(content))
+        path.chmod(mode)
+
+    def read(self, name):
+        return self.path(name).read_text()
+
+    def read_or_empty(self, name):
+        with contextlib.suppress(FileNotFoundError):
+            return self.path(name).read_text(errors="replace")
+        return ""
+
+    def log(self):
+        return self.read_or_empty("/log")
+
+    def stderr(self):
+        return self.read_or_empty("/stderr")
+
+    def logged(self, line):
+        return line in self.log().splitlines()
+
+    def wait_for_log(self, line):
+        wait_until(lambda: self.logged(line), f"log line {line!r}")
+
+    # ---- The process ----
+
+    def environment(self, **extra):
+        kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_"))}
+        return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
+
+    def start(self, *options, level=4, tcp=False, env=None, wait=True, preexec_fn=None):
+        """Starts the daemon in the foreground with a fresh log, and waits until it answers."""
+        assert self.process is None, "it runs already"
+        for name in ("/log", "/stderr"):
+            self.path(name).unlink(missing_ok=True)
+        command = [QVCD, "-g", "-l", self.path("/log"), f"-v{level}", *map(str, options)]
+        if tcp:
+            self.tcp = self.tcp or Reservation()
+            command += ["-P", str(self.tcp.port)]
+        with open(self.path("/stderr"), "wb") as stderr:
+            self.process = subprocess.Popen(
+                command,
+                stdin=subprocess.DEVNULL,
+                stdout=stderr,
+                stderr=stderr,
+                env=self.environment(**(env or {})),
+                start_new_session=True,
+                preexec_fn=preexec_fn,
+            )
+        if wait:
+            wait_until(self.answers, "the daemon's first answer")
+        return self
+
+    def answers(self):
+        assert self.process.poll() is None, f"the daemon has ended:\n{self.stderr()}\n{self.log()[-3000:]}"
+        with contextlib.suppress(ConnectionError, FileNotFoundError):
+            with Connection(self.address()) as c:
+                c.send("?\n")
+                return c.read_all() == b"!\n"
+        return False
+
+    def _reap(self):
+        """Waits for the end, then ends what the daemon's commands left running."""
+
+        def ended():
+            return os.waitid(os.P_PID, self.process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT)
+
+        try:
+            wait_until(ended, f"the daemon's end; its log:\n{self.log()[-3000:]}")
+        finally:
+            # As long as the daemon is not reaped, the number of its process group is nobody else's.
+            os.killpg(self.process.pid, signal.SIGKILL)
+            code = self.process.wait()
+            self.process = None
+        return code
+
+    def stop(self):
+        """SIGINT; the end must be an orderly one."""
+        self.process.send_signal(signal.SIGINT)
+        code = self._reap()
+        assert not SANITIZER_REPORT.search(self.stderr()), self.stderr()
+        assert code == 0, f"exit status {code}:\n{self.stderr()}\n{self.log()[-3000:]}"
+        assert not self.path("/var/run/qv/qvcd.sock").exists()
+        assert not self.path("/var/run/qvcd.pid").exists()
+
+    def kill(self):
+        self.process.kill()
+        assert self._reap() == -signal.SIGKILL, self.stderr()
+        assert not SANITIZER_REPORT.search(self.stderr()), self.stderr()
+
+    def restart(self, *options, **settings):
+        self.stop()
+        return self.start(*options, **settings)
+
+    def close(self):
+        try:
+            for one in self.events + self.connections:
+                one.close()
+            if self.process is not None:
+                self.stop()
+        finally:
+            if self.process is not None:
+                self.process.kill()
+                self._reap()
+            if self.tcp:
+                self.tcp.close()
+            shutil.rmtree(self.root, ignore_errors=True)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    # ---- Talking ----
+
+    def address(self, tcp=False):
+        return ("127.0.0.1", self.tcp.port) if tcp else str(self.path("/var/run/qv/qvcd.sock"))
+
+    def connect(self, tcp=False, greeting=None):
+        """A connection that is closed with the appliance at the latest."""
+        connection = Connection(self.address(tcp))
+        self.connections.append(connection)
+        if greeting:
+            connection.send(greeting)
+        return connection
+
+    def exchange(self, data, tcp=False):
+        """Sends bytes as they are, ends sending and returns everything that comes back."""
+        with Connection(self.address(tcp)) as c:
+            c.send_all_and_end(as_bytes(data))
+            return c.read_all()
+
+    def talk(self, lines, session=0, tcp=False):
+        """A whole request: the raw reply to the command lines."""
+        lines = [lines] if isinstance(lines, (str, bytes)) else lines
+        return self.exchange(b"".join([b"e2e %d 0\n" % session, *(as_bytes(x) + b"\n" for x in lines), b"\n"]), tcp)
+
+    def command(self, line, session=0, tcp=False):
+        lines = self.talk(line, session, tcp).decode(errors="surrogateescape").split("\n")
+        assert lines[-3] == "@" and lines[-1] == "", f"{line}: {lines}"
+        return Reply(lines[:-3], int(lines[-2]))
+
+    def get(self, api, session=0):
+        reply = self.command(f"get {api}", session)
+        assert reply.code == 0 and len(reply.lines) == 1, reply
+        name, value = reply.lines[0].split("=", 1)
+        assert name == api
+        return value
+
+    def login(self, user, password, *more, tcp=False):
+        reply = self.command(" ".join(["login", escape(user), escape(password), *more]), tcp=tcp)
+        assert reply.code == 0, reply
+        return int(reply.lines[0].removeprefix("Session="))
+
+    def subscribe(self):
+        """A subscriber that has been taken in: it has seen an event."""
+        events = Events(str(self.path("/var/run/qv/notify.sock")))
+        self.events.append(events)
+
+        def taken_in():
+            self.command("logout " + str(self.login("admin", "kelpo", "subscriber")))
+            return events.seen()
+
+        wait_until(taken_in, "a first event")
+        wait_until(lambda: events.seen()[-1][0] == "logout", "the last event of taking in")
+        events.objects.clear()
+        return events
+
+    def qvc(self, *words):
+        """The command-line client: (exit code, stdout)."""
+        done = subprocess.run(
+            [QVC, *words], env=self.environment(), stdin=subprocess.DEVNULL, capture_output=True, timeout=PATIENCE
+        )
+        return done.returncode, done.stdout.decode()
+
+
+def run_qvcd(*options, env=None):
+    """A daemon that is expected to end by itself: (exit code, stdout, stderr)."""
+    done = subprocess.run(
+        [QVCD, *map(str, options)],
+        env={**os.environ, **(env or {})},
+        stdin=subprocess.DEVNULL,
+        capture_output=True,
+        timeout=PATIENCE,
+    )
+    return done.returncode, done.stdout.decode(), done.stderr.decode()

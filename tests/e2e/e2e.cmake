@@ -1,0 +1,18 @@
+# The real daemon on roots of its own, one ctest entry a file.
+#   qvcd_e2e_test(NAME framing [CONCURRENT] [TIMEOUT 120])
+# CONCURRENT: worth running under the thread sanitizer.
+function(qvcd_e2e_test)
+  cmake_parse_arguments(T "CONCURRENT" "NAME;TIMEOUT" "" ${ARGN})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 120)
+  endif()
+  add_test(NAME e2e.${T_NAME}
+    COMMAND /usr/bin/python3 -m pytest ${CMAKE_CURRENT_SOURCE_DIR}/e2e/test_${T_NAME}.py
+    WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/e2e)
+  set_tests_properties(e2e.${T_NAME} PROPERTIES
+    ENVIRONMENT "QVCD_BIN_DIR=${CMAKE_RUNTIME_OUTPUT_DIRECTORY};PYTHONDONTWRITEBYTECODE=1"
+    LABELS "e2e$<$<BOOL:${T_CONCURRENT}>:;concurrent>"
+    TIMEOUT ${T_TIMEOUT})
+endfunction()
+
+qvcd_e2e_test(NAME framing CONCURRENT)
