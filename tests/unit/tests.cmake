@@ -21,3 +21,4 @@ qvcd_unit_test(NAME platform
     platform_server_test.cpp platform_watchdog_test.cpp
   LIBRARIES qvcd_platform)
 qvcd_unit_test(NAME base_notify SOURCES base_notify_test.cpp LIBRARIES qvcd_base)
+qvcd_unit_test(NAME funcs SOURCES funcs_files_test.cpp LIBRARIES qvcd_model)
