@@ -32,6 +32,11 @@ std::string attribute(const std::string &supply, const char *name)
     return read_first_line(std::string(kSupplies) + "/" + supply + "/" + name);
 }
 
+int number(const std::string &supply, const char *name)
+{
+    return static_cast<int>(std::strtol(attribute(supply, name).c_str(), nullptr, 10));
+}
+
 bool is_battery(const std::string &supply)
 {
     return attribute(supply, "type") == "Battery";
@@ -48,7 +53,7 @@ int source_of(const std::string &supply)
 {
     if (is_battery(supply))
         return is_discharging(supply) ? 4 : 0;
-    if (std::atoi(attribute(supply, "online").c_str()) == 0) // 2 means online at a fixed voltage
+    if (number(supply, "online") == 0) // 2 means online at a fixed voltage
         return 0;
     const std::string type = attribute(supply, "type");
     if (type == "Mains")
@@ -73,7 +78,7 @@ int power_read_battery_capacity()
 {
     for (const std::string &supply : supply_names()) {
         if (is_battery(supply))
-            return std::atoi(attribute(supply, "capacity").c_str());
+            return number(supply, "capacity");
     }
     return 0;
 }

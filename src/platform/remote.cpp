@@ -40,7 +40,7 @@ class Answer {
     void take_line(std::string_view line)
     {
         if (marked_)
-            code_ = std::atoi(std::string(line).c_str());
+            code_ = std::max(0, static_cast<int>(std::strtol(std::string(line).c_str(), nullptr, 10)));
         else if (line == "@\n")
             marked_ = true;
         else

@@ -54,7 +54,7 @@ std::optional<std::string> read_first_piece(const char *file)
 std::string version_text(std::string_view release)
 {
     const std::size_t mark = release.find('r');
-    const std::string head(release.substr(0, mark));
+    std::string head(release.substr(0, mark));
     if (mark == std::string_view::npos)
         return head;
     const std::string_view suffix = suffix_of(release.substr(mark + 1));
