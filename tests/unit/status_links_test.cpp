@@ -58,7 +58,7 @@ Values below(const std::string &prefix, const Values &values)
 {
     Values full;
     for (const auto &[name, value] : values)
-        full.emplace_back(prefix + "." + name, value);
+        full.emplace_back(join_name(prefix, name), value);
     return full;
 }
 
