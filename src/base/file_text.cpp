@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <mutex>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -80,12 +81,15 @@ void flush_folder(const std::string &folder)
         fsync(fd.get());
 }
 
-// A sibling of the target that goes away unless it was renamed.
+// The new text before it takes the target's name. One name a folder: what a power cut leaves behind is
+// overwritten by the next write instead of piling up, and no program takes it for a file of its own.
 class TemporaryFile {
   public:
-    explicit TemporaryFile(const std::string &target) : name_(target + ".XXXXXX")
+    explicit TemporaryFile(const std::string &target)
+        : lock_(one_writer()), name_(folder_of(target) + "/.qvcd-new")
     {
-        fd_.reset(mkostemp(name_.data(), O_CLOEXEC));
+        unlink(name_.c_str());
+        fd_.reset(open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     }
     ~TemporaryFile()
     {
@@ -105,6 +109,13 @@ class TemporaryFile {
     }
 
   private:
+    static std::mutex &one_writer()
+    {
+        static std::mutex *const mutex = new std::mutex; // threads may be left behind at the exit
+        return *mutex;
+    }
+
+    const std::lock_guard<std::mutex> lock_;
     std::string name_;
     Fd fd_;
 };

@@ -5,6 +5,7 @@
 #include "funcs/write_map.h"
 #include "model/template.h"
 #include "platform/log.h"
+#include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/hdf_file.h"
 
@@ -55,7 +56,8 @@ int hdfdb_load_meta_file(const std::string &path)
 {
     const HdfRead read = hdf_read_own_file(path, metaDB);
     if (read.result != HdfResult::ok) {
-        qv_log_print(kLogError, "Can not load metadata %s: %s\n", path.c_str(), read.detail.c_str());
+        qv_log_print(kLogError, "Can not load metadata %s: %s\n", qv_device_path(path).c_str(),
+                     read.detail.c_str());
         return 1;
     }
     return dyngroup_expand_meta();

@@ -24,6 +24,13 @@ std::string qv_sysroot_path(std::string_view device_path)
     return qv_sysroot() + (std::filesystem::path("/") / device_path).lexically_normal().string();
 }
 
+std::string qv_device_path(std::string_view path)
+{
+    const std::string &root = qv_sysroot();
+    const bool below = path.starts_with(root) && path.substr(root.size()).starts_with('/');
+    return std::string(below ? path.substr(root.size()) : path);
+}
+
 FileName qv_device_file(std::string_view device_path)
 {
     return {std::string(device_path), qv_sysroot_path(device_path)};

@@ -14,6 +14,10 @@ const std::string &qv_sysroot();
 /// looked at.
 std::string qv_sysroot_path(std::string_view device_path);
 
+/// The other way round: a path below the sysroot as the appliance knows it, for log lines and replies. Other
+/// paths come back as they are.
+std::string qv_device_path(std::string_view path);
+
 /// A file's name as it was given, and the path to open.
 struct FileName {
     std::string text; ///< for log lines

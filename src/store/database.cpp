@@ -1,6 +1,7 @@
 #include "store/database.h"
 
 #include "platform/log.h"
+#include "platform/sysroot.h"
 #include "store/hdf_file.h"
 
 namespace qvcd {
@@ -17,10 +18,11 @@ int hdfdb_init()
 
 int hdfdb_load_file(const std::string &path)
 {
-    const HdfRead read = hdf_read_own_file_whole(path, hdfDB);
+    const HdfRead read = hdf_read_own_file(path, hdfDB);
     if (read.result == HdfResult::ok)
         return 0;
-    qv_log_print(kLogError, "Can not load %s into the settings: %s\n", path.c_str(), read.detail.c_str());
+    qv_log_print(kLogError, "Can not load %s into the settings: %s\n", qv_device_path(path).c_str(),
+                 read.detail.c_str());
     return 1;
 }
 

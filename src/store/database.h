@@ -16,7 +16,8 @@ extern Tree metaDB; ///< the metadata: a node of the same name an API, its child
 /// Creates both trees, empty.
 int hdfdb_init();
 
-/// Reads a file of values into hdfDB; 1 after logging what is wrong, hdfDB is then as it was.
+/// Reads a file of values into hdfDB; 1 after logging what is wrong, hdfDB then keeps what stood before the
+/// error.
 int hdfdb_load_file(const std::string &path);
 
 int hdfdb_destroy();

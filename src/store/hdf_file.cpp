@@ -2,6 +2,7 @@
 
 #include "base/file_text.h"
 #include "platform/log.h"
+#include "platform/sysroot.h"
 #include "store/hdf_scan.h"
 
 #include <cerrno>
@@ -159,7 +160,7 @@ bool hdf_write_file(const std::string &path, Node node, FileKind kind)
     }
     const int error = kind == FileKind::secret ? replace_secret_file(path, text) : replace_file(path, text);
     if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", path.c_str(), std::strerror(error));
+        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
     return error == 0;
 }
 

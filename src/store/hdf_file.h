@@ -8,9 +8,9 @@
 
 namespace qvcd {
 
-// HDF files and texts: "name = value" and "name {" ... "}" lines, "name << MARK" blocks, "#" comments. Files may
-// not include other files, hold links (":") or attributes, nest deeper than kMaxTreeDepth, or hold a NUL byte.
-// Paths are paths of this machine.
+// HDF files and texts: "name = value" and "name {" ... "}" lines, "name << MARK" blocks, "#" comments. Files
+// may not include other files, hold links (":") or attributes, nest deeper than kMaxTreeDepth, or hold a NUL
+// byte. Paths are paths of this machine.
 
 enum class HdfResult { ok, missing, error };
 
@@ -19,22 +19,24 @@ struct HdfRead {
     std::string detail; ///< what is wrong, with the line number; for the log
 };
 
-/// Reads a file of the appliance's own into `into`, merging with what is there. What stands before an error is
-/// kept. The file may have any size.
+/// Reads a file of the appliance's own into `into`, merging with what is there. What stands before an error
+/// is kept. The file may have any size.
 HdfRead hdf_read_own_file(const std::string &path, Tree &into);
 
 /// The same, but all or nothing: after an error `into` is as it was.
 HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into);
 
-/// Reads a file that a client named or sent: at most 4 MiB, braces balanced, all or nothing, into a fresh tree.
+/// Reads a file that a client named or sent: at most 4 MiB, braces balanced, all or nothing, into a fresh
+/// tree.
 HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh);
 
 /// The children of `node` in the nested text form.
 std::string hdf_text(Node node);
 
-/// Writes the children of `node` to a file in one durable step (base/file_text.h). A tree whose text would not
-/// read back the same (a value with a newline, or with blanks at its ends) is not written. True on success, else
-/// the reason is logged at priority 3 and the old file is as it was. `secret`: the file gets mode 0600.
+/// Writes the children of `node` to a file in one durable step (base/file_text.h). A tree whose text would
+/// not read back the same (a value with a newline, or with blanks at its ends) is not written. True on
+/// success, else the reason is logged at priority 3 and the old file is as it was. `secret`: the file gets
+/// mode 0600.
 enum class FileKind { open, secret };
 bool hdf_write_file(const std::string &path, Node node, FileKind kind = FileKind::open);
 

@@ -21,9 +21,9 @@ using Classifier = Walk (*)(Node);
 /// Called with the node, the dotted name of its parent, which is good during the call only.
 using Visitor = std::function<void(Node, const std::string &parent)>;
 
-/// Walks the nodes below `node`, in tree order, a node before its children. `name` is the dotted name of `node`,
-/// empty for the root. The visitor may not change the tree nor let go of the command lock: visits that do take
-/// the names first (below).
+/// Walks the nodes below `node`, in tree order, a node before its children. `name` is the dotted name of
+/// `node`, empty for the root. The visitor may not change the tree nor let go of the command lock: visits
+/// that do take the names first (below).
 void hdfutils_traverse_tree(Node node, std::string_view name, Classifier classify, const Visitor &visit);
 
 /// Classifier of the leaves: of the APIs of the settings tree.
@@ -35,8 +35,8 @@ std::vector<std::string> hdfutils_names(Node node, std::string_view name, Classi
 /// The dotted names of the parents of what the classifier takes: the APIs that own an attribute or a flag.
 std::vector<std::string> hdfutils_parent_names(Node node, std::string_view name, Classifier classify);
 
-/// Writes one "dotted.name=value" line for every node below that has a value, in tree order. A prefix and a dot
-/// stand in front when a prefix is given.
+/// Writes one "dotted.name=value" line for every node below that has a value, in tree order. A prefix and a
+/// dot stand in front when a prefix is given.
 void hdfutils_dump(Node node, std::string_view prefix, std::FILE *out);
 
 /// "parent.name", or the one that is not empty; at most kMaxNameBytes.

@@ -25,8 +25,8 @@ class MetaApi {
     explicit MetaApi(std::string_view api);
     explicit operator bool() const { return !chain_.empty(); }
 
-    /// Inherited; an empty value gives none. A value that comes from the grandparent or above, or is found nowhere,
-    /// is stored on the API's own node (empty for "nowhere"), so that the next lookup is short.
+    /// Inherited; an empty value gives none. A value that comes from the grandparent or above, or is found
+    /// nowhere, is stored on the API's own node (empty for "nowhere"), so that the next lookup is short.
     std::optional<std::string_view> get(std::string_view attribute);
 
     /// Own node only; an empty value is returned as such.

@@ -14,12 +14,13 @@ namespace qvcd {
 /// Depth of a name, and of the nesting of a file.
 inline constexpr int kMaxTreeDepth = 64;
 
-/// True for what a tree can hold and a file can give back: components of letters, digits and "_" with single dots
-/// between, at most kMaxTreeDepth of them. The empty name (the node itself) is not such a name.
+/// True for what a tree can hold and a file can give back: components of letters, digits and "_" with single
+/// dots between, at most kMaxTreeDepth of them. The empty name (the node itself) is not such a name.
 bool is_tree_name(std::string_view name);
 
-/// A node of a tree, not owned; may be no node at all. Every view it hands out points into the tree and ends with
-/// a '\0'; it is good until its node is set or removed, and at the latest until the command lock is let go.
+/// A node of a tree, not owned; may be no node at all. Every view it hands out points into the tree and ends
+/// with a '\0'; it is good until its node is set or removed, and at the latest until the command lock is let
+/// go.
 class Node {
   public:
     Node() noexcept = default;
@@ -41,15 +42,16 @@ class Node {
     /// As the C library reads numbers: "12abc" is 12; without leading digits the fallback.
     int get_int(std::string_view name, int fallback) const;
 
-    /// Sets the value of a node below, creating what is missing. The value is copied first; it may be a view into
-    /// the tree. False, and nothing changed, for a bad name or a value with a NUL byte.
+    /// Sets the value of a node below, creating what is missing. The value is copied first; it may be a view
+    /// into the tree. False, and nothing changed, for a bad name or a value with a NUL byte.
     bool set(std::string_view name, std::string_view value);
 
     /// Removes the subtree of a node below; false when there is none.
     bool remove(std::string_view name);
 
-    /// Copies values and children of `source` into the node `name` below, over what is there; nodes of `source`
-    /// without a value leave the old value. `source` may be of the same tree, but not an ancestor of the target.
+    /// Copies values and children of `source` into the node `name` below, over what is there; nodes of
+    /// `source` without a value leave the old value. `source` may be of the same tree, but not an ancestor of
+    /// the target.
     bool merge(std::string_view name, Node source);
 
     /// Children in order, for loops that change nothing in this node.
@@ -106,7 +108,8 @@ class Tree {
 /// The library's URL escaping: letters, digits and !()*-._ stand, a blank becomes "+", all else %XX.
 std::string url_escape(std::string_view text);
 
-/// "+" and %XX decoded once; malformed escapes stay as they are. Nothing when the result would hold a NUL byte.
+/// "+" and %XX decoded once; malformed escapes stay as they are. Nothing when the result would hold a NUL
+/// byte.
 std::optional<std::string> url_unescape(std::string_view text);
 
 /// Call once, before any thread starts and before any tree is made.
