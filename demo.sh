@@ -13,9 +13,9 @@ start_appliance() {
         mkdir -p "$QV_SYSROOT/usr/share/qvapi" &&
         cp share/apimeta.hdf "$QV_SYSROOT/usr/share/qvapi/" || exit 1
     port=$(free_port)
-    qvcd -g -w -P "$port" -p "$QV_SYSROOT/var/run/qvcd.pid" -l "$QV_SYSROOT/var/log/qvcd.log" &
-    daemon=$!
-    wait_until qvc -t 1 get Network.hostname || give_up "the daemon does not answer"
+    # It goes into the background, out of reach of the terminal's Ctrl-C, and returns when it serves.
+    qvcd -w -P "$port" -p "$QV_SYSROOT/var/run/qvcd.pid" -l "$QV_SYSROOT/var/log/qvcd.log"
+    daemon=$(cat "$QV_SYSROOT/var/run/qvcd.pid") || give_up "the daemon did not start"
 }
 
 free_port() {
@@ -39,12 +39,15 @@ wait_until() {
 }
 
 stop_appliance() {
-    [ -n "${watcher:-}" ] && kill "$watcher" 2>/dev/null
-    if [ -n "${daemon:-}" ]; then
-        kill -INT "$daemon" 2>/dev/null
-        wait "$daemon"
+    stop_watching
+    if [ -n "${daemon:-}" ] && kill -INT "$daemon" 2>/dev/null; then
+        wait_until daemon_is_gone
     fi
     [ -n "${QV_SYSROOT:-}" ] && rm -rf "$QV_SYSROOT"
+}
+
+daemon_is_gone() {
+    ! kill -0 "$daemon"
 }
 
 give_up() {
@@ -58,6 +61,11 @@ start_watching() {
     qvc watch >"$QV_SYSROOT/events" &
     watcher=$!
     wait_until sees_login || give_up "no events arrive"
+}
+
+stop_watching() {
+    [ -n "${watcher:-}" ] && kill -INT "$watcher" 2>/dev/null
+    watcher=
 }
 
 sees_login() {
@@ -128,7 +136,8 @@ if [ $failed -ne 0 ]; then
 fi
 if [ -t 0 ] && [ -t 1 ]; then
     echo "The appliance runs in $QV_SYSROOT until you leave. Try: help, get System, set Network.hostname=studio"
-    trap - INT
+    stop_watching
+    trap : INT
     qvc
 fi
 exit 0

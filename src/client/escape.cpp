@@ -48,7 +48,7 @@ const std::string &plain(const std::string &text, std::string_view what)
 std::string name_part(const std::string &name)
 {
     if (name.find(',') != std::string::npos)
-        throw UsageError("comma in name '" + name + "'");
+        throw UsageError("comma in name '" + url_escape(name) + "'");
     return plain(name, "name");
 }
 
