@@ -1,0 +1,418 @@
+"""Reading: get and its relatives, meta, metav, introspect, and the readers behind them."""
+
+import contextlib
+import re
+import socket
+import threading
+
+import pytest
+
+from appliance import Appliance, Reply
+
+NOT_FOUND = "##Parameter not found#"
+MASKED = "*******"
+
+# The reader waits until the test lets it go on.
+WAIT_FOR_GO = 'n=0; while [ ! -e "$QV_SYSROOT/go" ] && [ $n -lt 3000 ]; do n=$((n+1)); sleep 0.01; done; echo 42'
+
+META = f"""
+Plain {{
+    perm = 7777
+    read = kv_rfunc
+    file = /etc/plain.conf
+    kept.attr = kept
+    kept.type = string
+    kept.default = fallback
+    kept.help = A value of the file
+    missing.attr = missing
+    missing.type = blank,integer_range 1 10
+    missing.default = 5
+    invalid.attr = invalid
+    invalid.type = integer
+    invalid.default = 7
+    invalid.write = kv_wfunc
+    blank.attr = blank
+    nodefault.attr = kept
+    group.default = 9
+    group.inner.attr = kept
+}}
+Text {{
+    perm = 7777
+    read = quotedkv_rfunc
+    file = /etc/quoted.conf
+    quoted.attr = quoted
+    bare.attr = bare
+    lone.attr = lone
+    inside.attr = inside
+    commented {{
+        read = kv_rfunc
+        attr = commented
+    }}
+    colon.read = kv_rfunc
+    colon.attr = colon
+    prefix.read = kv_rfunc
+    prefix.attr = pre
+    firstline.read = kv_rfunc
+    firstline.attr =
+    long.read = kv_rfunc
+    long.attr = long
+}}
+Secret {{
+    perm = 7777
+    read = quotedkv_rfunc
+    file = /etc/secret.conf
+    long.attr = long
+    long.type = blank,password 1 64
+    long.default = standard
+    short.attr = short
+    short.type = password
+    none.attr = none
+    none.type = password
+    star.read = password_rfunc
+    star.attr = long
+}}
+Live {{
+    perm = 7777
+    dynamic = true
+    word.read = syscall_rfunc
+    word.attr = echo "  42 x"
+    word.default = never
+    silent.read = syscall_rfunc
+    silent.attr = true
+    silent.default = was silent
+    nothing.read = no_rfunc
+    nothing.attr = x
+    unknown.read = misspelt_rfunc
+    unknown.attr = x
+    mirror.read = model_rfunc
+    mirror.attr = Plain.kept
+    na.read = na_rfunc
+    na.attr = x
+    hidden.read = hidden_rfunc
+    hidden.attr = x
+    zero.read = zero_rfunc
+    zero.attr = x
+}}
+Ipc {{
+    perm = 7777
+    dynamic = true
+    file = other
+    all.read = ipc_rfunc
+    all.attr = status
+    rate.read = ipc_attr_rfunc
+    rate.attr = status rate
+    lost.read = ipc_attr_rfunc
+    lost.attr = status lost
+    away.read = ipc_rfunc
+    away.file = nobody
+    away.attr = status
+}}
+Linked {{
+    perm = 7777
+    own.attr = x
+    own.default = mine
+    own.link = Plain.kept
+    dangling.attr = x
+    dangling.default = mine
+    dangling.link = Nowhere.at.all
+}}
+Levels {{
+    maker.perm = 7000
+    maker.attr = x
+    maker.default = m
+    admin.perm = 7700
+    admin.attr = x
+    admin.default = a
+    operator.perm = 7770
+    operator.attr = x
+    operator.default = o
+    viewer.perm = 7774
+    viewer.attr = x
+    viewer.default = v
+    writeonly.perm = 2222
+    writeonly.attr = x
+    writeonly.default = w
+    noperm.attr = x
+    noperm.default = n
+    private.perm = 7777
+    private.private = true
+    private.attr = x
+    private.default = p
+}}
+"""
+FILES = {
+    "/etc/plain.conf": "kept=1 2, 3\ninvalid=abc\nblank=\n",
+    "/etc/quoted.conf": 'first line = "x"\nquoted="a b"\nbare=a b\nlone="\ninside=a"b\n#commented= yes\n'
+    "colon :\t 554\nprefix=no\npre=yes\nlong=" + 2000 * "x" + "\n",
+    "/etc/secret.conf": 'long="secret word"\nshort="x"\nnone=""\n',
+    "/etc/user.conf": "".join(f"Group.{n}.perm = {perm}\n" for n, perm in enumerate(["7777", "7777", "7777", "7777"]))
+    + "".join(f"User.u{n}.group = {n}\nUser.u{n}.passwd = u{n}\n" for n in range(4)),
+}
+
+
+@pytest.fixture(scope="module")
+def a():
+    with Appliance(META, FILES) as a:
+        yield a.start()
+
+
+@pytest.mark.parametrize(
+    "command, lines, code",
+    [
+        ("get Plain.kept", ["Plain.kept=1 2, 3"], 0),
+        ("get Plain.missing", ["Plain.missing=5"], 0),
+        ("get Plain.invalid", ["Plain.invalid=7"], 0),
+        ("get Plain.blank", ["Plain.blank="], 0),
+        ("getv Plain.kept", ["1 2, 3"], 0),
+        ("getv Plain.blank", [""], 0),
+        ("getd Plain.kept", ["Plain.kept=fallback"], 0),
+        ("getdv Plain.kept", ["fallback"], 0),
+        ("getd Plain.nodefault", [], 0),
+        ("getdv Plain.nodefault", [], 0),
+        ("getd Plain.group.inner", [], 0),  # a parent's default is not its own
+        ("getd Plain", ["Plain.kept=fallback", "Plain.missing=5", "Plain.invalid=7"], 0),
+        ("get Nowhere", [f"Nowhere={NOT_FOUND}"], 1),
+        ("get Plain.kept,Nowhere Plain.missing", ["Plain.kept=1 2, 3", f"Nowhere={NOT_FOUND}", "Plain.missing=5"], 1),
+        ("get Plain.kept.attr", [f"Plain.kept.attr={NOT_FOUND}"], 1),
+        ("get plain.kept", [f"plain.kept={NOT_FOUND}"], 1),
+        ("get .", [f".={NOT_FOUND}"], 1),
+        ("get Plain.", [f"Plain.={NOT_FOUND}"], 1),
+        ("get Plain..kept", [f"Plain..kept={NOT_FOUND}"], 1),
+        ("get.x", [f"x={NOT_FOUND}"], 1),
+        ("getv Nowhere", [f"Nowhere={NOT_FOUND}"], 1),
+        ("getd Nowhere", [f"Nowhere={NOT_FOUND}"], 1),
+        ("get Text.quoted,Text.bare,Text.lone", ["Text.quoted=a b", "Text.bare=a b", "Text.lone="], 0),
+        ("get Text.inside,Text.commented,Text.colon", ['Text.inside=a', "Text.commented=yes", "Text.colon=554"], 0),
+        ("get Text.prefix,Text.firstline", ["Text.prefix=yes", 'Text.firstline=first line = "x"'], 0),
+        ("get Live.word,Live.silent,Live.nothing", ["Live.word=42", "Live.silent=was silent", "Live.nothing="], 0),
+        ("get Live.unknown,Live.mirror,Live.na", ["Live.unknown=", "Live.mirror=1 2, 3", "Live.na=n/a"], 0),
+        ("get Live.hidden,Live.zero", ["Live.hidden=******", "Live.zero=0"], 0),
+        ("get Linked.own", ["Linked.own=1 2, 3"], 0),
+        ("get Linked.dangling", ["Linked.dangling=mine"], 0),
+        ("getd Linked.own", ["Linked.own=mine"], 0),
+        ("get Secret.long", [f"Secret.long={MASKED}"], 0),
+        ("getv Secret.long", [MASKED], 0),
+        ("get Secret.short", ["Secret.short=x"], 0),
+        ("get Secret.none", ["Secret.none="], 0),
+        ("getd Secret.long", ["Secret.long=standard"], 0),
+        ("getdv Secret.long", ["standard"], 0),
+        ("get Secret.star", ["Secret.star=********"], 0),
+    ],
+)
+def test_get(a, command, lines, code):
+    assert a.command(command) == Reply(lines, code)
+
+
+def test_long_values_are_cut(a):
+    assert a.get("Text.long") == (1023 - len("long=")) * "x"  # lines are read in pieces of 1,023 bytes
+
+
+def test_whole_tree_comes_in_the_order_of_the_metadata(a):
+    names = [line.split("=")[0] for line in a.command("get").lines]
+    assert [n for n in names if n.startswith("Plain")] == [
+        "Plain.kept", "Plain.missing", "Plain.invalid", "Plain.blank", "Plain.nodefault", "Plain.group.inner",
+    ]  # fmt: skip
+    groups = list(dict.fromkeys(n.split(".")[0] for n in names))
+    assert groups == ["Plain", "Text", "Secret", "Live", "Ipc", "Linked", "Levels"]
+
+
+# Which of the levels' APIs a user of each group sees in a group listing.
+SEEN = {
+    0: ["maker=m", "admin=a", "operator=o", "viewer=v", "private=p"],
+    1: ["admin=a", "operator=o", "viewer=v"],
+    2: ["operator=o", "viewer=v"],
+    3: ["viewer=v"],
+}
+
+
+@pytest.mark.parametrize("group", SEEN)
+def test_permission_masks_of_users(a, group):
+    session = a.login(f"u{group}", f"u{group}")
+    seen = [f"Levels.{line}" for line in SEEN[group]]
+    assert a.command("get Levels", session) == Reply(seen, 0)
+    assert a.command("getd Levels", session) == Reply(seen, 0)
+    for name in ("maker", "admin", "operator", "viewer", "writeonly", "noperm"):
+        mine = [line for line in seen if line.startswith(f"Levels.{name}=")]
+        assert a.command(f"get Levels.{name}", session) == Reply(mine, 0 if mine else 1)
+    assert a.command("get Levels.private", session) == Reply(["Levels.private=p"] if group == 0 else [], 0)
+    assert a.command("introspect Levels.private", session) == (
+        a.command("introspect Levels.private") if group == 0 else Reply([], 0)
+    )
+    # The metadata is for administrators.
+    assert bool(a.command("meta.get Plain.kept", session).lines) == (group <= 1)
+    assert a.command("meta.get Plain.kept", session).code == 0
+    assert a.command("metav perm Plain.kept", session) == Reply(["7777"], 0)
+
+
+def test_meta(a):
+    kept = [
+        "Plain.kept.attr=kept", "Plain.kept.type=string", "Plain.kept.default=fallback",
+        "Plain.kept.help=A value of the file",
+    ]  # fmt: skip
+    assert a.command("meta.get Plain.kept") == Reply(kept, 0)
+    assert a.command("meta.dump Plain.kept") == Reply(kept, 0)
+    assert a.command("meta.nonsense Plain.kept") == Reply(kept, 0)
+    assert a.command("meta.get Plain.kept.type") == Reply(["Plain.kept.type=string"], 0)
+    assert a.command("meta.get Nowhere") == Reply([f"Nowhere={NOT_FOUND}"], 0)
+    assert a.command("meta.get Plain.kept.type,Nowhere").lines == ["Plain.kept.type=string", f"Nowhere={NOT_FOUND}"]
+    menu = ["meta: This menu", "meta.get: Get the meta for an API", "meta.dump: Get the meta for an API"]
+    assert a.command("meta") == a.command("meta.help") == Reply(menu, 0)
+    whole = a.command("meta.dump").lines
+    assert whole[0] == "Plain.perm=7777" and "Levels.private.default=p" in whole
+    # "perm" comes from the grandparent here: the first look keeps a copy.
+    assert a.command("get Plain.group.inner").code == 0
+    assert "Plain.group.inner.perm=7777" in a.command("meta.get Plain.group").lines
+    assert not any(line.startswith("Plain.kept.perm") for line in a.command("meta.get Plain").lines)
+
+
+def test_metav(a):
+    assert a.command("metav file Plain.kept") == Reply(["/etc/plain.conf"], 0)
+    assert a.command("metav nonsense Plain.kept") == Reply([], 0)
+    assert a.command("metav attr Text.firstline") == Reply([], 0)  # empty counts as none
+    assert a.command("metav file Nowhere.at.all") == Reply([], 0)
+    assert a.command("metav file") == Reply(['##Invalid command#: "metav file"'], -1)
+    assert a.command("metav") == Reply(['##Invalid command#: "metav "'], -1)
+
+
+def test_introspect(a):
+    lines = a.command("introspect Plain.missing")
+    assert lines.code == 0 and lines.lines
+    assert a.command("geti Plain.missing") == Reply(["Plain.missing=5", *lines.lines], 0)
+    assert a.command("introspect Plain").lines.count(lines.lines[0]) >= 1
+    assert a.command("introspect Nowhere,Plain.missing") == Reply([f"Nowhere={NOT_FOUND}", *lines.lines], 1)
+    assert len(a.command("introspect").lines) > len(a.command("introspect Plain").lines)
+
+
+def test_reader_learns_whether_it_was_called_before(appliance):
+    live = [f"a{i}.attr = echo {i}\n a{i}.read = syscall_rfunc\n" for i in range(3)]
+    meta = "L {\n perm = 7777\n dynamic = true\n " + " ".join(live) + "}\n"
+    a = appliance(meta).start()
+
+    def flags(command):
+        before = len(a.log())
+        a.command(command)
+        return re.findall(r"^rfuncmap_read: \S+ syscall_rfunc\(.*, (\d)\)$", a.log()[before:], re.M)
+
+    assert flags("get L") == ["0", "1", "1"]
+    assert flags("get L.a0,L.a1") == ["0", "1"]
+    assert flags("introspect L.a0") == flags("meta.get L.a0") == []
+    assert flags("getd L") == ["0", "1", "1"]
+    assert flags("get") == ["0", "1", "1"]
+
+
+# ---- Readers that wait for others ----
+
+
+class OtherDaemon:
+    """Another daemon's endpoint: answers each connection with the next answer."""
+
+    def __init__(self, path, answers):
+        self.asked = []
+        self.answers = answers
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.unlink(missing_ok=True)
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.bind(str(path))
+        self.socket.listen()
+        self.thread = threading.Thread(target=self.run, daemon=True)
+        self.thread.start()
+
+    def run(self):
+        for answer in self.answers:
+            with contextlib.suppress(OSError):
+                connection, _ = self.socket.accept()
+                with connection, connection.makefile("rwb") as stream:
+                    self.asked.append(stream.readline() + stream.readline())
+                    stream.write(answer() if callable(answer) else answer)
+
+    def close(self):
+        self.socket.close()
+
+
+def test_ipc_readers(a):
+    answers = [b"rate=5\nstate=up\n@\n0\n", b"rate=5", b"", b"x\nrate=7=8\nrate=9\n@\n", b"rate=5\n@\n"]
+    other = OtherDaemon(a.path("/var/run/qv/other.sock"), answers)
+    with contextlib.closing(other):
+        assert a.command("get Ipc.all") == Reply(["Ipc.all=rate=5", "state=up", ""], 0)  # newlines and all
+        assert a.get("Ipc.all") == "rate=5"  # ends without an end mark
+        assert a.get("Ipc.all") == "n/a"
+        assert a.get("Ipc.rate") == "7=8"
+        assert a.get("Ipc.lost") == ""
+        assert a.get("Ipc.away") == "n/a"
+    assert other.asked == [b"status\n\n"] * 3 + [b"status rate\n\n", b"status lost\n\n"]
+
+
+def test_reader_that_waits_holds_up_nobody(appliance):
+    meta = f"""
+    W {{
+        perm = 7777
+        dynamic = true
+        slow.read = syscall_rfunc
+        slow.attr = {WAIT_FOR_GO}
+    }}
+    I {{
+        perm = 7777
+        dynamic = true
+        slow.read = ipc_rfunc
+        slow.file = other
+        slow.attr = status
+    }}
+    Quick.perm = 7777
+    Quick.a.attr = a
+    Quick.a.default = 1
+    """
+    a = appliance(meta).start()
+    go = threading.Event()
+    other = OtherDaemon(a.path("/var/run/qv/other.sock"), [lambda: go.wait(60) and b"done\n@\n"])
+    with contextlib.closing(other):
+        waiting = [a.connect(greeting=f"me 0 0\nget {name}\n\n") for name in ("W.slow", "I.slow")]
+        assert a.command("get Quick.a") == Reply(["Quick.a=1"], 0)
+        assert a.command("sets Quick.a=2") == Reply(["Quick.a=2"], 0)
+        assert all(c.silent_for(0.05) for c in waiting)
+        go.set()
+        a.write("/go", "")
+        assert waiting[0].read_all() == b"W.slow=42\n@\n0\n"
+        assert waiting[1].read_all() == b"I.slow=done\n\n@\n0\n"
+
+
+def test_commands_that_exit_badly_or_print_much(appliance):
+    meta = """
+    S {
+        perm = 7777
+        dynamic = true
+        read = syscall_rfunc
+        fails.attr = echo word; exit 3
+        absent.attr = /nonexistent/program
+        absent.default = d
+        much.attr = head -c 3000000 /dev/zero | tr "\\\\0" x
+        binary.attr = printf "\\\\001\\\\377 x"
+        none.attr =
+        none.default = empty
+    }
+    """
+    a = appliance(meta).start()
+    assert a.get("S.fails") == "word"
+    assert a.get("S.absent") == "d"
+    assert a.get("S.much") == 1023 * "x"
+    assert a.talk("get S.binary") == b"S.binary=\x01\xff\n@\n0\n"
+    assert a.get("S.none") == "empty"
+
+
+# ---- The shipped model ----
+
+
+def test_every_shipped_api_reads_alike_alone_and_in_its_group(shipped):
+    whole = shipped.command("get")
+    assert whole.code == 0 and len(whole.lines) > 80
+    names = [line.split("=")[0] for line in whole.lines if re.match(r"[A-Z]\w*(\.\w+)+=", line)]
+    assert len(names) == len(set(names))
+    alone = shipped.talk([f"get {name}" for name in names]).decode().splitlines()
+    assert [line.split("=")[0] for line in alone if "=" in line] == names
+    assert not [line for line in alone if "##" in line]
+
+
+def test_shipped_values_over_the_client(shipped):
+    assert shipped.qvc("get", "Services.HTTP.port") == (0, "Services.HTTP.port=80\n")
+    port = f"127.0.0.1:{shipped.tcp.port}"
+    assert shipped.qvc("-H", port, "get", "Services.HTTP.port") == (0, "Services.HTTP.port=80\n")
+    assert shipped.qvc("get", "Nowhere") == (1, f"Nowhere={NOT_FOUND}\n")

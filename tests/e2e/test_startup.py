@@ -1,0 +1,428 @@
+"""Options, start, stop, and what start-up finds on disk."""
+
+import contextlib
+import ctypes
+import os
+import re
+import signal
+import socket
+import subprocess
+
+import pytest
+
+from appliance import PATIENCE, QVCD, Reply, run_qvcd, wait_until
+
+USAGE = f"""
+Usage: {QVCD} [OPTIONS] arguments
+
+[OPTIONS]
+\t-b        : Print build info
+\t-c        : Disable session checking
+\t-d        : Turn on debugging.
+\t-e        : Load a HDF file to DB.
+\t-f <file> : Read from a configuration file
+\t-g        : Don't go into daemon mode
+\t-l <file> : File to write debug messages to a log file.
+\t-m <file> : Load DB metadata HDF
+\t-P <port> : Enable network socket on this port
+\t-p <file> : Filename of PID file
+\t-s        : Send messages to syslog.
+\t-t        : Add timestamp to debug messages
+\t-u <file> : User permission file
+\t-v <level>: Log level. 0-error, 1-warn, 2-info, 3-chitchat, 4-debug
+\t-w        : Disable the watchdog
+\t-h        : This help menu
+"""
+
+
+def model(name, value="1"):
+    return f"{name} {{\n perm = 7777\n a {{\n attr = a\n default = {value}\n }}\n}}\n"
+
+
+# ---- Options ----
+
+
+@pytest.mark.parametrize(
+    "options",
+    [
+        ["-h"],
+        ["-x"],
+        ["-c", "-h"],
+        ["-l"],
+        ["-m", "x"] * 11 + ["-g"],
+        ["-g", "-m", "/" + 4095 * "x"],
+        ["-g", "-l", 4096 * "x"],
+    ],
+    ids=lambda options: " ".join(options)[:20],
+)
+def test_usage(appliance, options):
+    a = appliance()
+    code, out, _ = run_qvcd("-p", a.path("/pid"), *options, env={"QV_SYSROOT": str(a.root)})
+    assert (code, out) == (0, USAGE)
+    assert not a.path("/pid").exists()
+
+
+def test_build_info(appliance):
+    a = appliance()
+    code, out, err = run_qvcd("-p", a.path("/pid"), "-b", "-h", env={"QV_SYSROOT": str(a.root)})
+    assert (code, err) == (0, "")
+    assert re.fullmatch(r"Built on [A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\n", out)
+    assert not a.path("/pid").exists()
+
+
+@pytest.mark.parametrize(
+    "options, loaded",
+    [
+        ([], ["Default"]),
+        (["-f", "one"], ["One"]),
+        (["-m", "one", "-m", "two"], ["One", "Two"]),
+        (["-m", "two", "-m", "one"], ["Two", "One"]),
+        (["-m", "one", "-f", "two"], ["Two"]),
+        (["-f", "two", "-m", "one"], ["One"]),
+        (["-m", "one", "-m", "two", "-f", "three"], ["Three", "Two"]),
+        (["-m", "three", *["-m", "one"] * 8, "-m", "two"], ["Three", "One", "Two"]),
+    ],
+    ids=lambda value: " ".join(value),
+)
+def test_metadata_options(appliance, options, loaded):
+    a = appliance(model("Default"), {f"/{name.lower()}": model(name) for name in ("One", "Two", "Three")})
+    a.start(*[a.path("/" + o) if not o.startswith("-") else o for o in options])
+    assert a.command("get") == Reply([f"{name}.a=1" for name in loaded], 0)
+    assert len(re.findall(r"^Loading .* into meta DB$", a.log(), re.M)) == max(options.count("-m"), 1)
+
+
+def test_later_metadata_overrides_earlier(appliance):
+    a = appliance(files={"/1": model("A", "old"), "/2": "A.a.default = new\nA.b.attr = b\nA.b.default = 2\n"})
+    a.start("-m", a.path("/1"), "-m", a.path("/2"))
+    assert a.command("get").lines == ["A.a=new", "A.b=2"]
+
+
+def test_preloaded_values_and_user_file(appliance):
+    a = appliance(model("A"), {"/pre.hdf": "Extra.value = 5\nA.a = 7\n", "/users": "User.admin.passwd = x\n"})
+    a.start("-e", a.path("/pre.hdf"), "-u", a.path("/users"))
+    assert a.command("get Extra.value") == Reply([], 1)  # without metadata nobody may read it
+    assert a.command("get A.a") == Reply(["A.a=1"], 0)  # population comes after
+    assert a.command("sets Extra.value=6").lines == ["Extra.value=##Invalid permission#"]  # but it is there
+    assert a.command("user.list").lines == ["User.admin.passwd=x"]
+
+
+def test_last_pid_file_wins_and_relative_paths_hold(appliance):
+    a = appliance(model("A"))
+    a.start("-p", a.path("/first"), "-p", a.path("/second"), "-l", os.path.relpath(a.path("/other.log")))
+    assert not a.path("/first").exists()
+    assert a.read("/second") == f"{a.process.pid}\n"
+    assert "running" in a.read("/other.log")
+    a.stop()
+    assert not a.path("/second").exists()
+
+
+@pytest.mark.parametrize("level, wanted", [(0, {3}), (1, {3}), (2, {3, 5, 6}), (3, {3, 5, 6, 7}), (4, {3, 5, 6, 7, 8})])
+def test_log_levels(appliance, level, wanted):
+    a = appliance(model("A")).start(level=level)
+    a.command("nonsense")
+    a.stop()
+    lines = {
+        3: "Invalid command: nonsense",
+        5: "running",
+        6: "Load session DB",
+        7: "Starting watchdog",
+        8: "adding undefined to cmdmap 0",
+    }
+    assert {priority for priority, line in lines.items() if a.logged(line)} == wanted
+
+
+def test_debug_logs_to_stderr_and_timestamps_alone_do_nothing(appliance):
+    a = appliance(model("A"))
+    for options, pattern in (
+        (["-d"], r"(?s)started\n.*running\n"),
+        (["-t"], r""),
+        (["-d", "-t"], r"(?s)(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [^\n]+\n)+"),
+    ):
+        with running(a, "-g", *options) as process:
+            wait_until(a.path("/var/run/qv/qvcd.sock").exists, "the socket")
+            process.send_signal(signal.SIGINT)
+            _, err = process.communicate(timeout=PATIENCE)
+        assert process.returncode == 0
+        err = re.sub(r"(?m)^can not read user config file .*\n", "", err.decode())
+        assert re.match(pattern, err) if pattern else err == "", options
+
+
+def test_tcp_only_on_demand(appliance):
+    a = appliance(model("A")).start("-P", "0")
+    assert listeners(a.process.pid) == 0
+    a.restart(tcp=True)
+    assert listeners(a.process.pid) == 1
+    assert a.command("get A.a", tcp=True) == Reply(["A.a=1"], 0)
+
+
+def test_tcp_port_that_is_taken(appliance):
+    first = appliance(model("A")).start(tcp=True)
+    second = appliance(model("A")).start("-P", first.tcp.port)
+    message = f"cannot serve TCP 0.0.0.0 port {first.tcp.port}: Address already in use"
+    assert second.logged(message) and second.stderr() == f"qvcd: {message}\n"
+    assert second.command("get A.a") == Reply(["A.a=1"], 0)
+
+
+def listeners(pid):
+    """How many TCP sockets the process listens on."""
+    inodes = set()
+    for fd in os.listdir(f"/proc/{pid}/fd"):
+        with contextlib.suppress(FileNotFoundError):
+            inodes.update(re.findall(r"socket:\[(\d+)\]", os.readlink(f"/proc/{pid}/fd/{fd}")))
+    with open(f"/proc/{pid}/net/tcp") as table:
+        rows = [line.split() for line in table][1:]
+    return sum(row[3] == "0A" and row[9] in inodes for row in rows)
+
+
+# ---- Start and stop ----
+
+
+@contextlib.contextmanager
+def running(a, *options):
+    """A daemon on the appliance's root beside or instead of the harness's own."""
+    process = subprocess.Popen(
+        [QVCD, *map(str, options)], env=a.environment(), stdin=subprocess.DEVNULL, stderr=subprocess.PIPE
+    )
+    try:
+        yield process
+    finally:
+        process.kill()
+        process.communicate()
+
+
+def test_order_of_start_and_stop(appliance):
+    a = appliance(model("A"), {"/etc/user.conf": "User.admin.group = 1\n", "/2": model("B")})
+    a.start("-m", a.path("/usr/share/qvapi/apimeta.hdf"), "-m", a.path("/2"))
+    a.stop()
+    order = [
+        "logging started: level = 4",
+        "started",
+        "Starting watchdog",
+        "afunc map created with 8 functions",
+        "cfunc map created with 34 functions",
+        "ifunc map created with ",
+        "rfunc map created with 44 functions",
+        "wfunc map created with 7 functions",
+        "addfunc map created with ",
+        "removefunc map created with ",
+        "cmd map created with ",
+        "Loading /etc/user.conf into user DB",
+        f"Loading {a.path('/usr/share/qvapi/apimeta.hdf')} into meta DB",
+        f"Loading {a.path('/2')} into meta DB",
+        "Load session DB",
+        "populate default A.a=1",
+        "populate default B.a=1",
+        "running",
+        "Signal 2 caught, shutting down",
+        "alive",
+        "stopping",
+        "Stopping watchdog",
+        "exit",
+    ]
+    log = a.log().splitlines()
+    found = [line for line in log if any(line == o or (o.endswith(" ") and line.startswith(o)) for o in order)]
+    assert len(found) == len(order) and all(f.startswith(o) for f, o in zip(found, order)), found
+    assert log[-1] == "exit"
+
+
+def test_stop_leaves_nothing_but_the_files(appliance):
+    a = appliance(model("A")).start(tcp=True)
+    assert a.path("/tmp/qvcd").is_dir()
+    assert a.path("/var/run/qv/qvcd.sock").stat().st_mode & 0o777 == 0o660
+    assert a.path("/var/run/qv").stat().st_mode & 0o777 == 0o755
+    a.login("admin", "kelpo")
+    a.connect(greeting="me 0 0\nget A.a\n").read_lines(1)  # an open connection does not hold up the end
+    a.stop()
+    assert not a.path("/tmp/qvcd").exists()
+    assert a.read("/tmp/current_sessions") == ""
+    assert list(a.path("/var/run/qv").iterdir()) == []
+
+
+def test_scratch_folder_with_foreign_files_stays(appliance):
+    a = appliance(model("A"), {"/tmp/qvcd/mine": "x"}).start()
+    a.stop()
+    assert a.read("/tmp/qvcd/mine") == "x"
+
+
+def test_no_watchdog(appliance):
+    a = appliance(model("A")).start("-w")
+    a.stop()
+    assert not re.search(r"(Starting|Stopping) watchdog", a.log())
+
+
+def test_signals(appliance):
+    a = appliance(model("A")).start()
+    a.process.send_signal(signal.SIGPIPE)
+    assert a.command("get A.a") == Reply(["A.a=1"], 0)
+    a.process.send_signal(signal.SIGTERM)  # keeps its default action
+    assert a._reap() == -signal.SIGTERM
+    assert a.read("/var/run/qvcd.pid") != ""
+    a.start()
+
+
+@contextlib.contextmanager
+def adopting_orphans():
+    """Daemons whose parents have ended become our children, so that we can wait for them."""
+    prctl = ctypes.CDLL(None, use_errno=True).prctl
+    set_child_subreaper = 36
+    assert prctl(set_child_subreaper, 1, 0, 0, 0) == 0
+    try:
+        yield
+    finally:
+        prctl(set_child_subreaper, 0, 0, 0, 0)
+
+
+def test_daemon_mode(appliance):
+    a = appliance(model("A"), {"/etc/user.conf": ""})
+    with adopting_orphans():
+        options = ["-l", a.path("/log"), "-m", os.path.relpath(a.path("/usr/share/qvapi/apimeta.hdf"))]
+        assert run_qvcd(*options, env=a.environment()) == (0, "", "")
+        # Who started it may talk to it at once.
+        pid = int(a.read("/var/run/qvcd.pid"))
+        try:
+            assert a.command("get A.a") == Reply(["A.a=1"], 0)
+            assert os.getsid(pid) == pid
+            assert os.readlink(f"/proc/{pid}/cwd") == "/"
+            assert {os.readlink(f"/proc/{pid}/fd/{fd}") for fd in range(3)} == {"/dev/null"}
+        finally:
+            os.kill(pid, signal.SIGINT)
+            wait_until(lambda: os.waitid(os.P_PID, pid, os.WEXITED | os.WNOHANG | os.WNOWAIT), "the daemon's end")
+            status = os.waitpid(pid, 0)[1]
+    assert status == 0
+    assert a.log().splitlines()[-1] == "exit"
+    assert not a.path("/var/run/qvcd.pid").exists()
+
+
+# ---- What others left or hold ----
+
+
+def test_files_of_a_dead_daemon_are_replaced(appliance):
+    a = appliance(model("A")).start()
+    a.kill()
+    assert a.path("/var/run/qv/qvcd.sock").exists() and a.path("/var/run/qv/notify.sock").exists()
+    a.start()
+    assert a.read("/var/run/qvcd.pid") == f"{a.process.pid}\n"
+    assert a.stderr() == ""
+    assert a.command("get A.a") == Reply(["A.a=1"], 0)
+
+
+def test_pid_file_with_the_number_of_a_living_process_that_is_no_daemon(appliance):
+    a = appliance(model("A"), {"/var/run/qvcd.pid": f"{os.getpid()}\nand more\n"}).start()
+    assert a.read("/var/run/qvcd.pid") == f"{a.process.pid}\n"
+
+
+def test_second_daemon_takes_nothing_over(appliance):
+    a = appliance(model("A")).start()
+    sockets = {name: a.path(f"/var/run/qv/{name}.sock").stat().st_ino for name in ("qvcd", "notify")}
+    with running(a, "-g", "-l", a.path("/second.log")) as second:
+        wait_until(lambda: "running" in a.read_or_empty("/second.log"), "the second daemon")
+        second.send_signal(signal.SIGINT)
+        _, err = second.communicate(timeout=PATIENCE)
+    messages = [
+        f"the process ID file {a.path('/var/run/qvcd.pid')} is held by a running daemon, process {a.process.pid}",
+        "cannot serve /var/run/qv/notify.sock: a live server answers there",
+        "cannot serve /var/run/qv/qvcd.sock: a live server answers there",
+    ]
+    assert err.decode() == "".join(f"qvcd: {m}\n" for m in messages)
+    assert set(messages[1:]) <= set(a.read("/second.log").splitlines())
+    assert a.read("/var/run/qvcd.pid") == f"{a.process.pid}\n"
+    assert sockets == {name: a.path(f"/var/run/qv/{name}.sock").stat().st_ino for name in sockets}
+    assert a.command("get A.a") == Reply(["A.a=1"], 0)
+
+
+def test_pid_file_that_cannot_be_written(appliance):
+    a = appliance(model("A"))
+    a.start("-p", "/nonexistent/qvcd.pid")
+    assert a.stderr() == "qvcd: cannot write the process ID file /nonexistent/qvcd.pid: No such file or directory\n"
+    assert a.command("get A.a") == Reply(["A.a=1"], 0)
+
+
+def test_socket_name_taken_by_a_file(appliance):
+    a = appliance(model("A"), {"/var/run/qv/qvcd.sock": "precious"})
+    with running(a, "-g", "-l", a.path("/log")) as process:
+        wait_until(lambda: a.logged("running"), "running")
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=PATIENCE)
+    assert a.logged("cannot serve /var/run/qv/qvcd.sock: it exists and is no socket")
+    assert a.read("/var/run/qv/qvcd.sock") == "precious"
+
+
+def test_sysroot_too_long_for_a_socket_address(appliance):
+    a = appliance()
+    longest = 107 - len("/var/run/qv/notify.sock")
+    fitting = str(a.root) + "/" + (longest - len(str(a.root)) - 1) * "x"
+    for root, fits in ((fitting, True), (fitting + "x", False)):
+        os.mkdir(root)
+        if fits:
+            env = {**a.environment(), "QV_SYSROOT": root}
+            process = subprocess.Popen([QVCD, "-g"], env=env, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            with contextlib.ExitStack() as stack:
+                stack.callback(process.wait)
+                stack.callback(process.kill)
+                wait_until(lambda: answers(root + "/var/run/qv/qvcd.sock"), "an answer")
+        else:
+            code, out, err = run_qvcd("-g", env={"QV_SYSROOT": root})
+            message = f"{QVCD}: QV_SYSROOT is too long for the addresses of its sockets: {root}\n"
+            assert (code, out, err) == (1, "", message)
+            assert os.listdir(root) == []
+
+
+def answers(address):
+    with contextlib.suppress(OSError), socket.socket(socket.AF_UNIX) as s:
+        s.connect(address)
+        s.sendall(b"?\n")
+        return s.recv(10) == b"!\n"
+    return False
+
+
+# ---- Metadata that is not as it should be ----
+
+GOOD = "Good {\n perm = 7777\n a {\n attr = a\n default = 1\n }\n}\n"
+
+
+@pytest.mark.parametrize(
+    "content, message",
+    [
+        (None, "No such file or directory"),
+        ("folder", "not a regular file"),
+        (GOOD + "nonsense\n", "line 8: .+"),
+        (GOOD + "x = 1\n}\n}\n}\n", "line 9: .+"),
+        (GOOD + "open {\n", ".+"),
+        (GOOD + "a {\n" * 10000 + "}\n" * 10000, "line 7[0-9]: nested too deeply"),
+        (GOOD + "a {\n" * 10000, "line 7[0-9]: nested too deeply"),
+        (GOOD + '#include "/etc/passwd"\nx = 1\n', "line 8: .+"),
+        (GOOD.encode() + b"a = \xff\x00\x01\n\x00\x00", "line 8: .+"),
+    ],
+    ids=["missing", "folder", "rubbish", "brace too many", "open", "deep", "deep and open", "include", "binary"],
+)
+def test_bad_metadata(appliance, content, message):
+    a = appliance()
+    path = a.path("/bad.hdf")
+    if content == "folder":
+        path.mkdir()
+    elif content is not None:
+        a.write("/bad.hdf", content)
+    a.write("/next.hdf", model("Next"))
+    a.start("-m", path, "-m", a.path("/next.hdf"))
+    # What stands before the error counts, and so do the other files.
+    good = ["Good.a=1"] if content not in (None, "folder") else []
+    assert [line for line in a.command("get").lines if line.endswith(".a=1")] == [*good, "Next.a=1"]
+    assert re.search(f"^Can not load metadata {re.escape(str(path))}: {message}$", a.log(), re.M)
+
+
+def test_no_metadata_at_all(appliance):
+    a = appliance().start()
+    assert a.command("get") == Reply([], 0)
+    assert a.command("get A") == Reply(["A=##Parameter not found#"], 1)
+    assert a.logged("Can not load metadata " + str(a.path("/usr/share/qvapi/apimeta.hdf")) + ": No such file or directory")
+
+
+def test_shipped_model_starts_without_complaints(appliance):
+    a = appliance(shipped=True).start(level=1)
+    before = {p: p.read_bytes() for p in a.path("/etc").rglob("*") if p.is_file()}
+    assert (a.log(), a.stderr()) == ("", "")
+    # Every setting has a valid value in its file: nothing is replaced by a default.
+    a.restart()
+    replaced = set(re.findall(r"^populate (?:default|blank) .*", a.log(), re.M))
+    assert replaced <= {"populate default System.Configuration.Profiles.current=default"}  # is the default anyway
+    assert {p: p.read_bytes() for p in a.path("/etc").rglob("*") if p.is_file()} == before

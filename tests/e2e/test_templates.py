@@ -1,0 +1,225 @@
+"""Numbered groups, made from templates when the metadata is loaded."""
+
+import re
+
+import pytest
+
+from appliance import Reply
+
+LEAF = "perm = 7777\n read = no_rfunc\n a {\n attr = x\n default = value __d of __i\n }\n"
+
+
+def template(range_text, name="__d"):
+    return f"T {{\n {name} {{\n range = {range_text}\n {LEAF} }}\n}}\n"
+
+
+def numbers(a, group="T"):
+    return [int(re.match(rf"{group}\.(-?\d+)\.a=", line).group(1)) for line in a.command(f"get {group}").lines]
+
+
+@pytest.mark.parametrize(
+    "range_text, expected",
+    [
+        ("1 4", [1, 2, 3, 4]),
+        ("0 6 2", [0, 2, 4, 6]),
+        ("0 5 2", [0, 2, 4]),
+        ("3 3", [3]),
+        ("4 3", []),
+        ("1 Nowhere.at.all", []),
+        ("0 Nowhere.at.all", [0]),
+        ("1 Live.three", [1, 2, 3]),
+        ("1 Live.broken", []),
+        ("0 Live.broken", [0]),
+        ("1 Live.file", [1, 2]),
+        ("1 3 0", [1]),
+        ("1 3 -1", [1]),
+        ("1 3 x", [1]),
+        ("1", []),
+        ("", []),
+        ("x y", [0]),
+        ("  1 \t 2  ", [1, 2]),
+        ("2147483646 2147483647", [2147483646, 2147483647]),
+        ("2147483647 99999999999 2147483647", [2147483647]),
+    ],
+)
+def test_range(appliance, range_text, expected):
+    live = """
+    Live {
+        perm = 7777
+        dynamic = true
+        three.read = syscall_rfunc
+        three.attr = echo 3
+        broken.read = syscall_rfunc
+        broken.attr = false
+        file.read = kv_rfunc
+        file.file = /etc/count
+        file.attr = count
+    }
+    """
+    a = appliance(live + template(range_text), {"/etc/count": "count=2\n"}).start()
+    if expected:
+        assert numbers(a) == expected
+        assert a.get(f"T.{expected[-1]}.a") == f"value {expected[-1]} of {expected[-1]}"
+    else:
+        assert a.command("get T") == Reply(["T=##Parameter not found#"], 1)
+
+
+def test_placeholders_in_values(appliance):
+    a = appliance(
+        """
+        T {
+            __d {
+                range = 7 7
+                perm = 7777
+                read = no_rfunc
+                two.attr = x
+                two.default = a__db__zc
+                end.attr = x
+                end.default = last__d
+                short.attr = x
+                short.default = last__
+                many.attr = x
+                many.default = ____d__d
+                plain__d.attr = x
+                plain__d.default = its name stays
+            }
+        }
+        """
+    ).start()
+    assert a.command("get T.7").lines == [
+        "T.7.two=a7b7c",
+        "T.7.end=last7",
+        "T.7.short=last7",
+        "T.7.many=7d7",
+        "T.7.plain__d=its name stays",
+    ]
+    assert "T.__d.two.default=a__db__zc" in a.command("meta.get T").lines  # templates stay
+
+
+def test_nested_templates(appliance):
+    a = appliance(
+        """
+        S {
+            __d {
+                range = 1 3
+                perm = 7777
+                read = no_rfunc
+                name.attr = x
+                name.default = outer __d
+                P {
+                    __i {
+                        range = 0 1
+                        a.attr = x
+                        a.default = inner __i
+                    }
+                }
+            }
+        }
+        """
+    ).start()
+    expected = []
+    for outer in (1, 2, 3):
+        expected.append(f"S.{outer}.name=outer {outer}")
+        expected += [f"S.{outer}.P.{inner}.a=inner {inner}" for inner in (0, 1)]
+    assert a.command("get") == Reply(expected, 0)
+
+
+def test_template_in_a_template_counted_by_the_outer_number(appliance):
+    """An inner range may name an API of the very copy."""
+    a = appliance(
+        """
+        Count {
+            1.attr = one
+            2.attr = two
+            perm = 7777
+            read = kv_rfunc
+            file = /etc/count
+        }
+        S {
+            __d {
+                range = 1 2
+                perm = 7777
+                read = no_rfunc
+                name.attr = x
+                name.default = __d
+                __i {
+                    range = 1 Count.2
+                    a.attr = x
+                    a.default = __i
+                }
+            }
+        }
+        """,
+        {"/etc/count": "one=1\ntwo=3\n"},
+    ).start()
+    lines = a.command("get S.2").lines
+    assert lines == ["S.2.name=2", "S.2.1.a=1", "S.2.2.a=2", "S.2.3.a=3"]
+
+
+def test_two_files_expand_twice(appliance):
+    """A later file may add to copies and templates: each load expands the whole tree again."""
+    second = """
+    T {
+        __d {
+            b.attr = x
+            b.default = late __d
+            a.default = changed __d
+        }
+        2.special.attr = x
+        2.special.default = only here
+        2.a.default = lost to the template
+    }
+    """
+    a = appliance(files={"/1": template("1 2"), "/2": second})
+    a.start("-m", a.path("/1"), "-m", a.path("/2"))
+    assert sorted(a.command("get").lines) == [
+        "T.1.a=changed 1",
+        "T.1.b=late 1",
+        "T.2.a=changed 2",
+        "T.2.b=late 2",
+        "T.2.special=only here",
+    ]
+    expansions = re.findall(r"^Expanding node T.__d for 1-2$", a.log(), re.M)
+    assert len(expansions) == 2
+
+
+def test_values_of_copies_live_their_own_lives(appliance):
+    meta = f"""
+    T {{
+        __d {{
+            range = 1 3
+            perm = 7777
+            read = kv_rfunc
+            write = kv_wfunc
+            file = /etc/stream__d.conf
+            port.attr = port
+            port.type = portnumber
+            port.default = 80__d
+        }}
+    }}
+    """
+    a = appliance(meta, {"/etc/stream2.conf": "port=5\n"}).start()
+    assert a.command("get").lines == ["T.1.port=801", "T.2.port=5", "T.3.port=803"]
+    assert a.command("update T.3.port=9").code == 0
+    assert [a.read(f"/etc/stream{n}.conf") for n in (1, 2, 3)] == ["port=801\n", "port=5\n", "port=9\n"]
+
+
+@pytest.mark.parametrize("range_text", ["1 100000", "0 2147483647", "-2147483648 2147483647", "1 99999999999999999999"])
+def test_huge_ranges_are_refused(appliance, range_text):
+    a = appliance(template(range_text) + "Good.perm = 7777\nGood.a.attr = x\nGood.a.default = 1\n").start()
+    assert a.command("get") == Reply(["Good.a=1"], 0)
+    assert re.search(r"^Template T.__d asks for \d+ copies, which is too many$", a.log(), re.M)
+
+
+def test_largest_range(appliance):
+    a = appliance(template("1 65536")).start(level=1)
+    assert len(a.command("get T").lines) == 65536
+    assert a.log() == "can not read user config file /etc/user.conf\n"
+
+
+def test_nested_ranges_do_not_exhaust_the_daemon(appliance):
+    nested = "".join(f"__{c} {{\nrange = 1 60000\n" for c in "abc") + LEAF + "}\n" * 3
+    a = appliance("Good.perm = 7777\nGood.a.attr = x\nGood.a.default = 1\nN {\n" + nested + "}\n")
+    a.start(level=1)
+    assert a.get("Good.a") == "1"
+    assert "which is too many" in a.log()
