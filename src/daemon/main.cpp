@@ -19,6 +19,7 @@
 #include "platform/server.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
+#include "store/menu.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -88,6 +89,7 @@ void create_maps()
 
 void load_databases(const Options &options)
 {
+    menu_load_db_file(options.menu_file);
     hdfdb_init();
     if (options.preload)
         hdfdb_load_file(options.preload_file.path);
@@ -160,6 +162,7 @@ void shut_down(const Options &options)
     session_unload_db_file();
     hdfdb_destroy();
     user_unload_db_file();
+    menu_unload_db_file();
     destroy_maps();
     socket_exit();
     qvnotify_stop();

@@ -1,0 +1,63 @@
+#include "commands/browse.h"
+
+#include "base/reply.h"
+#include "platform/api_errors.h"
+#include "store/database.h"
+
+namespace qvcd {
+
+namespace {
+
+// One API: 1 when the caller may not read it.
+int browse_param(unsigned mask, const std::string &api, std::FILE *out)
+{
+    MetaApi meta(api);
+    if ((mask & meta.perm() & kReadBits) == 0)
+        return 1;
+    if ((mask & kLevel0Bits) != 0 || !meta.is_true("private"))
+        reply_value(out, api, "leaf");
+    return 0;
+}
+
+void browse_group(unsigned mask, Node node, const std::string &name, std::FILE *out)
+{
+    hdfutils_traverse_tree(node, name, hdfutils_check_endnode, [&](Node leaf, const std::string &parent) {
+        browse_param(mask, join_name(parent, leaf.name()), out);
+    });
+}
+
+int command_browse(unsigned mask, Args &argv, std::FILE *out)
+{
+    int result = 0;
+    for (const std::string &name : argv) {
+        const Node node = name.empty() ? Node() : hdfDB.find(name);
+        if (!node) {
+            reply_value(out, name, API_E_PARAM_NOT_FOUND);
+            result = 1;
+        } else if (node.first_child()) {
+            browse_group(mask, node, name, out);
+        } else {
+            result |= browse_param(mask, name, out);
+        }
+    }
+    if (argv.empty())
+        browse_group(mask, hdfDB.root(), "", out);
+    return result;
+}
+
+} // namespace
+
+const CommandRecord browseRecord = {
+    .name = "browse",
+    .handler = command_browse,
+    .summary = "Browse the API tree",
+    .synopsis = "browse [<API or group> ...]",
+    .errors =
+        "<name>=##Parameter not found#: there is no such API or group. The other names are listed, and the "
+        "result is 1. An API that was named and may not be read gives no line, and the result 1.",
+    .description =
+        "Lists the names of APIs, one \"<name>=leaf\" line each: those of a group, or all of them. "
+        "APIs that the caller may not read, and private ones, are left out.",
+};
+
+} // namespace qvcd

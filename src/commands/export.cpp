@@ -1,0 +1,151 @@
+#include "commands/export.h"
+
+#include "base/reply.h"
+#include "base/text.h"
+#include "funcs/read_map.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/database.h"
+#include "store/hdf_file.h"
+
+namespace qvcd {
+
+namespace {
+
+constexpr char kStream[] = "stdout"; // the target that is no file
+
+// Which kinds of APIs go out; the row's number is the mode. Other numbers are as mode 0.
+struct ExportMode {
+    bool read_only;
+    bool passwords;
+    bool dynamic;
+};
+constexpr ExportMode kModes[] = {
+    {false, false, false},
+    {false, false, true},
+    {false, true, false},
+    {true, true, true},
+};
+
+// Three levels only: what the maker alone may write is nothing that a user restores.
+constexpr unsigned kUserWriteBits = 0x222;
+
+ExportMode export_mode(int number)
+{
+    return number >= 0 && number < static_cast<int>(std::size(kModes)) ? kModes[number] : kModes[0];
+}
+
+class Export {
+  public:
+    Export(unsigned mask, ExportMode mode) : mask_(mask), mode_(mode) {}
+
+    void argument(const std::string &name, std::FILE *out);
+    void group(Node node, const std::string &name);
+    bool write(const std::string &target, std::FILE *out) const;
+
+  private:
+    bool goes_out(const std::string &api, bool password, bool dynamic) const;
+    void setting(const std::string &api);
+
+    unsigned mask_;
+    ExportMode mode_;
+    Tree document_ = Tree::make();
+    bool secret_ = false; // the document holds a password
+};
+
+bool Export::goes_out(const std::string &api, bool password, bool dynamic) const
+{
+    const unsigned perm = meta_get_perm(api);
+    return (mask_ & perm & kReadBits) != 0 && ((perm & kUserWriteBits) != 0 || mode_.read_only) &&
+           !meta_is_hidden(mask_, api) && (!password || mode_.passwords) && (!dynamic || mode_.dynamic);
+}
+
+// The tree holds no value of a dynamic API: a document with its placeholder would set that when it is
+// imported.
+std::string exported_value(const std::string &api, bool dynamic)
+{
+    std::string value;
+    return dynamic && rfuncmap_read(api, value) ? value : hdfDB.get_or(api, "");
+}
+
+void Export::setting(const std::string &api)
+{
+    const bool password = meta_is_password(api);
+    const bool dynamic = meta_is_true(api, "dynamic");
+    if (!goes_out(api, password, dynamic))
+        return;
+    const std::string value = url_escape(exported_value(api, dynamic));
+    document_.set(api, value);
+    secret_ |= password;
+    if (qv_log_wants(kLogTrace))
+        qv_log_print(kLogTrace, "exporting %s=%s\n", api.c_str(), password ? kHiddenPassword : value.c_str());
+}
+
+// By name: reading a live value may let go of the command lock.
+void Export::group(Node node, const std::string &name)
+{
+    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode)) {
+        if (hdfDB.find(api))
+            setting(api);
+    }
+}
+
+void Export::argument(const std::string &name, std::FILE *out)
+{
+    const Node node = name.empty() ? Node() : hdfDB.find(name);
+    if (!node)
+        reply_value(out, name, API_E_PARAM_NOT_FOUND);
+    else if (node.first_child())
+        group(node, name);
+    else
+        setting(name);
+}
+
+bool Export::write(const std::string &target, std::FILE *out) const
+{
+    if (target == kStream) {
+        reply_text(out, hdf_text(document_.root()));
+        return true;
+    }
+    return hdf_write_file(qv_sysroot_path(target), document_.root(),
+                          secret_ ? FileKind::secret : FileKind::open);
+}
+
+} // namespace
+
+int command_export(unsigned mask, Args &argv, std::FILE *out)
+{
+    const std::string target = argv.empty() ? kStream : argv[0];
+    const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
+    qv_log_print(kLogInfo, "export_file: %s export_mode: %d\n", target.c_str(), mode);
+    Export document(mask, export_mode(mode));
+    for (std::size_t i = 2; i < argv.size(); ++i)
+        document.argument(argv[i], out);
+    if (argv.size() <= 2)
+        document.group(hdfDB.root(), "");
+    rfuncmap_clear_cache();
+    if (!document.write(target, out)) {
+        reply_printf(out, "##can not write %s#\n", target.c_str());
+        return 1;
+    }
+    qv_log_print(kLogNotice, "Export file %s\n", target.c_str());
+    return 0;
+}
+
+const CommandRecord exportRecord = {
+    .name = "export",
+    .handler = command_export,
+    .summary = "Export the user settings",
+    .synopsis = "export [<file> or stdout] [<mode>] [<API or group> ...]",
+    .errors = "<name>=##Parameter not found#: there is no such API or group. The others are exported.\n"
+              "##can not write <file>#: the old file stays, and the log says why. The result is 1.",
+    .description =
+        "Writes the settings that the caller may read, all or the named ones, as an HDF document with "
+        "URL-escaped values: to a file, or to the reply when there is no file or it is \"stdout\". The "
+        "import command reads such a file.\n"
+        "Mode 0 writes what can be set again, without passwords and dynamic APIs. Mode 1 adds dynamic "
+        "APIs, mode 2 adds passwords, in clear. Mode 3 adds both, and read-only APIs.",
+};
+
+} // namespace qvcd

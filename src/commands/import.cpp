@@ -1,0 +1,125 @@
+#include "commands/import.h"
+
+#include "base/limits.h"
+#include "base/reply.h"
+#include "base/text.h"
+#include "commands/defaults.h"
+#include "commands/set.h"
+#include "funcs/check_map.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/database.h"
+#include "store/hdf_file.h"
+
+namespace qvcd {
+
+namespace {
+
+constexpr char kDefaultFile[] = "/tmp/user_settings.hdf";
+
+// The row's number is the mode. Other numbers are as mode 0, which raises every flag.
+constexpr SetMode kModes[] = {SetMode::set, SetMode::sets, SetMode::seta, SetMode::none};
+
+SetMode import_mode(int number)
+{
+    return number >= 0 && number < static_cast<int>(std::size(kModes)) ? kModes[number] : kModes[0];
+}
+
+bool read_document(const std::string &file, Tree &document)
+{
+    const HdfRead read = hdf_read_foreign_file(qv_sysroot_path(file), document);
+    if (read.result == HdfResult::missing) {
+        qv_log_print(kLogWarning, "Can not importing file %s\n", file.c_str());
+        return false;
+    }
+    if (read.result == HdfResult::error) {
+        qv_log_print(kLogError, "Error reading file %s\n", file.c_str());
+        qv_log_print(kLogError, "%s: %s\n", file.c_str(), read.detail.c_str());
+        return false;
+    }
+    if (!document.root().first_child()) {
+        qv_log_print(kLogError, "Error importing file %s\n", file.c_str());
+        return false;
+    }
+    return true;
+}
+
+void log_setting(const char *what, const std::string &api, const std::string &value)
+{
+    if (qv_log_wants(kLogTrace))
+        qv_log_print(kLogTrace, "%s %s=%s\n", what, api.c_str(),
+                     meta_is_password(api) ? kHiddenPassword : value.c_str());
+}
+
+// Clients know the reply to a value that is not valid: "default" does not find an API named "name=value". The
+// API keeps its value.
+void refuse_value(unsigned mask, const std::string &api, const std::string &escaped, std::FILE *out)
+{
+    Args argument = {cut(api + "=" + escaped, kMaxValueBytes)};
+    command_default(mask, argument, out);
+    log_setting("import default", api, escaped);
+}
+
+void import_setting(unsigned mask, const std::string &api, const std::string &escaped, SetMode mode,
+                    std::FILE *out)
+{
+    // Attributes have nodes in the metadata too; only what has one in the settings is asked for its
+    // permission.
+    if (!hdfDB.find(api) || (mask & meta_get_perm(api) & kWriteBits) == 0)
+        return;
+    const auto value = url_unescape(escaped);
+    if (!value || cfuncmap_check(api, cut(*value, kMaxValueBytes)))
+        return refuse_value(mask, api, escaped, out);
+    if (meta_get(api, "type") == "timecode")
+        return log_setting("ignore", api, escaped);
+    // Not by the set commands: they cut the escaped text, which may be three times as long as the value.
+    if (hdfDB.get(api))
+        set_param(mask, api, url_escape(cut(*value, kMaxValueBytes)), out, mode);
+    else
+        reply_value(out, api, API_E_PARAM_NOT_FOUND);
+    log_setting("import", api, escaped);
+}
+
+// By name: what is set may be written through to the system, with the command lock let go.
+void import_settings(unsigned mask, const Tree &document, SetMode mode, std::FILE *out)
+{
+    for (const std::string &api : hdfutils_names(document.root(), "", hdfutils_check_endnode)) {
+        if (const auto value = document.get(api))
+            import_setting(mask, api, std::string(*value), mode, out);
+    }
+}
+
+} // namespace
+
+int command_import(unsigned mask, Args &argv, std::FILE *out)
+{
+    const std::string file = argv.empty() ? kDefaultFile : argv[0];
+    const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
+    Tree document;
+    if (!read_document(file, document)) {
+        reply_line(out, API_E_IMPORT_FAILED);
+        return 1;
+    }
+    qv_log_print(kLogNotice, "Import file %s\n", file.c_str());
+    import_settings(mask, document, import_mode(mode), out);
+    return 0;
+}
+
+const CommandRecord importRecord = {
+    .name = "import",
+    .handler = command_import,
+    .summary = "Import a user settings file",
+    .synopsis = "import [<file>] [<mode>]",
+    .errors =
+        "##Import failed#: the file is missing, empty or no valid document. Nothing is set, and the result "
+        "is 1.\n"
+        "<name>=<value>=##Parameter not found#: the value is not valid. The API keeps the one it has.",
+    .description =
+        "Sets every API of a document that the export command wrote, without a name that of "
+        "/tmp/user_settings.hdf. Nothing is saved and nothing applied. Mode 0 sets as the set command "
+        "does, 1 as sets, 2 as seta; 3 raises no flags. Unknown APIs, time codes, and what the caller "
+        "may not write are left out. A file may have 4 MiB and 64 levels and can not include others.",
+};
+
+} // namespace qvcd
