@@ -138,30 +138,66 @@ const CommandRecord revertRecord = {
     .name = "revert",
     .handler = command_revert,
     .summary = "Revert an API or group",
+    .synopsis = "revert [<API or group> ...]",
+    .errors =
+        "<name>=##Parameter not found#: there is no such API or group. The others are reverted, and the "
+        "result is 1. It is 1 too when an API that was named may not be written or can not be read; its "
+        "value stays.",
+    .description =
+        "Undoes changes that were not saved or not applied: reads the named APIs, those of a group, or "
+        "all of them back from the system. When everything went well the appliance's "
+        "post_revert_script runs.",
 };
 
 const CommandRecord updateRecord = {
     .name = "update",
     .handler = command_update,
     .summary = "Perform a set, save and apply",
+    .synopsis = "update <API>=<value> ...",
+    .errors =
+        "<API>=<error>: the value was refused. All named APIs are reverted, nothing is saved or applied, "
+        "and the result is 1. It is 1 too when saving or applying fails.",
+    .description =
+        "Sets APIs, saves them, and makes them take effect. Values are URL-escaped. It stands for the "
+        "commands set, save and apply, each of which runs when the one before it succeeded.",
 };
 
 const CommandRecord modifyRecord = {
     .name = "modify",
     .handler = command_modify,
     .summary = "Perform a set and save command",
+    .synopsis = "modify <API>=<value> ...",
+    .errors = "<API>=<error>: the value was refused. All named APIs are reverted, nothing is saved, and the "
+              "result is 1. It is 1 too when saving fails.",
+    .description =
+        "Sets APIs and saves them, without making them take effect: it stands for the commands sets "
+        "and save. Values are URL-escaped.",
 };
 
 const CommandRecord addRecord = {
     .name = "add",
     .handler = command_add,
     .summary = "Perform the add function associated with an api",
+    .synopsis = "add <API>=<value>",
+    .errors =
+        "The error lines are those of the function. An API without such a function gives no line, and the "
+        "result 0.",
+    .description = "Adds a value to an API that is a list, such as the profiles of a group, with the "
+                   "function that the API's "
+                   "metadata names. The value is URL-escaped and ends at a second \"=\".",
 };
 
 const CommandRecord removeRecord = {
     .name = "remove",
     .handler = command_remove,
     .summary = "Perform the remove function associated with an api",
+    .synopsis = "remove <API>=<value>",
+    .errors =
+        "The error lines are those of the function. An API without such a function gives no line, and the "
+        "result 0.",
+    .description = "Removes a value from an API that is a list, such as the profiles of a group, with the "
+                   "function that the API's "
+                   "metadata names. The value is URL-escaped and ends at a second \"=\".",
 };
 
 } // namespace qvcd

@@ -206,6 +206,14 @@ const CommandRecord saveRecord = {
     .name = "save",
     .handler = command_save,
     .summary = "Save an API or group",
+    .synopsis = "save [<API or group> ...]",
+    .errors =
+        "<name>=##Parameter not found#: there is no such API or group. The others are saved, and the result "
+        "is 1. It is 1 too when a file can not be written; the log says which.",
+    .description =
+        "Writes modified APIs to their configuration files: the named ones, those of a group, or all. All "
+        "APIs of one file are written in one step. APIs without a file stay modified, and what the caller "
+        "may not write is passed over.",
 };
 
 } // namespace qvcd
