@@ -99,6 +99,33 @@ bool reads_back(const std::string &text, Node node)
     return same_content(node, copy.root());
 }
 
+bool write_text(const std::string &path, const std::string &text, Node node, FileKind kind)
+{
+    if (!reads_back(text, node)) {
+        qv_log_print(kLogError, "Can not write %s: a value does not fit into the file's syntax\n",
+                     qv_device_path(path).c_str());
+        return false;
+    }
+    const int error = kind == FileKind::secret ? replace_secret_file(path, text) : replace_file(path, text);
+    if (error)
+        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
+    return error == 0;
+}
+
+void append_lines(Node node, std::string &name, std::string &text)
+{
+    for (const Node child : node) {
+        const std::size_t size = name.size();
+        if (size)
+            name += '.';
+        name += child.name();
+        if (const auto value = child.value())
+            text.append(name).append("=").append(*value).append("\n");
+        append_lines(child, name, text);
+        name.resize(size);
+    }
+}
+
 } // namespace
 
 HdfRead hdf_read_own_file(const std::string &path, Tree &into)
@@ -152,16 +179,15 @@ std::string hdf_text(Node node)
 
 bool hdf_write_file(const std::string &path, Node node, FileKind kind)
 {
-    const std::string text = hdf_text(node);
-    if (!reads_back(text, node)) {
-        qv_log_print(kLogError, "Can not write %s: a value does not fit into the file's syntax\n",
-                     path.c_str());
-        return false;
-    }
-    const int error = kind == FileKind::secret ? replace_secret_file(path, text) : replace_file(path, text);
-    if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
-    return error == 0;
+    return write_text(path, hdf_text(node), node, kind);
+}
+
+bool hdf_write_flat_file(const std::string &path, Node node)
+{
+    std::string text;
+    std::string name;
+    append_lines(node, name, text);
+    return write_text(path, text, node, FileKind::open);
 }
 
 } // namespace qvcd

@@ -40,4 +40,7 @@ std::string hdf_text(Node node);
 enum class FileKind { open, secret };
 bool hdf_write_file(const std::string &path, Node node, FileKind kind = FileKind::open);
 
+/// The same as one "dotted.name=value" line for every node below that has a value.
+bool hdf_write_flat_file(const std::string &path, Node node);
+
 } // namespace qvcd

@@ -25,6 +25,12 @@ constexpr std::string_view kSuffix = ".hdf";
 constexpr std::string_view kGroupSuffix = "Profiles";
 constexpr std::size_t kMaxProfileNameBytes = 250; // with the suffix it is a file name on every file system
 
+// The profile's node in profileDB; a name may hold any sign that a file name may.
+std::string profile_node(std::string_view name)
+{
+    return std::string("Profile.").append(name);
+}
+
 struct GroupLeaf {
     std::string parent;
     std::string value;
@@ -76,7 +82,7 @@ void enter_stored_profile(const std::string &name)
     profile_read_group(name, group);
     if (!profiledb_add(name, group))
         qv_log_print(kLogWarning,
-                     "Profile %s is not listed: the name holds more than letters, digits and \"_\"\n",
+                     "Profile %s is not listed: its name has an empty part between two dots or at its end\n",
                      name.c_str());
 }
 
@@ -109,15 +115,31 @@ void profiledb_destroy()
 
 bool profiledb_add(std::string_view name, std::string_view group)
 {
-    const std::string node = join_name("Profile", name);
-    if (!profileDB.set(join_name(node, "name"), name))
+    const std::string node = profile_node(name);
+    if (!profileDB.root().set(node + ".name", name, Names::any))
         return false;
-    return group.empty() || profileDB.set(join_name(node, "group"), group);
+    return group.empty() || profileDB.root().set(node + ".group", group, Names::any);
+}
+
+void profiledb_remove(std::string_view name)
+{
+    profileDB.root().remove(profile_node(name), Names::any);
+}
+
+std::size_t profiledb_count_group(std::string_view group)
+{
+    std::size_t count = 0;
+    hdfutils_traverse_tree(profileDB.root(), {}, hdfutils_check_endnode, [&](Node leaf, const std::string &) {
+        if (count < kMaxGroupProfiles && leaf.name() == "group" && leaf.text() == group)
+            ++count;
+    });
+    return count;
 }
 
 int check_valid_profile(std::string_view name)
 {
-    return !name.empty() && profileDB.get(join_name(join_name("Profile", name), "name")) ? 1 : 0;
+    const Node known = profileDB.root().find(profile_node(name) + ".name", Names::any);
+    return known.value() ? 1 : 0;
 }
 
 std::vector<std::string> profile_names_of_group(std::string_view group)

@@ -22,14 +22,21 @@ inline constexpr std::size_t kMaxGroupProfiles = 16;
 /// profiles of a group, "Profile.<name>.group". Changed only under the command lock.
 extern Tree profileDB;
 
-/// Makes profileDB anew from the folder, which is created when there is none. A name that no tree can hold is
-/// logged and left out. Returns 1 when the folder cannot be read, else 0.
+/// Makes profileDB anew from the folder, which is created when there is none. A name that no tree can hold
+/// (with two dots in a row, or one at its end) is logged and left out. Returns 1 when the folder cannot be
+/// read, else 0.
 int profiledb_load();
 
 void profiledb_destroy();
 
 /// Enters a profile; and its group, when that is not empty. False for a name that no tree can hold.
 bool profiledb_add(std::string_view name, std::string_view group = {});
+
+/// Forgets a profile and what stands below its name.
+void profiledb_remove(std::string_view name);
+
+/// How many profiles belong to the group, counted up to kMaxGroupProfiles.
+std::size_t profiledb_count_group(std::string_view group);
 
 /// Nonzero when profileDB knows the profile.
 int check_valid_profile(std::string_view name);

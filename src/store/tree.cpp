@@ -28,6 +28,30 @@ bool is_name_char(char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
+template <class GoodChar>
+bool has_good_components(std::string_view name, GoodChar is_good)
+{
+    int depth = 1;
+    char before = '.';
+    for (const char c : name) {
+        if (c == '.') {
+            if (before == '.' || ++depth > kMaxTreeDepth)
+                return false;
+        } else if (!is_good(c)) {
+            return false;
+        }
+        before = c;
+    }
+    return before != '.';
+}
+
+bool is_taken(std::string_view name, Names names)
+{
+    if (names == Names::in_files)
+        return is_tree_name(name);
+    return has_good_components(name, [](char c) { return c != '\0'; });
+}
+
 // hdf_remove_tree leaves the parent's set cache on freed memory.
 void forget_set_cache(HDF *parent)
 {
@@ -44,18 +68,7 @@ using CText = std::unique_ptr<char, FreeDeleter>;
 
 bool is_tree_name(std::string_view name)
 {
-    int depth = 1;
-    char before = '.';
-    for (const char c : name) {
-        if (c == '.') {
-            if (before == '.' || ++depth > kMaxTreeDepth)
-                return false;
-        } else if (!is_name_char(c)) {
-            return false;
-        }
-        before = c;
-    }
-    return before != '.';
+    return has_good_components(name, is_name_char);
 }
 
 std::string_view Node::name() const noexcept
@@ -86,11 +99,11 @@ Node Node::next() const noexcept
     return Node(n_ ? n_->next : nullptr);
 }
 
-Node Node::find(std::string_view name) const
+Node Node::find(std::string_view name, Names names) const
 {
     if (!n_ || name.empty())
         return *this;
-    if (!is_tree_name(name))
+    if (!is_taken(name, names))
         return {};
     return Node(hdf_get_obj(n_, std::string(name).c_str()));
 }
@@ -115,21 +128,21 @@ int Node::get_int(std::string_view name, int fallback) const
     return end == value->data() ? fallback : static_cast<int>(number);
 }
 
-bool Node::set(std::string_view name, std::string_view value)
+bool Node::set(std::string_view name, std::string_view value, Names names)
 {
-    if (!n_ || (!name.empty() && !is_tree_name(name)) || value.find('\0') != std::string_view::npos)
+    if (!n_ || (!name.empty() && !is_taken(name, names)) || value.find('\0') != std::string_view::npos)
         return false;
     const std::string copy(value); // the view may point into the node's old value
     return ignore(hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
 }
 
-bool Node::remove(std::string_view name)
+bool Node::remove(std::string_view name, Names names)
 {
-    const Node gone = name.empty() ? Node() : find(name);
+    const Node gone = name.empty() ? Node() : find(name, names);
     if (!gone)
         return false;
     const std::size_t dot = name.rfind('.');
-    const Node parent = dot == std::string_view::npos ? *this : find(name.substr(0, dot));
+    const Node parent = dot == std::string_view::npos ? *this : find(name.substr(0, dot), names);
     const std::string last(dot == std::string_view::npos ? name : name.substr(dot + 1));
     const bool removed = ignore(hdf_remove_tree(parent.n_, last.c_str()));
     forget_set_cache(parent.n_);

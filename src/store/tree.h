@@ -18,6 +18,12 @@ inline constexpr int kMaxTreeDepth = 64;
 /// dots between, at most kMaxTreeDepth of them. The empty name (the node itself) is not such a name.
 bool is_tree_name(std::string_view name);
 
+/// Which names a call takes.
+enum class Names {
+    in_files, ///< is_tree_name()
+    any,      ///< components of any bytes but '.' and NUL: for trees that are never written to a file
+};
+
 /// A node of a tree, not owned; may be no node at all. Every view it hands out points into the tree and ends
 /// with a '\0'; it is good until its node is set or removed, and at the latest until the command lock is let
 /// go.
@@ -36,7 +42,7 @@ class Node {
     Node next() const noexcept; ///< next sibling, in the order in which they were added
 
     /// The node below with this dotted name; "" is the node itself. None for a name that no tree can hold.
-    Node find(std::string_view name) const;
+    Node find(std::string_view name, Names names = Names::in_files) const;
     std::optional<std::string_view> get(std::string_view name) const;
     std::string get_or(std::string_view name, std::string_view fallback) const;
     /// As the C library reads numbers: "12abc" is 12; without leading digits the fallback.
@@ -44,10 +50,10 @@ class Node {
 
     /// Sets the value of a node below, creating what is missing. The value is copied first; it may be a view
     /// into the tree. False, and nothing changed, for a bad name or a value with a NUL byte.
-    bool set(std::string_view name, std::string_view value);
+    bool set(std::string_view name, std::string_view value, Names names = Names::in_files);
 
     /// Removes the subtree of a node below; false when there is none.
-    bool remove(std::string_view name);
+    bool remove(std::string_view name, Names names = Names::in_files);
 
     /// Copies values and children of `source` into the node `name` below, over what is there; nodes of
     /// `source` without a value leave the old value. `source` may be of the same tree, but not an ancestor of

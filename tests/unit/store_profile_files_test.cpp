@@ -150,7 +150,7 @@ TEST_F(ProfileFilesTest, LoadEntersFilesFromLastToFirst)
     profile("readme", "");
     hdfDB.set("System.Configuration.Profiles.current", "a");
     EXPECT_EQ(profiledb_load(), 0);
-    EXPECT_THAT(children("Profile"), ElementsAre("current", "default", "c", "b", "a"));
+    EXPECT_THAT(children("Profile"), ElementsAre("current", "default", "my cam", "c", "b", "a"));
     EXPECT_THAT(children("Profile.a"), ElementsAre("name", "group"));
     EXPECT_THAT(children("Profile.b"), ElementsAre("name"));
     EXPECT_EQ(profileDB.get("Profile.current"), "a");
@@ -174,6 +174,39 @@ TEST_F(ProfileFilesTest, Validity)
         EXPECT_NE(check_valid_profile(name), 0) << name;
     for (const std::string name : {"", "b", "current", "a.name", "my cam", "."})
         EXPECT_EQ(check_valid_profile(name), 0) << name;
+}
+
+TEST_F(ProfileFilesTest, MemoryHoldsNamesThatNoTreeFileCan)
+{
+    profiledb_load();
+    for (const std::string name : {"my-cam", "my cam", "a=b", "K\xc3\xbc", "#1", "v1.2", ":", "{", "x\n"}) {
+        EXPECT_TRUE(profiledb_add(name, "E.Profiles.name")) << name;
+        EXPECT_NE(check_valid_profile(name), 0) << name;
+        EXPECT_EQ(profiledb_count_group("E.Profiles.name"), 1U) << name;
+        profiledb_remove(name);
+        EXPECT_EQ(check_valid_profile(name), 0) << name;
+        EXPECT_EQ(profiledb_count_group("E.Profiles.name"), 0U) << name;
+    }
+    std::string deep(200, 'x');
+    for (std::size_t i = 1; i < deep.size(); i += 2)
+        deep[i] = '.';
+    for (const std::string &name : {std::string("a..b"), std::string("a."), deep}) {
+        EXPECT_FALSE(profiledb_add(name)) << name;
+        EXPECT_EQ(check_valid_profile(name), 0) << name;
+        profiledb_remove(name);
+    }
+    EXPECT_THAT(children("Profile"), testing::Not(testing::Contains("a")));
+}
+
+TEST_F(ProfileFilesTest, GroupIsCountedUpToSixteen)
+{
+    profiledb_load();
+    for (int i = 0; i < 17; ++i) {
+        EXPECT_EQ(profiledb_count_group("E.Profiles.name"), static_cast<std::size_t>(std::min(i, 16)));
+        profiledb_add("p" + std::to_string(i), "E.Profiles.name");
+        profiledb_add("q" + std::to_string(i), "D.Profiles.name");
+    }
+    EXPECT_EQ(profiledb_count_group("E.Profiles.name"), 16U);
 }
 
 TEST_F(ProfileFilesTest, GroupListHoldsTheCurrentProfileTwice)
