@@ -1,0 +1,362 @@
+#include "commands/preset.h"
+
+#include "base/file_text.h"
+#include "base/reply.h"
+#include "base/text.h"
+#include "commands/apply.h"
+#include "commands/preset_store.h"
+#include "commands/save.h"
+#include "commands/set.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/database.h"
+#include "store/hdf_file.h"
+
+#include <algorithm>
+
+namespace qvcd {
+
+namespace {
+
+int preset_show_current(unsigned mask, Args &argv, std::FILE *out);
+int preset_check(unsigned mask, Args &argv, std::FILE *out);
+int preset_load(unsigned mask, Args &argv, std::FILE *out);
+int preset_load_name(unsigned mask, Args &argv, std::FILE *out);
+int preset_load_apply(unsigned mask, Args &argv, std::FILE *out);
+int preset_load_apply_name(unsigned mask, Args &argv, std::FILE *out);
+int preset_store(unsigned mask, Args &argv, std::FILE *out);
+int preset_info(unsigned mask, Args &argv, std::FILE *out);
+int preset_get(unsigned mask, Args &argv, std::FILE *out);
+int preset_set(unsigned mask, Args &argv, std::FILE *out);
+int preset_save(unsigned mask, Args &argv, std::FILE *out);
+int preset_read(unsigned mask, Args &argv, std::FILE *out);
+int preset_import(unsigned mask, Args &argv, std::FILE *out);
+int preset_export(unsigned mask, Args &argv, std::FILE *out);
+
+constexpr SubCommand kSubCommands[] = {
+    {"current", preset_show_current, "Get the current configuration"},
+    {"check", preset_check, "Check if the current configuration matches the preset"},
+    {"load", preset_load, "Load a preset into the current configuration"},
+    {"load_name", preset_load_name, "Load a preset into the current configuration"},
+    {"load_apply", preset_load_apply, "Load a preset into the current configuration"},
+    {"load_apply_name", preset_load_apply_name, "Load a preset into the current configuration"},
+    {"store", preset_store, "Store the current settings into a preset"},
+    {"info", preset_info, "Get information about a preset"},
+    {"get", preset_get, "Display the settings in the preset"},
+    {"set", preset_set, "Read user settings and set the preset"},
+    {"save", preset_save, "Save the preset to persistent memory"},
+    {"read", preset_read, "Read the preset file into preset database"},
+    {"import", preset_import, "Import a preset file"},
+    {"export", preset_export, "Export a preset file"},
+};
+
+} // namespace
+
+const CommandRecord presetRecord = {
+    .name = "preset",
+    .init = cmd_preset_init,
+    .exit = cmd_preset_exit,
+    .handler = command_preset,
+    .summary = "Get a parameter or group",
+    .synopsis = "Usage 'qvc preset' for more help",
+    .description = "More to come",
+    .sub_commands = kSubCommands,
+};
+
+namespace {
+
+constexpr char kCanNotRead[] = "##Can not read value#";
+constexpr char kCanNotGetPreset[] = "##Can not get preset#";
+constexpr char kCanNotSavePreset[] = "##Can not save preset#";
+constexpr char kInvalidNumber[] = "##Invalid preset number#";
+
+constexpr char kDefaultName[] = "custom";
+constexpr char kDefaultDescription[] = "Custom Preset";
+constexpr char kDefaultMatchName[] = "template"; // of a preset without a name, for who asks by name
+
+int refuse(std::FILE *out, const char *error)
+{
+    reply_line(out, error);
+    return 1;
+}
+
+int number_argument(const Args &argv, int fallback)
+{
+    return argv.size() > 1 ? c_int(argv[1]) : fallback;
+}
+
+bool can_have_file(int number)
+{
+    return number >= 1 && number <= kMaxPresets;
+}
+
+void print_report(int number, std::string_view name, std::string_view description, std::FILE *out)
+{
+    reply_value(out, "Preset.Current.number", std::to_string(number));
+    reply_value(out, "Preset.Current.name", name);
+    reply_value(out, "Preset.Current.desc", description);
+}
+
+void print_current_preset(std::FILE *out)
+{
+    const int number = preset_current();
+    const std::string config = preset_name(number) + ".Config";
+    print_report(number, presetDB.get_or(config + ".name", kDefaultName),
+                 presetDB.get_or(config + ".desc", kDefaultDescription), out);
+}
+
+int preset_show_current(unsigned, Args &, std::FILE *out)
+{
+    for (const std::string &api : preset_settings)
+        reply_value(out, api, hdfDB.get_or(api, kCanNotRead));
+    return 0;
+}
+
+int preset_check(unsigned, Args &, std::FILE *out)
+{
+    const Node preset = preset_node(preset_current());
+    if (!preset)
+        return refuse(out, kCanNotGetPreset);
+    const bool matches = std::ranges::all_of(preset_settings, [&](const std::string &api) {
+        const auto current = hdfDB.get(api);
+        return current && current == preset.get(api);
+    });
+    if (!matches) {
+        print_report(0, kDefaultName, kDefaultDescription, out);
+        return 1;
+    }
+    print_current_preset(out);
+    return 0;
+}
+
+// The value so that `set`, which decodes what it gets, sees it whole. Nothing else is escaped: `set` takes no
+// argument beyond a certain length.
+std::string escape_for_set(std::string_view value)
+{
+    std::string escaped;
+    for (const char c : value) {
+        if (c == '%')
+            escaped += "%25";
+        else if (c == '+')
+            escaped += "%2B";
+        else
+            escaped += c;
+    }
+    return escaped;
+}
+
+int load_number(int number, std::FILE *out)
+{
+    if (number > preset_max_num)
+        return refuse(out, kInvalidNumber);
+    const Node preset = preset_node(number);
+    if (!preset)
+        return refuse(out, kCanNotGetPreset);
+    std::vector<Args> sets; // all of them first: a set may let go of the command lock
+    for (const std::string &api : preset_settings) {
+        if (const auto value = preset.get(api))
+            sets.push_back({api + "=" + escape_for_set(*value)});
+    }
+    for (Args &set : sets)
+        command_set(kInternalMask, set, out);
+    if (number != preset_current() && !save_current_preset(number))
+        return refuse(out, kCanNotSavePreset);
+    return 0;
+}
+
+int preset_load(unsigned, Args &argv, std::FILE *out)
+{
+    return load_number(number_argument(argv, preset_current()), out);
+}
+
+int preset_load_name(unsigned, Args &argv, std::FILE *out)
+{
+    if (argv.size() < 2)
+        return refuse(out, "##Need to specify a preset name#");
+    const std::string decoded = url_unescape(argv[1]).value_or(argv[1]); // how a name with blanks arrives
+    for (int number = 1; number <= preset_max_num; ++number) {
+        const Node config = presetDB.find(preset_name(number) + ".Config");
+        if (!config)
+            return refuse(out, kCanNotGetPreset);
+        const std::string name = config.get_or("name", kDefaultMatchName);
+        if (name == argv[1] || name == decoded)
+            return load_number(number, out);
+    }
+    return 1;
+}
+
+// Only the template's APIs, so none when there is no template; without names the commands would take all.
+int save_and_apply(std::FILE *out)
+{
+    if (preset_settings.empty())
+        return 0;
+    Args names = preset_settings;
+    qv_log_print(kLogDebug, "Saving presets\n");
+    if (const int result = command_save(kInternalMask, names, out))
+        return result;
+    qv_log_print(kLogDebug, "Applying presets\n");
+    return command_apply(kInternalMask, names, out);
+}
+
+int preset_load_apply(unsigned mask, Args &argv, std::FILE *out)
+{
+    const int result = preset_load(mask, argv, out);
+    return result ? result : save_and_apply(out);
+}
+
+int preset_load_apply_name(unsigned mask, Args &argv, std::FILE *out)
+{
+    preset_load_name(mask, argv, out);
+    return save_and_apply(out);
+}
+
+int preset_store(unsigned mask, Args &argv, std::FILE *out)
+{
+    preset_set(mask, argv, out);
+    preset_save(mask, argv, out);
+    return 0;
+}
+
+// What info and get print of a preset: the part of it below "Preset.<number>".
+int dump_preset(int number, std::string_view part, std::FILE *out)
+{
+    const std::string name = join_name(preset_name(number), part);
+    const Node node = presetDB.find(name);
+    if (!node)
+        return refuse(out, kCanNotGetPreset);
+    hdfutils_dump(node, name, out);
+    return 0;
+}
+
+int dump_presets(int number, std::string_view part, std::FILE *out)
+{
+    if (number > preset_max_num)
+        return refuse(out, kInvalidNumber);
+    if (number != 0)
+        return dump_preset(number, part, out);
+    print_current_preset(out);
+    for (int each = 1; each <= preset_max_num; ++each) {
+        if (dump_preset(each, part, out) != 0)
+            return 1;
+    }
+    return 0;
+}
+
+int preset_info(unsigned, Args &argv, std::FILE *out)
+{
+    return dump_presets(number_argument(argv, 0), "Config", out);
+}
+
+int preset_get(unsigned mask, Args &argv, std::FILE *out)
+{
+    if (argv.size() > 1 && argv[1] == "current")
+        return preset_check(mask, argv, out);
+    return dump_presets(number_argument(argv, 0), "", out);
+}
+
+int preset_set(unsigned, Args &argv, std::FILE *out)
+{
+    const int number = number_argument(argv, preset_current());
+    if (!can_have_file(number))
+        return refuse(out, kInvalidNumber);
+    int result = 0;
+    for (const std::string &api : preset_settings) {
+        const std::string name = preset_name(number) + "." + api;
+        const auto value = hdfDB.get(api);
+        const bool copied = value && presetDB.set(name, *value);
+        reply_value(out, name, copied ? *value : kCanNotRead);
+        if (!copied)
+            result = 1;
+    }
+    return result;
+}
+
+int preset_save(unsigned, Args &argv, std::FILE *out)
+{
+    const int number = number_argument(argv, preset_current());
+    const Node preset = preset_node(number);
+    if (!preset)
+        return refuse(out, kCanNotGetPreset);
+    if (!can_have_file(number))
+        return refuse(out, kInvalidNumber);
+    hdfutils_dump(preset, preset_name(number), out);
+    return preset_write_file(number) ? 0 : refuse(out, kCanNotSavePreset);
+}
+
+int preset_read(unsigned, Args &argv, std::FILE *out)
+{
+    const int number = number_argument(argv, preset_current());
+    if (!can_have_file(number) || !preset_file_exists(number))
+        return 1;
+    Tree preset = Tree::make();
+    if (!preset_read_file(number, preset))
+        return 1;
+    presetDB.root().merge(preset_name(number), preset.root());
+    hdfutils_dump(preset.root(), preset_name(number), out);
+    return 0;
+}
+
+// Preset files hold one line a value.
+bool has_only_lines(const Tree &tree)
+{
+    bool good = true;
+    hdfutils_traverse_tree(
+        tree.root(), {}, [](Node) { return Walk::visit; },
+        [&](Node node, const std::string &) { good &= node.text().find('\n') == std::string_view::npos; });
+    return good;
+}
+
+// A preset that has no file gets none.
+int rewrite_files(std::FILE *out)
+{
+    if (presetDB.get("Preset.current") && !save_current_preset(preset_current()))
+        return refuse(out, kCanNotSavePreset);
+    for (int number = 1; number <= preset_max_num && preset_file_exists(number); ++number) {
+        if (!preset_node(number))
+            return refuse(out, kCanNotGetPreset);
+        if (!preset_write_file(number))
+            return refuse(out, kCanNotSavePreset);
+    }
+    return 0;
+}
+
+int preset_import(unsigned, Args &argv, std::FILE *out)
+{
+    if (argv.size() < 2)
+        return refuse(out, "##Need to specify an import file#");
+    const std::string file = qv_sysroot_path(argv[1]);
+    if (!file_exists(file)) {
+        reply_printf(out, "##Can not find import file %s#\n", argv[1].c_str());
+        return 1;
+    }
+    Tree imported = Tree::make();
+    const HdfRead read = hdf_read_foreign_file(file, imported);
+    if (read.result != HdfResult::ok || !has_only_lines(imported)) {
+        qv_log_print(kLogDebug, "Error loading preset file %s\n", argv[1].c_str());
+        return refuse(out, API_E_IMPORT_FAILED);
+    }
+    presetDB.root().merge("", imported.root());
+    return rewrite_files(out);
+}
+
+int preset_export(unsigned, Args &argv, std::FILE *out)
+{
+    if (argv.size() < 2) {
+        hdfutils_dump(presetDB.root(), "", out);
+        return 0;
+    }
+    if (hdf_write_file(qv_sysroot_path(argv[1]), presetDB.root()))
+        return 0;
+    reply_printf(out, "##can not write %s#\n", argv[1].c_str());
+    return 1;
+}
+
+} // namespace
+
+int command_preset(unsigned mask, Args &argv, std::FILE *out)
+{
+    return run_subcommand(presetRecord, mask, argv, out, SubResult::zero);
+}
+
+} // namespace qvcd

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "commands/command.h"
+
+namespace qvcd {
+
+extern const CommandRecord presetRecord;
+
+/// Shows, compares, records and loads presets (commands/preset_store.h). Closes with 0 whatever the
+/// sub-command's result.
+int command_preset(unsigned mask, Args &argv, std::FILE *out);
+
+} // namespace qvcd
