@@ -1,5 +1,6 @@
 // The benchmark of the whole daemon; see README.md beside it.
 
+#include "generated_model.h"
 #include "measures.h"
 #include "store/tree.h"
 
@@ -20,6 +21,7 @@ constexpr char kUsage[] =
     "  --folder PATH     where the roots are made; its disk is what `save` is measured on (/tmp)\n"
     "  --qvcd PATH       the daemon (qvcd beside this program)\n"
     "  --share PATH      the shipped model\n"
+    "  --write PATH      only write the first generated model below PATH, to profile the daemon by hand\n"
     "  --smoke           the smallest model, shortest rounds: does everything work?\n"
     "  --json            JSON instead of a table\n";
 
@@ -27,8 +29,8 @@ constexpr option kOptions[] = {
     {"apis", required_argument, nullptr, 'a'},  {"rounds", required_argument, nullptr, 'r'},
     {"slice", required_argument, nullptr, 's'}, {"folder", required_argument, nullptr, 'f'},
     {"qvcd", required_argument, nullptr, 'q'},  {"share", required_argument, nullptr, 'm'},
-    {"smoke", no_argument, nullptr, 'k'},       {"json", no_argument, nullptr, 'j'},
-    {nullptr, no_argument, nullptr, 0},
+    {"write", required_argument, nullptr, 'w'}, {"smoke", no_argument, nullptr, 'k'},
+    {"json", no_argument, nullptr, 'j'},        {nullptr, no_argument, nullptr, 0},
 };
 
 std::vector<std::size_t> parse_sizes(const char *text)
@@ -72,6 +74,9 @@ bool parse_options(int argc, char **argv, Settings &settings)
         case 'm':
             settings.share = optarg;
             break;
+        case 'w':
+            settings.write = optarg;
+            break;
         case 'k':
             smoke(settings);
             break;
@@ -82,11 +87,15 @@ bool parse_options(int argc, char **argv, Settings &settings)
             return false;
         }
     }
-    return optind == argc;
+    return optind == argc && !settings.sizes.empty();
 }
 
 int run(const Settings &settings)
 {
+    if (!settings.write.empty()) {
+        std::puts(write_model(settings.write, settings.sizes.front()).metadata.c_str());
+        return 0;
+    }
     std::vector<Figure> figures;
     for (const std::size_t size : settings.sizes)
         measure_model(settings, size, figures);

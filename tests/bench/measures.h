@@ -17,6 +17,7 @@ struct Settings {
     int rounds = 5;                                         ///< the least disturbed one counts
     double slice = 0.1;                                     ///< seconds of one round of one measure
     std::size_t saved_apis = 1000;
+    std::string write; ///< only write the first model below this folder
     bool json = false;
 };
 
