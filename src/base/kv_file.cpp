@@ -86,14 +86,16 @@ std::string kv_replace(std::string_view text, std::string_view key, std::string_
     std::string result;
     if (key.empty())
         return result.append(value).append("\n");
-    while (!text.empty()) {
-        const std::string_view line = next_piece(text);
+    result.reserve(text.size() + key.size() + value.size() + 3);
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view line = next_piece(rest);
         if (begins_with_key(line, key)) {
-            result.append(line.substr(0, value_start(line, key))).append(value).append("\n");
-            return result.append(text);
+            const std::string_view before = text.substr(0, text.size() - rest.size() - line.size());
+            result.append(before).append(line.substr(0, value_start(line, key)));
+            return result.append(value).append("\n").append(rest);
         }
-        result.append(line);
     }
+    result.append(text);
     if (!result.empty() && result.back() != '\n')
         result += '\n'; // the last line stays a line of its own
     return result.append(key).append("=").append(value).append("\n");

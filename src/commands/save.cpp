@@ -6,6 +6,7 @@
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/apply.h"
+#include "funcs/working_copies.h"
 #include "funcs/write_functions.h"
 #include "funcs/write_map.h"
 #include "platform/api_errors.h"
@@ -64,6 +65,7 @@ class SaveContext {
     std::FILE *out_;
     std::array<CachedFile, kMaxFiles + 1> files_; // the last one only ends the list
     std::vector<std::string> copies_;             // every working copy that was made
+    WorkingCopies texts_;
     int failed_ = 0;
 };
 
@@ -101,9 +103,8 @@ bool SaveContext::open_copy(CachedFile &entry, const std::string &api)
     entry.copy = make_working_copy();
     if (!entry.copy.empty()) {
         copies_.push_back(entry.copy);
-        const auto old = read_file(qv_sysroot_path(entry.file));
-        if (!old || replace_file(qv_sysroot_path(entry.copy), *old, 0600, Durable::no) == 0)
-            return true;
+        texts_.open(entry.copy, read_file(qv_sysroot_path(entry.file)).value_or(""));
+        return true;
     }
     qv_log_print(kLogError, "Can not save %s\n", entry.file.c_str());
     entry.file.clear();
@@ -161,6 +162,10 @@ int SaveContext::save_argument(const std::string &name)
 int SaveContext::commit_file(const CachedFile &entry)
 {
     const std::string copy = qv_sysroot_path(entry.copy);
+    if (texts_.store(entry.copy) != 0) {
+        qv_log_print(kLogError, "Can not save %s\n", entry.file.c_str());
+        return 1;
+    }
     int result = 0;
     if (!entry.shadow.empty() && utils_copy_file(copy, qv_sysroot_path(entry.shadow)) != 0) {
         qv_log_print(kLogDebug, "Can not copy to shadow %s\n", entry.shadow.c_str());

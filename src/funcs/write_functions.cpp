@@ -5,6 +5,7 @@
 #include "base/limits.h"
 #include "base/text.h"
 #include "funcs/ntp.h"
+#include "funcs/working_copies.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -22,19 +23,34 @@ bool is_working_copy(const std::string &path)
     return path.starts_with(std::string(kScratchFolder) + "/");
 }
 
-// 0 or an errno. A text that the file holds already is not written again: flash memory wears out.
-int put(const std::string &path, const std::string &text)
+std::optional<std::string> read_source(const std::string &path)
 {
-    const std::string real = qv_sysroot_path(path);
-    const auto old = is_working_copy(path) ? std::nullopt : read_file(real);
-    if (old && *old == text)
-        return 0;
-    return replace_file(real, text, kNewFileMode, is_working_copy(path) ? Durable::no : Durable::yes);
+    if (const std::string *copy = WorkingCopies::find(path))
+        return *copy;
+    return read_file(qv_sysroot_path(path));
 }
 
-int put_or_log(const std::string &path, const std::string &text)
+// 0 or an errno.
+int replace(const std::string &path, std::string text)
 {
-    const int error = put(path, text);
+    if (std::string *copy = WorkingCopies::find(path)) {
+        *copy = std::move(text);
+        return 0;
+    }
+    const Durable durable = is_working_copy(path) ? Durable::no : Durable::yes;
+    return replace_file(qv_sysroot_path(path), text, kNewFileMode, durable);
+}
+
+// 0 or an errno. A text that the file holds already is not written again: flash memory wears out.
+int put(const std::string &path, std::string text)
+{
+    const auto old = is_working_copy(path) ? std::nullopt : read_file(qv_sysroot_path(path));
+    return old && *old == text ? 0 : replace(path, std::move(text));
+}
+
+int put_or_log(const std::string &path, std::string text)
+{
+    const int error = put(path, std::move(text));
     if (error)
         qv_log_print(kLogError, "Can not write %s: %s\n", path.c_str(), std::strerror(error));
     return error ? 1 : 0;
@@ -85,7 +101,7 @@ int kv_wfunc(const std::string &src, const std::string &dst, const std::string &
     }
     if (!file_exists(qv_sysroot_path(src)) && put_or_log(src, kv_replace("", attr, value)) != 0)
         return 1;
-    const auto text = read_file(qv_sysroot_path(src));
+    const auto text = read_source(src);
     return text ? put_or_log(dst, kv_replace(*text, attr, value)) : 1;
 }
 
@@ -94,8 +110,7 @@ int io_wfunc(const std::string &, const std::string &dst, const std::string &, c
     if (dst.empty() || !file_exists(qv_sysroot_path(dst)))
         return 0;
     // Not put(): a kernel file is a request even when it reads the same.
-    const Durable durable = is_working_copy(dst) ? Durable::no : Durable::yes;
-    if (replace_file(qv_sysroot_path(dst), value + "\n", kNewFileMode, durable) == 0)
+    if (replace(dst, value + "\n") == 0)
         return 0;
     qv_log_print(kLogWarning, "can't open dst: %s\n", dst.c_str());
     return 1;
@@ -129,7 +144,7 @@ int syncclock_wfunc(const std::string &, const std::string &, const std::string 
 int ntp_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
               const std::string &value)
 {
-    const auto text = src.empty() ? std::nullopt : read_file(qv_sysroot_path(src));
+    const auto text = src.empty() ? std::nullopt : read_source(src);
     if (!text) {
         qv_log_print(kLogWarning, "can't open src: %s\n", src.c_str());
         return 1;

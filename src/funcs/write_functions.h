@@ -7,8 +7,8 @@ namespace qvcd {
 // Write functions. They take paths of the appliance: the file that serves as the template, the file to write
 // (the two may be one), the API's "attr", the value. 0: written.
 //
-// A destination in kScratchFolder is a working copy of a save: it is not flushed to the disk, because the
-// save commits it with a durable move.
+// A destination in kScratchFolder is a working copy of a save (funcs/working_copies.h): it is not flushed to
+// the disk, because the save commits it with a durable move.
 inline constexpr char kScratchFolder[] = "/tmp/qvcd";
 
 int undefined_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
