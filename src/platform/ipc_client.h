@@ -12,9 +12,9 @@ struct IpcClient {
     std::FILE *out = nullptr; ///< what we say; flush it
 };
 
-/// Connects to the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot). Returns 0, or -1 when nobody
-/// listens there. Each read and each write waits at most `timeout`; a read that waited in vain looks like the
-/// end of the stream.
+/// Connects to the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot). Returns 0, or -1 when
+/// nobody listens there. Each read and each write waits at most `timeout`; a read that waited in vain looks
+/// like the end of the stream.
 ///
 /// The shared mode greets the server as this system's own daemon expects it on a connection that carries
 /// several commands (first line "qvcd 0 0"); the single mode sends nothing of its own.

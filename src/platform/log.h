@@ -30,7 +30,8 @@ inline bool qv_log_wants(int priority)
 /// and go to syslog(3) under `identity` when `to_syslog` is set (priority 8 as LOG_DEBUG). `timestamp` puts
 /// local date and time before each line on stderr and in the file. A file that cannot be opened is reported
 /// on stderr; the other targets work on.
-void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool to_syslog, const char *identity);
+void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool to_syslog,
+                  const char *identity);
 
 /// Writes one line; printf format. The line's own final newline is optional. Control characters inside the
 /// line are written as \xNN, so that one call is one line whatever a client sent. Thread-safe.

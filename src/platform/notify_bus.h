@@ -14,15 +14,15 @@ struct Notification {
     std::string topic;          ///< "qvc set"
 };
 
-/// Starts the bus: the local socket "/var/run/qv/notify.sock" (one JSON object a line to every subscriber, see
-/// docs/protocol.md) and, when "/etc/qv/notify.conf" names a broker, the MQTT client (topic
-/// "qv/<host name>/<event>", QoS 1, payload public_payload). Keys of the file, as key=value lines: host, port
-/// (1883, or 8883 with a cafile), user, password, cafile, prefix (in place of "qv"). Returns 0, or -1 after
-/// reporting that the local socket cannot be served.
+/// Starts the bus: the local socket "/var/run/qv/notify.sock" (one JSON object a line to every subscriber,
+/// see docs/platform.md) and, when "/etc/qv/notify.conf" names a broker, the MQTT client (topic "qv/<host
+/// name>/<event>", QoS 1, payload public_payload). Keys of the file, as key=value lines: host, port (1883, or
+/// 8883 with a cafile), user, password, cafile, prefix (in place of "qv"). Returns 0, or -1 after reporting
+/// that the local socket cannot be served.
 int qvnotify_start();
 
-/// Queues one event for all subscribers and returns at once. A subscriber whose queue is full is dropped with a
-/// log line. Before qvnotify_start() or after qvnotify_stop() nothing happens. Thread-safe.
+/// Queues one event for all subscribers and returns at once. A subscriber whose queue is full is dropped with
+/// a log line. Before qvnotify_start() or after qvnotify_stop() nothing happens. Thread-safe.
 void qvnotify_send_publish_message(Notification notification);
 
 /// Ends the bus; events that are queued for the broker are given a second.
