@@ -97,9 +97,13 @@ class Expansion {
         if (range.step <= 0 || last < range.start)
             return false;
         const long copies = (static_cast<long>(last) - range.start) / range.step + 1;
-        if (copies <= kMaxTemplateCopies && made_ + copies <= kMaxCopiesOfOneRun)
+        if (copies <= kMaxTemplateCopies && promised_ + copies <= kMaxCopiesOfOneRun) {
+            promised_ += copies;
             return false;
-        qv_log_print(kLogError, "Template %s asks for %ld copies, which is too many\n", name.c_str(), copies);
+        }
+        if (refused_++ < kMaxRefusalsLogged)
+            qv_log_print(kLogError, "Template %s asks for %ld copies, which is too many\n", name.c_str(),
+                         copies);
         return true;
     }
 
@@ -107,7 +111,6 @@ class Expansion {
     {
         const std::string copy = join_name(parent, number);
         metaDB.root().merge(copy, metaDB.find(name));
-        ++made_;
         run_below(copy);
         expand_values(metaDB.find(copy), copy, number);
         copies_.insert(copy);
@@ -123,10 +126,15 @@ class Expansion {
         return false;
     }
 
-    static constexpr long kMaxCopiesOfOneRun = 1000000; // templates nested in each other multiply
+    // Templates nested in each other multiply, and each copy costs some kilobytes.
+    static constexpr long kMaxCopiesOfOneRun = 2L * kMaxTemplateCopies;
+
+    // A template within another is refused again in each copy of the outer one.
+    static constexpr int kMaxRefusalsLogged = 10;
 
     std::set<std::string> copies_;
-    long made_ = 0;
+    long promised_ = 0;
+    int refused_ = 0;
 };
 
 } // namespace
