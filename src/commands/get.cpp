@@ -85,33 +85,41 @@ void print_value(GetMode mode, const std::string &api, const std::string &value,
     }
 }
 
-// One API: 1 when the caller may not read it. Defaults are printed as they are, values of passwords are not.
-int print_param_to_out(const std::string &api, unsigned mask, std::FILE *out, GetMode mode)
+// What one API came to.
+struct Printed {
+    int result = 0; // 1 when the caller may not read it
+    AfterVisit tree = AfterVisit::unchanged;
+};
+
+// One API. Defaults are printed as they are, values of passwords are not.
+Printed print_param_to_out(const std::string &api, unsigned mask, std::FILE *out, GetMode mode)
 {
     const GetPlan plan = plan_get(mask, api, mode);
     if (plan.refused)
-        return 1;
+        return {1, AfterVisit::unchanged};
     if (plan.hidden)
-        return 0;
+        return {};
     std::string value = current_value(api, plan);
     if (plan.password && value.size() > 1)
         value = kHiddenPassword;
     print_value(mode, api, value, plan, out);
-    return 0;
+    // Only readers change the tree or let go of the command lock.
+    const bool read = plan.dynamic || mode == GetMode::introspection;
+    return {0, read ? AfterVisit::maybe_changed : AfterVisit::unchanged};
 }
 
-// Every API below a node of the settings tree. Refusals are silent. By name: a reader may let go of the lock.
-void print_group(Node node, const std::string &name, unsigned mask, std::FILE *out, GetMode mode)
+// Every API below a group, or below the root. Refusals are silent.
+void print_group(const std::string &name, unsigned mask, std::FILE *out, GetMode mode)
 {
-    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode)) {
+    const bool timed = timing_is_on() && qv_log_wants(kLogTrace);
+    hdfutils_visit_leaves(hdfDB, name, [&](const std::string &api) {
         const Stopwatch watch;
-        if (!hdfDB.find(api))
-            continue; // deleted meanwhile
-        print_param_to_out(api, mask, out, mode);
-        if (timing_is_on() && qv_log_wants(kLogTrace))
+        const AfterVisit after = print_param_to_out(api, mask, out, mode).tree;
+        if (timed)
             qv_log_print(kLogTrace, "    get param: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
                          api.c_str());
-    }
+        return after;
+    });
 }
 
 int print_argument(const std::string &name, unsigned mask, std::FILE *out, GetMode mode)
@@ -122,8 +130,8 @@ int print_argument(const std::string &name, unsigned mask, std::FILE *out, GetMo
         return 1;
     }
     if (!node.first_child())
-        return print_param_to_out(name, mask, out, mode);
-    print_group(node, name, mask, out, mode);
+        return print_param_to_out(name, mask, out, mode).result;
+    print_group(name, mask, out, mode);
     return 0;
 }
 
@@ -140,7 +148,7 @@ int do_command_get(unsigned mask, const Args &argv, std::FILE *out, GetMode mode
     }
     if (argv.empty()) {
         const Stopwatch watch;
-        print_group(hdfDB.root(), "", mask, out, mode);
+        print_group("", mask, out, mode);
         if (timing_is_on())
             qv_log_print(kLogDebug, "  get: [%lu.%03lus]\n", watch.seconds(), watch.milliseconds());
     }
@@ -169,17 +177,17 @@ void introspect_param(const std::string &api, unsigned mask, std::FILE *out)
         ifuncmap_introspect("", api, false, out);
 }
 
-void introspect_group(Node node, const std::string &name, unsigned mask, std::FILE *out)
+void introspect_group(const std::string &name, unsigned mask, std::FILE *out)
 {
-    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode)) {
+    const bool timed = timing_is_on() && qv_log_wants(kLogTrace);
+    hdfutils_visit_leaves(hdfDB, name, [&](const std::string &api) {
         const Stopwatch watch;
-        if (!hdfDB.find(api))
-            continue;
         introspect_param(api, mask, out);
-        if (timing_is_on() && qv_log_wants(kLogTrace))
+        if (timed)
             qv_log_print(kLogTrace, "    introspect param: [%lu.%03lus] %s\n", watch.seconds(),
                          watch.milliseconds(), api.c_str());
-    }
+        return AfterVisit::maybe_changed; // a describer may read
+    });
 }
 
 } // namespace
@@ -203,13 +211,13 @@ int command_introspect(unsigned mask, Args &argv, std::FILE *out)
             reply_value(out, name, API_E_PARAM_NOT_FOUND);
             result = 1;
         } else if (node.first_child()) {
-            introspect_group(node, name, mask, out);
+            introspect_group(name, mask, out);
         } else {
             introspect_param(name, mask, out);
         }
     }
     if (argv.empty())
-        introspect_group(hdfDB.root(), "", mask, out);
+        introspect_group("", mask, out);
     return result;
 }
 

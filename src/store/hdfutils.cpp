@@ -49,6 +49,42 @@ void hdfutils_traverse_tree(Node node, std::string_view name, Classifier classif
     walk(node, path, classify, visit);
 }
 
+namespace {
+
+using LeafVisitor = std::function<AfterVisit(const std::string &leaf)>;
+
+// `path` is one buffer for the whole walk.
+AfterVisit visit_level(const Tree &tree, std::string &path, const LeafVisitor &visit)
+{
+    AfterVisit result = AfterVisit::unchanged;
+    const std::size_t size = path.size();
+    for (Node child = tree.find(path).first_child(); child;) {
+        const std::string next(child.next().name());
+        path.append(size ? "." : "").append(child.name());
+        const AfterVisit after = child.first_child() ? visit_level(tree, path, visit) : visit(path);
+        if (after == AfterVisit::maybe_changed) {
+            result = after;
+            child = tree.find(path);
+            path.resize(size);
+            if (!child) {
+                child = next.empty() ? Node() : tree.find(join_name(path, next));
+                continue;
+            }
+        }
+        path.resize(size);
+        child = child.next();
+    }
+    return result;
+}
+
+} // namespace
+
+AfterVisit hdfutils_visit_leaves(const Tree &tree, std::string_view name, const LeafVisitor &visit)
+{
+    std::string path(name);
+    return visit_level(tree, path, visit);
+}
+
 Walk hdfutils_check_endnode(Node node)
 {
     return node.first_child() ? Walk::descend : Walk::visit;

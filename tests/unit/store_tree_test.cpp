@@ -118,6 +118,33 @@ TEST(Walk, ClassifierDecidesWhatIsVisitedAndEntered)
               (std::vector<std::string>{"b.c.attr.k"}));
 }
 
+// Readers publish and remove APIs while a group is printed.
+TEST(Walk, VisitsMayChangeTheTree)
+{
+    Tree tree = tree_of({{"g.a", "1"}, {"g.b", "2"}, {"g.c", "3"}, {"h", "4"}});
+    std::vector<std::string> seen;
+    hdfutils_visit_leaves(tree, "", [&](const std::string &leaf) {
+        seen.push_back(leaf);
+        if (leaf == "g.a") {
+            tree.remove("g.b");
+            tree.set("g.new.x", "5");
+        } else if (leaf == "g.c") {
+            tree.remove("g.c"); // itself, and what stands behind it stays to be seen
+        } else {
+            return AfterVisit::unchanged;
+        }
+        return AfterVisit::maybe_changed;
+    });
+    EXPECT_EQ(seen, (std::vector<std::string>{"g.a", "g.c", "g.new.x", "h"}));
+    seen.clear();
+    hdfutils_visit_leaves(tree, "g", [&](const std::string &leaf) {
+        seen.push_back(leaf);
+        tree.remove("g");
+        return AfterVisit::maybe_changed;
+    });
+    EXPECT_EQ(seen, std::vector<std::string>{"g.a"});
+}
+
 TEST(UrlEscape, RoundTripAndMalformedEscapes)
 {
     std::string all;
