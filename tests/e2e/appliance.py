@@ -187,7 +187,7 @@ class Appliance:
         self.connections = []
         self.settings = {}
         if shipped:
-            shutil.copytree(REPOSITORY / "share/root", self.root, dirs_exist_ok=True)
+            shutil.copytree(REPOSITORY / "share/root", self.root, symlinks=True, dirs_exist_ok=True)
             meta = (REPOSITORY / "share/apimeta.hdf").read_text()
         for folder in ("etc", "tmp", "var/run", "usr/share/qvapi"):
             (self.root / folder).mkdir(parents=True, exist_ok=True)

@@ -15,4 +15,10 @@ function(qvcd_e2e_test)
     TIMEOUT ${T_TIMEOUT})
 endfunction()
 
+add_dependencies(concurrent_tests qvcd qvc)
+
 qvcd_e2e_test(NAME framing CONCURRENT)
+qvcd_e2e_test(NAME read)
+qvcd_e2e_test(NAME sessions)
+qvcd_e2e_test(NAME startup)
+qvcd_e2e_test(NAME templates)

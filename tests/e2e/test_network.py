@@ -1,0 +1,225 @@
+"""Live status of links, in a network namespace of the test's own with links named eth0 and wlan0."""
+
+import contextlib
+import ctypes
+import os
+import shutil
+import subprocess
+
+import pytest
+
+from appliance import BIN_DIR, QVC, Appliance, wait_until
+
+CLONE_NEWNET = 0x40000000
+UNIT = "172.16.16.16"  # the bonding unit's fixed address; here it lies on the namespace's own loopback
+
+
+def enter_new_network():
+    libc = ctypes.CDLL(None, use_errno=True)
+    if libc.unshare(CLONE_NEWNET) != 0:
+        raise OSError(ctypes.get_errno(), "unshare")
+
+
+def namespaces_allowed():
+    with contextlib.suppress(Exception):
+        probe = "ip link add eth0 type veth peer name far && ip link set lo up"
+        return subprocess.run(["sh", "-c", probe], preexec_fn=enter_new_network, capture_output=True).returncode == 0
+    return False
+
+
+if not shutil.which("ip") or not namespaces_allowed():
+    pytest.skip("network namespaces are not allowed here", allow_module_level=True)
+
+
+class Network:
+    """The appliance with a network of its own."""
+
+    def __init__(self, appliance):
+        self.appliance = appliance
+        appliance.start(preexec_fn=enter_new_network)
+        self.ip("link set lo up")
+
+    def inside(self, *command, **kwargs):
+        pid = str(self.appliance.process.pid)
+        return subprocess.run(["nsenter", "--target", pid, "--net", *command], check=True, **kwargs)
+
+    def ip(self, command):
+        self.inside("ip", *command.split())
+
+    def add(self, name, *addresses, up=True):
+        self.ip(f"link add {name} type veth peer name far-{name}")
+        for address in addresses:
+            self.ip(f"address add {address} broadcast + dev {name}")
+        if up:
+            self.ip(f"link set far-{name} up")
+            self.ip(f"link set {name} up")
+            # A wireless link without an access point counts as down.
+            state = "down" if name.startswith("wlan") else "up"
+            current = f"Network.CurrentSettings.Interfaces.{name.capitalize()}.linkstate"
+            wait_until(lambda: self.appliance.get(current) == state, f"{name} is {state}")
+
+    def values(self, group):
+        reply = self.appliance.command(f"get {group}")
+        return dict(line.removeprefix(group + ".").split("=", 1) for line in reply.lines)
+
+
+@pytest.fixture
+def network(appliance):
+    return Network(appliance(shipped=True))
+
+
+def eth0(network):
+    return network.values("Network.CurrentSettings.Interfaces.Eth0")
+
+
+def test_addresses_of_a_link(network):
+    network.add("eth0", "10.1.2.3/20", "10.9.9.9/8")
+    network.ip("link set eth0 mtu 1400")
+    network.ip("link set eth0 address 02:00:00:ab:cd:ef")
+    values = eth0(network)
+    assert {k: values[k] for k in ("linkstate", "ipaddress", "broadcast", "submask", "mtu", "macaddress")} == {
+        "linkstate": "up",
+        "ipaddress": "10.1.2.3",  # the first one
+        "broadcast": "10.1.15.255",
+        "submask": "255.255.240.0",
+        "mtu": "1400",
+        "macaddress": "02:00:00:AB:CD:EF",
+    }
+    assert network.appliance.get("Network.CurrentSettings.discovery_id") == "020000abcdef"
+
+
+def test_links_go_down_and_vanish(network):
+    assert eth0(network)["linkstate"] == "unknown"
+    assert eth0(network)["macaddress"] == "Not Available"
+    network.add("eth0", "10.1.2.3/24")
+    network.ip("link set eth0 down")
+    assert eth0(network)["linkstate"] == "down"
+    network.ip("link delete eth0")
+    values = eth0(network)
+    assert (values["linkstate"], values["ipaddress"]) == ("unknown", "n/a")
+
+
+def test_default_gateway(network):
+    assert network.appliance.get("Network.CurrentSettings.gateway") == "0.0.0.0"
+    network.add("eth0", "10.1.2.3/24")
+    network.ip("route add default via 10.1.2.1")
+    assert network.appliance.get("Network.CurrentSettings.gateway") == "10.1.2.1"
+
+
+def test_one_snapshot_serves_a_whole_get(network):
+    """Counted at the source: each snapshot is one netlink socket."""
+    network.add("eth0", "10.1.2.3/24")
+    network.add("wlan0", "10.1.3.3/24")
+    strace = shutil.which("strace")
+    if not strace:
+        pytest.skip("no strace")
+    trace = network.appliance.path("/trace")
+    tracer = subprocess.Popen(
+        [strace, "-f", "-qq", "-e", "trace=socket", "-o", trace, "-p", str(network.appliance.process.pid)],
+        stderr=subprocess.PIPE,
+    )
+    try:
+        wait_until(lambda: "TracerPid:\t0" not in status(network) or tracer.poll() is not None, "strace is attached")
+        if tracer.poll() is not None:
+            pytest.skip("ptrace is not allowed here")
+        values = network.values("Network.CurrentSettings.Interfaces")
+    finally:
+        tracer.terminate()
+        tracer.wait()
+    assert values["Eth0.ipaddress"] == "10.1.2.3" and values["Wlan0.ipaddress"] == "10.1.3.3"
+    sockets = trace.read_text().count("NETLINK_ROUTE")
+    assert sockets == 2, "one for the fields, one for the link states"
+
+
+def status(network):
+    pid = network.appliance.process.pid
+    return "".join(
+        open(f"/proc/{pid}/task/{task}/status").read() for task in sorted(os.listdir(f"/proc/{pid}/task"), key=int)[-1:]
+    )
+
+
+def test_stream_links_follow_the_links(network):
+    a = network.appliance
+    network.add("eth0", "10.0.0.5/24")
+    network.add("wlan0", "10.0.1.5/24")
+    assert a.command("set VideoStreamer.Settings.1.mode=RTSP").code == 0
+    expected = [
+        "VideoStreamer.Links.published=1",
+        "VideoStreamer.Links.1.Eth0.rtsp=rtsp://10.0.0.5/stream1",
+        "VideoStreamer.Links.1.Wlan0.rtsp=rtsp://10.0.1.5/stream1",
+    ]
+    lines = a.command("get VideoStreamer.Links").lines
+    assert [line for line in lines if ".rtsp=" in line or "published" in line] == expected
+    assert a.get("VideoStreamer.Links.1.Eth0.rtsp") == "rtsp://10.0.0.5/stream1"
+    network.ip("link delete wlan0")
+    a.command("set VideoStreamer.Configuration.RTSP.port=8554")
+    lines = a.command("get VideoStreamer.Links").lines
+    assert "VideoStreamer.Links.1.Eth0.rtsp=rtsp://10.0.0.5:8554/stream1" in lines
+    assert not [line for line in lines if "Wlan0" in line]
+    network.ip("link delete eth0")
+    assert a.command("get VideoStreamer.Links").lines == ["VideoStreamer.Links.published=0"]
+
+
+def test_bonding_takes_the_servers_address_and_asks_its_unit(network):
+    a = network.appliance
+    network.add("eth0", "10.0.0.5/24")
+    network.ip(f"address add {UNIT}/32 dev lo")
+    for setting in ("VideoStreamer.Settings.1.mode=RTSP", "Bond.Configuration.Server.host=bond.example", "Bond.Configuration.mode=bond"):
+        assert a.command("set " + setting).code == 0
+    a.write("/var/run/bond/state", "up\n")
+    a.write("/var/run/bond/status", "paused\n")
+    a.command("get VideoStreamer.Links")
+    assert a.get("VideoStreamer.Links.1.Eth0.rtsp") == "rtsp://bond.example/stream1"
+    assert bond(network) == {"mode": "bond", "state": "up", "status": "paused", "version": "n/a"}
+
+    with Appliance(shipped=True) as unit:  # another box, at the unit's address
+        joined = ["nsenter", "--target", str(a.process.pid), "--net", str(BIN_DIR / "qvcd"), "-g", "-P", "81"]
+        daemon = subprocess.Popen(joined, env=unit.environment(), start_new_session=True)
+        try:
+            wait_until(unit_answers(unit), "the unit's first answer")
+            assert bond(network)["version"] == unit.command("getv System.Info.Version.firmware").lines[0]
+        finally:
+            daemon.send_signal(2)
+            assert daemon.wait(30) == 0
+    a.write("/var/run/bond/state", "down\n")
+    assert bond(network) == {"mode": "disabled", "state": "down", "status": "paused", "version": "n/a"}
+
+
+def bond(network):
+    names = {}
+    for line in network.appliance.command("get Bond.Info").lines:
+        name, value = line.split("=", 1)
+        names[name.rsplit(".", 1)[1]] = value
+    return {k: names[k] for k in ("mode", "state", "status", "version")}
+
+
+def unit_answers(unit):
+    def ping():
+        done = subprocess.run([QVC, "getv", "System.Info.Version.firmware"], env=unit.environment(), capture_output=True)
+        return done.returncode == 0
+
+    return ping
+
+
+def test_uplink_tells_local_from_none(network):
+    a = network.appliance
+    assert a.get("Network.CurrentSettings.uplink") == "none"
+    network.add("eth0", "10.1.2.3/24")
+    assert a.get("Network.CurrentSettings.uplink") == "local"
+    web = a.path("/web")
+    web.mkdir()
+    pid = str(a.process.pid)
+    server = subprocess.Popen(
+        ["nsenter", "--target", pid, "--net", "/usr/bin/python3", "-u", "-m", "http.server", "--bind", "127.0.0.1", "8099"],
+        cwd=web,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.DEVNULL,
+    )
+    try:
+        assert b"8099" in server.stdout.readline()
+        assert a.command("set System.Configuration.Uplink.public_url=http%3A%2F%2F127.0.0.1%3A8099%2F").code == 0
+        assert a.get("Network.CurrentSettings.uplink") == "provider"
+    finally:
+        server.kill()
+        server.wait()
+        server.stdout.close()
