@@ -65,6 +65,14 @@ void unpublish(const std::string &name)
     metaDB.remove(name);
 }
 
+// A group that lost all its links would otherwise look like an API without a value.
+void drop_empty_group(const std::string &name)
+{
+    const Node group = hdfDB.find(name);
+    if (group && !group.first_child() && !group.value())
+        unpublish(name);
+}
+
 // True when there was something to publish.
 bool publish(const std::string &name, const std::vector<StreamLink> &links)
 {
@@ -123,6 +131,8 @@ bool publish_links(const std::string &root)
         published |= publish_quickview(root, facts, network);
     else
         unpublish(root + ".Quickview");
+    drop_empty_group(root + ".1");
+    drop_empty_group(root + ".Quickview");
     return published;
 }
 
