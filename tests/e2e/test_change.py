@@ -1,0 +1,742 @@
+"""The life of a change: set, save, apply, revert, defaults, and what may go on at the same time."""
+
+import os
+import re
+import threading
+
+import pytest
+
+from appliance import Appliance, Reply, escape, wait_until
+
+NOT_FOUND = "##Parameter not found#"
+
+NOTE = '#!/bin/sh\necho "$*" >>"$QV_SYSROOT/notes"\n'
+# Waits until the test lets it go on.
+READER = (
+    'touch "$QV_SYSROOT/started"; n=0; '
+    'while [ ! -e "$QV_SYSROOT/go" ] && [ $n -lt 3000 ]; do n=$((n+1)); sleep 0.01; done; echo 42'
+)
+WAIT_FOR_GO = f"#!/bin/sh\n{READER}\n"
+
+META = """
+Web {
+    perm = 7774
+    read = kv_rfunc
+    write = kv_wfunc
+    file = /etc/web.conf
+    shadow = /etc/shadow.d/web.conf
+    apply = initd_restart web
+    port.attr = port
+    port.type = portnumber
+    port.default = 80
+    title.attr = title
+    title.type = blank,string_length 1 200
+    title.default =
+    free.attr = free
+}
+Plain {
+    perm = 7774
+    read = kv_rfunc
+    write = kv_wfunc
+    file = /etc/plain.conf
+    size.attr = size
+    size.type = integer_range 1 10
+    size.default = 5
+    secret.attr = secret
+    secret.type = password 1 64
+    secret.default = initial
+    follower.attr = follower
+    follower.type = integer
+    follower.default = 1
+    leader.attr = leader
+    leader.default = 1
+    leader.link = Plain.follower
+}
+Odd {
+    perm = 7777
+    nofile.read = no_rfunc
+    nofile.write = kv_wfunc
+    nofile.attr = x
+    nofile.default = 1
+    nowrite.read = kv_rfunc
+    nowrite.file = /etc/odd.conf
+    nowrite.attr = x
+    nowrite.default = 1
+    unreadable.read = no_rfunc
+    unreadable.write = kv_wfunc
+    unreadable.file = /etc/unreadable.conf
+    unreadable.attr = x
+    unreadable.default = 1
+}
+Live {
+    perm = 7777
+    dynamic = true
+    apply = no_apply
+    light.read = kv_rfunc
+    light.write = io_wfunc
+    light.file = /sys/light
+    light.attr =
+    light.type = integer_range 0 255
+    gone.read = kv_rfunc
+    gone.write = io_wfunc
+    gone.file = /sys/gone
+    gone.attr =
+}
+"""
+FILES = {
+    "/etc/web.conf": "# The web server.\nport = 80\n#title=commented\nother: kept\n",
+    "/etc/plain.conf": "size=5\n",
+    "/etc/shadow.d/web.conf": "",
+    "/etc/init.d/web": ('#!/bin/sh\necho "web $1" >>"$QV_SYSROOT/notes"\n', 0o755),
+    "/usr/share/qvcontrol/post_revert_script": ('#!/bin/sh\necho "reverted $*" >>"$QV_SYSROOT/notes"\n', 0o755),
+    "/sys/light": "7\n",
+    "/etc/user.conf": "Group.2.perm = 77\nGroup.3.perm = 4\nUser.op.group = 2\nUser.op.passwd = op\n"
+    "User.view.group = 3\nUser.view.passwd = view\nGroup.1.perm = 777\nUser.admin.group = 1\nUser.admin.passwd = kelpo\n",
+}
+
+
+@pytest.fixture
+def a(appliance):
+    return appliance(META, FILES).start()
+
+
+def notes(a):
+    return a.read_or_empty("/notes").splitlines()
+
+
+# ---- One change ----
+
+
+def test_life_of_one_change_on_the_shipped_appliance(appliance):
+    a = appliance(shipped=True).start()
+    events = a.subscribe()
+    name = "Services.HTTP.port"
+    file, shadow = "/etc/httpd.conf", "/etc/shadow.d/httpd.conf"
+    old = a.read(file)
+    assert "port=80\n" in old
+
+    assert a.command(f"set {name}=8088") == Reply([f"{name}=8088"], 0)
+    assert a.get(name) == "8088" and a.read(file) == old
+    assert a.command("checkmod") == a.command("checkapp") == Reply([f"{name}=8088"], 0)
+
+    assert a.command("save") == Reply([f"{name}=8088"], 0)
+    assert a.read(file) == a.read(shadow) == old.replace("port=80\n", "port=8088\n")
+    assert a.command("checkmod") == Reply([], 0)
+    assert a.command("checkapp") == Reply([f"{name}=8088"], 0)
+
+    assert a.read_or_empty("/var/log/services.log") == ""
+    assert a.command("apply") == Reply([f"{name}=8088"], 0)
+    assert a.read("/var/log/services.log") == "httpd restart 8088\n"
+    assert a.command("checkapp") == a.command("apply") == a.command("save") == Reply([], 0)
+
+    events.wait_for("apply", f"{name}=8088")
+    assert events.seen() == [(event, f"{name}=8088") for event in ("set", "save", "apply")]
+    for line in ("Set", "Save", "Apply"):
+        assert a.logged(f"{line} {name}=8088")
+    a.restart()
+    assert a.get(name) == "8088"
+    assert os.listdir(a.path("/tmp/qvcd")) == []
+
+
+# Flags after a change with each command: (modified, unapplied).
+@pytest.mark.parametrize(
+    "command, flags",
+    [("set", (True, True)), ("sets", (True, False)), ("seta", (False, True)), ("setn", (False, True))],
+)
+def test_flags_of_the_set_commands(a, command, flags):
+    assert a.command(f"{command} Web.port=81") == Reply(["Web.port=81"], 0)
+    assert a.command(f"{command} Plain.size=6") == Reply(["Plain.size=6"], 0)  # it has nothing to apply
+    lines = ["Web.port=81", "Plain.size=6"]
+    assert a.command("checkmod").lines == (lines if flags[0] else [])
+    assert a.command("checkapp").lines == (lines[:1] if flags[1] else [])
+    assert a.command("checkapp Plain").lines == a.command("checkmod Odd").lines == []
+    assert a.command("checkmod Nowhere") == Reply([f"Nowhere={NOT_FOUND}"], 0)
+    if flags[0]:
+        assert "Web.port.mod=1" in a.command("meta.get Web.port").lines
+
+
+@pytest.mark.parametrize(
+    "command, lines, code",
+    [
+        ("set Web.port=80", [], 0),
+        ("set Web.port", ["Web.port=##Invalid format#"], 1),
+        ("set", [], 0),
+        ("set =1", [f"={NOT_FOUND}"], 1),
+        ("set Web=1", [f"Web={NOT_FOUND}"], 1),
+        ("set Nowhere=1", [f"Nowhere={NOT_FOUND}"], 1),
+        ("set Web.port.attr=1", [f"Web.port.attr={NOT_FOUND}"], 1),
+        ("set Plain.size=0", ["Plain.size=##Invalid integer range#: 0"], 1),
+        ("set Plain.size=11", ["Plain.size=##Invalid integer range#: 11"], 1),
+        ("set Plain.size=x", ["Plain.size=##Invalid integer format#: x"], 1),
+        ("set Plain.size=x Nowhere=1 Plain.size", [
+            "Plain.size=##Invalid integer format#: x", f"Nowhere={NOT_FOUND}", "Plain.size=##Invalid format#"], 1),
+        ("set Plain.size=", ["Plain.size=##Invalid integer format#: "], 1),
+        ("set Web.free=a%00b", ["Web.free=##Invalid character#"], 1),
+        ("set Plain.secret=a%20b", ["Plain.secret=##Invalid password character#: a b"], 1),
+    ],
+)  # fmt: skip
+def test_sets_that_change_nothing(unchanged, command, lines, code):
+    assert unchanged.command(command) == Reply(lines, code)
+    assert unchanged.command("checkmod") == unchanged.command("checkapp") == Reply([], 0)
+
+
+@pytest.fixture(scope="module")
+def unchanged():
+    with Appliance(META, FILES) as a:
+        yield a.start()
+
+
+@pytest.mark.parametrize(
+    "sent, value",
+    [("a%20b%2Cc+d", "a b,c d"), ("100%", "100%"), ("%4x%zz%", "%4x%zz%"), ("a=b==c", "a=b==c"), ("%41%62", "Ab"),
+     ("%C3%A4", "ä"), ("a#b", "a#b"), ("tab%09tab", "tab\ttab"), ("", "")],
+)  # fmt: skip
+def test_values_are_decoded_and_come_back_from_the_file(a, sent, value):
+    a.command("set Web.free=before")
+    assert a.command(f"set Web.free={sent}") == Reply([f"Web.free={value}"], 0)
+    assert a.command("save Web").code == 0
+    assert f"\nfree={value}\n" in a.read("/etc/web.conf")
+    a.restart()
+    assert a.get("Web.free") == value
+
+
+def test_values_with_several_lines_do_not_reach_a_file(a):
+    old = a.read("/etc/web.conf")
+    assert a.command("set Web.free=x%0Aport=1").code == 0
+    assert a.command("save Web.free").code == 1
+    assert a.read("/etc/web.conf") == old
+    assert a.logged("Can not save /etc/web.conf")
+
+
+def test_long_values_are_cut(a):
+    assert a.command(f"set Web.free={5000 * 'x'}").lines == ["Web.free=" + (1023 - len("Web.free=")) * "x"]
+
+
+def test_permissions(a):
+    operator, viewer = a.login("op", "op"), a.login("view", "view")
+    refused = ["Web.port=##Invalid permission#"]
+    assert a.command("set Web.port=81", viewer) == Reply(refused, 1)
+    assert a.command("set Web.port=81", operator) == Reply(["Web.port=81"], 0)
+    assert a.command("save Web.port", viewer) == Reply([], 0)
+    assert a.command("apply Web.port", viewer) == Reply([], 1)
+    assert a.command("apply Web", viewer) == Reply([], 0)
+    assert a.command("revert Web.port", viewer) == Reply([], 1)
+    assert a.command("default Web.port", viewer) == Reply([], 1)
+    assert a.command("default Web", viewer) == Reply([], 0)
+    assert a.command("checkmod", viewer) == a.command("checkapp", viewer) == Reply(["Web.port=81"], 0)
+    assert "port = 80\n" in a.read("/etc/web.conf") and notes(a) == []
+    assert a.command("save Web.port", operator) == a.command("apply Web.port", operator) == Reply(["Web.port=81"], 0)
+
+
+def test_live_values_are_written_at_once(a):
+    assert a.get("Live.light") == "7"
+    assert a.command("set Live.light=9") == Reply(["Live.light=9"], 0)
+    assert a.read("/sys/light") == "9\n"
+    a.write("/sys/light", "1\n")
+    assert a.command("set Live.light=9") == Reply(["Live.light=9"], 0)  # though the tree holds 9
+    assert a.read("/sys/light") == "9\n"
+    assert a.command("set Live.light=256").code == 1 and a.read("/sys/light") == "9\n"
+    assert a.command("set Live.gone=1") == Reply(["Live.gone=1"], 0)  # a missing device is no error
+    assert not a.path("/sys/gone").exists()
+    assert a.command("checkmod") == a.command("checkapp") == Reply([], 0)
+
+
+def test_linked_api_follows(a):
+    assert a.command("set Plain.leader=no-number") == Reply(["Plain.leader=no-number"], 0)
+    assert a.get("Plain.follower") == "no-number"
+    assert a.command("checkmod").lines == ["Plain.leader=no-number"]
+
+
+def test_insert_and_delete(a):
+    assert a.command("insert Web.extra=a%20b") == Reply([], 0)
+    assert a.get("Web.extra") == "a b"
+    assert a.command("insert New.group.x=1") == Reply([], 0)
+    assert a.command("get New.group.x") == Reply([], 1)  # nothing gives it a "perm"
+    assert a.command("insert Web.extra.deep=2") == Reply([], 0)
+    assert a.command("get Web.extra") == Reply(["Web.extra.deep=2"], 0)
+    for refused in ("insert", "insert Web.more", "delete", "delete Web.port", "delete Web", "delete Nowhere", "insert a..b=1"):
+        assert a.command(refused) == Reply([], 1), refused
+    assert a.command("delete Web.extra") == Reply([], 0)
+    assert a.command("get Web.extra.deep") == Reply([f"Web.extra.deep={NOT_FOUND}"], 1)
+    assert a.command("delete Web.extra") == Reply([], 1)
+
+
+# ---- Save ----
+
+
+def test_save_keeps_the_rest_of_the_file_its_mode_and_links_to_it(a):
+    a.path("/etc/web.conf").chmod(0o640)
+    a.path("/etc/web.conf").rename(a.path("/etc/real.conf"))
+    a.path("/etc/web.conf").symlink_to("real.conf")
+    before = sorted(os.listdir(a.path("/etc")))
+    assert a.command("set Web.port=81 Web.title=Main%20door").code == 0
+    assert a.command("save Web") == Reply(["Web.port=81", "Web.title=Main door"], 0)
+    assert a.path("/etc/web.conf").is_symlink()
+    expected = "# The web server.\nport = 81\n#title=commented\nother: kept\ntitle=Main door\n"
+    assert a.read("/etc/real.conf") == a.read("/etc/shadow.d/web.conf") == expected
+    assert a.path("/etc/real.conf").stat().st_mode & 0o777 == 0o640
+    assert sorted(os.listdir(a.path("/etc"))) == before
+    assert os.listdir(a.path("/etc/shadow.d")) == ["web.conf"] and os.listdir(a.path("/tmp/qvcd")) == []
+
+
+def test_save_of_what_cannot_be_saved(a):
+    assert a.command("save Nowhere Plain") == Reply([f"Nowhere={NOT_FOUND}"], 1)
+    assert a.command("save Plain.size") == Reply([], 0)  # not modified
+    assert a.command("set Odd.nofile=2 Odd.nowrite=2").code == 0
+    assert a.command("save") == Reply([], 0)
+    assert a.command("checkmod").lines == ["Odd.nofile=2", "Odd.nowrite=2"]
+
+
+def test_several_values_of_one_file_arrive_together_with_every_writer(appliance):
+    meta = """
+    M {
+        perm = 7777
+        K.read = kv_rfunc
+        K.write = kv_wfunc
+        K.file = /etc/k.conf
+        Q.read = quotedkv_rfunc
+        Q.write = quotedkv_wfunc
+        Q.file = /etc/q.conf
+    """ + "".join(f"{g}.v{i}.attr = v{i}\n{g}.v{i}.default = 0\n" for g in "KQ" for i in range(40)) + "}\n"
+    ntp = """
+    Services.NTP {
+        perm = 7777
+        read = ntp_rfunc
+        write = ntp_wfunc
+        file = /etc/ntp.conf
+        server.attr = server
+        server.default = pool.example
+        interval.attr = interval
+        interval.default = hourly
+    }
+    """
+    a = appliance(meta + ntp, {"/etc/ntp.conf": "server a.example minpoll 12 maxpoll 12 iburst\nrestrict default\n"})
+    a.start()
+    for group in "KQ":
+        a.command("set " + ",".join(f"M.{group}.v{i}=new{i}" for i in range(40)))
+    a.command("set Services.NTP.server=b.example Services.NTP.interval=daily")
+    saved = a.command("save")
+    assert saved.code == 0 and len(saved.lines) == 82
+    assert a.read("/etc/k.conf") == "".join(f"v{i}=new{i}\n" for i in range(40))
+    assert a.read("/etc/q.conf") == "".join(f'v{i}="new{i}"\n' for i in range(40))
+    assert a.read("/etc/ntp.conf") == "server b.example minpoll 12 maxpoll 16 iburst\nrestrict default\n"
+    a.restart()
+    assert a.get("M.K.v39") == a.get("M.Q.v39") == "new39"
+    assert a.command("get Services.NTP").lines == ["Services.NTP.server=b.example", "Services.NTP.interval=daily"]
+
+
+def test_32_files_in_one_save(appliance):
+    meta = "F {\n __d {\n range = 1 33\n perm = 7777\n read = kv_rfunc\n write = kv_wfunc\n file = /etc/f__d\n"
+    a = appliance(meta + " v.attr = v\n v.default = 0\n }\n}\n").start()
+    assert a.command("set " + " ".join(f"F.{i}.v=1" for i in range(1, 34))).code == 0
+    assert a.command("save") == Reply([f"F.{i}.v=1" for i in range(1, 33)], 0)
+    assert [a.read(f"/etc/f{i}") for i in range(1, 34)] == 32 * ["v=1\n"] + ["v=0\n"]
+    assert a.logged("Can not save F.33.v.  Cached exceeded!")
+    assert a.command("checkmod").lines == ["F.33.v=1"]
+    assert a.command("save") == Reply(["F.33.v=1"], 0)
+    assert a.read("/etc/f33") == "v=1\n"
+
+
+def test_a_writer_that_fails_takes_only_its_file_with_it(appliance):
+    group = " {\n perm = 7777\n read = kv_rfunc\n write = %s\n file = /etc/%s\n v.attr = v\n v.default = 0\n}\n"
+    meta = "".join(name + group % (write, name) for name, write in (("A", "kv_wfunc"), ("B", "no_wfunc"), ("C", "kv_wfunc")))
+    a = appliance(meta, {"/etc/B": "v=0\n"}).start()
+    a.command("set A.v=1,B.v=1,C.v=1")
+    assert a.command("save") == Reply(["A.v=1", "B.v=1", "C.v=1"], 1)
+    assert [a.read("/etc/" + name) for name in "ABC"] == ["v=1\n", "v=0\n", "v=1\n"]
+    assert a.command("checkmod") == Reply([], 0)
+    assert a.logged("Can not save /etc/B")
+
+
+# ---- Apply ----
+
+
+def apply_model(*apis):
+    """(name, attribute lines) of APIs that share nothing but permissions."""
+    return "A {\n perm = 7777\n read = no_rfunc\n" + "".join(
+        f"{name} {{\n attr = x\n default = 0\n {lines}\n}}\n" for name, lines in apis
+    ) + "}\n"  # fmt: skip
+
+
+def run_apply(appliance, *apis, command="apply"):
+    a = appliance(apply_model(*apis), {"/note": (NOTE, 0o755)}).start()
+    names = [name for name, _ in apis]
+    assert a.command("seta " + " ".join(f"A.{name}=1" for name in names)).code == 0
+    return a, a.command(command)
+
+
+def test_one_action_of_several_apis_runs_once(appliance):
+    note = "apply = syscall $QV_SYSROOT/note shared"
+    a, reply = run_apply(appliance, *[(f"n{i}", note) for i in range(12)])
+    assert reply == Reply([f"A.n{i}=1" for i in range(12)], 0)
+    assert notes(a) == ["shared"]
+    assert [line for line in a.log().splitlines() if line.startswith("  with ")] == [f"  with A.n{i}" for i in range(10)]
+    assert a.command("checkapp") == Reply([], 0)
+
+
+def test_order_of_actions(appliance):
+    note = "syscall $QV_SYSROOT/note"
+    apis = [
+        ("one", f"apply = {note} a, \t=:{note} b\n apply2 = {note} c"),
+        ("two", f"apply = =: {note} b,{note} d"),
+    ]
+    a, reply = run_apply(appliance, *apis)
+    assert reply == Reply(["A.one=1", "A.two=1"], 0)
+    assert notes(a) == ["c", "a", "b", "d"]
+
+
+def test_nine_distinct_actions_at_a_time(appliance):
+    apis = [(f"n{i}", f"apply = syscall $QV_SYSROOT/note {i}") for i in range(10)]
+    a, reply = run_apply(appliance, *apis)
+    assert reply == Reply([f"A.n{i}=1" for i in range(10)], 0)
+    assert notes(a) == [str(i) for i in range(9)]
+    assert a.command("checkapp").lines == ["A.n9=1"]
+    assert a.command("apply") == Reply(["A.n9=1"], 0)
+    assert notes(a)[9:] == ["9"]
+    assert a.command("checkapp") == Reply([], 0)
+
+
+@pytest.mark.parametrize(
+    "action, failed, noted",
+    [
+        ("syscall $QV_SYSROOT/note 1 2 3 4 5 6", False, ["1 2 3 4"]),  # five words are the limit
+        ("syscall $QV_SYSROOT/note x; exit 3", True, ["x"]),
+        ("syscall kill -9 $$", True, []),
+        ("syscall /nonexistent", True, []),
+        ("syscall", False, []),
+        ("no_apply", False, []),
+        ("misspelt $QV_SYSROOT/note", True, []),
+        ("initd_restart", False, []),
+        ("initd_restart nobody", False, []),
+        ("initd_restart nobody web", False, ["web restart"]),
+        ("initd_restart bad", True, []),
+        ("syscall_delay 0 $QV_SYSROOT/note late", False, None),
+        ("syscall_delay", True, []),
+        ("settime_apply", True, []),
+    ],
+)
+def test_actions(appliance, action, failed, noted):
+    services = {"/etc/init.d/web": FILES["/etc/init.d/web"], "/etc/init.d/bad": ("#!/bin/sh\nexit 1\n", 0o755)}
+    a = appliance(apply_model(("n", f"apply = {action}")), {"/note": (NOTE, 0o755), **services}).start()
+    a.command("set A.n=1")
+    assert a.command("apply A.n") == Reply(["A.n=1"] + (["A.n=##Apply failed#"] if failed else []), 0)
+    assert a.command("checkapp") == Reply([], 0)
+    if noted is None:
+        wait_until(lambda: notes(a) == ["late"], "the delayed command")
+        a.wait_for_log("  delay_syscall: $QV_SYSROOT/note late  >/dev/null 2>&1")
+    else:
+        assert notes(a) == noted
+    assert a.logged("Can not apply A.n") == failed
+
+
+def test_apply_by_name(appliance):
+    apis = [(f"n{i}", f"apply = syscall $QV_SYSROOT/note {i}") for i in range(3)]
+    a, reply = run_apply(appliance, *apis, command="apply A.n2,Nowhere,A.n0,A.n2")
+    assert reply == Reply(["A.n2=1", f"Nowhere={NOT_FOUND}", "A.n0=1"], 1)
+    assert notes(a) == ["2", "0"]
+
+
+def test_commands_inherit_only_three_descriptors(appliance):
+    script = '#!/bin/sh\nls /proc/self/fd >"$QV_SYSROOT/descriptors"\n'
+    a = appliance(apply_model(("n", "apply = syscall $QV_SYSROOT/list")), {"/list": (script, 0o755)}).start()
+    a.connect(greeting="me 0 0\n")
+    a.command("update A.n=1")
+    assert a.read("/descriptors").split() == ["0", "1", "2", "3"]  # 3 is the folder that ls reads
+
+
+def test_clock_of_a_root_is_a_file(appliance):
+    a = appliance(shipped=True).start()
+    assert a.command("set System.Time.syncclock=20240229T12:00:00").code == 0
+    assert a.read("/var/run/qv/clock") == "20240229T12:00:00\n"
+    # Day and month are not matched by the type, but such a time cannot be set.
+    assert a.command("set System.Time.syncclock=20230229T12:00:00").code == 0
+    assert a.logged("Could not set system time")
+    assert a.command("set System.Time.syncclock=20380101T00:00:00").code == 1
+    assert a.read("/var/run/qv/clock") == "20240229T12:00:00\n"
+    assert a.command("update System.Time.settime=20250101T00:00:01").code == 0
+    assert a.read("/var/run/qv/clock") == "20250101T00:00:01\n"
+
+
+# ---- Update, modify, revert ----
+
+
+def test_update(a):
+    lines = ["Web.port=81", "Web.title=x"]
+    assert a.command("update Web.port=81 Web.title=x") == Reply(3 * lines, 0)
+    assert notes(a) == ["web restart"]
+    assert a.command("update Web.port=81") == Reply([], 0)  # unchanged
+    assert notes(a) == ["web restart"]
+    assert a.command("modify Web.port=82") == Reply(["Web.port=82", "Web.port=82"], 0)
+    assert a.command("checkapp") == Reply([], 0)
+    assert notes(a) == ["web restart"]
+
+
+@pytest.mark.parametrize("command", ["update", "modify"])
+def test_update_with_a_bad_value_reverts_all(a, command):
+    reply = a.command(f"{command} Web.port=81 Plain.size=99 Web.title=x")
+    assert reply == Reply(
+        ["Web.port=81", "Plain.size=##Invalid integer range#: 99", "Web.title=x", "Web.port=80", "Web.title=commented"], 1
+    )
+    assert a.command("checkmod") == a.command("checkapp") == Reply([], 0)
+    assert "port = 80\n" in a.read("/etc/web.conf")
+    assert notes(a) == ["reverted Web.port Plain.size Web.title"]
+
+
+def test_revert(a):
+    a.command("set Web.port=81 Web.title=x Plain.size=6 Odd.unreadable=2")
+    assert a.command("revert Plain.size") == Reply(["Plain.size=5"], 0)
+    assert a.command("revert Web") == Reply(["Web.port=80", "Web.title=commented"], 0)
+    assert a.command("revert Web") == Reply([], 0)
+    assert a.command("revert Nowhere") == Reply([f"Nowhere={NOT_FOUND}"], 1)
+    assert a.command("revert Odd.unreadable") == Reply([], 1)
+    assert a.command("checkmod").lines == ["Odd.unreadable=2"]
+    assert a.command("revert") == Reply([], 0)
+    assert a.command("revert Odd") == Reply([], 0)
+    assert notes(a) == [f"reverted {names}" for names in ("Plain.size", "Web", "Web", "", "Odd")]
+
+
+# ---- Defaults, factory reset, reload ----
+
+
+def test_defaults(a):
+    a.command("set Web.port=81 Plain.size=6 Plain.secret=changed Web.free=kept")
+    assert a.command("checkdef Web Plain Nowhere").lines == [
+        "Web.port=81 (80)", "Web.title=commented ()", "Plain.size=6 (5)", "Plain.secret=***** (initial)",
+        f"Nowhere={NOT_FOUND}",
+    ]  # fmt: skip
+    a.command("save")
+    assert a.command("default Web.port") == Reply(["Web.port=80"], 0)
+    assert a.command("default Web.port") == Reply([], 0)
+    assert a.command("checkmod") == Reply(["Web.port=80"], 0)
+    assert "Web.port=80" in a.command("checkapp").lines
+    assert a.command("default Nowhere Plain") == Reply(
+        [f"Nowhere={NOT_FOUND}", "Plain.size=5", "Plain.secret=initial"], 1
+    )
+    assert a.command("default") == Reply(["Web.title="], 0)
+    assert a.get("Web.free") == "kept"
+    assert "port = 81\n" in a.read("/etc/web.conf")  # until it is saved
+
+
+def changed_shipped(appliance):
+    a = appliance(shipped=True).start()
+    changes = "Services.HTTP.port=8088 Network.hostname=studio Services.SNMP.enable=1"
+    for change in changes.split():
+        name = change.split("=")[0]
+        if a.get(name) == change.split("=")[1]:
+            change = name + "=0"
+        assert a.command(f"update {change}").code == 0
+    a.write("/var/log/services.log", "")
+    return a
+
+
+@pytest.mark.parametrize(
+    "word, reset", [("", {"port", "name", "snmp"}), ("all", {"port", "name", "snmp"}), ("network", {"port", "name"}),
+                    ("nonetwork", {"snmp"})],
+)  # fmt: skip
+def test_factory_reset(appliance, word, reset):
+    a = changed_shipped(appliance)
+    names = {"port": "Services.HTTP.port", "name": "Network.hostname", "snmp": "Services.SNMP.enable"}
+    before = {key: a.get(name) for key, name in names.items()}
+    defaults = {key: a.command(f"getdv {name}").lines[0] for key, name in names.items()}
+    a.command("user.passwd admin changed")
+    reply = a.command(f"factory_reset {word}")
+    assert reply.code == 0 and "User.admin.passwd=kelpo" in reply.lines
+    assert {key: a.get(name) for key, name in names.items()} == {
+        key: defaults[key] if key in reset else before[key] for key in names
+    }
+    hooks = [line for line in a.read("/var/log/services.log").splitlines() if "default_script" in line]
+    assert hooks == [f"{when}_default_script {word}".rstrip() for when in ("pre", "post")]
+    modified = {line.split("=")[0] for line in a.command("checkmod").lines}
+    assert {names[key] for key in names} & modified == {names[key] for key in reset}
+
+
+def test_factory_reset_of_an_unknown_word(a):
+    assert a.command("factory_reset everything").lines == [
+        "all       - reset entire settings tree and user settings",
+        "network   - reset Network.Interfaces,Network.hostname,Services.HTTP,",
+        "            Services.Zeroconf and user settings",
+        "nonetwork - reset entire settings tree but the above, and user settings",
+    ]
+
+
+def test_reload(a):
+    a.write("/etc/web.conf", "port=1234\ntitle=from outside\n")
+    a.write("/etc/plain.conf", "size=1000\n")
+    assert a.get("Web.port") == "80"
+    assert a.command("reload Web Nowhere") == Reply(["Web", f"Nowhere={NOT_FOUND}"], 0)
+    assert a.command("get Web.port,Web.title,Plain.size").lines == ["Web.port=1234", "Web.title=from outside", "Plain.size=5"]
+    assert a.command("reload") == Reply([], 0)
+    assert a.get("Plain.size") == "5" and "size=5\n" in a.read("/etc/plain.conf")  # what is not valid is replaced
+
+
+# ---- What clients send never becomes a command ----
+
+HOSTILE = ["it's", '"two"', "$(touch", "$QV_SYSROOT/smuggled)", "`touch", "$QV_SYSROOT/smuggled`", ";", "|", "&", ">x",
+           "<", "*", "?", "~", "\\", "'", "''", "a\tb", "\x07", "%20", "$HOME", "${IFS}", "!", "(", ")", "#x", "-n", "ä"]  # fmt: skip
+
+
+def test_hook_arguments_arrive_word_by_word(appliance):
+    script = '#!/bin/sh\nfor word; do printf "%s\\0" "$word"; done >"$QV_SYSROOT/${0##*/}.words"\n'
+    hooks = {f"/usr/share/qvcontrol/{when}_default_script": (script, 0o755) for when in ("pre", "post")}
+    a = appliance(META, {**FILES, **hooks}).start()
+    assert a.talk("factory_reset network " + " ".join(HOSTILE)).endswith(b"@\n0\n")
+    for when in ("pre", "post"):
+        assert a.read(f"/{when}_default_script.words").split("\0") == ["network", *HOSTILE, ""]
+    assert not a.path("/smuggled").exists()
+    # Words that no longer fit are left out whole.
+    assert a.talk("factory_reset network " + " ".join(["'" * 300] * 90)).endswith(b"@\n0\n")
+    words = a.read("/pre_default_script.words").split("\0")
+    assert words[0] == "network" and words[-1] == "" and 1 <= len(words[1:-1]) < 90
+    assert set(words[1:-1]) == {"'" * 300}
+
+
+def test_values_never_reach_a_shell(a):
+    for value in HOSTILE:
+        a.command(f"update Web.free={escape(value)}")
+        a.command(f"update Web.title={escape(value)}")
+        a.command("revert Web")
+    assert not a.path("/smuggled").exists()
+    assert a.get("Web.free") == HOSTILE[-1]
+
+
+# ---- At the same time ----
+
+
+def test_init_script_uses_the_daemon_while_apply_waits_for_it(appliance):
+    script = """#!/bin/sh
+    {
+        qvc get Web.port
+        qvc set Web.title=by-the-script
+        qvc save Web
+        qvc get Web.title
+    } >"$QV_SYSROOT/said" 2>&1
+    """
+    a = appliance(META, {**FILES, "/etc/init.d/web": (script, 0o755)}).start()
+    assert a.command("update Web.port=81") == Reply(3 * ["Web.port=81"], 0)
+    said = ["Web.port=81", "Web.title=by-the-script", "Web.title=by-the-script", "Web.title=by-the-script"]
+    assert a.read("/said").splitlines() == said
+    assert "title=by-the-script\n" in a.read("/etc/web.conf")
+
+
+def test_get_is_answered_while_an_apply_waits(appliance):
+    a = appliance(META, {**FILES, "/etc/init.d/web": (WAIT_FOR_GO, 0o755)}).start()
+    a.command("set Web.port=81")
+    applying = a.connect(greeting="me 0 0\napply\n")
+    wait_until(a.path("/started").exists, "the init script")
+    assert a.command("get Web.port") == Reply(["Web.port=81"], 0)
+    assert a.command("modify Plain.size=6") == Reply(2 * ["Plain.size=6"], 0)
+    assert a.login("admin", "kelpo")
+    assert a.answers()
+    assert applying.silent_for(0.05)
+    a.write("/go", "")
+    applying.send("\n")
+    assert applying.read_all() == b"Web.port=81\n@\n0\n"
+
+
+def test_stop_while_an_apply_waits(appliance):
+    a = appliance(META, {**FILES, "/etc/init.d/web": (WAIT_FOR_GO, 0o755)}).start()
+    a.command("set Web.port=81")
+    applying = a.connect(greeting="me 0 0\napply\n\n")
+    wait_until(a.path("/started").exists, "the init script")
+    a.process.send_signal(2)
+    a.wait_for_log("alive")
+    a.write("/go", "")
+    assert applying.read_all() in (b"Web.port=81\n@\n0\n", b"")
+    a.stop()
+
+
+def in_parallel(*jobs):
+    failures = []
+
+    def run(job):
+        try:
+            job()
+        except BaseException as failure:  # shown by the thread that asserts
+            failures.append(failure)
+
+    threads = [threading.Thread(target=run, args=(job,)) for job in jobs]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    if failures:
+        raise failures[0]
+
+
+def test_clients_that_save_at_once_lose_nothing(appliance):
+    meta = "S {\n perm = 7777\n read = kv_rfunc\n write = kv_wfunc\n file = /etc/s.conf\n shadow = /etc/s.shadow\n"
+    meta += " apply = syscall true\n" + "".join(f" v{i}.attr = v{i}\n v{i}.default = 0\n" for i in range(4)) + "}\n"
+    a = appliance(meta).start()
+
+    def client(i):
+        def run():
+            for n in range(1, 26):
+                # Others may save and apply what this one has set, so only the value counts.
+                assert a.command(f"update S.v{i}={n}").code == 0
+                assert re.search(rf"^v{i}={n}$", a.read("/etc/s.conf"), re.M)
+
+        return run
+
+    in_parallel(*[client(i) for i in range(4)])
+    assert a.read("/etc/s.conf") == a.read("/etc/s.shadow") == "".join(f"v{i}=25\n" for i in range(4))
+    assert a.command("checkmod") == Reply([], 0)
+
+
+def test_delete_while_a_get_of_the_group_waits(appliance):
+    meta = f"G {{\n perm = 7777\n dynamic = true\n read = syscall_rfunc\n slow.attr = {READER}\n last.attr = echo 1\n}}\n"
+    a = appliance(meta).start()
+    for name in ("G.temporary", "G.temporary.deep", "G.other"):
+        assert a.command(f"insert {name}=x").code == 0
+    waiting = [a.connect(greeting=f"me 0 0\n{command}\n\n") for command in ("get G", "get", "get G.slow", "introspect G")]
+    wait_until(a.path("/started").exists, "the reader")
+    assert a.command("delete G.temporary") == a.command("delete G.other") == Reply([], 0)
+    assert a.command("insert G.late=1").code == 0
+    a.write("/go", "")
+    for c in waiting[:2]:
+        assert c.read_all() == b"G.slow=42\nG.last=1\n@\n0\n"
+    assert waiting[2].read_all() == b"G.slow=42\n@\n0\n"
+    assert waiting[3].read_all().endswith(b"@\n0\n")
+    assert a.command("get G.temporary").code == 1
+
+
+@pytest.mark.parametrize("command", ["get G", "get G.x", "geti G", "revert G.x", "reload G"])
+def test_the_api_that_waits_may_be_deleted_itself(appliance, command):
+    meta = f"G {{\n perm = 7777\n write = kv_wfunc\n file = /etc/g\n read = syscall_rfunc\n attr = {READER}\n}}\n"
+    a = appliance(meta + ("G.dynamic = true\n" if "get" in command else ""), {"/go": ""}).start()
+    a.command("insert G.x=1")
+    a.command("set G.x=2")
+    a.path("/go").unlink()
+    a.path("/started").unlink(missing_ok=True)
+    waiting = a.connect(greeting=f"me 0 0\n{command}\n\n")
+    wait_until(a.path("/started").exists, "the reader")
+    assert a.command("delete G.x") == Reply([], 0)
+    a.write("/go", "")
+    assert waiting.read_all().endswith((b"@\n0\n", b"@\n1\n"))
+    assert a.command("get G.x").code == 1
+
+
+def test_many_clients_at_once(appliance):
+    """Readers, writers, savers and those who change the tree, all together."""
+    meta = META + "Slow.perm = 7777\nSlow.dynamic = true\nSlow.x.read = syscall_rfunc\nSlow.x.attr = echo 1\n"
+    a = appliance(meta, FILES).start(tcp=True)
+
+    def client(i, *lines):
+        def run():
+            for n in range(30):
+                reply = a.talk([line.format(i=i, n=n) for line in lines], tcp=i % 2 == 1)
+                assert re.search(rb"@\n-?\d+\n\Z", reply), reply
+
+        return run
+
+    in_parallel(
+        client(0, "get", "getd", "meta.dump", "checkdef"),
+        client(1, "get Slow,Live", "introspect"),
+        client(2, "set Web.port={n}", "save", "apply"),
+        client(3, "update Plain.size=1{n}", "revert Plain"),
+        client(4, "insert Web.t{n}={n}", "get Web", "delete Web.t{n}"),
+        client(5, "reload", "checkmod", "checkapp"),
+        client(6, "login admin kelpo 10.0.0.{n}", "sessions", "logout {n}", "user.passwd op op{n}"),
+        client(7, "default Plain", "modify Plain.size=4", "factory_reset nothing"),
+    )
+    assert a.get("Slow.x") == "1"
+    assert a.read("/etc/plain.conf").count("size=") == 1
