@@ -57,7 +57,7 @@ const CommandRecord browseRecord = {
         "result is 1. An API that was named and may not be read gives no line, and the result 1.",
     .description =
         "Lists the names of APIs, one \"<name>=leaf\" line each: those of a group, or all of them. "
-        "APIs that the caller may not read, and private ones, are left out.",
+        "APIs that the caller may not read are left out; private ones are for the maker alone.",
 };
 
 } // namespace qvcd

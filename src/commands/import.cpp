@@ -116,10 +116,11 @@ const CommandRecord importRecord = {
         "is 1.\n"
         "<name>=<value>=##Parameter not found#: the value is not valid. The API keeps the one it has.",
     .description =
-        "Sets every API of a document that the export command wrote, without a name that of "
-        "/tmp/user_settings.hdf. Nothing is saved and nothing applied. Mode 0 sets as the set command "
-        "does, 1 as sets, 2 as seta; 3 raises no flags. Unknown APIs, time codes, and what the caller "
-        "may not write are left out. A file may have 4 MiB and 64 levels and can not include others.",
+        "Sets every API of a document that the export command wrote; without a file name "
+        "/tmp/user_settings.hdf is read. Nothing is saved and nothing applied. Mode 0 sets as the set "
+        "command does, 1 as sets, 2 as seta; 3 raises no flags. Unknown APIs, time codes, and what the "
+        "caller may not write are passed over. A file may have 4 MiB and 64 levels, and can not include "
+        "others.",
 };
 
 } // namespace qvcd
