@@ -172,15 +172,12 @@ std::string last_component(const std::string &name)
     return name.substr(name.rfind('.') + 1); // npos + 1 is 0
 }
 
-// One text of the API `shown`. Permissions are asked of the text's parent even when the text itself was
-// named: asking for attributes of the text's node would leave copies below it.
-void print_text(unsigned mask, const std::string &leaf, const std::string &shown, const ApiHelp &how,
+void print_text(unsigned mask, const std::string &leaf, const std::string &api, const ApiHelp &how,
                 std::FILE *out)
 {
     const Node node = metaDB.find(leaf);
-    if (!node || !may_see(mask, meta_get_parent(leaf).value_or("")))
-        return;
-    how.print(shown, last_component(leaf), std::string(node.text()), out);
+    if (node && may_see(mask, api))
+        how.print(api, last_component(leaf), std::string(node.text()), out);
 }
 
 // By name: the description of a live value may let go of the command lock.
@@ -200,7 +197,7 @@ int do_cmd_help_api(unsigned mask, const Args &argv, const ApiHelp &how, std::FI
         if (node.first_child())
             print_group(mask, node, name, how, out);
         else
-            print_text(mask, name, name, how, out);
+            print_text(mask, name, name, how, out); // a text that was named is shown under its own name
     }
     if (argv.size() <= 1)
         print_group(mask, metaDB.root(), "", how, out);

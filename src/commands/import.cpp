@@ -64,9 +64,7 @@ void refuse_value(unsigned mask, const std::string &api, const std::string &esca
 void import_setting(unsigned mask, const std::string &api, const std::string &escaped, SetMode mode,
                     std::FILE *out)
 {
-    // Attributes have nodes in the metadata too; only what has one in the settings is asked for its
-    // permission.
-    if (!hdfDB.find(api) || (mask & meta_get_perm(api) & kWriteBits) == 0)
+    if ((mask & meta_get_perm(api) & kWriteBits) == 0)
         return;
     const auto value = url_unescape(escaped);
     if (!value || cfuncmap_check(api, cut(*value, kMaxValueBytes)))

@@ -6,6 +6,16 @@
 
 namespace qvcd {
 
+namespace {
+
+// Clients may name attributes as if they were APIs.
+bool is_attribute(Node node)
+{
+    return node.value() && !node.first_child();
+}
+
+} // namespace
+
 MetaApi::MetaApi(std::string_view api)
 {
     if (!is_tree_name(api) || api.size() > kMaxNameBytes)
@@ -33,7 +43,7 @@ std::optional<std::string_view> MetaApi::get(std::string_view attribute)
             break;
         }
     }
-    if (levels > 1)
+    if (levels > 1 && !is_attribute(chain_.back()))
         chain_.back().set(attribute, found.value_or(""));
     return found;
 }

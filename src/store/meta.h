@@ -26,7 +26,8 @@ class MetaApi {
     explicit operator bool() const { return !chain_.empty(); }
 
     /// Inherited; an empty value gives none. A value that comes from the grandparent or above, or is found
-    /// nowhere, is stored on the API's own node (empty for "nowhere"), so that the next lookup is short.
+    /// nowhere, is stored on the API's own node (empty for "nowhere"), so that the next lookup is short; not
+    /// below a node that is an attribute itself.
     std::optional<std::string_view> get(std::string_view attribute);
 
     /// Own node only; an empty value is returned as such.

@@ -1,0 +1,171 @@
+#pragma once
+
+#include "appliance_root.h"
+
+#include "base/options.h"
+#include "commands/cmd_table.h"
+#include "funcs/apply_map.h"
+#include "funcs/check_map.h"
+#include "funcs/introspect_map.h"
+#include "funcs/read_map.h"
+#include "funcs/write_map.h"
+#include "model/populate.h"
+#include "store/database.h"
+#include "store/hdf_file.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace qvcd {
+
+struct Answer {
+    int result;
+    std::string text;
+    bool operator==(const Answer &) const = default;
+};
+
+inline void PrintTo(const Answer &answer, std::ostream *out)
+{
+    *out << answer.result << " \"" << answer.text << "\"";
+}
+
+inline constexpr unsigned kMaker = 0x7777;
+inline constexpr unsigned kAdmin = 0x0777;
+inline constexpr unsigned kViewer = 0x0077;
+
+/// Runs the row of the command table, as the dispatcher does.
+inline Answer ask(const char *command, unsigned mask, Args args)
+{
+    char *text = nullptr;
+    std::size_t size = 0;
+    std::FILE *out = open_memstream(&text, &size);
+    const int result = cmd_map()[cmd_find_row(command)].record->handler(mask, args, out);
+    std::fclose(out);
+    Answer answer{result, std::string(text, size)};
+    std::free(text);
+    return answer;
+}
+
+inline std::string tree_text(const Tree &tree)
+{
+    char *text = nullptr;
+    std::size_t size = 0;
+    std::FILE *out = open_memstream(&text, &size);
+    hdfutils_dump(tree.root(), "", out);
+    std::fclose(out);
+    std::string result(text, size);
+    std::free(text);
+    return result;
+}
+
+/// One API of each kind that the commands tell apart.
+inline constexpr char kModel[] = R"(
+Box {
+  perm = 7744
+  name {
+    attr = name
+    type = string_length 1 1023
+    default = unit
+    apply = syscall true
+    help = Name of the box
+    desc = Shown on the front panel.
+  }
+  color {
+    attr = color
+    type = string_set red blue
+    default = red
+    help = Color of the box
+  }
+  pin {
+    attr = pin
+    type = password
+    desc = Opens the box.
+  }
+  clock {
+    attr = clock
+    type = timecode
+    help = Clock of the box
+  }
+  state {
+    attr = state
+    dynamic = true
+    default = none
+    read = kv_rfunc
+    file = /etc/state
+  }
+  fixed {
+    attr = fixed
+    perm = 4444
+    help = Never changes
+  }
+  shy {
+    attr = shy
+    private = true
+    help = Hidden
+  }
+  maker {
+    attr = maker
+    perm = 7000
+    help = For the maker
+  }
+}
+Web {
+  perm = 7744
+  Configuration.show_pageload_stats.attr = stats
+  Wizard.firstrun {
+    attr = firstrun
+    type = boolean
+  }
+}
+)";
+
+struct StartValue {
+    const char *api;
+    const char *value;
+};
+inline constexpr StartValue kStartValues[] = {
+    {"Box.name", "my box"},
+    {"Box.color", "red"},
+    {"Box.pin", "s3cret"},
+    {"Box.clock", "20240229T12:00:00"},
+    {"Box.state", "none"},
+    {"Box.fixed", "stone"},
+    {"Box.shy", "blush"},
+    {"Box.maker", "mark"},
+    {"Web.Configuration.show_pageload_stats", "1"},
+    {"Web.Wizard.firstrun", "1"},
+};
+
+/// Starts each test with an empty root, the model above, and its values.
+class SelfDescriptionTest : public OnEmptyRoot<testing::Test> {
+  protected:
+    void SetUp() override
+    {
+        OnEmptyRoot::SetUp();
+        tree_library_init();
+        cmd_create_afuncmap_hdf();
+        cmd_create_cfuncmap_hdf();
+        cmd_create_ifuncmap_hdf();
+        cmd_create_rfuncmap_hdf();
+        cmd_create_wfuncmap_hdf();
+        cmd_create_cmdmap_hdf();
+        hdfdb_init();
+        ASSERT_EQ(0, hdfdb_load_meta_file(appliance_root().write("model", kModel)));
+        for (const StartValue &row : kStartValues)
+            ASSERT_TRUE(hdfDB.set(row.api, row.value));
+        appliance_root().write("etc/state", "state=awake\n");
+        std::filesystem::create_directories(appliance_root().path("tmp"));
+    }
+    void TearDown() override
+    {
+        hdfdb_destroy();
+        cmd_destroy_cmdmap_hdf();
+        cmd_destroy_wfuncmap_hdf();
+        cmd_destroy_rfuncmap_hdf();
+        cmd_destroy_ifuncmap_hdf();
+        cmd_destroy_cfuncmap_hdf();
+        cmd_destroy_afuncmap_hdf();
+    }
+};
+
+} // namespace qvcd
