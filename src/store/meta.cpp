@@ -83,7 +83,7 @@ std::optional<std::string> meta_get_this_level(std::string_view api, std::string
 int meta_set(std::string_view api, std::string_view attribute, std::string_view value)
 {
     Node node = api.empty() ? Node() : metaDB.find(api);
-    return node && node.set(attribute, value) ? 0 : 1;
+    return node && !is_attribute(node) && node.set(attribute, value) ? 0 : 1;
 }
 
 unsigned meta_get_perm(std::string_view api)

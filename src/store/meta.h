@@ -43,7 +43,8 @@ class MetaApi {
 std::optional<std::string> meta_get(std::string_view api, std::string_view attribute);
 std::optional<std::string> meta_get_this_level(std::string_view api, std::string_view attribute);
 
-/// Sets an attribute or a flag; 1 when the API has no node in the metadata.
+/// Sets an attribute or a flag; 1 when the API has no node in the metadata, or the name is that of an
+/// attribute.
 int meta_set(std::string_view api, std::string_view attribute, std::string_view value);
 
 /// The inherited "perm", hexadecimal; 0 when absent.

@@ -174,6 +174,7 @@ TEST_F(HelpTest, AskingForATextLeavesNothingBelowIt)
     const std::string before = tree_text(metaDB);
     ask("help", kAdmin, {"api", "Box.name.help", "Box.name.type"});
     ask("help", kAdmin, {"apihdf", "Box.name.desc", "Box.pin.desc"});
+    ask("apply", kAdmin, {"Box.name.help"});
     EXPECT_EQ(before, tree_text(metaDB));
 }
 
