@@ -15,6 +15,8 @@
 #include "commands/import.h"
 #include "commands/menu.h"
 #include "commands/meta.h"
+#include "commands/preset.h"
+#include "commands/profile.h"
 #include "commands/save.h"
 #include "commands/session.h"
 #include "commands/set.h"
@@ -30,16 +32,17 @@ namespace qvcd {
 namespace {
 
 constexpr CommandRow cmdMap[] = {
-    {0, &undefinedRecord},    {1, &helpRecord},     {1, &getRecord},        {1, &getiRecord},
-    {0, &getvRecord},         {0, &getdRecord},     {0, &getdvRecord},      {1, &setRecord},
-    {0, &setsRecord},         {0, &setaRecord},     {0, &setnRecord},       {1, &applyRecord},
-    {1, &saveRecord},         {1, &modifyRecord},   {1, &updateRecord},     {1, &introspectRecord},
-    {1, &browseRecord},       {0, &addRecord},      {0, &removeRecord},     {1, &revertRecord},
-    {0, &reloadRecord},       {0, &exportRecord},   {0, &importRecord},     {1, &checkmodRecord},
-    {1, &checkappRecord},     {1, &checkdefRecord}, {0, &metaRecord},       {0, &metavRecord},
-    {0, &userRecord},         {0, &groupRecord},    {0, &menuRecord},       {1, &loginRecord},
-    {1, &logoutRecord},       {0, &sessionsRecord}, {0, &getSessionRecord}, {1, &defaultRecord},
-    {1, &factoryResetRecord}, {0, &insertRecord},   {0, &deleteRecord},
+    {0, &undefinedRecord},  {1, &helpRecord},     {1, &getRecord},          {1, &getiRecord},
+    {0, &getvRecord},       {0, &getdRecord},     {0, &getdvRecord},        {1, &setRecord},
+    {0, &setsRecord},       {0, &setaRecord},     {0, &setnRecord},         {1, &applyRecord},
+    {1, &saveRecord},       {1, &modifyRecord},   {1, &updateRecord},       {1, &introspectRecord},
+    {1, &browseRecord},     {0, &presetRecord},   {1, &profileRecord},      {0, &addRecord},
+    {0, &removeRecord},     {1, &revertRecord},   {0, &reloadRecord},       {0, &exportRecord},
+    {0, &importRecord},     {1, &checkmodRecord}, {1, &checkappRecord},     {1, &checkdefRecord},
+    {0, &metaRecord},       {0, &metavRecord},    {0, &userRecord},         {0, &groupRecord},
+    {0, &menuRecord},       {1, &loginRecord},    {1, &logoutRecord},       {0, &sessionsRecord},
+    {0, &getSessionRecord}, {1, &defaultRecord},  {1, &factoryResetRecord}, {0, &insertRecord},
+    {0, &deleteRecord},
 };
 
 NameIndex cmdMapHDF;

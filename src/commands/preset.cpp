@@ -1,6 +1,7 @@
 #include "commands/preset.h"
 
 #include "base/file_text.h"
+#include "base/limits.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/apply.h"
@@ -130,20 +131,28 @@ int preset_check(unsigned, Args &, std::FILE *out)
     return 0;
 }
 
-// The value so that `set`, which decodes what it gets, sees it whole. Nothing else is escaped: `set` takes no
-// argument beyond a certain length.
-std::string escape_for_set(std::string_view value)
+struct Setting {
+    std::string api;
+    std::string value;
+};
+
+std::vector<Setting> settings_of(Node preset)
 {
-    std::string escaped;
-    for (const char c : value) {
-        if (c == '%')
-            escaped += "%25";
-        else if (c == '+')
-            escaped += "%2B";
-        else
-            escaped += c;
+    std::vector<Setting> settings;
+    for (const std::string &api : preset_settings) {
+        if (const auto value = preset.get(api))
+            settings.push_back({api, cut(*value, kMaxValueBytes)});
     }
-    return escaped;
+    return settings;
+}
+
+// What the set command does, but that cuts the escaped text, which may be three times as long as the value.
+void set_whole(const Setting &setting, std::FILE *out)
+{
+    if (hdfDB.get(setting.api))
+        set_param(kInternalMask, setting.api, url_escape(setting.value), out, SetMode::set);
+    else
+        reply_value(out, setting.api, API_E_PARAM_NOT_FOUND);
 }
 
 int load_number(int number, std::FILE *out)
@@ -153,13 +162,8 @@ int load_number(int number, std::FILE *out)
     const Node preset = preset_node(number);
     if (!preset)
         return refuse(out, kCanNotGetPreset);
-    std::vector<Args> sets; // all of them first: a set may let go of the command lock
-    for (const std::string &api : preset_settings) {
-        if (const auto value = preset.get(api))
-            sets.push_back({api + "=" + escape_for_set(*value)});
-    }
-    for (Args &set : sets)
-        command_set(kInternalMask, set, out);
+    for (const Setting &setting : settings_of(preset)) // copies: a set may let go of the command lock
+        set_whole(setting, out);
     if (number != preset_current() && !save_current_preset(number))
         return refuse(out, kCanNotSavePreset);
     return 0;

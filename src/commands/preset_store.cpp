@@ -6,6 +6,7 @@
 #include "platform/sysroot.h"
 #include "store/hdf_file.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace qvcd {
@@ -113,7 +114,8 @@ bool save_current_preset(int number)
 {
     const std::string text = std::to_string(number);
     presetDB.set(kCurrent, text);
-    return write_conf("Preset.current=" + text); // no newline: readers in the field take the rest as it stands
+    return write_conf("Preset.current=" +
+                      text); // no newline: readers in the field take the rest as it stands
 }
 
 std::string preset_name(int number)

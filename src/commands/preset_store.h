@@ -7,9 +7,9 @@
 
 namespace qvcd {
 
-// Presets: numbered sets of values for one list of APIs, the template. They live in "/etc/presets": "template"
-// has one API name a line, "preset1" to "preset20" hold "name=value" lines and "Config.name", "Config.desc",
-// "preset.conf" holds "Preset.current=<number>".
+// Presets: numbered sets of values for one list of APIs, the template. They live in "/etc/presets":
+// "template" has one API name a line, "preset1" to "preset20" hold "name=value" lines and "Config.name",
+// "Config.desc", "preset.conf" holds "Preset.current=<number>".
 
 inline constexpr int kMaxPresets = 20;
 inline constexpr std::size_t kMaxPresetSettings = 99;
@@ -27,8 +27,8 @@ int cmd_preset_exit();
 /// The number of the current preset; 0 when there is none.
 int preset_current();
 
-/// Makes a preset the current one, in memory and in its file; false (the reason is logged) when the file cannot
-/// be written.
+/// Makes a preset the current one, in memory and in its file; false (the reason is logged) when the file
+/// cannot be written.
 bool save_current_preset(int number);
 
 std::string preset_name(int number); ///< "Preset.<number>"

@@ -3,6 +3,7 @@
 #include "base/command_lock.h"
 #include "base/options.h"
 #include "commands/cmd_table.h"
+#include "commands/profile.h"
 #include "daemon/options.h"
 #include "daemon/request_server.h"
 #include "daemon/watchdog.h"
@@ -101,6 +102,7 @@ void load_databases(const Options &options)
     }
     session_load_db_file(disable_login);
     hdfdb_populate();
+    load_profile();
 }
 
 void start_up(const Options &options)

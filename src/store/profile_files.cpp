@@ -9,11 +9,14 @@
 #include "store/hdfutils.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace qvcd {
 
@@ -59,18 +62,26 @@ std::string collapse_percents(std::string_view text)
     return result;
 }
 
-// Names of the folder's entries that hold ".hdf", cut there, in the order of the entries, last first.
-std::vector<std::string> stored_profiles(std::error_code &error)
+// The folder's entries that hold ".hdf", last first.
+std::vector<std::string> profile_entries(std::error_code &error)
 {
     std::vector<std::string> entries;
     std::filesystem::directory_iterator entry(qv_sysroot_path(kProfileFolder), error);
-    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
-        entries.push_back(entry->path().filename().string());
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        if (std::string name = entry->path().filename().string(); name.find(kSuffix) != std::string::npos)
+            entries.push_back(std::move(name));
+    }
     std::sort(entries.begin(), entries.end(), std::greater<>());
+    return entries;
+}
+
+// Their names cut at ".hdf".
+std::vector<std::string> stored_profiles(std::error_code &error)
+{
     std::vector<std::string> names;
-    for (const std::string &file : entries) {
+    for (const std::string &file : profile_entries(error)) {
         const std::string name = file.substr(0, file.find(kSuffix));
-        if (name.size() < file.size() && is_profile_name(name))
+        if (is_profile_name(name))
             names.push_back(name);
     }
     return names;
@@ -163,6 +174,16 @@ bool is_profile_name(std::string_view name)
 std::string profile_file(std::string_view name)
 {
     return std::string(kProfileFolder).append("/").append(name).append(kSuffix);
+}
+
+void profile_remove_files()
+{
+    std::error_code error; // of reading the folder, which profiledb_load() reports
+    for (const std::string &entry : profile_entries(error)) {
+        const std::string file = std::string(kProfileFolder) + "/" + entry;
+        if (unlink(qv_sysroot_path(file).c_str()) != 0)
+            qv_log_print(kLogError, "Can not remove %s: %s\n", file.c_str(), std::strerror(errno));
+    }
 }
 
 int profile_exists(std::string_view name)

@@ -51,6 +51,9 @@ bool is_profile_name(std::string_view name);
 /// The profile's file, as a path of the appliance (platform/sysroot.h).
 std::string profile_file(std::string_view name);
 
+/// Removes the files of all profiles; one that cannot be removed stays and is logged.
+void profile_remove_files();
+
 /// 0 when the profile has a file, 1 when it has none.
 int profile_exists(std::string_view name);
 
