@@ -45,7 +45,8 @@ std::vector<std::string> help_lines(const Words &words)
         return {wire_line(words)};
     std::vector<std::string> lines;
     for (std::size_t i = 1; i < words.size(); i++) {
-        lines.push_back(wire_line({"help.cmd", words[i]}));
+        lines.push_back(
+            wire_line({"help.cmd", words[i].substr(0, words[i].find('.'))})); // "user.add" as well
         lines.push_back(wire_line({"help.api", words[i]}));
     }
     return lines;

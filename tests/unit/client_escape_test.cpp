@@ -92,6 +92,7 @@ TEST(ClientEscape, HelpAsksForCommandsAndSettings)
     using Lines = std::vector<std::string>;
     EXPECT_EQ(wire_lines({"help"}), Lines({"help.cmd"}));
     EXPECT_EQ(wire_lines({"help", "get"}), Lines({"help.cmd get", "help.api get"}));
+    EXPECT_EQ(wire_lines({"help", "user.add"}), Lines({"help.cmd user", "help.api user.add"}));
     EXPECT_EQ(wire_lines({"help", "apihdf", "A"}), Lines({"help apihdf A"}));
     EXPECT_EQ(wire_lines({"help.api"}), Lines({"help.api"}));
 }
