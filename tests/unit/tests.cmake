@@ -24,4 +24,6 @@ qvcd_unit_test(NAME base_notify SOURCES base_notify_test.cpp LIBRARIES qvcd_base
 qvcd_unit_test(NAME funcs SOURCES funcs_files_test.cpp LIBRARIES qvcd_model)
 qvcd_unit_test(NAME commands_selfdesc
   SOURCES commands_export_test.cpp commands_help_test.cpp commands_menu_test.cpp
+qvcd_unit_test(NAME commands_snapshots
+  SOURCES commands_preset_test.cpp
   LIBRARIES qvcd_commands)

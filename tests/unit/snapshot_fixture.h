@@ -1,0 +1,178 @@
+#pragma once
+
+#include "appliance_root.h"
+#include "commands/cmd_parse.h"
+#include "commands/cmd_table.h"
+#include "funcs/add_remove_map.h"
+#include "funcs/apply_map.h"
+#include "funcs/check_map.h"
+#include "funcs/introspect_map.h"
+#include "funcs/read_map.h"
+#include "funcs/write_map.h"
+#include "model/populate.h"
+#include "store/database.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <ostream>
+
+namespace qvcd {
+
+struct Answer {
+    int result;
+    std::string text;
+    bool operator==(const Answer &) const = default;
+};
+
+inline void PrintTo(const Answer &answer, std::ostream *out)
+{
+    *out << answer.result << " \"" << answer.text << "\"";
+}
+
+/// An appliance with an encoder, a group of profiles and a few APIs of each kind.
+inline constexpr char kModel[] = R"(
+Enc {
+  perm = 7774
+  file = /etc/enc.conf
+  read = quotedkv_rfunc
+  write = quotedkv_wfunc
+  rate { 
+    attr = RATE
+    type = integer_range 1 99
+    default = 10
+    apply = no_apply
+  }
+  text {
+    attr = TEXT
+    type = string_length 0 1023
+    default = plain
+  }
+  look {
+    attr = LOOK
+    perm = 4444
+    type = string_length 0 99
+    default = seen
+  }
+  live {
+    attr = LIVE
+    dynamic = true
+    type = string_length 0 99
+    default = now
+    write = no_wfunc
+  }
+  still {
+    attr = STILL
+    dynamic = false
+    private = true
+    type = string_length 0 99
+    default = quiet
+  }
+  hidden {
+    attr = HIDDEN
+    private = true
+    type = string_length 0 99
+    default = hush
+  }
+  Profiles {
+    name {
+      attr = NAME
+      type = blank,profile2
+      default =
+      add = profile_addfunc Enc.rate Enc.text
+      remove = profile_removefunc
+    }
+    desc {
+      attr = DESC
+      type = blank,string_length 1 255
+      default =
+    }
+  }
+}
+System.Configuration.Profiles {
+  perm = 7774
+  file = /etc/profiles.conf
+  read = quotedkv_rfunc
+  write = quotedkv_wfunc
+  current {
+    attr = CURRENT
+    type = profile
+    default = default
+    apply = profile_apply current
+  }
+}
+)";
+
+/// Each test starts on an empty root and calls start() when its files are in place.
+class SnapshotTest : public OnEmptyRoot<testing::Test> {
+  protected:
+    void SetUp() override
+    {
+        OnEmptyRoot::SetUp();
+        tree_library_init();
+        write("etc/enc.conf", "");
+        std::filesystem::create_directory(appliance_root().path("tmp"));
+    }
+    void TearDown() override { stop(); }
+
+    static std::string write(const std::string &name, const std::string &text)
+    {
+        return appliance_root().write(name, text);
+    }
+    static std::string file(const std::string &name) { return appliance_root().read(name); }
+    static bool exists(const std::string &name)
+    {
+        return std::filesystem::exists(appliance_root().path(name));
+    }
+
+    /// As the daemon does, without the last step of loading the selected profile.
+    void start()
+    {
+        stop();
+        started_ = true;
+        cmd_create_afuncmap_hdf();
+        cmd_create_cfuncmap_hdf();
+        cmd_create_ifuncmap_hdf();
+        cmd_create_rfuncmap_hdf();
+        cmd_create_wfuncmap_hdf();
+        cmd_create_addfuncmap_hdf();
+        cmd_create_removefuncmap_hdf();
+        cmd_create_cmdmap_hdf();
+        hdfdb_init();
+        ASSERT_EQ(0, hdfdb_load_meta_file(write("model.hdf", kModel)));
+        hdfdb_populate();
+    }
+    void stop()
+    {
+        if (!started_)
+            return;
+        hdfdb_destroy();
+        cmd_destroy_cmdmap_hdf();
+        cmd_destroy_wfuncmap_hdf();
+        cmd_destroy_rfuncmap_hdf();
+        cmd_destroy_cfuncmap_hdf();
+        cmd_destroy_afuncmap_hdf();
+        cmd_destroy_addfuncmap_hdf();
+        cmd_destroy_removefuncmap_hdf();
+        started_ = false;
+    }
+
+    /// The reply to one line of a session.
+    static Answer ask(const std::string &line, unsigned mask = 0x0777)
+    {
+        char *text = nullptr;
+        std::size_t size = 0;
+        std::FILE *out = open_memstream(&text, &size);
+        const int result = cmd_parse(mask, line, out);
+        std::fclose(out);
+        Answer answer{result, std::string(text, size)};
+        std::free(text);
+        return answer;
+    }
+    static std::string reply(const std::string &line) { return ask(line).text; }
+
+  private:
+    bool started_ = false;
+};
+
+} // namespace qvcd
