@@ -261,12 +261,12 @@ bool copy_profile_file(const std::string &from, const std::string &to)
 // The first one's file goes onto the second one's, whatever the synopsis calls them.
 int profile_copy(unsigned, Args &argv, std::FILE *out)
 {
-    if (argv.size() < 2)
+    if (argv.size() < 2 || !is_profile_name(argv[1]))
         return refuse(out, error_invalid_arguments);
     const std::optional<std::string> target = argument_or_current(argv, 2);
     if (!target)
         return 1;
-    if (!is_profile_name(argv[1]) || !is_profile_name(*target))
+    if (!is_profile_name(*target))
         return refuse(out, error_invalid_arguments);
     if (!copy_profile_file(argv[1], *target))
         return refuse(out, error_copying_profile);

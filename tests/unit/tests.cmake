@@ -25,5 +25,5 @@ qvcd_unit_test(NAME funcs SOURCES funcs_files_test.cpp LIBRARIES qvcd_model)
 qvcd_unit_test(NAME commands_selfdesc
   SOURCES commands_export_test.cpp commands_help_test.cpp commands_menu_test.cpp
 qvcd_unit_test(NAME commands_snapshots
-  SOURCES commands_preset_test.cpp
+  SOURCES commands_preset_test.cpp commands_profile_test.cpp
   LIBRARIES qvcd_commands)

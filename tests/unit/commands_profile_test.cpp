@@ -1,0 +1,321 @@
+#include "commands/profile.h"
+#include "snapshot_fixture.h"
+#include "store/profile_files.h"
+
+#include <sys/stat.h>
+
+namespace qvcd {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr char kInvalid[] = "##Invalid arguments#\n";
+constexpr char kNotFound[] = "##Profile not found#\n";
+constexpr char kErrorLoading[] = "##Error loading profile#\n";
+constexpr char kErrorCopying[] = "##Error copying profile#\n";
+constexpr char kGroup[] = "Enc.Profiles.name";
+
+class ProfileTest : public SnapshotTest {
+  protected:
+    static std::string name_line(const std::string &name)
+    {
+        return "Profile." + name + ".name=" + name + "\n";
+    }
+    static std::string profile(const std::string &name) { return file("etc/profiles/" + name + ".hdf"); }
+    static bool stored(const std::string &name) { return exists("etc/profiles/" + name + ".hdf"); }
+    static void write_profile(const std::string &name, const std::string &text)
+    {
+        write("etc/profiles/" + name + ".hdf", text);
+    }
+    static std::string flag(const char *api, const char *name)
+    {
+        return meta_get_this_level(api, name).value_or("none");
+    }
+    static std::string setting(const char *api) { return hdfDB.get_or(api, "none"); }
+};
+
+constexpr char kCurrent[] = "System.Configuration.Profiles.current";
+
+TEST_F(ProfileTest, NamesThatNoFileCanHaveAreRefused)
+{
+    start();
+    ask("profile.save good");
+    const std::string long_name(251, 'x');
+    for (const std::string name : {"../x", "a/b", "/x", ".x", "..", long_name.c_str()}) {
+        for (const std::string line : {"read ", "load ", "save ", "copy ", "copy good ", "remove "})
+            EXPECT_EQ(ask("profile." + line + name), (Answer{1, kInvalid})) << line << name;
+    }
+    for (const char *line : {"save", "copy", "remove"})
+        EXPECT_EQ(ask(std::string("profile.") + line), (Answer{1, kInvalid})) << line;
+    Args empty = {"save", ""};
+    EXPECT_EQ(command_profile(kInternalMask, empty, nullptr), 1);
+    EXPECT_EQ(reply("profile"), reply("profile.help"));
+    EXPECT_THAT(reply("profile"), StartsWith("profile: This menu\nprofile.list: List all profiles\n"));
+    EXPECT_EQ(ask("profile.list", 0xf0ff), (Answer{0, ""}));
+}
+
+TEST_F(ProfileTest, LifeOfAProfileOfAnyName)
+{
+    start();
+    for (const std::string &name : {std::string("my-cam"), std::string("a=b"), std::string("a%20b"),
+                                    std::string("v1.2"), std::string("%s"), std::string(250, 'x')}) {
+        EXPECT_EQ(ask("profile.save " + name + " Enc.rate"), (Answer{0, name_line(name)}));
+        EXPECT_EQ(profile(name), "Enc {\n  rate = 10\n}\n") << name;
+        EXPECT_EQ(reply("profile.foo"),
+                  "Profile.current=default\nProfile.default.name=default\n" + name_line(name));
+        EXPECT_EQ(ask("profile.read " + name), (Answer{0, "Enc.rate=10\n"}));
+        EXPECT_EQ(ask("set System.Configuration.Profiles.current=" + url_escape(name)).result, 0) << name;
+        EXPECT_EQ(ask("profile.load " + name).result, 0);
+        start();
+        EXPECT_NE(check_valid_profile(name), 0) << name;
+        EXPECT_EQ(ask("profile.remove " + name), (Answer{0, name_line(name)}));
+        EXPECT_EQ(check_valid_profile(name), 0) << name;
+        EXPECT_FALSE(stored(name));
+    }
+    EXPECT_EQ(ask("profile.save a..b Enc.rate"), (Answer{0, name_line("a..b")})); // stored, but not listed
+    EXPECT_EQ(ask("profile.remove a..b"), (Answer{0, name_line("a..b")}));
+}
+
+TEST_F(ProfileTest, ReadShowsWhatAUserMaySet)
+{
+    write_profile(
+        "p", "Enc {\n  rate = 11\n  text = a+b%20\n  look = x\n  live = x\n  still = x\n  hidden = x\n}\n"
+             "Unknown.api = 1\n");
+    write_profile("broken", "Enc {\n");
+    start();
+    // A private API is passed over only where "dynamic" is spoken of at all.
+    EXPECT_EQ(ask("profile.read p"), (Answer{0, "Enc.rate=11\nEnc.text=a+b%20\nEnc.hidden=x\n"}));
+    EXPECT_EQ(ask("profile.read none"), (Answer{1, kNotFound}));
+    EXPECT_EQ(ask("profile.read broken"), (Answer{1, kErrorLoading}));
+    const Answer defaults = ask("getd");
+    EXPECT_THAT(defaults.text, HasSubstr("Enc.rate=10\n"));
+    EXPECT_EQ(ask("profile.read"), defaults);
+    EXPECT_EQ(ask("profile.read default"), defaults);
+    hdfDB.set(kCurrent, "p");
+    EXPECT_EQ(reply("profile.read"), reply("profile.read p"));
+}
+
+TEST_F(ProfileTest, LoadDropsUnsavedChangesAndSavesNothing)
+{
+    write_profile("p", "Enc.rate = 11\nEnc.text = a%2Bb+c\n");
+    write_profile("broken", "Enc.rate = 12\nEnc {\n");
+    start();
+    ask("set Enc.still=unsaved");
+    EXPECT_EQ(ask("profile.load p"),
+              (Answer{0, "Enc.still=quiet\nEnc.rate=11\nEnc.text=a+b c\n" + name_line("p")}));
+    EXPECT_EQ(flag("Enc.rate", "mod") + flag("Enc.rate", "noapp") + flag("Enc.still", "mod"), "110");
+    EXPECT_THAT(file("etc/enc.conf"), HasSubstr("RATE=\"10\""));
+    EXPECT_EQ(setting(kCurrent), "default");
+
+    EXPECT_EQ(ask("profile.load"), (Answer{1, ""}));
+    EXPECT_EQ(ask("profile.load default"), (Answer{1, kNotFound}));
+    EXPECT_EQ(ask("profile.load none"), (Answer{1, kNotFound}));
+    const Answer broken = ask("profile.load broken");
+    EXPECT_EQ(broken.result, 1);
+    EXPECT_THAT(broken.text, testing::EndsWith(std::string("##Import failed#\n") + kErrorLoading));
+    EXPECT_EQ(setting("Enc.rate"), "10"); // reverted, then left alone
+}
+
+TEST_F(ProfileTest, SaveOfAGroup)
+{
+    start();
+    EXPECT_EQ(ask("profile.save p Enc.Profiles Enc.rate"),
+              (Answer{0, name_line("p") + "Profile.p.group=Enc.Profiles.name\n"}));
+    EXPECT_EQ(profile("p"), "Enc {\n  Profiles {\n    name = \n    desc = \n  }\n  rate = 10\n}\n");
+    EXPECT_EQ(profileDB.get("Profile.p.group"), kGroup);
+    EXPECT_EQ(ask("profile.save q Enc.rate Enc.Profiles"), (Answer{0, name_line("q")}));
+    EXPECT_EQ(profileDB.get("Profile.q.group"), std::nullopt);
+    EXPECT_EQ(reply(std::string("profile.list ") + kGroup), name_line("p") + name_line("q"));
+    EXPECT_EQ(reply("profile.list Other.Profiles.name"), "");
+    hdfDB.set(kCurrent, "p");
+    start();
+    profileDB.set("Profile.current", "p");
+    EXPECT_EQ(reply(std::string("profile.list ") + kGroup), name_line("p") + name_line("p") + name_line("q"));
+}
+
+TEST_F(ProfileTest, AGroupHoldsSixteen)
+{
+    start();
+    for (int i = 0; i < 16; ++i)
+        ASSERT_EQ(ask("profile.save p" + std::to_string(i) + " Enc.Profiles").result, 0);
+    const Answer refused{1, "##Max profiles created for group#\n"};
+    EXPECT_EQ(ask("profile.save another Enc.Profiles"), refused);
+    EXPECT_EQ(ask("profile.save p3 Enc.Profiles"), refused);
+    EXPECT_EQ(ask("profile.save another Other.Profiles").result, 0);
+    EXPECT_EQ(ask("profile.save another Enc.rate").result, 0);
+    ask("profile.remove p3");
+    EXPECT_EQ(ask("profile.save p3 Enc.Profiles").result, 0);
+
+    // The limit undoes what an addition has changed.
+    hdfDB.set("Enc.Profiles.name", "p5");
+    hdfDB.set("Enc.Profiles.desc", "Five");
+    EXPECT_EQ(ask("add Enc.Profiles.name=New%20one"), (Answer{1, ""}));
+    EXPECT_EQ(setting("Enc.Profiles.name") + "," + setting("Enc.Profiles.desc"), "p5,Five");
+    EXPECT_THAT(file("etc/enc.conf"), HasSubstr("NAME=\"p5\"\nDESC=\"Five\"\n"));
+    EXPECT_FALSE(stored("New_one"));
+    EXPECT_EQ(ask("add Enc.Profiles.name=p6"), (Answer{0, ""})); // one of the sixteen makes room for itself
+}
+
+TEST_F(ProfileTest, ASaveThatFailsIsReportedAndNotListed)
+{
+    start();
+    std::filesystem::remove(appliance_root().path("etc/profiles"));
+    EXPECT_EQ(ask("profile.save p"), (Answer{1, "##can not write /etc/profiles/p.hdf#\n"}));
+    EXPECT_EQ(check_valid_profile("p"), 0);
+}
+
+TEST_F(ProfileTest, CopyGoesFromTheFirstOntoTheSecond)
+{
+    write_profile("a", "# kept as it is\nEnc.rate = 11\n");
+    chmod(appliance_root().path("etc/profiles/a.hdf").c_str(), 0600);
+    write_profile("b", "Enc.rate = 12\n");
+    start();
+    EXPECT_EQ(ask("profile.copy a b"), (Answer{0, "Profile.a.name=b\n"}));
+    EXPECT_EQ(profile("b"), profile("a"));
+    EXPECT_EQ(ask("profile.copy a"), (Answer{1, ""}));
+    hdfDB.set(kCurrent, "c");
+    EXPECT_EQ(ask("profile.copy a"), (Answer{0, "Profile.a.name=c\n"}));
+    struct stat st {};
+    ASSERT_EQ(stat(appliance_root().path("etc/profiles/c.hdf").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777U, 0600U);
+    EXPECT_NE(check_valid_profile("c"), 0);
+    EXPECT_EQ(ask("profile.copy none b"), (Answer{1, kErrorCopying}));
+    EXPECT_EQ(ask("profile.copy default b"), (Answer{1, kErrorCopying}));
+    std::filesystem::create_directory(appliance_root().path("etc/profiles/d.hdf"));
+    EXPECT_EQ(ask("profile.copy d b"), (Answer{1, kErrorCopying}));
+    EXPECT_EQ(ask("profile.copy b d"), (Answer{1, kErrorCopying}));
+    EXPECT_EQ(profile("b"), profile("a"));
+}
+
+TEST_F(ProfileTest, RemoveOfTheCurrentProfileSelectsTheDefault)
+{
+    write_profile("p", "Enc.rate = 11\n");
+    write_profile("q", "Enc.rate = 12\n");
+    start();
+    EXPECT_EQ(ask("profile.remove default"), (Answer{1, "##Can not use default profile#\n"}));
+    EXPECT_EQ(ask("profile.remove none"), (Answer{1, kNotFound}));
+    EXPECT_EQ(ask("profile.remove q"), (Answer{0, name_line("q")}));
+    ASSERT_EQ(ask(std::string("update ") + kCurrent + "=p").result, 0);
+    EXPECT_EQ(profileDB.get("Profile.current"), "p");
+    const Answer removed = ask("profile.remove");
+    EXPECT_EQ(removed.result, 0);
+    EXPECT_THAT(removed.text, testing::EndsWith(name_line("default")));
+    EXPECT_EQ(setting(kCurrent), "default");
+    EXPECT_EQ(file("etc/profiles.conf"), "CURRENT=\"default\"\n");
+    EXPECT_EQ(reply("profile.list"), "Profile.current=default\n" + name_line("default"));
+}
+
+TEST_F(ProfileTest, ResetRemovesEveryProfileFile)
+{
+    for (const char *name : {"p", "q", "default"})
+        write_profile(name, "Enc.rate = 11\n");
+    write("etc/profiles/p.hdf.old", "");
+    write("etc/profiles/readme", "stays");
+    start();
+    hdfDB.set(kCurrent, "p");
+    EXPECT_EQ(ask("profile.reset"), (Answer{0, ""}));
+    EXPECT_EQ(reply("profile.list"), "Profile.current=p\n" + name_line("default"));
+    for (const char *name : {"p.hdf", "default.hdf", "p.hdf.old"})
+        EXPECT_FALSE(exists(std::string("etc/profiles/") + name)) << name;
+    EXPECT_TRUE(exists("etc/profiles/readme"));
+    std::filesystem::remove_all(appliance_root().path("etc/profiles"));
+    EXPECT_EQ(ask("profile.reset"), (Answer{0, ""}));
+    std::filesystem::remove_all(appliance_root().path("etc/profiles"));
+    write("etc/profiles", "a file");
+    EXPECT_EQ(ask("profile.reset"), (Answer{1, ""}));
+}
+
+TEST_F(ProfileTest, LoadAtStartSavesAllButTheSelection)
+{
+    write_profile("p", std::string("Enc.rate = 11\n") + kCurrent + " = default\n");
+    write("etc/profiles.conf", "CURRENT=\"p\"\n");
+    start();
+    ASSERT_EQ(setting("Enc.rate") + setting(kCurrent), "10p");
+    EXPECT_EQ(load_profile(), 0);
+    EXPECT_EQ(setting("Enc.rate") + setting(kCurrent), "11p");
+    EXPECT_THAT(file("etc/enc.conf"), HasSubstr("RATE=\"11\""));
+    EXPECT_EQ(file("etc/profiles.conf"), "CURRENT=\"p\"\n");
+    EXPECT_EQ(flag("Enc.rate", "mod") + flag(kCurrent, "mod"), "00");
+    EXPECT_EQ(profileDB.get("Profile.current"), "p");
+    hdfDB.set(kCurrent, "gone");
+    EXPECT_EQ(load_profile(), 1);
+    hdfDB.set(kCurrent, "default");
+    EXPECT_EQ(load_profile(), 0);
+    EXPECT_EQ(profileDB.get("Profile.current"), "p");
+}
+
+TEST_F(ProfileTest, AddStoresTheNamedSettings)
+{
+    start();
+    ask("set Enc.text=a%2Bb%20c");
+    EXPECT_EQ(ask("add Enc.Profiles.name=My%20Cam%20%231!"), (Answer{0, ""}));
+    EXPECT_EQ(profile("My_Cam_1"), "Enc {\n  Profiles {\n    name = My_Cam_1\n    desc = My+Cam+%231!\n  }\n"
+                                   "  rate = 10\n  text = a%2Bb+c\n}\n");
+    EXPECT_EQ(setting("Enc.Profiles.name") + "," + setting("Enc.Profiles.desc"), "My_Cam_1,My Cam #1!");
+    EXPECT_THAT(file("etc/enc.conf"), HasSubstr("NAME=\"My_Cam_1\"\nDESC=\"My Cam #1!\"\n"));
+    EXPECT_EQ(profileDB.get("Profile.My_Cam_1.group"), kGroup);
+
+    const std::string before = file("etc/enc.conf");
+    for (const char *text : {"%23%23", "a%0ANAME=x"}) {
+        EXPECT_EQ(ask(std::string("add Enc.Profiles.name=") + text), (Answer{1, ""})) << text;
+        EXPECT_EQ(file("etc/enc.conf"), before) << text;
+        EXPECT_EQ(setting("Enc.Profiles.name"), "My_Cam_1") << text;
+    }
+}
+
+TEST_F(ProfileTest, AddTakesFifteenPrefixes)
+{
+    start();
+    std::string add = "profile_addfunc";
+    for (int i = 0; i < 20; ++i) {
+        hdfDB.set("Enc.x" + std::to_string(i), "1");
+        metaDB.set("Enc.x" + std::to_string(i) + ".attr", "X");
+        add += i % 2 ? ", Enc.x" : "\nEnc.x";
+        add += std::to_string(i);
+    }
+    metaDB.set("Enc.Profiles.name.add", add);
+    EXPECT_EQ(ask("add Enc.Profiles.name=p").result, 0);
+    EXPECT_THAT(profile("p"), HasSubstr("x14 = 1"));
+    EXPECT_THAT(profile("p"), testing::Not(HasSubstr("x15")));
+}
+
+TEST_F(ProfileTest, RemoveFromAGroupEmptiesTheSelection)
+{
+    start();
+    ask("add Enc.Profiles.name=one");
+    ask("add Enc.Profiles.name=two");
+    EXPECT_EQ(ask("remove Enc.Profiles.name=one"), (Answer{0, name_line("one")}));
+    EXPECT_EQ(setting("Enc.Profiles.name") + "," + setting("Enc.Profiles.desc"), "two,two");
+    EXPECT_EQ(ask("remove Enc.Profiles.name=..%2Ftwo"), (Answer{0, kInvalid}));
+    EXPECT_EQ(ask("remove Enc.Profiles.name=two"), (Answer{0, name_line("two")}));
+    EXPECT_EQ(setting("Enc.Profiles.name") + "," + setting("Enc.Profiles.desc"), ",");
+    EXPECT_THAT(file("etc/enc.conf"), HasSubstr("NAME=\"\"\nDESC=\"\"\n"));
+    EXPECT_EQ(ask("remove Enc.Profiles.name=two"), (Answer{0, kNotFound}));
+}
+
+TEST_F(ProfileTest, ProfileInForce)
+{
+    write_profile("My_Cam", "Enc.rate = 10\nEnc.text = a+b%2B\nEnc.live = other\nEnc.gone = 1\n");
+    start();
+    hdfDB.set("Enc.text", "a b+");
+    metaDB.set("State.read", "profile_rfunc");
+    metaDB.set("State.file", "/etc/profiles.conf");
+    metaDB.set("State.attr", "CURRENT");
+    const struct {
+        const char *selection, *rate, *state;
+    } rows[] = {
+        {"My Cam!", "10", "My Cam!"}, {"My Cam!", "11", "custom"}, {"", "10", "custom"},
+        {"#!", "10", "custom"},       {"gone", "11", "gone"},      {"default", "11", "default"},
+    };
+    for (const auto &row : rows) {
+        write("etc/profiles.conf", std::string("CURRENT=\"") + row.selection + "\"\n");
+        hdfDB.set("Enc.rate", row.rate);
+        std::string state = "what the caller had";
+        EXPECT_TRUE(rfuncmap_read("State", state));
+        EXPECT_EQ(state, row.state) << row.selection << " " << row.rate;
+    }
+}
+
+} // namespace
+} // namespace qvcd
