@@ -42,7 +42,7 @@ struct AccessWord {
     unsigned bit; // of level 1
     const char *word;
 };
-constexpr AccessWord kAccessWords[] = {{0x0400, "read "}, {0x0200, "write "}, {0x0100, "apply "}};
+constexpr AccessWord kAccessWords[] = {{0x0400, "read "}, {0x0200, "write "}, {0x0100, "apply"}};
 
 } // namespace
 

@@ -131,20 +131,20 @@ TEST_F(HelpTest, EveryPageFitsATerminal)
 TEST_F(HelpTest, ApiPages)
 {
     const std::string name =
-        "\nNAME    Box.name\n\nName of the box\n\nACCESS TYPE\n\tread write apply \n\n"
+        "\nNAME    Box.name\n\nName of the box\n\nACCESS TYPE\n\tread write apply\n\n"
         "VALID OPTIONS\nBox.name.type=string_length 1 1023\nBox.name.default=unit\n"
         "Box.name.value=my box\n\t1-1023 \n\nDESCRIPTION\n\tShown on the front panel.\n\n\n";
     const std::string color =
-        "\nNAME    Box.color\n\nColor of the box\n\nACCESS TYPE\n\tread write apply \n\n"
+        "\nNAME    Box.color\n\nColor of the box\n\nACCESS TYPE\n\tread write apply\n\n"
         "VALID OPTIONS\nBox.color.type=string_set red blue\nBox.color.default=red\n"
         "Box.color.value=red\n\tred blue \n\n\n";
     const std::string clock =
-        "\nNAME    Box.clock\n\nClock of the box\n\nACCESS TYPE\n\tread write apply \n\n"
+        "\nNAME    Box.clock\n\nClock of the box\n\nACCESS TYPE\n\tread write apply\n\n"
         "VALID OPTIONS\nBox.clock.type=timecode\nBox.clock.value=20240229T12:00:00\n\n\n\n";
     const std::string fixed =
         "\nNAME    Box.fixed\n\nNever changes\n\nACCESS TYPE\n\tread \n\nVALID OPTIONS\n\n\n\n";
     const std::string shy =
-        "\nNAME    Box.shy\n\nHidden\n\nACCESS TYPE\n\tread write apply \n\nVALID OPTIONS\n\n\n\n";
+        "\nNAME    Box.shy\n\nHidden\n\nACCESS TYPE\n\tread write apply\n\nVALID OPTIONS\n\n\n\n";
     const std::string maker =
         "\nNAME    Box.maker\n\nFor the maker\n\nACCESS TYPE\n\t\n\nVALID OPTIONS\n\n\n\n";
     const struct {
