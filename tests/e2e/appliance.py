@@ -9,6 +9,7 @@ behind. Waiting is always for a condition, with a deadline.
 """
 
 import contextlib
+import ctypes
 import json
 import os
 import pathlib
@@ -29,6 +30,15 @@ QVC = BIN_DIR / "qvc"
 
 PATIENCE = 30.0  # seconds until a condition that must come counts as missed; sanitizers are slow
 SANITIZER_REPORT = re.compile(r"(ERROR|WARNING|SUMMARY): \w*Sanitizer|runtime error:")
+
+
+LIBC = ctypes.CDLL(None)
+PR_SET_PDEATHSIG = 1
+
+
+def die_with_us():
+    """In a child: a test program that is killed leaves no daemon behind."""
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL, 0, 0, 0)
 
 
 class Reply(typing.NamedTuple):
@@ -236,8 +246,8 @@ class Appliance:
         kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_"))}
         return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
 
-    def start(self, *options, level=4, tcp=False, env=None, wait=True, preexec_fn=None):
-        """Starts the daemon in the foreground with a fresh log, and waits until it answers."""
+    def start(self, *options, level=4, tcp=False, env=None, wait=True, in_child=lambda: None):
+        """Starts the daemon in the foreground with a fresh log, and waits until it answers. in_child runs before it."""
         assert self.process is None, "it runs already"
         for name in ("/log", "/stderr"):
             self.path(name).unlink(missing_ok=True)
@@ -253,7 +263,7 @@ class Appliance:
                 stderr=stderr,
                 env=self.environment(**(env or {})),
                 start_new_session=True,
-                preexec_fn=preexec_fn,
+                preexec_fn=lambda: (die_with_us(), in_child()),
             )
         if wait:
             wait_until(self.answers, "the daemon's first answer")
@@ -362,16 +372,18 @@ class Appliance:
         return int(reply.lines[0].removeprefix("Session="))
 
     def subscribe(self):
-        """A subscriber that has been taken in: it has seen an event."""
+        """A subscriber that has been taken in, and has nothing to read yet."""
         events = Events(str(self.path("/var/run/qv/notify.sock")))
         self.events.append(events)
 
         def taken_in():
-            self.command("logout " + str(self.login("admin", "kelpo", "subscriber")))
+            self.login("admin", "kelpo", "subscriber")
             return events.seen()
 
         wait_until(taken_in, "a first event")
-        wait_until(lambda: events.seen()[-1][0] == "logout", "the last event of taking in")
+        session = self.login("admin", "kelpo", "subscriber")
+        self.command(f"logout {session}")
+        events.wait_for("logout", f"session={session}")
         events.objects.clear()
         return events
 

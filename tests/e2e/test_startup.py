@@ -1,7 +1,6 @@
 """Options, start, stop, and what start-up finds on disk."""
 
 import contextlib
-import ctypes
 import os
 import re
 import signal
@@ -10,7 +9,7 @@ import subprocess
 
 import pytest
 
-from appliance import PATIENCE, QVCD, Reply, run_qvcd, wait_until
+from appliance import LIBC, PATIENCE, QVCD, Reply, die_with_us, run_qvcd, wait_until
 
 USAGE = f"""
 Usage: {QVCD} [OPTIONS] arguments
@@ -181,7 +180,11 @@ def listeners(pid):
 def running(a, *options):
     """A daemon on the appliance's root beside or instead of the harness's own."""
     process = subprocess.Popen(
-        [QVCD, *map(str, options)], env=a.environment(), stdin=subprocess.DEVNULL, stderr=subprocess.PIPE
+        [QVCD, *map(str, options)],
+        env=a.environment(),
+        stdin=subprocess.DEVNULL,
+        stderr=subprocess.PIPE,
+        preexec_fn=die_with_us,
     )
     try:
         yield process
@@ -263,13 +266,12 @@ def test_signals(appliance):
 @contextlib.contextmanager
 def adopting_orphans():
     """Daemons whose parents have ended become our children, so that we can wait for them."""
-    prctl = ctypes.CDLL(None, use_errno=True).prctl
     set_child_subreaper = 36
-    assert prctl(set_child_subreaper, 1, 0, 0, 0) == 0
+    assert LIBC.prctl(set_child_subreaper, 1, 0, 0, 0) == 0
     try:
         yield
     finally:
-        prctl(set_child_subreaper, 0, 0, 0, 0)
+        LIBC.prctl(set_child_subreaper, 0, 0, 0, 0)
 
 
 def test_daemon_mode(appliance):
