@@ -246,12 +246,15 @@ class Appliance:
         kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_"))}
         return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
 
-    def start(self, *options, level=4, tcp=False, env=None, wait=True, in_child=lambda: None):
-        """Starts the daemon in the foreground with a fresh log, and waits until it answers. in_child runs before it."""
+    def start(self, *options, level=4, tcp=False, env=None, wrapper=(), in_child=lambda: None):
+        """Starts the daemon in the foreground with a fresh log, and waits until it answers.
+
+        wrapper: words of a command that executes the daemon in its own place. in_child: runs before it.
+        """
         assert self.process is None, "it runs already"
         for name in ("/log", "/stderr"):
             self.path(name).unlink(missing_ok=True)
-        command = [QVCD, "-g", "-l", self.path("/log"), f"-v{level}", *map(str, options)]
+        command = [*wrapper, QVCD, "-g", "-l", self.path("/log"), f"-v{level}", *map(str, options)]
         if tcp:
             self.tcp = self.tcp or Reservation()
             command += ["-P", str(self.tcp.port)]
@@ -265,45 +268,44 @@ class Appliance:
                 start_new_session=True,
                 preexec_fn=lambda: (die_with_us(), in_child()),
             )
-        if wait:
-            wait_until(self.answers, "the daemon's first answer")
+        wait_until(self.answers, "the daemon's first answer")
         return self
 
     def answers(self):
-        assert self.process.poll() is None, f"the daemon has ended:\n{self.stderr()}\n{self.log()[-3000:]}"
+        assert not self.has_ended(), f"the daemon has ended:\n{self.stderr()}\n{self.log()[-3000:]}"
         with contextlib.suppress(ConnectionError, FileNotFoundError):
             with Connection(self.address()) as c:
                 c.send("?\n")
                 return c.read_all() == b"!\n"
         return False
 
-    def _reap(self):
-        """Waits for the end, then ends what the daemon's commands left running."""
+    def has_ended(self):
+        """Leaves the process to be reaped, so that its number stays its own."""
+        return os.waitid(os.P_PID, self.process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None
 
-        def ended():
-            return os.waitid(os.P_PID, self.process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT)
-
+    def reap(self):
+        """Waits for the end and ends what the daemon's commands left running. Returns the exit code."""
         try:
-            wait_until(ended, f"the daemon's end; its log:\n{self.log()[-3000:]}")
+            wait_until(self.has_ended, f"the daemon's end; its log:\n{self.log()[-3000:]}")
         finally:
-            # As long as the daemon is not reaped, the number of its process group is nobody else's.
-            os.killpg(self.process.pid, signal.SIGKILL)
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(self.process.pid, signal.SIGKILL)
             code = self.process.wait()
             self.process = None
         return code
 
     def stop(self):
         """SIGINT; the end must be an orderly one."""
-        self.process.send_signal(signal.SIGINT)
-        code = self._reap()
+        os.kill(self.process.pid, signal.SIGINT)
+        code = self.reap()
         assert not SANITIZER_REPORT.search(self.stderr()), self.stderr()
         assert code == 0, f"exit status {code}:\n{self.stderr()}\n{self.log()[-3000:]}"
         assert not self.path("/var/run/qv/qvcd.sock").exists()
         assert not self.path("/var/run/qvcd.pid").exists()
 
     def kill(self):
-        self.process.kill()
-        assert self._reap() == -signal.SIGKILL, self.stderr()
+        os.kill(self.process.pid, signal.SIGKILL)
+        assert self.reap() == -signal.SIGKILL, self.stderr()
         assert not SANITIZER_REPORT.search(self.stderr()), self.stderr()
 
     def restart(self, *options, **settings):
@@ -318,8 +320,8 @@ class Appliance:
                 self.stop()
         finally:
             if self.process is not None:
-                self.process.kill()
-                self._reap()
+                os.kill(self.process.pid, signal.SIGKILL)
+                self.reap()
             if self.tcp:
                 self.tcp.close()
             shutil.rmtree(self.root, ignore_errors=True)

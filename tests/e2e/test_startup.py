@@ -258,7 +258,7 @@ def test_signals(appliance):
     a.process.send_signal(signal.SIGPIPE)
     assert a.command("get A.a") == Reply(["A.a=1"], 0)
     a.process.send_signal(signal.SIGTERM)  # keeps its default action
-    assert a._reap() == -signal.SIGTERM
+    assert a.reap() == -signal.SIGTERM
     assert a.read("/var/run/qvcd.pid") != ""
     a.start()
 

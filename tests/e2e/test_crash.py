@@ -1,0 +1,223 @@
+"""Kills at any moment, full disks and folders that cannot be written: files stay whole."""
+
+import collections
+import os
+import random
+import re
+import resource
+import shutil
+import signal
+import subprocess
+import threading
+import time
+
+import pytest
+
+from appliance import Reply, die_with_us, wait_until
+
+KILLS = 200
+
+META = """
+A {
+    perm = 7777
+    read = kv_rfunc
+    write = kv_wfunc
+    file = /etc/a.conf
+    shadow = /etc/shadow.d/a.conf
+    first.attr = first
+    first.default = 0
+    second.attr = second
+    second.default = 0
+}
+B {
+    perm = 7777
+    read = quotedkv_rfunc
+    write = quotedkv_wfunc
+    file = /etc/b.conf
+    only.attr = only
+    only.default = 0
+}
+"""
+FILLER = "".join(f"# line {i} of somebody else's settings\n" for i in range(400))
+APIS = ("A.first", "A.second", "B.only")
+
+
+def texts(n):
+    """The files as they are after the change to n."""
+    a = f"first={n}\n{FILLER}second={n}\n"
+    return {"/etc/a.conf": a, "/etc/shadow.d/a.conf": a, "/etc/b.conf": f'{FILLER}only="{n}"\n'}
+
+
+def user_file(n):
+    return f"Group {{\n  1 {{\n    perm = 777\n  }}\n}}\nUser {{\n  admin {{\n    group = 1\n    passwd = p{n}\n  }}\n}}\n"
+
+
+@pytest.fixture
+def a(appliance):
+    return appliance(META, {**texts(0), "/etc/user.conf": (user_file(0), 0o600)})
+
+
+def number_in(text):
+    return int(re.search(r"(?:first=|second=|only=\"|passwd = p)(\d+)", text).group(1))
+
+
+def check_files(a, lowest, highest):
+    """Each file is whole and holds a value from acknowledged to sent; returns the values by file."""
+    values = {}
+    for name in texts(0):
+        text = a.read(name)
+        values[name] = number_in(text)
+        assert text == texts(values[name])[name], f"{name} is torn"
+    text = a.read("/etc/user.conf")
+    values["/etc/user.conf"] = number_in(text)
+    assert text == user_file(values["/etc/user.conf"]), "the user file is torn"
+    assert a.path("/etc/user.conf").stat().st_mode & 0o777 == 0o600
+    assert all(lowest <= n <= highest for n in values.values()), (lowest, values, highest)
+    return values
+
+
+def check_start(a, values):
+    """The next start complains of nothing and shows what the files hold."""
+    a.start(level=1)
+    assert a.log() == a.stderr() == ""
+    assert [a.get(api) for api in APIS] == [str(values[f]) for f in ("/etc/a.conf", "/etc/a.conf", "/etc/b.conf")]
+    assert a.login("admin", f"p{values['/etc/user.conf']}")
+
+
+class Changer(threading.Thread):
+    """Changes everything, again and again, until the daemon is gone."""
+
+    def __init__(self, a, first):
+        super().__init__(daemon=True)
+        self.a = a
+        self.sent = self.acknowledged = first - 1
+
+    def run(self):
+        while True:
+            n = self.sent + 1
+            self.sent = n
+            try:
+                reply = self.a.talk(["update " + " ".join(f"{api}={n}" for api in APIS), f"user.passwd admin p{n}"])
+            except OSError:
+                return
+            if not reply.endswith(b"@\n0\n"):
+                return
+            self.acknowledged = n
+
+
+def test_kills_at_random_moments(a):
+    seed = random.randrange(1 << 32)
+    chance = random.Random(seed)
+    print("seed", seed)  # shown when the test fails
+    a.start(level=1)
+    changes = 0
+    for _ in range(KILLS):
+        changer = Changer(a, changes + 1)
+        changer.start()
+        time.sleep(chance.uniform(0, 0.03))  # the moment is what is drawn here
+        a.kill()
+        changer.join()
+        # A lost acknowledgement may be of a change that is on disk already.
+        values = check_files(a, changer.acknowledged, changer.sent)
+        changes = changer.sent
+        check_start(a, values)
+        assert a.command("sets " + " ".join(f"{api}={changes}" for api in APIS)).code == 0
+        a.talk(["save", f"user.passwd admin p{changes}"])
+        check_files(a, changes, changes)
+    assert changes > KILLS / 4
+    print(sorted(os.listdir(a.path("/etc")))[:10], len(os.listdir(a.path("/etc"))),len(os.listdir(a.path("/tmp/qvcd"))))
+
+
+# ---- At every system call of one save ----
+
+
+class Tracer:
+    """strace on the running daemon."""
+
+    def __init__(self, a, *options):
+        self.output = a.path("/trace")
+        self.messages = a.path("/trace.messages")
+        with open(self.messages, "wb") as messages:
+            self.process = subprocess.Popen(
+                ["strace", "-f", "-qqq", "-s", "64", "-o", self.output, *options, "-p", str(a.process.pid)],
+                stdin=subprocess.DEVNULL,
+                stderr=messages,
+                env={**os.environ, "ASAN_OPTIONS": ""},
+                preexec_fn=die_with_us,
+            )
+        wait_until(lambda: self.holds_all(a.process.pid), "strace to hold every thread")
+
+    def holds_all(self, pid):
+        assert self.process.poll() is None, self.messages.read_text()
+        tasks = f"/proc/{pid}/task"
+        return all(
+            f"TracerPid:\t{self.process.pid}\n" in open(f"{tasks}/{task}/status").read() for task in os.listdir(tasks)
+        )
+
+    def stop(self):
+        """Lets the daemon go. Returns what was traced."""
+        self.process.send_signal(signal.SIGINT)
+        self.process.wait()
+        return self.output.read_text(errors="replace").splitlines()
+
+
+def require_strace():
+    if not shutil.which("strace"):
+        pytest.skip("strace is not installed")
+    if subprocess.run(["strace", "-o", "/dev/null", "true"], capture_output=True).returncode != 0:
+        pytest.skip("ptrace is not allowed here")
+
+
+def calls_of_the_save(trace):
+    """(name, how many of it the thread had made since strace came) of each call from the command's arrival on."""
+    thread = next(line.split()[0] for line in trace if "save A B" in line)
+    made = collections.Counter()
+    calls = []
+    arrived = False
+    for line in trace:
+        match = re.match(rf"{thread} +(\w+)\(", line)
+        if not match:
+            arrived = arrived or (line.startswith(thread) and "save A B" in line)
+            continue
+        made[match.group(1)] += 1
+        if arrived:
+            calls.append((match.group(1), made[match.group(1)]))
+        arrived = arrived or "save A B" in line
+    return calls
+
+
+def set_all(a, n):
+    assert a.command("sets " + " ".join(f"{api}={n}" for api in APIS)).code == 0
+
+
+def test_a_kill_at_every_system_call_of_a_save(a):
+    require_strace()
+    a.start(level=1)
+    set_all(a, 1)
+    tracer = Tracer(a)
+    a.talk("save A B")
+    calls = calls_of_the_save(tracer.stop())
+    names = {name for name, _ in calls}
+    assert {"openat", "write", "fsync", "rename", "sync"} <= names, calls
+    written = 1
+    print(len(calls),calls)
+    for name, count in calls:
+        set_all(a, written + 1)
+        tracer = Tracer(a, "-e", f"trace={name}", "-e", f"inject={name}:signal=KILL:when={count}")
+        try:
+            a.talk("save A B")
+        except OSError:
+            pass
+        # Some calls are made only at times: then the save went well.
+        wait_until(lambda: a.has_ended() or a.answers(), "either end")
+        tracer.stop()
+        a.kill()
+        for name in texts(0):
+            value = number_in(a.read(name))
+            assert value in (written, written + 1) and a.read(name) == texts(value)[name], (name, count)
+        written += 1
+        a.start(level=1)
+        assert a.log() == a.stderr() == ""
+        set_all(a, written)
+        a.talk("save A B")
+        assert {name: a.read(name) for name in texts(written)} == texts(written)
