@@ -18,6 +18,7 @@ endfunction()
 add_dependencies(concurrent_tests qvcd qvc)
 
 qvcd_e2e_test(NAME change CONCURRENT)
+qvcd_e2e_test(NAME crash TIMEOUT 300)
 qvcd_e2e_test(NAME events CONCURRENT)
 qvcd_e2e_test(NAME framing CONCURRENT)
 qvcd_e2e_test(NAME read)

@@ -409,14 +409,14 @@ def test_bad_metadata(appliance, content, message):
     # What stands before the error counts, and so do the other files.
     good = ["Good.a=1"] if content not in (None, "folder") else []
     assert [line for line in a.command("get").lines if line.endswith(".a=1")] == [*good, "Next.a=1"]
-    assert re.search(f"^Can not load metadata {re.escape(str(path))}: {message}$", a.log(), re.M)
+    assert re.search(rf"^Can not load metadata /bad\.hdf: {message}$", a.log(), re.M)
 
 
 def test_no_metadata_at_all(appliance):
     a = appliance().start()
     assert a.command("get") == Reply([], 0)
     assert a.command("get A") == Reply(["A=##Parameter not found#"], 1)
-    assert a.logged("Can not load metadata " + str(a.path("/usr/share/qvapi/apimeta.hdf")) + ": No such file or directory")
+    assert a.logged("Can not load metadata /usr/share/qvapi/apimeta.hdf: No such file or directory")
 
 
 def test_shipped_model_starts_without_complaints(appliance):
