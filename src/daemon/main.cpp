@@ -93,12 +93,12 @@ void load_databases(const Options &options)
     menu_load_db_file(options.menu_file);
     hdfdb_init();
     if (options.preload)
-        hdfdb_load_file(options.preload_file.path);
+        hdfdb_load_file(options.preload_file);
     user_set_db_file(options.user_file);
     user_load_db_file(options.user_file);
     for (const FileName &file : options.meta_files) {
         qv_log_print(kLogInfo, "Loading %s into meta DB\n", file.text.c_str());
-        hdfdb_load_meta_file(file.path);
+        hdfdb_load_meta_file(file);
     }
     session_load_db_file(disable_login);
     hdfdb_populate();

@@ -5,7 +5,6 @@
 #include "funcs/write_map.h"
 #include "model/template.h"
 #include "platform/log.h"
-#include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/hdf_file.h"
 
@@ -52,12 +51,11 @@ void add_param_to_db(const std::string &api)
 
 } // namespace
 
-int hdfdb_load_meta_file(const std::string &path)
+int hdfdb_load_meta_file(const FileName &file)
 {
-    const HdfRead read = hdf_read_own_file(path, metaDB);
+    const HdfRead read = hdf_read_own_file(file.path, metaDB);
     if (read.result != HdfResult::ok) {
-        qv_log_print(kLogError, "Can not load metadata %s: %s\n", qv_device_path(path).c_str(),
-                     read.detail.c_str());
+        qv_log_print(kLogError, "Can not load metadata %s: %s\n", file.text.c_str(), read.detail.c_str());
         return 1;
     }
     return dyngroup_expand_meta();

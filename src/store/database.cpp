@@ -1,7 +1,6 @@
 #include "store/database.h"
 
 #include "platform/log.h"
-#include "platform/sysroot.h"
 #include "store/hdf_file.h"
 
 namespace qvcd {
@@ -16,12 +15,12 @@ int hdfdb_init()
     return 0;
 }
 
-int hdfdb_load_file(const std::string &path)
+int hdfdb_load_file(const FileName &file)
 {
-    const HdfRead read = hdf_read_own_file(path, hdfDB);
+    const HdfRead read = hdf_read_own_file(file.path, hdfDB);
     if (read.result == HdfResult::ok)
         return 0;
-    qv_log_print(kLogError, "Can not load %s into the settings: %s\n", qv_device_path(path).c_str(),
+    qv_log_print(kLogError, "Can not load %s into the settings: %s\n", file.text.c_str(),
                  read.detail.c_str());
     return 1;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/sysroot.h"
 #include "store/hdfutils.h"
 #include "store/meta.h"
 #include "store/tree.h"
@@ -18,7 +19,7 @@ int hdfdb_init();
 
 /// Reads a file of values into hdfDB; 1 after logging what is wrong, hdfDB then keeps what stood before the
 /// error.
-int hdfdb_load_file(const std::string &path);
+int hdfdb_load_file(const FileName &file);
 
 int hdfdb_destroy();
 

@@ -44,7 +44,7 @@ void load_model()
     metadata_text() = text.str();
     hdfdb_init();
     cmd_create_cfuncmap_hdf();
-    hdfdb_load_meta_file(model.metadata);
+    hdfdb_load_meta_file(qv_host_file(model.metadata));
     for (const std::string &api : apis())
         hdfDB.set(api, "12000");
     std::filesystem::remove_all(root);

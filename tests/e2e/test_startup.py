@@ -110,7 +110,7 @@ def test_last_pid_file_wins_and_relative_paths_hold(appliance):
     a.start("-p", a.path("/first"), "-p", a.path("/second"), "-l", os.path.relpath(a.path("/other.log")))
     assert not a.path("/first").exists()
     assert a.read("/second") == f"{a.process.pid}\n"
-    assert "running" in a.read("/other.log")
+    wait_until(lambda: "running" in a.read("/other.log"), "the log")
     a.stop()
     assert not a.path("/second").exists()
 

@@ -39,7 +39,7 @@ def numbers(a, group="T"):
         ("x y", [0]),
         ("  1 \t 2  ", [1, 2]),
         ("2147483646 2147483647", [2147483646, 2147483647]),
-        ("2147483647 99999999999 2147483647", [2147483647]),
+        ("1 99999999999999999999", []),  # the C library's reading of it is -1
     ],
 )
 def test_range(appliance, range_text, expected):
@@ -90,8 +90,9 @@ def test_placeholders_in_values(appliance):
         "T.7.two=a7b7c",
         "T.7.end=last7",
         "T.7.short=last7",
-        "T.7.many=7d7",
+        "T.7.many=7_d7",  # two marks and the character behind them, from the left
         "T.7.plain__d=its name stays",
+        "T.7.7=its name stays",  # a mark anywhere in a name makes a template
     ]
     assert "T.__d.two.default=a__db__zc" in a.command("meta.get T").lines  # templates stay
 
@@ -204,7 +205,7 @@ def test_values_of_copies_live_their_own_lives(appliance):
     assert [a.read(f"/etc/stream{n}.conf") for n in (1, 2, 3)] == ["port=801\n", "port=5\n", "port=9\n"]
 
 
-@pytest.mark.parametrize("range_text", ["1 100000", "0 2147483647", "-2147483648 2147483647", "1 99999999999999999999"])
+@pytest.mark.parametrize("range_text", ["1 100000", "0 2147483647", "-2147483648 2147483647"])
 def test_huge_ranges_are_refused(appliance, range_text):
     a = appliance(template(range_text) + "Good.perm = 7777\nGood.a.attr = x\nGood.a.default = 1\n").start()
     assert a.command("get") == Reply(["Good.a=1"], 0)
@@ -212,9 +213,10 @@ def test_huge_ranges_are_refused(appliance, range_text):
 
 
 def test_largest_range(appliance):
-    a = appliance(template("1 65536")).start(level=1)
+    a = appliance(template("1 65536").replace("read =", "write = no_wfunc\n read ="), {"/etc/user.conf": ""})
+    a.start(level=1)
     assert len(a.command("get T").lines) == 65536
-    assert a.log() == "can not read user config file /etc/user.conf\n"
+    assert a.log() == ""
 
 
 def test_nested_ranges_do_not_exhaust_the_daemon(appliance):
@@ -222,4 +224,5 @@ def test_nested_ranges_do_not_exhaust_the_daemon(appliance):
     a = appliance("Good.perm = 7777\nGood.a.attr = x\nGood.a.default = 1\nN {\n" + nested + "}\n")
     a.start(level=1)
     assert a.get("Good.a") == "1"
-    assert "which is too many" in a.log()
+    assert len(re.findall(r"^Template N\.\S+ asks for 60000 copies, which is too many$", a.log(), re.M)) == 10
+    assert len(a.log().splitlines()) < 20

@@ -263,7 +263,7 @@ TEST_F(Funcs, PopulationTakesTheSystemThenTheDefaultThenNothing)
   type = integer
   good { attr = good }
 )");
-    EXPECT_EQ(hdfdb_load_meta_file(path), 1); // text behind a brace
+    EXPECT_EQ(hdfdb_load_meta_file(qv_host_file(path)), 1); // text behind a brace
     const std::string fine = appliance_root().write("n.hdf", R"(G {
   good {
     attr = good
@@ -294,7 +294,7 @@ TEST_F(Funcs, PopulationTakesTheSystemThenTheDefaultThenNothing)
   }
 }
 )");
-    EXPECT_EQ(hdfdb_load_meta_file(fine), 0);
+    EXPECT_EQ(hdfdb_load_meta_file(qv_host_file(fine)), 0);
     EXPECT_EQ(hdfdb_populate(), 0);
     const struct {
         const char *name;
@@ -305,7 +305,7 @@ TEST_F(Funcs, PopulationTakesTheSystemThenTheDefaultThenNothing)
         EXPECT_EQ(hdfDB.get(c.name), c.value) << c.name;
     EXPECT_FALSE(hdfDB.find("G.__t"));
     EXPECT_EQ(appliance_root().read("etc/f.conf"), "good=5\nbad=2\nabsent=3\nt7=8\n");
-    EXPECT_EQ(hdfdb_load_meta_file(appliance_root().path("none.hdf")), 1);
+    EXPECT_EQ(hdfdb_load_meta_file(qv_device_file("/none.hdf")), 1);
 }
 
 } // namespace

@@ -150,7 +150,7 @@ class SelfDescriptionTest : public OnEmptyRoot<testing::Test> {
         cmd_create_wfuncmap_hdf();
         cmd_create_cmdmap_hdf();
         hdfdb_init();
-        ASSERT_EQ(0, hdfdb_load_meta_file(appliance_root().write("model", kModel)));
+        ASSERT_EQ(0, hdfdb_load_meta_file(qv_host_file(appliance_root().write("model", kModel))));
         for (const StartValue &row : kStartValues)
             ASSERT_TRUE(hdfDB.set(row.api, row.value));
         appliance_root().write("etc/state", "state=awake\n");

@@ -139,7 +139,7 @@ class SnapshotTest : public OnEmptyRoot<testing::Test> {
         cmd_create_removefuncmap_hdf();
         cmd_create_cmdmap_hdf();
         hdfdb_init();
-        ASSERT_EQ(0, hdfdb_load_meta_file(write("model.hdf", kModel)));
+        ASSERT_EQ(0, hdfdb_load_meta_file(qv_host_file(write("model.hdf", kModel))));
         hdfdb_populate();
     }
     void stop()
