@@ -313,18 +313,22 @@ class Appliance:
         return self.start(*options, **settings)
 
     def close(self):
-        try:
-            for one in self.events + self.connections:
-                one.close()
+        with contextlib.ExitStack() as stack:
+            stack.callback(shutil.rmtree, self.root, ignore_errors=True)
+            if self.tcp:
+                stack.callback(self.tcp.close)
             if self.process is not None:
-                self.stop()
+                stack.callback(self._end)
+            for one in self.events + self.connections:
+                stack.callback(one.close)
+
+    def _end(self):
+        try:
+            self.stop()
         finally:
             if self.process is not None:
                 os.kill(self.process.pid, signal.SIGKILL)
                 self.reap()
-            if self.tcp:
-                self.tcp.close()
-            shutil.rmtree(self.root, ignore_errors=True)
 
     def __enter__(self):
         return self

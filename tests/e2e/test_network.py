@@ -36,7 +36,7 @@ class Network:
 
     def __init__(self, appliance):
         self.appliance = appliance
-        appliance.start(preexec_fn=enter_new_network)
+        appliance.start(in_child=enter_new_network)
         self.ip("link set lo up")
 
     def inside(self, *command, **kwargs):
