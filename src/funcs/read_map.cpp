@@ -110,9 +110,10 @@ bool rfuncmap_read(std::string_view api, std::string &out)
 {
     // Copies: the function may let go of the command lock.
     const std::string name(api);
-    const auto file = meta_get(name, "file");
-    const auto read = meta_get(name, "read");
-    const auto attr = meta_get(name, "attr");
+    MetaApi meta(name);
+    const auto file = own_copy(meta.get("file"));
+    const auto read = own_copy(meta.get("read"));
+    const auto attr = own_copy(meta.get("attr"));
     ReadRow &row = rfuncCmdMap[rfuncCmdMapHDF.row(read.value_or(""))];
     qv_log_print(kLogTrace, "rfuncmap_read: %s %s(%s, %s, %p, %d)\n", name.c_str(), for_log(read),
                  for_log(file), for_log(attr), static_cast<void *>(&out), row.called ? 1 : 0);

@@ -27,13 +27,14 @@ const char *for_log(bool secret, const std::string &value)
 
 void add_param_to_db(const std::string &api)
 {
-    const auto fallback = meta_get_this_level(api, "default");
-    if (meta_is_true(api, "dynamic")) {
+    MetaApi meta(api);
+    const auto fallback = own_copy(meta.own("default"));
+    if (meta.is_true("dynamic")) {
         hdfDB.set(api, fallback.value_or(""));
         qv_log_print(kLogDebug, "populate dynamic %s\n", api.c_str());
         return;
     }
-    const bool secret = meta_is_password(api);
+    const bool secret = meta.is_password();
     std::string value;
     if (rfuncmap_read(api, value) && !cfuncmap_check(api, value)) {
         hdfDB.set(api, value);

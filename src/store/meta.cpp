@@ -8,6 +8,8 @@ namespace qvcd {
 
 namespace {
 
+constexpr std::size_t kUsualDepth = 8;
+
 // Clients may name attributes as if they were APIs.
 bool is_attribute(Node node)
 {
@@ -18,14 +20,16 @@ bool is_attribute(Node node)
 
 MetaApi::MetaApi(std::string_view api)
 {
-    if (!is_tree_name(api) || api.size() > kMaxNameBytes)
+    if (api.size() > kMaxNameBytes)
         return;
+    chain_.reserve(kUsualDepth);
     Node node = metaDB.root();
-    while (node && !api.empty()) {
+    for (bool last = api.empty(); node && !last;) {
         const std::size_t dot = api.find('.');
-        node = node.find(api.substr(0, dot));
+        last = dot == std::string_view::npos;
+        node = node.child(api.substr(0, dot));
         chain_.push_back(node);
-        api.remove_prefix(dot == std::string_view::npos ? api.size() : dot + 1);
+        api.remove_prefix(last ? api.size() : dot + 1);
     }
     if (!node)
         chain_.clear();
@@ -61,23 +65,20 @@ unsigned MetaApi::perm()
     return text ? c_hex16(*text) : 0;
 }
 
-namespace {
-
-std::optional<std::string> copy(std::optional<std::string_view> view)
+bool MetaApi::is_password()
 {
-    return view ? std::optional<std::string>(*view) : std::nullopt;
+    const auto type = get("type");
+    return type && type->find("password") != std::string_view::npos;
 }
-
-} // namespace
 
 std::optional<std::string> meta_get(std::string_view api, std::string_view attribute)
 {
-    return copy(MetaApi(api).get(attribute));
+    return own_copy(MetaApi(api).get(attribute));
 }
 
 std::optional<std::string> meta_get_this_level(std::string_view api, std::string_view attribute)
 {
-    return copy(MetaApi(api).own(attribute));
+    return own_copy(MetaApi(api).own(attribute));
 }
 
 int meta_set(std::string_view api, std::string_view attribute, std::string_view value)
@@ -114,8 +115,7 @@ std::optional<std::string> meta_get_prev_node(std::string_view name)
 
 bool meta_is_password(std::string_view api)
 {
-    const auto type = MetaApi(api).get("type");
-    return type && type->find("password") != std::string_view::npos;
+    return MetaApi(api).is_password();
 }
 
 bool meta_is_hidden(unsigned mask, std::string_view api)

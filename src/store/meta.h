@@ -35,10 +35,17 @@ class MetaApi {
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
+    bool is_password(); ///< the inherited "type" speaks of a password
 
   private:
     std::vector<Node> chain_; // from the first component's node to the API's own
 };
+
+/// What outlives the command lock and changes of the tree.
+inline std::optional<std::string> own_copy(std::optional<std::string_view> view)
+{
+    return view ? std::optional<std::string>(*view) : std::nullopt;
+}
 
 std::optional<std::string> meta_get(std::string_view api, std::string_view attribute);
 std::optional<std::string> meta_get_this_level(std::string_view api, std::string_view attribute);

@@ -134,7 +134,7 @@ bool profiledb_add(std::string_view name, std::string_view group)
 
 void profiledb_remove(std::string_view name)
 {
-    profileDB.root().remove(profile_node(name), Names::any);
+    profileDB.remove(profile_node(name));
 }
 
 std::size_t profiledb_count_group(std::string_view group)
@@ -149,7 +149,7 @@ std::size_t profiledb_count_group(std::string_view group)
 
 int check_valid_profile(std::string_view name)
 {
-    const Node known = profileDB.root().find(profile_node(name) + ".name", Names::any);
+    const Node known = profileDB.find(profile_node(name) + ".name");
     return known.value() ? 1 : 0;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include <util/neo_hdf.h>
@@ -50,6 +51,24 @@ bool is_taken(std::string_view name, Names names)
     if (names == Names::in_files)
         return is_tree_name(name);
     return has_good_components(name, [](char c) { return c != '\0'; });
+}
+
+// As the library's own search does it, which wants the name as a C string and goes over it byte by byte. Our
+// trees hold no links, which it would follow.
+HDF *find_child(const HDF *node, std::string_view name)
+{
+    if (node->hash) {
+        HDF key{};
+        key.name = const_cast<char *>(name.data()); // only read
+        key.name_len = static_cast<int>(name.size());
+        return static_cast<HDF *>(ne_hash_lookup(node->hash, &key));
+    }
+    for (HDF *child = node->child; child; child = child->next) {
+        if (static_cast<std::size_t>(child->name_len) == name.size() &&
+            std::memcmp(child->name, name.data(), name.size()) == 0)
+            return child;
+    }
+    return nullptr;
 }
 
 // hdf_remove_tree leaves the parent's set cache on freed memory.
@@ -99,13 +118,24 @@ Node Node::next() const noexcept
     return Node(n_ ? n_->next : nullptr);
 }
 
-Node Node::find(std::string_view name, Names names) const
+Node Node::child(std::string_view name) const
 {
-    if (!n_ || name.empty())
+    return Node(n_ ? find_child(n_, name) : nullptr);
+}
+
+// A name that the tree cannot hold has a component that no node bears.
+Node Node::find(std::string_view name) const
+{
+    if (name.empty())
         return *this;
-    if (!is_taken(name, names))
-        return {};
-    return Node(hdf_get_obj(n_, std::string(name).c_str()));
+    Node node = *this;
+    for (bool last = false; node && !last;) {
+        const std::size_t dot = name.find('.');
+        last = dot == std::string_view::npos;
+        node = node.child(name.substr(0, dot));
+        name.remove_prefix(last ? name.size() : dot + 1);
+    }
+    return node;
 }
 
 std::optional<std::string_view> Node::get(std::string_view name) const
@@ -130,19 +160,21 @@ int Node::get_int(std::string_view name, int fallback) const
 
 bool Node::set(std::string_view name, std::string_view value, Names names)
 {
-    if (!n_ || (!name.empty() && !is_taken(name, names)) || value.find('\0') != std::string_view::npos)
+    if (!n_ || value.find('\0') != std::string_view::npos)
         return false;
     const std::string copy(value); // the view may point into the node's old value
-    return ignore(hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
+    if (const Node there = find(name))
+        return ignore(hdf_set_value(there.n_, "", copy.c_str()));
+    return is_taken(name, names) && ignore(hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
 }
 
-bool Node::remove(std::string_view name, Names names)
+bool Node::remove(std::string_view name)
 {
-    const Node gone = name.empty() ? Node() : find(name, names);
+    const Node gone = name.empty() ? Node() : find(name);
     if (!gone)
         return false;
     const std::size_t dot = name.rfind('.');
-    const Node parent = dot == std::string_view::npos ? *this : find(name.substr(0, dot), names);
+    const Node parent = dot == std::string_view::npos ? *this : find(name.substr(0, dot));
     const std::string last(dot == std::string_view::npos ? name : name.substr(dot + 1));
     const bool removed = ignore(hdf_remove_tree(parent.n_, last.c_str()));
     forget_set_cache(parent.n_);

@@ -18,7 +18,7 @@ inline constexpr int kMaxTreeDepth = 64;
 /// dots between, at most kMaxTreeDepth of them. The empty name (the node itself) is not such a name.
 bool is_tree_name(std::string_view name);
 
-/// Which names a call takes.
+/// Which new names a call takes.
 enum class Names {
     in_files, ///< is_tree_name()
     any,      ///< components of any bytes but '.' and NUL: for trees that are never written to a file
@@ -41,8 +41,10 @@ class Node {
     Node first_child() const noexcept;
     Node next() const noexcept; ///< next sibling, in the order in which they were added
 
-    /// The node below with this dotted name; "" is the node itself. None for a name that no tree can hold.
-    Node find(std::string_view name, Names names = Names::in_files) const;
+    Node child(std::string_view name) const; ///< the child of this name, one component
+
+    /// The node below with this dotted name; "" is the node itself. None for a name that the tree cannot hold.
+    Node find(std::string_view name) const;
     std::optional<std::string_view> get(std::string_view name) const;
     std::string get_or(std::string_view name, std::string_view fallback) const;
     /// As the C library reads numbers: "12abc" is 12; without leading digits the fallback.
@@ -53,7 +55,7 @@ class Node {
     bool set(std::string_view name, std::string_view value, Names names = Names::in_files);
 
     /// Removes the subtree of a node below; false when there is none.
-    bool remove(std::string_view name, Names names = Names::in_files);
+    bool remove(std::string_view name);
 
     /// Copies values and children of `source` into the node `name` below, over what is there; nodes of
     /// `source` without a value leave the old value. `source` may be of the same tree, but not an ancestor of

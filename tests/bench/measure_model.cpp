@@ -15,6 +15,7 @@ namespace qvcd::bench {
 namespace {
 
 constexpr std::size_t kRequests = 1000; // different ones of one kind, and of one pipelined batch
+constexpr std::size_t kFirstValue = 13000; // no API starts with one from here on
 constexpr char kHello[] = "bench 0 0\n";
 constexpr double kMillion = 1e6;
 
@@ -235,7 +236,7 @@ void ModelBench::measure_set()
     std::string line;
     const auto next = [&]() -> const std::string & {
         line = "set " + model_.settable[count % model_.settable.size()];
-        line += "=" + std::to_string(1000 + count++ % 50000) + "\n";
+        line += "=" + std::to_string(kFirstValue + count++ % 40000) + "\n";
         return line;
     };
     const Pair rate = rates(
