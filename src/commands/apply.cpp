@@ -9,6 +9,7 @@
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/database.h"
+#include "store/flags.h"
 
 #include <unistd.h>
 
@@ -98,7 +99,7 @@ int gather(unsigned mask, const std::string &name, ApplyCache &cache, std::FILE 
     if (!node.first_child())
         return apply_param(mask, name, cache, out);
     int result = 0;
-    for (const std::string &api : hdfutils_parent_names(node, name, flag_apply_pending)) {
+    for (const std::string &api : flagged_apis(node, name, flag_apply_pending)) {
         if (apply_param(mask, api, cache, out) != 0 && api == name)
             result = 1;
     }

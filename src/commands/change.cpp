@@ -12,6 +12,7 @@
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/database.h"
+#include "store/flags.h"
 
 namespace qvcd {
 
@@ -46,7 +47,7 @@ int revert_argument(unsigned mask, const std::string &name, std::FILE *out)
     if (!node.first_child())
         return name.empty() ? 0 : revert_param(mask, name, out);
     int result = 0;
-    for (const std::string &api : hdfutils_parent_names(node, name, flag_modified_or_unapplied)) {
+    for (const std::string &api : flagged_apis(node, name, flag_modified_or_unapplied)) {
         if (revert_param(mask, api, out) != 0 && api == name)
             result = 1;
     }

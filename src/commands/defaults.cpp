@@ -10,6 +10,7 @@
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/database.h"
+#include "store/flags.h"
 
 namespace qvcd {
 
@@ -40,10 +41,13 @@ void print_default(unsigned mask, const std::string &api, std::FILE *out)
     reply_printf(out, "%s=%s (%s)\n", api.c_str(), shown.c_str(), fallback->c_str());
 }
 
-int check_flag(unsigned mask, const Args &argv, std::FILE *out, Classifier classify, PrintStep print)
+using Search = std::vector<std::string> (*)(Node node, std::string_view name, Classifier classify);
+
+int check_flag(unsigned mask, const Args &argv, std::FILE *out, Search search, Classifier classify,
+               PrintStep print)
 {
     const auto walk = [&](Node node, const std::string &name) {
-        for (const std::string &api : hdfutils_parent_names(node, name, classify))
+        for (const std::string &api : search(node, name, classify))
             print(mask, api, out);
     };
     for (const std::string &name : argv) {
@@ -59,17 +63,17 @@ int check_flag(unsigned mask, const Args &argv, std::FILE *out, Classifier class
 
 int command_check_modified(unsigned mask, Args &argv, std::FILE *out)
 {
-    return check_flag(mask, argv, out, flag_modified, print_flag);
+    return check_flag(mask, argv, out, flagged_apis, flag_modified, print_flag);
 }
 
 int command_check_applied(unsigned mask, Args &argv, std::FILE *out)
 {
-    return check_flag(mask, argv, out, flag_apply_pending, print_flag);
+    return check_flag(mask, argv, out, flagged_apis, flag_apply_pending, print_flag);
 }
 
 int command_check_default(unsigned mask, Args &argv, std::FILE *out)
 {
-    return check_flag(mask, argv, out, meta_has_default, print_default);
+    return check_flag(mask, argv, out, hdfutils_parent_names, meta_has_default, print_default);
 }
 
 int restore_param_to_default(unsigned mask, const std::string &api, std::FILE *out)

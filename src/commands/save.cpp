@@ -14,6 +14,7 @@
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
+#include "store/flags.h"
 
 #include <array>
 #include <cstdlib>
@@ -154,7 +155,7 @@ int SaveContext::save_argument(const std::string &name)
     }
     if (!node.first_child())
         return save_param(name);
-    for (const std::string &api : hdfutils_parent_names(node, name, flag_modified))
+    for (const std::string &api : flagged_apis(node, name, flag_modified))
         save_param(api);
     return 0;
 }

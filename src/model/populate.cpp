@@ -6,6 +6,7 @@
 #include "model/template.h"
 #include "platform/log.h"
 #include "store/database.h"
+#include "store/flags.h"
 #include "store/hdf_file.h"
 
 namespace qvcd {
@@ -55,6 +56,7 @@ void add_param_to_db(const std::string &api)
 int hdfdb_load_meta_file(const FileName &file)
 {
     const HdfRead read = hdf_read_own_file(file.path, metaDB);
+    flags_forget();
     if (read.result != HdfResult::ok) {
         qv_log_print(kLogError, "Can not load metadata %s: %s\n", file.text.c_str(), read.detail.c_str());
         return 1;

@@ -1,6 +1,7 @@
 #include "store/database.h"
 
 #include "platform/log.h"
+#include "store/flags.h"
 #include "store/hdf_file.h"
 
 namespace qvcd {
@@ -12,6 +13,7 @@ int hdfdb_init()
 {
     metaDB = Tree::make();
     hdfDB = Tree::make();
+    flags_forget();
     return 0;
 }
 

@@ -11,8 +11,10 @@ namespace qvcd {
 
 // The two trees every command works on. Changed only under the command lock.
 
-extern Tree hdfDB;  ///< the settings: one leaf an API, holding its current value
-extern Tree metaDB; ///< the metadata: a node of the same name an API, its children are the attributes
+extern Tree hdfDB; ///< the settings: one leaf an API, holding its current value
+extern Tree
+    metaDB; ///< the metadata: a node of the same name an API, its children are the attributes.
+            ///< Flags are raised with meta_set(); who may raise some in other ways calls flags_forget()
 
 /// Creates both trees, empty.
 int hdfdb_init();

@@ -3,6 +3,7 @@
 #include "base/limits.h"
 #include "base/text.h"
 #include "store/database.h"
+#include "store/flags.h"
 
 namespace qvcd {
 
@@ -47,8 +48,11 @@ std::optional<std::string_view> MetaApi::get(std::string_view attribute)
             break;
         }
     }
-    if (levels > 1 && !is_attribute(chain_.back()))
+    if (levels > 1 && !is_attribute(chain_.back())) {
         chain_.back().set(attribute, found.value_or(""));
+        if (is_flag(attribute))
+            flags_forget(); // a client looked up a flag that a group has: now the API has it too
+    }
     return found;
 }
 
@@ -84,7 +88,11 @@ std::optional<std::string> meta_get_this_level(std::string_view api, std::string
 int meta_set(std::string_view api, std::string_view attribute, std::string_view value)
 {
     Node node = api.empty() ? Node() : metaDB.find(api);
-    return node && !is_attribute(node) && node.set(attribute, value) ? 0 : 1;
+    if (!node || is_attribute(node) || !node.set(attribute, value))
+        return 1;
+    if (value != "0" && is_flag(attribute))
+        flags_note(api);
+    return 0;
 }
 
 unsigned meta_get_perm(std::string_view api)

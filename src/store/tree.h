@@ -43,7 +43,8 @@ class Node {
 
     Node child(std::string_view name) const; ///< the child of this name, one component
 
-    /// The node below with this dotted name; "" is the node itself. None for a name that the tree cannot hold.
+    /// The node below with this dotted name; "" is the node itself. None for a name that the tree cannot
+    /// hold.
     Node find(std::string_view name) const;
     std::optional<std::string_view> get(std::string_view name) const;
     std::string get_or(std::string_view name, std::string_view fallback) const;

@@ -6,6 +6,7 @@
 #include "model/populate.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
+#include "store/flags.h"
 #include "store/hdf_scan.h"
 
 #include <benchmark/benchmark.h>
@@ -87,10 +88,10 @@ void check_value(benchmark::State &state)
     over_apis(state, [](const std::string &api) { return cfuncmap_check(api, "12000"); });
 }
 
-void walk_flags(benchmark::State &state)
+void find_flags(benchmark::State &state)
 {
     for (auto _ : state)
-        benchmark::DoNotOptimize(hdfutils_parent_names(metaDB.root(), "", flag_apply_pending));
+        benchmark::DoNotOptimize(flagged_apis(metaDB.root(), "", flag_apply_pending));
 }
 
 void scan_text(benchmark::State &state)
@@ -119,7 +120,7 @@ BENCHMARK(tree_set);
 BENCHMARK(meta_inherited);
 BENCHMARK(meta_three_attributes);
 BENCHMARK(check_value);
-BENCHMARK(walk_flags);
+BENCHMARK(find_flags);
 BENCHMARK(scan_text);
 BENCHMARK(split_line);
 BENCHMARK(unescape_value);

@@ -1,0 +1,87 @@
+#include "store/flags.h"
+
+#include "store/database.h"
+
+#include <functional>
+#include <set>
+
+namespace qvcd {
+
+namespace {
+
+// With more than these the whole metadata is walked, as when nothing is known: each of them has work of its
+// own.
+constexpr std::size_t kMaxNoted = 1024;
+
+std::set<std::string, std::less<>> noted;
+bool complete = false;
+
+// "." sorts before all that names are made of, so what is below a name follows it at once.
+bool leads_to_noted(std::string_view path)
+{
+    const auto at = noted.lower_bound(path);
+    return at != noted.end() && at->starts_with(path) &&
+           (at->size() == path.size() || (*at)[path.size()] == '.');
+}
+
+// The walk of hdfutils_parent_names, but only on the ways to noted APIs.
+void visit_noted(Node node, std::string &path, Classifier flag, std::vector<std::string> &names)
+{
+    for (const Node child : node) {
+        if (flag(child) == Walk::visit && (names.empty() || names.back() != path))
+            names.push_back(path);
+        const std::size_t size = path.size();
+        path.append(size ? "." : "").append(child.name());
+        if (child.first_child() && leads_to_noted(path))
+            visit_noted(child, path, flag, names);
+        path.resize(size);
+    }
+}
+
+void take_stock()
+{
+    const std::vector<std::string> raised =
+        hdfutils_parent_names(metaDB.root(), {}, flag_modified_or_unapplied);
+    complete = raised.size() <= kMaxNoted;
+    noted.clear();
+    if (complete)
+        noted.insert(raised.begin(), raised.end());
+}
+
+} // namespace
+
+std::vector<std::string> flagged_apis(Node node, std::string_view name, Classifier flag)
+{
+    if (!complete)
+        take_stock();
+    if (!complete)
+        return hdfutils_parent_names(node, name, flag);
+    std::vector<std::string> names;
+    std::string path(name);
+    visit_noted(node, path, flag, names);
+    return names;
+}
+
+void flags_note(std::string_view api)
+{
+    if (!complete || noted.contains(api))
+        return;
+    if (noted.size() == kMaxNoted)
+        flags_forget(); // most of them may be clear again: the next search finds out
+    else
+        noted.emplace(api);
+}
+
+void flags_forget()
+{
+    complete = false;
+    noted.clear();
+}
+
+bool is_flag(std::string_view attribute)
+{
+    const std::string_view last = attribute.substr(attribute.rfind('.') + 1); // npos + 1 is 0
+    return last == "mod" || last == "noapp";
+}
+
+} // namespace qvcd

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "store/hdfutils.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qvcd {
+
+// Which APIs may have a raised flag ("mod", "noapp"): an index beside the metadata, so that a save or an
+// apply of everything does not go through every attribute of every API to find the few that changed. It holds
+// every API with a raised flag, and it may hold others. Used under the command lock.
+
+/// What hdfutils_parent_names(node, name, flag) gives, for a node of the metadata and a classifier of flags.
+std::vector<std::string> flagged_apis(Node node, std::string_view name, Classifier flag);
+
+/// A flag of this API was raised.
+void flags_note(std::string_view api);
+
+/// Flags may have been raised anywhere: metadata was read.
+void flags_forget();
+
+/// True for an attribute, as a name below an API, that is a flag.
+bool is_flag(std::string_view attribute);
+
+} // namespace qvcd
