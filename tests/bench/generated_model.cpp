@@ -25,7 +25,7 @@ struct Leaf {
 };
 constexpr Leaf kLeaves[] = {
     {"", "label", "label", "Channel", "Studio camera", ""},
-    {"", "enabled", "boolean", "true", "true", "apply = initd_restart encoder\n"},
+    {"", "enabled", "boolean", "1", "0", "apply = initd_restart encoder\n"},
     {"", "description", "blank,string_length 1 80", "", "second floor", ""},
     {"", "mode", "string_set auto manual off", "auto", "manual", "apply = initd_restart encoder\n"},
     {"Settings", "bitrate", "integer_range 64 60000", "8000", "12000", ""},
