@@ -268,13 +268,14 @@ class Appliance:
                 start_new_session=True,
                 preexec_fn=lambda: (die_with_us(), in_child()),
             )
-        wait_until(self.answers, "the daemon's first answer")
+        for over_tcp in (False, True)[: 1 + tcp]:
+            wait_until(lambda: self.has_ended() or self.answers(over_tcp), "the daemon's first answer")
+        assert not self.has_ended(), f"the daemon has ended:\n{self.stderr()}\n{self.log()[-3000:]}"
         return self
 
-    def answers(self):
-        assert not self.has_ended(), f"the daemon has ended:\n{self.stderr()}\n{self.log()[-3000:]}"
+    def answers(self, tcp=False):
         with contextlib.suppress(ConnectionError, FileNotFoundError):
-            with Connection(self.address()) as c:
+            with Connection(self.address(tcp)) as c:
                 c.send("?\n")
                 return c.read_all() == b"!\n"
         return False

@@ -59,7 +59,9 @@ def a(appliance):
 
 
 def number_in(text):
-    return int(re.search(r"(?:first=|second=|only=\"|passwd = p)(\d+)", text).group(1))
+    match = re.search(r"(?:first=|second=|only=\"|passwd = p)(\d+)", text)
+    assert match, f"torn: {text[-200:]!r}"
+    return int(match.group(1))
 
 
 def check_files(a, lowest, highest):
@@ -203,6 +205,7 @@ def test_a_kill_at_every_system_call_of_a_save(a):
     names = {name for name, _ in calls}
     assert {"openat", "write", "fsync", "rename", "sync"} <= names, calls
     written = 1
+    killed = 0
     for name, count in calls:
         set_all(a, written + 1)
         tracer = Tracer(a, "-e", f"trace={name}", "-e", f"inject={name}:signal=KILL:when={count}")
@@ -210,8 +213,8 @@ def test_a_kill_at_every_system_call_of_a_save(a):
             a.talk("save A B")
         except OSError:
             pass
-        # Some calls are made only at times: then the save went well.
         wait_until(lambda: a.has_ended() or a.answers(), "either end")
+        killed += a.has_ended()
         tracer.stop()
         a.kill()
         for name in texts(0):
@@ -223,6 +226,8 @@ def test_a_kill_at_every_system_call_of_a_save(a):
         set_all(a, written)
         a.talk("save A B")
         assert {name: a.read(name) for name in texts(written)} == texts(written)
+    # Where a call is made only at times, the save may have gone well.
+    assert killed >= 0.9 * len(calls), f"{killed} of {len(calls)}"
 
 
 # ---- Files that cannot be written ----

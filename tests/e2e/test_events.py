@@ -232,6 +232,7 @@ def test_events_reach_the_broker_and_passwords_do_not(a, broker):
     assert a.command("update Web.password=hush", session, tcp=True).code == 0
     a.command(f"logout {session}", tcp=True)
     broker.wait_for("logout", f"session={session}")
+    events.wait_for("logout", f"session={session}")
     shown = [(topic.split("/")[2], payload) for topic, payload, _ in broker.messages]
     shown = shown[shown.index(("login", f"admin={session}")) :]
     assert shown == [(event, payload.replace("hush", "*******")) for event, payload in events.seen()]

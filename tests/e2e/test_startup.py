@@ -158,7 +158,8 @@ def test_tcp_port_that_is_taken(appliance):
     first = appliance(model("A")).start(tcp=True)
     second = appliance(model("A")).start("-P", first.tcp.port)
     message = f"cannot serve TCP 0.0.0.0 port {first.tcp.port}: Address already in use"
-    assert second.logged(message) and second.stderr() == f"qvcd: {message}\n"
+    second.wait_for_log(message)
+    wait_until(lambda: second.stderr() == f"qvcd: {message}\n", "the message on stderr")
     assert second.command("get A.a") == Reply(["A.a=1"], 0)
 
 
