@@ -29,4 +29,8 @@ class WorkingCopies {
     std::map<std::string, std::string> texts_;
 };
 
+/// Makes the folder of the working copies, and removes what a daemon that was killed left there over a minute
+/// ago.
+void tidy_working_copies();
+
 } // namespace qvcd

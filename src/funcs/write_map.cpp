@@ -4,12 +4,10 @@
 
 #include "base/text.h"
 #include "funcs/func_map.h"
+#include "funcs/working_copies.h"
 #include "funcs/write_functions.h"
 #include "platform/log.h"
-#include "platform/sysroot.h"
 #include "store/database.h"
-
-#include <sys/stat.h>
 
 namespace qvcd {
 
@@ -44,7 +42,7 @@ std::string value_for_log(std::string_view api, std::string_view value)
 int cmd_create_wfuncmap_hdf()
 {
     create_func_index(wfuncCmdMapHDF, std::span<const WriteRow>(wfuncCmdMap), "wfunc");
-    mkdir(qv_sysroot_path(kScratchFolder).c_str(), 0777);
+    tidy_working_copies();
     return 0;
 }
 

@@ -136,10 +136,9 @@ TEST_F(HelpTest, ApiPages)
         "\nNAME    Box.name\n\nName of the box\n\nACCESS TYPE\n\tread write apply\n\n"
         "VALID OPTIONS\nBox.name.type=string_length 1 1023\nBox.name.default=unit\n"
         "Box.name.value=my box\n\t1-1023 \n\nDESCRIPTION\n\tShown on the front panel.\n\n\n";
-    const std::string color =
-        "\nNAME    Box.color\n\nColor of the box\n\nACCESS TYPE\n\tread write apply\n\n"
-        "VALID OPTIONS\nBox.color.type=string_set red blue\nBox.color.default=red\n"
-        "Box.color.value=red\n\tred blue \n\n\n";
+    const std::string color = "\nNAME    Box.color\n\nColor of the box\n\nACCESS TYPE\n\tread write apply\n\n"
+                              "VALID OPTIONS\nBox.color.type=string_set red blue\nBox.color.default=red\n"
+                              "Box.color.value=red\n\tred blue \n\n\n";
     const std::string clock =
         "\nNAME    Box.clock\n\nClock of the box\n\nACCESS TYPE\n\tread write apply\n\n"
         "VALID OPTIONS\nBox.clock.type=timecode\nBox.clock.value=20240229T12:00:00\n\n\n\n";

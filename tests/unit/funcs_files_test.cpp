@@ -152,6 +152,23 @@ TEST_F(Funcs, WritersAndTheirResults)
     EXPECT_EQ(appliance_root().read("var/run/qv/clock"), "20240229T12:00:00\n");
 }
 
+TEST_F(Funcs, WhatAKilledSaveLeftBehindIsTidiedUp)
+{
+    namespace fs = std::filesystem;
+    appliance_root().write("tmp/qvcd/old", "");
+    appliance_root().write("tmp/qvcd/folder/x", "");
+    appliance_root().write("tmp/target", "");
+    fs::create_symlink("../target", appliance_root().path("tmp/qvcd/link"));
+    const auto hour_ago = fs::file_time_type::clock::now() - std::chrono::hours(1);
+    for (const char *name : {"tmp/qvcd/old", "tmp/target"})
+        fs::last_write_time(appliance_root().path(name), hour_ago);
+    cmd_create_wfuncmap_hdf();
+    const auto exists = [](const char *name) { return fs::exists(appliance_root().path(name)); };
+    EXPECT_FALSE(exists("tmp/qvcd/old"));
+    EXPECT_TRUE(exists("tmp/qvcd/x") && exists("tmp/qvcd/link") && exists("tmp/qvcd/folder/x") &&
+                exists("tmp/target"));
+}
+
 TEST_F(Funcs, ShadowGetsTheNewTextFirst)
 {
     appliance_root().write("etc/f.conf", "a=1\nb=2\n");
