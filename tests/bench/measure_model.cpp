@@ -14,7 +14,7 @@ namespace qvcd::bench {
 
 namespace {
 
-constexpr std::size_t kRequests = 1000; // different ones of one kind, and of one pipelined batch
+constexpr std::size_t kRequests = 1000;    // different ones of one kind, and of one pipelined batch
 constexpr std::size_t kFirstValue = 13000; // no API starts with one from here on
 constexpr char kHello[] = "bench 0 0\n";
 constexpr double kMillion = 1e6;
