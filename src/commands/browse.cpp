@@ -1,7 +1,7 @@
 #include "commands/browse.h"
 
 #include "base/reply.h"
-#include "platform/api_errors.h"
+#include "commands/targets.h"
 #include "store/database.h"
 
 namespace qvcd {
@@ -19,30 +19,16 @@ int browse_param(unsigned mask, const std::string &api, std::FILE *out)
     return 0;
 }
 
-void browse_group(unsigned mask, Node node, const std::string &name, std::FILE *out)
-{
-    hdfutils_traverse_tree(node, name, hdfutils_check_endnode, [&](Node leaf, const std::string &parent) {
-        browse_param(mask, join_name(parent, leaf.name()), out);
-    });
-}
-
 int command_browse(unsigned mask, Args &argv, std::FILE *out)
 {
-    int result = 0;
-    for (const std::string &name : argv) {
-        const Node node = name.empty() ? Node() : hdfDB.find(name);
-        if (!node) {
-            reply_value(out, name, API_E_PARAM_NOT_FOUND);
-            result = 1;
-        } else if (node.first_child()) {
-            browse_group(mask, node, name, out);
-        } else {
-            result |= browse_param(mask, name, out);
-        }
-    }
-    if (argv.empty())
-        browse_group(mask, hdfDB.root(), "", out);
-    return result;
+    const auto group = [&](const std::string &name) {
+        hdfutils_traverse_tree(hdfDB.find(name), name, hdfutils_check_endnode,
+                               [&](Node leaf, const std::string &parent) {
+                                   browse_param(mask, join_name(parent, leaf.name()), out);
+                               });
+    };
+    return for_each_setting(argv, out, group,
+                            [&](const std::string &api) { return browse_param(mask, api, out); });
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "commands/change.h"
 #include "commands/script_hook.h"
+#include "commands/targets.h"
 #include "commands/user.h"
 #include "model/populate.h"
 #include "platform/api_errors.h"
@@ -94,9 +95,9 @@ int restore_param_to_default(unsigned mask, const std::string &api, std::FILE *o
     return 0;
 }
 
-void restore_group(unsigned mask, Node node, const std::string &name, std::FILE *out)
+void restore_group(unsigned mask, const std::string &name, std::FILE *out)
 {
-    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode))
+    for (const std::string &api : hdfutils_names(hdfDB.find(name), name, hdfutils_check_endnode))
         restore_param_to_default(mask, api, out);
 }
 
@@ -172,21 +173,9 @@ int command_reload(unsigned, Args &argv, std::FILE *out)
 
 int command_default(unsigned mask, Args &argv, std::FILE *out)
 {
-    int result = 0;
-    for (const std::string &name : argv) {
-        const Node node = name.empty() ? Node() : hdfDB.find(name);
-        if (!node) {
-            reply_value(out, name, API_E_PARAM_NOT_FOUND);
-            result = 1;
-        } else if (node.first_child()) {
-            restore_group(mask, node, name, out);
-        } else if (restore_param_to_default(mask, name, out) != 0) {
-            result = 1;
-        }
-    }
-    if (argv.empty())
-        restore_group(mask, hdfDB.root(), "", out);
-    return result;
+    const auto group = [&](const std::string &name) { restore_group(mask, name, out); };
+    const auto api = [&](const std::string &name) { return restore_param_to_default(mask, name, out); };
+    return for_each_setting(argv, out, group, api);
 }
 
 namespace {

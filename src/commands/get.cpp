@@ -3,9 +3,9 @@
 #include "base/options.h"
 #include "base/reply.h"
 #include "base/text.h"
+#include "commands/targets.h"
 #include "funcs/introspect_map.h"
 #include "funcs/read_map.h"
-#include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/database.h"
 
@@ -122,33 +122,23 @@ void print_group(const std::string &name, unsigned mask, std::FILE *out, GetMode
     });
 }
 
-int print_argument(const std::string &name, unsigned mask, std::FILE *out, GetMode mode)
-{
-    const Node node = name.empty() ? Node() : hdfDB.find(name);
-    if (!node) {
-        reply_value(out, name, API_E_PARAM_NOT_FOUND);
-        return 1;
-    }
-    if (!node.first_child())
-        return print_param_to_out(name, mask, out, mode).result;
-    print_group(name, mask, out, mode);
-    return 0;
-}
-
 int do_command_get(unsigned mask, const Args &argv, std::FILE *out, GetMode mode)
 {
     int result = 0;
-    for (const std::string &name : argv) {
+    const auto group = [&](const std::string &name) { print_group(name, mask, out, mode); };
+    const auto api = [&](const std::string &name) {
+        return print_param_to_out(name, mask, out, mode).result;
+    };
+    for (const std::string &name : argv) { // one at a time: each is timed
         const Stopwatch watch;
-        if (print_argument(name, mask, out, mode) != 0)
-            result = 1;
+        result |= visit_setting(name, out, group, api);
         if (timing_is_on())
             qv_log_print(kLogDebug, "  get: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
                          name.c_str());
     }
     if (argv.empty()) {
         const Stopwatch watch;
-        print_group("", mask, out, mode);
+        group("");
         if (timing_is_on())
             qv_log_print(kLogDebug, "  get: [%lu.%03lus]\n", watch.seconds(), watch.milliseconds());
     }
@@ -204,21 +194,12 @@ int command_getd(unsigned mask, Args &argv, std::FILE *out)
 
 int command_introspect(unsigned mask, Args &argv, std::FILE *out)
 {
-    int result = 0;
-    for (const std::string &name : argv) {
-        const Node node = name.empty() ? Node() : hdfDB.find(name);
-        if (!node) {
-            reply_value(out, name, API_E_PARAM_NOT_FOUND);
-            result = 1;
-        } else if (node.first_child()) {
-            introspect_group(name, mask, out);
-        } else {
-            introspect_param(name, mask, out);
-        }
-    }
-    if (argv.empty())
-        introspect_group("", mask, out);
-    return result;
+    const auto group = [&](const std::string &name) { introspect_group(name, mask, out); };
+    const auto api = [&](const std::string &name) {
+        introspect_param(name, mask, out);
+        return 0;
+    };
+    return for_each_setting(argv, out, group, api);
 }
 
 const CommandRecord getRecord = {
