@@ -1,5 +1,7 @@
 """Presets and profiles on the shipped model."""
 
+import random
+
 import pytest
 
 from appliance import Reply
@@ -97,3 +99,30 @@ def test_storing_a_preset_whole(box):
     assert f"{ENCODER}=3210000" in box.read("/etc/presets/preset2").replace(" = ", "=")
     box.restart()
     assert f"Preset.2.{ENCODER}=3210000" in box.command("preset.get 2").lines
+
+
+def test_kills_leave_whole_files(box):
+    """Each file holds one of the two states that are stored in turn, or the import's, which is the first."""
+    files = ("/etc/profiles/fast.hdf", "/etc/presets/preset2")
+    store = ["profile.save fast VideoEncoder.Configuration", "preset.set 2", "preset.save 2"]
+    states = []
+    turns = []
+    for rate in (5000000, 1000000):
+        turn = [f"set {ENCODER}={rate}", *store]
+        box.talk(turn)
+        states.append({name: box.read(name) for name in files})
+        if not turns:
+            box.talk("preset.export /tmp/presets.hdf")
+        turns += [*turn, "preset.import /tmp/presets.hdf"]
+    assert states[0] != states[1]
+    lines = "".join(f"{line}\n" for line in ["kill 0 0", *turns * 200])
+    draw = random.Random(6)
+    for _ in range(20):
+        connection = box.connect(greeting=lines)
+        connection.read_lines(draw.randrange(20, 200))
+        box.kill()
+        for name in files:
+            assert box.read(name) in [state[name] for state in states], name
+        box.start(level=1)
+        assert "Error loading" not in box.log()
+        assert "Profile.fast.name=fast" in box.command("profile.list").lines
