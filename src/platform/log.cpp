@@ -105,7 +105,7 @@ void write_line(int priority, std::string_view text)
         write_all(log.file.get(), line);
 }
 
-void print_formatted(int priority, const char *format, va_list args)
+__attribute__((format(printf, 2, 0))) void print_formatted(int priority, const char *format, va_list args)
 {
     std::array<char, 1024> small;
     va_list again;
