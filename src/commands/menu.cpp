@@ -128,7 +128,7 @@ int menu_firstrun(unsigned mask, Args &argv, std::FILE *out)
 int menu_reload(unsigned, Args &, std::FILE *)
 {
     menu_unload_db_file();
-    const FileName file = menu_get_db_filename();
+    const FileName &file = menu_get_db_filename();
     menu_load_db_file(file);
     qv_log_print(kLogInfo, "Reloading menu DB with %s\n", file.text.c_str());
     return 0;

@@ -102,7 +102,7 @@ int user_add(unsigned, Args &argv, std::FILE *out)
 // The unescaped password, when the user file can hold it.
 std::optional<std::string> new_password(const std::string &argument, const std::string &name, std::FILE *out)
 {
-    const std::optional<std::string> password = url_unescape(argument);
+    std::optional<std::string> password = url_unescape(argument);
     const char *error = password ? user_passwd_error(*password) : API_E_INVALID_PASSWORD_CHARACTER;
     if (!error)
         return password;

@@ -12,8 +12,8 @@
 namespace qvcd {
 
 namespace {
-constexpr std::size_t kReadBytes = 16 * 1024;
-constexpr std::size_t kKeepBytes = 256 * 1024; // larger buffers are given back after use
+constexpr std::size_t kReadBytes = std::size_t{16} << 10;
+constexpr std::size_t kKeepBytes = std::size_t{256} << 10; // larger buffers are given back after use
 } // namespace
 
 ServerConnection::ServerConnection(int socket, std::chrono::milliseconds send_patience)

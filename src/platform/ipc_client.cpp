@@ -64,7 +64,7 @@ std::FILE *open_stream(Fd fd, const char *mode)
     auto cookie = std::make_unique<Fd>(std::move(fd));
     std::FILE *stream = ::fopencookie(cookie.get(), mode, {&receive, &transmit, nullptr, &close_descriptor});
     if (stream)
-        cookie.release(); // the stream's now
+        static_cast<void>(cookie.release()); // the stream's now
     return stream;
 }
 

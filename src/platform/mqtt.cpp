@@ -337,10 +337,9 @@ void MqttClient::State::hand_over()
 
 void MqttClient::State::publish_one(const Message &message)
 {
-    std::array<char, 256> host{};
-    if (::gethostname(host.data(), host.size() - 1) != 0 || host[0] == '\0')
-        std::strcpy(host.data(), "localhost");
-    const std::string topic = config.prefix + "/" + host.data() + "/" + message.event;
+    std::array<char, 256> name{};
+    const bool named = ::gethostname(name.data(), name.size() - 1) == 0 && name[0] != '\0';
+    const std::string topic = config.prefix + "/" + (named ? name.data() : "localhost") + "/" + message.event;
     // A lost connection is no failure here: the library keeps the message and sends it after the next
     // connect.
     const int rc =

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-struct _hdf; // ClearSilver's node: only tree.cpp and hdf_file.cpp know more
+struct _hdf; // NOLINT: ClearSilver's node, under its own name; only tree.cpp and hdf_file.cpp know more
 
 namespace qvcd {
 
