@@ -49,12 +49,6 @@ LoginName split_login_name(std::string_view name)
     return {text.substr(user, text.find(':', user) - user), text.substr(0, colon)};
 }
 
-// A prefix ends up as an address in replies of one line each.
-bool is_one_line(std::string_view text)
-{
-    return std::ranges::none_of(text, [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; });
-}
-
 std::string session_name(int n)
 {
     return "Session." + std::to_string(n);

@@ -13,9 +13,9 @@ void set_command_door(CommandDoor door)
     the_door = door;
 }
 
-int run_command(unsigned mask, std::string_view name, Args args, std::FILE *out)
+int run_command(Request &request, std::string_view name, Args args, std::FILE *out)
 {
-    return the_door ? the_door(mask, name, std::move(args), out) : 1;
+    return the_door ? the_door(request, name, std::move(args), out) : 1;
 }
 
 } // namespace qvcd

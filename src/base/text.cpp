@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +50,17 @@ std::tm local_time(const Timecode &code)
     local.tm_sec = c_int(code.second);
     local.tm_isdst = -1;
     return local;
+}
+
+bool is_one_line(std::string_view text)
+{
+    return std::ranges::none_of(text, is_control);
+}
+
+std::string one_line(std::string text)
+{
+    std::ranges::replace_if(text, is_control, ' ');
+    return text;
 }
 
 std::string to_short_name(std::string_view text)

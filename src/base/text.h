@@ -28,6 +28,18 @@ std::optional<Timecode> parse_timecode(std::string_view text);
 /// The timecode as a broken-down local time; the C library decides about daylight saving.
 std::tm local_time(const Timecode &code);
 
+/// True for a byte that no value and no line of a reply holds: below 0x20, or 0x7f.
+inline bool is_control(char c)
+{
+    return (c >= 0 && c < ' ') || c == '\x7f';
+}
+
+/// True when the text holds no such byte.
+bool is_one_line(std::string_view text);
+
+/// The text with a blank in place of each such byte.
+std::string one_line(std::string text);
+
 /// Keeps ASCII letters, digits and "_", turns blanks into "_", drops the rest.
 std::string to_short_name(std::string_view text);
 

@@ -5,11 +5,10 @@
 #include "base/notify.h"
 #include "base/reply.h"
 #include "base/text.h"
+#include "commands/targets.h"
 #include "funcs/apply_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
-#include "store/database.h"
-#include "store/flags.h"
 
 #include <unistd.h>
 
@@ -23,7 +22,6 @@ constexpr std::size_t kMaxNamesOfCommand = 10;
 // One distinct action and the APIs that asked for it.
 struct CachedCommand {
     std::string command;
-    int count = 0;
     std::vector<std::string> names;
 };
 using ApplyCache = std::vector<CachedCommand>;
@@ -31,7 +29,6 @@ using ApplyCache = std::vector<CachedCommand>;
 void note_api(CachedCommand &entry, const std::string &api)
 {
     meta_set(api, "noapp", "0");
-    ++entry.count;
     if (entry.names.size() < kMaxNamesOfCommand)
         entry.names.push_back(api);
 }
@@ -48,7 +45,7 @@ void cache_command(ApplyCache &cache, const std::string &command, const std::str
     if (cache.size() == kMaxCachedCommands)
         return; // the API stays unapplied
     qv_log_print(kLogDebug, "  add to cache %zu [%s]\n", cache.size(), command.c_str());
-    note_api(cache.emplace_back(CachedCommand{command, 0, {}}), api);
+    note_api(cache.emplace_back(CachedCommand{command, {}}), api);
 }
 
 // "apply2" of the API itself, then the inherited "apply", cut at commas.
@@ -68,9 +65,9 @@ std::vector<std::string> commands_of(const std::string &api)
 }
 
 // Gathers the actions of one API; 1 when the caller may not apply it.
-int apply_param(unsigned mask, const std::string &api, ApplyCache &cache, std::FILE *out)
+int apply_param(Request &request, const std::string &api, ApplyCache &cache, std::FILE *out)
 {
-    if ((mask & meta_get_perm(api) & kApplyBits) == 0)
+    if ((request.mask & meta_get_perm(api) & kApplyBits) == 0)
         return 1;
     if (api.find("__d") != std::string::npos)
         return 0;
@@ -87,30 +84,11 @@ int apply_param(unsigned mask, const std::string &api, ApplyCache &cache, std::F
     return 0;
 }
 
-// Gathers what a name stands for. The refusal of the very API that was named counts, of one below a group
-// not.
-int gather(unsigned mask, const std::string &name, ApplyCache &cache, std::FILE *out)
-{
-    const Node node = metaDB.find(name);
-    if (!node) {
-        reply_value(out, name, API_E_PARAM_NOT_FOUND);
-        return 1;
-    }
-    if (!node.first_child())
-        return apply_param(mask, name, cache, out);
-    int result = 0;
-    for (const std::string &api : flagged_apis(node, name, flag_apply_pending)) {
-        if (apply_param(mask, api, cache, out) != 0 && api == name)
-            result = 1;
-    }
-    return result;
-}
-
-void run_cached(const ApplyCache &cache, std::FILE *out)
+void run_cached(Request &request, const ApplyCache &cache, std::FILE *out)
 {
     for (const CachedCommand &entry : cache) {
         int result = 0;
-        afuncmap_apply_direct("apply", entry.names.front(), entry.command, result);
+        afuncmap_apply_direct(request, "apply", entry.names.front(), entry.command, result);
         if (result != 0) {
             reply_value(out, entry.names.front(), API_E_APPLY_FAILED);
             qv_log_print(kLogWarning, "Can not apply %s\n", entry.names.front().c_str());
@@ -123,15 +101,13 @@ void run_cached(const ApplyCache &cache, std::FILE *out)
 
 } // namespace
 
-int command_apply(unsigned mask, Args &argv, std::FILE *out)
+int command_apply(Request &request, Args &argv, std::FILE *out)
 {
     ApplyCache cache;
-    int result = 0;
-    for (const std::string &name : argv)
-        result |= gather(mask, name, cache, out);
-    if (argv.empty())
-        gather(mask, "", cache, out);
-    run_cached(cache, out);
+    const int result = for_each_flagged(argv, out, flag_apply_pending, [&](const std::string &api) {
+        return apply_param(request, api, cache, out);
+    });
+    run_cached(request, cache, out);
     flush_file_systems();
     return result;
 }

@@ -8,7 +8,7 @@ extern const CommandRecord applyRecord;
 
 /// Runs the apply actions of the named APIs and groups, or of everything, where a change waits to be applied;
 /// each distinct action once. Lets go of the command lock while an action runs.
-int command_apply(unsigned mask, Args &argv, std::FILE *out);
+int command_apply(Request &request, Args &argv, std::FILE *out);
 
 /// sync(2), with the command lock let go.
 void flush_file_systems();

@@ -9,26 +9,26 @@ namespace qvcd {
 namespace {
 
 // One API: 1 when the caller may not read it.
-int browse_param(unsigned mask, const std::string &api, std::FILE *out)
+int browse_param(Request &request, const std::string &api, std::FILE *out)
 {
     MetaApi meta(api);
-    if ((mask & meta.perm() & kReadBits) == 0)
+    if ((request.mask & meta.perm() & kReadBits) == 0)
         return 1;
-    if ((mask & kLevel0Bits) != 0 || !meta.is_true("private"))
+    if ((request.mask & kLevel0Bits) != 0 || !meta.is_true("private"))
         reply_value(out, api, "leaf");
     return 0;
 }
 
-int command_browse(unsigned mask, Args &argv, std::FILE *out)
+int command_browse(Request &request, Args &argv, std::FILE *out)
 {
     const auto group = [&](const std::string &name) {
         hdfutils_traverse_tree(hdfDB.find(name), name, hdfutils_check_endnode,
                                [&](Node leaf, const std::string &parent) {
-                                   browse_param(mask, join_name(parent, leaf.name()), out);
+                                   browse_param(request, join_name(parent, leaf.name()), out);
                                });
     };
     return for_each_setting(argv, out, group,
-                            [&](const std::string &api) { return browse_param(mask, api, out); });
+                            [&](const std::string &api) { return browse_param(request, api, out); });
 }
 
 } // namespace

@@ -7,12 +7,11 @@
 #include "commands/save.h"
 #include "commands/script_hook.h"
 #include "commands/set.h"
+#include "commands/targets.h"
 #include "funcs/add_remove_map.h"
 #include "funcs/read_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
-#include "store/database.h"
-#include "store/flags.h"
 
 namespace qvcd {
 
@@ -21,37 +20,20 @@ namespace {
 constexpr char kPostRevertScript[] = "/usr/share/qvcontrol/post_revert_script";
 
 // 1 when the caller may not write the API or the system does not tell its value.
-int revert_param(unsigned mask, const std::string &api, std::FILE *out)
+int revert_param(Request &request, const std::string &api, std::FILE *out)
 {
-    if ((mask & meta_get_perm(api) & kWriteBits) == 0)
+    if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
         return 1;
-    std::string value;
-    if (!rfuncmap_read(api, value) || !metaDB.find(api)) // it may have been deleted while the reader waited
+    const std::optional<std::string> value = rfuncmap_read(request, api);
+    if (!value || !metaDB.find(api)) // it may have been deleted while the reader waited
         return 1;
-    hdfDB.set(api, value);
+    hdfDB.set(api, *value);
     meta_set(api, "mod", "0");
     meta_set(api, "noapp", "0");
-    reply_value(out, api, value);
+    reply_value(out, api, *value);
     qv_log_print(kLogNotice, "Revert %s=%s\n", api.c_str(),
-                 meta_is_password(api) ? kHiddenPassword : value.c_str());
+                 meta_is_password(api) ? kHiddenPassword : value->c_str());
     return 0;
-}
-
-int revert_argument(unsigned mask, const std::string &name, std::FILE *out)
-{
-    const Node node = metaDB.find(name);
-    if (!node) {
-        reply_value(out, name, API_E_PARAM_NOT_FOUND);
-        return 1;
-    }
-    if (!node.first_child())
-        return name.empty() ? 0 : revert_param(mask, name, out);
-    int result = 0;
-    for (const std::string &api : flagged_apis(node, name, flag_modified_or_unapplied)) {
-        if (revert_param(mask, api, out) != 0 && api == name)
-            result = 1;
-    }
-    return result;
 }
 
 Args names_of(const Args &argv)
@@ -62,13 +44,13 @@ Args names_of(const Args &argv)
     return names;
 }
 
-int command_modify(unsigned mask, Args &argv, std::FILE *out)
+int command_modify(Request &request, Args &argv, std::FILE *out)
 {
-    const int set = command_sets(mask, argv, out);
+    const int set = command_sets(request, argv, out);
     Args names = names_of(argv);
     if (set == 0)
-        return command_save(mask, names, out) == 0 ? 0 : 1;
-    command_revert(mask, names, out);
+        return command_save(request, names, out) == 0 ? 0 : 1;
+    command_revert(request, names, out);
     return 1;
 }
 
@@ -94,18 +76,18 @@ std::optional<Member> parse_member(const Args &argv, const char *attribute)
     return Member{words[0], cut(*value, kMaxValueBytes), *file, *function};
 }
 
-int command_add(unsigned, Args &argv, std::FILE *out)
+int command_add(Request &request, Args &argv, std::FILE *out)
 {
     const auto member = parse_member(argv, "add");
-    return member ? addfuncmap_add(member->file, member->api, member->value, out) : 0;
+    return member ? addfuncmap_add(request, member->file, member->api, member->value, out) : 0;
 }
 
-int command_remove(unsigned, Args &argv, std::FILE *out)
+int command_remove(Request &request, Args &argv, std::FILE *out)
 {
     const auto member = parse_member(argv, "remove");
     if (!member)
         return 0;
-    const int result = removefuncmap_remove(member->file, member->api, member->value, out);
+    const int result = removefuncmap_remove(request, member->file, member->api, member->value, out);
     qv_log_print(kLogInfo, "Remove %s from %s using %s func\n", member->value.c_str(), member->api.c_str(),
                  member->function.c_str());
     return result;
@@ -113,25 +95,23 @@ int command_remove(unsigned, Args &argv, std::FILE *out)
 
 } // namespace
 
-int command_revert(unsigned mask, Args &argv, std::FILE *out)
+int command_revert(Request &request, Args &argv, std::FILE *out)
 {
-    int result = 0;
-    for (const std::string &name : argv)
-        result |= revert_argument(mask, name, out);
-    if (argv.empty())
-        revert_argument(mask, "", out);
+    const int result = for_each_flagged(argv, out, flag_modified_or_unapplied, [&](const std::string &api) {
+        return revert_param(request, api, out);
+    });
     if (result == 0)
         cmd_script_hook(kPostRevertScript, argv);
     return result;
 }
 
-int command_update(unsigned mask, Args &argv, std::FILE *out)
+int command_update(Request &request, Args &argv, std::FILE *out)
 {
-    const int set = command_set(mask, argv, out);
+    const int set = command_set(request, argv, out);
     Args names = names_of(argv);
     if (set == 0)
-        return command_save(mask, names, out) == 0 && command_apply(mask, names, out) == 0 ? 0 : 1;
-    command_revert(mask, names, out);
+        return command_save(request, names, out) == 0 && command_apply(request, names, out) == 0 ? 0 : 1;
+    command_revert(request, names, out);
     return 1;
 }
 

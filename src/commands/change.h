@@ -14,9 +14,9 @@ extern const CommandRecord removeRecord;
 
 /// Reads changed APIs back from the system; without a name, or with one empty name, all of them. May let go
 /// of the command lock.
-int command_revert(unsigned mask, Args &argv, std::FILE *out);
+int command_revert(Request &request, Args &argv, std::FILE *out);
 
 /// set, save and apply of "name=value" arguments; when the set fails, revert.
-int command_update(unsigned mask, Args &argv, std::FILE *out);
+int command_update(Request &request, Args &argv, std::FILE *out);
 
 } // namespace qvcd

@@ -105,10 +105,11 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out)
     if (!lock.held())
         return 1;
     log_line(number, line);
-    const std::size_t row = cmd_find_row(line.command);
-    if (row == 0)
+    Request request(mask);
+    const CommandRecord &record = cmd_find(line.command);
+    if (&record == cmd_map().front().record)
         qv_log_print(kLogError, "Invalid command: %s\n", line.command.c_str());
-    const int result = cmd_map()[row].record->handler(mask, line.argv, out);
+    const int result = record.handler(request, line.argv, out);
     if (timing_is_on())
         qv_log_print(kLogInfo, "       %d: tot: [%s] [%lu.%03lus]\n", number, line.command.c_str(),
                      watch.seconds(), watch.milliseconds());

@@ -22,10 +22,9 @@
 #include "commands/set.h"
 #include "commands/undefined.h"
 #include "commands/user.h"
-#include "funcs/func_map.h"
 #include "platform/log.h"
 
-#include <map>
+#include <algorithm>
 
 namespace qvcd {
 
@@ -45,28 +44,9 @@ constexpr CommandRow cmdMap[] = {
     {0, &deleteRecord},
 };
 
-NameIndex cmdMapHDF;
-std::map<const CommandRecord *, NameIndex> sub_maps; // of the records that have sub-commands
-
-void subcmd_create_menumap_hdf(const CommandRecord &record)
+int run_by_name(Request &request, std::string_view name, Args args, std::FILE *out)
 {
-    NameIndex &map = sub_maps[&record];
-    map.create();
-    int number = 0;
-    for (const SubCommand &sub : record.sub_commands)
-        map.add(sub.name, number++);
-    qv_log_print(kLogTrace, "cmd %s created with %d sub functions\n", record.name, number);
-}
-
-void subcmd_destroy_menumap_hdf(const CommandRecord &record)
-{
-    if (sub_maps.erase(&record))
-        qv_log_print(kLogTrace, "cmd %s cleanup\n", record.name);
-}
-
-int run_by_name(unsigned mask, std::string_view name, Args args, std::FILE *out)
-{
-    return cmdMap[cmd_find_row(name)].record->handler(mask, args, out);
+    return cmd_find(name).handler(request, args, out);
 }
 
 } // namespace
@@ -78,45 +58,30 @@ std::span<const CommandRow> cmd_map()
 
 int cmd_create_cmdmap_hdf()
 {
-    cmdMapHDF.create();
     set_command_door(run_by_name);
-    int number = 0;
     for (const CommandRow &row : cmdMap) {
-        const CommandRecord &record = *row.record;
-        qv_log_print(kLogTrace, "adding %s to cmdmap %d\n", record.name, number);
-        cmdMapHDF.add(record.name, number++);
-        if (record.init) {
-            qv_log_print(kLogTrace, "calling init for %s\n", record.name);
-            record.init();
-        }
-        if (!record.sub_commands.empty())
-            subcmd_create_menumap_hdf(record);
+        if (row.record->init)
+            row.record->init();
     }
-    qv_log_print(kLogTrace, "cmd map created with %d functions\n", number);
+    qv_log_print(kLogTrace, "cmd map created with %zu functions\n", std::size(cmdMap));
     return 0;
 }
 
 int cmd_destroy_cmdmap_hdf()
 {
     for (const CommandRow &row : cmdMap) {
-        subcmd_destroy_menumap_hdf(*row.record);
         if (row.record->exit)
             row.record->exit();
     }
     set_command_door(nullptr);
-    cmdMapHDF.destroy();
     return 0;
 }
 
-std::size_t cmd_find_row(std::string_view name)
+const CommandRecord &cmd_find(std::string_view name)
 {
-    return cmdMapHDF.row(name);
-}
-
-std::size_t subcmd_find_row(const CommandRecord &record, std::string_view name)
-{
-    const auto map = sub_maps.find(&record);
-    return map == sub_maps.end() ? 0 : map->second.row(name);
+    const auto *row = std::ranges::find(
+        cmdMap, name, [](const CommandRow &r) -> std::string_view { return r.record->name; });
+    return *(row == std::end(cmdMap) ? cmdMap : row)->record;
 }
 
 } // namespace qvcd

@@ -1,21 +1,21 @@
 #include "commands/command.h"
 
+#include "base/lookup.h"
 #include "base/reply.h"
-#include "commands/cmd_table.h"
 #include "store/meta.h"
 
 namespace qvcd {
 
-int run_subcommand(const CommandRecord &record, unsigned mask, Args &argv, std::FILE *out, SubResult keep)
+int run_subcommand(const CommandRecord &record, Request &request, Args &argv, std::FILE *out, SubResult keep)
 {
-    if ((mask & kLevel1Bits) == 0)
+    if ((request.mask & kLevel1Bits) == 0)
         return 0;
     if (argv.empty() || argv.front() == "help") {
         subcmd_help(record, out);
         return 0;
     }
-    const SubCommand &row = record.sub_commands[subcmd_find_row(record, argv.front())];
-    const int result = row.handler(mask, argv, out);
+    const SubCommand &row = row_or_first(record.sub_commands, argv.front());
+    const int result = row.handler(request, argv, out);
     return keep == SubResult::hand_on ? result : 0;
 }
 

@@ -32,7 +32,7 @@ enum class SubResult { zero, hand_on };
 
 /// The common way of commands with sub-commands: without a level-1 bit in the mask nothing happens; no
 /// sub-command or "help" prints the list; an unknown word runs the first row.
-int run_subcommand(const CommandRecord &record, unsigned mask, Args &argv, std::FILE *out, SubResult keep);
+int run_subcommand(const CommandRecord &record, Request &request, Args &argv, std::FILE *out, SubResult keep);
 
 /// "<name>: This menu" and one line a sub-command.
 void subcmd_help(const CommandRecord &record, std::FILE *out);

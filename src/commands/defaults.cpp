@@ -11,7 +11,6 @@
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/database.h"
-#include "store/flags.h"
 
 namespace qvcd {
 
@@ -21,19 +20,17 @@ constexpr char kPreDefaultScript[] = "/usr/share/qvcontrol/pre_default_script";
 constexpr char kPostDefaultScript[] = "/usr/share/qvcontrol/post_default_script";
 constexpr char hide_password[] = "*****";
 
-using PrintStep = void (*)(unsigned mask, const std::string &api, std::FILE *out);
-
-void print_flag(unsigned mask, const std::string &api, std::FILE *out)
+void print_flag(Request &request, const std::string &api, std::FILE *out)
 {
     const auto value = hdfDB.get(api);
-    if (value && !meta_is_hidden(mask, api) && (mask & meta_get_perm(api) & kReadBits) != 0)
+    if (value && !meta_is_hidden(request.mask, api) && (request.mask & meta_get_perm(api) & kReadBits) != 0)
         reply_value(out, api, *value);
 }
 
-void print_default(unsigned mask, const std::string &api, std::FILE *out)
+void print_default(Request &request, const std::string &api, std::FILE *out)
 {
     const auto value = hdfDB.get(api);
-    if (!value || api.find("__") != std::string::npos || meta_is_hidden(mask, api))
+    if (!value || api.find("__") != std::string::npos || meta_is_hidden(request.mask, api))
         return;
     const auto fallback = meta_get_this_level(api, "default");
     if (!fallback || *fallback == *value)
@@ -42,52 +39,49 @@ void print_default(unsigned mask, const std::string &api, std::FILE *out)
     reply_printf(out, "%s=%s (%s)\n", api.c_str(), shown.c_str(), fallback->c_str());
 }
 
-using Search = std::vector<std::string> (*)(Node node, std::string_view name, Classifier classify);
-
-int check_flag(unsigned mask, const Args &argv, std::FILE *out, Search search, Classifier classify,
-               PrintStep print)
+int check_flag(Request &request, const Args &argv, std::FILE *out, Classifier flag)
 {
-    const auto walk = [&](Node node, const std::string &name) {
-        for (const std::string &api : search(node, name, classify))
-            print(mask, api, out);
-    };
-    for (const std::string &name : argv) {
-        if (const Node node = metaDB.find(name))
-            walk(node, name);
-        else
-            reply_value(out, name, API_E_PARAM_NOT_FOUND);
-    }
-    if (argv.empty())
-        walk(metaDB.root(), "");
+    for_each_flagged(argv, out, flag, [&](const std::string &api) {
+        print_flag(request, api, out);
+        return 0;
+    });
     return 0;
 }
 
-int command_check_modified(unsigned mask, Args &argv, std::FILE *out)
+int command_check_modified(Request &request, Args &argv, std::FILE *out)
 {
-    return check_flag(mask, argv, out, flagged_apis, flag_modified, print_flag);
+    return check_flag(request, argv, out, flag_modified);
 }
 
-int command_check_applied(unsigned mask, Args &argv, std::FILE *out)
+int command_check_applied(Request &request, Args &argv, std::FILE *out)
 {
-    return check_flag(mask, argv, out, flagged_apis, flag_apply_pending, print_flag);
+    return check_flag(request, argv, out, flag_apply_pending);
 }
 
-int command_check_default(unsigned mask, Args &argv, std::FILE *out)
+int command_check_default(Request &request, Args &argv, std::FILE *out)
 {
-    return check_flag(mask, argv, out, hdfutils_parent_names, meta_has_default, print_default);
+    const auto group = [&](const std::string &name) {
+        for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, meta_has_default))
+            print_default(request, api, out);
+    };
+    for_each_setting(argv, out, group, [&](const std::string &api) {
+        print_default(request, api, out);
+        return 0;
+    });
+    return 0;
 }
 
-int restore_param_to_default(unsigned mask, const std::string &api, std::FILE *out)
+int restore_param_to_default(Request &request, const std::string &api, std::FILE *out)
 {
     const unsigned perm = meta_get_perm(api);
-    if ((mask & perm & kWriteBits) == 0)
+    if ((request.mask & perm & kWriteBits) == 0)
         return 1;
     const auto fallback = meta_get_this_level(api, "default");
     if (meta_is_true(api, "dynamic") || !fallback || hdfDB.get(api) == *fallback)
         return 0;
     hdfDB.set(api, *fallback);
     meta_set(api, "mod", "1");
-    if ((mask & perm & kApplyBits) != 0 && meta_get(api, "apply"))
+    if ((request.mask & perm & kApplyBits) != 0 && meta_get(api, "apply"))
         meta_set(api, "noapp", "1");
     reply_value(out, api, *fallback);
     qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(),
@@ -95,10 +89,10 @@ int restore_param_to_default(unsigned mask, const std::string &api, std::FILE *o
     return 0;
 }
 
-void restore_group(unsigned mask, const std::string &name, std::FILE *out)
+void restore_group(Request &request, const std::string &name, std::FILE *out)
 {
     for (const std::string &api : hdfutils_names(hdfDB.find(name), name, hdfutils_check_endnode))
-        restore_param_to_default(mask, api, out);
+        restore_param_to_default(request, api, out);
 }
 
 const Args network_settings = {"Network.hostname", "Network.Interfaces", "Services.Zeroconf",
@@ -131,7 +125,7 @@ const FactoryScope *find_scope(const std::string &word)
     return nullptr;
 }
 
-int command_factory(unsigned mask, Args &argv, std::FILE *out)
+int command_factory(Request &request, Args &argv, std::FILE *out)
 {
     const FactoryScope *scope = find_scope(argv.empty() ? "all" : argv.front());
     if (!scope) {
@@ -140,24 +134,24 @@ int command_factory(unsigned mask, Args &argv, std::FILE *out)
     }
     cmd_script_hook(kPreDefaultScript, argv);
     Args names = *scope->defaults;
-    command_default(mask, names, out);
+    command_default(request, names, out);
     if (scope->kept) {
         Args kept = *scope->kept;
-        command_revert(mask, kept, out);
+        command_revert(request, kept, out);
     }
     Args users = default_settings;
-    command_user(mask, users, out);
+    command_user(request, users, out);
     cmd_script_hook(kPostDefaultScript, argv);
     return 0;
 }
 
-int command_reload(unsigned, Args &argv, std::FILE *out)
+int command_reload(Request &request, Args &argv, std::FILE *out)
 {
     for (const std::string &argument : argv) {
         const std::string name = cut(argument, kMaxNameBytes);
         const Node node = name.empty() ? Node() : metaDB.find(name);
         if (node.first_child()) {
-            hdfdb_populate(name);
+            hdfdb_populate(request, name);
             reply_line(out, name);
         } else {
             reply_value(out, name, API_E_PARAM_NOT_FOUND);
@@ -165,16 +159,16 @@ int command_reload(unsigned, Args &argv, std::FILE *out)
         }
     }
     if (argv.empty())
-        hdfdb_populate();
+        hdfdb_populate(request);
     return 0;
 }
 
 } // namespace
 
-int command_default(unsigned mask, Args &argv, std::FILE *out)
+int command_default(Request &request, Args &argv, std::FILE *out)
 {
-    const auto group = [&](const std::string &name) { restore_group(mask, name, out); };
-    const auto api = [&](const std::string &name) { return restore_param_to_default(mask, name, out); };
+    const auto group = [&](const std::string &name) { restore_group(request, name, out); };
+    const auto api = [&](const std::string &name) { return restore_param_to_default(request, name, out); };
     return for_each_setting(argv, out, group, api);
 }
 

@@ -14,6 +14,6 @@ extern const CommandRecord factoryResetRecord;
 extern const CommandRecord reloadRecord;
 
 /// Puts APIs back to their defaults in the settings tree and raises their flags; saves and applies nothing.
-int command_default(unsigned mask, Args &argv, std::FILE *out);
+int command_default(Request &request, Args &argv, std::FILE *out);
 
 } // namespace qvcd

@@ -38,7 +38,7 @@ ExportMode export_mode(int number)
 
 class Export {
   public:
-    Export(unsigned mask, ExportMode mode) : mask_(mask), mode_(mode) {}
+    Export(Request &request, ExportMode mode) : request_(request), mode_(mode) {}
 
     void argument(const std::string &name, std::FILE *out);
     void group(Node node, const std::string &name);
@@ -48,7 +48,7 @@ class Export {
     bool goes_out(const std::string &api, bool password, bool dynamic) const;
     void setting(const std::string &api);
 
-    unsigned mask_;
+    Request &request_;
     ExportMode mode_;
     Tree document_ = Tree::make();
     bool secret_ = false; // the document holds a password
@@ -57,16 +57,19 @@ class Export {
 bool Export::goes_out(const std::string &api, bool password, bool dynamic) const
 {
     const unsigned perm = meta_get_perm(api);
-    return (mask_ & perm & kReadBits) != 0 && ((perm & kUserWriteBits) != 0 || mode_.read_only) &&
-           !meta_is_hidden(mask_, api) && (!password || mode_.passwords) && (!dynamic || mode_.dynamic);
+    return (request_.mask & perm & kReadBits) != 0 && ((perm & kUserWriteBits) != 0 || mode_.read_only) &&
+           !meta_is_hidden(request_.mask, api) && (!password || mode_.passwords) &&
+           (!dynamic || mode_.dynamic);
 }
 
 // The tree holds no value of a dynamic API: a document with its placeholder would set that when it is
 // imported.
-std::string exported_value(const std::string &api, bool dynamic)
+std::string exported_value(Request &request, const std::string &api, bool dynamic)
 {
-    std::string value;
-    return dynamic && rfuncmap_read(api, value) ? value : hdfDB.get_or(api, "");
+    std::optional<std::string> live;
+    if (dynamic)
+        live = rfuncmap_read(request, api);
+    return live ? std::move(*live) : hdfDB.get_or(api, "");
 }
 
 void Export::setting(const std::string &api)
@@ -75,7 +78,7 @@ void Export::setting(const std::string &api)
     const bool dynamic = meta_is_true(api, "dynamic");
     if (!goes_out(api, password, dynamic))
         return;
-    const std::string value = url_escape(exported_value(api, dynamic));
+    const std::string value = url_escape(exported_value(request_, api, dynamic));
     document_.set(api, value);
     secret_ |= password;
     if (qv_log_wants(kLogTrace))
@@ -114,17 +117,16 @@ bool Export::write(const std::string &target, std::FILE *out) const
 
 } // namespace
 
-int command_export(unsigned mask, Args &argv, std::FILE *out)
+int command_export(Request &request, Args &argv, std::FILE *out)
 {
     const std::string target = argv.empty() ? kStream : argv[0];
     const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
     qv_log_print(kLogInfo, "export_file: %s export_mode: %d\n", target.c_str(), mode);
-    Export document(mask, export_mode(mode));
+    Export document(request, export_mode(mode));
     for (std::size_t i = 2; i < argv.size(); ++i)
         document.argument(argv[i], out);
     if (argv.size() <= 2)
         document.group(hdfDB.root(), "");
-    rfuncmap_clear_cache();
     if (!document.write(target, out)) {
         reply_printf(out, "##can not write %s#\n", target.c_str());
         return 1;

@@ -26,14 +26,14 @@ struct GetPlan {
     std::optional<std::string> link;
 };
 
-GetPlan plan_get(unsigned mask, std::string_view api, GetMode mode)
+GetPlan plan_get(Request &request, std::string_view api, GetMode mode)
 {
     MetaApi meta(api);
     GetPlan plan;
-    plan.refused = (mask & meta.perm() & kReadBits) == 0;
+    plan.refused = (request.mask & meta.perm() & kReadBits) == 0;
     if (plan.refused)
         return plan;
-    plan.hidden = (mask & kLevel0Bits) == 0 && meta.is_true("private");
+    plan.hidden = (request.mask & kLevel0Bits) == 0 && meta.is_true("private");
     plan.dynamic = meta.is_true("dynamic");
     const auto type = meta.own("type");
     plan.password = type && type->find("password") != std::string_view::npos;
@@ -48,11 +48,12 @@ GetPlan plan_get(unsigned mask, std::string_view api, GetMode mode)
     return plan;
 }
 
-std::string current_value(const std::string &api, const GetPlan &plan)
+std::string current_value(Request &request, const std::string &api, const GetPlan &plan)
 {
-    std::string value;
-    if (plan.dynamic)
-        return rfuncmap_read(api, value) ? value : plan.fallback.value_or("");
+    if (plan.dynamic) {
+        std::optional<std::string> live = rfuncmap_read(request, api);
+        return live ? std::move(*live) : plan.fallback.value_or("");
+    }
     if (plan.link) {
         if (const Node linked = hdfDB.find(*plan.link))
             return std::string(linked.text());
@@ -60,8 +61,8 @@ std::string current_value(const std::string &api, const GetPlan &plan)
     return hdfDB.get_or(api, "");
 }
 
-void print_value(GetMode mode, const std::string &api, const std::string &value, const GetPlan &plan,
-                 std::FILE *out)
+void print_value(Request &request, GetMode mode, const std::string &api, const std::string &value,
+                 const GetPlan &plan, std::FILE *out)
 {
     switch (mode) {
     case GetMode::value:
@@ -69,7 +70,7 @@ void print_value(GetMode mode, const std::string &api, const std::string &value,
         break;
     case GetMode::introspection:
         reply_value(out, api, value);
-        ifuncmap_introspect("", api, false, out);
+        ifuncmap_introspect(request, "", api, false, out);
         break;
     case GetMode::value_only:
         reply_line(out, value);
@@ -92,29 +93,29 @@ struct Printed {
 };
 
 // One API. Defaults are printed as they are, values of passwords are not.
-Printed print_param_to_out(const std::string &api, unsigned mask, std::FILE *out, GetMode mode)
+Printed print_param_to_out(const std::string &api, Request &request, std::FILE *out, GetMode mode)
 {
-    const GetPlan plan = plan_get(mask, api, mode);
+    const GetPlan plan = plan_get(request, api, mode);
     if (plan.refused)
         return {1, AfterVisit::unchanged};
     if (plan.hidden)
         return {};
-    std::string value = current_value(api, plan);
+    std::string value = current_value(request, api, plan);
     if (plan.password && value.size() > 1)
         value = kHiddenPassword;
-    print_value(mode, api, value, plan, out);
+    print_value(request, mode, api, value, plan, out);
     // Only readers change the tree or let go of the command lock.
     const bool read = plan.dynamic || mode == GetMode::introspection;
     return {0, read ? AfterVisit::maybe_changed : AfterVisit::unchanged};
 }
 
 // Every API below a group, or below the root. Refusals are silent.
-void print_group(const std::string &name, unsigned mask, std::FILE *out, GetMode mode)
+void print_group(const std::string &name, Request &request, std::FILE *out, GetMode mode)
 {
     const bool timed = timing_is_on() && qv_log_wants(kLogTrace);
     hdfutils_visit_leaves(hdfDB, name, [&](const std::string &api) {
         const Stopwatch watch;
-        const AfterVisit after = print_param_to_out(api, mask, out, mode).tree;
+        const AfterVisit after = print_param_to_out(api, request, out, mode).tree;
         if (timed)
             qv_log_print(kLogTrace, "    get param: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
                          api.c_str());
@@ -122,12 +123,12 @@ void print_group(const std::string &name, unsigned mask, std::FILE *out, GetMode
     });
 }
 
-int do_command_get(unsigned mask, const Args &argv, std::FILE *out, GetMode mode)
+int do_command_get(Request &request, const Args &argv, std::FILE *out, GetMode mode)
 {
     int result = 0;
-    const auto group = [&](const std::string &name) { print_group(name, mask, out, mode); };
+    const auto group = [&](const std::string &name) { print_group(name, request, out, mode); };
     const auto api = [&](const std::string &name) {
-        return print_param_to_out(name, mask, out, mode).result;
+        return print_param_to_out(name, request, out, mode).result;
     };
     for (const std::string &name : argv) { // one at a time: each is timed
         const Stopwatch watch;
@@ -142,37 +143,36 @@ int do_command_get(unsigned mask, const Args &argv, std::FILE *out, GetMode mode
         if (timing_is_on())
             qv_log_print(kLogDebug, "  get: [%lu.%03lus]\n", watch.seconds(), watch.milliseconds());
     }
-    rfuncmap_clear_cache();
     return result;
 }
 
-int command_geti(unsigned mask, Args &argv, std::FILE *out)
+int command_geti(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_get(mask, argv, out, GetMode::introspection);
+    return do_command_get(request, argv, out, GetMode::introspection);
 }
 
-int command_getv(unsigned mask, Args &argv, std::FILE *out)
+int command_getv(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_get(mask, argv, out, GetMode::value_only);
+    return do_command_get(request, argv, out, GetMode::value_only);
 }
 
-int command_getdv(unsigned mask, Args &argv, std::FILE *out)
+int command_getdv(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_get(mask, argv, out, GetMode::fallback_only);
+    return do_command_get(request, argv, out, GetMode::fallback_only);
 }
 
-void introspect_param(const std::string &api, unsigned mask, std::FILE *out)
+void introspect_param(const std::string &api, Request &request, std::FILE *out)
 {
-    if (!meta_is_hidden(mask, api))
-        ifuncmap_introspect("", api, false, out);
+    if (!meta_is_hidden(request.mask, api))
+        ifuncmap_introspect(request, "", api, false, out);
 }
 
-void introspect_group(const std::string &name, unsigned mask, std::FILE *out)
+void introspect_group(const std::string &name, Request &request, std::FILE *out)
 {
     const bool timed = timing_is_on() && qv_log_wants(kLogTrace);
     hdfutils_visit_leaves(hdfDB, name, [&](const std::string &api) {
         const Stopwatch watch;
-        introspect_param(api, mask, out);
+        introspect_param(api, request, out);
         if (timed)
             qv_log_print(kLogTrace, "    introspect param: [%lu.%03lus] %s\n", watch.seconds(),
                          watch.milliseconds(), api.c_str());
@@ -182,21 +182,21 @@ void introspect_group(const std::string &name, unsigned mask, std::FILE *out)
 
 } // namespace
 
-int command_get(unsigned mask, Args &argv, std::FILE *out)
+int command_get(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_get(mask, argv, out, GetMode::value);
+    return do_command_get(request, argv, out, GetMode::value);
 }
 
-int command_getd(unsigned mask, Args &argv, std::FILE *out)
+int command_getd(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_get(mask, argv, out, GetMode::fallback);
+    return do_command_get(request, argv, out, GetMode::fallback);
 }
 
-int command_introspect(unsigned mask, Args &argv, std::FILE *out)
+int command_introspect(Request &request, Args &argv, std::FILE *out)
 {
-    const auto group = [&](const std::string &name) { introspect_group(name, mask, out); };
+    const auto group = [&](const std::string &name) { introspect_group(name, request, out); };
     const auto api = [&](const std::string &name) {
-        introspect_param(name, mask, out);
+        introspect_param(name, request, out);
         return 0;
     };
     return for_each_setting(argv, out, group, api);

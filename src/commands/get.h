@@ -11,8 +11,8 @@ extern const CommandRecord getdRecord;
 extern const CommandRecord getdvRecord;
 extern const CommandRecord introspectRecord;
 
-int command_get(unsigned mask, Args &argv, std::FILE *out);
-int command_getd(unsigned mask, Args &argv, std::FILE *out);
-int command_introspect(unsigned mask, Args &argv, std::FILE *out);
+int command_get(Request &request, Args &argv, std::FILE *out);
+int command_getd(Request &request, Args &argv, std::FILE *out);
+int command_introspect(Request &request, Args &argv, std::FILE *out);
 
 } // namespace qvcd

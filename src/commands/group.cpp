@@ -8,10 +8,10 @@ namespace qvcd {
 
 namespace {
 
-int group_list(unsigned mask, Args &argv, std::FILE *out);
-int group_add(unsigned mask, Args &argv, std::FILE *out);
-int group_rem(unsigned mask, Args &argv, std::FILE *out);
-int command_group(unsigned mask, Args &argv, std::FILE *out);
+int group_list(Request &request, Args &argv, std::FILE *out);
+int group_add(Request &request, Args &argv, std::FILE *out);
+int group_rem(Request &request, Args &argv, std::FILE *out);
+int command_group(Request &request, Args &argv, std::FILE *out);
 
 constexpr SubCommand kSubCommands[] = {
     {"list", group_list, "List all groups"},
@@ -38,25 +38,25 @@ const CommandRecord groupRecord = {
 
 namespace {
 
-int command_group(unsigned mask, Args &argv, std::FILE *out)
+int command_group(Request &request, Args &argv, std::FILE *out)
 {
-    return run_subcommand(groupRecord, mask, argv, out, SubResult::zero);
+    return run_subcommand(groupRecord, request, argv, out, SubResult::zero);
 }
 
-int group_list(unsigned, Args &, std::FILE *out)
+int group_list(Request &, Args &, std::FILE *out)
 {
     if (out)
         hdfutils_dump(groupDB.root(), "", out);
     return 0;
 }
 
-int group_add(unsigned, Args &, std::FILE *out)
+int group_add(Request &, Args &, std::FILE *out)
 {
     reply_line(out, "##group add currently not supported#");
     return 0;
 }
 
-int group_rem(unsigned, Args &, std::FILE *out)
+int group_rem(Request &, Args &, std::FILE *out)
 {
     reply_line(out, "##group rem currently not supported#");
     return 0;

@@ -11,10 +11,10 @@ namespace qvcd {
 
 namespace {
 
-int command_help(unsigned mask, Args &argv, std::FILE *out);
-int cmd_help_cmd(unsigned mask, Args &argv, std::FILE *out);
-int cmd_help_api(unsigned mask, Args &argv, std::FILE *out);
-int cmd_help_apihdf(unsigned mask, Args &argv, std::FILE *out);
+int command_help(Request &request, Args &argv, std::FILE *out);
+int cmd_help_cmd(Request &request, Args &argv, std::FILE *out);
+int cmd_help_api(Request &request, Args &argv, std::FILE *out);
+int cmd_help_apihdf(Request &request, Args &argv, std::FILE *out);
 
 constexpr SubCommand kSubCommands[] = {
     {"cmd", cmd_help_cmd, "Command help"},
@@ -66,9 +66,9 @@ const CommandRecord helpRecord = {
 
 namespace {
 
-int command_help(unsigned mask, Args &argv, std::FILE *out)
+int command_help(Request &request, Args &argv, std::FILE *out)
 {
-    return run_subcommand(helpRecord, mask, argv, out, SubResult::zero);
+    return run_subcommand(helpRecord, request, argv, out, SubResult::zero);
 }
 
 void print_cmd_help(const CommandRecord &record, std::FILE *out)
@@ -88,11 +88,11 @@ void print_cmd_help(const CommandRecord &record, std::FILE *out)
         reply_printf(out, "%s%s.%s - %s\n", kPrefix, record.name, sub.name, sub.description);
 }
 
-int cmd_help_cmd(unsigned mask, Args &argv, std::FILE *out)
+int cmd_help_cmd(Request &request, Args &argv, std::FILE *out)
 {
     const std::string wanted = argv.size() > 1 ? argv[1] : "";
     for (const CommandRow &row : cmd_map()) {
-        if (!row.listed && (mask & kLevel0Bits) == 0)
+        if (!row.listed && (request.mask & kLevel0Bits) == 0)
             continue;
         const CommandRecord &record = *row.record;
         if (argv.size() <= 1) {
@@ -110,7 +110,8 @@ int cmd_help_cmd(unsigned mask, Args &argv, std::FILE *out)
 // Which texts are chosen and how each is printed.
 struct ApiHelp {
     Classifier choose;
-    void (*print)(const std::string &api, std::string_view leaf, const std::string &text, std::FILE *out);
+    void (*print)(Request &request, const std::string &api, std::string_view leaf, const std::string &text,
+                  std::FILE *out);
 };
 
 Walk visit_leaf(Node node, bool chosen)
@@ -139,21 +140,23 @@ void print_permission(const std::string &api, std::FILE *out)
     reply_text(out, "\n");
 }
 
-void print_api(const std::string &api, std::string_view, const std::string &text, std::FILE *out)
+void print_api(Request &request, const std::string &api, std::string_view, const std::string &text,
+               std::FILE *out)
 {
     reply_printf(out, "\nNAME    %s\n", api.c_str());
     reply_printf(out, "\n%s\n", text.c_str());
     reply_text(out, "\nACCESS TYPE\n");
     print_permission(api, out);
     reply_text(out, "\nVALID OPTIONS\n");
-    ifuncmap_introspect(kPrefix, api, true, out);
+    ifuncmap_introspect(request, kPrefix, api, true, out);
     reply_text(out, "\n");
     if (const Node desc = metaDB.find(api + ".desc"))
         reply_printf(out, "\nDESCRIPTION\n\t%s\n", std::string(desc.text()).c_str());
     reply_text(out, "\n\n");
 }
 
-void print_apihdf(const std::string &api, std::string_view leaf, const std::string &text, std::FILE *out)
+void print_apihdf(Request &, const std::string &api, std::string_view leaf, const std::string &text,
+                  std::FILE *out)
 {
     if (leaf == "help" || leaf == "desc")
         reply_value(out, join_name(api, leaf), text);
@@ -162,9 +165,9 @@ void print_apihdf(const std::string &api, std::string_view leaf, const std::stri
 constexpr ApiHelp kReadable = {is_help, print_api};
 constexpr ApiHelp kAsHdf = {is_help_or_desc, print_apihdf};
 
-bool may_see(unsigned mask, const std::string &api)
+bool may_see(Request &request, const std::string &api)
 {
-    return (mask & meta_get_perm(api) & kReadBits) != 0 && !meta_is_hidden(mask, api);
+    return (request.mask & meta_get_perm(api) & kReadBits) != 0 && !meta_is_hidden(request.mask, api);
 }
 
 std::string last_component(const std::string &name)
@@ -172,22 +175,22 @@ std::string last_component(const std::string &name)
     return name.substr(name.rfind('.') + 1); // npos + 1 is 0
 }
 
-void print_text(unsigned mask, const std::string &leaf, const std::string &api, const ApiHelp &how,
+void print_text(Request &request, const std::string &leaf, const std::string &api, const ApiHelp &how,
                 std::FILE *out)
 {
     const Node node = metaDB.find(leaf);
-    if (node && may_see(mask, api))
-        how.print(api, last_component(leaf), std::string(node.text()), out);
+    if (node && may_see(request, api))
+        how.print(request, api, last_component(leaf), std::string(node.text()), out);
 }
 
 // By name: the description of a live value may let go of the command lock.
-void print_group(unsigned mask, Node node, const std::string &name, const ApiHelp &how, std::FILE *out)
+void print_group(Request &request, Node node, const std::string &name, const ApiHelp &how, std::FILE *out)
 {
     for (const std::string &leaf : hdfutils_names(node, name, how.choose))
-        print_text(mask, leaf, meta_get_parent(leaf).value_or(""), how, out);
+        print_text(request, leaf, meta_get_parent(leaf).value_or(""), how, out);
 }
 
-int do_cmd_help_api(unsigned mask, const Args &argv, const ApiHelp &how, std::FILE *out)
+int do_cmd_help_api(Request &request, const Args &argv, const ApiHelp &how, std::FILE *out)
 {
     // The sub-command's own word is looked up like the others: an API may have that name.
     for (const std::string &name : argv) {
@@ -195,24 +198,23 @@ int do_cmd_help_api(unsigned mask, const Args &argv, const ApiHelp &how, std::FI
         if (!node)
             continue;
         if (node.first_child())
-            print_group(mask, node, name, how, out);
+            print_group(request, node, name, how, out);
         else
-            print_text(mask, name, name, how, out); // a text that was named is shown under its own name
+            print_text(request, name, name, how, out); // a text that was named is shown under its own name
     }
     if (argv.size() <= 1)
-        print_group(mask, metaDB.root(), "", how, out);
-    rfuncmap_clear_cache();
+        print_group(request, metaDB.root(), "", how, out);
     return 0;
 }
 
-int cmd_help_api(unsigned mask, Args &argv, std::FILE *out)
+int cmd_help_api(Request &request, Args &argv, std::FILE *out)
 {
-    return do_cmd_help_api(mask, argv, kReadable, out);
+    return do_cmd_help_api(request, argv, kReadable, out);
 }
 
-int cmd_help_apihdf(unsigned mask, Args &argv, std::FILE *out)
+int cmd_help_apihdf(Request &request, Args &argv, std::FILE *out)
 {
-    return do_cmd_help_api(mask, argv, kAsHdf, out);
+    return do_cmd_help_api(request, argv, kAsHdf, out);
 }
 
 } // namespace

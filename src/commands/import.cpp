@@ -54,43 +54,43 @@ void log_setting(const char *what, const std::string &api, const std::string &va
 
 // Clients know the reply to a value that is not valid: "default" does not find an API named "name=value". The
 // API keeps its value.
-void refuse_value(unsigned mask, const std::string &api, const std::string &escaped, std::FILE *out)
+void refuse_value(Request &request, const std::string &api, const std::string &escaped, std::FILE *out)
 {
     Args argument = {cut(api + "=" + escaped, kMaxValueBytes)};
-    command_default(mask, argument, out);
+    command_default(request, argument, out);
     log_setting("import default", api, escaped);
 }
 
-void import_setting(unsigned mask, const std::string &api, const std::string &escaped, SetMode mode,
+void import_setting(Request &request, const std::string &api, const std::string &escaped, SetMode mode,
                     std::FILE *out)
 {
-    if ((mask & meta_get_perm(api) & kWriteBits) == 0)
+    if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
         return;
     const auto value = url_unescape(escaped);
     if (!value || cfuncmap_check(api, cut(*value, kMaxValueBytes)))
-        return refuse_value(mask, api, escaped, out);
+        return refuse_value(request, api, escaped, out);
     if (meta_get(api, "type") == "timecode")
         return log_setting("ignore", api, escaped);
     // Not by the set commands: they cut the escaped text, which may be three times as long as the value.
     if (hdfDB.get(api))
-        set_param(mask, api, url_escape(cut(*value, kMaxValueBytes)), out, mode);
+        set_param(request, api, url_escape(cut(*value, kMaxValueBytes)), out, mode);
     else
         reply_value(out, api, API_E_PARAM_NOT_FOUND);
     log_setting("import", api, escaped);
 }
 
 // By name: what is set may be written through to the system, with the command lock let go.
-void import_settings(unsigned mask, const Tree &document, SetMode mode, std::FILE *out)
+void import_settings(Request &request, const Tree &document, SetMode mode, std::FILE *out)
 {
     for (const std::string &api : hdfutils_names(document.root(), "", hdfutils_check_endnode)) {
         if (const auto value = document.get(api))
-            import_setting(mask, api, std::string(*value), mode, out);
+            import_setting(request, api, std::string(*value), mode, out);
     }
 }
 
 } // namespace
 
-int command_import(unsigned mask, Args &argv, std::FILE *out)
+int command_import(Request &request, Args &argv, std::FILE *out)
 {
     const std::string file = argv.empty() ? kDefaultFile : argv[0];
     const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
@@ -100,7 +100,7 @@ int command_import(unsigned mask, Args &argv, std::FILE *out)
         return 1;
     }
     qv_log_print(kLogNotice, "Import file %s\n", file.c_str());
-    import_settings(mask, document, import_mode(mode), out);
+    import_settings(request, document, import_mode(mode), out);
     return 0;
 }
 

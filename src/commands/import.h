@@ -10,6 +10,6 @@ extern const CommandRecord importRecord;
 /// "/tmp/user_settings.hdf" without one) and the mode: 0 set, 1 sets, 2 seta, 3 without flags. The document
 /// is checked first (store/hdf_file.h, hdf_read_foreign_file). Returns 1, after an error line and with
 /// nothing set, when the file is missing, unreadable or empty. May let go of the command lock.
-int command_import(unsigned mask, Args &argv, std::FILE *out);
+int command_import(Request &request, Args &argv, std::FILE *out);
 
 } // namespace qvcd

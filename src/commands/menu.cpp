@@ -18,11 +18,11 @@ namespace qvcd {
 
 namespace {
 
-int command_menu(unsigned mask, Args &argv, std::FILE *out);
-int menu_get(unsigned mask, Args &argv, std::FILE *out);
-int menu_get_load(unsigned mask, Args &argv, std::FILE *out);
-int menu_firstrun(unsigned mask, Args &argv, std::FILE *out);
-int menu_reload(unsigned mask, Args &argv, std::FILE *out);
+int command_menu(Request &request, Args &argv, std::FILE *out);
+int menu_get(Request &request, Args &argv, std::FILE *out);
+int menu_get_load(Request &request, Args &argv, std::FILE *out);
+int menu_firstrun(Request &request, Args &argv, std::FILE *out);
+int menu_reload(Request &request, Args &argv, std::FILE *out);
 
 constexpr SubCommand kSubCommands[] = {
     {"get", menu_get, "Get the menu HDF"},
@@ -46,12 +46,12 @@ const CommandRecord menuRecord = {
 
 namespace {
 
-int command_menu(unsigned mask, Args &argv, std::FILE *out)
+int command_menu(Request &request, Args &argv, std::FILE *out)
 {
-    return run_subcommand(menuRecord, mask, argv, out, SubResult::zero);
+    return run_subcommand(menuRecord, request, argv, out, SubResult::zero);
 }
 
-int menu_get(unsigned, Args &argv, std::FILE *out)
+int menu_get(Request &, Args &argv, std::FILE *out)
 {
     const Node node = argv.size() > 1 ? menuDB.find(argv[1]) : menuDB.root();
     if (!node)
@@ -62,13 +62,13 @@ int menu_get(unsigned, Args &argv, std::FILE *out)
 }
 
 // The check's reply is for callers that have no session; others get the page alone.
-int check_session(unsigned mask, const std::string &number, std::FILE *out)
+int check_session(Request &request, const std::string &number, std::FILE *out)
 {
     Args session;
     if (!number.empty())
         session.push_back(number);
-    const int result = command_get_session(mask, session, nullptr);
-    return result == 0 ? 0 : command_get_session(mask, session, out);
+    const int result = command_get_session(request, session, nullptr);
+    return result == 0 ? 0 : command_get_session(request, session, out);
 }
 
 std::string page_key(const std::string &page, const char *key)
@@ -88,44 +88,44 @@ std::string load_list(const std::string &page)
 }
 
 // A list without names asks for nothing; the commands would take it for everything.
-void run_on_list(CommandHandler command, unsigned mask, std::string_view list, std::size_t &room,
+void run_on_list(CommandHandler command, Request &request, std::string_view list, std::size_t &room,
                  std::FILE *out)
 {
     Args names = split_words(list, kListSeparators);
     names.resize(std::min(names.size(), room));
     room -= names.size();
     if (!names.empty())
-        command(mask, names, out);
+        command(request, names, out);
 }
 
-int menu_get_load(unsigned mask, Args &argv, std::FILE *out)
+int menu_get_load(Request &request, Args &argv, std::FILE *out)
 {
     const std::string number = argv.size() > 1 ? argv[1] : "";
     const std::string page = argv.size() > 2 ? argv[2] : "";
-    if (const int result = check_session(mask, number, out))
+    if (const int result = check_session(request, number, out))
         return result;
     if (const auto external = menuDB.get(page_key(page, "external")))
         reply_value(out, page_key(page, "external"), *external);
     std::size_t room = kMaxPageNames;
-    run_on_list(command_get, mask, load_list(page), room, out);
-    run_on_list(command_introspect, mask, menuDB.get_or(page_key(page, "introspect"), ""), room, out);
-    reply_printf(out, "menu.stats=%d\n", hdfDB.get_int("Web.Configuration.show_pageload_stats", 0));
+    run_on_list(command_get, request, load_list(page), room, out);
+    run_on_list(command_introspect, request, menuDB.get_or(page_key(page, "introspect"), ""), room, out);
+    reply_printf(out, "menu.stats=%lld\n", hdfDB.get_int("Web.Configuration.show_pageload_stats", 0));
     reply_value(out, "user", session_get_user(c_int(number)).value_or(""));
     return 0;
 }
 
-int menu_firstrun(unsigned mask, Args &argv, std::FILE *out)
+int menu_firstrun(Request &request, Args &argv, std::FILE *out)
 {
     const bool first = argv.size() > 1 && c_int(argv[1]) == 1;
     menuDB.set("wizard.firstrun", first ? "1" : "0");
     Args change = {first ? "Web.Wizard.firstrun=1" : "Web.Wizard.firstrun=0"};
-    command_set(mask, change, out);
+    command_set(request, change, out);
     Args names = {"Web.Wizard.firstrun"};
-    command_save(mask, names, out);
+    command_save(request, names, out);
     return 0;
 }
 
-int menu_reload(unsigned, Args &, std::FILE *)
+int menu_reload(Request &, Args &, std::FILE *)
 {
     menu_unload_db_file();
     const FileName &file = menu_get_db_filename();

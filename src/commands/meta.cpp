@@ -22,7 +22,7 @@ void dump_api(const std::string &name, std::FILE *out)
     }
 }
 
-int meta_dump(unsigned, Args &argv, std::FILE *out)
+int meta_dump(Request &, Args &argv, std::FILE *out)
 {
     for (std::size_t i = 1; i < argv.size(); ++i)
         dump_api(argv[i], out);
@@ -36,12 +36,12 @@ constexpr SubCommand kMetaSubCommands[] = {
     {"dump", meta_dump, "Get the meta for an API"},
 };
 
-int command_meta(unsigned mask, Args &argv, std::FILE *out)
+int command_meta(Request &request, Args &argv, std::FILE *out)
 {
-    return run_subcommand(metaRecord, mask, argv, out, SubResult::zero);
+    return run_subcommand(metaRecord, request, argv, out, SubResult::zero);
 }
 
-int command_metav(unsigned, Args &argv, std::FILE *out)
+int command_metav(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2) {
         reply_printf(out, "%s: \"metav %s\"\n", API_E_INVALID_CMD, argv.empty() ? "" : argv.front().c_str());

@@ -20,20 +20,20 @@ namespace qvcd {
 
 namespace {
 
-int preset_show_current(unsigned mask, Args &argv, std::FILE *out);
-int preset_check(unsigned mask, Args &argv, std::FILE *out);
-int preset_load(unsigned mask, Args &argv, std::FILE *out);
-int preset_load_name(unsigned mask, Args &argv, std::FILE *out);
-int preset_load_apply(unsigned mask, Args &argv, std::FILE *out);
-int preset_load_apply_name(unsigned mask, Args &argv, std::FILE *out);
-int preset_store(unsigned mask, Args &argv, std::FILE *out);
-int preset_info(unsigned mask, Args &argv, std::FILE *out);
-int preset_get(unsigned mask, Args &argv, std::FILE *out);
-int preset_set(unsigned mask, Args &argv, std::FILE *out);
-int preset_save(unsigned mask, Args &argv, std::FILE *out);
-int preset_read(unsigned mask, Args &argv, std::FILE *out);
-int preset_import(unsigned mask, Args &argv, std::FILE *out);
-int preset_export(unsigned mask, Args &argv, std::FILE *out);
+int preset_show_current(Request &request, Args &argv, std::FILE *out);
+int preset_check(Request &request, Args &argv, std::FILE *out);
+int preset_load(Request &request, Args &argv, std::FILE *out);
+int preset_load_name(Request &request, Args &argv, std::FILE *out);
+int preset_load_apply(Request &request, Args &argv, std::FILE *out);
+int preset_load_apply_name(Request &request, Args &argv, std::FILE *out);
+int preset_store(Request &request, Args &argv, std::FILE *out);
+int preset_info(Request &request, Args &argv, std::FILE *out);
+int preset_get(Request &request, Args &argv, std::FILE *out);
+int preset_set(Request &request, Args &argv, std::FILE *out);
+int preset_save(Request &request, Args &argv, std::FILE *out);
+int preset_read(Request &request, Args &argv, std::FILE *out);
+int preset_import(Request &request, Args &argv, std::FILE *out);
+int preset_export(Request &request, Args &argv, std::FILE *out);
 
 constexpr SubCommand kSubCommands[] = {
     {"current", preset_show_current, "Get the current configuration"},
@@ -107,14 +107,14 @@ void print_current_preset(std::FILE *out)
                  presetDB.get_or(config + ".desc", kDefaultDescription), out);
 }
 
-int preset_show_current(unsigned, Args &, std::FILE *out)
+int preset_show_current(Request &, Args &, std::FILE *out)
 {
     for (const std::string &api : preset_settings)
         reply_value(out, api, hdfDB.get_or(api, kCanNotRead));
     return 0;
 }
 
-int preset_check(unsigned, Args &, std::FILE *out)
+int preset_check(Request &, Args &, std::FILE *out)
 {
     const Node preset = preset_node(preset_current());
     if (!preset)
@@ -147,34 +147,35 @@ std::vector<Setting> settings_of(Node preset)
 }
 
 // What the set command does, but that cuts the escaped text, which may be three times as long as the value.
-void set_whole(const Setting &setting, std::FILE *out)
+void set_whole(Request &internal, const Setting &setting, std::FILE *out)
 {
     if (hdfDB.get(setting.api))
-        set_param(kInternalMask, setting.api, url_escape(setting.value), out, SetMode::set);
+        set_param(internal, setting.api, url_escape(setting.value), out, SetMode::set);
     else
         reply_value(out, setting.api, API_E_PARAM_NOT_FOUND);
 }
 
-int load_number(int number, std::FILE *out)
+int load_number(Request &request, int number, std::FILE *out)
 {
     if (number > preset_max_num)
         return refuse(out, kInvalidNumber);
     const Node preset = preset_node(number);
     if (!preset)
         return refuse(out, kCanNotGetPreset);
+    Request internal = request.as(kInternalMask);
     for (const Setting &setting : settings_of(preset)) // copies: a set may let go of the command lock
-        set_whole(setting, out);
+        set_whole(internal, setting, out);
     if (number != preset_current() && !save_current_preset(number))
         return refuse(out, kCanNotSavePreset);
     return 0;
 }
 
-int preset_load(unsigned, Args &argv, std::FILE *out)
+int preset_load(Request &request, Args &argv, std::FILE *out)
 {
-    return load_number(number_argument(argv, preset_current()), out);
+    return load_number(request, number_argument(argv, preset_current()), out);
 }
 
-int preset_load_name(unsigned, Args &argv, std::FILE *out)
+int preset_load_name(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(out, "##Need to specify a preset name#");
@@ -185,40 +186,41 @@ int preset_load_name(unsigned, Args &argv, std::FILE *out)
             return refuse(out, kCanNotGetPreset);
         const std::string name = config.get_or("name", kDefaultMatchName);
         if (name == argv[1] || name == decoded)
-            return load_number(number, out);
+            return load_number(request, number, out);
     }
     return 1;
 }
 
 // Only the template's APIs, so none when there is no template; without names the commands would take all.
-int save_and_apply(std::FILE *out)
+int save_and_apply(Request &request, std::FILE *out)
 {
     if (preset_settings.empty())
         return 0;
     Args names = preset_settings;
+    Request internal = request.as(kInternalMask);
     qv_log_print(kLogDebug, "Saving presets\n");
-    if (const int result = command_save(kInternalMask, names, out))
+    if (const int result = command_save(internal, names, out))
         return result;
     qv_log_print(kLogDebug, "Applying presets\n");
-    return command_apply(kInternalMask, names, out);
+    return command_apply(internal, names, out);
 }
 
-int preset_load_apply(unsigned mask, Args &argv, std::FILE *out)
+int preset_load_apply(Request &request, Args &argv, std::FILE *out)
 {
-    const int result = preset_load(mask, argv, out);
-    return result ? result : save_and_apply(out);
+    const int result = preset_load(request, argv, out);
+    return result ? result : save_and_apply(request, out);
 }
 
-int preset_load_apply_name(unsigned mask, Args &argv, std::FILE *out)
+int preset_load_apply_name(Request &request, Args &argv, std::FILE *out)
 {
-    preset_load_name(mask, argv, out);
-    return save_and_apply(out);
+    preset_load_name(request, argv, out);
+    return save_and_apply(request, out);
 }
 
-int preset_store(unsigned mask, Args &argv, std::FILE *out)
+int preset_store(Request &request, Args &argv, std::FILE *out)
 {
-    preset_set(mask, argv, out);
-    preset_save(mask, argv, out);
+    preset_set(request, argv, out);
+    preset_save(request, argv, out);
     return 0;
 }
 
@@ -247,19 +249,19 @@ int dump_presets(int number, std::string_view part, std::FILE *out)
     return 0;
 }
 
-int preset_info(unsigned, Args &argv, std::FILE *out)
+int preset_info(Request &, Args &argv, std::FILE *out)
 {
     return dump_presets(number_argument(argv, 0), "Config", out);
 }
 
-int preset_get(unsigned mask, Args &argv, std::FILE *out)
+int preset_get(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() > 1 && argv[1] == "current")
-        return preset_check(mask, argv, out);
+        return preset_check(request, argv, out);
     return dump_presets(number_argument(argv, 0), "", out);
 }
 
-int preset_set(unsigned, Args &argv, std::FILE *out)
+int preset_set(Request &, Args &argv, std::FILE *out)
 {
     const int number = number_argument(argv, preset_current());
     if (!can_have_file(number))
@@ -276,7 +278,7 @@ int preset_set(unsigned, Args &argv, std::FILE *out)
     return result;
 }
 
-int preset_save(unsigned, Args &argv, std::FILE *out)
+int preset_save(Request &, Args &argv, std::FILE *out)
 {
     const int number = number_argument(argv, preset_current());
     const Node preset = preset_node(number);
@@ -288,7 +290,7 @@ int preset_save(unsigned, Args &argv, std::FILE *out)
     return preset_write_file(number) ? 0 : refuse(out, kCanNotSavePreset);
 }
 
-int preset_read(unsigned, Args &argv, std::FILE *out)
+int preset_read(Request &, Args &argv, std::FILE *out)
 {
     const int number = number_argument(argv, preset_current());
     if (!can_have_file(number) || !preset_file_exists(number))
@@ -325,7 +327,7 @@ int rewrite_files(std::FILE *out)
     return 0;
 }
 
-int preset_import(unsigned, Args &argv, std::FILE *out)
+int preset_import(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(out, "##Need to specify an import file#");
@@ -344,7 +346,7 @@ int preset_import(unsigned, Args &argv, std::FILE *out)
     return rewrite_files(out);
 }
 
-int preset_export(unsigned, Args &argv, std::FILE *out)
+int preset_export(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2) {
         hdfutils_dump(presetDB.root(), "", out);
@@ -358,9 +360,9 @@ int preset_export(unsigned, Args &argv, std::FILE *out)
 
 } // namespace
 
-int command_preset(unsigned mask, Args &argv, std::FILE *out)
+int command_preset(Request &request, Args &argv, std::FILE *out)
 {
-    return run_subcommand(presetRecord, mask, argv, out, SubResult::zero);
+    return run_subcommand(presetRecord, request, argv, out, SubResult::zero);
 }
 
 } // namespace qvcd

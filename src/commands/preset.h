@@ -8,6 +8,6 @@ extern const CommandRecord presetRecord;
 
 /// Shows, compares, records and loads presets (commands/preset_store.h). Closes with 0 whatever the
 /// sub-command's result.
-int command_preset(unsigned mask, Args &argv, std::FILE *out);
+int command_preset(Request &request, Args &argv, std::FILE *out);
 
 } // namespace qvcd

@@ -107,7 +107,7 @@ int cmd_preset_exit()
 
 int preset_current()
 {
-    return presetDB.get_int(kCurrent, 0);
+    return static_cast<int>(std::clamp(presetDB.get_int(kCurrent, 0), 0LL, 1000000LL));
 }
 
 bool save_current_preset(int number)

@@ -27,13 +27,13 @@ namespace qvcd {
 
 namespace {
 
-int profile_list(unsigned mask, Args &argv, std::FILE *out);
-int profile_read(unsigned mask, Args &argv, std::FILE *out);
-int profile_load(unsigned mask, Args &argv, std::FILE *out);
-int profile_save(unsigned mask, Args &argv, std::FILE *out);
-int profile_copy(unsigned mask, Args &argv, std::FILE *out);
-int profile_remove(unsigned mask, Args &argv, std::FILE *out);
-int profile_reset(unsigned mask, Args &argv, std::FILE *out);
+int profile_list(Request &request, Args &argv, std::FILE *out);
+int profile_read(Request &request, Args &argv, std::FILE *out);
+int profile_load(Request &request, Args &argv, std::FILE *out);
+int profile_save(Request &request, Args &argv, std::FILE *out);
+int profile_copy(Request &request, Args &argv, std::FILE *out);
+int profile_remove(Request &request, Args &argv, std::FILE *out);
+int profile_reset(Request &request, Args &argv, std::FILE *out);
 int cmd_profile_init();
 int cmd_profile_exit();
 
@@ -149,7 +149,7 @@ int cmd_profile_exit()
     return 0;
 }
 
-int profile_list(unsigned, Args &argv, std::FILE *out)
+int profile_list(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2) {
         hdfutils_dump(profileDB.root(), "", out);
@@ -172,12 +172,12 @@ bool is_shown(const std::string &api)
     return *dynamic != "true" && !meta.is_true("private");
 }
 
-int profile_read(unsigned mask, Args &argv, std::FILE *out)
+int profile_read(Request &request, Args &argv, std::FILE *out)
 {
     const std::optional<std::string> name = argument_or_current(argv, 1);
     if (!name || *name == kDefaultProfile) {
         Args everything;
-        command_getd(mask, everything, out);
+        command_getd(request, everything, out);
         return 0;
     }
     if (!is_profile_name(*name))
@@ -196,7 +196,7 @@ int profile_read(unsigned mask, Args &argv, std::FILE *out)
     return 0;
 }
 
-int profile_load(unsigned mask, Args &argv, std::FILE *out)
+int profile_load(Request &request, Args &argv, std::FILE *out)
 {
     const std::optional<std::string> name = argument_or_current(argv, 1);
     if (!name)
@@ -205,10 +205,11 @@ int profile_load(unsigned mask, Args &argv, std::FILE *out)
         return refuse(out, error_invalid_arguments);
     if (profile_exists(*name) != 0)
         return refuse(out, error_profile_not_found);
-    Args everything = {""};
-    command_revert(kInternalMask, everything, out);
+    Args everything;
+    Request internal = request.as(kInternalMask);
+    command_revert(internal, everything, out);
     Args import = {profile_file(*name)};
-    if (command_import(mask, import, out) != 0)
+    if (command_import(request, import, out) != 0)
         return refuse(out, error_loading_profile);
     reply_name(out, *name, *name);
     return 0;
@@ -222,7 +223,7 @@ std::string group_of_save(const Args &argv)
     return cut(argv[2] + ".name", kMaxValueBytes);
 }
 
-int profile_save(unsigned mask, Args &argv, std::FILE *out)
+int profile_save(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2 || !is_profile_name(argv[1]))
         return refuse(out, error_invalid_arguments);
@@ -233,7 +234,7 @@ int profile_save(unsigned mask, Args &argv, std::FILE *out)
     Args exported = {profile_file(name), kExportEverything};
     if (argv.size() > 2 && !argv[2].empty())
         exported.insert(exported.end(), argv.begin() + 2, argv.end());
-    if (const int result = command_export(mask, exported, out))
+    if (const int result = command_export(request, exported, out))
         return result;
     enter(name, group);
     reply_name(out, name, name);
@@ -259,7 +260,7 @@ bool copy_profile_file(const std::string &from, const std::string &to)
 }
 
 // The first one's file goes onto the second one's, whatever the synopsis calls them.
-int profile_copy(unsigned, Args &argv, std::FILE *out)
+int profile_copy(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2 || !is_profile_name(argv[1]))
         return refuse(out, error_invalid_arguments);
@@ -284,14 +285,14 @@ bool remove_profile_file(const std::string &name)
     return false;
 }
 
-void select_default(unsigned mask, std::FILE *out)
+void select_default(Request &request, std::FILE *out)
 {
     profileDB.set("Profile.current", kDefaultProfile);
     Args selection = {std::string(kCurrentProfileApi) + "=" + kDefaultProfile};
-    command_update(mask, selection, out);
+    command_update(request, selection, out);
 }
 
-int profile_remove(unsigned mask, Args &argv, std::FILE *out)
+int profile_remove(Request &request, Args &argv, std::FILE *out)
 {
     const std::optional<std::string> name = argument_or_current(argv, 1);
     if (name == kDefaultProfile)
@@ -305,13 +306,13 @@ int profile_remove(unsigned mask, Args &argv, std::FILE *out)
     profiledb_remove(*name);
     const bool was_current = get_current_profile() == name;
     if (was_current)
-        select_default(mask, out);
+        select_default(request, out);
     const std::string now = was_current ? kDefaultProfile : *name;
     reply_name(out, now, now);
     return 0;
 }
 
-int profile_reset(unsigned, Args &, std::FILE *)
+int profile_reset(Request &, Args &, std::FILE *)
 {
     profile_remove_files();
     return profiledb_load();
@@ -319,12 +320,12 @@ int profile_reset(unsigned, Args &, std::FILE *)
 
 } // namespace
 
-int command_profile(unsigned mask, Args &argv, std::FILE *out)
+int command_profile(Request &request, Args &argv, std::FILE *out)
 {
-    return run_subcommand(profileRecord, mask, argv, out, SubResult::hand_on);
+    return run_subcommand(profileRecord, request, argv, out, SubResult::hand_on);
 }
 
-int load_profile()
+int load_profile(Request &request)
 {
     const std::optional<std::string> name = get_current_profile();
     if (!name)
@@ -332,12 +333,13 @@ int load_profile()
     if (profile_exists(*name) != 0)
         return 1;
     Args import = {profile_file(*name), kImportAsModified};
-    command_import(kInternalMask, import, nullptr);
+    Request internal = request.as(kInternalMask);
+    command_import(internal, import, nullptr);
     // A profile holds the selection of the time when it was saved.
     Args selection = {kSelection};
-    command_revert(kInternalMask, selection, nullptr);
+    command_revert(internal, selection, nullptr);
     Args everything;
-    command_save(kInternalMask, everything, nullptr);
+    command_save(internal, everything, nullptr);
     profileDB.set("Profile.current", *name);
     return 0;
 }

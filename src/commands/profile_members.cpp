@@ -57,9 +57,10 @@ Args save_arguments(const std::string &short_name, const Selection &selection)
     return args;
 }
 
-int run_profile(Args args, std::FILE *out)
+int run_profile(Request &request, Args args, std::FILE *out)
 {
-    return command_profile(kInternalMask, args, out);
+    Request internal = request.as(kInternalMask);
+    return command_profile(internal, args, out);
 }
 
 // The name of the first API whose setting is another than the profile's.
@@ -95,13 +96,14 @@ bool is_in_force(const std::string &profile_name)
 
 } // namespace
 
-int profile_addfunc(std::string_view file, std::string_view api, std::string_view text, std::FILE *)
+int profile_addfunc(Request &request, std::string_view file, std::string_view api, std::string_view text,
+                    std::FILE *)
 {
     const Selection selection = selection_of(file, api);
     const std::string description(text);
     const std::string short_name = to_short_name(text);
     if (profile_exists(short_name) == 0)
-        run_profile({"remove", short_name}, nullptr);
+        run_profile(request, {"remove", short_name}, nullptr);
     const Args save = save_arguments(short_name, selection);
     qv_log_print(kLogDebug, "profile add func: param=%s value=%s\n", selection.name.c_str(),
                  description.c_str());
@@ -110,32 +112,31 @@ int profile_addfunc(std::string_view file, std::string_view api, std::string_vie
     const std::string old_name = hdfDB.get_or(selection.name, "");
     const std::string old_desc = hdfDB.get_or(selection.desc, "");
     selection.set(short_name, description);
-    if (run_profile(save, nullptr) == 0)
+    if (run_profile(request, save, nullptr) == 0)
         return 0;
     qv_log_print(kLogError, "Error executing profile command\n");
     selection.set(old_name, old_desc);
     return 1;
 }
 
-int profile_removefunc(std::string_view file, std::string_view api, std::string_view profile, std::FILE *out)
+int profile_removefunc(Request &request, std::string_view file, std::string_view api,
+                       std::string_view profile, std::FILE *out)
 {
     const Selection selection = selection_of(file, api);
     const std::string name(profile);
     qv_log_print(kLogInfo, "profile remove func: param=%s value=%s\n", selection.name.c_str(), name.c_str());
-    if (run_profile({"remove", name}, out) != 0)
+    if (run_profile(request, {"remove", name}, out) != 0)
         qv_log_print(kLogError, "Error executing profile command");
     if (hdfDB.get(selection.name) == name)
         selection.set("", "");
     return 0;
 }
 
-bool profile_rfunc(const char *file, const char *attr, std::string &out, bool cached)
+std::optional<std::string> profile_rfunc(Request &request, const char *file, const char *attr)
 {
-    std::string stored;
-    quoted_rfunc(file, attr, stored, cached);
+    const std::string stored = quoted_rfunc(request, file, attr).value_or("");
     const std::string profile_name = to_short_name(stored);
-    out = !profile_name.empty() && is_in_force(profile_name) ? stored : PROFILE_CUSTOM;
-    return true;
+    return !profile_name.empty() && is_in_force(profile_name) ? stored : PROFILE_CUSTOM;
 }
 
 } // namespace qvcd

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "base/request.h"
+
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,12 +18,14 @@ inline constexpr char PROFILE_CUSTOM[] = "custom";
 /// Stores the settings that the API's "add" attribute names as a profile, and selects it; `text` becomes its
 /// description and, shortened, its name. Contract: funcs/add_remove_map.h. 0, or 1 when it cannot be stored:
 /// the selection is then as before. Prints nothing.
-int profile_addfunc(std::string_view file, std::string_view api, std::string_view text, std::FILE *out);
+int profile_addfunc(Request &request, std::string_view file, std::string_view api, std::string_view text,
+                    std::FILE *out);
 
 /// Removes a profile; the selected one leaves an empty selection. Returns 0.
-int profile_removefunc(std::string_view file, std::string_view api, std::string_view profile, std::FILE *out);
+int profile_removefunc(Request &request, std::string_view file, std::string_view api,
+                       std::string_view profile, std::FILE *out);
 
 /// The profile in force: the selection as it is stored, or PROFILE_CUSTOM. Contract: funcs/read_map.h.
-bool profile_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> profile_rfunc(Request &request, const char *file, const char *attr);
 
 } // namespace qvcd

@@ -6,6 +6,7 @@
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/apply.h"
+#include "commands/targets.h"
 #include "funcs/working_copies.h"
 #include "funcs/write_functions.h"
 #include "funcs/write_map.h"
@@ -13,8 +14,6 @@
 #include "platform/fd.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
-#include "store/database.h"
-#include "store/flags.h"
 
 #include <array>
 #include <cstdlib>
@@ -43,7 +42,7 @@ struct CachedFile {
 
 class SaveContext {
   public:
-    SaveContext(unsigned mask, std::FILE *out) : mask_(mask), out_(out) {}
+    SaveContext(Request &request, std::FILE *out) : request_(request), out_(out) {}
     ~SaveContext()
     {
         for (const std::string &copy : copies_)
@@ -52,7 +51,6 @@ class SaveContext {
     SaveContext(const SaveContext &) = delete;
     SaveContext &operator=(const SaveContext &) = delete;
 
-    int save_argument(const std::string &name);
     int save_param(const std::string &api);
     int commit();
 
@@ -62,7 +60,7 @@ class SaveContext {
     void write_param(CachedFile &entry, const std::string &api, const std::string &value);
     int commit_file(const CachedFile &entry);
 
-    unsigned mask_;
+    Request &request_;
     std::FILE *out_;
     std::array<CachedFile, kMaxFiles + 1> files_; // the last one only ends the list
     std::vector<std::string> copies_;             // every working copy that was made
@@ -128,7 +126,7 @@ void SaveContext::write_param(CachedFile &entry, const std::string &api, const s
 
 int SaveContext::save_param(const std::string &api)
 {
-    if ((mask_ & meta_get_perm(api) & kWriteBits) == 0)
+    if ((request_.mask & meta_get_perm(api) & kWriteBits) == 0)
         return 1;
     const auto file = meta_get(api, "file");
     if (!file || !meta_get(api, "write"))
@@ -143,20 +141,6 @@ int SaveContext::save_param(const std::string &api)
     reply_value(out_, api, value);
     qv_log_print(kLogNotice, "Save %s=%s\n", api.c_str(), secret ? kHiddenPassword : value.c_str());
     notify_publish_on("save", api, value, secret ? Secret::yes : Secret::no);
-    return 0;
-}
-
-int SaveContext::save_argument(const std::string &name)
-{
-    const Node node = metaDB.find(name);
-    if (!node) {
-        reply_value(out_, name, API_E_PARAM_NOT_FOUND);
-        return 1;
-    }
-    if (!node.first_child())
-        return save_param(name);
-    for (const std::string &api : flagged_apis(node, name, flag_modified))
-        save_param(api);
     return 0;
 }
 
@@ -192,16 +176,16 @@ int SaveContext::commit()
 
 } // namespace
 
-int command_save(unsigned mask, Args &argv, std::FILE *out)
+int command_save(Request &request, Args &argv, std::FILE *out)
 {
     int result = 0;
     {
         const std::lock_guard lock(cmd_save_lock);
-        SaveContext context(mask, out);
-        for (const std::string &name : argv)
-            result |= context.save_argument(name);
-        if (argv.empty())
-            context.save_argument("");
+        SaveContext context(request, out);
+        result |= for_each_flagged(argv, out, flag_modified, [&](const std::string &api) {
+            context.save_param(api);
+            return 0;
+        });
         result |= context.commit();
     }
     flush_file_systems();

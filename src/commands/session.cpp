@@ -17,9 +17,9 @@ namespace qvcd {
 
 namespace {
 
-int command_login(unsigned mask, Args &argv, std::FILE *out);
-int command_logout(unsigned mask, Args &argv, std::FILE *out);
-int command_sessions(unsigned mask, Args &argv, std::FILE *out);
+int command_login(Request &request, Args &argv, std::FILE *out);
+int command_logout(Request &request, Args &argv, std::FILE *out);
+int command_sessions(Request &request, Args &argv, std::FILE *out);
 
 } // namespace
 
@@ -90,11 +90,11 @@ int refuse(const char *error, std::FILE *out)
     return 1;
 }
 
-int command_login(unsigned mask, Args &argv, std::FILE *out)
+int command_login(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(API_E_INVALID_CMD_ARGS, out);
-    if (!(mask & kLevel1Bits))
+    if (!(request.mask & kLevel1Bits))
         return 1;
     const std::optional<std::string> unescaped = url_unescape(argv[0]);
     const std::string name = unescaped.value_or(argv[0]);
@@ -114,13 +114,13 @@ int command_login(unsigned mask, Args &argv, std::FILE *out)
     return 0;
 }
 
-int command_logout(unsigned mask, Args &argv, std::FILE *out)
+int command_logout(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.empty()) {
         reply_printf(out, "%s: No session number\n", API_E_INVALID_CMD_ARGS);
         return 1;
     }
-    if (!(mask & kLevel1Bits))
+    if (!(request.mask & kLevel1Bits))
         return 1;
     const int n = c_int(argv[0]);
     if (n == 0 || session_logout(n) != 0) {
@@ -133,14 +133,14 @@ int command_logout(unsigned mask, Args &argv, std::FILE *out)
     return 0;
 }
 
-int command_sessions(unsigned mask, Args &, std::FILE *out)
+int command_sessions(Request &request, Args &, std::FILE *out)
 {
-    return mask & kLevel1Bits ? session_list(out) : 1;
+    return request.mask & kLevel1Bits ? session_list(out) : 1;
 }
 
 } // namespace
 
-int command_get_session(unsigned, Args &argv, std::FILE *out)
+int command_get_session(Request &, Args &argv, std::FILE *out)
 {
     if (disable_login) {
         reply_line(out, "session=1");

@@ -26,12 +26,12 @@ int refuse_and_log(const std::string &api, const char *error, std::FILE *out)
     return refuse(api, error, out);
 }
 
-void raise_flags(unsigned mask, const std::string &api, SetMode mode)
+void raise_flags(Request &request, const std::string &api, SetMode mode)
 {
     if (mode == SetMode::set || mode == SetMode::sets)
         meta_set(api, "mod", "1");
     const bool applies = mode == SetMode::set || mode == SetMode::seta;
-    if (applies && (mask & meta_get_perm(api) & kApplyBits) != 0 && meta_get(api, "apply"))
+    if (applies && (request.mask & meta_get_perm(api) & kApplyBits) != 0 && meta_get(api, "apply"))
         meta_set(api, "noapp", "1");
 }
 
@@ -42,7 +42,7 @@ void follow_link(const std::string &api, const std::string &value)
         hdfDB.set(*link, value);
 }
 
-int do_command_set(unsigned mask, const Args &argv, std::FILE *out, SetMode mode)
+int do_command_set(Request &request, const Args &argv, std::FILE *out, SetMode mode)
 {
     int result = 0;
     for (const std::string &whole : argv) {
@@ -55,7 +55,7 @@ int do_command_set(unsigned mask, const Args &argv, std::FILE *out, SetMode mode
         else if (api.empty() || !hdfDB.get(api))
             failed = refuse_and_log(api, API_E_PARAM_NOT_FOUND, out);
         else
-            failed = set_param(mask, api, argument.substr(equals + 1), out, mode);
+            failed = set_param(request, api, argument.substr(equals + 1), out, mode);
         if (failed)
             result = 1;
     }
@@ -76,7 +76,7 @@ bool split_insert(const Args &argv, std::string &api, std::string &value)
     return true;
 }
 
-int command_insert(unsigned, Args &argv, std::FILE *)
+int command_insert(Request &, Args &argv, std::FILE *)
 {
     std::string api;
     std::string value;
@@ -89,7 +89,7 @@ int command_insert(unsigned, Args &argv, std::FILE *)
     return 0;
 }
 
-int command_delete(unsigned, Args &argv, std::FILE *)
+int command_delete(Request &, Args &argv, std::FILE *)
 {
     if (argv.empty() || !meta_get_this_level(argv.front(), "inserted"))
         return 1;
@@ -101,9 +101,10 @@ int command_delete(unsigned, Args &argv, std::FILE *)
 
 } // namespace
 
-int set_param(unsigned mask, const std::string &api, const std::string &escaped, std::FILE *out, SetMode mode)
+int set_param(Request &request, const std::string &api, const std::string &escaped, std::FILE *out,
+              SetMode mode)
 {
-    if ((mask & meta_get_perm(api) & kWriteBits) == 0)
+    if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
         return refuse(api, API_E_INVALID_PERMISSION, out);
     const auto value = url_unescape(escaped);
     if (!value)
@@ -117,7 +118,7 @@ int set_param(unsigned mask, const std::string &api, const std::string &escaped,
     if (dynamic)
         wfuncmap_write(api, *value);
     else
-        raise_flags(mask, api, mode);
+        raise_flags(request, api, mode);
     follow_link(api, *value);
     const bool secret = meta_is_password(api);
     reply_value(out, api, *value);
@@ -126,24 +127,24 @@ int set_param(unsigned mask, const std::string &api, const std::string &escaped,
     return 0;
 }
 
-int command_set(unsigned mask, Args &argv, std::FILE *out)
+int command_set(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_set(mask, argv, out, SetMode::set);
+    return do_command_set(request, argv, out, SetMode::set);
 }
 
-int command_sets(unsigned mask, Args &argv, std::FILE *out)
+int command_sets(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_set(mask, argv, out, SetMode::sets);
+    return do_command_set(request, argv, out, SetMode::sets);
 }
 
-int command_seta(unsigned mask, Args &argv, std::FILE *out)
+int command_seta(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_set(mask, argv, out, SetMode::seta);
+    return do_command_set(request, argv, out, SetMode::seta);
 }
 
-int command_setn(unsigned mask, Args &argv, std::FILE *out)
+int command_setn(Request &request, Args &argv, std::FILE *out)
 {
-    return do_command_set(mask, argv, out, SetMode::none);
+    return do_command_set(request, argv, out, SetMode::none);
 }
 
 namespace {

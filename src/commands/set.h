@@ -22,13 +22,14 @@ enum class SetMode {
 };
 
 // Arguments are "name=value" with URL-escaped values. 0 when every one succeeded.
-int command_set(unsigned mask, Args &argv, std::FILE *out);
-int command_sets(unsigned mask, Args &argv, std::FILE *out);
-int command_seta(unsigned mask, Args &argv, std::FILE *out);
-int command_setn(unsigned mask, Args &argv, std::FILE *out); ///< no flags: not what the command "setn" runs
+int command_set(Request &request, Args &argv, std::FILE *out);
+int command_sets(Request &request, Args &argv, std::FILE *out);
+int command_seta(Request &request, Args &argv, std::FILE *out);
+int command_setn(Request &request, Args &argv,
+                 std::FILE *out); ///< no flags: not what the command "setn" runs
 
 /// Sets one API to a URL-escaped value; the reply is the new value or what is wrong with it.
-int set_param(unsigned mask, const std::string &api, const std::string &escaped, std::FILE *out,
+int set_param(Request &request, const std::string &api, const std::string &escaped, std::FILE *out,
               SetMode mode);
 
 } // namespace qvcd

@@ -4,26 +4,38 @@
 #include "base/reply.h"
 #include "platform/api_errors.h"
 #include "store/database.h"
+#include "store/flags.h"
+#include "store/names.h"
 
+#include <functional>
 #include <string>
 
 namespace qvcd {
 
-/// Runs over what one argument of a command names in the settings tree: `group(name)` for a group,
-/// `api(name)`, which gives 0 or not, for an API; an unknown name gets its not-found line. Returns 0, or 1
-/// when the name was unknown or the API's result was not 0. Templates: this is the way of every get.
+// What the arguments of a command name (store/names.h). An unknown name gets its not-found line.
+
+inline int refuse_unknown(const std::string &name, std::FILE *out)
+{
+    reply_value(out, name, API_E_PARAM_NOT_FOUND);
+    return 1;
+}
+
+/// Runs over what one argument names in the settings: `group(name)` for a group, `api(name)`, which gives 0
+/// or not, for an API. Returns 0, or 1 when the name was unknown or the API's result was not 0. Templates:
+/// this is the way of every get.
 template <class Group, class Api>
 int visit_setting(const std::string &name, std::FILE *out, const Group &group, const Api &api)
 {
-    const Node node = name.empty() ? Node() : hdfDB.find(name);
-    if (!node) {
-        reply_value(out, name, API_E_PARAM_NOT_FOUND);
-        return 1;
-    }
-    if (!node.first_child())
+    switch (name_kind(name)) {
+    case NameKind::api:
         return api(name) == 0 ? 0 : 1;
-    group(name);
-    return 0;
+    case NameKind::group:
+        group(name);
+        return 0;
+    case NameKind::nothing:
+        break;
+    }
+    return refuse_unknown(name, out);
 }
 
 /// The same for all arguments; without any, `group` is called with the empty name, the root. Returns 1 when
@@ -38,5 +50,11 @@ int for_each_setting(const Args &names, std::FILE *out, const Group &group, cons
         group("");
     return result;
 }
+
+/// Visits the APIs at and below the names (without any: all of them) whose flag is raised, by name, since a
+/// visit may let go of the command lock. Returns 1 when a name was unknown, or when the visit of the very API
+/// that was named gave not 0; of APIs below a group it does not count.
+int for_each_flagged(const Args &names, std::FILE *out, Classifier flag,
+                     const std::function<int(const std::string &api)> &visit);
 
 } // namespace qvcd

@@ -6,7 +6,7 @@ namespace qvcd {
 
 namespace {
 
-int command_undefined(unsigned, Args &argv, std::FILE *)
+int command_undefined(Request &, Args &argv, std::FILE *)
 {
     qv_log_print(kLogError, "Undefined command\n");
     for (const std::string &arg : argv)

@@ -15,13 +15,13 @@ namespace qvcd {
 
 namespace {
 
-int user_list(unsigned mask, Args &argv, std::FILE *out);
-int user_add(unsigned mask, Args &argv, std::FILE *out);
-int user_passwd(unsigned mask, Args &argv, std::FILE *out);
-int user_rem(unsigned mask, Args &argv, std::FILE *out);
-int user_import_file(unsigned mask, Args &argv, std::FILE *out);
-int user_export_file(unsigned mask, Args &argv, std::FILE *out);
-int user_default(unsigned mask, Args &argv, std::FILE *out);
+int user_list(Request &request, Args &argv, std::FILE *out);
+int user_add(Request &request, Args &argv, std::FILE *out);
+int user_passwd(Request &request, Args &argv, std::FILE *out);
+int user_rem(Request &request, Args &argv, std::FILE *out);
+int user_import_file(Request &request, Args &argv, std::FILE *out);
+int user_export_file(Request &request, Args &argv, std::FILE *out);
+int user_default(Request &request, Args &argv, std::FILE *out);
 
 constexpr SubCommand kSubCommands[] = {
     {"list", user_list, "List all user and permission"},
@@ -75,14 +75,14 @@ std::string user_name(const std::string &argument)
     return name && is_user_name(*name) ? *name : argument;
 }
 
-int user_list(unsigned, Args &, std::FILE *out)
+int user_list(Request &, Args &, std::FILE *out)
 {
     if (out)
         hdfutils_dump(userDB.root(), "", out);
     return 0;
 }
 
-int user_add(unsigned, Args &argv, std::FILE *out)
+int user_add(Request &, Args &argv, std::FILE *out)
 {
     const std::string *group = argument(argv, 2);
     const std::string name = group ? user_name(argv[1]) : "";
@@ -116,7 +116,7 @@ int reply_unknown_user(const std::string &name, std::FILE *out)
     return 1;
 }
 
-int user_passwd(unsigned, Args &argv, std::FILE *out)
+int user_passwd(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 3) {
         reply_line(out, "##error: user pwd <user> <password>#");
@@ -137,7 +137,7 @@ int user_passwd(unsigned, Args &argv, std::FILE *out)
     return 0;
 }
 
-int user_rem(unsigned, Args &argv, std::FILE *out)
+int user_rem(Request &, Args &argv, std::FILE *out)
 {
     const std::string name = argv.size() > 1 ? user_name(argv[1]) : "";
     if (name.empty() || name == "admin") {
@@ -154,7 +154,7 @@ int user_rem(unsigned, Args &argv, std::FILE *out)
     return 0;
 }
 
-int user_import_file(unsigned, Args &argv, std::FILE *out)
+int user_import_file(Request &, Args &argv, std::FILE *out)
 {
     const std::string *file = argument(argv, 1);
     const UserImport result = file ? user_import(qv_sysroot_path(*file)) : UserImport::missing;
@@ -165,7 +165,7 @@ int user_import_file(unsigned, Args &argv, std::FILE *out)
     return result == UserImport::done ? 0 : 1;
 }
 
-int user_export_file(unsigned, Args &argv, std::FILE *out)
+int user_export_file(Request &, Args &argv, std::FILE *out)
 {
     if (const std::string *file = argument(argv, 1)) {
         if (user_export(qv_sysroot_path(*file)))
@@ -205,7 +205,7 @@ std::vector<std::string> all_users()
     return names;
 }
 
-int user_default(unsigned, Args &argv, std::FILE *out)
+int user_default(Request &, Args &argv, std::FILE *out)
 {
     const std::vector<std::string> names =
         argv.size() > 1 ? std::vector<std::string>{user_name(argv[1])} : all_users();
@@ -219,9 +219,9 @@ int user_default(unsigned, Args &argv, std::FILE *out)
 
 } // namespace
 
-int command_user(unsigned mask, Args &argv, std::FILE *out)
+int command_user(Request &request, Args &argv, std::FILE *out)
 {
-    return run_subcommand(userRecord, mask, argv, out, SubResult::zero);
+    return run_subcommand(userRecord, request, argv, out, SubResult::zero);
 }
 
 } // namespace qvcd

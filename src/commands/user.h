@@ -6,6 +6,6 @@ namespace qvcd {
 
 extern const CommandRecord userRecord;
 
-int command_user(unsigned mask, Args &argv, std::FILE *out);
+int command_user(Request &request, Args &argv, std::FILE *out);
 
 } // namespace qvcd

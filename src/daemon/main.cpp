@@ -90,6 +90,7 @@ void create_maps()
 
 void load_databases(const Options &options)
 {
+    Request request(kInternalMask);
     menu_load_db_file(options.menu_file);
     hdfdb_init();
     if (options.preload)
@@ -98,11 +99,11 @@ void load_databases(const Options &options)
     user_load_db_file(options.user_file);
     for (const FileName &file : options.meta_files) {
         qv_log_print(kLogInfo, "Loading %s into meta DB\n", file.text.c_str());
-        hdfdb_load_meta_file(file);
+        hdfdb_load_meta_file(request, file);
     }
     session_load_db_file(disable_login);
-    hdfdb_populate();
-    load_profile();
+    hdfdb_populate(request);
+    load_profile(request);
 }
 
 void start_up(const Options &options)
@@ -145,13 +146,6 @@ void main_loop()
 void destroy_maps()
 {
     cmd_destroy_cmdmap_hdf();
-    cmd_destroy_wfuncmap_hdf();
-    cmd_destroy_rfuncmap_hdf();
-    cmd_destroy_cfuncmap_hdf();
-    cmd_destroy_afuncmap_hdf();
-    cmd_destroy_addfuncmap_hdf();
-    cmd_destroy_removefuncmap_hdf();
-    // The introspection map stays.
 }
 
 void shut_down(const Options &options)

@@ -1,23 +1,24 @@
 #pragma once
 
+#include "base/request.h"
+
 #include <cstdio>
 #include <string_view>
 
 namespace qvcd {
 
-/// Adds a member to a collection, or removes one: the API's "file", its name, the member, the reply stream.
-using MemberFunction = int (*)(std::string_view file, std::string_view api, std::string_view value,
-                               std::FILE *out);
+/// Adds a member to a collection, or removes one: the request, the API's "file", its name, the member, the
+/// reply stream.
+using MemberFunction = int (*)(Request &request, std::string_view file, std::string_view api,
+                               std::string_view value, std::FILE *out);
 
 int cmd_create_addfuncmap_hdf();
-int cmd_destroy_addfuncmap_hdf();
 int cmd_create_removefuncmap_hdf();
-int cmd_destroy_removefuncmap_hdf();
 
-int addfuncmap_add(std::string_view file, std::string_view api, std::string_view value, std::FILE *out);
-int removefuncmap_remove(std::string_view file, std::string_view api, std::string_view value, std::FILE *out);
-void addfunc_clear_cache();
-void removefuncmap_clear_cache();
+int addfuncmap_add(Request &request, std::string_view file, std::string_view api, std::string_view value,
+                   std::FILE *out);
+int removefuncmap_remove(Request &request, std::string_view file, std::string_view api,
+                         std::string_view value, std::FILE *out);
 
 /// Fill the profile rows: the profile commands lie above these maps.
 void addfuncmap_set_profile(MemberFunction add);

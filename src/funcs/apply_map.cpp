@@ -23,19 +23,20 @@ namespace {
 
 // The API's name, the action ("apply" when the command asks), at most kMaxCallArguments arguments. 0:
 // success; the functions that run a shell return its wait status.
-using ApplyFunction = int (*)(const std::string &api, std::string_view action, const Args &args);
+using ApplyFunction = int (*)(Request &request, const std::string &api, std::string_view action,
+                              const Args &args);
 
-int afunc_undefined(const std::string &api, std::string_view action, const Args &args);
-int afunc_no_apply(const std::string &api, std::string_view action, const Args &args);
-int afunc_syscall(const std::string &api, std::string_view action, const Args &args);
-int afunc_syscall_delay(const std::string &api, std::string_view action, const Args &args);
-int afunc_initd_restart(const std::string &api, std::string_view action, const Args &args);
-int afunc_settime(const std::string &api, std::string_view action, const Args &args);
-int afunc_profile(const std::string &api, std::string_view action, const Args &args);
-int afunc_profile2(const std::string &api, std::string_view action, const Args &args);
+int afunc_undefined(Request &request, const std::string &api, std::string_view action, const Args &args);
+int afunc_no_apply(Request &request, const std::string &api, std::string_view action, const Args &args);
+int afunc_syscall(Request &request, const std::string &api, std::string_view action, const Args &args);
+int afunc_syscall_delay(Request &request, const std::string &api, std::string_view action, const Args &args);
+int afunc_initd_restart(Request &request, const std::string &api, std::string_view action, const Args &args);
+int afunc_settime(Request &request, const std::string &api, std::string_view action, const Args &args);
+int afunc_profile(Request &request, const std::string &api, std::string_view action, const Args &args);
+int afunc_profile2(Request &request, const std::string &api, std::string_view action, const Args &args);
 
 struct ApplyRow {
-    const char *name;
+    std::string_view name;
     ApplyFunction function;
 };
 
@@ -50,22 +51,21 @@ constexpr ApplyRow afuncCmdMap[] = {
     {"profile2_apply", afunc_profile2},
 };
 
-NameIndex afuncCmdMapHDF;
-int (*profile_loader)() = nullptr; // filled by the profile commands
+int (*profile_loader)(Request &) = nullptr; // filled by the profile commands
 
 constexpr std::size_t kMaxCallArguments = 5;
 constexpr std::size_t kMaxCommandBytes = 1023;
 constexpr std::size_t kMaxQuietCommandBytes = 512; // with the redirection
 constexpr std::string_view kQuiet = " >/dev/null 2>&1";
 
-int afunc_undefined(const std::string &api, std::string_view action, const Args &)
+int afunc_undefined(Request &, const std::string &api, std::string_view action, const Args &)
 {
     qv_log_print(kLogInfo, "!! Undefined apply function: param:%s action:%s\n", api.c_str(),
                  std::string(action).c_str());
     return 1;
 }
 
-int afunc_no_apply(const std::string &, std::string_view, const Args &)
+int afunc_no_apply(Request &, const std::string &, std::string_view, const Args &)
 {
     return 0;
 }
@@ -85,7 +85,7 @@ int do_syscall(const std::string &command)
     return status;
 }
 
-int afunc_syscall(const std::string &, std::string_view action, const Args &args)
+int afunc_syscall(Request &, const std::string &, std::string_view action, const Args &args)
 {
     if (action != "apply" || args.empty())
         return 0;
@@ -96,7 +96,7 @@ int afunc_syscall(const std::string &, std::string_view action, const Args &args
     return do_syscall(command);
 }
 
-int afunc_syscall_delay(const std::string &, std::string_view, const Args &args)
+int afunc_syscall_delay(Request &, const std::string &, std::string_view, const Args &args)
 {
     if (args.empty())
         return 1;
@@ -113,7 +113,7 @@ int afunc_syscall_delay(const std::string &, std::string_view, const Args &args)
     return 0;
 }
 
-int afunc_initd_restart(const std::string &, std::string_view action, const Args &args)
+int afunc_initd_restart(Request &, const std::string &, std::string_view action, const Args &args)
 {
     int status = 0;
     if (action != "apply")
@@ -126,7 +126,7 @@ int afunc_initd_restart(const std::string &, std::string_view action, const Args
     return status;
 }
 
-int afunc_settime(const std::string &api, std::string_view, const Args &)
+int afunc_settime(Request &, const std::string &api, std::string_view, const Args &)
 {
     const auto value = hdfDB.get(api);
     if (!value || value->empty()) {
@@ -142,21 +142,22 @@ int afunc_settime(const std::string &api, std::string_view, const Args &)
     return qv_time_set_local(local);
 }
 
-int afunc_profile(const std::string &, std::string_view, const Args &args)
+int afunc_profile(Request &request, const std::string &, std::string_view, const Args &args)
 {
     if (!args.empty() && args.front() == "current" && profile_loader)
-        profile_loader();
+        profile_loader(request);
     return 0;
 }
 
-void run_or_log(const char *command, const char *named, Args args)
+void run_or_log(Request &request, const char *command, const char *named, Args args)
 {
-    if (run_command(kInternalMask, command, std::move(args), nullptr) != 0)
+    Request internal = request.as(kInternalMask);
+    if (run_command(internal, command, std::move(args), nullptr) != 0)
         qv_log_print(kLogInfo, "Error exceuting %s command\n", named);
 }
 
 // Switches to the profile that the API's value names; an empty value empties the description beside it.
-int afunc_profile2(const std::string &api, std::string_view, const Args &)
+int afunc_profile2(Request &request, const std::string &api, std::string_view, const Args &)
 {
     const std::string description = meta_get_parent(api).value_or("") + ".desc";
     const auto current = hdfDB.get(api);
@@ -164,13 +165,13 @@ int afunc_profile2(const std::string &api, std::string_view, const Args &)
         return 1;
     const std::string profile(*current);
     if (profile.empty()) {
-        run_or_log("set", "set", {description + "="});
-        run_or_log("save", "save", {description});
+        run_or_log(request, "set", "set", {description + "="});
+        run_or_log(request, "save", "save", {description});
         return 0;
     }
-    run_or_log("profile", "profile", {"load", profile});
-    run_or_log("save", "save", {description});
-    run_or_log("apply", "save", {description}); // the log has always named the save here
+    run_or_log(request, "profile", "profile", {"load", profile});
+    run_or_log(request, "save", "save", {description});
+    run_or_log(request, "apply", "save", {description}); // the log has always named the save here
     return 0;
 }
 
@@ -192,10 +193,11 @@ Call split_call(std::string_view text)
     return call;
 }
 
-int run_call(const char *label, std::string_view action, const std::string &api, const Call &call)
+int run_call(Request &request, const char *label, std::string_view action, const std::string &api,
+             const Call &call)
 {
     const Stopwatch watch;
-    const int result = afuncCmdMap[afuncCmdMapHDF.row(call.name)].function(api, action, call.args);
+    const int result = row_or_first(afuncCmdMap, call.name).function(request, api, action, call.args);
     qv_log_print(kLogDebug, "  %s: [%lu.%03lus]: %s %s\n", label, watch.seconds(), watch.milliseconds(),
                  call.name.c_str(), api.c_str());
     return result;
@@ -205,28 +207,22 @@ int run_call(const char *label, std::string_view action, const std::string &api,
 
 int cmd_create_afuncmap_hdf()
 {
-    create_func_index(afuncCmdMapHDF, std::span<const ApplyRow>(afuncCmdMap), "afunc");
-    return 0;
+    return log_func_map("afunc", afuncCmdMap);
 }
 
-int cmd_destroy_afuncmap_hdf()
-{
-    afuncCmdMapHDF.destroy();
-    return 0;
-}
-
-void afuncmap_set_profile_loader(int (*loader)())
+void afuncmap_set_profile_loader(int (*loader)(Request &))
 {
     profile_loader = loader;
 }
 
-int afuncmap_apply_direct(std::string_view action, std::string_view api, std::string_view call, int &result)
+int afuncmap_apply_direct(Request &request, std::string_view action, std::string_view api,
+                          std::string_view call, int &result)
 {
-    result = run_call("apply_direct", action, std::string(api), split_call(call));
+    result = run_call(request, "apply_direct", action, std::string(api), split_call(call));
     return 0;
 }
 
-int afuncmap_apply(std::string_view action, std::string_view api)
+int afuncmap_apply(Request &request, std::string_view action, std::string_view api)
 {
     const std::string name(api);
     const auto calls = meta_get(name, "apply");
@@ -235,7 +231,7 @@ int afuncmap_apply(std::string_view action, std::string_view api)
     qv_log_print(kLogInfo, "%s %s with %s\n", std::string(action).c_str(), name.c_str(), calls->c_str());
     int result = 0;
     for (const std::string &call : split_words(*calls, ","))
-        result = run_call("apply", action, name, split_call(call));
+        result = run_call(request, "apply", action, name, split_call(call));
     return result;
 }
 

@@ -15,7 +15,7 @@ namespace qvcd {
 namespace {
 
 struct CheckRow {
-    const char *name;
+    std::string_view name;
     CheckFunction check;
     int subtype;
 };
@@ -57,8 +57,6 @@ constexpr CheckRow cfuncCmdMap[] = {
     {"profile2", check_profile2, 0},
 };
 
-NameIndex cfuncCmdMapHDF;
-
 constexpr std::size_t kMaxTypeArgs = 50; // further words of an alternative are ignored
 
 // One alternative of a type: a type name and its arguments.
@@ -81,7 +79,7 @@ Alternative parse_alternative(std::string_view text)
 
 const char *check_alternative(std::string_view api, const Alternative &alternative, std::string_view value)
 {
-    const CheckRow &row = cfuncCmdMap[cfuncCmdMapHDF.row(alternative.type)];
+    const CheckRow &row = row_or_first(cfuncCmdMap, alternative.type);
     return row.check(api, row.subtype, alternative.args, value);
 }
 
@@ -94,14 +92,7 @@ std::string error_line(std::string_view error, std::string_view value)
 
 int cmd_create_cfuncmap_hdf()
 {
-    create_func_index(cfuncCmdMapHDF, std::span<const CheckRow>(cfuncCmdMap), "cfunc");
-    return 0;
-}
-
-int cmd_destroy_cfuncmap_hdf()
-{
-    cfuncCmdMapHDF.destroy();
-    return 0;
+    return log_func_map("cfunc", cfuncCmdMap);
 }
 
 std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view value)

@@ -6,8 +6,7 @@
 
 namespace qvcd {
 
-int cmd_create_cfuncmap_hdf();
-int cmd_destroy_cfuncmap_hdf();
+int cmd_create_cfuncmap_hdf(); ///< logs the map's size; 0
 
 /// Checks a value against the API's "type". Nothing when it is acceptable (or the API has no type), else the
 /// error line "<error text>: <value>", at most kMaxErrorLineBytes.

@@ -21,12 +21,6 @@ constexpr std::size_t kMaxIpcAnswerBytes = 4096;
 constexpr std::size_t kMaxIpcLineBytes = 4096; // with the terminator, as fgets(3) counts
 constexpr std::size_t kMaxShellCommandBytes = 255;
 
-bool give(std::string &out, std::string_view value)
-{
-    out = cut(value, kMaxValueBytes);
-    return true;
-}
-
 const char *or_null_text(const char *text)
 {
     return text ? text : "(null)";
@@ -34,60 +28,58 @@ const char *or_null_text(const char *text)
 
 } // namespace
 
-bool undefined_rfunc(const char *file, const char *attr, std::string &, bool)
+std::optional<std::string> undefined_rfunc(Request &, const char *file, const char *attr)
 {
     qv_log_print(kLogDebug, "Undefined read function: src=%s attr=%s\n", or_null_text(file),
                  or_null_text(attr));
-    return false;
+    return std::nullopt;
 }
 
-bool na_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> na_rfunc(Request &, const char *, const char *)
 {
-    return give(out, "n/a");
+    return "n/a";
 }
 
-bool hidden_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> hidden_rfunc(Request &, const char *, const char *)
 {
-    return give(out, "******");
+    return "******";
 }
 
-bool password_rfunc(const char *file, const char *attr, std::string &out, bool cached)
+std::optional<std::string> password_rfunc(Request &request, const char *file, const char *attr)
 {
-    quoted_rfunc(file, attr, out, cached);
-    return !out.empty() && give(out, "********");
+    const bool stored = !quoted_rfunc(request, file, attr).value_or("").empty();
+    return stored ? std::optional<std::string>("********") : std::nullopt;
 }
 
-bool no_rfunc(const char *, const char *, std::string &, bool)
+std::optional<std::string> no_rfunc(Request &, const char *, const char *)
 {
-    return false;
+    return std::nullopt;
 }
 
-bool zero_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> zero_rfunc(Request &, const char *, const char *)
 {
-    return give(out, "0");
+    return "0";
 }
 
-bool model_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> model_rfunc(Request &, const char *, const char *attr)
 {
     const auto value = attr ? hdfDB.get(attr) : std::nullopt;
-    return value && give(out, *value);
+    return value ? std::optional<std::string>(*value) : std::nullopt;
 }
 
-bool kv_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> kv_rfunc(Request &, const char *file, const char *attr)
 {
-    const auto value = file ? kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
-    return value && give(out, *value);
+    return file ? kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
 }
 
-bool quoted_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> quoted_rfunc(Request &, const char *file, const char *attr)
 {
-    const auto value = file ? quoted_kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
-    return value && give(out, *value);
+    return file ? quoted_kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
 }
 
-bool eeprom_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> eeprom_rfunc(Request &, const char *, const char *)
 {
-    return give(out, "n/a");
+    return "n/a";
 }
 
 int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply, bool single)
@@ -126,34 +118,34 @@ std::string ipc_answer(const char *server, const char *message)
 
 } // namespace
 
-bool ipc_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> ipc_rfunc(Request &, const char *file, const char *attr)
 {
-    return attr && give(out, ipc_answer(file, attr));
+    return attr ? std::optional(ipc_answer(file, attr)) : std::nullopt;
 }
 
-bool ipc_attr_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> ipc_attr_rfunc(Request &, const char *file, const char *attr)
 {
     if (!attr)
-        return false;
+        return std::nullopt;
     const std::vector<std::string> words = split_words(attr, " \t\r\n");
     const std::string answer = ipc_answer(file, attr);
     for (const std::string &line : split_words(answer, "\n")) {
         const std::size_t equals = line.find('=');
         if (words.size() > 1 && equals != std::string::npos && line.substr(0, equals) == words[1])
-            return give(out, line.substr(equals + 1));
+            return line.substr(equals + 1);
     }
-    return true;
+    return "";
 }
 
-bool syscall_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> syscall_rfunc(Request &, const char *, const char *attr)
 {
     if (!attr)
-        return false;
+        return std::nullopt;
     const std::string command = cut(attr, kMaxShellCommandBytes);
     const auto printed = shell_capture(command, 4 * kMaxValueBytes);
     qv_log_print(kLogInfo, "Perform syscall: %s\n", command.c_str());
     const std::vector<std::string> words = split_words(printed.value_or(""), " \t\r\n\v\f");
-    return !words.empty() && give(out, words.front());
+    return words.empty() ? std::nullopt : std::optional(words.front());
 }
 
 } // namespace qvcd

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "base/request.h"
+
+#include <optional>
 #include <string>
 
 namespace qvcd {
@@ -7,27 +10,27 @@ namespace qvcd {
 // Read functions that belong to no device area; contract: funcs/read_map.h. Those that take a key/value file
 // know the format of base/kv_file.h.
 
-bool undefined_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-bool na_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-bool hidden_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-/// Eight asterisks when the file holds a value for the key, or when the caller's `out` is not empty.
-bool password_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-bool no_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-bool zero_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> undefined_rfunc(Request &request, const char *file, const char *attr);
+std::optional<std::string> na_rfunc(Request &request, const char *file, const char *attr);
+std::optional<std::string> hidden_rfunc(Request &request, const char *file, const char *attr);
+/// Eight asterisks when the file holds a value for the key.
+std::optional<std::string> password_rfunc(Request &request, const char *file, const char *attr);
+std::optional<std::string> no_rfunc(Request &request, const char *file, const char *attr);
+std::optional<std::string> zero_rfunc(Request &request, const char *file, const char *attr);
 /// The current value of the API named by `attr`.
-bool model_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-bool kv_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-bool quoted_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-bool eeprom_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> model_rfunc(Request &request, const char *file, const char *attr);
+std::optional<std::string> kv_rfunc(Request &request, const char *file, const char *attr);
+std::optional<std::string> quoted_rfunc(Request &request, const char *file, const char *attr);
+std::optional<std::string> eeprom_rfunc(Request &request, const char *file, const char *attr);
 /// The whole answer of the IPC server `file` to the message `attr`; "n/a" when there is none.
-bool ipc_rfunc(const char *file, const char *attr, std::string &out, bool cached);
-/// `attr` is "<message> <field>": the value of the answer's line "<field>=<value>". Without such a line `out`
-/// is left alone.
-bool ipc_attr_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> ipc_rfunc(Request &request, const char *file, const char *attr);
+/// `attr` is "<message> <field>": the value of the answer's line "<field>=<value>". Empty without
+/// such a line.
+std::optional<std::string> ipc_attr_rfunc(Request &request, const char *file, const char *attr);
 /// The first word that the shell command `attr` (at most 255 bytes of it) prints.
-bool syscall_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> syscall_rfunc(Request &request, const char *file, const char *attr);
 /// "server" or "interval" from the first line of the NTP daemon's configuration.
-bool ntp_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> ntp_rfunc(Request &request, const char *file, const char *attr);
 
 /// Sends a message and an empty line to the IPC server `server` and collects the answer's lines up to the end
 /// mark

@@ -35,7 +35,7 @@ constexpr TypeKind ifuncDefMap[] = {
 };
 
 struct DescriberRow {
-    const char *name;
+    std::string_view name;
     Describer describe;
 };
 
@@ -45,8 +45,6 @@ constexpr DescriberRow ifuncCmdMap[] = {
     {"range", introspect_range},         {"profile", introspect_profile},
     {"profile2", introspect_profile2},   {"quality", introspect_quality},
 };
-
-NameIndex ifuncCmdMapHDF;
 
 // Empty for a type that has no describer.
 std::string_view kind_of(std::string_view type)
@@ -72,34 +70,28 @@ std::optional<std::string> stored_value(std::string_view api)
     return value ? std::optional<std::string>(*value) : std::nullopt;
 }
 
-std::optional<std::string> live_value(std::string_view api)
-{
-    std::string value;
-    return rfuncmap_read(api, value) ? std::optional<std::string>(std::move(value)) : std::nullopt;
-}
-
 // A password of one byte shows as empty, as clients know it.
 std::string masked_password(std::string_view api)
 {
     return stored_value(api).value_or("").size() > 1 ? "********" : "";
 }
 
-std::optional<std::string> described_value(std::string_view api, std::string_view spec)
+std::optional<std::string> described_value(Request &request, std::string_view api, std::string_view spec)
 {
     if (meta_is_true(api, "dynamic"))
-        return live_value(api).value_or("");
+        return rfuncmap_read(request, api).value_or("");
     if (spec.find("password") != std::string_view::npos)
         return masked_password(api);
     const std::optional<std::string> value = stored_value(api);
-    return value ? value : live_value(api);
+    return value ? value : rfuncmap_read(request, api);
 }
 
-void describe_facts(const std::string &api, std::string_view spec, std::FILE *out)
+void describe_facts(Request &request, const std::string &api, std::string_view spec, std::FILE *out)
 {
     reply_value(out, api + ".type", spec);
     if (const std::optional<std::string> preset = meta_get_this_level(api, "default"))
         reply_value(out, api + ".default", *preset);
-    if (const std::optional<std::string> value = described_value(api, spec))
+    if (const std::optional<std::string> value = described_value(request, api, spec))
         reply_value(out, api + ".value", *value);
 }
 
@@ -117,7 +109,7 @@ void describe_alternatives(Description what, std::string_view spec)
         if (kind.empty())
             continue;
         what.args = std::span(words).subspan(1);
-        what.index = ifuncCmdMap[ifuncCmdMapHDF.row(kind)].describe(what);
+        what.index = row_or_first(ifuncCmdMap, kind).describe(what);
     }
 }
 
@@ -125,23 +117,17 @@ void describe_alternatives(Description what, std::string_view spec)
 
 int cmd_create_ifuncmap_hdf()
 {
-    create_func_index(ifuncCmdMapHDF, std::span<const DescriberRow>(ifuncCmdMap), "ifunc");
-    return 0;
+    return log_func_map("ifunc", ifuncCmdMap);
 }
 
-int cmd_destroy_ifuncmap_hdf()
-{
-    ifuncCmdMapHDF.destroy();
-    return 0;
-}
-
-int ifuncmap_introspect(std::string_view prefix, std::string_view api, bool compact, std::FILE *out)
+int ifuncmap_introspect(Request &request, std::string_view prefix, std::string_view api, bool compact,
+                        std::FILE *out)
 {
     const std::string spec = specification(api);
     if (spec.empty())
         return 1;
     const std::string name(api); // reading a live value may let go of the trees that `api` points into
-    describe_facts(name, spec, out);
+    describe_facts(request, name, spec, out);
     describe_alternatives({.prefix = prefix, .api = name, .compact = compact, .out = out}, spec);
     return 0;
 }

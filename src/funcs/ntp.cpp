@@ -69,27 +69,23 @@ std::string ntp_replace_server(std::string_view text, std::string_view attr, std
     return result.append(attr).append("=").append(value).append("\n");
 }
 
-bool ntp_find(std::string_view text, std::string_view attr, std::string &out)
+std::optional<std::string> ntp_find(std::string_view text, std::string_view attr)
 {
     const std::vector<std::string> words =
         split_words(cut(text.substr(0, text.find('\n')), kMaxFileLineBytes), " \t\r\n");
     const bool has_server = words.size() > 1 && words[0] == "server";
-    if (attr == "server") {
-        if (has_server)
-            out = cut(words[1], kMaxValueBytes);
-        return has_server;
-    }
+    if (attr == "server")
+        return has_server ? std::optional(words[1]) : std::nullopt;
     if (attr != "interval")
-        return false;
+        return std::nullopt;
     const bool has_polls = has_server && words.size() > 5 && words[2] == "minpoll" && words[4] == "maxpoll";
-    out = interval_of(has_polls ? c_int(words[5]) : 0);
-    return true;
+    return interval_of(has_polls ? c_int(words[5]) : 0);
 }
 
-bool ntp_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> ntp_rfunc(Request &, const char *file, const char *attr)
 {
     const auto text = file && attr ? read_file(qv_sysroot_path(file)) : std::nullopt;
-    return text && ntp_find(*text, attr, out);
+    return text ? ntp_find(*text, attr) : std::nullopt;
 }
 
 } // namespace qvcd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,7 +15,7 @@ std::string ntp_write_config();
 /// "<attr>=<value>" is appended.
 std::string ntp_replace_server(std::string_view text, std::string_view attr, std::string_view value);
 
-/// What the first line of a configuration says of "server" or "interval"; false for anything else.
-bool ntp_find(std::string_view text, std::string_view attr, std::string &out);
+/// What the first line of a configuration says of "server" or "interval"; nothing for anything else.
+std::optional<std::string> ntp_find(std::string_view text, std::string_view attr);
 
 } // namespace qvcd

@@ -3,6 +3,7 @@
 #include "funcs/read_map.h"
 
 #include "base/limits.h"
+#include "base/text.h"
 #include "funcs/func_map.h"
 #include "funcs/generic_readers.h"
 #include "platform/log.h"
@@ -26,13 +27,18 @@ namespace qvcd {
 namespace {
 
 struct ReadRow {
-    const char *name;
+    std::string_view name;
     ReadFunction function;
-    bool called = false; // since the cache was cleared
 };
 
-// Writable: the rows carry the called flag, and the profile commands fill in their reader.
-ReadRow rfuncCmdMap[] = {
+ReadFunction profile_reader = undefined_rfunc; // the profile commands put theirs here
+
+std::optional<std::string> profile_rfunc(Request &request, const char *file, const char *attr)
+{
+    return profile_reader(request, file, attr);
+}
+
+constexpr ReadRow rfuncCmdMap[] = {
     {"undefined", undefined_rfunc},
     {"na_rfunc", na_rfunc},
     {"hidden_rfunc", hidden_rfunc},
@@ -75,11 +81,9 @@ ReadRow rfuncCmdMap[] = {
     {"linux_version_rfunc", linux_version_rfunc},
     {"version_rfunc", version_rfunc},
     {"qvi_rfunc", qvi_rfunc},
-    {"profile_rfunc", undefined_rfunc},
+    {"profile_rfunc", profile_rfunc},
     {"transmission_rate_rfunc", transmission_rate_rfunc},
 };
-
-NameIndex rfuncCmdMapHDF;
 
 const char *or_null(const std::optional<std::string> &text)
 {
@@ -95,18 +99,10 @@ const char *for_log(const std::optional<std::string> &text)
 
 int cmd_create_rfuncmap_hdf()
 {
-    create_func_index(rfuncCmdMapHDF, std::span<const ReadRow>(rfuncCmdMap), "rfunc");
-    rfuncmap_clear_cache();
-    return 0;
+    return log_func_map("rfunc", rfuncCmdMap);
 }
 
-int cmd_destroy_rfuncmap_hdf()
-{
-    rfuncCmdMapHDF.destroy();
-    return 0;
-}
-
-bool rfuncmap_read(std::string_view api, std::string &out)
+std::optional<std::string> rfuncmap_read(Request &request, std::string_view api)
 {
     // Copies: the function may let go of the command lock.
     const std::string name(api);
@@ -114,25 +110,18 @@ bool rfuncmap_read(std::string_view api, std::string &out)
     const auto file = own_copy(meta.get("file"));
     const auto read = own_copy(meta.get("read"));
     const auto attr = own_copy(meta.get("attr"));
-    ReadRow &row = rfuncCmdMap[rfuncCmdMapHDF.row(read.value_or(""))];
-    qv_log_print(kLogTrace, "rfuncmap_read: %s %s(%s, %s, %p, %d)\n", name.c_str(), for_log(read),
-                 for_log(file), for_log(attr), static_cast<void *>(&out), row.called ? 1 : 0);
-    const bool found = row.function(or_null(file), or_null(attr), out, row.called);
-    row.called = true;
-    if (out.size() > kMaxValueBytes)
-        out.resize(kMaxValueBytes);
-    return found;
-}
-
-void rfuncmap_clear_cache()
-{
-    for (ReadRow &row : rfuncCmdMap)
-        row.called = false;
+    const ReadRow &row = row_or_first(rfuncCmdMap, read.value_or(""));
+    qv_log_print(kLogTrace, "rfuncmap_read: %s %s(%s, %s)\n", name.c_str(), for_log(read), for_log(file),
+                 for_log(attr));
+    std::optional<std::string> value = row.function(request, or_null(file), or_null(attr));
+    if (value)
+        value = one_line(cut(*value, kMaxValueBytes));
+    return value;
 }
 
 void rfuncmap_set_profile_reader(ReadFunction reader)
 {
-    rfuncCmdMap[rfuncCmdMapHDF.row("profile_rfunc")].function = reader;
+    profile_reader = reader;
 }
 
 } // namespace qvcd

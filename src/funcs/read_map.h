@@ -1,24 +1,22 @@
 #pragma once
 
+#include "base/request.h"
+
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace qvcd {
 
-/// A read function gets the API's "file" and "attr" attributes (null when absent) and whether it was called
-/// before since the cache was cleared. True: `out` is the value. False: there is none. `out` comes in with
-/// what the caller had; functions that say so leave it alone.
-using ReadFunction = bool (*)(const char *file, const char *attr, std::string &out, bool cached);
+/// A read function gets the request, which keeps what was read for it already, and the API's "file" and
+/// "attr" attributes (null when absent). Nothing: there is no value.
+using ReadFunction = std::optional<std::string> (*)(Request &request, const char *file, const char *attr);
 
-int cmd_create_rfuncmap_hdf();
-int cmd_destroy_rfuncmap_hdf();
+int cmd_create_rfuncmap_hdf(); ///< logs the map's size; 0
 
-/// Reads the live value of an API through the function that its "read" attribute names; at most
-/// kMaxValueBytes. May let go of the command lock.
-bool rfuncmap_read(std::string_view api, std::string &out);
-
-/// Forgets which functions were called: at the end of every get and of a population.
-void rfuncmap_clear_cache();
+/// Reads the live value of an API through the function that its "read" attribute names: at most
+/// kMaxValueBytes, with a blank in place of each control character. May let go of the command lock.
+std::optional<std::string> rfuncmap_read(Request &request, std::string_view api);
 
 /// Fills the row "profile_rfunc": the profile commands lie above this map.
 void rfuncmap_set_profile_reader(ReadFunction reader);

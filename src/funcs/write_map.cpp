@@ -14,7 +14,7 @@ namespace qvcd {
 namespace {
 
 struct WriteRow {
-    const char *name;
+    std::string_view name;
     int (*function)(const std::string &src, const std::string &dst, const std::string &attr,
                     const std::string &value);
 };
@@ -25,11 +25,9 @@ constexpr WriteRow wfuncCmdMap[] = {
     {"ntp_wfunc", ntp_wfunc},
 };
 
-NameIndex wfuncCmdMapHDF;
-
 const WriteRow &row_of(const std::string &write)
 {
-    return wfuncCmdMap[wfuncCmdMapHDF.row(write)];
+    return row_or_first(wfuncCmdMap, write);
 }
 
 std::string value_for_log(std::string_view api, std::string_view value)
@@ -41,15 +39,7 @@ std::string value_for_log(std::string_view api, std::string_view value)
 
 int cmd_create_wfuncmap_hdf()
 {
-    create_func_index(wfuncCmdMapHDF, std::span<const WriteRow>(wfuncCmdMap), "wfunc");
-    tidy_working_copies();
-    return 0;
-}
-
-int cmd_destroy_wfuncmap_hdf()
-{
-    wfuncCmdMapHDF.destroy();
-    return 0;
+    return log_func_map("wfunc", wfuncCmdMap);
 }
 
 int wfuncmap_write(std::string_view api, std::string_view value)

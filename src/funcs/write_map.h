@@ -5,8 +5,7 @@
 
 namespace qvcd {
 
-int cmd_create_wfuncmap_hdf();
-int cmd_destroy_wfuncmap_hdf();
+int cmd_create_wfuncmap_hdf(); ///< logs the map's size; 0
 
 /// Writes the value where the API's "write", "file" and "attr" say, and to its "shadow" file first. Returns
 /// the write function's result, 0 for success.

@@ -26,7 +26,7 @@ const char *for_log(bool secret, const std::string &value)
     return secret ? "*******" : value.c_str();
 }
 
-void add_param_to_db(const std::string &api)
+void add_param_to_db(Request &request, const std::string &api)
 {
     MetaApi meta(api);
     const auto fallback = own_copy(meta.own("default"));
@@ -36,10 +36,10 @@ void add_param_to_db(const std::string &api)
         return;
     }
     const bool secret = meta.is_password();
-    std::string value;
-    if (rfuncmap_read(api, value) && !cfuncmap_check(api, value)) {
-        hdfDB.set(api, value);
-        qv_log_print(kLogDebug, "populate %s=%s\n", api.c_str(), for_log(secret, value));
+    const std::optional<std::string> value = rfuncmap_read(request, api);
+    if (value && !cfuncmap_check(api, *value)) {
+        hdfDB.set(api, *value);
+        qv_log_print(kLogDebug, "populate %s=%s\n", api.c_str(), for_log(secret, *value));
     } else if (fallback) {
         // What cannot be read or is not valid is replaced in its file too.
         wfuncmap_write(api, *fallback);
@@ -53,7 +53,7 @@ void add_param_to_db(const std::string &api)
 
 } // namespace
 
-int hdfdb_load_meta_file(const FileName &file)
+int hdfdb_load_meta_file(Request &request, const FileName &file)
 {
     const HdfRead read = hdf_read_own_file(file.path, metaDB);
     flags_forget();
@@ -61,17 +61,16 @@ int hdfdb_load_meta_file(const FileName &file)
         qv_log_print(kLogError, "Can not load metadata %s: %s\n", file.text.c_str(), read.detail.c_str());
         return 1;
     }
-    return dyngroup_expand_meta();
+    return dyngroup_expand_meta(request);
 }
 
-int hdfdb_populate(std::string_view name)
+int hdfdb_populate(Request &request, std::string_view name)
 {
     // By name: a reader may let go of the command lock, and the tree may change meanwhile.
     for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, what_node)) {
         if (metaDB.find(api))
-            add_param_to_db(api);
+            add_param_to_db(request, api);
     }
-    rfuncmap_clear_cache();
     return 0;
 }
 

@@ -36,11 +36,12 @@ std::optional<Range> parse_range(std::string_view text)
 }
 
 // The last number: the count source is a number or an API whose value is one.
-int last_number(const std::string &source)
+int last_number(Request &request, const std::string &source)
 {
-    std::string value;
-    if (metaDB.find(source) && rfuncmap_read(source, value))
-        return c_int(value);
+    if (metaDB.find(source)) {
+        if (const auto value = rfuncmap_read(request, source))
+            return c_int(*value);
+    }
     return c_int(source);
 }
 
@@ -64,6 +65,8 @@ void expand_values(Node node, const std::string &name, const std::string &number
 // outer number, would overwrite its copies.
 class Expansion {
   public:
+    explicit Expansion(Request &request) : request_(request) {}
+
     void run_below(const std::string &parent)
     {
         for (const std::string &name : hdfutils_names(metaDB.find(parent), parent, check_expansion)) {
@@ -81,7 +84,7 @@ class Expansion {
         const auto range = text ? parse_range(*text) : std::nullopt;
         if (!range)
             return;
-        const int last = last_number(range->source);
+        const int last = last_number(request_, range->source);
         if (too_many(name, *range, last))
             return;
         for (long i = range->start; i <= last; i += range->step) {
@@ -132,6 +135,7 @@ class Expansion {
     // A template within another is refused again in each copy of the outer one.
     static constexpr int kMaxRefusalsLogged = 10;
 
+    Request &request_;
     std::set<std::string> copies_;
     long promised_ = 0;
     int refused_ = 0;
@@ -139,9 +143,9 @@ class Expansion {
 
 } // namespace
 
-int dyngroup_expand_meta()
+int dyngroup_expand_meta(Request &request)
 {
-    Expansion().run_below("");
+    Expansion(request).run_below("");
     return 0;
 }
 

@@ -2,9 +2,9 @@
 
 #include "base/command_lock.h"
 #include "base/limits.h"
+#include "base/lookup.h"
 #include "platform/bonding.h"
 #include "platform/remote.h"
-#include "status/lookup.h"
 #include "store/database.h"
 
 #include <string_view>
@@ -68,13 +68,12 @@ constexpr FieldRow kFields[] = {
 
 } // namespace
 
-bool bond_info_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> bond_info_rfunc(Request &, const char *, const char *attr)
 {
     if (!attr)
-        return false;
-    if (const FieldRow *row = find_row(kFields, attr))
-        out = row->print();
-    return true;
+        return std::nullopt;
+    const FieldRow *row = find_row(kFields, attr);
+    return row ? row->print() : "";
 }
 
 } // namespace qvcd

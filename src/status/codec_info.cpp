@@ -5,6 +5,8 @@
 #include "store/database.h"
 #include "store/hdf_file.h"
 
+#include <memory>
+
 namespace qvcd {
 
 namespace {
@@ -53,49 +55,48 @@ Codec get_codec_config()
     return {};
 }
 
-// The settings in force; null when they cannot be read.
-Tree *get_mobisettings(bool cached)
+struct InForce {
+    std::shared_ptr<Tree> settings; // null when they cannot be read
+};
+
+InForce read_in_force()
 {
-    static Tree mobisettings_hdf;
-    if (cached && mobisettings_hdf)
-        return &mobisettings_hdf;
-    mobisettings_hdf.destroy();
-    Tree fresh = Tree::make();
-    const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(kInForceFile), fresh);
-    if (read.result != HdfResult::ok) {
-        qv_log_print(kLogWarning, "%s: %s\n", kInForceFile,
-                     read.detail.empty() ? "cannot be read" : read.detail.c_str());
-        return nullptr;
-    }
-    mobisettings_hdf = std::move(fresh);
-    return &mobisettings_hdf;
+    auto fresh = std::make_shared<Tree>(Tree::make());
+    const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(kInForceFile), *fresh);
+    if (read.result == HdfResult::ok)
+        return {std::move(fresh)};
+    qv_log_print(kLogWarning, "%s: %s\n", kInForceFile,
+                 read.detail.empty() ? "cannot be read" : read.detail.c_str());
+    return {};
+}
+
+const Tree *settings_in_force(Request &request)
+{
+    return request.once<InForce>(read_in_force).settings.get();
 }
 
 // The codec's mode and its format, "auto" resolved if the settings in force can be read.
-Codec codec_in_force(bool cached)
+Codec codec_in_force(Request &request)
 {
     Codec codec = get_codec_config();
     if (codec.format != "auto")
         return codec;
     codec.automatic = true;
-    if (const Tree *in_force = get_mobisettings(cached))
+    if (const Tree *in_force = settings_in_force(request))
         codec.format = in_force->get_or("format", "hd");
     return codec;
 }
 
-bool give_value(Node node, const char *attr, std::string &out)
+std::optional<std::string> value_of(Node node, const char *attr)
 {
     const auto value = node.get(attr);
-    if (!value)
-        return false;
-    out = *value;
-    return true;
+    return value ? std::optional<std::string>(*value) : std::nullopt;
 }
 
 // The input mode that the codec found is what the input's own API shall show.
-void take_over_input_mode(const CodecRow &row)
+void take_over_input_mode(Request &request, const CodecRow &row)
 {
-    const Tree *in_force = get_mobisettings(true);
+    const Tree *in_force = settings_in_force(request);
     Node input = hdfDB.find(row.input);
     if (in_force && input)
         input.set("inputmode", in_force->get_or("inputmode", "hdmi"));
@@ -108,46 +109,40 @@ bool is_input_attribute(std::string_view attr)
 
 } // namespace
 
-bool codec_video_rfunc(const char *, const char *attr, std::string &out, bool cached)
+std::optional<std::string> codec_video_rfunc(Request &request, const char *, const char *attr)
 {
     if (!attr)
-        return false;
-    const Codec codec = codec_in_force(cached);
+        return std::nullopt;
+    const Codec codec = codec_in_force(request);
     const std::string_view name = attr;
-    if (name == "mode" || name == "format") {
-        out = name == "mode" ? codec.mode : codec.format;
-        return true;
-    }
+    if (name == "mode" || name == "format")
+        return name == "mode" ? codec.mode : codec.format;
     const CodecRow *row = find_codec(codec);
     if (!row)
-        return false;
+        return std::nullopt;
     if (codec.automatic && !row->input.empty())
-        take_over_input_mode(*row);
+        take_over_input_mode(request, *row);
     if (!is_input_attribute(name))
-        return give_value(hdfDB.find(row->video), attr, out);
-    return !row->input.empty() && give_value(hdfDB.find(row->input), attr, out);
+        return value_of(hdfDB.find(row->video), attr);
+    return row->input.empty() ? std::nullopt : value_of(hdfDB.find(row->input), attr);
 }
 
-bool codec_audio_rfunc(const char *, const char *attr, std::string &out, bool cached)
+std::optional<std::string> codec_audio_rfunc(Request &request, const char *, const char *attr)
 {
-    if (!attr)
-        return false;
-    const CodecRow *row = find_codec(codec_in_force(cached));
-    return row && give_value(hdfDB.find(row->audio), attr, out);
+    const CodecRow *row = attr ? find_codec(codec_in_force(request)) : nullptr;
+    return row ? value_of(hdfDB.find(row->audio), attr) : std::nullopt;
 }
 
-bool codec_spotout_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> codec_spotout_rfunc(Request &, const char *, const char *attr)
 {
     const Node spot = hdfDB.find("VideoOutput.Spotout.Configuration");
-    if (!attr || !give_value(spot, attr, out))
-        out = "n/a";
-    return true;
+    return attr ? value_of(spot, attr).value_or("n/a") : "n/a";
 }
 
-bool codec_actual_settings_rfunc(const char *, const char *attr, std::string &out, bool cached)
+std::optional<std::string> codec_actual_settings_rfunc(Request &request, const char *, const char *attr)
 {
-    const Tree *in_force = get_mobisettings(cached);
-    return in_force && attr && give_value(in_force->root(), attr, out);
+    const Tree *in_force = settings_in_force(request);
+    return in_force && attr ? value_of(in_force->root(), attr) : std::nullopt;
 }
 
 } // namespace qvcd

@@ -1,7 +1,7 @@
 #include "status/identity.h"
 
+#include "base/lookup.h"
 #include "platform/ident.h"
-#include "status/lookup.h"
 
 #include <string_view>
 
@@ -39,34 +39,30 @@ std::string binary_serial_number(const IdentData &data, int group)
 
 } // namespace
 
-bool qvi_rfunc(const char *, const char *attr, std::string &out, bool cached)
+std::optional<std::string> qvi_rfunc(Request &request, const char *, const char *attr)
 {
-    static IdentData qvi_data{};
-    if (!attr)
-        return false;
-    if (!cached)
-        qv_ident_read_data(qvi_data);
-    const Field *field = find_row(kFields, attr);
+    const Field *field = attr ? find_row(kFields, attr) : nullptr;
     if (!field)
-        return false;
+        return std::nullopt;
+    const auto &memory = request.once<IdentData>([] {
+        IdentData data{};
+        qv_ident_read_data(data);
+        return data;
+    });
     std::string text;
-    const IdentText kind = qv_ident_read_group_using_data(qvi_data, field->group, field->decoder, text);
+    const IdentText kind = qv_ident_read_group_using_data(memory, field->group, field->decoder, text);
     if (field->name == "country" && text.empty())
-        text = "none";
-    else if (kind == IdentText::none)
-        return false;
-    else if (kind == IdentText::binary)
-        text = binary_serial_number(qvi_data, field->group);
-    out = text;
-    return true;
+        return "none";
+    if (kind == IdentText::binary)
+        return binary_serial_number(memory, field->group);
+    return kind == IdentText::none ? std::nullopt : std::optional(text);
 }
 
-bool hw_version_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> hw_version_rfunc(Request &, const char *, const char *)
 {
     std::string version;
     qv_ident_read_group(kHardwareVersionGroup, version);
-    out = version.empty() ? "unknown" : version;
-    return true;
+    return version.empty() ? "unknown" : version;
 }
 
 } // namespace qvcd

@@ -1,6 +1,6 @@
 #include "status/ifb_info.h"
 
-#include "status/lookup.h"
+#include "base/lookup.h"
 #include "store/database.h"
 
 #include <string_view>
@@ -9,11 +9,11 @@ namespace qvcd {
 
 namespace {
 
-constexpr long kOffset = 10;
-constexpr long kMaxPort = 65535;
+constexpr long long kOffset = 10;
+constexpr long long kMaxPort = 65535;
 
 struct Channel {
-    long port = 0;
+    long long port = 0;
     std::string host;
 };
 
@@ -22,7 +22,7 @@ std::string text(const char *name)
     return hdfDB.get_or(name, "");
 }
 
-int number(const char *name)
+long long number(const char *name)
 {
     return hdfDB.get_int(name, 0);
 }
@@ -76,35 +76,34 @@ Channel bond_channel()
     return row ? row->channel() : Channel{ifb_port(0), ""};
 }
 
-bool print(const Channel &channel, std::string_view attr, std::string &out)
+std::optional<std::string> print(Channel (*channel)(), const char *attr)
 {
-    if (attr == "port")
-        out = std::to_string(channel.port);
-    else if (attr == "host")
-        out = channel.host;
-    return true;
+    if (!attr)
+        return std::nullopt;
+    const std::string_view field = attr;
+    return field == "port" ? std::to_string(channel().port) : field == "host" ? channel().host : "";
 }
 
 } // namespace
 
-long ifb_port(int stream_port)
+long long ifb_port(long long stream_port)
 {
     return stream_port + kOffset > kMaxPort ? stream_port - kOffset : stream_port + kOffset;
 }
 
-bool ifb_enc_info_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> ifb_enc_info_rfunc(Request &, const char *, const char *attr)
 {
-    return attr && print(encoder_channel(), attr, out);
+    return print(encoder_channel, attr);
 }
 
-bool ifb_dec_info_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> ifb_dec_info_rfunc(Request &, const char *, const char *attr)
 {
-    return attr && print(decoder_channel(), attr, out);
+    return print(decoder_channel, attr);
 }
 
-bool ifb_bond_info_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> ifb_bond_info_rfunc(Request &, const char *, const char *attr)
 {
-    return attr && print(bond_channel(), attr, out);
+    return print(bond_channel, attr);
 }
 
 } // namespace qvcd

@@ -64,16 +64,13 @@ bool is_access_point(const unsigned char (&mac)[6])
     return !same || (mac[0] != 0x00 && mac[0] != 0x44 && mac[0] != 0xff);
 }
 
-bool linkstate_rfunc(const char *, const char *attr, std::string &out, bool cached)
+std::optional<std::string> linkstate_rfunc(Request &request, const char *, const char *attr)
 {
-    if (!cached)
-        expire_linkstate_snapshot();
-    const InterfaceSnapshot *snapshot = linkstate_snapshot();
+    const InterfaceSnapshot *snapshot = interface_snapshot(request);
     if (!snapshot)
-        return false;
+        return std::nullopt;
     const std::string interface = attr ? attr : "eth0";
-    out = text_of(link_state(snapshot->link(interface), interface));
-    return true;
+    return std::string(text_of(link_state(snapshot->link(interface), interface)));
 }
 
 } // namespace qvcd

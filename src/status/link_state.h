@@ -1,7 +1,10 @@
 #pragma once
 
+#include "base/request.h"
+
 #include "status/netlink.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -9,8 +12,8 @@ namespace qvcd {
 
 /// Read function of an interface's state: "up", "down", "present" (a modem without a link) or "unknown" (no
 /// such interface). `attr` is the interface, null for "eth0"; `file` is not used. A wireless interface is up
-/// when it is associated with an access point (SIOCGIWAP). The snapshot is taken anew when `cached` is false.
-bool linkstate_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+/// when it is associated with an access point (SIOCGIWAP). One request sees one snapshot.
+std::optional<std::string> linkstate_rfunc(Request &request, const char *file, const char *attr);
 
 /// False for the patterns that drivers report while there is no access point: six equal bytes 0x00, 0x44 or
 /// 0xff.

@@ -3,7 +3,6 @@
 #include "platform/log.h"
 
 #include <array>
-#include <atomic>
 #include <memory>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
@@ -18,8 +17,6 @@ struct Free {
 };
 using Socket = std::unique_ptr<nl_sock, Free>;
 using Cache = std::unique_ptr<nl_cache, Free>;
-
-std::atomic<std::size_t> snapshots_built{0};
 
 std::string address_text(nl_addr *address)
 {
@@ -81,53 +78,17 @@ Cache read_addresses(nl_sock *socket)
     return Cache(rtnl_addr_alloc_cache(socket, &addresses) == 0 ? addresses : nullptr);
 }
 
-enum class Content { links, links_and_addresses };
-
-std::optional<InterfaceSnapshot> take_snapshot(Content content)
+std::optional<InterfaceSnapshot> take_snapshot()
 {
-    ++snapshots_built;
     const Socket socket = connect_to_kernel();
     const Cache links = socket ? read_links(socket.get()) : nullptr;
-    if (!links) {
+    const Cache addresses = links ? read_addresses(socket.get()) : nullptr;
+    if (!addresses) {
         qv_log_print(kLogWarning, "cannot list the network interfaces\n");
         return std::nullopt;
     }
-    InterfaceSnapshot snapshot;
-    snapshot.links = rows_of(links.get(), link_of);
-    if (content == Content::links)
-        return snapshot;
-    const Cache addresses = read_addresses(socket.get());
-    if (!addresses) {
-        qv_log_print(kLogWarning, "cannot list the network addresses\n");
-        return std::nullopt;
-    }
-    snapshot.addresses = rows_of(addresses.get(), address_of);
-    return snapshot;
+    return InterfaceSnapshot{rows_of(links.get(), link_of), rows_of(addresses.get(), address_of)};
 }
-
-// Taken at the first request after it expired, so that a request that needs none costs none.
-class Snapshot {
-  public:
-    explicit constexpr Snapshot(Content content) : content_(content) {}
-
-    void expire() { expired_ = true; }
-
-    const InterfaceSnapshot *get()
-    {
-        if (expired_)
-            value_ = take_snapshot(content_);
-        expired_ = false;
-        return value_ ? &*value_ : nullptr;
-    }
-
-  private:
-    Content content_;
-    bool expired_ = true;
-    std::optional<InterfaceSnapshot> value_;
-};
-
-Snapshot interfaces{Content::links_and_addresses};
-Snapshot linkstates{Content::links};
 
 } // namespace
 
@@ -150,29 +111,10 @@ const NetAddress *InterfaceSnapshot::address(std::string_view name) const
     return nullptr;
 }
 
-const InterfaceSnapshot *interface_snapshot()
+const InterfaceSnapshot *interface_snapshot(Request &request)
 {
-    return interfaces.get();
-}
-
-const InterfaceSnapshot *linkstate_snapshot()
-{
-    return linkstates.get();
-}
-
-void expire_interface_snapshot()
-{
-    interfaces.expire();
-}
-
-void expire_linkstate_snapshot()
-{
-    linkstates.expire();
-}
-
-std::size_t netlink_snapshots_built()
-{
-    return snapshots_built;
+    const auto &snapshot = request.once<std::optional<InterfaceSnapshot>>(take_snapshot);
+    return snapshot ? &*snapshot : nullptr;
 }
 
 } // namespace qvcd

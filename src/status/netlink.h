@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstddef>
+#include "base/request.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,9 +9,8 @@
 
 namespace qvcd {
 
-// What the kernel says of its network interfaces (rtnetlink(7)), as snapshots of this process. Use them under
-// the command lock; a pointer to a snapshot is good until the next call that asks for one, and at the latest
-// until the lock is let go. Asking the kernel does not wait on the outside world. Netlink knows no sysroot.
+// What the kernel says of its network interfaces (rtnetlink(7)). Asking it does not wait on the outside
+// world. Netlink knows no sysroot.
 
 struct NetLink {
     int index = 0;
@@ -37,17 +37,7 @@ struct InterfaceSnapshot {
     const NetAddress *address(std::string_view name) const;
 };
 
-/// Links and addresses for the interface fields. Null when the kernel could not be asked.
-const InterfaceSnapshot *interface_snapshot();
-
-/// The links once more, for link states: they are refreshed at times of their own. `addresses` is empty.
-const InterfaceSnapshot *linkstate_snapshot();
-
-/// The next request for the snapshot asks the kernel again.
-void expire_interface_snapshot();
-void expire_linkstate_snapshot();
-
-/// How many snapshots were taken since the process began, for tests.
-std::size_t netlink_snapshots_built();
+/// The request's snapshot, taken when it first asks. Null when the kernel could not be asked.
+const InterfaceSnapshot *interface_snapshot(Request &request);
 
 } // namespace qvcd

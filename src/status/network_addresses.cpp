@@ -1,9 +1,9 @@
 #include "status/network_addresses.h"
 
 #include "base/kv_file.h"
+#include "base/lookup.h"
 #include "base/text.h"
 #include "platform/sysroot.h"
-#include "status/lookup.h"
 #include "status/print_text.h"
 #include "store/database.h"
 
@@ -105,9 +105,10 @@ std::optional<std::string> read_current_settings(const std::string &interface, c
     return quoted_kv_read(qv_sysroot_path(path), row->upper_keys ? upper(key) : key);
 }
 
-std::optional<std::string> running_field(const std::string &interface, const std::string &field)
+std::optional<std::string> running_field(Request &request, const std::string &interface,
+                                         const std::string &field)
 {
-    const InterfaceSnapshot *snapshot = interface_snapshot();
+    const InterfaceSnapshot *snapshot = interface_snapshot(request);
     return snapshot ? interface_field(*snapshot, interface, field) : std::nullopt;
 }
 
@@ -136,20 +137,14 @@ std::optional<std::string> interface_field(const InterfaceSnapshot &snapshot, st
     return row ? row->print(snapshot.link(interface), snapshot.address(interface)) : std::nullopt;
 }
 
-bool ifconfig_rfunc(const char *, const char *attr, std::string &out, bool cached)
+std::optional<std::string> ifconfig_rfunc(Request &request, const char *, const char *attr)
 {
     if (!attr)
-        return false;
-    if (!cached)
-        expire_interface_snapshot();
+        return std::nullopt;
     const auto [interface, field] =
         split_interface_field(std::string_view(attr).substr(0, kMaxAttrBytes), "eth0");
-    const auto text = is_configured_field(field) ? read_current_settings(interface, field)
-                                                 : running_field(interface, field);
-    if (!text)
-        return false;
-    out = *text;
-    return true;
+    return is_configured_field(field) ? read_current_settings(interface, field)
+                                      : running_field(request, interface, field);
 }
 
 } // namespace qvcd

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/request.h"
+
 #include "status/netlink.h"
 
 #include <optional>
@@ -9,12 +11,12 @@
 namespace qvcd {
 
 /// Read function of one field of an interface. `attr` is "<interface> <field>", or the field of "eth0"; its
-/// first 255 bytes count. `file` is not used. The snapshot is taken anew when `cached` is false.
+/// first 255 bytes count. `file` is not used. One request sees one snapshot.
 ///
 /// Fields of the running interface: "ipaddress", "broadcast", "submask", "mtu", "macaddress" ("Not Available"
 /// without such an interface, "Error getting" when it has none). Fields of its configuration, read from the
 /// file that belongs to its address mode: "gateway", "nameserver", "domain".
-bool ifconfig_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> ifconfig_rfunc(Request &request, const char *file, const char *attr);
 
 /// One field of the running interface; nothing when there is none.
 std::optional<std::string> interface_field(const InterfaceSnapshot &snapshot, std::string_view interface,

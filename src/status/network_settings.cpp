@@ -71,14 +71,6 @@ constexpr SettingRow kSettings[] = {
     {"ethaddr", board_address},
 };
 
-bool give(std::optional<std::string> text, std::string &out)
-{
-    if (!text)
-        return false;
-    out = std::move(*text);
-    return true;
-}
-
 // "%lx" of all of `word`, at most 32 bits: the columns are IPv4 addresses and masks.
 std::optional<std::uint32_t> hex_number(const std::string &word)
 {
@@ -107,15 +99,15 @@ std::optional<std::string> second_option(std::string_view options)
     return words[1];
 }
 
-bool network_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> network_rfunc(Request &, const char *file, const char *attr)
 {
     if (!attr)
-        return false;
+        return std::nullopt;
     for (const SettingRow &row : kSettings) {
         if (strcasecmp(row.name, attr) == 0)
-            return give(row.read(file, attr), out);
+            return row.read(file, attr);
     }
-    return false;
+    return std::nullopt;
 }
 
 std::optional<std::string> default_gateway(std::string_view routes)
@@ -139,12 +131,9 @@ std::optional<std::string> default_gateway(std::string_view routes)
     return "0.0.0.0";
 }
 
-bool gateway_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> gateway_rfunc(Request &, const char *, const char *)
 {
-    const auto gateway = default_gateway(read_file(qv_sysroot_path("/proc/net/route")).value_or(""));
-    if (gateway)
-        out = *gateway;
-    return true;
+    return default_gateway(read_file(qv_sysroot_path("/proc/net/route")).value_or("")).value_or("");
 }
 
 std::optional<std::string> resolver_words(std::string_view text, std::string_view keyword)
@@ -162,27 +151,25 @@ std::optional<std::string> resolver_words(std::string_view text, std::string_vie
     return found ? std::optional(cut(*found, kMaxValueBytes)) : std::nullopt;
 }
 
-bool resolv_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> resolv_rfunc(Request &, const char *file, const char *attr)
 {
-    if (!attr || !file)
-        return false;
-    const auto text = read_file(qv_sysroot_path(file));
-    return text && give(resolver_words(*text, attr), out);
+    const auto text = attr && file ? read_file(qv_sysroot_path(file)) : std::nullopt;
+    return text ? resolver_words(*text, attr) : std::nullopt;
 }
 
-bool discovery_id_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> discovery_id_rfunc(Request &, const char *, const char *)
 {
     const Fd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::strcpy(request.ifr_name, "eth0");
     if (!socket || ioctl(socket.get(), SIOCGIFHWADDR, &request) != 0)
-        return false;
+        return std::nullopt;
     std::array<unsigned char, 6> mac;
     std::memcpy(mac.data(), request.ifr_hwaddr.sa_data, mac.size());
-    out.clear();
+    std::string text;
     for (const unsigned char byte : mac)
-        out += print_text("%02x", byte);
-    return true;
+        text += print_text("%02x", byte);
+    return text;
 }
 
 } // namespace qvcd

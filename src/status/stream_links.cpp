@@ -21,30 +21,26 @@ struct Interface {
 
 constexpr Interface kInterfaces[] = {{"eth0", "Eth0"}, {"wlan0", "Wlan0"}};
 
-// What the kernel says during one pass; the first question of each kind brings a new snapshot.
+// What the kernel says during one pass.
 class Network {
   public:
+    explicit Network(Request &request) : request_(request) {}
+
     bool is_known(const Interface &interface)
     {
-        std::string state;
-        const bool found = linkstate_rfunc(nullptr, interface.name, state, std::exchange(have_states_, true));
-        return found && state != "unknown";
+        return linkstate_rfunc(request_, nullptr, interface.name).value_or("unknown") != "unknown";
     }
 
     std::optional<std::string> ipv4_address(const Interface &interface)
     {
-        std::string address;
-        const std::string attr = std::string(interface.name) + " ipaddress";
+        const InterfaceSnapshot *snapshot = interface_snapshot(request_);
+        auto address = snapshot ? interface_field(*snapshot, interface.name, "ipaddress") : std::nullopt;
         in_addr ignored;
-        if (!ifconfig_rfunc(nullptr, attr.c_str(), address, std::exchange(have_addresses_, true)) ||
-            inet_pton(AF_INET, address.c_str(), &ignored) != 1)
-            return std::nullopt;
-        return address;
+        return address && inet_pton(AF_INET, address->c_str(), &ignored) == 1 ? address : std::nullopt;
     }
 
   private:
-    bool have_states_ = false;
-    bool have_addresses_ = false;
+    Request &request_;
 };
 
 LinkFacts facts_from_settings()
@@ -120,9 +116,9 @@ bool publish_quickview(const std::string &root, LinkFacts facts, Network &networ
     return published;
 }
 
-bool publish_links(const std::string &root)
+bool publish_links(Request &request, const std::string &root)
 {
-    Network network;
+    Network network(request);
     const LinkFacts facts = facts_from_settings();
     const StreamMode *mode = find_stream_mode(hdfDB.get_or("VideoStreamer.Settings.1.mode", "Disabled"));
     bool published = publish_stream(root, facts, mode, network);
@@ -138,10 +134,9 @@ bool publish_links(const std::string &root)
 
 } // namespace
 
-bool links_rfunc(const char *file, const char *, std::string &out, bool)
+std::optional<std::string> links_rfunc(Request &request, const char *file, const char *)
 {
-    out = file && is_tree_name(file) && publish_links(file) ? "1" : "0";
-    return true;
+    return file && is_tree_name(file) && publish_links(request, file) ? "1" : "0";
 }
 
 } // namespace qvcd

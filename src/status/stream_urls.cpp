@@ -1,7 +1,7 @@
 #include "status/stream_urls.h"
 
 #include "base/limits.h"
-#include "status/lookup.h"
+#include "base/lookup.h"
 #include "store/database.h"
 
 #include <optional>
@@ -57,7 +57,10 @@ class Settings {
     {
         return hdfDB.get_or(full(name), fallback);
     }
-    int number(std::string_view name, int fallback = 0) const { return hdfDB.get_int(full(name), fallback); }
+    long long number(std::string_view name, long long fallback = 0) const
+    {
+        return hdfDB.get_int(full(name), fallback);
+    }
     bool on(std::string_view name) const { return number(name) != 0; }
 
   private:
@@ -68,13 +71,14 @@ class Settings {
 constexpr std::string_view kStreamer = "VideoStreamer.Settings.1";
 
 // "host:port", always with the port.
-std::string endpoint(const std::string &host, int port)
+std::string endpoint(const std::string &host, long long port)
 {
     return host + ":" + std::to_string(port);
 }
 
 // "[user:password@]host[:port]/path"
-std::string rtsp_url(const std::string &user, const std::string &host, int port, const std::string &path)
+std::string rtsp_url(const std::string &user, const std::string &host, long long port,
+                     const std::string &path)
 {
     return "rtsp://" + user + (port == kDefaultRtspPort ? host : endpoint(host, port)) + "/" + path;
 }
@@ -93,8 +97,8 @@ std::string http_base(const LinkFacts &facts)
 
 // The links of an RTSP server. `server` is where its settings stand; a tunnel port of 0 stands for "no RTP
 // over HTTP".
-Links rtsp_server_links(const Settings &server, const std::string &host, int port, const std::string &stream,
-                        std::optional<int> tunnel_port)
+Links rtsp_server_links(const Settings &server, const std::string &host, long long port,
+                        const std::string &stream, std::optional<long long> tunnel_port)
 {
     Links links{{"rtsp", rtsp_url("", host, port, stream)}};
     if (server.on("Authentication.enable")) {
@@ -112,7 +116,7 @@ Links rtsp_server_links(const Settings &server, const std::string &host, int por
 Links setup_rtsp_links(const LinkFacts &facts)
 {
     const Settings rtsp("VideoStreamer.Settings.1.RTSP");
-    std::optional<int> tunnel_port;
+    std::optional<long long> tunnel_port;
     if (rtsp.on("RTPOverHTTP.enable"))
         tunnel_port = hdfDB.get_int("VideoStreamer.Configuration.HTTP.port", 8080);
     return rtsp_server_links(rtsp, facts.address, facts.rtsp_port, facts.stream_name, tunnel_port);

@@ -18,10 +18,10 @@ struct LinkFacts {
     std::string address;                 ///< of the interface, or of the bonding unit's server
     std::string_view interface;          ///< "eth0", "wlan0"
     bool bonded = false;                 ///< the bonding unit is up
-    int rtsp_port = 554;                 ///< left out of URLs when it is 554
+    long long rtsp_port = 554;           ///< left out of URLs when it is 554
     std::string stream_name = "stream1"; ///< path of RTSP-style links
     std::string serial_number = "XXXX";  ///< names the second push link
-    int http_port = 80;                  ///< of HTTP-based links
+    long long http_port = 80;            ///< of HTTP-based links
     bool ssl = false;                    ///< https
 };
 

@@ -1,9 +1,9 @@
 #include "status/system_info.h"
 
+#include "base/lookup.h"
 #include "platform/clock.h"
 #include "platform/power.h"
 #include "platform/small_file.h"
-#include "status/lookup.h"
 #include "status/print_text.h"
 
 #include <cstdlib>
@@ -39,14 +39,6 @@ constexpr SysinfoRow kSysinfo[] = {
     {"bufferram", [](const struct sysinfo &s) { return kib_text(s.bufferram); }},
     {"numberprocs", [](const struct sysinfo &s) { return std::to_string(s.procs); }},
 };
-
-bool give(std::optional<std::string> text, std::string &out)
-{
-    if (!text)
-        return false;
-    out = std::move(*text);
-    return true;
-}
 
 } // namespace
 
@@ -93,65 +85,55 @@ std::string temperature_text(const std::string &sensor, Degrees unit)
     return print_text("%3.1f", unit == Degrees::fahrenheit ? celsius * 1.8 + 32 : celsius);
 }
 
-bool info_get_sysinfo(const char *, const char *attr, std::string &out, bool cached)
+namespace {
+
+struct sysinfo read_sysinfo()
 {
-    static struct sysinfo info {
-    };
-    if (!attr)
-        return false;
-    if (!cached)
-        sysinfo(&info);
-    return give(sysinfo_text(info, attr), out);
+    struct sysinfo info {};
+    sysinfo(&info);
+    return info;
 }
 
-bool info_get_uptime(const char *, const char *attr, std::string &out, bool cached)
+} // namespace
+
+std::optional<std::string> info_get_sysinfo(Request &request, const char *, const char *attr)
 {
-    static struct sysinfo uptme_info {
-    };
-    if (!attr)
-        return false;
-    if (!cached)
-        sysinfo(&uptme_info);
-    return give(uptime_text(uptme_info.uptime, attr), out);
+    return attr ? sysinfo_text(request.once<struct sysinfo>(read_sysinfo), attr) : std::nullopt;
 }
 
-bool info_get_temperature(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> info_get_uptime(Request &request, const char *, const char *attr)
+{
+    return attr ? uptime_text(request.once<struct sysinfo>(read_sysinfo).uptime, attr) : std::nullopt;
+}
+
+std::optional<std::string> info_get_temperature(Request &, const char *, const char *attr)
 {
     const auto sensor = read_small_file("/sys/class/hwmon/hwmon0/device/temp1_input", 128);
     const bool fahrenheit = !attr || *attr == 'f' || *attr == 'F';
-    out = sensor ? temperature_text(*sensor, fahrenheit ? Degrees::fahrenheit : Degrees::celsius) : "0.0";
-    return true;
+    return sensor ? temperature_text(*sensor, fahrenheit ? Degrees::fahrenheit : Degrees::celsius) : "0.0";
 }
 
-bool info_get_currenttime(const char *, const char *attr, std::string &out, bool cached)
+std::optional<std::string> info_get_currenttime(Request &request, const char *, const char *attr)
 {
-    static std::tm ltime{};
-    if (!attr)
-        return false;
-    if (!cached)
-        ltime = qv_time_get();
-    return give(time_text(ltime, attr), out);
+    return attr ? time_text(request.once<std::tm>(qv_time_get), attr) : std::nullopt;
 }
 
-bool power_source_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> power_source_rfunc(Request &, const char *, const char *)
 {
     switch (power_read_source()) {
     case 1:
     case 2:
-        out = "DC";
-        return true;
+        return "DC";
     case 4:
-        out = "BATT";
-        return true;
+        return "BATT";
     default:
-        return false;
+        return std::nullopt;
     }
 }
 
-bool battery_level_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> battery_level_rfunc(Request &, const char *, const char *)
 {
-    out = std::to_string(power_read_battery_capacity());
-    return true;
+    return std::to_string(power_read_battery_capacity());
 }
 
 } // namespace qvcd

@@ -9,9 +9,9 @@ namespace qvcd {
 
 namespace {
 
-int number(const char *name, int fallback)
+double number(const char *name, long long fallback)
 {
-    return hdfDB.get_int(name, fallback);
+    return static_cast<double>(hdfDB.get_int(name, fallback));
 }
 
 bool is(const char *name, std::string_view fallback, std::string_view wanted)
@@ -83,10 +83,9 @@ double rate_in_force()
 
 } // namespace
 
-bool transmission_rate_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> transmission_rate_rfunc(Request &, const char *, const char *)
 {
-    out = std::to_string(static_cast<long long>(rate_in_force())); // truncated toward zero
-    return true;
+    return std::to_string(static_cast<long long>(rate_in_force())); // truncated toward zero
 }
 
 } // namespace qvcd

@@ -25,13 +25,11 @@ constexpr LocalLink kLocalLinks[] = {
 
 } // namespace
 
-bool check_local()
+bool check_local(Request &request)
 {
-    bool cached = false;
     for (const LocalLink &link : kLocalLinks) {
         const std::string interface = meta_get(link.api, "attr").value_or(link.interface);
-        std::string state;
-        if (linkstate_rfunc(nullptr, interface.c_str(), state, std::exchange(cached, true)) && state == "up")
+        if (linkstate_rfunc(request, nullptr, interface.c_str()) == "up")
             return true;
     }
     return false;
@@ -53,13 +51,11 @@ bool check_provider()
     return check_internet();
 }
 
-bool uplink_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> uplink_rfunc(Request &request, const char *, const char *)
 {
     if (check_internet())
-        out = check_provider() ? "provider" : "internet";
-    else
-        out = check_local() ? "local" : "none";
-    return true;
+        return check_provider() ? "provider" : "internet";
+    return check_local(request) ? "local" : "none";
 }
 
 } // namespace qvcd

@@ -68,13 +68,10 @@ std::string version_text(std::string_view release)
     return head + "BETA";
 }
 
-bool version_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> version_rfunc(Request &, const char *file, const char *attr)
 {
     const auto release = file ? kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
-    if (!release)
-        return false;
-    out = version_text(*release);
-    return true;
+    return release ? std::optional(version_text(*release)) : std::nullopt;
 }
 
 std::optional<std::string> kernel_release(std::string_view text)
@@ -87,18 +84,15 @@ std::optional<std::string> kernel_release(std::string_view text)
     return std::string(word.substr(0, word.find(' ')));
 }
 
-bool linux_version_rfunc(const char *file, const char *attr, std::string &out, bool)
+std::optional<std::string> linux_version_rfunc(Request &, const char *file, const char *attr)
 {
     const auto text = read_first_piece(file);
     if (!text)
-        return false;
-    const auto release = attr && attr == kKernelMark ? kernel_release(*text) : std::nullopt;
-    if (!release) {
+        return std::nullopt;
+    auto release = attr && attr == kKernelMark ? kernel_release(*text) : std::nullopt;
+    if (!release)
         qv_log_print(kLogTrace, "Can't find %s in %s\n", attr ? attr : "(null)", file);
-        return false;
-    }
-    out = *release;
-    return true;
+    return release;
 }
 
 } // namespace qvcd

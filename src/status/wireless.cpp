@@ -1,7 +1,7 @@
 #include "status/wireless.h"
 
+#include "base/lookup.h"
 #include "platform/fd.h"
-#include "status/lookup.h"
 #include "status/network_addresses.h"
 #include "status/print_text.h"
 
@@ -136,23 +136,19 @@ void read_access_point(const std::string &interface, unsigned char (&mac)[6])
     std::memcpy(mac, answer.u.ap_addr.sa_data, sizeof mac);
 }
 
-bool iwconfig_rfunc(const char *, const char *attr, std::string &out, bool)
+std::optional<std::string> iwconfig_rfunc(Request &, const char *, const char *attr)
 {
     if (!attr)
-        return false;
+        return std::nullopt;
     const auto [interface, field] = split_interface_field(attr, "wlan0");
     const FieldRow *row = find_row(kFields, field);
-    if (!row)
-        return false;
-    out = row->print(Wireless(interface));
-    return true;
+    return row ? std::optional(row->print(Wireless(interface))) : std::nullopt;
 }
 
-bool iwpassword_rfunc(const char *, const char *, std::string &out, bool)
+std::optional<std::string> iwpassword_rfunc(Request &, const char *, const char *)
 {
     // Whether one is stored is nobody's business, so the file is not even read.
-    out = "********";
-    return true;
+    return "********";
 }
 
 } // namespace qvcd

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "base/request.h"
+
+#include <optional>
 #include <string>
 
 namespace qvcd {
@@ -8,12 +11,12 @@ namespace qvcd {
 // 15 bytes. What a driver does not answer reads as zero.
 
 /// Read function. `attr` is "<interface> <field>", or the field of "wlan0": "quality" ("40/70"), "freq" (GHz,
-/// "2.437"), "channel", "mode" ("auto", "ad-hoc", "managed", "master", "unknown") or "essid". `file` and
-/// `cached` are not used.
-bool iwconfig_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+/// "2.437"), "channel", "mode" ("auto", "ad-hoc", "managed", "master", "unknown") or "essid". `file` is
+/// not used.
+std::optional<std::string> iwconfig_rfunc(Request &request, const char *file, const char *attr);
 
 /// Read function of the pass phrase: always "********", also when none is stored.
-bool iwpassword_rfunc(const char *file, const char *attr, std::string &out, bool cached);
+std::optional<std::string> iwpassword_rfunc(Request &request, const char *file, const char *attr);
 
 /// The address of the access point that the interface uses.
 void read_access_point(const std::string &interface, unsigned char (&mac)[6]);

@@ -3,6 +3,7 @@
 #include "base/text.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,8 @@
 namespace qvcd {
 
 namespace {
+
+std::atomic<std::uint64_t> changes{0};
 
 bool ignore(NEOERR *error)
 {
@@ -148,14 +151,14 @@ std::string Node::get_or(std::string_view name, std::string_view fallback) const
     return std::string(get(name).value_or(fallback));
 }
 
-int Node::get_int(std::string_view name, int fallback) const
+long long Node::get_int(std::string_view name, long long fallback) const
 {
     const auto value = get(name);
     if (!value)
         return fallback;
     char *end = nullptr;
-    const long number = std::strtol(value->data(), &end, 10);
-    return end == value->data() ? fallback : static_cast<int>(number);
+    const long long number = std::strtoll(value->data(), &end, 10);
+    return end == value->data() ? fallback : number;
 }
 
 bool Node::set(std::string_view name, std::string_view value, Names names)
@@ -165,6 +168,7 @@ bool Node::set(std::string_view name, std::string_view value, Names names)
     const std::string copy(value); // the view may point into the node's old value
     if (const Node there = find(name))
         return ignore(hdf_set_value(there.n_, "", copy.c_str()));
+    changes.fetch_add(1, std::memory_order_relaxed);
     return is_taken(name, names) && ignore(hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
 }
 
@@ -178,6 +182,7 @@ bool Node::remove(std::string_view name)
     const std::string last(dot == std::string_view::npos ? name : name.substr(dot + 1));
     const bool removed = ignore(hdf_remove_tree(parent.n_, last.c_str()));
     forget_set_cache(parent.n_);
+    changes.fetch_add(1, std::memory_order_relaxed);
     return removed;
 }
 
@@ -188,6 +193,7 @@ bool Node::merge(std::string_view name, Node source)
     Node target = find(name);
     if (!target) {
         // A node without a value is what the library makes for a missing parent.
+        changes.fetch_add(1, std::memory_order_relaxed);
         HDF *made = nullptr;
         if (!ignore(hdf_get_node(n_, std::string(name).c_str(), &made)))
             return false;
@@ -219,8 +225,10 @@ Tree &Tree::operator=(Tree &&other) noexcept
 
 void Tree::destroy() noexcept
 {
-    if (h_)
+    if (h_) {
         hdf_destroy(&h_);
+        changes.fetch_add(1, std::memory_order_relaxed);
+    }
     h_ = nullptr;
 }
 
@@ -252,6 +260,11 @@ std::optional<std::string> url_unescape(std::string_view text)
     std::string copy(text);
     copy.resize(std::char_traits<char>::length(cgi_url_unescape(copy.data())));
     return copy;
+}
+
+std::uint64_t tree_changes()
+{
+    return changes.load(std::memory_order_relaxed);
 }
 
 void tree_library_init()

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstdio>
-#include <functional>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -48,8 +47,9 @@ class Node {
     Node find(std::string_view name) const;
     std::optional<std::string_view> get(std::string_view name) const;
     std::string get_or(std::string_view name, std::string_view fallback) const;
-    /// As the C library reads numbers: "12abc" is 12; without leading digits the fallback.
-    int get_int(std::string_view name, int fallback) const;
+    /// As the C library reads numbers: "12abc" is 12; without leading digits the fallback. Numbers beyond 64
+    /// bits are the nearest one.
+    long long get_int(std::string_view name, long long fallback) const;
 
     /// Sets the value of a node below, creating what is missing. The value is copied first; it may be a view
     /// into the tree. False, and nothing changed, for a bad name or a value with a NUL byte.
@@ -106,7 +106,10 @@ class Tree {
     {
         return root().get_or(name, fallback);
     }
-    int get_int(std::string_view name, int fallback) const { return root().get_int(name, fallback); }
+    long long get_int(std::string_view name, long long fallback) const
+    {
+        return root().get_int(name, fallback);
+    }
     bool set(std::string_view name, std::string_view value) { return root().set(name, value); }
     bool remove(std::string_view name) { return root().remove(name); }
 
@@ -120,6 +123,11 @@ std::string url_escape(std::string_view text);
 /// "+" and %XX decoded once; malformed escapes stay as they are. Nothing when the result would hold a NUL
 /// byte.
 std::optional<std::string> url_unescape(std::string_view text);
+
+/// How often nodes were made or removed, in any tree. A walk whose visits may change the tree, or let go of
+/// the command lock, holds nodes for as long as this number stays. Setting the value of a node that is there
+/// does not count.
+std::uint64_t tree_changes();
 
 /// Call once, before any thread starts and before any tree is made.
 void tree_library_init();

@@ -1,0 +1,27 @@
+#include "commands/targets.h"
+
+namespace qvcd {
+
+int for_each_flagged(const Args &names, std::FILE *out, Classifier flag,
+                     const std::function<int(const std::string &api)> &visit)
+{
+    int result = 0;
+    const auto visit_below = [&](const std::string &name) {
+        for (const std::string &api : flagged_apis(metaDB.find(name), name, flag)) {
+            // Who waited for an earlier visit may find that this one was deleted meanwhile.
+            if (name_kind(api) == NameKind::api && visit(api) != 0 && api == name)
+                result = 1;
+        }
+    };
+    for (const std::string &name : names) {
+        if (name_kind(name) == NameKind::nothing)
+            result |= refuse_unknown(name, out);
+        else
+            visit_below(name);
+    }
+    if (names.empty())
+        visit_below("");
+    return result;
+}
+
+} // namespace qvcd
