@@ -48,7 +48,7 @@ constexpr ReadRow rfuncCmdMap[] = {
     {"model_rfunc", model_rfunc},
     {"kv_rfunc", kv_rfunc},
     {"quotedkv_rfunc", quoted_rfunc},
-    {"eeprom_rfunc", eeprom_rfunc},
+    {"eeprom_rfunc", na_rfunc},
     {"ipc_rfunc", ipc_rfunc},
     {"ipc_attr_rfunc", ipc_attr_rfunc},
     {"power_source_rfunc", power_source_rfunc},

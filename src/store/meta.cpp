@@ -72,7 +72,7 @@ unsigned MetaApi::perm()
 bool MetaApi::is_password()
 {
     const auto type = get("type");
-    return type && type->find("password") != std::string_view::npos;
+    return (type && type->find("password") != std::string_view::npos) || own("secret") == "true";
 }
 
 std::optional<std::string> meta_get(std::string_view api, std::string_view attribute)

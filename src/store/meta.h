@@ -35,7 +35,9 @@ class MetaApi {
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
-    bool is_password(); ///< the inherited "type" speaks of a password
+    /// The value is not for logs and open files: the inherited "type" speaks of a password, or the API's own
+    /// "secret" is "true", since a reader built the value from a password.
+    bool is_password();
 
   private:
     std::vector<Node> chain_; // from the first component's node to the API's own
@@ -66,7 +68,6 @@ std::optional<std::string> meta_get_parent(std::string_view name);
 /// A.B.C gives B; none for a name without a dot.
 std::optional<std::string> meta_get_prev_node(std::string_view name);
 
-/// The API's inherited "type" speaks of a password: its value is not for logs.
 bool meta_is_password(std::string_view api);
 
 /// The API is private and the mask has no level-0 bit.
