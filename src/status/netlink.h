@@ -15,10 +15,10 @@ namespace qvcd {
 struct NetLink {
     int index = 0;
     std::string name;
-    unsigned operational_state = 0; ///< RFC 2863; 6 is "up"
-    unsigned flags = 0;             ///< IFF_*
-    unsigned mtu = 0;               ///< bytes
-    std::optional<std::string> mac; ///< lower case
+    unsigned operational_state = 0;      ///< RFC 2863; 6 is "up"
+    unsigned flags = 0;                  ///< IFF_*
+    unsigned mtu = 0;                    ///< bytes
+    std::optional<std::string> mac = {}; ///< lower case
 };
 
 struct NetAddress {

@@ -77,17 +77,6 @@ std::optional<std::uint32_t> hex_number(std::string_view word)
     return error == std::errc() && end == word.data() + word.size() ? std::optional(number) : std::nullopt;
 }
 
-} // namespace
-
-std::optional<std::string> network_rfunc(Request &, const char *file, const char *attr)
-{
-    for (const SettingRow &row : kSettings) {
-        if (attr && strcasecmp(row.name, attr) == 0)
-            return row.read(file, attr);
-    }
-    return std::nullopt;
-}
-
 std::string default_gateway(std::string_view routes)
 {
     // Iface Destination Gateway Flags RefCnt Use Metric Mask MTU Window IRTT
@@ -108,6 +97,17 @@ std::string default_gateway(std::string_view routes)
             return inet_ntoa({*gateway});
     }
     return "0.0.0.0";
+}
+
+} // namespace
+
+std::optional<std::string> network_rfunc(Request &, const char *file, const char *attr)
+{
+    for (const SettingRow &row : kSettings) {
+        if (attr && strcasecmp(row.name, attr) == 0)
+            return row.read(file, attr);
+    }
+    return std::nullopt;
 }
 
 std::optional<std::string> gateway_rfunc(Request &, const char *, const char *)

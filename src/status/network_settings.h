@@ -4,7 +4,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace qvcd {
 
@@ -16,8 +15,8 @@ namespace qvcd {
 /// board's MAC address).
 std::optional<std::string> network_rfunc(Request &request, const char *file, const char *attr);
 
-/// The default gateway from "/proc/net/route", "0.0.0.0" without one. `file` and `attr` are not used. Empty
-/// when the table is unreadable or empty.
+/// The dotted gateway of the first route to 0.0.0.0/0 in "/proc/net/route", "0.0.0.0" without one; a
+/// malformed row ends the table. `file` and `attr` are not used. Empty when the table is unreadable or empty.
 std::optional<std::string> gateway_rfunc(Request &request, const char *file, const char *attr);
 
 /// The second words of all lines of `file` that begin with the word `attr`, run together; nothing when no
@@ -26,9 +25,5 @@ std::optional<std::string> resolv_rfunc(Request &request, const char *file, cons
 
 /// The hardware address of "eth0" as twelve lower-case hexadecimal digits. One request sees one snapshot.
 std::optional<std::string> discovery_id_rfunc(Request &request, const char *file, const char *attr);
-
-/// The dotted gateway of the first route to all destinations (0.0.0.0/0) in a text like "/proc/net/route",
-/// "0.0.0.0" without one; a malformed row ends the table. Empty for an empty text.
-std::string default_gateway(std::string_view routes);
 
 } // namespace qvcd
