@@ -13,6 +13,7 @@
 #include "commands/group.h"
 #include "commands/help.h"
 #include "commands/import.h"
+#include "commands/insert.h"
 #include "commands/menu.h"
 #include "commands/meta.h"
 #include "commands/preset.h"
