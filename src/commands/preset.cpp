@@ -146,11 +146,10 @@ std::vector<Setting> settings_of(Node preset)
     return settings;
 }
 
-// What the set command does, but that cuts the escaped text, which may be three times as long as the value.
 void set_whole(Request &internal, const Setting &setting, std::FILE *out)
 {
     if (hdfDB.get(setting.api))
-        set_param(internal, setting.api, url_escape(setting.value), out, SetMode::set);
+        set_param(internal, setting.api, setting.value, out, SetMode::set);
     else
         reply_value(out, setting.api, API_E_PARAM_NOT_FOUND);
 }

@@ -65,9 +65,8 @@ std::optional<std::string> model_rfunc(Request &request, const char *, const cha
 {
     if (!attr)
         return std::nullopt;
-    const bool readable =
-        (request.mask & meta_get_perm(attr) & kReadBits) != 0 && !meta_is_hidden(request.mask, attr);
-    return readable || !meta_is_password(attr) ? own_copy(hdfDB.get(attr)) : std::nullopt;
+    MetaApi meta(attr);
+    return meta.visible_to(request.mask) || !meta.is_secret() ? own_copy(hdfDB.get(attr)) : std::nullopt;
 }
 
 std::optional<std::string> kv_rfunc(Request &, const char *file, const char *attr)
@@ -83,8 +82,8 @@ std::optional<std::string> quoted_rfunc(Request &, const char *file, const char 
 namespace {
 
 // Sends a message and an empty line to an IPC server, and collects the answer's lines up to the end mark "@",
-// the end of the stream, or a limit; "n/a" stands for a failed or empty exchange. The end of a line is looked
-// for byte by byte, so that a server that trickles does not outstay the time.
+// the end of the stream, or a limit; the last newline goes. "n/a" stands for a failed or empty exchange. The
+// ends of lines are looked for byte by byte, so that a server that trickles does not outstay the time.
 std::string ipc_answer(const char *server, const char *message)
 {
     IpcClient client;
@@ -110,6 +109,8 @@ std::string ipc_answer(const char *server, const char *message)
         line = reply.size();
     }
     qv_ipc_client_disconnect(client);
+    if (reply.ends_with('\n'))
+        reply.pop_back();
     return reply.empty() ? "n/a" : reply;
 }
 

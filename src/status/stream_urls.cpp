@@ -271,7 +271,7 @@ UrlText setting_text(std::string_view name, std::string_view fallback)
     UrlText part(hdfDB.get_or(name, fallback));
     MetaApi meta(name);
     part.is_private = meta.is_true("private");
-    part.secret = part.is_private || meta.is_password();
+    part.secret = part.is_private || meta.is_secret();
     if (part.secret)
         part.perm = meta.perm();
     return part;
