@@ -35,7 +35,11 @@ class MetaApi {
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
-    bool is_password(); ///< the inherited "type" speaks of a password
+    bool is_password(); ///< the inherited "type", or that of the API that "link" names, speaks of a password
+
+    // What a caller with these rights may see.
+    bool readable_by(unsigned mask) { return (mask & perm() & kReadBits) != 0; }
+    bool visible_to(unsigned mask); ///< readable, and not private to a caller without level-0 bits
 
   private:
     std::vector<Node> chain_; // from the first component's node to the API's own
@@ -66,7 +70,7 @@ std::optional<std::string> meta_get_parent(std::string_view name);
 /// A.B.C gives B; none for a name without a dot.
 std::optional<std::string> meta_get_prev_node(std::string_view name);
 
-/// The API's inherited "type" speaks of a password: its value is not for logs.
+/// MetaApi::is_password: the value is not for logs.
 bool meta_is_password(std::string_view api);
 
 /// The API is private and the mask has no level-0 bit.
