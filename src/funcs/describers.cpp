@@ -167,7 +167,7 @@ int introspect_profile2(const Description &what)
     for (const std::string &profile : taken(what, profile_names_of_group(what.api))) {
         std::string text;
         profile_read_group_desc(profile, text);
-        describe(what, std::to_string(number++), one_line(profile + "," + text));
+        describe(what, std::to_string(number++), one_line(std::string(profile).append(",").append(text)));
     }
     return what.index;
 }

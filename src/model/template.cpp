@@ -150,7 +150,7 @@ class Expansion {
     }
 
     // Templates nested in each other multiply, and each copy costs some kilobytes.
-    static constexpr std::uint64_t kMaxCopiesOfOneRun = 2 * kMaxTemplateCopies;
+    static constexpr std::uint64_t kMaxCopiesOfOneRun = std::uint64_t{2} * kMaxTemplateCopies;
 
     // A template within another is met again in each copy of the outer one.
     static constexpr int kMaxComplaints = 10;

@@ -8,8 +8,8 @@ namespace qvcd {
 inline constexpr unsigned kMaxTemplateCopies = 65536;
 
 /// Expands every template of metaDB: a node whose name contains "__" and that has a "range". A range with a
-/// mistake is logged: a step that is no number counts as 1, one below 1 makes one copy, a first number below 0
-/// makes none.
+/// mistake is logged: a step that is no number counts as 1, one below 1 makes one copy, a first number below
+/// 0 makes none.
 int dyngroup_expand_meta(Request &request);
 
 } // namespace qvcd

@@ -448,10 +448,8 @@ def test_clock_of_a_root_is_a_file(appliance):
     a = appliance(shipped=True).start()
     assert a.command("set System.Time.syncclock=20240229T12:00:00").code == 0
     assert a.read("/var/run/qv/clock") == "20240229T12:00:00\n"
-    # Day and month are not matched by the type, but such a time cannot be set.
-    assert a.command("set System.Time.syncclock=20230229T12:00:00").code == 0
-    assert a.logged("Could not set system time")
-    assert a.command("set System.Time.syncclock=20380101T00:00:00").code == 1
+    for impossible in ("20230229T12:00:00", "20380101T00:00:00"):
+        assert a.command(f"set System.Time.syncclock={impossible}").code == 1
     assert a.read("/var/run/qv/clock") == "20240229T12:00:00\n"
     assert a.command("update System.Time.settime=20250101T00:00:01").code == 0
     assert a.read("/var/run/qv/clock") == "20250101T00:00:01\n"
