@@ -81,8 +81,18 @@ unsigned MetaApi::perm()
 
 bool MetaApi::is_password()
 {
-    const auto type = get("type");
-    return type && type->find("password") != std::string_view::npos;
+    const auto speaks_of_it = [](MetaApi &api) {
+        return api.get("type").value_or("").find("password") != std::string_view::npos;
+    };
+    if (speaks_of_it(*this))
+        return true;
+    MetaApi linked(own("link").value_or(""));
+    return speaks_of_it(linked);
+}
+
+bool MetaApi::visible_to(unsigned mask)
+{
+    return readable_by(mask) && ((mask & kLevel0Bits) != 0 || !is_true("private"));
 }
 
 std::optional<std::string> meta_get(std::string_view api, std::string_view attribute)

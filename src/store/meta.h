@@ -37,7 +37,8 @@ class MetaApi {
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
-    bool is_password(); ///< the inherited "type" speaks of a password: no reply shows it
+    /// The inherited "type", or that of the API that "link" names, speaks of a password: no reply shows it.
+    bool is_password();
 
     /// A password, or what a reader built from one and marked with the API's own "secret": not for logs and
     /// open files, and in replies for those who may read it.
@@ -46,10 +47,7 @@ class MetaApi {
     bool readable_by(unsigned mask) { return (mask & perm() & kReadBits) != 0; }
 
     /// Readable, and not private for a caller without a level-0 bit: what listings show.
-    bool visible_to(unsigned mask)
-    {
-        return readable_by(mask) && ((mask & kLevel0Bits) != 0 || !is_true("private"));
-    }
+    bool visible_to(unsigned mask);
 
   private:
     std::optional<std::string_view> find(std::string_view attribute, std::size_t &levels) const;
