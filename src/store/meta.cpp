@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "store/database.h"
 #include "store/flags.h"
+#include "store/names.h"
 
 namespace qvcd {
 
@@ -79,9 +80,9 @@ unsigned MetaApi::perm()
     return text ? c_hex16(*text) : 0;
 }
 
-bool MetaApi::is_password()
+bool MetaApi::is_password() const
 {
-    const auto type = get("type");
+    const auto type = look("type");
     return type && type->find("password") != std::string_view::npos;
 }
 
@@ -139,6 +140,11 @@ bool meta_is_password(std::string_view api)
 std::string shown_value(std::string_view api, std::string_view value)
 {
     return value.size() > 1 && meta_is_password(api) ? kHiddenPassword : std::string(value);
+}
+
+std::string value_for_log(std::string_view api, std::string_view value)
+{
+    return std::string(name_kind(api) == NameKind::api && !meta_is_password(api) ? value : kHiddenPassword);
 }
 
 bool meta_is_hidden(unsigned mask, std::string_view api)

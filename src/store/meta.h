@@ -37,7 +37,7 @@ class MetaApi {
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
-    bool is_password(); ///< the inherited "type" speaks of a password
+    bool is_password() const; ///< the inherited "type" speaks of a password
 
     bool readable_by(unsigned mask) { return (mask & perm() & kReadBits) != 0; }
 
@@ -84,6 +84,10 @@ bool meta_is_password(std::string_view api);
 /// What others than its owner see of a value: seven asterisks for a password, but a password of one byte,
 /// which clients have always seen, and an empty one.
 std::string shown_value(std::string_view api, std::string_view value);
+
+/// What a log line shows of a value that somebody gave for `api`: seven asterisks, unless the name is that of
+/// an API and its type speaks of no password. A misspelt name may be meant for one that does.
+std::string value_for_log(std::string_view api, std::string_view value);
 
 /// The API is private and the mask has no level-0 bit.
 bool meta_is_hidden(unsigned mask, std::string_view api);
