@@ -121,7 +121,7 @@ bool is_line_value(std::string_view value)
 // One entry that the user file cannot hold would keep every later change from being written.
 bool can_be_written(Node node)
 {
-    if (!is_line_value(node.text()))
+    if (!is_line_value(node.text()) || node.text().size() > kMaxValueBytes)
         return false;
     for (const Node child : node) {
         if (!can_be_written(child))

@@ -9,7 +9,8 @@
 
 namespace qvcd {
 
-FreshFile::FreshFile(const std::string &target) : target_(target), path_(target + ".XXXXXX")
+FreshFile::FreshFile(const std::string &target)
+    : target_(target), path_(target.substr(0, target.rfind('/') + 1) + ".qvcd-XXXXXX")
 {
     fd_.reset(mkostemp(path_.data(), O_CLOEXEC));
     if (fd_)

@@ -32,14 +32,14 @@ TEST_F(SessionTest, WithoutSessionCheckingZeroIsOnTheList)
 
 TEST_F(SessionTest, LoginWritesTheSession)
 {
-    const int n = session_login("viewer", "a b", "10.0.0.7", "web");
+    const int n = session_login("viewer", "a b", "10.0.0.7", "we\x1b");
     ASSERT_GE(n, 10);
     ASSERT_LE(n, 97612903);
     EXPECT_EQ("viewer", field(n, "user"));
     EXPECT_EQ("77", field(n, "perm"));
     EXPECT_EQ("2", field(n, "group"));
     EXPECT_EQ("10.0.0.7", field(n, "ip"));
-    EXPECT_EQ("web", field(n, "server"));
+    EXPECT_EQ("we ", field(n, "server"));
     const std::string time = field(n, "login");
     std::tm parsed{};
     const char *end = strptime(time.c_str(), "%a %b %e %H:%M:%S %Y", &parsed);
@@ -232,7 +232,7 @@ TEST_F(SessionTest, AListThatCannotBeWrittenComesBackWhole)
     const std::string second = std::to_string(login("viewer", "a b"));
     EXPECT_EQ(first + "\n" + second + "\n", list());
     for (const auto &entry : std::filesystem::directory_iterator(auth_root().path("tmp")))
-        EXPECT_EQ(std::string::npos, entry.path().filename().string().find("current_sessions.")) << entry;
+        EXPECT_EQ(std::string::npos, entry.path().filename().string().find(".qvcd")) << entry;
 }
 
 } // namespace
