@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "store/database.h"
 #include "store/flags.h"
+#include "store/names.h"
 
 namespace qvcd {
 
@@ -79,15 +80,12 @@ unsigned MetaApi::perm()
     return text ? c_hex16(*text) : 0;
 }
 
-bool MetaApi::is_password()
+bool MetaApi::is_password() const
 {
-    const auto speaks_of_it = [](MetaApi &api) {
-        return api.get("type").value_or("").find("password") != std::string_view::npos;
+    const auto speaks_of_it = [](const MetaApi &api) {
+        return api.look("type").value_or("").find("password") != std::string_view::npos;
     };
-    if (speaks_of_it(*this))
-        return true;
-    MetaApi linked(own("link").value_or(""));
-    return speaks_of_it(linked);
+    return speaks_of_it(*this) || speaks_of_it(MetaApi(own("link").value_or("")));
 }
 
 bool MetaApi::visible_to(unsigned mask)
@@ -141,6 +139,11 @@ bool meta_is_password(std::string_view api)
 std::string shown_value(std::string_view api, std::string_view value)
 {
     return value.size() > 1 && meta_is_password(api) ? kHiddenPassword : std::string(value);
+}
+
+std::string value_for_log(std::string_view api, std::string_view value)
+{
+    return std::string(name_kind(api) == NameKind::api && !meta_is_password(api) ? value : kHiddenPassword);
 }
 
 bool meta_is_hidden(unsigned mask, std::string_view api)

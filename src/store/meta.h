@@ -38,11 +38,11 @@ class MetaApi {
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
     /// The inherited "type", or that of the API that "link" names, speaks of a password: no reply shows it.
-    bool is_password();
+    bool is_password() const;
 
     /// A password, or what a reader built from one and marked with the API's own "secret": not for logs and
     /// open files, and in replies for those who may read it.
-    bool is_secret() { return is_password() || own("secret") == "true"; }
+    bool is_secret() const { return is_password() || own("secret") == "true"; }
 
     bool readable_by(unsigned mask) { return (mask & perm() & kReadBits) != 0; }
 
@@ -83,6 +83,10 @@ bool meta_is_password(std::string_view api);
 /// What others than its owner see of a value: seven asterisks for a password, but a password of one byte,
 /// which clients have always seen, and an empty one.
 std::string shown_value(std::string_view api, std::string_view value);
+
+/// What a log line shows of a value that somebody gave for `api`: seven asterisks, unless the name is that of
+/// an API and its type speaks of no password. A misspelt name may be meant for one that does.
+std::string value_for_log(std::string_view api, std::string_view value);
 
 /// The API is private and the mask has no level-0 bit.
 bool meta_is_hidden(unsigned mask, std::string_view api);
