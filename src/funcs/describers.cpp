@@ -144,13 +144,11 @@ int introspect_range(const Description &what)
 int introspect_profile(const Description &what)
 {
     int number = 0;
-    for (const Node profile : profileDB.find("Profile")) {
-        if (profile.name() == "current")
-            continue;
+    for (const std::string &profile : profile_names()) {
         if (what.compact)
-            reply_text(what.out, profile.name());
+            reply_text(what.out, profile);
         else
-            describe(what, std::to_string(number++), profile.name());
+            describe(what, std::to_string(number++), profile);
     }
     return what.index;
 }
