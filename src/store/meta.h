@@ -75,9 +75,6 @@ bool meta_is_true(std::string_view api, std::string_view attribute);
 /// A.B.C gives A.B; none for a name without a dot.
 std::optional<std::string> meta_get_parent(std::string_view name);
 
-/// A.B.C gives B; none for a name without a dot.
-std::optional<std::string> meta_get_prev_node(std::string_view name);
-
 /// The API's inherited "type" speaks of a password: its value is not for logs.
 bool meta_is_password(std::string_view api);
 
