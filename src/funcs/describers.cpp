@@ -146,13 +146,8 @@ int introspect_length(const Description &what)
 
 int introspect_profile(const Description &what)
 {
-    std::vector<std::string> names;
-    hdfutils_traverse_tree(profileDB.root(), {}, hdfutils_check_endnode, [&](Node leaf, const std::string &) {
-        if (leaf.name() == "name")
-            names.emplace_back(leaf.text());
-    });
     int number = 0;
-    for (const std::string &name : taken(what, names)) {
+    for (const std::string &name : taken(what, profile_names())) {
         if (what.compact)
             reply_text(what.out, name);
         else
