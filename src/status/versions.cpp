@@ -3,9 +3,11 @@
 #include "base/file_text.h"
 #include "base/kv_file.h"
 #include "base/limits.h"
-#include "base/text.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
+
+#include <algorithm>
+#include <cstdlib>
 
 namespace qvcd {
 
@@ -56,7 +58,7 @@ std::string version_text(std::string_view release)
     if (suffix.starts_with("rc") || suffix.starts_with("RC")) {
         const std::string_view number = suffix.substr(2);
         if (std::string_view rest = number; skip_number(rest))
-            return head + "rc" + std::to_string(c_int(number));
+            return head + "rc" + std::to_string(std::strtoll(std::string(number).c_str(), nullptr, 10));
     }
     return head + "BETA";
 }
