@@ -124,17 +124,9 @@ std::optional<std::string> meta_get_parent(std::string_view name)
     return cut(name.substr(0, dot), kMaxNameBytes);
 }
 
-std::optional<std::string> meta_get_prev_node(std::string_view name)
-{
-    const auto parent = meta_get_parent(name);
-    if (!parent)
-        return std::nullopt;
-    return parent->substr(parent->rfind('.') + 1); // npos + 1 is 0: the parent is one component
-}
-
 bool meta_is_password(std::string_view api)
 {
-    return MetaApi(api).is_password();
+    return MetaApi(api).is_secret();
 }
 
 std::string shown_value(std::string_view api, std::string_view value)

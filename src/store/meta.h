@@ -37,7 +37,11 @@ class MetaApi {
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
-    bool is_password() const; ///< the inherited "type" speaks of a password
+    bool is_password() const; ///< the inherited "type" speaks of a password: no reply shows it
+
+    /// A password, or what a reader built from one and marked with the API's own "secret": not for logs and
+    /// open files, and in replies for those who may read it.
+    bool is_secret() const { return is_password() || own("secret") == "true"; }
 
     bool readable_by(unsigned mask) { return (mask & perm() & kReadBits) != 0; }
 
@@ -75,10 +79,7 @@ bool meta_is_true(std::string_view api, std::string_view attribute);
 /// A.B.C gives A.B; none for a name without a dot.
 std::optional<std::string> meta_get_parent(std::string_view name);
 
-/// A.B.C gives B; none for a name without a dot.
-std::optional<std::string> meta_get_prev_node(std::string_view name);
-
-/// The API's inherited "type" speaks of a password: its value is not for logs.
+/// The value is not for logs, events and open files: MetaApi::is_secret().
 bool meta_is_password(std::string_view api);
 
 /// What others than its owner see of a value: seven asterisks for a password, but a password of one byte,
@@ -86,7 +87,7 @@ bool meta_is_password(std::string_view api);
 std::string shown_value(std::string_view api, std::string_view value);
 
 /// What a log line shows of a value that somebody gave for `api`: seven asterisks, unless the name is that of
-/// an API and its type speaks of no password. A misspelt name may be meant for one that does.
+/// an API that holds no secret. A misspelt name may be meant for one that does.
 std::string value_for_log(std::string_view api, std::string_view value);
 
 /// The API is private and the mask has no level-0 bit.
