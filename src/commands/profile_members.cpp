@@ -1,9 +1,10 @@
 #include "commands/profile_members.h"
 
+#include "base/save_lock.h"
 #include "base/text.h"
 #include "commands/profile.h"
+#include "funcs/file_writes.h"
 #include "funcs/generic_readers.h"
-#include "funcs/write_functions.h"
 #include "platform/log.h"
 #include "store/database.h"
 #include "store/profile_files.h"
@@ -26,17 +27,21 @@ struct Selection {
     std::string prefix() const { return meta_get_parent(name).value_or(""); }
     void set(const std::string &name_value, const std::string &desc_value) const
     {
-        set_one(desc, desc_value);
-        set_one(name, name_value);
+        FileWrites writes;
+        set_one(desc, desc_value, writes);
+        set_one(name, name_value, writes);
+        const SaveLock lock;
+        writes.commit();
+        writes.log_failures("write");
     }
 
   private:
-    void set_one(const std::string &api, const std::string &value) const
+    void set_one(const std::string &api, const std::string &value, FileWrites &writes) const
     {
         if (hdfDB.get(api))
             hdfDB.set(api, value);
-        if (const auto attr = meta_get(api, "attr")) // without a key the writer would replace the whole file
-            quoted_wfunc(file, file, *attr, value);
+        if (const auto attr = meta_get(api, "attr"))
+            writes.add_to(file, "quotedkv_wfunc", {*attr, value});
     }
 };
 

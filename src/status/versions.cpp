@@ -1,10 +1,10 @@
 #include "status/versions.h"
 
-#include "base/file_text.h"
 #include "base/kv_file.h"
 #include "base/limits.h"
 #include "base/text.h"
 #include "platform/log.h"
+#include "platform/small_file.h"
 #include "platform/sysroot.h"
 
 namespace qvcd {
@@ -46,7 +46,7 @@ std::string_view suffix_of(std::string_view build)
 
 std::optional<std::string> read_first_piece(const char *file)
 {
-    return file ? read_file(qv_sysroot_path(file), kMaxFileLineBytes) : std::nullopt;
+    return file ? read_small_file(file, kMaxFileLineBytes) : std::nullopt;
 }
 
 } // namespace
