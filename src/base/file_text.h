@@ -43,16 +43,10 @@ int replace_secret_file(const std::string &path, std::string_view text, unsigned
 /// Removes a file for good: its folder is flushed to the disk.
 int remove_file(const std::string &path);
 
-// Files in folders that others may write to ("/tmp"). Nothing is written through a symbolic link there, or
-// into a file that somebody else made and may read: the text comes in a new file of ours.
-
-/// A file that a client named. In a folder that others may write to, what is no regular file of ours is left
-/// alone (ELOOP, EPERM), and so are links on the way there; elsewhere links are followed and devices written.
-/// The file gets `mode` less the umask and is flushed to the disk.
+/// The same for a file that a client named, which may be in a folder that others may write to ("/tmp"). There
+/// nothing is written through a link, or into a file that is no regular file of ours (ELOOP, EPERM);
+/// elsewhere links are followed and devices written. The text comes in a new file of our own with at most the
+/// old one's rights and `mode` less the umask.
 int replace_named_file(const std::string &path, std::string_view text, unsigned mode = 0666);
-
-/// A file of our own, under a name that somebody may have taken before us: it goes. Mode 0600, not flushed to
-/// the disk.
-int write_scratch_file(const std::string &path, std::string_view text);
 
 } // namespace qvcd

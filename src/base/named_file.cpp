@@ -95,17 +95,15 @@ class Walk {
     int links_ = 0;
 };
 
-enum class Strangers { refuse, replace };
-
 // 0 when the file may be replaced; `st` is what stands there.
-int look_at(const Place &place, Strangers strangers, struct stat &st, bool &exists)
+int look_at(const Place &place, struct stat &st, bool &exists)
 {
     exists = fstatat(place.folder.get(), place.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
     if (!exists)
         return errno == ENOENT ? 0 : errno;
     if (S_ISDIR(st.st_mode))
         return EISDIR;
-    if (place.trusted || strangers == Strangers::replace)
+    if (place.trusted)
         return 0;
     if (S_ISLNK(st.st_mode))
         return ELOOP;
@@ -119,19 +117,17 @@ int write_device(const Place &place, std::string_view text)
     return fd ? write_all(fd.get(), text) : errno;
 }
 
-int put_new_file(const Place &place, std::string_view text, unsigned mode, bool flushed)
+int put_new_file(const Place &place, std::string_view text, unsigned mode)
 {
     NewFile file(place.folder.get());
     if (const int error = file.make())
         return error;
-    if (fchmod(file.fd(), mode) != 0)
-        return errno;
-    int error = write_all(file.fd(), text);
-    if (!error && flushed)
+    int error = fchmod(file.fd(), mode) == 0 ? write_all(file.fd(), text) : errno;
+    if (!error)
         error = file.flush();
     if (!error)
         error = file.rename_to(place.name);
-    if (error || !flushed)
+    if (error)
         return error;
     const Fd names(openat(place.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return names ? flush_file(names.get()) : errno;
@@ -144,22 +140,12 @@ int replace_named_file(const std::string &path, std::string_view text, unsigned 
     const Place place = Walk(path).find();
     struct stat st {};
     bool exists = false;
-    if (const int error = place.error ? place.error : look_at(place, Strangers::refuse, st, exists))
+    if (const int error = place.error ? place.error : look_at(place, st, exists))
         return error;
     if (exists && !S_ISREG(st.st_mode))
         return write_device(place, text);
     mode &= ~kUmask;
-    return put_new_file(place, text, exists && st.st_uid == geteuid() ? mode & st.st_mode : mode, true);
-}
-
-int write_scratch_file(const std::string &path, std::string_view text)
-{
-    const Place place = Walk(path).find();
-    struct stat st {};
-    bool exists = false;
-    if (const int error = place.error ? place.error : look_at(place, Strangers::replace, st, exists))
-        return error;
-    return put_new_file(place, text, 0600, false);
+    return put_new_file(place, text, exists && st.st_uid == geteuid() ? mode & st.st_mode : mode);
 }
 
 } // namespace qvcd

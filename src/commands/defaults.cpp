@@ -81,7 +81,7 @@ int restore_param_to_default(Request &request, const std::string &api, std::FILE
         return 0;
     raise_flags(request, api, SetMode::set);
     store_setting(api, *fallback);
-    reply_value(out, api, shown_value(api, *fallback));
+    reply_value(out, api, *fallback);
     qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(),
                  meta_is_password(api) ? kHiddenPassword : fallback->c_str());
     return 0;

@@ -64,7 +64,11 @@ void import_setting(Request &request, const std::string &api, const std::string 
     if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
         return;
     const auto value = url_unescape(escaped);
-    if (!value || value_error(*value) || cfuncmap_check(api, *value))
+    if (const char *error = value ? value_error(*value) : API_E_INVALID_CHARACTER) {
+        refuse(api, error, out);
+        return;
+    }
+    if (cfuncmap_check(api, *value))
         return refuse_value(request, api, escaped, out);
     if (meta_get(api, "type") == "timecode")
         return log_setting("ignore", api, escaped);
