@@ -2,6 +2,7 @@
 #include "auth/user.h"
 #include "base/command_lock.h"
 #include "base/options.h"
+#include "base/replace_files.h"
 #include "commands/cmd_table.h"
 #include "commands/profile.h"
 #include "daemon/options.h"
@@ -90,6 +91,7 @@ void create_maps()
 
 void load_databases(const Options &options)
 {
+    recover_file_sets(); // before anything is read that a crash may have left half replaced
     Request request(kInternalMask);
     menu_load_db_file(options.menu_file);
     hdfdb_init();
@@ -154,7 +156,6 @@ void shut_down(const Options &options)
     qv_log_print(kLogNotice, "stopping\n");
     if (!options.no_watchdog)
         watchdog_stop();
-    rmdir(qv_sysroot_path("/tmp/qvcd").c_str());
     session_unload_db_file();
     hdfdb_destroy();
     user_unload_db_file();

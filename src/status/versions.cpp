@@ -1,9 +1,9 @@
 #include "status/versions.h"
 
-#include "base/file_text.h"
 #include "base/kv_file.h"
 #include "base/limits.h"
 #include "platform/log.h"
+#include "platform/small_file.h"
 #include "platform/sysroot.h"
 
 #include <algorithm>
@@ -83,7 +83,7 @@ std::optional<std::string> version_rfunc(Request &, const char *file, const char
 
 std::optional<std::string> linux_version_rfunc(Request &, const char *file, const char *attr)
 {
-    const auto text = file ? read_file(qv_sysroot_path(file), kMaxFileLineBytes) : std::nullopt;
+    const auto text = file ? read_small_file(file, kMaxFileLineBytes) : std::nullopt;
     if (!text)
         return std::nullopt;
     auto release = attr && attr == kKernelMark ? kernel_release(*text) : std::nullopt;
