@@ -91,7 +91,7 @@ void log_line(int number, const Line &line)
 
 } // namespace
 
-int cmd_parse(unsigned mask, std::string_view text, std::FILE *out)
+int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks)
 {
     const int number = cmdcounter++;
     const Stopwatch watch;
@@ -101,7 +101,7 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out)
     Line line;
     if (!split_line(text, line))
         return 0;
-    const CommandLock lock;
+    const CommandLock lock(hooks);
     if (!lock.held())
         return 1;
     log_line(number, line);

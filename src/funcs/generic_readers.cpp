@@ -82,13 +82,11 @@ std::optional<std::string> eeprom_rfunc(Request &, const char *, const char *)
     return "n/a";
 }
 
-int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply, bool single)
+int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply)
 {
     const Unlocked unlocked;
     IpcClient client;
-    const int connected =
-        single ? qv_ipc_client_connect_single(server, client) : qv_ipc_client_connect(server, client);
-    if (connected < 0)
+    if (qv_ipc_client_connect_single(server, client) < 0)
         return -2;
     reply.clear();
     std::fprintf(client.out, "%s\n\n", message.c_str());
@@ -110,8 +108,7 @@ namespace {
 std::string ipc_answer(const char *server, const char *message)
 {
     std::string reply;
-    if (!server || send_ipc_msg(server, cut(message, kMaxIpcLineBytes - 1), reply, true) != 0 ||
-        reply.empty())
+    if (!server || send_ipc_msg(server, cut(message, kMaxIpcLineBytes - 1), reply) != 0 || reply.empty())
         return "n/a";
     return cut(reply, kMaxValueBytes);
 }

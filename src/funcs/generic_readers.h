@@ -33,9 +33,8 @@ std::optional<std::string> syscall_rfunc(Request &request, const char *file, con
 std::optional<std::string> ntp_rfunc(Request &request, const char *file, const char *attr);
 
 /// Sends a message and an empty line to the IPC server `server` and collects the answer's lines up to the end
-/// mark
-/// "@" or the end of the stream, at most 4,096 bytes. `single`: a one-shot connection. Returns 0, or -2 when
-/// the server cannot be reached. Waits: the command lock is let go.
-int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply, bool single);
+/// mark "@" or the end of the stream, at most 4,096 bytes. Returns 0, or -2 when the server cannot be
+/// reached. Waits: the command lock is let go.
+int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply);
 
 } // namespace qvcd

@@ -3,6 +3,7 @@
 #include "funcs/read_map.h"
 
 #include "base/limits.h"
+#include "base/shell.h"
 #include "base/text.h"
 #include "funcs/func_map.h"
 #include "funcs/generic_readers.h"
@@ -113,6 +114,9 @@ std::optional<std::string> rfuncmap_read(Request &request, std::string_view api)
     const ReadRow &row = row_or_first(rfuncCmdMap, read.value_or(""));
     qv_log_print(kLogTrace, "rfuncmap_read: %s %s(%s, %s)\n", name.c_str(), for_log(read), for_log(file),
                  for_log(attr));
+    std::optional<ShellLimits> limits; // a shell command may be given less than its usual time
+    if (row.function == syscall_rfunc)
+        limits.emplace(shell_time_of(own_copy(meta.get("timeout"))).value_or(kShellReadLimit));
     std::optional<std::string> value = row.function(request, or_null(file), or_null(attr));
     if (value)
         value = one_line(cut(*value, kMaxValueBytes));
