@@ -21,12 +21,12 @@
 #include "platform/notify_bus.h"
 #include "platform/process.h"
 #include "platform/server.h"
-#include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/menu.h"
 
+#include <chrono>
 #include <csignal>
-#include <cstdio>
+#include <optional>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -176,7 +176,6 @@ bool shut_down(const Options &options)
     qv_log_print(kLogNotice, "stopping\n");
     if (!options.no_watchdog)
         watchdog_stop();
-    rmdir(qv_sysroot_path("/tmp/qvcd").c_str());
     session_unload_db_file();
     hdfdb_destroy();
     user_unload_db_file();
