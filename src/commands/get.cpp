@@ -38,10 +38,8 @@ GetPlan plan_get(const Request &request, std::string_view api, GetMode mode)
     plan.password = meta.is_password();
     if (plan.dynamic || mode == GetMode::fallback || mode == GetMode::fallback_only)
         plan.fallback = own_copy(meta.own("default"));
-    if (const auto link = meta.own("link"); link && !plan.dynamic && name_kind(*link) == NameKind::api) {
+    if (const auto link = meta.own("link"); link && !plan.dynamic && name_kind(*link) == NameKind::api)
         plan.link = std::string(*link);
-        plan.password |= meta_is_password(*link);
-    }
     return plan;
 }
 

@@ -41,6 +41,7 @@ const CommandRecord menuRecord = {
     .synopsis = "get, getload, firstrun, reload",
     .notes = "More to come",
     .sub_commands = kSubCommands,
+    .secret_from = 1,
 };
 
 namespace {

@@ -16,8 +16,8 @@ constexpr std::size_t kReadBytes = std::size_t{16} << 10;
 constexpr std::size_t kKeepBytes = std::size_t{256} << 10; // larger buffers are given back after use
 } // namespace
 
-ServerConnection::ServerConnection(int socket, std::chrono::milliseconds send_patience)
-    : socket_(socket), send_patience_(send_patience), in_size_(kReadBytes),
+ServerConnection::ServerConnection(int socket, std::chrono::milliseconds send_patience, ServerPlace *place)
+    : socket_(socket), send_patience_(send_patience), place_(place), in_size_(kReadBytes),
       in_(std::make_unique_for_overwrite<char[]>(in_size_)),
       out_(::fopencookie(this, "w", {nullptr, &append_reply, nullptr, nullptr}))
 {
@@ -55,7 +55,7 @@ ServerConnection::Read ServerConnection::read_line(std::string &line, std::size_
     for (bool first = true;; first = false) {
         std::size_t size = next_piece(most);
         if (size == 0 && in_end_ - in_begin_ >= most)
-            return give_up("a line is too long");
+            return give_up(Read::bad, "a line is too long");
         if (size == 0 && ended_)
             size = in_end_ - in_begin_;
         if (size > 0) {
@@ -68,8 +68,11 @@ ServerConnection::Read ServerConnection::read_line(std::string &line, std::size_
             return Read::end;
         if (first)
             deadline = deadline_in(timeout);
-        if (!fill(timeout, deadline, first))
-            return give_up(errno == EAGAIN ? "no line came in time" : std::strerror(errno));
+        if (fill(timeout, deadline, first))
+            continue;
+        if (errno != EAGAIN)
+            return give_up(Read::end, std::strerror(errno));
+        return give_up(in_end_ > in_begin_ ? Read::bad : Read::idle, "no line came in time");
     }
 }
 
@@ -121,12 +124,12 @@ void ServerConnection::make_room()
     in_end_ = have;
 }
 
-ServerConnection::Read ServerConnection::give_up(const char *reason)
+ServerConnection::Read ServerConnection::give_up(Read why, const char *reason)
 {
     qv_log_print(kLogDebug, "connection closed: %s\n", reason);
     ended_ = true;
     in_begin_ = in_scanned_ = in_end_ = 0;
-    return Read::end;
+    return why;
 }
 
 bool ServerConnection::line_waiting() const
@@ -171,6 +174,23 @@ bool ServerConnection::flush()
     if (reply_.capacity() > kKeepBytes)
         reply_.shrink_to_fit();
     return !broken_;
+}
+
+// ---- Waiting ----
+
+// The place first: the client may take its time to read.
+void ServerConnection::begin_wait() noexcept
+{
+    if (place_)
+        place_->leave();
+    if (pending() > 0)
+        flush();
+}
+
+void ServerConnection::end_wait() noexcept
+{
+    if (place_)
+        place_->take_again();
 }
 
 } // namespace qvcd

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <sys/socket.h>
@@ -25,65 +26,120 @@ using namespace std::chrono_literals;
 constexpr auto kAcceptRetry = 200ms; // after an error that only time can cure (no descriptors left)
 constexpr auto kDrainPatience = 1s;  // for a client that still talks when its answer is complete
 constexpr std::size_t kDrainBytes = 4 << 20;
+constexpr std::size_t kMostWaiting = 64; // of one server, whose places are given away
 
-/// One listening socket and what its slots share. The slots' threads hold it too, so a thread that is left
+/// One listening socket and the threads that serve its clients. The threads hold it too, so one that is left
 /// behind at the end still finds everything it touches.
-class Server {
+class Server final : public std::enable_shared_from_this<Server>, private ServerPlace {
   public:
-    Server(UnixListener listener, int slots, ConnectionHandler handler)
+    Server(UnixListener listener, int places, ConnectionHandler handler)
         : listener_(std::move(listener)), handler_(std::move(handler)),
-          slots_(static_cast<std::size_t>(slots))
+          places_(static_cast<std::size_t>(places))
     {
     }
 
-    static bool start_slots(const std::shared_ptr<Server> &self);
+    bool start();
     void stop();
-    void join(Deadline deadline);
+    bool join(Deadline deadline);
 
   private:
-    struct Slot {
+    struct Worker {
         std::thread thread;
         int connection = -1; // open socket that stop() shuts down
-        bool running = false;
+        bool running = true;
     };
 
-    void run(Slot &slot);
+    void leave() noexcept override;
+    void take_again() noexcept override;
+    bool add_worker();
+    void keep_one_idle();
+    void run(Worker &self);
+    bool is_over(Worker &self);
     Fd accept_one();
     bool wait_out_error(int error);
-    void serve(Slot &slot, Fd socket);
+    void serve(Worker &self, Fd socket);
 
     const UnixListener listener_; // a TCP server has no path
     const ConnectionHandler handler_;
+    const std::size_t places_;
 
     std::mutex mutex_; // guards what follows
     std::condition_variable changed_;
-    std::vector<Slot> slots_;
+    std::list<Worker> workers_;
+    std::size_t idle_ = 0;    // wait for a client
+    std::size_t waiting_ = 0; // have left their places
     bool stopping_ = false;
     bool in_trouble_ = false; // an accept error was logged
 };
 
-bool Server::start_slots(const std::shared_ptr<Server> &self)
+bool Server::start()
 {
-    const std::lock_guard lock(self->mutex_);
-    for (Slot &slot : self->slots_) {
-        try {
-            slot.thread = start_quiet_thread([self, &slot] { self->run(slot); });
-            slot.running = true;
-        } catch (const std::system_error &error) {
-            qv_report_failure(std::string("cannot start a server thread: ") + error.what());
+    const std::lock_guard lock(mutex_);
+    while (workers_.size() < places_) {
+        if (!add_worker())
             return false;
-        }
     }
     return true;
 }
 
-void Server::run(Slot &slot)
+bool Server::add_worker()
 {
-    while (Fd socket = accept_one())
-        serve(slot, std::move(socket));
+    Worker &worker = workers_.emplace_back();
+    try {
+        worker.thread = start_quiet_thread([self = shared_from_this(), &worker] { self->run(worker); });
+    } catch (const std::system_error &error) {
+        workers_.pop_back();
+        qv_report_failure(std::string("cannot start a server thread: ") + error.what());
+        return false;
+    }
+    ++idle_;
+    return true;
+}
+
+// While there are places, a client that comes finds somebody.
+void Server::keep_one_idle()
+{
+    if (!stopping_ && idle_ == 0 && waiting_ <= kMostWaiting && workers_.size() - waiting_ < places_)
+        add_worker();
+}
+
+void Server::leave() noexcept
+{
     const std::lock_guard lock(mutex_);
-    slot.running = false;
+    ++waiting_;
+    keep_one_idle();
+}
+
+void Server::take_again() noexcept
+{
+    const std::lock_guard lock(mutex_);
+    --waiting_;
+}
+
+void Server::run(Worker &self)
+{
+    do {
+        if (Fd socket = accept_one())
+            serve(self, std::move(socket));
+    } while (!is_over(self));
+}
+
+// A thread ends when the server stops, or when all places are taken because somebody who waited has come
+// back.
+bool Server::is_over(Worker &self)
+{
+    const std::lock_guard lock(mutex_);
+    if (!stopping_ && workers_.size() - waiting_ <= places_) {
+        ++idle_;
+        return false;
+    }
+    self.running = false;
     changed_.notify_all();
+    if (stopping_)
+        return true; // join() has the list
+    self.thread.detach();
+    workers_.remove_if([&self](const Worker &worker) { return &worker == &self; });
+    return true;
 }
 
 // The next client; empty when the server stops.
@@ -129,17 +185,19 @@ void drain(int socket)
     }
 }
 
-void Server::serve(Slot &slot, Fd socket)
+void Server::serve(Worker &self, Fd socket)
 {
     {
         const std::lock_guard lock(mutex_);
         if (stopping_)
             return;
-        slot.connection = socket.get();
+        self.connection = socket.get();
         in_trouble_ = false;
+        --idle_;
+        keep_one_idle();
     }
     try {
-        ServerConnection connection(socket.get());
+        ServerConnection connection(socket.get(), kSendTimeout, this);
         handler_(connection);
         if (connection.flush())
             drain(socket.get());
@@ -148,7 +206,7 @@ void Server::serve(Slot &slot, Fd socket)
     }
     // The number may be another's socket as soon as it is closed, so stop() must not see it any more.
     const std::lock_guard lock(mutex_);
-    slot.connection = -1;
+    self.connection = -1;
 }
 
 void Server::stop()
@@ -159,31 +217,30 @@ void Server::stop()
     stopping_ = true;
     changed_.notify_all();
     ::shutdown(listener_.socket.get(), SHUT_RDWR);
-    for (const Slot &slot : slots_) {
-        if (slot.connection >= 0)
-            ::shutdown(slot.connection, SHUT_RDWR);
+    for (const Worker &worker : workers_) {
+        if (worker.connection >= 0)
+            ::shutdown(worker.connection, SHUT_RDWR);
     }
 }
 
-void Server::join(Deadline deadline)
+// False when a thread did not come back in time.
+bool Server::join(Deadline deadline)
 {
     std::unique_lock lock(mutex_);
-    changed_.wait_until(lock, deadline, [this] {
-        return std::ranges::none_of(slots_, [](const Slot &slot) { return slot.running; });
+    const bool all = changed_.wait_until(lock, deadline, [this] {
+        return std::ranges::none_of(workers_, [](const Worker &worker) { return worker.running; });
     });
-    for (Slot &slot : slots_) {
-        if (!slot.thread.joinable())
-            continue;
-        if (slot.running) {
+    for (Worker &worker : workers_) {
+        if (worker.running) {
             qv_log_print(kLogWarning, "a connection did not end in time\n");
-            slot.thread.detach();
+            worker.thread.detach();
             continue;
         }
-        std::thread ended = std::move(slot.thread);
         lock.unlock(); // its last step is to let go of the lock
-        ended.join();
+        worker.thread.join();
         lock.lock();
     }
+    return all;
 }
 
 // ---- All servers of the process ----
@@ -199,19 +256,21 @@ Servers &servers()
     return *s;
 }
 
-void end_servers(const std::vector<std::shared_ptr<Server>> &ending, std::chrono::milliseconds patience)
+bool end_servers(const std::vector<std::shared_ptr<Server>> &ending, std::chrono::milliseconds patience)
 {
     const Deadline deadline = deadline_in(patience);
     for (const auto &server : ending)
         server->stop();
+    bool all = true;
     for (const auto &server : ending)
-        server->join(deadline);
+        all &= server->join(deadline);
+    return all;
 }
 
-int start_server(UnixListener listener, int slots, ConnectionHandler handler)
+int start_server(UnixListener listener, int places, ConnectionHandler handler)
 {
-    auto server = std::make_shared<Server>(std::move(listener), std::max(slots, 1), std::move(handler));
-    if (!Server::start_slots(server)) {
+    auto server = std::make_shared<Server>(std::move(listener), std::max(places, 1), std::move(handler));
+    if (!server->start()) {
         end_servers({server}, 1s);
         return -1;
     }
@@ -223,20 +282,20 @@ int start_server(UnixListener listener, int slots, ConnectionHandler handler)
 
 } // namespace
 
-int qv_ipc_server_init(std::string_view name, int slots, ConnectionHandler handler)
+int qv_ipc_server_init(std::string_view name, int places, ConnectionHandler handler)
 {
     std::optional<UnixListener> listener = listen_unix(name);
-    return listener ? start_server(std::move(*listener), slots, std::move(handler)) : -1;
+    return listener ? start_server(std::move(*listener), places, std::move(handler)) : -1;
 }
 
-int qv_rpc_server_init(const char *address, int port, int slots, ConnectionHandler handler)
+int qv_rpc_server_init(const char *address, int port, int places, ConnectionHandler handler)
 {
     UnixListener listener;
     listener.socket = listen_tcp(address, port);
-    return listener.socket ? start_server(std::move(listener), slots, std::move(handler)) : -1;
+    return listener.socket ? start_server(std::move(listener), places, std::move(handler)) : -1;
 }
 
-void qv_ipc_server_exit(std::chrono::milliseconds patience)
+bool qv_ipc_server_exit(std::chrono::milliseconds patience)
 {
     std::vector<std::shared_ptr<Server>> ending;
     {
@@ -244,7 +303,7 @@ void qv_ipc_server_exit(std::chrono::milliseconds patience)
         const std::lock_guard lock(all.mutex);
         ending.swap(all.running);
     }
-    end_servers(ending, patience);
+    return end_servers(ending, patience);
 }
 
 } // namespace qvcd

@@ -40,6 +40,10 @@ Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout);
 /// `timeout`. Looking up a host name may take longer than that.
 Fd connect_tcp(const std::string &host, const std::string &port, std::chrono::milliseconds timeout);
 
+/// Makes the folder of the endpoints, "/var/run/qv" below the sysroot, 0755, if need be. False with errno
+/// set.
+bool make_endpoint_folder();
+
 /// A listening Unix socket and its place in the file system.
 struct UnixListener {
     Fd socket;

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "store/database.h"
 #include "store/flags.h"
+#include "store/names.h"
 
 namespace qvcd {
 
@@ -79,10 +80,17 @@ unsigned MetaApi::perm()
     return text ? c_hex16(*text) : 0;
 }
 
-bool MetaApi::is_password()
+bool MetaApi::is_password() const
 {
-    const auto type = get("type");
-    return type && type->find("password") != std::string_view::npos;
+    const auto speaks_of_it = [](const MetaApi &api) {
+        return api.look("type").value_or("").find("password") != std::string_view::npos;
+    };
+    return speaks_of_it(*this) || speaks_of_it(MetaApi(own("link").value_or("")));
+}
+
+bool MetaApi::visible_to(unsigned mask)
+{
+    return readable_by(mask) && ((mask & kLevel0Bits) != 0 || !is_true("private"));
 }
 
 std::optional<std::string> meta_get(std::string_view api, std::string_view attribute)
@@ -125,12 +133,17 @@ std::optional<std::string> meta_get_parent(std::string_view name)
 
 bool meta_is_password(std::string_view api)
 {
-    return MetaApi(api).is_password();
+    return MetaApi(api).is_secret();
 }
 
 std::string shown_value(std::string_view api, std::string_view value)
 {
     return value.size() > 1 && meta_is_password(api) ? kHiddenPassword : std::string(value);
+}
+
+std::string value_for_log(std::string_view api, std::string_view value)
+{
+    return std::string(name_kind(api) == NameKind::api && !meta_is_password(api) ? value : kHiddenPassword);
 }
 
 bool meta_is_hidden(unsigned mask, std::string_view api)

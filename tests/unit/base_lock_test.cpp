@@ -1,11 +1,11 @@
 #include "base/command_lock.h"
-#include "base/shell.h"
 #include "base/text.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace qvcd {
@@ -55,17 +55,29 @@ TEST(CommandLock, AnotherCommandRunsWhileTheShellWaits)
     close(ends[1]);
 }
 
-TEST(Shell, RunsCapturesAndQuotes)
+TEST(CommandLock, HooksRunAroundWaitsWithoutTheLock)
 {
-    EXPECT_EQ(shell_run("exit 0"), 0);
-    EXPECT_EQ(WEXITSTATUS(shell_run("exit 7")), 7);
-    EXPECT_EQ(shell_capture("echo '  a b'; echo c", 100), "  a b\nc\n");
-    EXPECT_EQ(shell_capture("yes | head -c 100000", 10)->size(), 10U);
-    EXPECT_EQ(shell_capture("kill -PIPE $$; echo survived", 100), ""); // SIGPIPE has its default action again
-    for (const char *word : {"", "a b", "it's", "$(touch x)", "`id`", "\\", "a\nb", "-n", "*", "';'"})
-        EXPECT_EQ(shell_capture("printf %s " + shell_quote(word), 100), word);
-    // Descriptors beyond 2 stay here.
-    EXPECT_EQ(shell_capture("ls /proc/self/fd | wc -l", 100), "4\n"); // 0, 1, 2 and the folder itself
+    struct Hooks final : WaitHooks {
+        std::string seen;
+        void note(const char *what)
+        {
+            std::thread([] { EXPECT_TRUE(CommandLock().held()); }).join(); // or it hangs
+            seen += what;
+        }
+        void before_waiting() noexcept override { note("before "); }
+        void after_waiting() noexcept override { note("after "); }
+    } hooks;
+    {
+        const CommandLock lock(&hooks);
+        for (int i = 0; i < 2; ++i) {
+            const Unlocked unlocked;
+            const Unlocked inner; // waits already
+            hooks.seen += "waits ";
+        }
+    }
+    const CommandLock without;
+    const Unlocked unlocked;
+    EXPECT_EQ(hooks.seen, "before waits after before waits after ");
 }
 
 TEST(Text, WordsNumbersAndNames)
@@ -73,12 +85,15 @@ TEST(Text, WordsNumbersAndNames)
     EXPECT_EQ(split_words(" a,,b\r\n c ", kListSeparators), (std::vector<std::string>{"a", "b", "c"}));
     EXPECT_TRUE(split_words(" ,, ", kListSeparators).empty());
     EXPECT_EQ(c_int(" -12x"), -12);
+    EXPECT_EQ(c_int("4294967297"), 2147483647); // the nearest, not the remainder
+    EXPECT_EQ(c_int64("-99999999999999999999"), INT64_MIN);
     EXPECT_EQ(c_hex16("7777x"), 0x7777U);
     EXPECT_EQ(c_hex16("12345"), 0x2345U);
     EXPECT_EQ(to_short_name("My Cam #1!"), "My_Cam_1");
     EXPECT_EQ(to_short_name("a-b c"), "ab_c");
-    EXPECT_FALSE(parse_timecode("2024-02-29"));
     EXPECT_EQ(parse_timecode("20240229T12:34:56")->minute, "34");
+    for (const char *text : {"2024-02-29", "20240229T12:34:567", "20240229 12:34:56", "20240229T12-34:56"})
+        EXPECT_FALSE(parse_timecode(text)) << text;
 }
 
 } // namespace

@@ -26,11 +26,15 @@ struct Pair {
     Fd server;
 };
 
-std::vector<std::string> read_all(ServerConnection &connection, std::size_t limit)
+std::vector<std::string> read_all(ServerConnection &connection, std::size_t limit, Read end = Read::end)
 {
     std::vector<std::string> lines;
-    for (std::string line; connection.read_line(line, limit, kLong) == Read::line;)
+    std::string line;
+    Read read = Read::line;
+    while ((read = connection.read_line(line, limit, kLong)) == Read::line)
         lines.push_back(line);
+    EXPECT_EQ(read, end);
+    EXPECT_EQ(connection.read_line(line, limit, kLong), Read::end) << "for good";
     return lines;
 }
 
@@ -72,7 +76,8 @@ TEST(Connection, ALineOfOneMebibyteIsTakenALongerOneEndsTheConnection)
         std::vector<std::string> wanted = {"first\n", line + "\n", "last\n"};
         if (too_long)
             wanted.resize(1);
-        EXPECT_TRUE(read_all(connection, kMaxLineBytes) == wanted) << too_long;
+        EXPECT_TRUE(read_all(connection, kMaxLineBytes, too_long ? Read::bad : Read::end) == wanted)
+            << too_long;
         shutdown(pair.server.get(), SHUT_RDWR); // the writer may still have something to say
         writer.join();
     }
@@ -114,13 +119,15 @@ TEST(Connection, LineWaitingKnowsWhatCameWithOneRead)
 
 TEST(Connection, SilenceEndsTheConnectionForGood)
 {
-    Pair pair;
-    ASSERT_TRUE(pair.client->say("half a line"));
-    ServerConnection connection(pair.server.get());
-    std::string line;
-    EXPECT_EQ(connection.read_line(line, 255, 10ms), Read::end);
-    ASSERT_TRUE(pair.client->say(", the other half\n"));
-    EXPECT_EQ(connection.read_line(line, 255, kLong), Read::end);
+    for (const auto &[said, wanted] : {std::pair("", Read::idle), {"half a line", Read::bad}}) {
+        Pair pair;
+        ASSERT_TRUE(pair.client->say(said));
+        ServerConnection connection(pair.server.get());
+        std::string line;
+        EXPECT_EQ(connection.read_line(line, 255, 10ms), wanted) << said;
+        ASSERT_TRUE(pair.client->say(", the other half\n"));
+        EXPECT_EQ(connection.read_line(line, 255, kLong), Read::end);
+    }
 }
 
 TEST(Connection, ALineThatDribblesInIsHeldToItsDeadline)
@@ -137,7 +144,7 @@ TEST(Connection, ALineThatDribblesInIsHeldToItsDeadline)
     });
     ServerConnection connection(pair.server.get());
     std::string line;
-    EXPECT_EQ(connection.read_line(line, kMaxLineBytes, 100ms), Read::end);
+    EXPECT_EQ(connection.read_line(line, kMaxLineBytes, 100ms), Read::bad);
     ended = true;
     writer.join();
 }
@@ -175,6 +182,25 @@ TEST(Connection, AnAnswerIsSentByFlushOnly)
     pair.server.reset();
     reader.join();
     EXPECT_TRUE(got == answer) << got.size();
+}
+
+// The place is free while the client takes its time to read.
+TEST(Connection, WaitingGivesThePlaceAndSendsWhatIsThere)
+{
+    struct Place final : ServerPlace {
+        ServerConnection *connection = nullptr;
+        std::vector<std::size_t> left_with;
+        void leave() noexcept override { left_with.push_back(connection->pending()); }
+        void take_again() noexcept override { left_with.push_back(connection->pending()); }
+    } place;
+    Pair pair;
+    ServerConnection connection(pair.server.get(), kLong, &place);
+    place.connection = &connection;
+    std::fputs("so far\n", connection.out());
+    connection.begin_wait();
+    EXPECT_EQ(pair.client->line(), "so far\n");
+    connection.end_wait();
+    EXPECT_EQ(place.left_with, (std::vector<std::size_t>{7, 0}));
 }
 
 TEST(Connection, AClientThatDoesNotReadIsGivenUp)

@@ -1,10 +1,8 @@
 #include "appliance_root.h"
 #include "ident_image.h"
 #include "loopback.h"
-#include "platform/bonding.h"
 #include "platform/clock.h"
 #include "platform/ident.h"
-#include "platform/net_info.h"
 #include "platform/power.h"
 #include "platform/remote.h"
 
@@ -83,6 +81,7 @@ TEST_F(DeviceTest, DamagedIdentityMemory)
 
 struct Supply {
     const char *name, *type, *online, *status, *capacity;
+    const char *scope = "", *present = "";
 };
 
 void write_supplies(std::initializer_list<Supply> supplies)
@@ -90,8 +89,9 @@ void write_supplies(std::initializer_list<Supply> supplies)
     std::filesystem::remove_all(appliance_root().path("sys"));
     for (const Supply &s : supplies) {
         const std::string folder = std::string("sys/class/power_supply/") + s.name + "/";
-        const std::pair<const char *, const char *> files[] = {
-            {"type", s.type}, {"online", s.online}, {"status", s.status}, {"capacity", s.capacity}};
+        const std::pair<const char *, const char *> files[] = {{"type", s.type},     {"online", s.online},
+                                                               {"status", s.status}, {"capacity", s.capacity},
+                                                               {"scope", s.scope},   {"present", s.present}};
         for (const auto &[name, text] : files) {
             if (*text)
                 appliance_root().write(folder + name, std::string(text) + "\n");
@@ -121,6 +121,12 @@ TEST_F(DeviceTest, PowerSource)
         {{{"b", "Battery", "", "", "7"}}, 4, 7},
         {{{"b", "Battery", "", "Full", "100"}}, 0, 100},
         {{{"x", "Wireless", "1", "", ""}}, 0, 0},
+        {{{"mouse", "Battery", "", "Discharging", "3", "Device"}, {"slot", "Battery", "", "", "4", "", "0"}},
+         0,
+         0},
+        {{{"a", "Battery", "", "", "3", "Device"}, {"b", "Battery", "", "", "99999999999", "System", "1"}},
+         4,
+         100},
     };
     int number = 0;
     for (const auto &c : cases) {
@@ -129,30 +135,6 @@ TEST_F(DeviceTest, PowerSource)
         EXPECT_EQ(power_read_battery_capacity(), c.capacity) << "case " << number;
         ++number;
     }
-}
-
-TEST_F(DeviceTest, Bonding)
-{
-    EXPECT_EQ(bonding_state(), 0);
-    EXPECT_EQ(bonding_status(), 0);
-    const struct {
-        const char *text;
-        int state, status;
-    } cases[] = {
-        {"up\n", 1, 0}, {"down", 2, 0}, {"running\n", 0, 1}, {"paused\nmore", 0, 2}, {"upper\n", 0, 0}};
-    for (const auto &c : cases) {
-        appliance_root().write("var/run/bond/state", c.text);
-        appliance_root().write("var/run/bond/status", c.text);
-        EXPECT_EQ(bonding_state(), c.state) << c.text;
-        EXPECT_EQ(bonding_status(), c.status) << c.text;
-    }
-}
-
-TEST_F(DeviceTest, BoardAddressIsUpperCase)
-{
-    EXPECT_EQ(qv_info_get_mac_address(), "");
-    appliance_root().write("sys/class/net/eth0/address", "00:1b:c5:0a:ff:e1\n");
-    EXPECT_EQ(qv_info_get_mac_address(), "00:1B:C5:0A:FF:E1");
 }
 
 std::tm local_time(int year, int month, int day, int hour)

@@ -7,6 +7,7 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <fcntl.h>
+#include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
 #include <set>
@@ -40,10 +41,10 @@ class Server : public testing::Test {
   protected:
     ~Server() override { qv_ipc_server_exit(kLong); }
 
-    static int start_silently(std::string_view name, int slots, ConnectionHandler handler)
+    static int start_silently(std::string_view name, int places, ConnectionHandler handler)
     {
         testing::internal::CaptureStderr();
-        const int result = qv_ipc_server_init(name, slots, std::move(handler));
+        const int result = qv_ipc_server_init(name, places, std::move(handler));
         reported = testing::internal::GetCapturedStderr();
         return result;
     }
@@ -75,7 +76,7 @@ TEST_F(Server, SocketAndFolderHaveTheirModes)
     EXPECT_NE(stat(path.c_str(), &status), 0) << "the name goes with the server";
 }
 
-TEST_F(Server, MoreClientsThanSlotsAreAllServed)
+TEST_F(Server, MoreClientsThanPlacesAreAllServed)
 {
     ASSERT_EQ(qv_ipc_server_init("crowd", 3, echo), 0);
     std::vector<std::thread> clients;
@@ -92,20 +93,56 @@ TEST_F(Server, MoreClientsThanSlotsAreAllServed)
     EXPECT_EQ(served, 30);
 }
 
-TEST_F(Server, EachSlotServesAClientOfItsOwn)
+TEST_F(Server, EachPlaceServesAClientOfItsOwn)
 {
-    ASSERT_EQ(qv_ipc_server_init("slots", 3, echo), 0);
+    ASSERT_EQ(qv_ipc_server_init("places", 3, echo), 0);
     std::vector<TestClient> clients;
     for (int i = 0; i < 3; ++i)
-        clients.push_back(TestClient::of("slots"));
+        clients.push_back(TestClient::of("places"));
     for (TestClient &client : clients) { // all stay open
         ASSERT_TRUE(client.say("x\n"));
         EXPECT_EQ(client.line(), "<x\n");
     }
-    TestClient waiting = TestClient::of("slots");
+    TestClient waiting = TestClient::of("places");
     ASSERT_TRUE(waiting.say("y\n"));
     clients.front().close();
     EXPECT_EQ(waiting.line(), "<y\n");
+}
+
+std::size_t threads()
+{
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+// 64 may wait beside the one that is served; one more keeps its place.
+TEST_F(Server, ThoseWhoWaitGiveTheirPlaces)
+{
+    std::promise<void> gate;
+    const std::shared_future<void> opened = gate.get_future().share();
+    const auto wait_at_the_gate = [opened](ServerConnection &connection) {
+        std::fputs("here\n", connection.out());
+        connection.begin_wait();
+        opened.wait();
+        connection.end_wait();
+        std::fputs("through\n", connection.out());
+    };
+    ASSERT_EQ(qv_ipc_server_init("gate", 1, wait_at_the_gate), 0);
+    const std::size_t few = threads();
+    std::vector<TestClient> clients;
+    for (int i = 0; i < 65; ++i) {
+        clients.push_back(TestClient::of("gate"));
+        ASSERT_EQ(clients.back().line(), "here\n") << i;
+    }
+    const std::size_t many = threads();
+    EXPECT_EQ(many, few + 64);
+    TestClient late = TestClient::of("gate");
+    EXPECT_EQ(poll_until(late.fd(), POLLIN, deadline_in(50ms)), 0);
+    gate.set_value();
+    for (TestClient &client : clients)
+        EXPECT_EQ(client.all(), "through\n");
+    EXPECT_EQ(late.all(), "here\nthrough\n");
+    EXPECT_TRUE(comes_true([&] { return threads() == few; })) << threads();
 }
 
 TEST_F(Server, TheAnswerArrivesThoughTheClientSaysMore)
@@ -146,7 +183,7 @@ TEST_F(Server, StopEndsOpenConnections)
     EXPECT_EQ(talking.line(), "<x\n");
     ASSERT_TRUE(silent.say("x\n"));
     EXPECT_EQ(silent.line(), "<x\n");
-    qv_ipc_server_exit(kLong);
+    EXPECT_TRUE(qv_ipc_server_exit(kLong));
     EXPECT_EQ(ended, 2);
     EXPECT_EQ(silent.all(), "");
     EXPECT_FALSE(connect_unix(qv_ipc_socket_path("stop"), 1s));
@@ -168,7 +205,7 @@ TEST_F(Server, AThreadThatDoesNotComeBackIsLeftBehind)
               0);
     TestClient client = TestClient::of("stuck");
     inside.get_future().wait();
-    qv_ipc_server_exit(1ms);
+    EXPECT_FALSE(qv_ipc_server_exit(1ms));
     go_on.set_value();
     done.get_future().wait();
 }
@@ -239,7 +276,7 @@ TEST_F(Server, OutOfDescriptorsIsWaitedOut)
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     const rlimit none{0, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    served.close(); // the slot turns to the next client
+    served.close(); // the server turns to the next client
     char text[4096] = "";
     EXPECT_TRUE(comes_true([&] { return pread(log.get(), text, sizeof text - 1, 0) > 0; }));
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
