@@ -21,7 +21,7 @@
 #include "platform/log.h"
 #include "platform/notify_bus.h"
 #include "platform/process.h"
-#include "platform/server.h"
+#include "platform/socket.h"
 #include "store/database.h"
 #include "store/menu.h"
 
@@ -183,7 +183,7 @@ bool shut_down(const Options &options)
     user_unload_db_file();
     menu_unload_db_file();
     destroy_maps();
-    alone &= qv_ipc_server_exit();
+    alone &= socket_exit();
     qvnotify_stop();
     qv_remove_pid_file(options.pid_file.path);
     qv_log_print(kLogNotice, "exit\n");

@@ -4,7 +4,7 @@
 #include "base/options.h"
 #include "base/text.h"
 #include "platform/log.h"
-#include "platform/server.h"
+#include "platform/socket.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -4,65 +4,89 @@
 #include "base/command_lock.h"
 #include "base/reply.h"
 #include "commands/cmd_parse.h"
-#include "platform/server.h"
+#include "platform/line_server.h"
+#include "store/meta.h"
+
+#include <memory>
+#include <sys/resource.h>
 
 namespace qvcd {
 
 namespace {
 
-constexpr int kPlaces = 10;
 constexpr std::size_t kFirstLineBytes = 255; // what is behind them is the first command line
-constexpr std::size_t kFlushBytes = std::size_t{256} << 10;
 
 // What was answered goes out before a command waits: the command may end the daemon or cut the network.
 class ConnectionWaits final : public WaitHooks {
   public:
-    explicit ConnectionWaits(ServerConnection &connection) : connection_(connection) {}
+    explicit ConnectionWaits(LineConnection &connection) : connection_(connection) {}
     void before_waiting() noexcept override { connection_.begin_wait(); }
     void after_waiting() noexcept override { connection_.end_wait(); }
 
   private:
-    ServerConnection &connection_;
+    LineConnection &connection_;
 };
 
-void close_request(ServerConnection &connection, int result)
-{
-    reply_printf(connection.out(), "%s%d\n", "@\n", result);
-    connection.flush();
-}
-
-// One connection: a line that identifies the caller (or asks "?" for a sign of life), command lines up to an
-// empty line, then the end mark "@" and the last command's result; 1 for a connection that is ended for its
-// behaviour.
-void handle_request(ServerConnection &connection)
-{
-    using Read = ServerConnection::Read;
-    std::string line;
-    const Read first = connection.read_line(line, kFirstLineBytes, kFirstLineTimeout);
-    if (first == Read::idle || first == Read::bad)
-        return close_request(connection, 1);
-    if (line.starts_with('?')) {
-        reply_text(connection.out(), "!\n");
-        connection.flush();
-        return;
+// One conversation: a line that identifies the caller (or asks "?" for a sign of life), command lines up to
+// an empty line, then the end mark "@" and the last command's result; 1 for a connection that is ended for
+// its behaviour.
+class RequestHandler final : public LineHandler {
+  public:
+    Next line(std::string_view line, LineConnection &connection) override
+    {
+        if (!identified_)
+            return identify(line, connection);
+        if (line == "\n")
+            return close(connection, result_);
+        ConnectionWaits waits(connection);
+        result_ = cmd_parse(mask_, line, connection.out(), &waits);
+        return Next::go_on;
     }
-    const unsigned mask = server_login(line); // at the end of input the line is empty
-    if (mask == 0)
-        return close_request(connection, 1);
 
-    ConnectionWaits waits(connection);
-    int result = 0;
-    for (;;) {
-        const Read read = connection.read_line(line, kMaxLineBytes, kIdleTimeout);
-        if (read == Read::bad)
-            return close_request(connection, 1);
-        if (read != Read::line || line == "\n")
-            return close_request(connection, result);
-        result = cmd_parse(mask, line, connection.out(), &waits);
-        // Answers to waiting lines go out together.
-        const bool send_now = !connection.line_waiting() || connection.pending() > kFlushBytes;
-        if (send_now && !connection.flush())
+    void end(End why, LineConnection &connection) override
+    {
+        if (why == End::input && !identified_ && identify("", connection) == Next::close)
             return;
+        close(connection, identified_ && why != End::bad ? result_ : 1);
+    }
+
+    std::size_t max_line_bytes() const override { return identified_ ? kMaxLineBytes : kFirstLineBytes; }
+    bool is_privileged() const override { return (mask_ & kLevel1Bits) != 0; }
+
+  private:
+    static Next close(LineConnection &connection, int result)
+    {
+        reply_printf(connection.out(), "@\n%d\n", result);
+        return Next::close;
+    }
+
+    Next identify(std::string_view line, LineConnection &connection)
+    {
+        if (line.starts_with('?')) {
+            reply_text(connection.out(), "!\n");
+            return Next::close;
+        }
+        mask_ = server_login(line);
+        if (mask_ == 0)
+            return close(connection, 1);
+        identified_ = true;
+        return Next::go_on;
+    }
+
+    bool identified_ = false;
+    unsigned mask_ = 0;
+    int result_ = 0;
+};
+
+std::unique_ptr<LineServer> the_server;
+
+// Descriptors for all connections, where the system lets us have them.
+void raise_descriptor_limit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
     }
 }
 
@@ -70,11 +94,23 @@ void handle_request(ServerConnection &connection)
 
 int socket_init(int port)
 {
-    if (qv_ipc_server_init("qvcd", kPlaces, handle_request) != 0)
+    raise_descriptor_limit();
+    std::optional<UnixListener> local = listen_unix("qvcd");
+    if (!local)
         return -1;
-    if (port != 0)
-        qv_rpc_server_init("0.0.0.0", port, kPlaces, handle_request);
-    return 0;
+    the_server =
+        std::make_unique<LineServer>([](const Peer &) { return std::make_unique<RequestHandler>(); });
+    the_server->listen(std::move(*local));
+    if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
+        the_server->listen(std::move(tcp));
+    return the_server->start() ? 0 : -1;
+}
+
+bool socket_exit(std::chrono::milliseconds patience)
+{
+    const bool ended = !the_server || the_server->stop(patience);
+    the_server.reset();
+    return ended;
 }
 
 } // namespace qvcd

@@ -1,7 +1,6 @@
 #include "platform/ipc_client.h"
 
 #include "platform/log.h"
-#include "platform/server.h"
 #include "platform/socket.h"
 
 #include <cerrno>

@@ -1,7 +1,6 @@
 #include "platform/socket.h"
 
 #include "platform/log.h"
-#include "platform/server.h"
 #include "platform/sysroot.h"
 
 #include <arpa/inet.h>

@@ -1,5 +1,5 @@
 #include "platform/ipc_client.h"
-#include "platform/server.h"
+#include "platform/socket.h"
 #include "platform_root.h"
 
 #include <gtest/gtest.h>
