@@ -251,7 +251,7 @@ def test_what_is_not_stored_leaves_the_old_profile(make):
 def test_a_profile_too_large_to_be_loaded_is_not_written(appliance):
     many = "Big.__d.range = 1 1500\nBig.__d.t.attr = t__d\n"
     more = "Big.perm = 7774\nBig.file = /etc/big.conf\nBig.read = no_rfunc\nBig.write = kv_wfunc\nBig.__d.t.default =\n"
-    a = appliance(many + more).start()
+    a = appliance(many + more).start(level=1)
     assert a.command("profile.save p").code == 0
     before = a.read("/etc/profiles/p.hdf")
     a.talk([f"set Big.{n}.t={'%25' * 1000}" for n in range(1, 1501)])
