@@ -34,7 +34,7 @@ class Box:
         self.shim = Shim(self.folder, LIBRARY, RUNNING)
 
     def close(self):
-        if self.process:
+        if self.process and not self.has_ended():
             self.kill()
         self.shim.close()
         shutil.rmtree(self.folder, ignore_errors=True)
@@ -75,7 +75,6 @@ class Box:
         with contextlib.suppress(ProcessLookupError):
             os.killpg(self.process.pid, signal.SIGKILL)
         self.process.wait()
-        self.process = None
 
     def log(self):
         return "".join((self.folder / name).read_text(errors="replace") for name in ("log", "stderr")

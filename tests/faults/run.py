@@ -76,9 +76,7 @@ def settle(tree):
     key = hashlib.sha256(repr(sorted(tree.items())).encode()).digest()
     if key not in settled:
         with Box(tree) as box:
-            if not box.start():
-                return State(box.tree(), {"start": box.log()})
-            settled[key] = State(box.tree(), box.ask(ANSWERS))
+            settled[key] = State(box.tree(), box.ask(ANSWERS) if box.start() else {"start": box.log()})
     return settled[key]
 
 
@@ -360,8 +358,8 @@ def execute(run, tell=None):
         return run, [Shortfall("lives", traceback.format_exc())]
 
 
-def count_allocations(_):
-    return memory.run()
+def count_allocations():
+    return memory.good_run()[0]
 
 
 def execute_memory(number):
@@ -382,7 +380,7 @@ def show(run, fell):
     print(f"\n{scenario.name}, {str(where).replace(root, '')}, {run.fault}")
     for promise, text in fell:
         print(f"  {promise}: " + text.strip().replace("\n", "\n      ")[:1500])
-    print(f"  again: tests/faults/run.py --scenario '{scenario.name}' --point {run.point} --fault {run.fault}")
+    print(f"  to repeat: tests/faults/run.py --scenario '{scenario.name}' --point {run.point} --fault {run.fault}")
 
 
 def table(rows):
@@ -426,7 +424,7 @@ def all_runs(arguments):
     shortfalls = 0
     with multiprocessing.Pool(arguments.jobs) as pool:
         CLEANS.extend(pool.map(run_clean, SCENARIOS, chunksize=1))
-        points = pool.apply(count_allocations, (0,))
+        points = pool.apply(count_allocations)
     runs = [run for i in chosen for run in runs_of(i, CLEANS[i], arguments.all)]
     cuts = random_cuts(CLEANS, RANDOM_CUTS if arguments.all else SAMPLE["random cuts"])
     runs += [run for run in cuts if run.scenario in chosen]
@@ -435,7 +433,7 @@ def all_runs(arguments):
         allocations = sorted(random.Random(0).sample(allocations, SAMPLE["memory"]))
     with multiprocessing.Pool(arguments.jobs) as pool:
         results = pool.map(execute, runs, chunksize=8)
-        memories = pool.map(execute_memory, allocations, chunksize=8) if "memory" in arguments.only or not arguments.only else []
+        memories = pool.map(execute_memory, allocations, chunksize=8) if re.search(arguments.only, "memory") else []
     kinds = {}
     for run, fell in results:
         if fell:
@@ -444,7 +442,7 @@ def all_runs(arguments):
                 kinds[promise] = kinds.get(promise, 0) + 1
     bad_memories = [(n, what) for n, what in memories if what[0] not in memory.GOOD]
     for number, (what, text) in bad_memories:
-        print(f"\nmemory, allocation {number}: {what}\n  {text[:2500]}\n  again: tests/faults/run.py --scenario memory --point {number}")
+        print(f"\nmemory, allocation {number}: {what}\n  {text[:2500]}\n  to repeat: tests/faults/run.py --scenario memory --point {number}")
     print()
     for i in chosen:
         mine = [fell for run, fell in results if run.scenario == i]
