@@ -38,7 +38,7 @@ unsigned server_login(std::string_view first_line)
     session_get(*n, session);
     if (*n == 0 || (session.user && session.group))
         return session.perm;
-    qv_log_print(kLogDebug, "Access denied for nonsession:%i\n", *n);
+    qv_log_print(kLogDebug, "Access denied for nonsession\n");
     return 0;
 }
 

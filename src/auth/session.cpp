@@ -9,11 +9,11 @@
 #include "platform/log.h"
 #include "store/hdf_file.h"
 
-#include <algorithm>
 #include <array>
 #include <ctime>
 #include <iomanip>
 #include <sstream>
+#include <vector>
 
 namespace qvcd {
 
@@ -49,6 +49,14 @@ LoginName split_login_name(std::string_view name)
     return {text.substr(user, text.find(':', user) - user), text.substr(0, colon)};
 }
 
+bool lists_root = false; // session checking is off
+
+// Names, addresses and servers are printed in replies.
+std::string noted(std::optional<std::string_view> text)
+{
+    return one_line(cut(text.value_or(kLocal), kMaxValueBytes));
+}
+
 std::string session_name(int n)
 {
     return "Session." + std::to_string(n);
@@ -69,15 +77,28 @@ int new_session_number()
 {
     for (;;) {
         const int n = static_cast<int>(static_cast<double>(qvcrypto_random31()) / 22.0 + 10.0);
-        if (!sessionDB.get(session_name(n) + ".user"))
+        if (!session_get_hdf(n))
             return n;
     }
 }
 
+// A number that the credentials give and that somebody else has must not take his session over.
 int credentials_session_number(const LoginName &login, std::string_view password)
 {
     const std::string text = *login.prefix + ":" + login.user + ":" + std::string(password);
-    return qvcrypto_get_md5_session(cut(text, kMaxValueBytes));
+    const int n = qvcrypto_get_md5_session(cut(text, kMaxValueBytes));
+    return session_get_hdf(n) ? new_session_number() : n;
+}
+
+void write_list()
+{
+    std::vector<int> numbers;
+    for (const Node session : sessionDB.find("Session")) {
+        const int n = c_int(session.name());
+        if (n != 0 || lists_root)
+            numbers.push_back(n);
+    }
+    session_write_list(numbers);
 }
 
 std::string local_time_text()
@@ -97,7 +118,7 @@ std::string lower_hex(unsigned number)
     return text.data();
 }
 
-void write_session(int n, const std::string &user, std::string_view address, std::string_view server)
+void write_session(int n, const std::string &user, const std::string &address, const std::string &server)
 {
     const std::string name = session_name(n);
     sessionDB.set(name + ".user", user);
@@ -118,15 +139,14 @@ int session_load_db_file(int unchecked)
     for (const Field &field : kRootSession)
         sessionDB.set(field.name, field.value);
     qv_log_print(kLogInfo, "Load session DB\n");
-    session_clear_list();
-    if (unchecked)
-        session_add_to_list(0);
+    lists_root = unchecked != 0;
+    write_list();
     return 0;
 }
 
 int session_unload_db_file()
 {
-    session_clear_list();
+    session_write_list({});
     sessionDB.destroy();
     return 0;
 }
@@ -134,17 +154,18 @@ int session_unload_db_file()
 int session_login(std::string_view name, std::optional<std::string_view> password,
                   std::optional<std::string_view> ip, std::optional<std::string_view> server)
 {
+    user_reread_db_file();
     const LoginName login = split_login_name(name);
     if (user_get_perm(login.user) == 0 || !is_one_line(login.prefix.value_or("")))
         return kUnknownUser;
     if (!password || !user_check_passwd(login.user, *password))
         return kWrongPassword;
-    const std::string address = login.prefix ? *login.prefix : cut(ip.value_or(kLocal), kMaxValueBytes);
+    const std::string address = login.prefix ? *login.prefix : noted(ip);
     if (const std::optional<int> n = find_session(login.user, address))
         return *n;
     const int n = login.prefix ? credentials_session_number(login, *password) : new_session_number();
-    write_session(n, login.user, address, cut(server.value_or(kLocal), kMaxValueBytes));
-    session_add_to_list(n);
+    write_session(n, login.user, address, noted(server));
+    write_list();
     return n;
 }
 
@@ -154,7 +175,7 @@ int session_logout(int n)
         return 0;
     if (!sessionDB.remove(session_name(n)))
         return -1;
-    session_remove_from_list(n);
+    write_list();
     return 0;
 }
 
@@ -188,10 +209,15 @@ std::optional<std::string> session_get_user(int n)
     return facts.user;
 }
 
-int session_list(std::FILE *out)
+int session_list(unsigned rights, std::FILE *out)
 {
-    if (out)
-        reply_text(out, hdf_text(sessionDB.root()));
+    Tree shown = Tree::make();
+    for (const Node session : sessionDB.find("Session")) {
+        const std::string number(session.name());
+        if (number == "0" || is_within(rights, c_hex16(session.get_or("perm", ""))))
+            shown.root().merge("Session." + number, session);
+    }
+    reply_text(out, hdf_text(shown.root()));
     return 0;
 }
 

@@ -17,8 +17,8 @@ namespace qvcd {
 
 extern Tree sessionDB;
 
-/// Makes the tree with session 0 and empties the list file (auth/session_list.h); with `unchecked` (session
-/// checking is off) session 0 is put on the list. Returns 0.
+/// Makes the tree with session 0 and a list file (auth/session_list.h) without sessions; with `unchecked`
+/// (session checking is off) session 0 stands on the list. Returns 0.
 int session_load_db_file(int unchecked);
 
 int session_unload_db_file();
@@ -28,8 +28,9 @@ inline constexpr int kWrongPassword = -2;
 
 /// Logs a user in and returns the session's number, kUnknownUser or kWrongPassword. `name` is "user" or
 /// "prefix:user"; the prefix replaces the client's address `ip`, and the number is then derived from prefix,
-/// user and password, so that a client can compute it. A session of the same user from the same address is
-/// returned as it is. Without an address or a server "local" is noted.
+/// user and password, so that a client can compute it, unless another session has that number. A session of
+/// the same user from the same address is returned as it is. Without an address or a server "local" is noted;
+/// control characters in them become blanks.
 int session_login(std::string_view name, std::optional<std::string_view> password,
                   std::optional<std::string_view> ip, std::optional<std::string_view> server);
 
@@ -51,7 +52,8 @@ Node session_get_hdf(int n);
 
 std::optional<std::string> session_get_user(int n);
 
-/// Writes all sessions in the nested text form. Returns 0.
-int session_list(std::FILE *out);
+/// Writes the sessions in the nested text form, but for those that may do more than `rights`: their numbers
+/// would lend it to the caller. Session 0 is always there. Returns 0.
+int session_list(unsigned rights, std::FILE *out);
 
 } // namespace qvcd

@@ -1,18 +1,13 @@
 #pragma once
 
+#include <span>
+
 namespace qvcd {
 
-// The file "/tmp/current_sessions", from which other programs of the appliance read the numbers of the live
-// sessions: one a line, decimal, in the order in which they were added. A file that cannot be read or written
-// is passed over. Call under the command lock.
-
-/// Appends the number, unless it is there.
-void session_add_to_list(int n);
-
-/// Removes the number, and with it all lines that hold no number; a file without it stays as it is.
-void session_remove_from_list(int n);
-
-/// Empties the file, creating it when needed.
-void session_clear_list();
+/// Replaces the file "/tmp/current_sessions", from which other programs of the appliance read the numbers of
+/// the live sessions: one a line, decimal. The numbers are credentials: a new file has mode 0600. What
+/// somebody else put in its place is replaced too (base/fresh_file.h). A file that cannot be written is
+/// passed over; the log says so once until it can be written again. Call under the command lock.
+void session_write_list(std::span<const int> numbers);
 
 } // namespace qvcd

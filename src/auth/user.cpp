@@ -1,5 +1,6 @@
 #include "auth/user.h"
 
+#include "base/fresh_file.h"
 #include "base/limits.h"
 #include "base/text.h"
 #include "platform/api_errors.h"
@@ -9,6 +10,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
+#include <set>
 #include <utility>
 
 namespace qvcd {
@@ -28,17 +31,17 @@ constexpr Ceiling kCeilings[] = {{0, 0xffff}, {1, 0x0fff}, {2, 0x00ff}};
 constexpr unsigned kLowestCeiling = 0x000f;
 
 struct BuiltIn {
-    Tree &tree;
     const char *name;
     const char *value;
 };
 
 FileName user_file;
+bool file_unread = false; // the file holds users that we do not know
 
-const BuiltIn kBuiltIn[] = {
-    {groupDB, "Group.1.perm", "777"},
-    {userDB, "User.admin.group", "1"},
-    {userDB, "User.admin.passwd", "kelpo"},
+constexpr BuiltIn kBuiltIn[] = {
+    {"Group.1.perm", "777"},
+    {"User.admin.group", "1"},
+    {"User.admin.passwd", "kelpo"},
 };
 
 // A group that is not numbered gets the lowest ceiling: C's reading of "abc" is 0, the most powerful group.
@@ -52,19 +55,31 @@ unsigned ceiling_of(std::string_view group)
 }
 
 // Groups are named in files and by clients; a dot must not lead to another node.
-Node find_group(std::string_view group)
+Node find_group(const Tree &groups, std::string_view group)
 {
-    return is_user_name(group) ? groupDB.find("Group." + std::string(group)) : Node();
+    return is_user_name(group) ? groups.find("Group." + std::string(group)) : Node();
 }
 
-Node find_user(std::string_view name)
+Node find_user(const Tree &users, std::string_view name)
 {
-    return is_user_name(name) ? userDB.find("User." + std::string(name)) : Node();
+    return is_user_name(name) ? users.find("User." + std::string(name)) : Node();
+}
+
+unsigned mask_of_group(const Tree &groups, std::string_view group)
+{
+    const std::optional<std::string_view> perm = find_group(groups, group).get("perm");
+    return perm ? c_hex16(*perm) & ceiling_of(group) : 0;
+}
+
+unsigned mask_of_user(const Tree &groups, const Tree &users, std::string_view name)
+{
+    const std::optional<std::string_view> group = find_user(users, name).get("group");
+    return group ? mask_of_group(groups, *group) : 0;
 }
 
 std::optional<std::string> user_get(std::string_view name, std::string_view field)
 {
-    const std::optional<std::string_view> value = find_user(name).get(field);
+    const std::optional<std::string_view> value = find_user(userDB, name).get(field);
     return value ? std::optional<std::string>(*value) : std::nullopt;
 }
 
@@ -82,6 +97,16 @@ Tree groups_and_users()
     return both;
 }
 
+void take(const Tree &both)
+{
+    Tree groups = Tree::make();
+    Tree users = Tree::make();
+    copy_subtree(both, "Group", groups);
+    copy_subtree(both, "User", users);
+    groupDB = std::move(groups);
+    userDB = std::move(users);
+}
+
 bool is_blank(char c)
 {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -90,15 +115,13 @@ bool is_blank(char c)
 // A value that one line of an HDF file gives back as it is.
 bool is_line_value(std::string_view value)
 {
-    return value.empty() ||
-           (!is_blank(value.front()) && !is_blank(value.back()) &&
-            value.find('\n') == std::string_view::npos && value.find('\0') == std::string_view::npos);
+    return value.empty() || (!is_blank(value.front()) && !is_blank(value.back()) && is_one_line(value));
 }
 
 // One entry that the user file cannot hold would keep every later change from being written.
 bool can_be_written(Node node)
 {
-    if (!is_line_value(node.text()))
+    if (!is_line_value(node.text()) || node.text().size() > kMaxValueBytes)
         return false;
     for (const Node child : node) {
         if (!can_be_written(child))
@@ -116,6 +139,51 @@ bool can_be_imported(Node subtree)
     return can_be_written(subtree);
 }
 
+std::set<std::string> children_of(Node node)
+{
+    std::set<std::string> names;
+    for (const Node child : node)
+        names.emplace(child.name());
+    return names;
+}
+
+// Asks of what was before and of what would be: of the users that the change names, even where it gives them
+// what they have (or it would tell whether a guessed password is right), of all whose rights it changes by
+// their group, and of the groups.
+bool may_change(unsigned rights, const Tree &next, const std::set<std::string> &named)
+{
+    std::set<std::string> users = children_of(next.find("User"));
+    users.merge(children_of(userDB.find("User")));
+    for (const std::string &name : users) {
+        const unsigned before = user_get_perm(name);
+        const unsigned after = mask_of_user(next, next, name);
+        if ((before != after || named.contains(name)) && !is_within(rights, before | after))
+            return false;
+    }
+    for (const std::string &group : children_of(next.find("Group"))) {
+        const unsigned before = mask_of_group(groupDB, group);
+        const unsigned after = mask_of_group(next, group);
+        if (before != after && !is_within(rights, before | after))
+            return false;
+    }
+    return true;
+}
+
+// Makes `next` the users and groups, when the caller may do that and the user file takes it.
+const char *change_to(const Tree &next, unsigned rights, const std::set<std::string> &named)
+{
+    if (file_unread) {
+        qv_log_print(kLogError, "The users do not change: %s could not be read\n", user_file.text.c_str());
+        return kUserFileError;
+    }
+    if (!may_change(rights, next, named))
+        return API_E_INVALID_PERMISSION;
+    if (!hdf_write_file(user_file.path, next.root(), FileKind::secret))
+        return kUserFileError;
+    take(next);
+    return nullptr;
+}
+
 } // namespace
 
 bool is_user_name(std::string_view name)
@@ -131,51 +199,49 @@ int user_set_db_file(FileName file)
 
 int user_load_db_file(const FileName &file)
 {
-    userDB = Tree::make();
-    groupDB = Tree::make();
     Tree fresh = Tree::make();
     const HdfRead read = hdf_read_own_file_whole(file.path, fresh);
+    file_unread = read.result == HdfResult::error;
     if (read.result == HdfResult::missing) {
         for (const BuiltIn &row : kBuiltIn)
-            row.tree.set(row.name, row.value);
+            fresh.set(row.name, row.value);
         qv_log_print(kLogError, "can not read user config file %s\n", file.text.c_str());
-        return 0;
-    }
-    if (read.result == HdfResult::error) {
+    } else if (file_unread) {
+        fresh = Tree::make();
         qv_log_print(kLogError, "%s: %s\n", file.text.c_str(), read.detail.c_str());
-        return 1;
+    } else {
+        qv_log_print(kLogInfo, "Loading %s into user DB\n", file.text.c_str());
     }
-    copy_subtree(fresh, "Group", groupDB);
-    copy_subtree(fresh, "User", userDB);
-    qv_log_print(kLogInfo, "Loading %s into user DB\n", file.text.c_str());
-    return 0;
+    take(fresh);
+    return file_unread ? 1 : 0;
+}
+
+void user_reread_db_file()
+{
+    Tree fresh = Tree::make();
+    if (!file_unread || hdf_read_own_file_whole(user_file.path, fresh).result != HdfResult::ok)
+        return;
+    qv_log_print(kLogNotice, "Loading %s into user DB\n", user_file.text.c_str());
+    take(fresh);
+    file_unread = false;
 }
 
 int user_unload_db_file()
 {
     groupDB.destroy();
     userDB.destroy();
-    return 0;
-}
-
-int user_update_perm_file()
-{
-    user_export(user_file.path);
+    file_unread = false;
     return 0;
 }
 
 bool user_exists(std::string_view name)
 {
-    return static_cast<bool>(find_user(name));
+    return static_cast<bool>(find_user(userDB, name));
 }
 
 unsigned user_get_perm(std::string_view name)
 {
-    const std::optional<std::string> group = user_get_group(name);
-    if (!group)
-        return 0;
-    const std::optional<std::string_view> perm = find_group(*group).get("perm");
-    return perm ? c_hex16(*perm) & ceiling_of(*group) : 0;
+    return mask_of_user(groupDB, userDB, name);
 }
 
 std::optional<std::string> user_get_group(std::string_view name)
@@ -206,52 +272,95 @@ const char *user_passwd_error(std::string_view password)
     return is_line_value(password) ? nullptr : API_E_INVALID_PASSWORD_CHARACTER;
 }
 
-const char *user_set_group(std::string_view name, std::string_view group)
+const char *user_set_group(unsigned rights, std::string_view name, std::string_view group)
 {
     if (!is_user_name(name))
         return API_E_INVALID_USER;
-    if (!find_group(group))
+    if (!find_group(groupDB, group))
         return API_E_INVALID_GROUP;
-    return userDB.set("User." + std::string(name) + ".group", group) ? nullptr : API_E_INVALID_USER;
+    Tree next = groups_and_users();
+    next.set("User." + std::string(name) + ".group", group);
+    return change_to(next, rights, {std::string(name)});
 }
 
-bool user_set_passwd(std::string_view name, std::string_view password)
+const char *user_set_passwd(unsigned rights, const std::vector<NewPassword> &passwords)
 {
-    return user_exists(name) && userDB.set("User." + std::string(name) + ".passwd", password);
+    Tree next = groups_and_users();
+    std::set<std::string> named;
+    for (const NewPassword &one : passwords) {
+        next.set("User." + one.user + ".passwd", one.password);
+        named.insert(one.user);
+    }
+    return change_to(next, rights, named);
 }
 
-bool user_remove(std::string_view name)
+const char *user_remove(unsigned rights, std::string_view name)
 {
-    return user_exists(name) && userDB.remove("User." + std::string(name));
+    Tree next = groups_and_users();
+    next.remove("User." + std::string(name));
+    return change_to(next, rights, {std::string(name)});
 }
 
-UserImport user_import(const std::string &path)
+const char *user_import(unsigned rights, const std::string &path)
 {
     Tree fresh = Tree::make();
     const HdfRead read = hdf_read_foreign_file(path, fresh);
     if (read.result == HdfResult::missing)
-        return UserImport::missing;
+        return "##Specify a file to import#";
+    const char *format_error = "##Error in file format#";
     if (read.result == HdfResult::error) {
         qv_log_print(kLogError, "Can not import users: %s\n", read.detail.c_str());
-        return UserImport::error;
+        return format_error;
     }
     const Node groups = fresh.find("Group");
     const Node users = fresh.find("User");
     if (!can_be_imported(groups) || !can_be_imported(users)) {
         qv_log_print(kLogError, "Can not import users: a name or a value that the user file can not hold\n");
-        return UserImport::error;
+        return format_error;
     }
-    copy_subtree(fresh, "Group", groupDB);
-    copy_subtree(fresh, "User", userDB);
-    if (groups || users)
-        user_update_perm_file();
-    return UserImport::done;
+    if (!groups && !users)
+        return nullptr;
+    Tree next = groups_and_users();
+    copy_subtree(fresh, "Group", next);
+    copy_subtree(fresh, "User", next);
+    return change_to(next, rights, children_of(users));
+}
+
+Tree user_shown_to(unsigned rights)
+{
+    Tree shown = Tree::make();
+    copy_subtree(userDB, "User", shown);
+    for (const Node user : shown.find("User")) {
+        if (is_within(rights, user_get_perm(user.name())))
+            continue;
+        for (Node secret : {user.child("passwd"), user.child("default")})
+            secret.set("", kHiddenPassword);
+    }
+    return shown;
+}
+
+bool user_all_within(unsigned rights)
+{
+    return std::ranges::all_of(children_of(userDB.find("User")), [rights](const std::string &name) {
+        return is_within(rights, user_get_perm(name));
+    });
 }
 
 bool user_export(const std::string &path)
 {
-    const Tree both = groups_and_users();
-    return hdf_write_file(path, both.root(), FileKind::secret);
+    if (file_unread) {
+        qv_log_print(kLogError, "No users to export: %s could not be read\n", user_file.text.c_str());
+        return false;
+    }
+    FreshFile file(path);
+    int error = file.error();
+    if (!error && !hdf_write_file(file.path(), groups_and_users().root(), FileKind::secret))
+        return false;
+    if (!error)
+        error = file.take_name();
+    if (error)
+        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
+    return error == 0;
 }
 
 } // namespace qvcd

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
@@ -23,19 +24,18 @@ extern Tree groupDB; ///< the "Group" subtree
 /// True for a name that a user can have: letters, digits and "_" only, at most kMaxNameBytes.
 bool is_user_name(std::string_view name);
 
-/// Remembers where user_update_perm_file() writes. Returns 0.
+/// Remembers where changes are written. Returns 0.
 int user_set_db_file(FileName file);
 
 /// Makes both trees from the user file. Without a file there is one user, "admin" of group 1 with the
 /// built-in password. Returns 1 when the file is there but cannot be read whole: then there are no users at
-/// all.
+/// all, and no change is taken, so that the file stays as it is.
 int user_load_db_file(const FileName &file);
 
-int user_unload_db_file();
+/// After such a failure: tries the file again. A file that is gone meanwhile does not count as read.
+void user_reread_db_file();
 
-/// Writes both trees to the remembered file in one step. Returns 0; a failure is logged, the old file then
-/// stays.
-int user_update_perm_file();
+int user_unload_db_file();
 
 bool user_exists(std::string_view name);
 
@@ -51,28 +51,50 @@ std::optional<std::string> user_get_default(std::string_view name);
 /// user without one.
 bool user_check_passwd(std::string_view name, std::string_view password);
 
-// The changes below are in memory only; user_update_perm_file() makes them last.
+/// True when the caller's `rights` hold all that `mask` allows: only then may he give it to somebody, change
+/// or remove who has it, or see that one's password.
+inline bool is_within(unsigned rights, unsigned mask)
+{
+    constexpr unsigned kAllRights = 0x7777;
+    return (mask & ~rights & kAllRights) == 0;
+}
 
-/// Null, or the error text for a password that the user file could not give back: over kMaxValueBytes, with a
-/// newline or a NUL byte, or with a blank at an end.
+/// Null, or the error text for a password that no user can have: over kMaxValueBytes, with a control
+/// character, or with a blank at an end.
 const char *user_passwd_error(std::string_view password);
 
-/// Sets the group, creating the user when needed; null, or the error text for a bad name or an unknown group.
-const char *user_set_group(std::string_view name, std::string_view group);
+// Changes, on behalf of a caller with these rights. A change is made whole, in memory and in the user file,
+// or not at all. They return null or the error text for the reply: API_E_INVALID_PERMISSION when the caller
+// may not do it, kUserFileError when the file cannot be written (the log says why).
 
-/// Sets the password of an existing user. The password has passed user_passwd_error().
-bool user_set_passwd(std::string_view name, std::string_view password);
+inline constexpr char kUserFileError[] = "##Can not write user file#";
 
-/// False when there is no such user.
-bool user_remove(std::string_view name);
+/// Sets the group, creating the user when needed. Errors: a bad name, an unknown group.
+const char *user_set_group(unsigned rights, std::string_view name, std::string_view group);
 
-enum class UserImport { done, missing, error };
+struct NewPassword {
+    std::string user;
+    std::string password; ///< has passed user_passwd_error()
+};
 
-/// Merges a file's users and groups into the trees, all or nothing, and writes the user file when the file
-/// had any of the two subtrees. `path` is a path of this machine, of a file that a client named.
-UserImport user_import(const std::string &path);
+/// Sets passwords of existing users.
+const char *user_set_passwd(unsigned rights, const std::vector<NewPassword> &passwords);
 
-/// Writes groups and users to a file of mode 0600; false after logging why not. `path` as in user_import().
+/// Removes an existing user.
+const char *user_remove(unsigned rights, std::string_view name);
+
+/// Merges the users and groups of a file that a client named, a path of this machine, into the present ones.
+/// Errors: no such file; a file that is no user file.
+const char *user_import(unsigned rights, const std::string &path);
+
+/// The users as the caller may see them: passwords of those who may do more than he read "*******".
+Tree user_shown_to(unsigned rights);
+
+/// True when no user may do more than the caller: only then is what he exports whole.
+bool user_all_within(unsigned rights);
+
+/// Writes groups and users to a file of mode 0600, in place of what bears the name (base/fresh_file.h); false
+/// after logging why not. `path` as in user_import().
 bool user_export(const std::string &path);
 
 } // namespace qvcd

@@ -13,6 +13,7 @@ inline constexpr std::size_t kMaxFileLineBytes = 1023; // one piece of a line of
 inline constexpr std::size_t kMaxPathBytes = 4095;
 inline constexpr std::size_t kMaxErrorLineBytes = 255;
 inline constexpr std::size_t kMaxArgs = 99;
+inline constexpr std::size_t kMaxLoggedWordBytes = 64; // names that clients make up
 
 inline std::string cut(std::string_view text, std::size_t limit)
 {

@@ -27,8 +27,8 @@ int notify_publish_on(std::string_view event, std::string_view key, std::string_
     n.identity = NOTIFY_IDENTITY;
     n.message_class = NOTIFY_PRIORITY;
     n.event = event;
-    n.payload = payload_of(key, value);
-    n.public_payload = secret == Secret::yes ? payload_of(key, kHiddenPassword) : n.payload;
+    n.payload = payload_of(key, secret == Secret::yes ? kHiddenPassword : value);
+    n.public_payload = secret == Secret::no ? n.payload : payload_of(key, kHiddenPassword);
     n.topic = cut("qvc " + n.event, kMaxValueBytes);
     qv_log_print(kLogInfo, "notify: %s: %s (%s)\n", n.event.c_str(), n.public_payload.c_str(),
                  n.topic.c_str());

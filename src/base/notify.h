@@ -7,11 +7,15 @@ namespace qvcd {
 inline constexpr char NOTIFY_IDENTITY[] = "qvc";
 inline constexpr char NOTIFY_PRIORITY[] = "event";
 
-enum class Secret { no, yes };
+/// To whom a value reads "*******".
+enum class Secret {
+    no,      ///< to nobody
+    outside, ///< outside the appliance and in the log: session numbers
+    yes,     ///< everywhere: passwords
+};
 
 /// Publishes one event on the notification bus: payload "key=value", topic text "qvc <event>", each at most
-/// 1,023 bytes, and logs it. With Secret::yes the value reads "*******" in the log and outside the appliance.
-/// Returns 0. Never waits.
+/// 1,023 bytes, and logs it. Returns 0. Never waits.
 int notify_publish_on(std::string_view event, std::string_view key, std::string_view value,
                       Secret secret = Secret::no);
 

@@ -1,5 +1,7 @@
 #include "base/reply.h"
 
+#include "base/text.h"
+
 #include <cstdarg>
 
 namespace qvcd {
@@ -11,6 +13,15 @@ void put(std::FILE *out, std::string_view text)
 {
     if (!text.empty())
         std::fwrite(text.data(), 1, text.size(), out);
+}
+
+// What a name or a value holds must not look like further lines of the reply.
+void put_on_line(std::FILE *out, std::string_view text)
+{
+    if (is_one_line(text))
+        put(out, text);
+    else
+        put(out, one_line(std::string(text)));
 }
 
 } // namespace
@@ -25,7 +36,7 @@ void reply_line(std::FILE *out, std::string_view text)
 {
     if (!out)
         return;
-    put(out, text);
+    put_on_line(out, text);
     std::putc('\n', out);
 }
 
@@ -33,7 +44,7 @@ void reply_value(std::FILE *out, std::string_view key, std::string_view value)
 {
     if (!out)
         return;
-    put(out, key);
+    put_on_line(out, key);
     std::putc('=', out);
     reply_line(out, value);
 }

@@ -5,7 +5,7 @@
 
 namespace qvcd {
 
-// Reply lines. A null stream swallows them.
+// Reply lines. A null stream swallows them. In keys, values and lines a control character becomes a blank.
 
 /// "key=value\n"
 void reply_value(std::FILE *out, std::string_view key, std::string_view value);

@@ -1,10 +1,11 @@
 #include "base/text.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
+#include <system_error>
 
 namespace qvcd {
 
@@ -19,9 +20,23 @@ std::vector<std::string> split_words(std::string_view text, std::string_view sep
     return words;
 }
 
+std::int64_t c_int64(std::string_view text)
+{
+    return std::strtoll(std::string(text).c_str(), nullptr, 10);
+}
+
 int c_int(std::string_view text)
 {
-    return static_cast<int>(std::strtol(std::string(text).c_str(), nullptr, 10));
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(std::clamp<std::int64_t>(c_int64(text), Limits::min(), Limits::max()));
+}
+
+std::optional<std::int64_t> parse_int64(std::string_view text)
+{
+    std::int64_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && rest == end ? std::optional(number) : std::nullopt;
 }
 
 unsigned c_hex16(std::string_view text)
@@ -31,12 +46,13 @@ unsigned c_hex16(std::string_view text)
 
 std::optional<Timecode> parse_timecode(std::string_view text)
 {
-    std::array<std::array<char, 5>, 6> f{};
-    const int fields = std::sscanf(std::string(text).c_str(), "%4s%2s%2sT%2s:%2s:%2s", f[0].data(),
-                                   f[1].data(), f[2].data(), f[3].data(), f[4].data(), f[5].data());
-    if (fields != 6)
+    constexpr std::string_view kForm = "yyyymmddThh:mm:ss";
+    if (text.size() != kForm.size() || text[8] != 'T' || text[11] != ':' || text[14] != ':')
         return std::nullopt;
-    return Timecode{f[0].data(), f[1].data(), f[2].data(), f[3].data(), f[4].data(), f[5].data()};
+    const auto field = [text](std::size_t at, std::size_t size) {
+        return std::string(text.substr(at, size));
+    };
+    return Timecode{field(0, 4), field(4, 2), field(6, 2), field(9, 2), field(12, 2), field(15, 2)};
 }
 
 std::tm local_time(const Timecode &code)
@@ -67,7 +83,7 @@ std::string to_short_name(std::string_view text)
 {
     std::string name;
     for (const char c : text) {
-        if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_')
+        if (is_ascii_alnum(c) || c == '_')
             name += c;
         else if (c == ' ')
             name += '_';

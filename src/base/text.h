@@ -12,21 +12,35 @@ namespace qvcd {
 /// The words of `text` between runs of any of `separators` (strtok(3)).
 std::vector<std::string> split_words(std::string_view text, std::string_view separators);
 
-/// A decimal number as atoi(3) reads it: leading blanks, a sign, digits; what follows is ignored. 0 when
-/// there are no digits; larger numbers wrap to 32 bits as a conversion from long does.
+/// A decimal number as strtoll(3) reads it: leading blanks, a sign, digits; what follows is ignored. 0 when
+/// there are no digits; the nearest number when it does not fit into 64 bits.
+std::int64_t c_int64(std::string_view text);
+
+/// The same, and the nearest number that fits into an int.
 int c_int(std::string_view text);
 
-/// The same for hexadecimal without overflow: strtoul(3) base 16, cut to 16 bits.
+/// The text as a number: digits with at most one "-" in front, and nothing else. Nothing for other texts and
+/// for numbers that do not fit into 64 bits.
+std::optional<std::int64_t> parse_int64(std::string_view text);
+
+/// A hexadecimal number as strtoul(3) reads it, cut to 16 bits.
 unsigned c_hex16(std::string_view text);
 
-/// A timecode "20240229T12:00:00" as sscanf(3) splits it with "%4s%2s%2sT%2s:%2s:%2s".
+/// The fields of a timecode "20240229T12:00:00". Whether they hold numbers is not looked at.
 struct Timecode {
     std::string year, month, day, hour, minute, second;
 };
+/// Nothing when the length or the marks between the fields are others.
 std::optional<Timecode> parse_timecode(std::string_view text);
 
 /// The timecode as a broken-down local time; the C library decides about daylight saving.
 std::tm local_time(const Timecode &code);
+
+/// True for an ASCII letter or digit, whatever the locale.
+inline bool is_ascii_alnum(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+}
 
 /// True for a byte that no value and no line of a reply holds: below 0x20, or 0x7f.
 inline bool is_control(char c)

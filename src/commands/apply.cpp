@@ -28,7 +28,7 @@ using ApplyCache = std::vector<CachedCommand>;
 
 void note_api(CachedCommand &entry, const std::string &api)
 {
-    meta_set(api, "noapp", "0");
+    flag_applied(api);
     if (entry.names.size() < kMaxNamesOfCommand)
         entry.names.push_back(api);
 }
@@ -78,7 +78,7 @@ int apply_param(Request &request, const std::string &api, ApplyCache &cache, std
         return 0;
     const std::string value = hdfDB.get_or(api, "");
     const bool secret = meta_is_password(api);
-    reply_value(out, api, value);
+    reply_value(out, api, shown_value(api, value));
     qv_log_print(kLogNotice, "Apply %s=%s\n", api.c_str(), secret ? kHiddenPassword : value.c_str());
     notify_publish_on("apply", api, value, secret ? Secret::yes : Secret::no);
     return 0;

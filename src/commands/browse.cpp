@@ -12,9 +12,9 @@ namespace {
 int browse_param(Request &request, const std::string &api, std::FILE *out)
 {
     MetaApi meta(api);
-    if ((request.mask & meta.perm() & kReadBits) == 0)
+    if (!meta.readable_by(request.mask))
         return 1;
-    if ((request.mask & kLevel0Bits) != 0 || !meta.is_true("private"))
+    if (meta.visible_to(request.mask))
         reply_value(out, api, "leaf");
     return 0;
 }

@@ -1,8 +1,6 @@
 #include "commands/change.h"
 
-#include "base/limits.h"
-#include "base/reply.h"
-#include "base/text.h"
+#include "base/value.h"
 #include "commands/apply.h"
 #include "commands/save.h"
 #include "commands/script_hook.h"
@@ -27,20 +25,23 @@ int revert_param(Request &request, const std::string &api, std::FILE *out)
     const std::optional<std::string> value = rfuncmap_read(request, api);
     if (!value || !metaDB.find(api)) // it may have been deleted while the reader waited
         return 1;
-    hdfDB.set(api, *value);
-    meta_set(api, "mod", "0");
-    meta_set(api, "noapp", "0");
-    reply_value(out, api, *value);
+    store_setting(api, *value);
+    flag_restored(api, *value);
+    reply_value(out, api, shown_value(api, *value));
     qv_log_print(kLogNotice, "Revert %s=%s\n", api.c_str(),
                  meta_is_password(api) ? kHiddenPassword : value->c_str());
     return 0;
 }
 
+// Those that are names: the set has complained about the others.
 Args names_of(const Args &argv)
 {
     Args names;
-    for (const std::string &arg : argv)
-        names.push_back(arg.substr(0, arg.find('=')));
+    for (const std::string &arg : argv) {
+        std::string name = arg.substr(0, arg.find('='));
+        if (name_kind(name) == NameKind::api)
+            names.push_back(std::move(name));
+    }
     return names;
 }
 
@@ -48,6 +49,8 @@ int command_modify(Request &request, Args &argv, std::FILE *out)
 {
     const int set = command_sets(request, argv, out);
     Args names = names_of(argv);
+    if (names.empty() && !argv.empty()) // no name is not all names
+        return set;
     if (set == 0)
         return command_save(request, names, out) == 0 ? 0 : 1;
     command_revert(request, names, out);
@@ -73,13 +76,25 @@ std::optional<Member> parse_member(const Args &argv, const char *attribute)
     const auto function = meta_get(words[0], attribute);
     if (!value || !file || !function)
         return std::nullopt;
-    return Member{words[0], cut(*value, kMaxValueBytes), *file, *function};
+    return Member{words[0], *value, *file, *function};
+}
+
+// The error that keeps the caller from changing the collection; null: nothing does.
+const char *member_error(const Request &request, const Member &member)
+{
+    if ((request.mask & meta_get_perm(member.api) & kWriteBits) == 0)
+        return API_E_INVALID_PERMISSION;
+    return value_error(member.value);
 }
 
 int command_add(Request &request, Args &argv, std::FILE *out)
 {
     const auto member = parse_member(argv, "add");
-    return member ? addfuncmap_add(request, member->file, member->api, member->value, out) : 0;
+    if (!member)
+        return 0;
+    if (const char *error = member_error(request, *member))
+        return refuse(member->api, error, out);
+    return addfuncmap_add(request, member->file, member->api, member->value, out);
 }
 
 int command_remove(Request &request, Args &argv, std::FILE *out)
@@ -87,6 +102,8 @@ int command_remove(Request &request, Args &argv, std::FILE *out)
     const auto member = parse_member(argv, "remove");
     if (!member)
         return 0;
+    if (const char *error = member_error(request, *member))
+        return refuse(member->api, error, out);
     const int result = removefuncmap_remove(request, member->file, member->api, member->value, out);
     qv_log_print(kLogInfo, "Remove %s from %s using %s func\n", member->value.c_str(), member->api.c_str(),
                  member->function.c_str());
@@ -109,6 +126,8 @@ int command_update(Request &request, Args &argv, std::FILE *out)
 {
     const int set = command_set(request, argv, out);
     Args names = names_of(argv);
+    if (names.empty() && !argv.empty()) // no name is not all names
+        return set;
     if (set == 0)
         return command_save(request, names, out) == 0 && command_apply(request, names, out) == 0 ? 0 : 1;
     command_revert(request, names, out);

@@ -42,50 +42,45 @@ bool split_line(std::string_view text, Line &line)
     return true;
 }
 
-// Which argument, counted behind the sub-command, is a password.
-struct SecretArgument {
-    const char *command;
-    const char *sub_command;
-    std::size_t argument;
-};
-constexpr SecretArgument kSecretArguments[] = {
-    {"login", nullptr, 1},
-    {"user", "passwd", 1},
-};
-
-bool is_secret(const Line &line, std::size_t argument)
+// A word of the line as the log shows it: decoded, secrets hidden. Behind a secret word all are: a password
+// with a comma or a blank in it comes as several.
+std::string for_log(const std::string &word, bool &secret)
 {
-    for (const SecretArgument &row : kSecretArguments) {
-        if (line.command == row.command && argument == row.argument &&
-            (!row.sub_command || (line.first_arg == 1 && line.argv.front() == row.sub_command)))
-            return true;
-    }
-    return false;
-}
-
-// The argument as the log shows it: decoded, passwords hidden.
-std::string for_log(const Line &line, std::size_t argument, const std::string &text)
-{
-    if (is_secret(line, argument))
+    const std::optional<std::string> text = url_unescape(cut(word, kMaxValueBytes));
+    const std::size_t equals = text ? text->find('=') : std::string::npos;
+    const std::string name = text ? text->substr(0, equals) : "";
+    if (secret || !text || (equals != std::string::npos && !is_tree_name(name))) {
+        secret = true;
         return kHiddenPassword;
-    const std::size_t equals = text.find('=');
-    if (equals != std::string::npos && meta_is_password(text.substr(0, equals)))
-        return text.substr(0, equals + 1) + kHiddenPassword;
-    const std::string part = cut(text, kMaxValueBytes);
-    return url_unescape(part).value_or(part);
+    }
+    if (equals == std::string::npos) {
+        secret = meta_is_password(name);
+        return name;
+    }
+    const std::string value = value_for_log(name, text->substr(equals + 1));
+    secret = value == kHiddenPassword;
+    return name + "=" + value;
 }
 
-void log_line(int number, const Line &line)
+// No command has "=" or "%" in its name: what follows may be a value.
+std::string command_for_log(const Line &line)
 {
-    qv_log_print(kLogInfo, "parse: %d: cmd: [%s]\n", number, line.command.c_str());
-    if (line.first_arg)
-        qv_log_print(kLogInfo, "       %d: sub: [%s]\n", number, line.argv.front().c_str());
-    if (!timing_is_on() || !qv_log_wants(kLogInfo))
+    return cut(line.command.substr(0, line.command.find_first_of("=%")), kMaxLoggedWordBytes);
+}
+
+void log_line(int number, const Line &line, const CommandRecord &record)
+{
+    if (!qv_log_wants(kLogInfo))
         return;
-    for (std::size_t i = line.first_arg; i < line.argv.size(); ++i) {
-        const std::size_t argument = i - line.first_arg;
-        qv_log_print(kLogInfo, "       %d: arg%zu:[%s]\n", number, argument,
-                     for_log(line, argument, line.argv[i]).c_str());
+    qv_log_print(kLogInfo, "parse: %d: cmd: [%s]\n", number, command_for_log(line).c_str());
+    bool secret = false;
+    for (std::size_t i = 0; i < line.argv.size(); ++i) {
+        secret = secret || i >= record.secret_from;
+        const std::string word = for_log(line.argv[i], secret);
+        if (i < line.first_arg)
+            qv_log_print(kLogInfo, "       %d: sub: [%s]\n", number, cut(word, kMaxLoggedWordBytes).c_str());
+        else if (timing_is_on())
+            qv_log_print(kLogInfo, "       %d: arg%zu:[%s]\n", number, i - line.first_arg, word.c_str());
     }
 }
 
@@ -104,14 +99,14 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out)
     const CommandLock lock;
     if (!lock.held())
         return 1;
-    log_line(number, line);
-    Request request(mask);
     const CommandRecord &record = cmd_find(line.command);
+    log_line(number, line, record);
+    Request request(mask);
     if (&record == cmd_map().front().record)
-        qv_log_print(kLogError, "Invalid command: %s\n", line.command.c_str());
+        qv_log_print(kLogError, "Invalid command: %s\n", command_for_log(line).c_str());
     const int result = record.handler(request, line.argv, out);
-    if (timing_is_on())
-        qv_log_print(kLogInfo, "       %d: tot: [%s] [%lu.%03lus]\n", number, line.command.c_str(),
+    if (timing_is_on() && qv_log_wants(kLogInfo))
+        qv_log_print(kLogInfo, "       %d: tot: [%s] [%lu.%03lus]\n", number, command_for_log(line).c_str(),
                      watch.seconds(), watch.milliseconds());
     return result;
 }

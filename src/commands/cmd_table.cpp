@@ -13,6 +13,7 @@
 #include "commands/group.h"
 #include "commands/help.h"
 #include "commands/import.h"
+#include "commands/insert.h"
 #include "commands/menu.h"
 #include "commands/meta.h"
 #include "commands/preset.h"
@@ -59,9 +60,13 @@ std::span<const CommandRow> cmd_map()
 int cmd_create_cmdmap_hdf()
 {
     set_command_door(run_by_name);
-    for (const CommandRow &row : cmdMap) {
-        if (row.record->init)
-            row.record->init();
+    for (std::size_t i = 0; i < std::size(cmdMap); ++i) {
+        const CommandRecord &record = *cmdMap[i].record;
+        qv_log_print(kLogTrace, "adding %s to cmdmap %zu\n", record.name, i);
+        if (record.init) {
+            qv_log_print(kLogTrace, "calling init for %s\n", record.name);
+            record.init();
+        }
     }
     qv_log_print(kLogTrace, "cmd map created with %zu functions\n", std::size(cmdMap));
     return 0;

@@ -2,6 +2,7 @@
 
 #include "base/args.h"
 
+#include <limits>
 #include <span>
 
 namespace qvcd {
@@ -25,6 +26,9 @@ struct CommandRecord {
     const char *notes = nullptr;
     const char *description = nullptr;
     std::span<const SubCommand> sub_commands = {};
+    /// Index of the first argument (the sub-command counts as one) that the log does not show, and none
+    /// behind it: where passwords and session numbers may stand.
+    std::size_t secret_from = std::numeric_limits<std::size_t>::max();
 };
 
 /// What becomes of a sub-command's result.

@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "commands/change.h"
 #include "commands/script_hook.h"
+#include "commands/set.h"
 #include "commands/targets.h"
 #include "commands/user.h"
 #include "model/populate.h"
@@ -23,14 +24,14 @@ constexpr char hide_password[] = "*****";
 void print_flag(Request &request, const std::string &api, std::FILE *out)
 {
     const auto value = hdfDB.get(api);
-    if (value && !meta_is_hidden(request.mask, api) && (request.mask & meta_get_perm(api) & kReadBits) != 0)
-        reply_value(out, api, *value);
+    if (value && MetaApi(api).visible_to(request.mask))
+        reply_value(out, api, shown_value(api, *value));
 }
 
 void print_default(Request &request, const std::string &api, std::FILE *out)
 {
     const auto value = hdfDB.get(api);
-    if (!value || api.find("__") != std::string::npos || meta_is_hidden(request.mask, api))
+    if (!value || api.find("__") != std::string::npos || !MetaApi(api).visible_to(request.mask))
         return;
     const auto fallback = meta_get_this_level(api, "default");
     if (!fallback || *fallback == *value)
@@ -73,16 +74,13 @@ int command_check_default(Request &request, Args &argv, std::FILE *out)
 
 int restore_param_to_default(Request &request, const std::string &api, std::FILE *out)
 {
-    const unsigned perm = meta_get_perm(api);
-    if ((request.mask & perm & kWriteBits) == 0)
+    if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
         return 1;
     const auto fallback = meta_get_this_level(api, "default");
     if (meta_is_true(api, "dynamic") || !fallback || hdfDB.get(api) == *fallback)
         return 0;
-    hdfDB.set(api, *fallback);
-    meta_set(api, "mod", "1");
-    if ((request.mask & perm & kApplyBits) != 0 && meta_get(api, "apply"))
-        meta_set(api, "noapp", "1");
+    raise_flags(request, api, SetMode::set);
+    store_setting(api, *fallback);
     reply_value(out, api, *fallback);
     qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(),
                  meta_is_password(api) ? kHiddenPassword : fallback->c_str());

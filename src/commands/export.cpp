@@ -2,12 +2,13 @@
 
 #include "base/reply.h"
 #include "base/text.h"
+#include "commands/targets.h"
 #include "funcs/read_map.h"
-#include "platform/api_errors.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
-#include "store/database.h"
 #include "store/hdf_file.h"
+
+#include <algorithm>
 
 namespace qvcd {
 
@@ -40,13 +41,13 @@ class Export {
   public:
     Export(Request &request, ExportMode mode) : request_(request), mode_(mode) {}
 
-    void argument(const std::string &name, std::FILE *out);
-    void group(Node node, const std::string &name);
+    void names(const Args &names, std::FILE *out);
     bool write(const std::string &target, std::FILE *out) const;
 
   private:
     bool goes_out(const std::string &api, bool password, bool dynamic) const;
     void setting(const std::string &api);
+    void group(const std::string &name);
 
     Request &request_;
     ExportMode mode_;
@@ -56,10 +57,9 @@ class Export {
 
 bool Export::goes_out(const std::string &api, bool password, bool dynamic) const
 {
-    const unsigned perm = meta_get_perm(api);
-    return (request_.mask & perm & kReadBits) != 0 && ((perm & kUserWriteBits) != 0 || mode_.read_only) &&
-           !meta_is_hidden(request_.mask, api) && (!password || mode_.passwords) &&
-           (!dynamic || mode_.dynamic);
+    MetaApi meta(api);
+    return meta.visible_to(request_.mask) && ((meta.perm() & kUserWriteBits) != 0 || mode_.read_only) &&
+           (!password || mode_.passwords) && (!dynamic || mode_.dynamic);
 }
 
 // The tree holds no value of a dynamic API: a document with its placeholder would set that when it is
@@ -86,23 +86,22 @@ void Export::setting(const std::string &api)
 }
 
 // By name: reading a live value may let go of the command lock.
-void Export::group(Node node, const std::string &name)
+void Export::group(const std::string &name)
 {
-    for (const std::string &api : hdfutils_names(node, name, hdfutils_check_endnode)) {
-        if (hdfDB.find(api))
+    for (const std::string &api : hdfutils_names(hdfDB.find(name), name, hdfutils_check_endnode)) {
+        if (name_kind(api) == NameKind::api)
             setting(api);
     }
 }
 
-void Export::argument(const std::string &name, std::FILE *out)
+void Export::names(const Args &names, std::FILE *out)
 {
-    const Node node = name.empty() ? Node() : hdfDB.find(name);
-    if (!node)
-        reply_value(out, name, API_E_PARAM_NOT_FOUND);
-    else if (node.first_child())
-        group(node, name);
-    else
+    const auto group_of = [this](const std::string &name) { group(name); };
+    const auto api = [this](const std::string &name) {
         setting(name);
+        return 0;
+    };
+    for_each_setting(names, out, group_of, api);
 }
 
 bool Export::write(const std::string &target, std::FILE *out) const
@@ -121,14 +120,17 @@ int command_export(Request &request, Args &argv, std::FILE *out)
 {
     const std::string target = argv.empty() ? kStream : argv[0];
     const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
+    if (target != kStream && (request.mask & kLevel1Bits) == 0) {
+        reply_line(out, API_E_INVALID_PERMISSION);
+        return 1;
+    }
     qv_log_print(kLogInfo, "export_file: %s export_mode: %d\n", target.c_str(), mode);
     Export document(request, export_mode(mode));
-    for (std::size_t i = 2; i < argv.size(); ++i)
-        document.argument(argv[i], out);
-    if (argv.size() <= 2)
-        document.group(hdfDB.root(), "");
+    document.names(
+        Args(argv.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(argv.size(), 2)), argv.end()),
+        out);
     if (!document.write(target, out)) {
-        reply_printf(out, "##can not write %s#\n", target.c_str());
+        reply_line(out, "##can not write " + target + "#");
         return 1;
     }
     qv_log_print(kLogNotice, "Export file %s\n", target.c_str());
@@ -141,6 +143,7 @@ const CommandRecord exportRecord = {
     .summary = "Export the user settings",
     .synopsis = "export [<file> or stdout] [<mode>] [<API or group> ...]",
     .errors = "<name>=##Parameter not found#: there is no such API or group. The others are exported.\n"
+              "##Invalid permission#: only administrators may have files written.\n"
               "##can not write <file>#: the old file stays, and the log says why. The result is 1.",
     .description =
         "Writes the settings that the caller may read, all or the named ones, as an HDF document with "

@@ -26,39 +26,29 @@ struct GetPlan {
     std::optional<std::string> link;
 };
 
-GetPlan plan_get(Request &request, std::string_view api, GetMode mode)
+GetPlan plan_get(const Request &request, std::string_view api, GetMode mode)
 {
     MetaApi meta(api);
     GetPlan plan;
-    plan.refused = (request.mask & meta.perm() & kReadBits) == 0;
-    if (plan.refused)
+    plan.refused = !meta.readable_by(request.mask);
+    plan.hidden = plan.refused || !meta.visible_to(request.mask);
+    if (plan.hidden)
         return plan;
-    plan.hidden = (request.mask & kLevel0Bits) == 0 && meta.is_true("private");
     plan.dynamic = meta.is_true("dynamic");
-    const auto type = meta.own("type");
-    plan.password = type && type->find("password") != std::string_view::npos;
-    if (plan.dynamic || mode == GetMode::fallback || mode == GetMode::fallback_only) {
-        if (const auto fallback = meta.own("default"))
-            plan.fallback = std::string(*fallback);
-    }
-    if (!plan.dynamic) {
-        if (const auto link = meta.own("link"); link && !link->empty())
-            plan.link = std::string(*link);
-    }
+    plan.password = meta.is_password();
+    if (plan.dynamic || mode == GetMode::fallback || mode == GetMode::fallback_only)
+        plan.fallback = own_copy(meta.own("default"));
+    if (const auto link = meta.own("link"); link && !plan.dynamic && name_kind(*link) == NameKind::api)
+        plan.link = std::string(*link);
     return plan;
 }
 
 std::string current_value(Request &request, const std::string &api, const GetPlan &plan)
 {
-    if (plan.dynamic) {
-        std::optional<std::string> live = rfuncmap_read(request, api);
-        return live ? std::move(*live) : plan.fallback.value_or("");
-    }
-    if (plan.link) {
-        if (const Node linked = hdfDB.find(*plan.link))
-            return std::string(linked.text());
-    }
-    return hdfDB.get_or(api, "");
+    if (!plan.dynamic)
+        return hdfDB.get_or(plan.link.value_or(api), "");
+    std::optional<std::string> live = rfuncmap_read(request, api);
+    return live ? std::move(*live) : plan.fallback.value_or("");
 }
 
 void print_value(Request &request, GetMode mode, const std::string &api, const std::string &value,
@@ -86,50 +76,37 @@ void print_value(Request &request, GetMode mode, const std::string &api, const s
     }
 }
 
-// What one API came to.
-struct Printed {
-    int result = 0; // 1 when the caller may not read it
-    AfterVisit tree = AfterVisit::unchanged;
-};
-
-// One API. Defaults are printed as they are, values of passwords are not.
-Printed print_param_to_out(const std::string &api, Request &request, std::FILE *out, GetMode mode)
+// One API; 1 when the caller may not read it. Defaults are printed as they are, values of passwords are not.
+int print_param_to_out(Request &request, const std::string &api, std::FILE *out, GetMode mode)
 {
     const GetPlan plan = plan_get(request, api, mode);
-    if (plan.refused)
-        return {1, AfterVisit::unchanged};
     if (plan.hidden)
-        return {};
+        return plan.refused ? 1 : 0;
     std::string value = current_value(request, api, plan);
     if (plan.password && value.size() > 1)
         value = kHiddenPassword;
     print_value(request, mode, api, value, plan, out);
-    // Only readers change the tree or let go of the command lock.
-    const bool read = plan.dynamic || mode == GetMode::introspection;
-    return {0, read ? AfterVisit::maybe_changed : AfterVisit::unchanged};
+    return 0;
 }
 
-// Every API below a group, or below the root. Refusals are silent.
-void print_group(const std::string &name, Request &request, std::FILE *out, GetMode mode)
+// Visits every API below a group, or below the root, and logs what each took.
+void visit_group(const std::string &name, const char *what, const LeafVisitor &visit)
 {
     const bool timed = timing_is_on() && qv_log_wants(kLogTrace);
     hdfutils_visit_leaves(hdfDB, name, [&](const std::string &api) {
         const Stopwatch watch;
-        const AfterVisit after = print_param_to_out(api, request, out, mode).tree;
+        visit(api);
         if (timed)
-            qv_log_print(kLogTrace, "    get param: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
-                         api.c_str());
-        return after;
+            qv_log_print(kLogTrace, "    %s param: [%lu.%03lus] %s\n", what, watch.seconds(),
+                         watch.milliseconds(), api.c_str());
     });
 }
 
 int do_command_get(Request &request, const Args &argv, std::FILE *out, GetMode mode)
 {
     int result = 0;
-    const auto group = [&](const std::string &name) { print_group(name, request, out, mode); };
-    const auto api = [&](const std::string &name) {
-        return print_param_to_out(name, request, out, mode).result;
-    };
+    const auto api = [&](const std::string &name) { return print_param_to_out(request, name, out, mode); };
+    const auto group = [&](const std::string &name) { visit_group(name, "get", api); };
     for (const std::string &name : argv) { // one at a time: each is timed
         const Stopwatch watch;
         result |= visit_setting(name, out, group, api);
@@ -161,25 +138,6 @@ int command_getdv(Request &request, Args &argv, std::FILE *out)
     return do_command_get(request, argv, out, GetMode::fallback_only);
 }
 
-void introspect_param(const std::string &api, Request &request, std::FILE *out)
-{
-    if (!meta_is_hidden(request.mask, api))
-        ifuncmap_introspect(request, "", api, false, out);
-}
-
-void introspect_group(const std::string &name, Request &request, std::FILE *out)
-{
-    const bool timed = timing_is_on() && qv_log_wants(kLogTrace);
-    hdfutils_visit_leaves(hdfDB, name, [&](const std::string &api) {
-        const Stopwatch watch;
-        introspect_param(api, request, out);
-        if (timed)
-            qv_log_print(kLogTrace, "    introspect param: [%lu.%03lus] %s\n", watch.seconds(),
-                         watch.milliseconds(), api.c_str());
-        return AfterVisit::maybe_changed; // a describer may read
-    });
-}
-
 } // namespace
 
 int command_get(Request &request, Args &argv, std::FILE *out)
@@ -194,11 +152,12 @@ int command_getd(Request &request, Args &argv, std::FILE *out)
 
 int command_introspect(Request &request, Args &argv, std::FILE *out)
 {
-    const auto group = [&](const std::string &name) { introspect_group(name, request, out); };
     const auto api = [&](const std::string &name) {
-        introspect_param(name, request, out);
+        if (!meta_is_hidden(request.mask, name))
+            ifuncmap_introspect(request, "", name, false, out);
         return 0;
     };
+    const auto group = [&](const std::string &name) { visit_group(name, "introspect", api); };
     return for_each_setting(argv, out, group, api);
 }
 

@@ -165,9 +165,10 @@ void print_apihdf(Request &, const std::string &api, std::string_view leaf, cons
 constexpr ApiHelp kReadable = {is_help, print_api};
 constexpr ApiHelp kAsHdf = {is_help_or_desc, print_apihdf};
 
-bool may_see(Request &request, const std::string &api)
+// Templates are no APIs.
+bool may_see(const Request &request, const std::string &api)
 {
-    return (request.mask & meta_get_perm(api) & kReadBits) != 0 && !meta_is_hidden(request.mask, api);
+    return api.find("__") == std::string::npos && MetaApi(api).visible_to(request.mask);
 }
 
 std::string last_component(const std::string &name)

@@ -1,15 +1,12 @@
 #include "commands/import.h"
 
-#include "base/limits.h"
-#include "base/reply.h"
-#include "base/text.h"
+#include "base/value.h"
 #include "commands/defaults.h"
 #include "commands/set.h"
+#include "commands/targets.h"
 #include "funcs/check_map.h"
-#include "platform/api_errors.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
-#include "store/database.h"
 #include "store/hdf_file.h"
 
 namespace qvcd {
@@ -67,15 +64,18 @@ void import_setting(Request &request, const std::string &api, const std::string 
     if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
         return;
     const auto value = url_unescape(escaped);
-    if (!value || cfuncmap_check(api, cut(*value, kMaxValueBytes)))
+    if (const char *error = value ? value_error(*value) : API_E_INVALID_CHARACTER) {
+        refuse(api, error, out);
+        return;
+    }
+    if (cfuncmap_check(api, *value))
         return refuse_value(request, api, escaped, out);
     if (meta_get(api, "type") == "timecode")
         return log_setting("ignore", api, escaped);
-    // Not by the set commands: they cut the escaped text, which may be three times as long as the value.
-    if (hdfDB.get(api))
-        set_param(request, api, url_escape(cut(*value, kMaxValueBytes)), out, mode);
+    if (name_kind(api) == NameKind::api)
+        set_param(request, api, *value, out, mode);
     else
-        reply_value(out, api, API_E_PARAM_NOT_FOUND);
+        refuse(api, API_E_PARAM_NOT_FOUND, out);
     log_setting("import", api, escaped);
 }
 

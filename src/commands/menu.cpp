@@ -1,7 +1,6 @@
 #include "commands/menu.h"
 
 #include "auth/session.h"
-#include "base/limits.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/get.h"
@@ -42,6 +41,7 @@ const CommandRecord menuRecord = {
     .synopsis = "get, getload, firstrun, reload",
     .notes = "More to come",
     .sub_commands = kSubCommands,
+    .secret_from = 1,
 };
 
 namespace {
@@ -84,7 +84,7 @@ std::string load_list(const std::string &page)
         if (const auto names = menuDB.get(key))
             list.append(" ").append(*names);
     }
-    return cut(list, kMaxValueBytes);
+    return list;
 }
 
 // A list without names asks for nothing; the commands would take it for everything.

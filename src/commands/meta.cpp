@@ -3,6 +3,7 @@
 #include "base/reply.h"
 #include "platform/api_errors.h"
 #include "store/database.h"
+#include "store/names.h"
 
 namespace qvcd {
 
@@ -41,13 +42,20 @@ int command_meta(Request &request, Args &argv, std::FILE *out)
     return run_subcommand(metaRecord, request, argv, out, SubResult::zero);
 }
 
+bool is_attribute_word(std::string_view word)
+{
+    return is_tree_name(word) && word.find('.') == std::string_view::npos;
+}
+
 int command_metav(Request &, Args &argv, std::FILE *out)
 {
-    if (argv.size() < 2) {
-        reply_printf(out, "%s: \"metav %s\"\n", API_E_INVALID_CMD, argv.empty() ? "" : argv.front().c_str());
+    if (argv.size() < 2 || !is_attribute_word(argv[0])) {
+        reply_line(out, std::string(API_E_INVALID_CMD) + ": \"metav " + (argv.empty() ? "" : argv[0]) + "\"");
         return -1;
     }
-    if (const auto value = meta_get(argv[1], argv[0]))
+    if (name_kind(argv[1]) == NameKind::nothing)
+        return 0;
+    if (const auto value = MetaApi(argv[1]).look(argv[0]))
         reply_line(out, *value);
     return 0;
 }

@@ -1,13 +1,12 @@
 #include "commands/preset.h"
 
 #include "base/file_text.h"
-#include "base/limits.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/apply.h"
 #include "commands/preset_store.h"
 #include "commands/save.h"
-#include "commands/set.h"
+#include "commands/snapshot.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -30,10 +29,10 @@ int preset_store(Request &request, Args &argv, std::FILE *out);
 int preset_info(Request &request, Args &argv, std::FILE *out);
 int preset_get(Request &request, Args &argv, std::FILE *out);
 int preset_set(Request &request, Args &argv, std::FILE *out);
-int preset_save(Request &request, Args &argv, std::FILE *out);
+int preset_to_file(Request &request, Args &argv, std::FILE *out);
 int preset_read(Request &request, Args &argv, std::FILE *out);
-int preset_import(Request &request, Args &argv, std::FILE *out);
-int preset_export(Request &request, Args &argv, std::FILE *out);
+int preset_from_export(Request &request, Args &argv, std::FILE *out);
+int preset_to_export(Request &request, Args &argv, std::FILE *out);
 
 constexpr SubCommand kSubCommands[] = {
     {"current", preset_show_current, "Get the current configuration"},
@@ -46,10 +45,10 @@ constexpr SubCommand kSubCommands[] = {
     {"info", preset_info, "Get information about a preset"},
     {"get", preset_get, "Display the settings in the preset"},
     {"set", preset_set, "Read user settings and set the preset"},
-    {"save", preset_save, "Save the preset to persistent memory"},
+    {"save", preset_to_file, "Save the preset to persistent memory"},
     {"read", preset_read, "Read the preset file into preset database"},
-    {"import", preset_import, "Import a preset file"},
-    {"export", preset_export, "Export a preset file"},
+    {"import", preset_from_export, "Import a preset file"},
+    {"export", preset_to_export, "Export a preset file"},
 };
 
 } // namespace
@@ -76,7 +75,7 @@ constexpr char kDefaultName[] = "custom";
 constexpr char kDefaultDescription[] = "Custom Preset";
 constexpr char kDefaultMatchName[] = "template"; // of a preset without a name, for who asks by name
 
-int refuse(std::FILE *out, const char *error)
+int refuse(std::FILE *out, std::string_view error)
 {
     reply_line(out, error);
     return 1;
@@ -107,10 +106,16 @@ void print_current_preset(std::FILE *out)
                  presetDB.get_or(config + ".desc", kDefaultDescription), out);
 }
 
+std::string shown_setting(const std::string &api)
+{
+    const auto value = hdfDB.get(api);
+    return value ? shown_value(api, *value) : kCanNotRead;
+}
+
 int preset_show_current(Request &, Args &, std::FILE *out)
 {
     for (const std::string &api : preset_settings)
-        reply_value(out, api, hdfDB.get_or(api, kCanNotRead));
+        reply_value(out, api, shown_setting(api));
     return 0;
 }
 
@@ -131,28 +136,14 @@ int preset_check(Request &, Args &, std::FILE *out)
     return 0;
 }
 
-struct Setting {
-    std::string api;
-    std::string value;
-};
-
-std::vector<Setting> settings_of(Node preset)
+Settings settings_of(Node preset)
 {
-    std::vector<Setting> settings;
+    Settings settings;
     for (const std::string &api : preset_settings) {
         if (const auto value = preset.get(api))
-            settings.push_back({api, cut(*value, kMaxValueBytes)});
+            settings.push_back({api, std::string(*value)});
     }
     return settings;
-}
-
-// What the set command does, but that cuts the escaped text, which may be three times as long as the value.
-void set_whole(Request &internal, const Setting &setting, std::FILE *out)
-{
-    if (hdfDB.get(setting.api))
-        set_param(internal, setting.api, url_escape(setting.value), out, SetMode::set);
-    else
-        reply_value(out, setting.api, API_E_PARAM_NOT_FOUND);
 }
 
 int load_number(Request &request, int number, std::FILE *out)
@@ -162,11 +153,12 @@ int load_number(Request &request, int number, std::FILE *out)
     const Node preset = preset_node(number);
     if (!preset)
         return refuse(out, kCanNotGetPreset);
-    Request internal = request.as(kInternalMask);
-    for (const Setting &setting : settings_of(preset)) // copies: a set may let go of the command lock
-        set_whole(internal, setting, out);
+    const Settings settings = settings_of(preset); // copies: a set may let go of the command lock
     if (number != preset_current() && !save_current_preset(number))
         return refuse(out, kCanNotSavePreset);
+    Request internal = request.as(kInternalMask);
+    for (const Setting &setting : settings)
+        set_stored(internal, setting, out, SetMode::set);
     return 0;
 }
 
@@ -217,10 +209,78 @@ int preset_load_apply_name(Request &request, Args &argv, std::FILE *out)
     return save_and_apply(request, out);
 }
 
-int preset_store(Request &request, Args &argv, std::FILE *out)
+Walk has_value(Node node)
 {
-    preset_set(request, argv, out);
-    preset_save(request, argv, out);
+    return node.value() ? Walk::visit : Walk::descend;
+}
+
+// Values below the part of the presets that has this name.
+void print_values(Node node, const std::string &part, std::FILE *out)
+{
+    hdfutils_traverse_tree(node, part, has_value, [&](Node value, const std::string &parent) {
+        const std::string name = join_name(parent, value.name());
+        reply_value(out, name, shown_value(preset_api(name), value.text()));
+    });
+}
+
+// A preset with the settings as they are.
+Tree preset_of_settings(int number)
+{
+    Tree preset = preset_copy(number);
+    for (const std::string &api : preset_settings) {
+        if (const auto value = hdfDB.get(api))
+            preset.set(api, *value);
+    }
+    return preset;
+}
+
+int print_settings(int number, std::FILE *out)
+{
+    int result = 0;
+    for (const std::string &api : preset_settings) {
+        const std::string value = shown_setting(api);
+        reply_value(out, preset_name(number) + "." + api, value);
+        result |= value == kCanNotRead ? 1 : 0;
+    }
+    return result;
+}
+
+int preset_set(Request &, Args &argv, std::FILE *out)
+{
+    const int number = number_argument(argv, preset_current());
+    if (!can_have_file(number))
+        return refuse(out, kInvalidNumber);
+    preset_enter(number, preset_of_settings(number));
+    return print_settings(number, out);
+}
+
+int save_number(int number, const Tree &preset, std::FILE *out)
+{
+    if (!preset.root().first_child())
+        return refuse(out, kCanNotGetPreset);
+    if (!can_have_file(number))
+        return refuse(out, kInvalidNumber);
+    return preset_save(number, preset) ? 0 : refuse(out, kCanNotSavePreset);
+}
+
+int preset_to_file(Request &, Args &argv, std::FILE *out)
+{
+    const int number = number_argument(argv, preset_current());
+    const int result = save_number(number, preset_copy(number), out);
+    if (result == 0)
+        print_values(preset_node(number), preset_name(number), out);
+    return result;
+}
+
+int preset_store(Request &, Args &argv, std::FILE *out)
+{
+    const int number = number_argument(argv, preset_current());
+    if (!can_have_file(number))
+        return refuse(out, kInvalidNumber);
+    if (const int result = save_number(number, preset_of_settings(number), out))
+        return result;
+    print_settings(number, out);
+    print_values(preset_node(number), preset_name(number), out);
     return 0;
 }
 
@@ -231,7 +291,7 @@ int dump_preset(int number, std::string_view part, std::FILE *out)
     const Node node = presetDB.find(name);
     if (!node)
         return refuse(out, kCanNotGetPreset);
-    hdfutils_dump(node, name, out);
+    print_values(node, name, out);
     return 0;
 }
 
@@ -261,35 +321,6 @@ int preset_get(Request &request, Args &argv, std::FILE *out)
     return dump_presets(number_argument(argv, 0), "", out);
 }
 
-int preset_set(Request &, Args &argv, std::FILE *out)
-{
-    const int number = number_argument(argv, preset_current());
-    if (!can_have_file(number))
-        return refuse(out, kInvalidNumber);
-    int result = 0;
-    for (const std::string &api : preset_settings) {
-        const std::string name = preset_name(number) + "." + api;
-        const auto value = hdfDB.get(api);
-        const bool copied = value && presetDB.set(name, *value);
-        reply_value(out, name, copied ? *value : kCanNotRead);
-        if (!copied)
-            result = 1;
-    }
-    return result;
-}
-
-int preset_save(Request &, Args &argv, std::FILE *out)
-{
-    const int number = number_argument(argv, preset_current());
-    const Node preset = preset_node(number);
-    if (!preset)
-        return refuse(out, kCanNotGetPreset);
-    if (!can_have_file(number))
-        return refuse(out, kInvalidNumber);
-    hdfutils_dump(preset, preset_name(number), out);
-    return preset_write_file(number) ? 0 : refuse(out, kCanNotSavePreset);
-}
-
 int preset_read(Request &, Args &argv, std::FILE *out)
 {
     const int number = number_argument(argv, preset_current());
@@ -298,64 +329,36 @@ int preset_read(Request &, Args &argv, std::FILE *out)
     Tree preset = Tree::make();
     if (!preset_read_file(number, preset))
         return 1;
-    presetDB.root().merge(preset_name(number), preset.root());
-    hdfutils_dump(preset.root(), preset_name(number), out);
+    preset_enter(number, preset);
+    print_values(preset.root(), preset_name(number), out);
     return 0;
 }
 
-// Preset files hold one line a value.
-bool has_only_lines(const Tree &tree)
-{
-    bool good = true;
-    hdfutils_traverse_tree(
-        tree.root(), {}, [](Node) { return Walk::visit; },
-        [&](Node node, const std::string &) { good &= node.text().find('\n') == std::string_view::npos; });
-    return good;
-}
-
-// A preset that has no file gets none.
-int rewrite_files(std::FILE *out)
-{
-    if (presetDB.get("Preset.current") && !save_current_preset(preset_current()))
-        return refuse(out, kCanNotSavePreset);
-    for (int number = 1; number <= preset_max_num && preset_file_exists(number); ++number) {
-        if (!preset_node(number))
-            return refuse(out, kCanNotGetPreset);
-        if (!preset_write_file(number))
-            return refuse(out, kCanNotSavePreset);
-    }
-    return 0;
-}
-
-int preset_import(Request &, Args &argv, std::FILE *out)
+int preset_from_export(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(out, "##Need to specify an import file#");
     const std::string file = qv_sysroot_path(argv[1]);
-    if (!file_exists(file)) {
-        reply_printf(out, "##Can not find import file %s#\n", argv[1].c_str());
-        return 1;
-    }
+    if (!file_exists(file))
+        return refuse(out, "##Can not find import file " + argv[1] + "#");
     Tree imported = Tree::make();
     const HdfRead read = hdf_read_foreign_file(file, imported);
-    if (read.result != HdfResult::ok || !has_only_lines(imported)) {
+    const PresetImport result =
+        read.result == HdfResult::ok ? preset_import(imported) : PresetImport::no_good;
+    if (result == PresetImport::no_good) {
         qv_log_print(kLogDebug, "Error loading preset file %s\n", argv[1].c_str());
         return refuse(out, API_E_IMPORT_FAILED);
     }
-    presetDB.root().merge("", imported.root());
-    return rewrite_files(out);
+    return result == PresetImport::done ? 0 : refuse(out, kCanNotSavePreset);
 }
 
-int preset_export(Request &, Args &argv, std::FILE *out)
+int preset_to_export(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2) {
         hdfutils_dump(presetDB.root(), "", out);
         return 0;
     }
-    if (hdf_write_file(qv_sysroot_path(argv[1]), presetDB.root()))
-        return 0;
-    reply_printf(out, "##can not write %s#\n", argv[1].c_str());
-    return 1;
+    return preset_export(argv[1]) ? 0 : refuse(out, "##can not write " + argv[1] + "#");
 }
 
 } // namespace

@@ -2,12 +2,15 @@
 
 #include "base/file_text.h"
 #include "base/limits.h"
+#include "base/text.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/hdf_file.h"
+#include "store/meta.h"
 
 #include <algorithm>
 #include <cstring>
+#include <unistd.h>
 
 namespace qvcd {
 
@@ -20,6 +23,7 @@ namespace {
 constexpr char kFolder[] = "/etc/presets";
 constexpr char kConfFile[] = "/etc/presets/preset.conf";
 constexpr char kTemplateFile[] = "/etc/presets/template";
+constexpr char kRoot[] = "Preset.";
 constexpr char kCurrent[] = "Preset.current";
 constexpr std::string_view kTemplateComment = "Config"; // the presets' own description, no API
 
@@ -28,22 +32,130 @@ std::string preset_file(int number)
     return std::string(kFolder) + "/preset" + std::to_string(number);
 }
 
-bool write_conf(const std::string &text)
+struct NewFile {
+    std::string path; // of the appliance
+    std::string text;
+    bool secret = false;
+};
+
+bool store_file(const NewFile &file)
 {
-    const int error = replace_file(qv_sysroot_path(kConfFile), text);
+    const std::string path = qv_sysroot_path(file.path);
+    const int error = file.secret ? replace_secret_file(path, file.text) : replace_file(path, file.text);
     if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", kConfFile, std::strerror(error));
+        qv_log_print(kLogError, "Can not write %s: %s\n", file.path.c_str(), std::strerror(error));
     return error == 0;
 }
 
-// The file of a folder without a current preset names the first one, which counts from the next start on.
+// No newline: readers in the field take the rest of the line as it stands.
+NewFile conf_file(int current)
+{
+    return {kConfFile, std::string(kCurrent) + "=" + std::to_string(current)};
+}
+
+// The ends of a line are trimmed when it is read; a block keeps them.
+std::string line(const std::string &name, std::string_view value)
+{
+    if (!value.starts_with(' ') && !value.ends_with(' '))
+        return std::string(name).append("=").append(value).append("\n");
+    std::string mark = "EOM";
+    while (value.find(mark) != std::string_view::npos)
+        mark += 'M';
+    const std::string end = mark + "\n";
+    return std::string(name).append(" << ").append(end).append(value).append("\n").append(end);
+}
+
+Walk has_value(Node node)
+{
+    return node.value() ? Walk::visit : Walk::descend;
+}
+
+// A block's last line end is none of its value's.
+void strip_line_ends(Tree &presets)
+{
+    for (const std::string &name : hdfutils_names(presets.root(), {}, has_value)) {
+        const std::string value = presets.get_or(name, "");
+        if (value.ends_with('\n'))
+            presets.set(name, value.substr(0, value.size() - 1));
+    }
+}
+
+int current_in(const Tree &tree)
+{
+    return static_cast<int>(std::clamp(tree.get_int(kCurrent, 0), 0LL, 1000000LL));
+}
+
+bool has_only_lines(Node presets)
+{
+    bool good = true;
+    hdfutils_traverse_tree(presets, {}, has_value,
+                           [&](Node node, const std::string &) { good &= is_one_line(node.text()); });
+    return good;
+}
+
+// What somebody wrote into a file by hand.
+void replace_controls(Tree &preset)
+{
+    for (const std::string &name : hdfutils_names(preset.root(), {}, has_value))
+        preset.set(name, one_line(preset.get_or(name, "")));
+}
+
+// The values below a node: of one preset, or of all. Nothing when a file cannot hold one of them.
+std::optional<NewFile> new_file(const std::string &path, Node node)
+{
+    NewFile file{path, {}};
+    hdfutils_traverse_tree(node, {}, has_value, [&](Node value, const std::string &parent) {
+        const std::string name = join_name(parent, value.name());
+        file.text += line(name, value.text());
+        file.secret |= meta_is_password(name.starts_with(kRoot) ? preset_api(name) : name);
+    });
+    if (has_only_lines(node))
+        return file;
+    qv_log_print(kLogError, "Can not write %s: a value has a control character\n", path.c_str());
+    return std::nullopt;
+}
+
+// Presets 1 up to the first that is not in memory or has no file.
+void count_presets()
+{
+    preset_max_num = 0;
+    while (preset_max_num < kMaxPresets && preset_node(preset_max_num + 1) &&
+           preset_file_exists(preset_max_num + 1))
+        ++preset_max_num;
+}
+
+// All of them or none: what was replaced before one failed is put back.
+bool store_files(const std::vector<NewFile> &files)
+{
+    std::vector<std::pair<std::string, std::optional<std::string>>> before;
+    for (const NewFile &file : files) {
+        const std::string path = qv_sysroot_path(file.path);
+        before.emplace_back(file.path, read_file(path));
+        const bool known = before.back().second || !file_exists(path);
+        if (known && store_file(file))
+            continue;
+        if (!known) // it is not touched
+            before.pop_back();
+        for (auto &[name, text] : before) {
+            if (text)
+                store_file({name, std::move(*text)});
+            else
+                unlink(qv_sysroot_path(name).c_str());
+        }
+        return false;
+    }
+    return true;
+}
+
+// The file of a folder without a current preset names the first one, which counts from the next start on. A
+// file that cannot be read may be a good one.
 void load_conf()
 {
     const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(kConfFile), presetDB);
     if (read.result == HdfResult::error)
         qv_log_print(kLogError, "Error reading %s: %s\n", kConfFile, read.detail.c_str());
-    if (!presetDB.get(kCurrent))
-        write_conf("Preset.current=1\n");
+    else if (!presetDB.get(kCurrent))
+        store_file({kConfFile, "Preset.current=1\n"});
 }
 
 void load_presets()
@@ -51,17 +163,17 @@ void load_presets()
     Tree scratch = Tree::make(); // one for all: what a preset lacks it takes over from the one before
     for (int number = 1; number <= kMaxPresets; ++number) {
         if (!preset_file_exists(number) || !preset_read_file(number, scratch))
-            return;
+            break;
         presetDB.root().merge(preset_name(number), scratch.root());
-        preset_max_num = number;
     }
+    count_presets();
 }
 
-// The last byte of a line is its newline and is cut, so the last line needs one, too.
 void add_template_line(std::string_view line)
 {
-    if (line.size() > 1 && !line.starts_with(kTemplateComment))
-        preset_settings.push_back(cut(line.substr(0, line.size() - 1), kMaxNameBytes));
+    line = line.substr(0, line.find_last_not_of(" \t\r") + 1); // npos + 1 is 0
+    if (!line.empty() && !line.starts_with(kTemplateComment))
+        preset_settings.push_back(cut(line, kMaxNameBytes));
 }
 
 void load_template()
@@ -71,11 +183,8 @@ void load_template()
         qv_log_print(kLogDebug, "Can't read preset template file\n");
         return;
     }
-    for (std::size_t at = 0; at < text->size();) {
-        const std::size_t newline = std::min(text->find('\n', at), text->size() - 1);
-        add_template_line(std::string_view(*text).substr(at, newline + 1 - at));
-        at = newline + 1;
-    }
+    for (const std::string &line : split_words(*text, "\n"))
+        add_template_line(line);
     if (preset_settings.size() <= kMaxPresetSettings)
         return;
     qv_log_print(kLogWarning, "%s: only the first %zu names are used\n", kTemplateFile, kMaxPresetSettings);
@@ -107,20 +216,24 @@ int cmd_preset_exit()
 
 int preset_current()
 {
-    return static_cast<int>(std::clamp(presetDB.get_int(kCurrent, 0), 0LL, 1000000LL));
+    return current_in(presetDB);
 }
 
 bool save_current_preset(int number)
 {
-    const std::string text = std::to_string(number);
-    presetDB.set(kCurrent, text);
-    return write_conf("Preset.current=" +
-                      text); // no newline: readers in the field take the rest as it stands
+    return store_file(conf_file(number)) && presetDB.set(kCurrent, std::to_string(number));
 }
 
 std::string preset_name(int number)
 {
-    return "Preset." + std::to_string(number);
+    return kRoot + std::to_string(number);
+}
+
+std::string preset_api(std::string_view name)
+{
+    const std::size_t number = name.find('.');
+    const std::size_t end = number == std::string_view::npos ? number : name.find('.', number + 1);
+    return std::string(end == std::string_view::npos ? std::string_view() : name.substr(end + 1));
 }
 
 Node preset_node(int number)
@@ -133,20 +246,75 @@ bool preset_file_exists(int number)
     return file_exists(qv_sysroot_path(preset_file(number)));
 }
 
+Tree preset_copy(int number)
+{
+    Tree copy = Tree::make();
+    copy.root().merge("", preset_node(number));
+    return copy;
+}
+
 bool preset_read_file(int number, Tree &into)
 {
     const std::string file = preset_file(number);
     const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(file), into);
-    if (read.result == HdfResult::ok)
+    if (read.result == HdfResult::ok) {
+        strip_line_ends(into);
+        replace_controls(into);
         return true;
+    }
     qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
     qv_log_print(kLogDebug, "%s: %s\n", file.c_str(), read.detail.c_str());
     return false;
 }
 
-bool preset_write_file(int number)
+void preset_enter(int number, const Tree &preset)
 {
-    return hdf_write_flat_file(qv_sysroot_path(preset_file(number)), preset_node(number));
+    if (preset.root().first_child())
+        presetDB.root().merge(preset_name(number), preset.root());
+    count_presets();
+}
+
+bool preset_save(int number, const Tree &preset)
+{
+    const std::optional<NewFile> file = new_file(preset_file(number), preset.root());
+    if (!file || !store_file(*file))
+        return false;
+    preset_enter(number, preset);
+    return true;
+}
+
+bool preset_export(const std::string &path)
+{
+    const std::optional<NewFile> file = new_file(path, presetDB.root());
+    return file && store_file(*file);
+}
+
+PresetImport preset_import(Tree &imported)
+{
+    strip_line_ends(imported);
+    Tree merged = Tree::make();
+    merged.root().merge("", presetDB.root());
+    bool found = false;
+    if (imported.get(kCurrent))
+        found = merged.set(kCurrent, std::to_string(current_in(imported)));
+    for (int number = 1; number <= kMaxPresets; ++number)
+        found |= merged.root().merge(preset_name(number), imported.find(preset_name(number)));
+    if (!found || !has_only_lines(imported.root()))
+        return PresetImport::no_good;
+    std::vector<NewFile> files;
+    if (merged.get(kCurrent))
+        files.push_back(conf_file(current_in(merged)));
+    for (int number = 1; number <= preset_max_num; ++number) {
+        std::optional<NewFile> file = new_file(preset_file(number), merged.find(preset_name(number)));
+        if (!file)
+            return PresetImport::not_saved;
+        files.push_back(std::move(*file));
+    }
+    if (!store_files(files))
+        return PresetImport::not_saved;
+    presetDB = std::move(merged);
+    count_presets();
+    return PresetImport::done;
 }
 
 } // namespace qvcd

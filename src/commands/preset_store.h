@@ -8,8 +8,9 @@
 namespace qvcd {
 
 // Presets: numbered sets of values for one list of APIs, the template. They live in "/etc/presets":
-// "template" has one API name a line, "preset1" to "preset20" hold "name=value" lines and "Config.name",
-// "Config.desc", "preset.conf" holds "Preset.current=<number>".
+// "template" has one API name a line, "preset1" to "preset20" hold "name=value" lines (a value with a blank
+// at an end is a block, "name << EOM") and "Config.name", "Config.desc", "preset.conf" holds
+// "Preset.current=<number>". What changes both file and memory does so in both or in none.
 
 inline constexpr int kMaxPresets = 20;
 inline constexpr std::size_t kMaxPresetSettings = 99;
@@ -17,7 +18,7 @@ inline constexpr std::size_t kMaxPresetSettings = 99;
 /// "Preset.current" and one subtree "Preset.<number>" a preset. Changed only under the command lock.
 extern Tree presetDB;
 extern std::vector<std::string> preset_settings; ///< the template's APIs, at most kMaxPresetSettings
-extern int preset_max_num;                       ///< the highest number loaded at start, 0 when there is none
+extern int preset_max_num; ///< presets 1 to this one are in memory and have files; 0 when there is none
 
 /// Loads the folder: the presets from 1 up to the first gap or unreadable file, the template, the current
 /// number. Without a folder there are no presets. Returns 0.
@@ -27,12 +28,13 @@ int cmd_preset_exit();
 /// The number of the current preset; 0 when there is none.
 int preset_current();
 
-/// Makes a preset the current one, in memory and in its file; false (the reason is logged) when the file
-/// cannot be written.
+/// Makes a preset the current one; false, after logging why, when it cannot be saved.
 bool save_current_preset(int number);
 
-std::string preset_name(int number); ///< "Preset.<number>"
-Node preset_node(int number);        ///< none when there is no such preset
+std::string preset_name(int number);           ///< "Preset.<number>"
+std::string preset_api(std::string_view name); ///< the API in "Preset.<number>.<API>"
+Node preset_node(int number);                  ///< none when there is no such preset
+Tree preset_copy(int number);                  ///< empty when there is no such preset
 
 bool preset_file_exists(int number);
 
@@ -40,7 +42,21 @@ bool preset_file_exists(int number);
 /// logged.
 bool preset_read_file(int number, Tree &into);
 
-/// Writes a preset to its file in one durable step; false, the file as it was, when it cannot be written.
-bool preset_write_file(int number);
+/// Puts values over those that a preset has in memory.
+void preset_enter(int number, const Tree &preset);
+
+/// The same, after writing `preset` as its file; false, after logging why, when that cannot be done. A file
+/// with a password is readable for the owner only.
+bool preset_save(int number, const Tree &preset);
+
+/// Writes all presets as one document to a path of the appliance; false, after logging why, when it cannot be
+/// written.
+bool preset_export(const std::string &path);
+
+/// Puts the presets and the current number of such a document over those in memory and in the files that
+/// there are. Nothing is changed when it holds neither or a value with a control character (no_good), or when
+/// a file cannot be written (not_saved).
+enum class PresetImport { done, no_good, not_saved };
+PresetImport preset_import(Tree &imported);
 
 } // namespace qvcd

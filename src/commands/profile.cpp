@@ -1,27 +1,17 @@
 #include "commands/profile.h"
 
-#include "base/file_text.h"
-#include "base/limits.h"
 #include "base/reply.h"
 #include "commands/change.h"
-#include "commands/export.h"
 #include "commands/get.h"
-#include "commands/import.h"
 #include "commands/profile_members.h"
-#include "commands/save.h"
+#include "commands/profile_switch.h"
 #include "funcs/add_remove_map.h"
 #include "funcs/apply_map.h"
 #include "funcs/read_map.h"
-#include "platform/log.h"
-#include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/profile_files.h"
 
-#include <cerrno>
-#include <cstring>
 #include <optional>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace qvcd {
 
@@ -98,12 +88,9 @@ constexpr char error_copying_profile[] = "##Error copying profile#";
 constexpr char error_removing_profile[] = "##Error removing profile#";
 constexpr char error_maxed_profiles[] = "##Max profiles created for group#";
 
-constexpr char kExportEverything[] = "3"; // mode of export
-constexpr char kImportAsModified[] = "1"; // mode of import
-constexpr char kSelection[] = "System.Configuration.Profiles";
-constexpr unsigned kUserWriteBits = 0x222; // what the maker alone may write is no user's profile
+constexpr char error_nothing_to_save[] = "##Nothing to save#";
 
-int refuse(std::FILE *out, const char *error)
+int refuse(std::FILE *out, std::string_view error)
 {
     reply_line(out, error);
     return 1;
@@ -114,24 +101,36 @@ void reply_name(std::FILE *out, const std::string &profile, const std::string &n
     reply_value(out, "Profile." + profile + ".name", name);
 }
 
-// None when nothing is selected, or the factory settings are.
-std::optional<std::string> get_current_profile()
+void reply_group(std::FILE *out, const std::string &profile)
 {
-    std::string name = hdfDB.get_or(kCurrentProfileApi, "");
-    if (name.empty() || name == kDefaultProfile)
-        return std::nullopt;
-    return name;
+    const auto known = profileDB.find(profile);
+    if (known != profileDB.end() && !known->second.empty())
+        reply_value(out, "Profile." + profile + ".group", known->second);
+}
+
+// The error that keeps a name from being that of a new profile; null: nothing does.
+const char *name_error(const std::string &name)
+{
+    if (name == kDefaultProfile)
+        return error_can_not_use_default;
+    return is_profile_name(name) ? nullptr : error_invalid_arguments;
 }
 
 std::optional<std::string> argument_or_current(const Args &argv, std::size_t i)
 {
-    return i < argv.size() ? argv[i] : get_current_profile();
+    if (i < argv.size())
+        return argv[i];
+    std::string current = profile_current();
+    return current == kDefaultProfile ? std::nullopt : std::optional(std::move(current));
 }
 
-void enter(const std::string &name, const std::string &group)
+// True for a group that has no room for another profile; `again` is the name of one that would only be
+// replaced. What looks like a group in a document need not be one of the settings.
+bool is_full(const std::string &group, const std::string &again)
 {
-    if (!profiledb_add(name, group))
-        qv_log_print(kLogWarning, "Profile %s is stored but cannot be listed\n", name.c_str());
+    const auto known = profileDB.find(again);
+    const bool has_room = known != profileDB.end() && known->second == group;
+    return !has_room && is_profile_selection(group) && profiledb_count_group(group) >= kMaxGroupProfiles;
 }
 
 int cmd_profile_init()
@@ -139,7 +138,7 @@ int cmd_profile_init()
     rfuncmap_set_profile_reader(profile_rfunc);
     addfuncmap_set_profile(profile_addfunc);
     removefuncmap_set_profile(profile_removefunc);
-    afuncmap_set_profile_loader(load_profile);
+    afuncmap_set_profile_loader(load_selected_profile);
     return profiledb_load();
 }
 
@@ -151,12 +150,14 @@ int cmd_profile_exit()
 
 int profile_list(Request &, Args &argv, std::FILE *out)
 {
-    if (argv.size() < 2) {
-        hdfutils_dump(profileDB.root(), "", out);
-        return 0;
-    }
-    for (const std::string &name : profile_names_of_group(argv[1]))
+    const bool all = argv.size() < 2;
+    if (all)
+        reply_value(out, "Profile.current", profile_current());
+    for (const std::string &name : all ? profile_names() : profile_names_of_group(argv[1])) {
         reply_name(out, name, name);
+        if (all)
+            reply_group(out, name);
+    }
     return 0;
 }
 
@@ -190,7 +191,7 @@ int profile_read(Request &request, Args &argv, std::FILE *out)
     const auto print = [&](Node leaf, const std::string &parent) {
         const std::string api = join_name(parent, leaf.name());
         if (is_shown(api))
-            reply_value(out, api, leaf.text());
+            reply_value(out, api, shown_value(api, leaf.text()));
     };
     hdfutils_traverse_tree(profile.root(), {}, hdfutils_check_endnode, print);
     return 0;
@@ -205,58 +206,27 @@ int profile_load(Request &request, Args &argv, std::FILE *out)
         return refuse(out, error_invalid_arguments);
     if (profile_exists(*name) != 0)
         return refuse(out, error_profile_not_found);
-    Args everything;
-    Request internal = request.as(kInternalMask);
-    command_revert(internal, everything, out);
-    Args import = {profile_file(*name)};
-    if (command_import(request, import, out) != 0)
+    if (!switch_to_profile(request, *name, "", SetMode::set, out))
         return refuse(out, error_loading_profile);
     reply_name(out, *name, *name);
     return 0;
 }
 
-// The group that a save belongs to; empty when its first prefix is none of a group.
-std::string group_of_save(const Args &argv)
-{
-    if (argv.size() < 3 || argv[2].find(".Profiles") == std::string::npos)
-        return {};
-    return cut(argv[2] + ".name", kMaxValueBytes);
-}
-
 int profile_save(Request &request, Args &argv, std::FILE *out)
 {
-    if (argv.size() < 2 || !is_profile_name(argv[1]))
+    if (argv.size() < 2)
         return refuse(out, error_invalid_arguments);
     const std::string name = argv[1];
-    const std::string group = group_of_save(argv);
-    if (!group.empty() && profiledb_count_group(group) >= kMaxGroupProfiles)
-        return refuse(out, error_maxed_profiles);
-    Args exported = {profile_file(name), kExportEverything};
-    if (argv.size() > 2 && !argv[2].empty())
-        exported.insert(exported.end(), argv.begin() + 2, argv.end());
-    if (const int result = command_export(request, exported, out))
-        return result;
-    enter(name, group);
+    if (const char *error = name_error(name))
+        return refuse(out, error);
+    Settings settings;
+    if (take_settings(request, Args(argv.begin() + 2, argv.end()), out, settings) != 0)
+        return 1;
+    if (store_profile(name, settings, "", out) != 0) // no room for a member either: clients know it so
+        return 1;
     reply_name(out, name, name);
-    if (!group.empty())
-        reply_value(out, "Profile." + name + ".group", group);
+    reply_group(out, name);
     return 0;
-}
-
-// With the mode of the source: a profile may hold passwords.
-bool copy_profile_file(const std::string &from, const std::string &to)
-{
-    const std::string source = qv_sysroot_path(profile_file(from));
-    struct stat st {};
-    if (stat(source.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
-        return false;
-    const auto text = read_file(source);
-    if (!text || text->size() != static_cast<std::size_t>(st.st_size))
-        return false;
-    const int error = replace_secret_file(qv_sysroot_path(profile_file(to)), *text, st.st_mode & 0777U);
-    if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", profile_file(to).c_str(), std::strerror(error));
-    return error == 0;
 }
 
 // The first one's file goes onto the second one's, whatever the synopsis calls them.
@@ -264,34 +234,32 @@ int profile_copy(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2 || !is_profile_name(argv[1]))
         return refuse(out, error_invalid_arguments);
+    const std::string source = argv[1];
     const std::optional<std::string> target = argument_or_current(argv, 2);
     if (!target)
         return 1;
-    if (!is_profile_name(*target))
-        return refuse(out, error_invalid_arguments);
-    if (!copy_profile_file(argv[1], *target))
+    if (const char *error = name_error(*target))
+        return refuse(out, error);
+    Tree document;
+    const std::optional<ProfileText> file = profile_read_text(source);
+    if (!file || profile_exists(source) != 0 || profile_read_hdf(source, document) != 0)
         return refuse(out, error_copying_profile);
-    enter(*target, "");
-    reply_name(out, argv[1], *target);
+    if (is_full(profile_group(document), *target))
+        return refuse(out, error_maxed_profiles);
+    if (!profile_write_text(*target, *file))
+        return refuse(out, error_copying_profile);
+    profiledb_update(*target);
+    reply_name(out, source, *target);
     return 0;
 }
 
-bool remove_profile_file(const std::string &name)
+int select_default(Request &request, std::FILE *out)
 {
-    const std::string file = profile_file(name);
-    if (unlink(qv_sysroot_path(file).c_str()) == 0)
-        return true;
-    qv_log_print(kLogError, "Can not remove %s: %s\n", file.c_str(), std::strerror(errno));
-    return false;
-}
-
-void select_default(Request &request, std::FILE *out)
-{
-    profileDB.set("Profile.current", kDefaultProfile);
     Args selection = {std::string(kCurrentProfileApi) + "=" + kDefaultProfile};
-    command_update(request, selection, out);
+    return command_update(request, selection, out);
 }
 
+// The selection goes first: none shall be left that names no profile.
 int profile_remove(Request &request, Args &argv, std::FILE *out)
 {
     const std::optional<std::string> name = argument_or_current(argv, 1);
@@ -301,21 +269,23 @@ int profile_remove(Request &request, Args &argv, std::FILE *out)
         return refuse(out, error_invalid_arguments);
     if (profile_exists(*name) != 0)
         return refuse(out, error_profile_not_found);
-    if (!remove_profile_file(*name))
+    const bool was_current = profile_current() == *name;
+    if (was_current && select_default(request, out) != 0)
         return refuse(out, error_removing_profile);
-    profiledb_remove(*name);
-    const bool was_current = get_current_profile() == name;
-    if (was_current)
-        select_default(request, out);
+    const bool removed = profile_remove_file(*name);
+    profiledb_update(*name);
+    if (!removed)
+        return refuse(out, error_removing_profile);
     const std::string now = was_current ? kDefaultProfile : *name;
     reply_name(out, now, now);
     return 0;
 }
 
-int profile_reset(Request &, Args &, std::FILE *)
+int profile_reset(Request &, Args &, std::FILE *out)
 {
-    profile_remove_files();
-    return profiledb_load();
+    const bool removed = profile_remove_files();
+    const int result = profiledb_load();
+    return removed ? result : refuse(out, error_removing_profile);
 }
 
 } // namespace
@@ -325,23 +295,22 @@ int command_profile(Request &request, Args &argv, std::FILE *out)
     return run_subcommand(profileRecord, request, argv, out, SubResult::hand_on);
 }
 
+int store_profile(const std::string &name, const Settings &settings, const std::string &again, std::FILE *out)
+{
+    if (settings.empty())
+        return refuse(out, error_nothing_to_save);
+    const Tree document = document_of(settings);
+    if (is_full(profile_group(document), again))
+        return refuse(out, error_maxed_profiles);
+    const FileKind kind = hold_password(settings) ? FileKind::secret : FileKind::open;
+    const bool written = profile_write_hdf(name, document, kind);
+    profiledb_update(name);
+    return written ? 0 : refuse(out, "##can not write " + profile_file(name) + "#");
+}
+
 int load_profile(Request &request)
 {
-    const std::optional<std::string> name = get_current_profile();
-    if (!name)
-        return 0;
-    if (profile_exists(*name) != 0)
-        return 1;
-    Args import = {profile_file(*name), kImportAsModified};
-    Request internal = request.as(kInternalMask);
-    command_import(internal, import, nullptr);
-    // A profile holds the selection of the time when it was saved.
-    Args selection = {kSelection};
-    command_revert(internal, selection, nullptr);
-    Args everything;
-    command_save(internal, everything, nullptr);
-    profileDB.set("Profile.current", *name);
-    return 0;
+    return load_selected_profile(request, kCurrentProfileApi);
 }
 
 } // namespace qvcd

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "commands/command.h"
+#include "commands/snapshot.h"
 
 namespace qvcd {
 
@@ -11,8 +12,14 @@ extern const CommandRecord profileRecord;
 /// refused.
 int command_profile(Request &request, Args &argv, std::FILE *out);
 
+/// Writes a profile and enters it in the list. 1, after an error line and with the old file as it was, when
+/// there is nothing in it, its group has no room, or it cannot be written. `again`: a member of the group
+/// that is replaced and so takes no further room.
+int store_profile(const std::string &name, const Settings &settings, const std::string &again,
+                  std::FILE *out);
+
 /// Loads and saves the profile that "System.Configuration.Profiles.current" names; the selection itself keeps
-/// its value. 0; 1 when that profile has no file. Lets go of the command lock.
+/// its value. 0; 1 when that profile cannot be read or saved. Lets go of the command lock.
 int load_profile(Request &request);
 
 } // namespace qvcd

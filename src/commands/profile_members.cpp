@@ -2,10 +2,11 @@
 
 #include "base/text.h"
 #include "commands/profile.h"
+#include "commands/save.h"
+#include "commands/targets.h"
+#include "funcs/check_map.h"
 #include "funcs/generic_readers.h"
-#include "funcs/write_functions.h"
 #include "platform/log.h"
-#include "store/database.h"
 #include "store/profile_files.h"
 
 #include <algorithm>
@@ -17,126 +18,194 @@ namespace {
 
 constexpr std::size_t kMaxPrefixes = 15; // of the settings that a profile holds besides its group
 
-// The two APIs of a group, in the settings and in their file.
+constexpr char error_invalid_name[] = "##Invalid arguments#";
+constexpr char error_profile_not_found[] = "##Profile not found#";
+constexpr char error_saving[] = "##Save failed#";
+
+// The APIs of a group that say which profile is selected.
 struct Selection {
-    std::string file;
+    explicit Selection(std::string_view api)
+        : prefix(meta_get_parent(api).value_or("")), name(api), desc(join_name(prefix, "desc"))
+    {
+    }
+
+    std::string prefix;
     std::string name;
     std::string desc;
-
-    std::string prefix() const { return meta_get_parent(name).value_or(""); }
-    void set(const std::string &name_value, const std::string &desc_value) const
-    {
-        set_one(desc, desc_value);
-        set_one(name, name_value);
-    }
-
-  private:
-    void set_one(const std::string &api, const std::string &value) const
-    {
-        if (hdfDB.get(api))
-            hdfDB.set(api, value);
-        if (const auto attr = meta_get(api, "attr")) // without a key the writer would replace the whole file
-            quoted_wfunc(file, file, *attr, value);
-    }
 };
 
-Selection selection_of(std::string_view file, std::string_view api)
+struct Selected {
+    std::string name;
+    std::string desc;
+};
+
+Selected selected(const Selection &selection)
 {
-    const std::string prefix = meta_get_parent(api).value_or("");
-    return {std::string(file), std::string(api), join_name(prefix, "desc")};
+    return {hdfDB.get_or(selection.name, ""), hdfDB.get_or(selection.desc, "")};
 }
 
-Args save_arguments(const std::string &short_name, const Selection &selection)
+void set_modified(const std::string &api, const std::string &value)
 {
-    Args args = {"save", short_name, selection.prefix()};
-    std::vector<std::string> words =
-        split_words(meta_get(selection.name, "add").value_or(""), kListSeparators);
-    const std::size_t end = std::min(words.size(), kMaxPrefixes + 1); // the first is the function's own name
-    for (std::size_t i = 1; i < end; ++i)
-        args.push_back(std::move(words[i]));
-    return args;
+    if (name_kind(api) != NameKind::api)
+        return;
+    hdfDB.set(api, value);
+    meta_set(api, "mod", "1");
 }
 
-int run_profile(Request &request, Args args, std::FILE *out)
+void set_selected(const Selection &selection, const Selected &value)
 {
+    set_modified(selection.desc, value.desc);
+    set_modified(selection.name, value.name);
+}
+
+int save_selected(Request &request, const Selection &selection)
+{
+    Args names;
+    for (const std::string &api : {selection.desc, selection.name}) {
+        if (name_kind(api) == NameKind::api)
+            names.push_back(api);
+    }
     Request internal = request.as(kInternalMask);
-    return command_profile(internal, args, out);
+    return names.empty() ? 0 : command_save(internal, names, nullptr); // no name is not all names
 }
 
-// The name of the first API whose setting is another than the profile's.
-std::optional<std::string> first_mismatch(const Tree &profile)
+bool is_modified(const std::string &api)
 {
-    std::optional<std::string> found;
-    const auto compare = [&](Node leaf, const std::string &parent) {
-        if (found || !leaf.value())
-            return;
-        std::string api = join_name(parent, leaf.name());
-        const auto current = hdfDB.get(api);
-        const auto stored = url_unescape(leaf.text());
-        if (current && current != stored.value_or(std::string(leaf.text())) && !meta_is_true(api, "dynamic"))
-            found = std::move(api);
-    };
-    hdfutils_traverse_tree(profile.root(), {}, hdfutils_check_endnode, compare);
-    return found;
+    return meta_get_this_level(api, "mod").value_or("0") != "0";
 }
 
-// True when nothing differs, or the profile cannot be read.
+// In the settings and in their file. When it cannot be saved both are as before.
+int select(Request &request, const Selection &selection, const Selected &value)
+{
+    const Selected before = selected(selection);
+    const bool was_saved = !is_modified(selection.name) && !is_modified(selection.desc);
+    set_selected(selection, value);
+    if (save_selected(request, selection) == 0)
+        return 0;
+    set_selected(selection, before);
+    if (was_saved)
+        save_selected(request, selection);
+    return 1;
+}
+
+// Who may change one group may not touch the profiles of others. A file that is no good belongs to nobody.
+bool is_of_others(const std::string &profile, const std::string &group)
+{
+    std::string its_group;
+    return profile_read_group(profile, its_group) == 0 && its_group != group;
+}
+
+std::vector<std::string> members_of(const Selection &selection)
+{
+    std::vector<std::string> names =
+        split_words(meta_get(selection.name, "add").value_or(""), kListSeparators);
+    names.resize(std::min(names.size(), kMaxPrefixes + 1));
+    if (names.empty())
+        names.emplace_back();
+    names.front() = selection.prefix; // in place of the function's own name
+    return names;
+}
+
+// What the profile holds: the group's settings, and itself as the selection.
+Settings settings_of_profile(Request &request, const Selection &selection, const Selected &value)
+{
+    Settings settings;
+    take_settings(request.as(kInternalMask), members_of(selection), nullptr, settings);
+    const auto is_selection = [&](const Setting &s) {
+        return s.api == selection.name || s.api == selection.desc;
+    };
+    std::erase_if(settings, is_selection);
+    if (!settings.empty())
+        settings.insert(settings.begin(), {{selection.name, value.name}, {selection.desc, value.desc}});
+    return settings;
+}
+
+void put_back(const std::string &name, const std::optional<ProfileText> &file)
+{
+    if (file)
+        profile_write_text(name, *file);
+    else
+        profile_remove_file(name);
+    profiledb_update(name);
+}
+
+// What a load would set, compared with what is set.
 bool is_in_force(const std::string &profile_name)
 {
     Tree profile;
     if (profile_read_hdf(profile_name, profile) != 0)
-        return true;
-    const std::optional<std::string> mismatch = first_mismatch(profile);
-    if (!mismatch)
-        return true;
-    qv_log_print(kLogInfo, "First mismatched param: %s\n", mismatch->c_str());
-    qv_log_print(kLogInfo, "Profile customized: %s\n", profile_name.c_str());
-    return false;
+        return false;
+    for (const Setting &setting : settings_of(profile)) {
+        if (is_profile_selection(setting.api) || hdfDB.get(setting.api) == setting.value)
+            continue;
+        qv_log_print(kLogInfo, "First mismatched param: %s\n", setting.api.c_str());
+        qv_log_print(kLogInfo, "Profile customized: %s\n", profile_name.c_str());
+        return false;
+    }
+    return true;
 }
 
 } // namespace
 
-int profile_addfunc(Request &request, std::string_view file, std::string_view api, std::string_view text,
-                    std::FILE *)
+int profile_addfunc(Request &request, std::string_view, std::string_view api, std::string_view text,
+                    std::FILE *out)
 {
-    const Selection selection = selection_of(file, api);
-    const std::string description(text);
-    const std::string short_name = to_short_name(text);
-    if (profile_exists(short_name) == 0)
-        run_profile(request, {"remove", short_name}, nullptr);
-    const Args save = save_arguments(short_name, selection);
+    const Selection selection(api);
+    const Selected value = {to_short_name(text), std::string(text)};
     qv_log_print(kLogDebug, "profile add func: param=%s value=%s\n", selection.name.c_str(),
-                 description.c_str());
-    if (description.find('\n') != std::string::npos)
-        return 1; // its file holds one line a value
-    const std::string old_name = hdfDB.get_or(selection.name, "");
-    const std::string old_desc = hdfDB.get_or(selection.desc, "");
-    selection.set(short_name, description);
-    if (run_profile(request, save, nullptr) == 0)
+                 value.desc.c_str());
+    if (!is_profile_name(value.name) || value.name == kDefaultProfile ||
+        is_of_others(value.name, selection.name))
+        return refuse(selection.name, error_invalid_name, out);
+    if (const auto error = cfuncmap_check(selection.desc, value.desc))
+        return refuse(selection.desc, *error, out);
+    const std::optional<ProfileText> before = profile_read_text(value.name);
+    if (!before && profile_exists(value.name) == 0)
+        return refuse(selection.name, error_invalid_name, out);
+    if (store_profile(value.name, settings_of_profile(request, selection, value), value.name, out) != 0)
+        return 1;
+    if (select(request, selection, value) == 0) {
+        flag_applied(selection.name); // the settings are the profile's
         return 0;
+    }
     qv_log_print(kLogError, "Error executing profile command\n");
-    selection.set(old_name, old_desc);
-    return 1;
+    put_back(value.name, before);
+    return refuse(selection.name, error_saving, out);
 }
 
-int profile_removefunc(Request &request, std::string_view file, std::string_view api,
-                       std::string_view profile, std::FILE *out)
+int profile_removefunc(Request &request, std::string_view, std::string_view api, std::string_view profile,
+                       std::FILE *out)
 {
-    const Selection selection = selection_of(file, api);
+    const Selection selection(api);
+    const Selected before = selected(selection);
     const std::string name(profile);
     qv_log_print(kLogInfo, "profile remove func: param=%s value=%s\n", selection.name.c_str(), name.c_str());
-    if (run_profile(request, {"remove", name}, out) != 0)
-        qv_log_print(kLogError, "Error executing profile command");
-    if (hdfDB.get(selection.name) == name)
-        selection.set("", "");
-    return 0;
+    if (is_of_others(name, selection.name)) {
+        reply_line(out, error_profile_not_found);
+        return 0;
+    }
+    const bool was_selected = before.name == name;
+    if (was_selected && select(request, selection, {}) != 0)
+        return refuse(selection.name, error_saving, out);
+    Request internal = request.as(kInternalMask);
+    Args remove = {"remove", name};
+    if (command_profile(internal, remove, out) == 0)
+        return 0;
+    qv_log_print(kLogError, "Error executing profile command\n");
+    if (profile_exists(name) != 0)
+        return 0; // there was none
+    if (was_selected)
+        select(request, selection, before);
+    return 1;
 }
 
 std::optional<std::string> profile_rfunc(Request &request, const char *file, const char *attr)
 {
     const std::string stored = quoted_rfunc(request, file, attr).value_or("");
-    const std::string profile_name = to_short_name(stored);
-    return !profile_name.empty() && is_in_force(profile_name) ? stored : PROFILE_CUSTOM;
+    const std::string name = profile_exists(stored) == 0 ? stored : to_short_name(stored);
+    if (name.empty())
+        return PROFILE_CUSTOM;
+    return profile_exists(name) != 0 || is_in_force(name) ? stored : PROFILE_CUSTOM;
 }
 
 } // namespace qvcd

@@ -1,6 +1,7 @@
 #include "commands/session.h"
 
 #include "auth/session.h"
+#include "base/limits.h"
 #include "base/notify.h"
 #include "base/options.h"
 #include "base/reply.h"
@@ -33,6 +34,7 @@ const CommandRecord loginRecord = {
                      "##Invalid command arguments#: user name or password is missing.\n"
                      "##Invalid user#: the user is unknown or may do nothing.\n"
                      "##Invalid password#: the password is wrong.",
+    .secret_from = 1,
 };
 
 const CommandRecord logoutRecord = {
@@ -43,6 +45,7 @@ const CommandRecord logoutRecord = {
     .errors = "##Invalid command arguments#: No session number\n"
               "##Session <number> not valid#: there is no such session, or it is the local session 0.",
     .description = "Ends a session. Its number opens no further connection; those that are open go on.",
+    .secret_from = 0,
 };
 
 const CommandRecord sessionsRecord = {
@@ -52,7 +55,8 @@ const CommandRecord sessionsRecord = {
     .synopsis = "sessions",
     .errors = "Callers without administration rights get no reply, and result 1.",
     .description =
-        "Prints all sessions with their user, permission mask, group, login time, address and server.",
+        "Prints the sessions with their user, permission mask, group, login time, address and server, but "
+        "for those that may do more than the caller.",
 };
 
 const CommandRecord getSessionRecord = {
@@ -65,6 +69,7 @@ const CommandRecord getSessionRecord = {
     .description =
         "Prints the session's number, user, permission mask, group, login time, address and server. When "
         "the daemon does not check sessions, it prints session=1 for every number.",
+    .secret_from = 0,
 };
 
 namespace {
@@ -84,6 +89,12 @@ int login_either_way(const std::string &name, const Args &argv)
     return session_login(name, argv[1], argument(argv, 2), argument(argv, 3));
 }
 
+// Session numbers are credentials, and no part of it.
+std::string for_log(std::string_view word)
+{
+    return cut(word, kMaxLoggedWordBytes);
+}
+
 int refuse(const char *error, std::FILE *out)
 {
     reply_line(out, error);
@@ -100,17 +111,18 @@ int command_login(Request &request, Args &argv, std::FILE *out)
     const std::string name = unescaped.value_or(argv[0]);
     const int n = unescaped ? login_either_way(name, argv) : kUnknownUser;
     if (n == kUnknownUser) {
-        qv_log_print(kLogWarning, "Failed login for nonuser %s\n", name.c_str());
+        qv_log_print(kLogWarning, "Failed login for nonuser %s\n", for_log(name).c_str());
         return refuse(API_E_INVALID_USER, out);
     }
     if (n == kWrongPassword) {
-        qv_log_print(kLogWarning, "Failed login for user %s\n", name.c_str());
+        qv_log_print(kLogWarning, "Failed login for user %s\n", for_log(name).c_str());
         return refuse(API_E_INVALID_PASSWORD, out);
     }
+    const std::string user = session_get_user(n).value_or("");
     reply_printf(out, "Session=%i\n", n);
-    qv_log_print(kLogNotice, "User %s login to session %i on %s\n", name.c_str(), n,
-                 argv.size() > 2 ? argv[2].c_str() : "local");
-    notify_publish_on("login", name, std::to_string(n));
+    qv_log_print(kLogNotice, "User %s login on %s\n", for_log(user).c_str(),
+                 for_log(argument(argv, 2).value_or("local")).c_str());
+    notify_publish_on("login", user, std::to_string(n), Secret::outside);
     return 0;
 }
 
@@ -123,19 +135,20 @@ int command_logout(Request &request, Args &argv, std::FILE *out)
     if (!(request.mask & kLevel1Bits))
         return 1;
     const int n = c_int(argv[0]);
+    const std::string user = session_get_user(n).value_or("");
     if (n == 0 || session_logout(n) != 0) {
         reply_printf(out, "##Session %d not valid#\n", n);
         return 1;
     }
     reply_printf(out, "Session=%i\n", n);
-    qv_log_print(kLogNotice, "Session %i logout\n", n);
-    notify_publish_on("logout", "session", std::to_string(n));
+    qv_log_print(kLogNotice, "User %s logout\n", for_log(user).c_str());
+    notify_publish_on("logout", "session", std::to_string(n), Secret::outside);
     return 0;
 }
 
 int command_sessions(Request &request, Args &, std::FILE *out)
 {
-    return request.mask & kLevel1Bits ? session_list(out) : 1;
+    return request.mask & kLevel1Bits ? session_list(request.mask, out) : 1;
 }
 
 } // namespace

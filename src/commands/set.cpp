@@ -1,129 +1,94 @@
 #include "commands/set.h"
 
-#include "base/limits.h"
 #include "base/notify.h"
 #include "base/reply.h"
-#include "base/text.h"
+#include "base/value.h"
+#include "commands/targets.h"
 #include "funcs/check_map.h"
 #include "funcs/write_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
-#include "store/database.h"
 
 namespace qvcd {
 
 namespace {
 
-int refuse(const std::string &api, std::string_view error, std::FILE *out)
-{
-    reply_value(out, api, error);
-    return 1;
-}
+constexpr char kNotWritten[] = "##Save failed#"; // a live value did not reach the system
 
+// An argument without "=" may be a value that lost its name: only what looks like a name is logged.
 int refuse_and_log(const std::string &api, const char *error, std::FILE *out)
 {
-    qv_log_print(kLogInfo, "Set %s=%s\n", api.c_str(), error);
+    qv_log_print(kLogInfo, "Set %s=%s\n", is_tree_name(api) ? api.c_str() : kHiddenPassword, error);
     return refuse(api, error, out);
 }
 
-void raise_flags(Request &request, const std::string &api, SetMode mode)
+// The API that another follows, when it exists.
+std::optional<std::string> followed_by(const std::string &api)
 {
-    if (mode == SetMode::set || mode == SetMode::sets)
-        meta_set(api, "mod", "1");
-    const bool applies = mode == SetMode::set || mode == SetMode::seta;
-    if (applies && (request.mask & meta_get_perm(api) & kApplyBits) != 0 && meta_get(api, "apply"))
-        meta_set(api, "noapp", "1");
+    auto link = meta_get_this_level(api, "link");
+    return link && name_kind(*link) == NameKind::api ? link : std::nullopt;
 }
 
-void follow_link(const std::string &api, const std::string &value)
+int set_argument(Request &request, const std::string &argument, std::FILE *out, SetMode mode)
 {
-    const auto link = meta_get_this_level(api, "link");
-    if (link && !link->empty())
-        hdfDB.set(*link, value);
+    const std::size_t equals = argument.find('=');
+    const std::string api = argument.substr(0, equals);
+    if (equals == std::string::npos)
+        return refuse_and_log(argument, API_E_INVALID_FORMAT, out);
+    if (name_kind(api) != NameKind::api)
+        return refuse_and_log(api, API_E_PARAM_NOT_FOUND, out);
+    const auto value = url_unescape(std::string_view(argument).substr(equals + 1));
+    return value ? set_param(request, api, *value, out, mode) : refuse(api, API_E_INVALID_CHARACTER, out);
 }
 
 int do_command_set(Request &request, const Args &argv, std::FILE *out, SetMode mode)
 {
     int result = 0;
-    for (const std::string &whole : argv) {
-        const std::string argument = cut(whole, kMaxValueBytes);
-        const std::size_t equals = argument.find('=');
-        const std::string api = argument.substr(0, equals);
-        int failed = 0;
-        if (equals == std::string::npos)
-            failed = refuse_and_log(argument, API_E_INVALID_FORMAT, out);
-        else if (api.empty() || !hdfDB.get(api))
-            failed = refuse_and_log(api, API_E_PARAM_NOT_FOUND, out);
-        else
-            failed = set_param(request, api, argument.substr(equals + 1), out, mode);
-        if (failed)
-            result = 1;
-    }
+    for (const std::string &argument : argv)
+        result |= set_argument(request, argument, out, mode);
     return result;
-}
-
-// The first argument as name and decoded value.
-bool split_insert(const Args &argv, std::string &api, std::string &value)
-{
-    const std::size_t equals = argv.empty() ? std::string::npos : argv.front().find('=');
-    if (equals == std::string::npos)
-        return false;
-    api = cut(argv.front().substr(0, equals), kMaxNameBytes);
-    const auto decoded = url_unescape(argv.front().substr(equals + 1));
-    if (!decoded || !is_tree_name(api))
-        return false;
-    value = cut(*decoded, kMaxValueBytes);
-    return true;
-}
-
-int command_insert(Request &, Args &argv, std::FILE *)
-{
-    std::string api;
-    std::string value;
-    if (!split_insert(argv, api, value))
-        return 1;
-    hdfDB.set(api, value);
-    metaDB.set(api + ".inserted", "1");
-    qv_log_print(kLogInfo, "Insert %s=%s\n", api.c_str(),
-                 meta_is_password(api) ? kHiddenPassword : value.c_str());
-    return 0;
-}
-
-int command_delete(Request &, Args &argv, std::FILE *)
-{
-    if (argv.empty() || !meta_get_this_level(argv.front(), "inserted"))
-        return 1;
-    hdfDB.remove(argv.front());
-    metaDB.remove(argv.front());
-    qv_log_print(kLogInfo, "Remove %s\n", argv.front().c_str());
-    return 0;
 }
 
 } // namespace
 
-int set_param(Request &request, const std::string &api, const std::string &escaped, std::FILE *out,
+void raise_flags(const Request &request, const std::string &api, SetMode mode)
+{
+    if (mode == SetMode::set || mode == SetMode::sets)
+        meta_set(api, "mod", "1");
+    const bool applies = mode == SetMode::set || mode == SetMode::seta;
+    if (applies && (request.mask & meta_get_perm(api) & kApplyBits) != 0 && meta_get(api, "apply"))
+        flag_unapplied(api, hdfDB.get_or(api, ""));
+}
+
+void store_setting(const std::string &api, const std::string &value)
+{
+    hdfDB.set(api, value);
+    if (const auto follower = followed_by(api))
+        hdfDB.set(*follower, value);
+}
+
+int set_param(Request &request, const std::string &api, const std::string &value, std::FILE *out,
               SetMode mode)
 {
     if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
         return refuse(api, API_E_INVALID_PERMISSION, out);
-    const auto value = url_unescape(escaped);
-    if (!value)
-        return refuse(api, API_E_INVALID_CHARACTER, out);
+    if (const char *error = value_error(value))
+        return refuse(api, error, out);
     const bool dynamic = meta_is_true(api, "dynamic");
-    if (!dynamic && hdfDB.get(api) == *value)
+    if (!dynamic && hdfDB.get(api) == value)
         return 0;
-    if (const auto error = cfuncmap_check(api, *value))
+    if (const auto error = cfuncmap_check(api, value))
         return refuse(api, *error, out);
-    hdfDB.set(api, *value);
-    if (dynamic)
-        wfuncmap_write(api, *value);
-    else
+    if (!dynamic)
         raise_flags(request, api, mode);
-    follow_link(api, *value);
+    else if (meta_get(api, "write") && wfuncmap_write(api, value) != 0)
+        return refuse(api, kNotWritten, out);
+    if (name_kind(api) == NameKind::api) // it may have been deleted while the write waited
+        store_setting(api, value);
     const bool secret = meta_is_password(api);
-    reply_value(out, api, *value);
-    qv_log_print(kLogNotice, "Set %s=%s\n", api.c_str(), secret ? kHiddenPassword : value->c_str());
-    notify_publish_on("set", api, *value, secret ? Secret::yes : Secret::no);
+    reply_value(out, api, value);
+    qv_log_print(kLogNotice, "Set %s=%s\n", api.c_str(), secret ? kHiddenPassword : value.c_str());
+    notify_publish_on("set", api, value, secret ? Secret::yes : Secret::no);
     return 0;
 }
 
@@ -140,11 +105,6 @@ int command_sets(Request &request, Args &argv, std::FILE *out)
 int command_seta(Request &request, Args &argv, std::FILE *out)
 {
     return do_command_set(request, argv, out, SetMode::seta);
-}
-
-int command_setn(Request &request, Args &argv, std::FILE *out)
-{
-    return do_command_set(request, argv, out, SetMode::none);
 }
 
 namespace {
@@ -183,21 +143,6 @@ const CommandRecord setnRecord = {
     .summary = "Set an API and don't mark any modified or applied flags",
     .synopsis = kSetSynopsis,
     .notes = kInternalNote,
-};
-
-const CommandRecord insertRecord = {
-    .name = "insert",
-    .handler = command_insert,
-    .summary = "Add a temporary API into the database",
-    .synopsis = "Key/value pair to add",
-};
-
-const CommandRecord deleteRecord = {
-    .name = "delete",
-    .handler = command_delete,
-    .summary = "Remove a temporary API",
-    .synopsis = "Key to remove",
-    .notes = "Used with the insert command.",
 };
 
 } // namespace qvcd

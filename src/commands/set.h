@@ -10,8 +10,6 @@ extern const CommandRecord setRecord;
 extern const CommandRecord setsRecord;
 extern const CommandRecord setaRecord;
 extern const CommandRecord setnRecord;
-extern const CommandRecord insertRecord;
-extern const CommandRecord deleteRecord;
 
 /// Which change flags a set raises.
 enum class SetMode {
@@ -25,11 +23,17 @@ enum class SetMode {
 int command_set(Request &request, Args &argv, std::FILE *out);
 int command_sets(Request &request, Args &argv, std::FILE *out);
 int command_seta(Request &request, Args &argv, std::FILE *out);
-int command_setn(Request &request, Args &argv,
-                 std::FILE *out); ///< no flags: not what the command "setn" runs
 
-/// Sets one API to a URL-escaped value; the reply is the new value or what is wrong with it.
-int set_param(Request &request, const std::string &api, const std::string &escaped, std::FILE *out,
+/// Sets one API to a value; the reply is the new value or what is wrong with it. A dynamic API is written to
+/// the system at once, for which the command lock may be let go. 0, or 1 when it was refused.
+int set_param(Request &request, const std::string &api, const std::string &value, std::FILE *out,
               SetMode mode);
+
+/// Raises the flags of an API whose value is about to change. No apply flag where the caller may not apply,
+/// or there is nothing to apply.
+void raise_flags(const Request &request, const std::string &api, SetMode mode);
+
+/// Stores a value in the settings, of the API and of the one that its "link" names.
+void store_setting(const std::string &api, const std::string &value);
 
 } // namespace qvcd

@@ -15,7 +15,7 @@ int for_each_flagged(const Args &names, std::FILE *out, Classifier flag,
     };
     for (const std::string &name : names) {
         if (name_kind(name) == NameKind::nothing)
-            result |= refuse_unknown(name, out);
+            result |= refuse(name, API_E_PARAM_NOT_FOUND, out);
         else
             visit_below(name);
     }

@@ -14,9 +14,10 @@ namespace qvcd {
 
 // What the arguments of a command name (store/names.h). An unknown name gets its not-found line.
 
-inline int refuse_unknown(const std::string &name, std::FILE *out)
+/// "name=error"; 1.
+inline int refuse(const std::string &name, std::string_view error, std::FILE *out)
 {
-    reply_value(out, name, API_E_PARAM_NOT_FOUND);
+    reply_value(out, name, error);
     return 1;
 }
 
@@ -35,7 +36,7 @@ int visit_setting(const std::string &name, std::FILE *out, const Group &group, c
     case NameKind::nothing:
         break;
     }
-    return refuse_unknown(name, out);
+    return refuse(name, API_E_PARAM_NOT_FOUND, out);
 }
 
 /// The same for all arguments; without any, `group` is called with the empty name, the root. Returns 1 when

@@ -6,11 +6,10 @@ namespace qvcd {
 
 namespace {
 
-int command_undefined(Request &, Args &argv, std::FILE *)
+// The arguments may be those of a misspelt login: they are not for the log.
+int command_undefined(Request &, Args &, std::FILE *)
 {
     qv_log_print(kLogError, "Undefined command\n");
-    for (const std::string &arg : argv)
-        qv_log_print(kLogInfo, " arg: %s\n", arg.c_str());
     return 0;
 }
 
@@ -21,6 +20,7 @@ const CommandRecord undefinedRecord = {
     .handler = command_undefined,
     .summary = "Undefined command",
     .description = "This command should never be called.  It's used to check for errors",
+    .secret_from = 0,
 };
 
 } // namespace qvcd

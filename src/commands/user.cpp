@@ -51,14 +51,19 @@ const CommandRecord userRecord = {
     .errors =
         "##Invalid user#: the name is missing or holds other characters than letters, digits and \"_\".\n"
         "##Invalid group#: there is no such group.\n"
-        "##Password too long#, ##Invalid password character#: the user file can not hold the password; the "
-        "old one stays.\n"
+        "##Invalid permission#: nobody gives a user more rights than his own, changes or removes a user who "
+        "has more, or exports that one's password.\n"
+        "##Password too long#, ##Invalid password character#: a password has at most 1023 bytes, no control "
+        "character, and no blank at its ends; the old one stays.\n"
+        "##Can not write user file#: nothing has changed, and the log says why.\n"
         "The result is 0 even then: look for the hash marks.",
     .description =
         "Users, their groups and passwords. A user may do what the group's permission mask allows. "
         "Every change is written to the user file at once. A new user can not log in before a password "
-        "is set. Passwords are URL-escaped. The user admin can not be removed.",
+        "is set. Passwords are URL-escaped; lists show seven asterisks for those of users who may do more "
+        "than the caller. The user admin can not be removed. An import is taken as a whole or not at all.",
     .sub_commands = kSubCommands,
+    .secret_from = 2,
 };
 
 namespace {
@@ -75,14 +80,25 @@ std::string user_name(const std::string &argument)
     return name && is_user_name(*name) ? *name : argument;
 }
 
-int user_list(Request &, Args &, std::FILE *out)
+int reply_field(const std::string &name, const char *field, std::string_view value, std::FILE *out)
 {
-    if (out)
-        hdfutils_dump(userDB.root(), "", out);
+    reply_value(out, "User." + name + field, value);
     return 0;
 }
 
-int user_add(Request &, Args &argv, std::FILE *out)
+int reply_unknown_user(const std::string &name, std::FILE *out)
+{
+    return reply_field(name, ".passwd", "##user " + name + " does not exist#", out);
+}
+
+int user_list(Request &request, Args &, std::FILE *out)
+{
+    if (out)
+        hdfutils_dump(user_shown_to(request.mask).root(), "", out);
+    return 0;
+}
+
+int user_add(Request &request, Args &argv, std::FILE *out)
 {
     const std::string *group = argument(argv, 2);
     const std::string name = group ? user_name(argv[1]) : "";
@@ -90,111 +106,90 @@ int user_add(Request &, Args &argv, std::FILE *out)
         reply_line(out, API_E_INVALID_USER);
         return 0;
     }
-    const char *error = user_set_group(name, *group);
-    reply_printf(out, "User.%s.group=%s\n", name.c_str(), error ? error : group->c_str());
-    if (error)
-        return 0;
-    user_update_perm_file();
+    if (const char *error = user_set_group(request.mask, name, *group))
+        return reply_field(name, ".group", error, out);
     qv_log_print(kLogNotice, "Add user '%s' to group '%s'\n", name.c_str(), group->c_str());
-    return 0;
+    return reply_field(name, ".group", *group, out);
 }
 
-// The unescaped password, when the user file can hold it.
-std::optional<std::string> new_password(const std::string &argument, const std::string &name, std::FILE *out)
-{
-    std::optional<std::string> password = url_unescape(argument);
-    const char *error = password ? user_passwd_error(*password) : API_E_INVALID_PASSWORD_CHARACTER;
-    if (!error)
-        return password;
-    reply_printf(out, "User.%s.passwd=%s\n", name.c_str(), error);
-    return std::nullopt;
-}
-
-int reply_unknown_user(const std::string &name, std::FILE *out)
-{
-    reply_printf(out, "User.%s.passwd=##user %s does not exist#\n", name.c_str(), name.c_str());
-    return 1;
-}
-
-int user_passwd(Request &, Args &argv, std::FILE *out)
+int user_passwd(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 3) {
         reply_line(out, "##error: user pwd <user> <password>#");
         return 0;
     }
     const std::string name = user_name(argv[1]);
-    if (!user_exists(name)) {
-        reply_unknown_user(name, out);
-        return 0;
-    }
-    const std::optional<std::string> password = new_password(argv[2], name, out);
-    if (!password)
-        return 0;
-    user_set_passwd(name, *password);
-    user_update_perm_file();
-    reply_printf(out, "User.%s.passwd=%s\n", name.c_str(), password->c_str());
+    if (!user_exists(name))
+        return reply_unknown_user(name, out);
+    const std::optional<std::string> password = url_unescape(argv[2]);
+    const char *error = password ? user_passwd_error(*password) : API_E_INVALID_PASSWORD_CHARACTER;
+    if (!error)
+        error = user_set_passwd(request.mask, {{name, *password}});
+    if (error)
+        return reply_field(name, ".passwd", error, out);
     qv_log_print(kLogNotice, "Set Password for user %s\n", name.c_str());
-    return 0;
+    return reply_field(name, ".passwd", *password, out);
 }
 
-int user_rem(Request &, Args &argv, std::FILE *out)
+int user_rem(Request &request, Args &argv, std::FILE *out)
 {
     const std::string name = argv.size() > 1 ? user_name(argv[1]) : "";
     if (name.empty() || name == "admin") {
-        reply_printf(out, "##can not remove %s#\n", name.c_str());
+        reply_line(out, "##can not remove " + name + "#");
         return 0;
     }
-    if (!user_remove(name)) {
-        reply_printf(out, "User.%s=##Does not exist#\n", name.c_str());
+    const char *error = user_exists(name) ? user_remove(request.mask, name) : "##Does not exist#";
+    if (error) {
+        reply_field(name, "", error, out);
         return 1;
     }
-    user_update_perm_file();
-    reply_printf(out, "User.%s\n", name.c_str());
+    reply_line(out, "User." + name);
     qv_log_print(kLogNotice, "Remove User.%s\n", name.c_str());
     return 0;
 }
 
-int user_import_file(Request &, Args &argv, std::FILE *out)
+int user_import_file(Request &request, Args &argv, std::FILE *out)
 {
     const std::string *file = argument(argv, 1);
-    const UserImport result = file ? user_import(qv_sysroot_path(*file)) : UserImport::missing;
-    if (result == UserImport::missing)
-        reply_line(out, "##Specify a file to import#");
-    if (result == UserImport::error)
-        reply_line(out, "##Error in file format#");
-    return result == UserImport::done ? 0 : 1;
+    const char *error =
+        file ? user_import(request.mask, qv_sysroot_path(*file)) : "##Specify a file to import#";
+    if (error)
+        reply_line(out, error);
+    return error ? 1 : 0;
 }
 
-int user_export_file(Request &, Args &argv, std::FILE *out)
+int user_export_file(Request &request, Args &argv, std::FILE *out)
 {
-    if (const std::string *file = argument(argv, 1)) {
-        if (user_export(qv_sysroot_path(*file)))
-            return 0;
-        reply_printf(out, "##can not write %s#\n", file->c_str());
-        return 1;
-    }
-    if (out) {
+    const std::string *file = argument(argv, 1);
+    if (!file && out) {
         hdfutils_dump(groupDB.root(), "", out);
-        hdfutils_dump(userDB.root(), "", out);
+        hdfutils_dump(user_shown_to(request.mask).root(), "", out);
     }
-    return 0;
+    if (!file)
+        return 0;
+    // A file without them could not be imported again.
+    if (!user_all_within(request.mask))
+        reply_line(out, API_E_INVALID_PERMISSION);
+    else if (!user_export(qv_sysroot_path(*file)))
+        reply_line(out, "##can not write " + *file + "#");
+    else
+        return 0;
+    return 1;
 }
 
-// In memory only. 0 when the password was set.
-int default_one(const std::string &name, std::FILE *out)
+struct Default {
+    std::string password;
+    const char *error;
+};
+
+Default default_of(const std::string &name, unsigned rights)
 {
-    if (!user_exists(name))
-        return reply_unknown_user(name, out);
+    if (!is_within(rights, user_get_perm(name)))
+        return {"", API_E_INVALID_PERMISSION};
     const std::optional<std::string> password = user_get_default(name);
-    const char *error = password ? user_passwd_error(*password) : "##default does not exist#";
-    if (error) {
-        reply_printf(out, "User.%s.passwd=%s\n", name.c_str(), error);
-        return 1;
-    }
-    user_set_passwd(name, *password);
-    reply_printf(out, "User.%s.passwd=%s\n", name.c_str(), password->c_str());
-    qv_log_print(kLogNotice, "Default Password for user %s\n", name.c_str());
-    return 0;
+    if (!password)
+        return {"", "##default does not exist#"};
+    return {*password, user_passwd_error(*password)};
 }
 
 std::vector<std::string> all_users()
@@ -205,15 +200,25 @@ std::vector<std::string> all_users()
     return names;
 }
 
-int user_default(Request &, Args &argv, std::FILE *out)
+int user_default(Request &request, Args &argv, std::FILE *out)
 {
     const std::vector<std::string> names =
         argv.size() > 1 ? std::vector<std::string>{user_name(argv[1])} : all_users();
-    bool changed = false;
-    for (const std::string &name : names)
-        changed |= default_one(name, out) == 0;
-    if (changed)
-        user_update_perm_file();
+    if (names.size() == 1 && !user_exists(names.front()))
+        return reply_unknown_user(names.front(), out);
+    std::vector<NewPassword> passwords;
+    for (const std::string &name : names) {
+        if (const Default d = default_of(name, request.mask); !d.error)
+            passwords.push_back({name, d.password});
+    }
+    const char *failed = passwords.empty() ? nullptr : user_set_passwd(request.mask, passwords);
+    for (const std::string &name : names) {
+        const Default d = default_of(name, request.mask);
+        const char *error = d.error ? d.error : failed;
+        reply_field(name, ".passwd", error ? error : d.password, out);
+        if (!error)
+            qv_log_print(kLogNotice, "Default Password for user %s\n", name.c_str());
+    }
     return 0;
 }
 
@@ -221,6 +226,7 @@ int user_default(Request &, Args &argv, std::FILE *out)
 
 int command_user(Request &request, Args &argv, std::FILE *out)
 {
+    user_reread_db_file();
     return run_subcommand(userRecord, request, argv, out, SubResult::zero);
 }
 

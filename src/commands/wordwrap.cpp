@@ -27,7 +27,8 @@ void wordwrap(std::FILE *out, std::string_view prefix, std::size_t width, std::s
 {
     if (text.size() < width) {
         reply_text(out, prefix);
-        reply_line(out, text);
+        reply_text(out, text);
+        reply_text(out, "\n");
         return;
     }
     std::size_t start = 0;

@@ -2,7 +2,7 @@
 
 #include "funcs/apply_map.h"
 
-#include "base/command_door.h"
+#include "base/args.h"
 #include "base/file_text.h"
 #include "base/limits.h"
 #include "base/shell.h"
@@ -12,6 +12,7 @@
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
+#include "store/profile_files.h"
 
 #include <algorithm>
 #include <chrono>
@@ -51,7 +52,7 @@ constexpr ApplyRow afuncCmdMap[] = {
     {"profile2_apply", afunc_profile2},
 };
 
-int (*profile_loader)(Request &) = nullptr; // filled by the profile commands
+int (*profile_loader)(Request &, const std::string &) = nullptr; // filled by the profile commands
 
 constexpr std::size_t kMaxCallArguments = 5;
 constexpr std::size_t kMaxCommandBytes = 1023;
@@ -142,37 +143,22 @@ int afunc_settime(Request &, const std::string &api, std::string_view, const Arg
     return qv_time_set_local(local);
 }
 
+int load_profile_of(Request &request, const std::string &api)
+{
+    const int result = profile_loader ? profile_loader(request, api) : 1;
+    if (result != 0)
+        qv_log_print(kLogInfo, "Error exceuting profile command\n"); // the log has always spelt it so
+    return result;
+}
+
 int afunc_profile(Request &request, const std::string &, std::string_view, const Args &args)
 {
-    if (!args.empty() && args.front() == "current" && profile_loader)
-        profile_loader(request);
-    return 0;
+    return !args.empty() && args.front() == "current" ? load_profile_of(request, kCurrentProfileApi) : 0;
 }
 
-void run_or_log(Request &request, const char *command, const char *named, Args args)
-{
-    Request internal = request.as(kInternalMask);
-    if (run_command(internal, command, std::move(args), nullptr) != 0)
-        qv_log_print(kLogInfo, "Error exceuting %s command\n", named);
-}
-
-// Switches to the profile that the API's value names; an empty value empties the description beside it.
 int afunc_profile2(Request &request, const std::string &api, std::string_view, const Args &)
 {
-    const std::string description = meta_get_parent(api).value_or("") + ".desc";
-    const auto current = hdfDB.get(api);
-    if (!current)
-        return 1;
-    const std::string profile(*current);
-    if (profile.empty()) {
-        run_or_log(request, "set", "set", {description + "="});
-        run_or_log(request, "save", "save", {description});
-        return 0;
-    }
-    run_or_log(request, "profile", "profile", {"load", profile});
-    run_or_log(request, "save", "save", {description});
-    run_or_log(request, "apply", "save", {description}); // the log has always named the save here
-    return 0;
+    return load_profile_of(request, api);
 }
 
 struct Call {
@@ -210,7 +196,7 @@ int cmd_create_afuncmap_hdf()
     return log_func_map("afunc", afuncCmdMap);
 }
 
-void afuncmap_set_profile_loader(int (*loader)(Request &))
+void afuncmap_set_profile_loader(int (*loader)(Request &request, const std::string &api))
 {
     profile_loader = loader;
 }

@@ -6,9 +6,9 @@
 #include "funcs/func_map.h"
 #include "platform/log.h"
 #include "store/meta.h"
+#include "store/profile_files.h"
 
 #include <algorithm>
-#include <vector>
 
 namespace qvcd {
 
@@ -16,83 +16,91 @@ namespace {
 
 struct CheckRow {
     std::string_view name;
-    CheckFunction check;
-    int subtype;
+    CheckFunction *check;
 };
 
 constexpr CheckRow cfuncCmdMap[] = {
-    {"undefined", check_undefined, 0},
-    {"blank", check_blank, 0},
-    {"boolean", check_boolean, 0},
-    {"string", check_string_types, kString},
-    {"string_set", check_string_types, kStringSet},
-    {"alpha_numeric", check_string_types, kAlphaNumeric},
-    {"label", check_string_types, kLabel},
-    {"string_length", check_string_types, kStringLength},
-    {"filename", check_string_types, kFilename},
-    {"base64", check_string_types, kBase64},
-    {"string_ext", check_string_types, kStringExt},
-    {"password", check_password, 0},
-    {"integer", check_integer_types, kInteger},
-    {"integer_set", check_integer_types, kIntegerSet},
-    {"integer_range", check_integer_types, kIntegerRange},
-    {"signed_integer", check_integer_types, kSignedInteger},
-    {"signed_integer_set", check_integer_types, kSignedIntegerSet},
-    {"signed_integer_range", check_integer_types, kSignedIntegerRange},
-    {"float", check_integer_types, kFloat},
-    {"float_range", check_integer_types, kFloatRange},
-    {"hexadecimal", check_integer_types, kHexadecimal},
-    {"ipaddress", check_network_types, kIpAddress},
-    {"portnumber", check_network_types, kPortNumber},
-    {"macaddress", check_network_types, kMacAddress},
-    {"domainname", check_network_types, kDomainName},
-    {"domainname_list", check_network_types, kDomainNameList},
-    {"hostname", check_network_types, kHostname},
-    {"multicast_ipaddress", check_network_types, kMulticastIpAddress},
-    {"submask", check_network_types, kSubmask},
-    {"ssid", check_network_types, kSsid},
-    {"timecode", check_timecode, 0},
-    {"profile", check_profile, 0},
-    {"serial_flags", check_serial_flags, 0},
-    {"profile2", check_profile2, 0},
+    {"undefined", check_undefined},
+    {"blank", check_blank},
+    {"boolean", check_boolean},
+    {"string", check_string},
+    {"string_set", check_string_set},
+    {"alpha_numeric", check_alpha_numeric},
+    {"label", check_label},
+    {"string_length", check_string_length},
+    {"filename", check_filename},
+    {"base64", check_base64},
+    {"string_ext", check_string_ext},
+    {"password", check_password},
+    {"integer", check_integer},
+    {"integer_set", check_integer_set},
+    {"integer_range", check_integer_range},
+    {"signed_integer", check_signed_integer},
+    {"signed_integer_set", check_signed_integer_set},
+    {"signed_integer_range", check_signed_integer_range},
+    {"float", check_float},
+    {"float_range", check_float_range},
+    {"hexadecimal", check_hexadecimal},
+    {"ipaddress", check_ipaddress},
+    {"portnumber", check_portnumber},
+    {"macaddress", check_macaddress},
+    {"domainname", check_domainname},
+    {"domainname_list", check_domainname_list},
+    {"hostname", check_hostname},
+    {"multicast_ipaddress", check_multicast_ipaddress},
+    {"submask", check_submask},
+    {"ssid", check_ssid},
+    {"timecode", check_timecode},
+    {"profile", check_profile},
+    {"serial_flags", check_serial_flags},
+    {"profile2", check_profile2},
 };
 
-constexpr std::size_t kMaxTypeArgs = 50; // further words of an alternative are ignored
-
-// One alternative of a type: a type name and its arguments.
-struct Alternative {
-    std::string type;
-    std::vector<std::string> args;
-};
-
-Alternative parse_alternative(std::string_view text)
-{
-    std::vector<std::string> words = split_words(text, kListSeparators);
-    if (words.empty())
-        return {};
-    Alternative alternative{std::move(words.front()), {}};
-    const std::size_t count = std::min(words.size() - 1, kMaxTypeArgs);
-    alternative.args.assign(std::make_move_iterator(words.begin() + 1),
-                            std::make_move_iterator(words.begin() + 1 + static_cast<std::ptrdiff_t>(count)));
-    return alternative;
-}
-
-const char *check_alternative(std::string_view api, const Alternative &alternative, std::string_view value)
-{
-    const CheckRow &row = row_or_first(cfuncCmdMap, alternative.type);
-    return row.check(api, row.subtype, alternative.args, value);
-}
+constexpr char kInvalidProfile[] = "##Invalid profile#";
+constexpr std::size_t kMaxTypeArgs = 50;
 
 std::string error_line(std::string_view error, std::string_view value)
 {
-    return cut(std::string(error).append(": ").append(value), kMaxErrorLineBytes);
+    return one_line(cut(std::string(error).append(": ").append(value), kMaxErrorLineBytes));
 }
 
 } // namespace
 
+const char *check_undefined(std::string_view api, CheckArgs, std::string_view value)
+{
+    if (qv_log_wants(kLogInfo))
+        qv_log_print(kLogInfo, "Undefined check function: param:%s value:%s\n", std::string(api).c_str(),
+                     log_value(api, value).c_str());
+    return "Undefined check function"; // clients know it without hash marks
+}
+
+const char *check_profile(std::string_view, CheckArgs, std::string_view value)
+{
+    return error_unless(check_valid_profile(value) != 0, kInvalidProfile);
+}
+
+const char *check_profile2(std::string_view api, CheckArgs, std::string_view value)
+{
+    std::string group;
+    return error_unless(profile_read_group(value, group) == 0 && group == api, kInvalidProfile);
+}
+
 int cmd_create_cfuncmap_hdf()
 {
     return log_func_map("cfunc", cfuncCmdMap);
+}
+
+std::vector<TypeWords> parse_type(std::string_view type)
+{
+    std::vector<TypeWords> alternatives;
+    for (const std::string &text : split_words(cut(type, kMaxValueBytes), ",")) {
+        TypeWords words = split_words(text, kListSeparators);
+        words.resize(std::clamp<std::size_t>(words.size(), 1, 1 + kMaxTypeArgs));
+        alternatives.push_back(std::move(words));
+    }
+    if (alternatives.empty()) // nothing but commas: a type that no row holds
+        alternatives.emplace_back(1);
+    return alternatives;
 }
 
 std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view value)
@@ -100,21 +108,18 @@ std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view
     const std::optional<std::string> type = meta_get(api, "type");
     if (!type)
         return std::nullopt;
-    std::vector<std::string> texts = split_words(cut(*type, kMaxValueBytes), ",");
-    if (texts.empty()) // nothing but commas: a type that no row holds
-        texts.emplace_back();
-    Alternative last;
+    const std::vector<TypeWords> alternatives = parse_type(*type);
     std::string_view error;
-    for (const std::string &text : texts) {
-        last = parse_alternative(text);
-        const char *why = check_alternative(api, last, value);
+    for (const TypeWords &words : alternatives) {
+        const char *why =
+            row_or_first(cfuncCmdMap, words.front()).check(api, std::span(words).subspan(1), value);
         if (!why)
             return std::nullopt;
         error = why;
     }
     if (qv_log_wants(kLogDebug))
-        qv_log_print(kLogDebug, "   %s: %s fail [%s]\n", std::string(api).c_str(), last.type.c_str(),
-                     error_line(error, log_value(api, value)).c_str());
+        qv_log_print(kLogDebug, "   %s: %s fail [%s]\n", std::string(api).c_str(),
+                     alternatives.back().front().c_str(), error_line(error, log_value(api, value)).c_str());
     return error_line(error, value);
 }
 

@@ -4,12 +4,15 @@
 #include "base/limits.h"
 #include "base/reply.h"
 #include "base/text.h"
+#include "funcs/check_map.h"
 #include "platform/sysroot.h"
+#include "store/hdfutils.h"
 #include "store/meta.h"
 #include "store/profile_files.h"
 
 #include <algorithm>
-#include <optional>
+#include <cstdint>
+#include <limits>
 #include <strings.h>
 #include <vector>
 
@@ -25,113 +28,27 @@ void describe(const Description &what, std::string_view name, std::string_view v
     reply_value(what.out, std::string(what.prefix).append(what.api).append(".").append(name), value);
 }
 
-std::string_view argument(const Description &what, std::size_t at)
+std::vector<std::string> taken(const Description &what, std::vector<std::string> values)
 {
-    return at < what.args.size() ? std::string_view(what.args[at]) : std::string_view();
+    std::erase_if(values,
+                  [&](const std::string &value) { return cfuncmap_check(what.api, value).has_value(); });
+    return values;
 }
 
-std::string join(std::span<const std::string> words, std::string_view separator)
+int describe_members(const Description &what, std::span<const std::string> members, int number)
 {
-    std::string text;
-    for (const std::string &word : words)
-        text.append(text.empty() ? std::string_view() : separator).append(word);
-    return text;
-}
-
-// The counters of one statistics file.
-struct Category {
-    std::string name;
-    unsigned count = 0;
-};
-
-// Words of an API's type after the first; nothing when it has no type.
-std::optional<std::vector<std::string>> type_arguments(std::string_view api)
-{
-    const std::optional<std::string> type = meta_get(api, "type");
-    if (!type)
-        return std::nullopt;
-    std::vector<std::string> words = split_words(*type, kListSeparators);
-    if (!words.empty())
-        words.erase(words.begin());
-    return words;
-}
-
-std::vector<Category> make_categories(const std::vector<std::string> &names)
-{
-    std::vector<Category> categories;
-    for (const std::string &name : names) {
-        if (categories.size() < kMaxCategories)
-            categories.push_back({name});
-    }
-    return categories;
-}
-
-void count_line(std::vector<Category> &categories, const std::string &key, const std::string &value)
-{
-    if (key.empty() || value.empty())
-        return;
-    for (Category &category : categories) {
-        if (strncasecmp(category.name.c_str(), key.c_str(), category.name.size()) == 0)
-            category.count += static_cast<unsigned>(c_int(value));
-    }
-}
-
-void count_lines(std::vector<Category> &categories, std::string_view text)
-{
-    std::string key;
-    std::string value;
-    while (kv_readline(text, key, value) > 0) {
-        count_line(categories, key, value);
-        key.clear();
-        value.clear();
-    }
-}
-
-} // namespace
-
-int introspect_undefined(const Description &)
-{
-    return 0;
-}
-
-int introspect_blank(const Description &)
-{
-    return 0;
-}
-
-int introspect_boolean(const Description &what)
-{
-    if (what.compact) {
-        reply_text(what.out, std::string(what.prefix).append("0 1"));
-        return what.index;
-    }
-    describe(what, "choices", "[0,1]");
-    describe(what, "0", "0");
-    describe(what, "1", "1");
-    return what.index;
-}
-
-int introspect_set(const Description &what)
-{
-    if (what.compact) {
-        reply_text(what.out, what.prefix);
-        for (const std::string &member : what.args)
-            reply_text(what.out, member + " ");
-        return what.index;
-    }
-    if (what.args.empty())
-        return what.index;
-    describe(what, "choices", "[" + join(what.args, ",") + "]");
-    int number = what.index;
-    for (const std::string &member : what.args)
+    std::string list;
+    for (const std::string &member : members)
+        list.append(list.empty() ? "" : ",").append(member);
+    if (!members.empty())
+        describe(what, "choices", "[" + list + "]");
+    for (const std::string &member : members)
         describe(what, std::to_string(number++), member);
     return number;
 }
 
-int introspect_range(const Description &what)
+int describe_bounds(const Description &what, std::string_view min, std::string_view max)
 {
-    const std::string_view min = argument(what, 0);
-    const std::string_view max = argument(what, 1);
     if (what.compact) {
         reply_text(what.out, std::string(what.prefix).append(min).append("-").append(max).append(" "));
         return what.index;
@@ -141,16 +58,100 @@ int introspect_range(const Description &what)
     return what.index;
 }
 
+std::string bound(const Description &what, std::size_t at)
+{
+    return at < what.args.size() && !cfuncmap_check(what.api, what.args[at]) ? what.args[at] : "";
+}
+
+std::string length_bound(const Description &what, std::size_t at)
+{
+    if (at >= what.args.size())
+        return {};
+    const auto length = static_cast<std::size_t>(
+        std::clamp<std::int64_t>(c_int64(what.args[at]), 0, kMaxValueBytes)); // no value is longer
+    return cfuncmap_check(what.api, std::string(length, 'x')) ? std::string() : std::to_string(length);
+}
+
+// The counters of one statistics file.
+struct Category {
+    std::string name;
+    std::int64_t count = 0;
+};
+
+// Words of an API's type after the first, none without a type.
+std::vector<std::string> type_arguments(std::string_view api)
+{
+    std::vector<std::string> words = split_words(meta_get(api, "type").value_or(""), kListSeparators);
+    if (!words.empty())
+        words.erase(words.begin());
+    return words;
+}
+
+// A line is "<category><anything>=<number>"; further "=", ":" and blanks may stand in front of the number.
+void count_line(std::vector<Category> &categories, std::string_view line)
+{
+    const std::size_t equals = line.find('=');
+    if (equals == std::string_view::npos)
+        return;
+    const std::string_view key = line.substr(0, equals);
+    const std::string_view value =
+        line.substr(std::min(line.size(), line.find_first_not_of("= \t:", equals)));
+    for (Category &category : categories) {
+        const std::size_t size = category.name.size();
+        if (key.size() >= size && strncasecmp(category.name.c_str(), key.data(), size) == 0)
+            category.count += std::clamp<std::int64_t>(
+                c_int64(value), 0, std::numeric_limits<std::int64_t>::max() - category.count);
+    }
+}
+
+} // namespace
+
+int introspect_boolean(const Description &what)
+{
+    if (what.compact)
+        reply_text(what.out, std::string(what.prefix).append("0 1"));
+    else
+        describe_members(what, taken(what, {"0", "1"}), 0);
+    return what.index;
+}
+
+int introspect_set(const Description &what)
+{
+    const std::vector<std::string> members = taken(what, {what.args.begin(), what.args.end()});
+    if (!what.compact)
+        return describe_members(what, members, what.index);
+    reply_text(what.out, what.prefix);
+    for (const std::string &member : members)
+        reply_text(what.out, member + " ");
+    return what.index;
+}
+
+int introspect_bounded_set(const Description &what)
+{
+    const int next = introspect_set(what);
+    if (what.args.size() >= 2 && c_int64(what.args[0]) <= c_int64(what.args[1]))
+        introspect_range(what);
+    return next;
+}
+
+int introspect_range(const Description &what)
+{
+    return describe_bounds(what, bound(what, 0), bound(what, 1));
+}
+
+int introspect_length(const Description &what)
+{
+    return describe_bounds(what, length_bound(what, 0), length_bound(what, 1));
+}
+
 int introspect_profile(const Description &what)
 {
     int number = 0;
-    for (const Node profile : profileDB.find("Profile")) {
-        if (profile.name() == "current")
-            continue;
+    for (const std::string &name : taken(what, profile_names())) {
         if (what.compact)
-            reply_text(what.out, profile.name());
+            reply_text(what.out, name);
         else
-            describe(what, std::to_string(number++), profile.name());
+            describe(what, std::to_string(number++), name);
     }
     return what.index;
 }
@@ -158,10 +159,10 @@ int introspect_profile(const Description &what)
 int introspect_profile2(const Description &what)
 {
     int number = 0;
-    for (const std::string &profile : profile_names_of_group(what.api)) {
+    for (const std::string &profile : taken(what, profile_names_of_group(what.api))) {
         std::string text;
         profile_read_group_desc(profile, text);
-        describe(what, std::to_string(number++), std::string(profile).append(",").append(text));
+        describe(what, std::to_string(number++), one_line(std::string(profile).append(",").append(text)));
     }
     return what.index;
 }
@@ -169,37 +170,23 @@ int introspect_profile2(const Description &what)
 // The API's type is "<type name> <file> <second API>"; the second API's type holds the categories.
 int introspect_quality(const Description &what)
 {
-    const std::optional<std::vector<std::string>> source = type_arguments(what.api);
-    if (!source || source->size() < 2)
-        return 1;
-    const std::optional<std::vector<std::string>> names = type_arguments((*source)[1]);
-    if (!names)
-        return 1;
-    std::vector<Category> categories = make_categories(*names);
-    if (const std::optional<std::string> text = read_file(qv_sysroot_path((*source)[0])))
-        count_lines(categories, *text);
+    const std::vector<std::string> source = type_arguments(what.api);
+    if (!what.visible || source.size() < 2)
+        return what.index;
+    std::vector<Category> categories;
+    for (const std::string &name : type_arguments(source[1])) {
+        if (categories.size() < kMaxCategories)
+            categories.push_back({name});
+    }
+    const std::string text = read_file(qv_sysroot_path(source[0])).value_or("");
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+        count_line(categories, line);
+    }
     for (const Category &category : categories)
         describe(what, category.name, std::to_string(category.count));
-    return 0;
-}
-
-std::size_t kv_readline(std::string_view &text, std::string &key, std::string &value)
-{
-    const std::size_t newline = text.find('\n');
-    const std::size_t whole = newline == std::string_view::npos ? text.size() : newline + 1;
-    const std::size_t length = std::min(whole, kMaxFileLineBytes);
-    std::string_view line = text.substr(0, length);
-    text.remove_prefix(length);
-    if (line.ends_with('\n'))
-        line.remove_suffix(1);
-    const std::size_t equals = line.find('=');
-    if (equals == std::string_view::npos)
-        return length;
-    if (equals > 0)
-        key = line.substr(0, equals);
-    const std::size_t start = line.find_first_not_of("= \t:", equals);
-    value = start == std::string_view::npos ? std::string_view() : line.substr(start);
-    return length;
+    return what.index;
 }
 
 } // namespace qvcd

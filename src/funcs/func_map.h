@@ -19,10 +19,10 @@ int log_func_map(const char *map, const Rows &rows)
     return 0;
 }
 
-/// What a log line shows of a value: nothing of a password.
+/// What a log line shows of a value: nothing of a password, a blank for each control character.
 inline std::string log_value(std::string_view api, std::string_view value)
 {
-    return std::string(meta_is_password(api) ? kHiddenPassword : value);
+    return one_line(std::string(meta_is_password(api) ? kHiddenPassword : value));
 }
 
 } // namespace qvcd

@@ -11,14 +11,14 @@
 #include "platform/sysroot.h"
 #include "store/database.h"
 
-#include <array>
+#include <chrono>
 
 namespace qvcd {
 
 namespace {
 
 constexpr std::size_t kMaxIpcAnswerBytes = 4096;
-constexpr std::size_t kMaxIpcLineBytes = 4096; // with the terminator, as fgets(3) counts
+constexpr std::chrono::seconds kIpcPatience{10};
 constexpr std::size_t kMaxShellCommandBytes = 255;
 
 const char *or_null_text(const char *text)
@@ -61,10 +61,12 @@ std::optional<std::string> zero_rfunc(Request &, const char *, const char *)
     return "0";
 }
 
-std::optional<std::string> model_rfunc(Request &, const char *, const char *attr)
+std::optional<std::string> model_rfunc(Request &request, const char *, const char *attr)
 {
-    const auto value = attr ? hdfDB.get(attr) : std::nullopt;
-    return value ? std::optional<std::string>(*value) : std::nullopt;
+    if (!attr)
+        return std::nullopt;
+    MetaApi meta(attr);
+    return meta.visible_to(request.mask) || !meta.is_secret() ? own_copy(hdfDB.get(attr)) : std::nullopt;
 }
 
 std::optional<std::string> kv_rfunc(Request &, const char *file, const char *attr)
@@ -77,43 +79,39 @@ std::optional<std::string> quoted_rfunc(Request &, const char *file, const char 
     return file ? quoted_kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
 }
 
-std::optional<std::string> eeprom_rfunc(Request &, const char *, const char *)
-{
-    return "n/a";
-}
-
-int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply, bool single)
-{
-    const Unlocked unlocked;
-    IpcClient client;
-    const int connected =
-        single ? qv_ipc_client_connect_single(server, client) : qv_ipc_client_connect(server, client);
-    if (connected < 0)
-        return -2;
-    reply.clear();
-    std::fprintf(client.out, "%s\n\n", message.c_str());
-    std::fflush(client.out);
-    std::array<char, kMaxIpcLineBytes> line{};
-    while (std::fgets(line.data(), static_cast<int>(line.size()), client.in)) {
-        const std::string_view text = line.data();
-        if (text == "@\n")
-            break;
-        reply += text.substr(0, kMaxIpcAnswerBytes - std::min(reply.size(), kMaxIpcAnswerBytes));
-    }
-    qv_ipc_client_disconnect(client);
-    return 0;
-}
-
 namespace {
 
-// The whole answer; "n/a" stands for a failed or empty exchange.
+// Sends a message and an empty line to an IPC server, and collects the answer's lines up to the end mark "@",
+// the end of the stream, or a limit; the last newline goes. "n/a" stands for a failed or empty exchange. The
+// ends of lines are looked for byte by byte, so that a server that trickles does not outstay the time.
 std::string ipc_answer(const char *server, const char *message)
 {
-    std::string reply;
-    if (!server || send_ipc_msg(server, cut(message, kMaxIpcLineBytes - 1), reply, true) != 0 ||
-        reply.empty())
+    IpcClient client;
+    const Unlocked unlocked;
+    if (!server || qv_ipc_client_connect_single(server, client) < 0)
         return "n/a";
-    return cut(reply, kMaxValueBytes);
+    std::fprintf(client.out, "%s\n\n", message);
+    std::fflush(client.out);
+    const auto end = std::chrono::steady_clock::now() + kIpcPatience;
+    std::string reply;
+    std::size_t line = 0; // where the last line begins
+    while (reply.size() < kMaxIpcAnswerBytes && std::chrono::steady_clock::now() < end) {
+        const int c = std::getc(client.in);
+        if (c == EOF)
+            break;
+        reply += static_cast<char>(c);
+        if (c != '\n')
+            continue;
+        if (reply.substr(line) == "@\n") {
+            reply.resize(line);
+            break;
+        }
+        line = reply.size();
+    }
+    qv_ipc_client_disconnect(client);
+    if (reply.ends_with('\n'))
+        reply.pop_back();
+    return reply.empty() ? "n/a" : reply;
 }
 
 } // namespace

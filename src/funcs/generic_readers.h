@@ -17,12 +17,12 @@ std::optional<std::string> hidden_rfunc(Request &request, const char *file, cons
 std::optional<std::string> password_rfunc(Request &request, const char *file, const char *attr);
 std::optional<std::string> no_rfunc(Request &request, const char *file, const char *attr);
 std::optional<std::string> zero_rfunc(Request &request, const char *file, const char *attr);
-/// The current value of the API named by `attr`.
+/// The current value of the API named by `attr`; that of a password only for who may read it there.
 std::optional<std::string> model_rfunc(Request &request, const char *file, const char *attr);
 std::optional<std::string> kv_rfunc(Request &request, const char *file, const char *attr);
 std::optional<std::string> quoted_rfunc(Request &request, const char *file, const char *attr);
-std::optional<std::string> eeprom_rfunc(Request &request, const char *file, const char *attr);
-/// The whole answer of the IPC server `file` to the message `attr`; "n/a" when there is none.
+/// The whole answer of the IPC server `file` to the message `attr`, as far as it comes within 10 s; "n/a"
+/// when there is none. Lets go of the command lock.
 std::optional<std::string> ipc_rfunc(Request &request, const char *file, const char *attr);
 /// `attr` is "<message> <field>": the value of the answer's line "<field>=<value>". Empty without
 /// such a line.
@@ -31,11 +31,5 @@ std::optional<std::string> ipc_attr_rfunc(Request &request, const char *file, co
 std::optional<std::string> syscall_rfunc(Request &request, const char *file, const char *attr);
 /// "server" or "interval" from the first line of the NTP daemon's configuration.
 std::optional<std::string> ntp_rfunc(Request &request, const char *file, const char *attr);
-
-/// Sends a message and an empty line to the IPC server `server` and collects the answer's lines up to the end
-/// mark
-/// "@" or the end of the stream, at most 4,096 bytes. `single`: a one-shot connection. Returns 0, or -2 when
-/// the server cannot be reached. Waits: the command lock is let go.
-int send_ipc_msg(const std::string &server, const std::string &message, std::string &reply, bool single);
 
 } // namespace qvcd

@@ -1,115 +1,82 @@
 #include "funcs/introspect_map.h"
 
 #include "base/reply.h"
-#include "base/text.h"
+#include "funcs/check_map.h"
 #include "funcs/describers.h"
 #include "funcs/func_map.h"
 #include "funcs/read_map.h"
 #include "store/database.h"
 #include "store/meta.h"
 
-#include <vector>
-
 namespace qvcd {
 
 namespace {
 
-struct TypeKind {
-    std::string_view type;
-    std::string_view kind;
-};
-
-constexpr TypeKind ifuncDefMap[] = {
-    {"boolean", "boolean"},
-    {"string_set", "set"},
-    {"string_length", "range"},
-    {"integer_set", "set"},
-    {"integer_range", "range"},
-    {"signed_integer_set", "set"},
-    {"signed_integer_range", "range"},
-    {"domainname_list", "set"},
-    {"float_range", "range"},
-    {"profile", "profile"},
-    {"profile2", "profile2"},
-    {"quality", "quality"},
-};
-
 struct DescriberRow {
-    std::string_view name;
+    std::string_view name; // of a type
     Describer describe;
 };
 
 constexpr DescriberRow ifuncCmdMap[] = {
-    {"undefined", introspect_undefined}, {"blank", introspect_blank},
-    {"boolean", introspect_boolean},     {"set", introspect_set},
-    {"range", introspect_range},         {"profile", introspect_profile},
-    {"profile2", introspect_profile2},   {"quality", introspect_quality},
+    {"boolean", introspect_boolean},
+    {"string_set", introspect_set},
+    {"string_length", introspect_length},
+    {"integer_set", introspect_set},
+    {"integer_range", introspect_range},
+    {"signed_integer_set", introspect_bounded_set},
+    {"signed_integer_range", introspect_range},
+    {"domainname_list", introspect_set},
+    {"float_range", introspect_range},
+    {"profile", introspect_profile},
+    {"profile2", introspect_profile2},
+    {"quality", introspect_quality},
 };
 
-// Empty for a type that has no describer.
-std::string_view kind_of(std::string_view type)
-{
-    for (const TypeKind &row : ifuncDefMap) {
-        if (row.type == type)
-            return row.kind;
-    }
-    return {};
-}
-
 // The API's own "introspect", else its own "type"; empty when there is neither.
-std::string specification(std::string_view api)
+std::string specification(const MetaApi &meta)
 {
-    if (const std::optional<std::string> text = meta_get_this_level(api, "introspect"))
-        return *text;
-    return meta_get_this_level(api, "type").value_or("");
-}
-
-std::optional<std::string> stored_value(std::string_view api)
-{
-    const std::optional<std::string_view> value = hdfDB.get(api);
-    return value ? std::optional<std::string>(*value) : std::nullopt;
+    const auto text = meta.own("introspect");
+    return std::string(text ? *text : meta.own("type").value_or(""));
 }
 
 // A password of one byte shows as empty, as clients know it.
-std::string masked_password(std::string_view api)
+std::string shown(const std::string &value, bool secret)
 {
-    return stored_value(api).value_or("").size() > 1 ? "********" : "";
+    return secret ? (value.size() > 1 ? "********" : "") : value;
 }
 
-std::optional<std::string> described_value(Request &request, std::string_view api, std::string_view spec)
+// Dynamic APIs are read, others only when nothing is stored and it is no secret.
+std::optional<std::string> described_value(Request &request, const std::string &api, bool dynamic,
+                                           bool secret)
 {
-    if (meta_is_true(api, "dynamic"))
+    if (dynamic)
         return rfuncmap_read(request, api).value_or("");
-    if (spec.find("password") != std::string_view::npos)
-        return masked_password(api);
-    const std::optional<std::string> value = stored_value(api);
-    return value ? value : rfuncmap_read(request, api);
+    if (auto stored = own_copy(hdfDB.get(api)); stored || secret)
+        return stored.value_or("");
+    return rfuncmap_read(request, api);
 }
 
-void describe_facts(Request &request, const std::string &api, std::string_view spec, std::FILE *out)
+// What a get would refuse is not written. Reading may let go of the command lock: after it no view is used.
+void describe_values(Request &request, const std::string &api, MetaApi &meta, bool secret, std::FILE *out)
 {
-    reply_value(out, api + ".type", spec);
-    if (const std::optional<std::string> preset = meta_get_this_level(api, "default"))
-        reply_value(out, api + ".default", *preset);
-    if (const std::optional<std::string> value = described_value(request, api, spec))
-        reply_value(out, api + ".value", *value);
+    if (const auto preset = own_copy(meta.own("default")))
+        reply_value(out, api + ".default", shown(*preset, secret));
+    if (const auto value = described_value(request, api, meta.is_true("dynamic"), secret))
+        reply_value(out, api + ".value", shown(*value, secret));
 }
 
-// A type without a describer takes the kind of the alternative before it: clients rely on "integer_range 1
+// A type without a describer takes that of the alternative before it: clients rely on "integer_range 1
 // 5,blank" giving a second, empty range.
 void describe_alternatives(Description what, std::string_view spec)
 {
-    std::string_view kind;
-    for (const std::string &alternative : split_words(spec, ",")) {
-        const std::vector<std::string> words = split_words(alternative, " ");
-        if (words.empty())
-            continue;
-        if (const std::string_view own_kind = kind_of(words.front()); !own_kind.empty())
-            kind = own_kind;
-        if (kind.empty())
+    const DescriberRow *row = nullptr;
+    for (const TypeWords &words : parse_type(spec)) {
+        if (const DescriberRow *own_row = find_row(ifuncCmdMap, words.front()))
+            row = own_row;
+        if (!row || words.front().empty())
             continue;
         what.args = std::span(words).subspan(1);
-        what.index = row_or_first(ifuncCmdMap, kind).describe(what);
+        what.index = row->describe(what);
     }
 }
 
@@ -123,12 +90,18 @@ int cmd_create_ifuncmap_hdf()
 int ifuncmap_introspect(Request &request, std::string_view prefix, std::string_view api, bool compact,
                         std::FILE *out)
 {
-    const std::string spec = specification(api);
+    const std::string name(api); // may point into the trees
+    MetaApi meta(name);
+    const std::string spec = specification(meta);
     if (spec.empty())
         return 1;
-    const std::string name(api); // reading a live value may let go of the trees that `api` points into
-    describe_facts(request, name, spec, out);
-    describe_alternatives({.prefix = prefix, .api = name, .compact = compact, .out = out}, spec);
+    reply_value(out, name + ".type", spec);
+    const bool visible = meta.visible_to(request.mask);
+    const bool secret = meta.is_password() || spec.find("password") != std::string::npos;
+    if (visible)
+        describe_values(request, name, meta, secret, out);
+    describe_alternatives({.prefix = prefix, .api = name, .compact = compact, .visible = visible, .out = out},
+                          spec);
     return 0;
 }
 

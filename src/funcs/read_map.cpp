@@ -22,6 +22,8 @@
 #include "status/wireless.h"
 #include "store/database.h"
 
+#include <set>
+
 namespace qvcd {
 
 namespace {
@@ -48,7 +50,7 @@ constexpr ReadRow rfuncCmdMap[] = {
     {"model_rfunc", model_rfunc},
     {"kv_rfunc", kv_rfunc},
     {"quotedkv_rfunc", quoted_rfunc},
-    {"eeprom_rfunc", eeprom_rfunc},
+    {"eeprom_rfunc", na_rfunc},
     {"ipc_rfunc", ipc_rfunc},
     {"ipc_attr_rfunc", ipc_attr_rfunc},
     {"power_source_rfunc", power_source_rfunc},
@@ -85,6 +87,11 @@ constexpr ReadRow rfuncCmdMap[] = {
     {"transmission_rate_rfunc", transmission_rate_rfunc},
 };
 
+// For the log: whose reader ran before in the same request.
+struct CalledRows {
+    std::set<const ReadRow *> rows;
+};
+
 const char *or_null(const std::optional<std::string> &text)
 {
     return text ? text->c_str() : nullptr;
@@ -111,8 +118,12 @@ std::optional<std::string> rfuncmap_read(Request &request, std::string_view api)
     const auto read = own_copy(meta.get("read"));
     const auto attr = own_copy(meta.get("attr"));
     const ReadRow &row = row_or_first(rfuncCmdMap, read.value_or(""));
-    qv_log_print(kLogTrace, "rfuncmap_read: %s %s(%s, %s)\n", name.c_str(), for_log(read), for_log(file),
-                 for_log(attr));
+    if (qv_log_wants(kLogTrace)) {
+        auto &called = request.once<CalledRows>([] { return CalledRows(); }).rows;
+        qv_log_print(kLogTrace, "rfuncmap_read: %s %s(%s, %s, %p, %d)\n", name.c_str(), for_log(read),
+                     for_log(file), for_log(attr), static_cast<void *>(&request),
+                     called.insert(&row).second ? 0 : 1);
+    }
     std::optional<std::string> value = row.function(request, or_null(file), or_null(attr));
     if (value)
         value = one_line(cut(*value, kMaxValueBytes));

@@ -30,11 +30,6 @@ const WriteRow &row_of(const std::string &write)
     return row_or_first(wfuncCmdMap, write);
 }
 
-std::string value_for_log(std::string_view api, std::string_view value)
-{
-    return meta_is_password(api) ? kHiddenPassword : std::string(value);
-}
-
 } // namespace
 
 int cmd_create_wfuncmap_hdf()

@@ -6,6 +6,7 @@
 #include "platform/log.h"
 #include "store/database.h"
 
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -22,27 +23,41 @@ Walk check_expansion(Node node)
 }
 
 struct Range {
-    int start = 0;
+    std::int64_t start = 0;
     std::string source;
-    int step = 1;
+    std::int64_t step = 1;
+    bool good = true; // the numbers are what they should be
 };
 
+// None where words are missing, and where the first number cannot be a name.
 std::optional<Range> parse_range(std::string_view text)
 {
     const std::vector<std::string> words = split_words(text, " \t\r\n");
-    if (words.size() < 2)
+    if (words.size() < 2 || c_int64(words[0]) < 0)
         return std::nullopt;
-    return Range{c_int(words[0]), words[1], words.size() > 2 ? c_int(words[2]) : 1};
+    Range range{.start = c_int64(words[0]), .source = words[1]};
+    const auto step = words.size() > 2 ? parse_int64(words[2]) : range.step;
+    range.step = step.value_or(1);
+    range.good = parse_int64(words[0]) && step && *step > 0;
+    return range;
 }
 
 // The last number: the count source is a number or an API whose value is one.
-int last_number(Request &request, const std::string &source)
+std::int64_t last_number(Request &request, const std::string &source)
 {
     if (metaDB.find(source)) {
         if (const auto value = rfuncmap_read(request, source))
-            return c_int(*value);
+            return c_int64(*value);
     }
-    return c_int(source);
+    return c_int64(source);
+}
+
+// A step that does not come closer to the last number makes one copy.
+std::uint64_t count_copies(const Range &range, std::int64_t last)
+{
+    if (last < range.start)
+        return 0;
+    return range.step > 0 ? static_cast<std::uint64_t>((last - range.start) / range.step) + 1 : 1;
 }
 
 void expand_values(Node node, const std::string &name, const std::string &number)
@@ -81,33 +96,38 @@ class Expansion {
         const std::size_t dot = name.rfind('.');
         const std::string parent = dot == std::string::npos ? std::string() : name.substr(0, dot);
         const auto text = meta_get(name, "range");
-        const auto range = text ? parse_range(*text) : std::nullopt;
+        if (!text)
+            return;
+        const auto range = parse_range(*text);
+        if (!range || !range->good)
+            complain(kLogWarning, name, "has a mistake in its range: " + *text);
         if (!range)
             return;
-        const int last = last_number(request_, range->source);
-        if (too_many(name, *range, last))
+        const std::int64_t last = last_number(request_, range->source);
+        const std::uint64_t copies = count_copies(*range, last);
+        if (too_many(name, copies))
             return;
-        for (long i = range->start; i <= last; i += range->step) {
-            add_template(name, parent, std::to_string(i));
-            if (range->step <= 0)
-                break; // it does not come closer to the last number
-        }
-        qv_log_print(kLogDebug, "Expanding node %s for %d-%d\n", name.c_str(), range->start, last);
+        for (std::uint64_t i = 0; i < copies; ++i)
+            add_template(name, parent,
+                         std::to_string(range->start + static_cast<std::int64_t>(i) * range->step));
+        qv_log_print(kLogDebug, "Expanding node %s for %s-%s\n", name.c_str(),
+                     std::to_string(range->start).c_str(), std::to_string(last).c_str());
     }
 
-    bool too_many(const std::string &name, const Range &range, int last)
+    bool too_many(const std::string &name, std::uint64_t copies)
     {
-        if (range.step <= 0 || last < range.start)
-            return false;
-        const long copies = (static_cast<long>(last) - range.start) / range.step + 1;
         if (copies <= kMaxTemplateCopies && promised_ + copies <= kMaxCopiesOfOneRun) {
             promised_ += copies;
             return false;
         }
-        if (refused_++ < kMaxRefusalsLogged)
-            qv_log_print(kLogError, "Template %s asks for %ld copies, which is too many\n", name.c_str(),
-                         copies);
+        complain(kLogError, name, "asks for " + std::to_string(copies) + " copies, which is too many");
         return true;
+    }
+
+    void complain(int priority, const std::string &name, const std::string &what)
+    {
+        if (complaints_++ < kMaxComplaints)
+            qv_log_print(priority, "Template %s %s\n", name.c_str(), what.c_str());
     }
 
     void add_template(const std::string &name, const std::string &parent, const std::string &number)
@@ -130,15 +150,15 @@ class Expansion {
     }
 
     // Templates nested in each other multiply, and each copy costs some kilobytes.
-    static constexpr long kMaxCopiesOfOneRun = 2L * kMaxTemplateCopies;
+    static constexpr std::uint64_t kMaxCopiesOfOneRun = std::uint64_t{2} * kMaxTemplateCopies;
 
-    // A template within another is refused again in each copy of the outer one.
-    static constexpr int kMaxRefusalsLogged = 10;
+    // A template within another is met again in each copy of the outer one.
+    static constexpr int kMaxComplaints = 10;
 
     Request &request_;
     std::set<std::string> copies_;
-    long promised_ = 0;
-    int refused_ = 0;
+    std::uint64_t promised_ = 0;
+    int complaints_ = 0;
 };
 
 } // namespace

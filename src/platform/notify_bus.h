@@ -10,7 +10,7 @@ struct Notification {
     std::string message_class;  ///< "event"
     std::string event;          ///< "set", "save", ...
     std::string payload;        ///< "key=value"
-    std::string public_payload; ///< what leaves the appliance: the payload with a password as "*******"
+    std::string public_payload; ///< what leaves the appliance: the payload without what is secret
     std::string topic;          ///< "qvc set"
 };
 

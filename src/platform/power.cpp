@@ -15,26 +15,34 @@ namespace {
 
 constexpr char kSupplies[] = "/sys/class/power_supply";
 
+std::string attribute(const std::string &supply, const char *name)
+{
+    return read_first_line(std::string(kSupplies) + "/" + supply + "/" + name);
+}
+
+long number(const std::string &supply, const char *name)
+{
+    return std::strtol(attribute(supply, name).c_str(), nullptr, 10);
+}
+
+// A supply of something else that is attached (a mouse), or one that was taken out, feeds nothing here.
+bool feeds_us(const std::string &supply)
+{
+    return attribute(supply, "scope") != "Device" && attribute(supply, "present") != "0";
+}
+
 // In the order of their names, so that "the first battery" is the same one at every read.
 std::vector<std::string> supply_names()
 {
     std::vector<std::string> names;
     std::error_code error;
     for (std::filesystem::directory_iterator at(qv_sysroot_path(kSupplies), error), end; !error && at != end;
-         at.increment(error))
-        names.push_back(at->path().filename().string());
+         at.increment(error)) {
+        if (std::string name = at->path().filename().string(); feeds_us(name))
+            names.push_back(std::move(name));
+    }
     std::sort(names.begin(), names.end());
     return names;
-}
-
-std::string attribute(const std::string &supply, const char *name)
-{
-    return read_first_line(std::string(kSupplies) + "/" + supply + "/" + name);
-}
-
-int number(const std::string &supply, const char *name)
-{
-    return static_cast<int>(std::strtol(attribute(supply, name).c_str(), nullptr, 10));
 }
 
 bool is_battery(const std::string &supply)
@@ -78,7 +86,7 @@ int power_read_battery_capacity()
 {
     for (const std::string &supply : supply_names()) {
         if (is_battery(supply))
-            return number(supply, "capacity");
+            return static_cast<int>(std::clamp(number(supply, "capacity"), 0L, 100L));
     }
     return 0;
 }

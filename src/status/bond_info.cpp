@@ -7,56 +7,56 @@
 #include "platform/remote.h"
 #include "store/database.h"
 
-#include <string_view>
-
 namespace qvcd {
 
 namespace {
 
-constexpr int kUp = 1;
-constexpr int kDown = 2;
-constexpr int kRunning = 1;
-constexpr int kPaused = 2;
-
 constexpr char kUnitAddress[] = "172.16.16.16"; // the unit's fixed address on the link between the two
 constexpr char kUnitPort[] = "81";
 
-std::string bond_mode()
+std::string bond_mode(Request &request)
 {
     const std::string mode = hdfDB.get_or("Bond.Configuration.mode", "disabled");
-    return mode == "bond" && bonding_state() != kUp ? "disabled" : mode;
+    return mode == "bond" && !bond_unit(request).up() ? "disabled" : mode;
 }
 
-std::string bond_state()
+std::string bond_state(Request &request)
 {
-    const int state = bonding_state();
-    return state == kUp ? "up" : state == kDown ? "down" : "unknown";
+    const BondUnit &unit = bond_unit(request);
+    return unit.up() ? "up" : unit.down() ? "down" : "unknown";
 }
 
-std::string bond_version()
+std::string bond_status(Request &request)
 {
-    if (bonding_state() == kDown)
-        return "n/a";
+    const int status = bond_unit(request).status;
+    return status == 1 ? "running" : status == 2 ? "paused" : "stopped";
+}
+
+struct Version {
+    std::string text = "n/a";
+};
+
+Version ask_version()
+{
     const Unlocked unlocked;
     std::string reply;
     if (qvcd_remote_buf_send_command(kUnitAddress, kUnitPort, 0, "getv System.Info.Version.firmware", reply,
                                      kMaxValueBytes) < 0 ||
         reply.empty())
-        return "n/a";
+        return {};
     if (reply.ends_with('\n'))
         reply.pop_back();
-    return reply;
+    return {reply};
 }
 
-std::string bond_status()
+std::string bond_version(Request &request)
 {
-    const int status = bonding_status();
-    return status == kRunning ? "running" : status == kPaused ? "paused" : "stopped";
+    return bond_unit(request).down() ? "n/a" : request.once<Version>(ask_version).text;
 }
 
 struct FieldRow {
     std::string_view name;
-    std::string (*print)();
+    std::string (*print)(Request &request);
 };
 
 constexpr FieldRow kFields[] = {
@@ -68,12 +68,17 @@ constexpr FieldRow kFields[] = {
 
 } // namespace
 
-std::optional<std::string> bond_info_rfunc(Request &, const char *, const char *attr)
+const BondUnit &bond_unit(Request &request)
+{
+    return request.once<BondUnit>([] { return BondUnit{bonding_state(), bonding_status()}; });
+}
+
+std::optional<std::string> bond_info_rfunc(Request &request, const char *, const char *attr)
 {
     if (!attr)
         return std::nullopt;
     const FieldRow *row = find_row(kFields, attr);
-    return row ? row->print() : "";
+    return row ? row->print(request) : "";
 }
 
 } // namespace qvcd

@@ -10,12 +10,12 @@ namespace qvcd {
 // Read functions of what the codec does. `file` is not used.
 //
 // The settings in force are those that the media process writes to "/tmp/mobisettings.hdf"; one request reads
-// the file once.
+// the file once. They are shown, and never enter the settings: those hold what the user wants and save
+// writes.
 
 /// `attr` is "mode" ("encoder", "decoder", "unknown"), "format" ("sd", "hd", ...; "auto" gives the format in
-/// force), "inputmode" or "inputformat" (of the encoder's input), or a key of the selected encoder or decoder
-/// configuration. For an encoder in the format "auto" the input mode in force is copied into the settings
-/// tree.
+/// force), "inputmode" (of the encoder's input; in the format "auto" the one in force), "inputformat", or a
+/// key of the selected encoder or decoder configuration.
 std::optional<std::string> codec_video_rfunc(Request &request, const char *file, const char *attr);
 
 /// A key of the selected audio configuration.

@@ -3,8 +3,6 @@
 #include "base/lookup.h"
 #include "platform/ident.h"
 
-#include <string_view>
-
 namespace qvcd {
 
 namespace {
@@ -15,12 +13,10 @@ struct Field {
     IdentDecoder decoder;
 };
 
-constexpr int kHardwareVersionGroup = 7;
-
 constexpr Field kFields[] = {
     {"brandname", 6, nullptr},
     {"productname", 1, nullptr},
-    {"version", kHardwareVersionGroup, nullptr},
+    {"version", 7, nullptr},
     {"buildinfo", 5, ident_read_build},
     {"serialnumber", 5, nullptr},
     {"vouts", 4, ident_read_outputs},
@@ -58,10 +54,9 @@ std::optional<std::string> qvi_rfunc(Request &request, const char *, const char 
     return kind == IdentText::none ? std::nullopt : std::optional(text);
 }
 
-std::optional<std::string> hw_version_rfunc(Request &, const char *, const char *)
+std::optional<std::string> hw_version_rfunc(Request &request, const char *, const char *)
 {
-    std::string version;
-    qv_ident_read_group(kHardwareVersionGroup, version);
+    const std::string version = qvi_rfunc(request, nullptr, "version").value_or("");
     return version.empty() ? "unknown" : version;
 }
 

@@ -1,109 +1,85 @@
 #include "status/ifb_info.h"
 
-#include "base/lookup.h"
+#include "status/setting_port.h"
 #include "store/database.h"
-
-#include <string_view>
 
 namespace qvcd {
 
 namespace {
 
-constexpr long long kOffset = 10;
-constexpr long long kMaxPort = 65535;
+constexpr int kOffset = 10;
 
 struct Channel {
-    long long port = 0;
+    std::optional<int> port;
     std::string host;
 };
 
-std::string text(const char *name)
+// Beside the transport stream of the settings `ts`, or beside its server.
+Channel beside(const std::string &ts, std::string host)
 {
-    return hdfDB.get_or(name, "");
+    const auto port = setting_port(ts + ".port", 0);
+    return {port ? std::optional(ifb_port(*port)) : std::nullopt, std::move(host)};
 }
 
-long long number(const char *name)
+Channel beside_player()
 {
-    return hdfDB.get_int(name, 0);
+    const std::string ts = "VideoPlayer.Settings.1.TS";
+    if (hdfDB.get(ts + ".protocol") == "tcp_pull")
+        return beside(ts + ".Server", hdfDB.get_or(ts + ".Server.host", ""));
+    return beside(ts, "");
 }
 
-Channel pushed_stream()
+Channel beside_streamer()
 {
-    return {ifb_port(number("VideoStreamer.Settings.1.TS.port")), text("VideoStreamer.Settings.1.TS.host")};
+    const std::string ts = "VideoStreamer.Settings.1.TS";
+    if (hdfDB.get(ts + ".protocol") == "tcp_pull")
+        return beside(ts + ".Server", hdfDB.get_or(ts + ".Server.host", ""));
+    return beside(ts, hdfDB.get_or(ts + ".host", ""));
 }
 
-Channel served_stream()
+Channel over_bonding()
 {
-    return {ifb_port(number("VideoStreamer.Settings.1.TS.Server.port")), ""};
+    const std::string ts = "VideoStreamer.Settings.1.TS";
+    const std::string host = hdfDB.get_or(ts + ".host", "");
+    const std::string use = hdfDB.get_or("Bond.Configuration.IFB.use_settings", "auto");
+    if (use == "push" || (use == "auto" && !host.empty()))
+        return beside(ts, host);
+    if (use == "server" || use == "auto")
+        return beside(ts + ".Server", "");
+    if (use == "manual")
+        return {setting_port("Bond.Configuration.IFB.port", 0),
+                hdfDB.get_or("Bond.Configuration.IFB.host", "")};
+    return {ifb_port(0), ""};
 }
 
-// Values of Bond.Configuration.IFB.use_settings.
-struct BondRow {
-    std::string_view name;
-    Channel (*channel)();
-};
-
-constexpr BondRow kBondSettings[] = {
-    {"auto",
-     [] { return text("VideoStreamer.Settings.1.TS.host").empty() ? served_stream() : pushed_stream(); }},
-    {"push", pushed_stream},
-    {"server", served_stream},
-    {"manual",
-     [] {
-         return Channel{number("Bond.Configuration.IFB.port"), text("Bond.Configuration.IFB.host")};
-     }},
-};
-
-Channel encoder_channel()
+std::optional<std::string> print(const Channel &channel, const char *attr)
 {
-    if (hdfDB.get("VideoPlayer.Settings.1.TS.protocol") != "tcp_pull")
-        return {ifb_port(number("VideoPlayer.Settings.1.TS.port")), ""};
-    return {ifb_port(number("VideoPlayer.Settings.1.TS.Server.port")),
-            text("VideoPlayer.Settings.1.TS.Server.host")};
-}
-
-Channel decoder_channel()
-{
-    if (hdfDB.get("VideoStreamer.Settings.1.TS.protocol") != "tcp_pull")
-        return pushed_stream();
-    return {ifb_port(number("VideoStreamer.Settings.1.TS.Server.port")),
-            text("VideoStreamer.Settings.1.TS.Server.host")};
-}
-
-Channel bond_channel()
-{
-    const BondRow *row = find_row(kBondSettings, hdfDB.get_or("Bond.Configuration.IFB.use_settings", "auto"));
-    return row ? row->channel() : Channel{ifb_port(0), ""};
-}
-
-std::optional<std::string> print(Channel (*channel)(), const char *attr)
-{
-    if (!attr)
+    const std::string_view field = attr ? attr : "";
+    if (!attr || (field == "port" && !channel.port))
         return std::nullopt;
-    const std::string_view field = attr;
-    return field == "port" ? std::to_string(channel().port) : field == "host" ? channel().host : "";
+    return field == "port" ? std::to_string(*channel.port) : field == "host" ? channel.host : "";
 }
 
 } // namespace
 
-long long ifb_port(long long stream_port)
+int ifb_port(int stream_port)
 {
     return stream_port + kOffset > kMaxPort ? stream_port - kOffset : stream_port + kOffset;
 }
 
 std::optional<std::string> ifb_enc_info_rfunc(Request &, const char *, const char *attr)
 {
-    return print(encoder_channel, attr);
+    return print(beside_player(), attr);
 }
 
 std::optional<std::string> ifb_dec_info_rfunc(Request &, const char *, const char *attr)
 {
-    return print(decoder_channel, attr);
+    return print(beside_streamer(), attr);
 }
 
 std::optional<std::string> ifb_bond_info_rfunc(Request &, const char *, const char *attr)
 {
-    return print(bond_channel, attr);
+    return print(over_bonding(), attr);
 }
 
 } // namespace qvcd

@@ -3,6 +3,7 @@
 #include "base/file_text.h"
 #include "base/text.h"
 #include "platform/sysroot.h"
+#include "status/netlink.h"
 #include "status/wireless.h"
 
 #include <algorithm>
@@ -12,47 +13,21 @@ namespace qvcd {
 
 namespace {
 
-enum class LinkState { absent, present, up, down };
-
 constexpr unsigned kOperationalUp = 6; // RFC 2863
 
-constexpr std::string_view text_of(LinkState state)
-{
-    switch (state) {
-    case LinkState::up:
-        return "up";
-    case LinkState::down:
-        return "down";
-    case LinkState::present:
-        return "present";
-    case LinkState::absent:
-        break;
-    }
-    return "unknown";
-}
-
 // A modem that has not dialled has no link, only the file that its manager writes.
-LinkState modem_state(std::string_view interface)
+bool is_present_modem(const std::string &interface)
 {
-    const int number = c_int(interface.substr(3));
-    const std::string path = "/var/run/modem-" + std::to_string(number) + ".info";
-    return file_exists(qv_sysroot_path(path)) ? LinkState::present : LinkState::absent;
+    return interface.starts_with("ppp") &&
+           file_exists(
+               qv_sysroot_path("/var/run/modem-" + std::to_string(c_int(interface.substr(3))) + ".info"));
 }
 
-LinkState wireless_state(const std::string &interface)
+bool is_associated(const std::string &interface)
 {
     unsigned char mac[6];
     read_access_point(interface, mac);
-    return is_access_point(mac) ? LinkState::up : LinkState::down;
-}
-
-LinkState link_state(const NetLink *link, const std::string &interface)
-{
-    if (!link)
-        return interface.starts_with("ppp") ? modem_state(interface) : LinkState::absent;
-    if (link->operational_state != kOperationalUp && !(link->flags & IFF_RUNNING))
-        return LinkState::down;
-    return interface.starts_with("wlan") ? wireless_state(interface) : LinkState::up;
+    return is_access_point(mac);
 }
 
 } // namespace
@@ -70,7 +45,11 @@ std::optional<std::string> linkstate_rfunc(Request &request, const char *, const
     if (!snapshot)
         return std::nullopt;
     const std::string interface = attr ? attr : "eth0";
-    return std::string(text_of(link_state(snapshot->link(interface), interface)));
+    const NetLink *link = snapshot->link(interface);
+    if (!link)
+        return is_present_modem(interface) ? "present" : "unknown";
+    const bool runs = link->operational_state == kOperationalUp || (link->flags & IFF_RUNNING) != 0;
+    return runs && (!interface.starts_with("wlan") || is_associated(interface)) ? "up" : "down";
 }
 
 } // namespace qvcd

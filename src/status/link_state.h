@@ -2,11 +2,8 @@
 
 #include "base/request.h"
 
-#include "status/netlink.h"
-
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace qvcd {
 

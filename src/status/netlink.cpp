@@ -18,10 +18,10 @@ struct Free {
 using Socket = std::unique_ptr<nl_sock, Free>;
 using Cache = std::unique_ptr<nl_cache, Free>;
 
-std::string address_text(nl_addr *address)
+std::optional<std::string> address_text(nl_addr *address)
 {
     if (!address || nl_addr_get_len(address) == 0)
-        return {};
+        return std::nullopt;
     std::array<char, 128> buffer{};
     std::string text = nl_addr2str(address, buffer.data(), buffer.size());
     text.resize(std::min(text.size(), text.find('/')));

@@ -15,16 +15,16 @@ namespace qvcd {
 struct NetLink {
     int index = 0;
     std::string name;
-    unsigned operational_state = 0; ///< RFC 2863; 6 is "up"
-    unsigned flags = 0;             ///< IFF_*
-    unsigned mtu = 0;               ///< bytes
-    std::string mac;                ///< lower case; empty when the link has no address
+    unsigned operational_state = 0;      ///< RFC 2863; 6 is "up"
+    unsigned flags = 0;                  ///< IFF_*
+    unsigned mtu = 0;                    ///< bytes
+    std::optional<std::string> mac = {}; ///< lower case
 };
 
 struct NetAddress {
     int link_index = 0;
-    std::string local;     ///< without the prefix length; empty when there is none
-    std::string broadcast; ///< empty when there is none
+    std::optional<std::string> local; ///< without the prefix length
+    std::optional<std::string> broadcast;
     int prefix_length = 0;
 };
 

@@ -4,70 +4,36 @@
 #include "base/lookup.h"
 #include "base/text.h"
 #include "platform/sysroot.h"
-#include "status/print_text.h"
 #include "store/database.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <arpa/inet.h>
+#include <cctype>
 
 namespace qvcd {
 
 namespace {
 
-constexpr std::size_t kMaxAttrBytes = 255;
-
-std::optional<std::string> unless_empty(const std::string &text)
-{
-    return text.empty() ? std::nullopt : std::optional(text);
-}
-
-char to_upper(char c)
-{
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
 std::string upper(std::string text)
 {
-    std::transform(text.begin(), text.end(), text.begin(), to_upper);
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
     return text;
 }
 
 std::string lower(std::string text)
 {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
     return text;
 }
 
-std::string capitalised(std::string text)
+// The dotted mask with the top `prefix_length` of 32 bits set.
+std::optional<std::string> submask_text(int prefix_length)
 {
-    if (!text.empty())
-        text.front() = to_upper(text.front());
-    return text;
+    if (prefix_length <= 0)
+        return std::nullopt;
+    const std::uint32_t mask = ~std::uint32_t{0} << (32 - std::min(prefix_length, 32));
+    return inet_ntoa({htonl(mask)});
 }
-
-// Fields of a running interface; `link` is null when there is no such interface, `address` when it has none.
-struct LiveRow {
-    std::string_view name;
-    std::optional<std::string> (*print)(const NetLink *link, const NetAddress *address);
-};
-
-constexpr LiveRow kLiveFields[] = {
-    {"ipaddress",
-     [](const NetLink *, const NetAddress *a) { return a ? unless_empty(a->local) : std::nullopt; }},
-    {"broadcast",
-     [](const NetLink *, const NetAddress *a) { return a ? unless_empty(a->broadcast) : std::nullopt; }},
-    {"submask",
-     [](const NetLink *, const NetAddress *a) { return a ? submask_text(a->prefix_length) : std::nullopt; }},
-    {"mtu",
-     [](const NetLink *l, const NetAddress *) {
-         return l && l->mtu > 0 ? std::optional(std::to_string(l->mtu)) : std::nullopt;
-     }},
-    {"macaddress",
-     [](const NetLink *l, const NetAddress *) {
-         return std::optional(!l ? "Not Available" : l->mac.empty() ? "Error getting" : upper(l->mac));
-     }},
-};
 
 // Where the configuration of an address mode stands.
 struct ModeRow {
@@ -83,44 +49,24 @@ constexpr ModeRow kModes[] = {
     {"link-local", "/var/run/dhcp-config.", "", false},
 };
 
-bool is_configured_field(std::string_view field)
-{
-    return field == "gateway" || field == "nameserver" || field == "domain";
-}
-
 // The settings tree writes the interfaces' names with a capital; names in capitals come first.
-std::optional<std::string_view> address_mode(const std::string &interface)
+std::string address_mode(const std::string &interface)
 {
     const auto mode = hdfDB.get("Network.Interfaces." + upper(interface) + ".ipmode");
-    return mode ? mode : hdfDB.get("Network.Interfaces." + capitalised(lower(interface)) + ".ipmode");
+    const std::string capitalised = upper(interface.substr(0, 1)) + lower(interface).substr(1);
+    return mode ? std::string(*mode) : hdfDB.get_or("Network.Interfaces." + capitalised + ".ipmode", "");
 }
 
-std::optional<std::string> read_current_settings(const std::string &interface, const std::string &key)
+std::optional<std::string> configured_field(const std::string &interface, const std::string &field)
 {
-    const auto mode = address_mode(interface);
-    const ModeRow *row = mode ? find_row(kModes, *mode) : nullptr;
+    const ModeRow *row = find_row(kModes, address_mode(interface));
     if (!row)
         return std::nullopt;
     const std::string path = std::string(row->before) + lower(interface) + std::string(row->after);
-    return quoted_kv_read(qv_sysroot_path(path), row->upper_keys ? upper(key) : key);
-}
-
-std::optional<std::string> running_field(Request &request, const std::string &interface,
-                                         const std::string &field)
-{
-    const InterfaceSnapshot *snapshot = interface_snapshot(request);
-    return snapshot ? interface_field(*snapshot, interface, field) : std::nullopt;
+    return quoted_kv_read(qv_sysroot_path(path), row->upper_keys ? upper(field) : field);
 }
 
 } // namespace
-
-std::optional<std::string> submask_text(int prefix_length)
-{
-    if (prefix_length <= 0)
-        return std::nullopt;
-    const std::uint32_t mask = ~std::uint32_t{0} << (32 - std::min(prefix_length, 32));
-    return print_text("%u.%u.%u.%u", mask >> 24, mask >> 16 & 0xffU, mask >> 8 & 0xffU, mask & 0xffU);
-}
 
 InterfaceField split_interface_field(std::string_view text, std::string_view default_interface)
 {
@@ -133,18 +79,28 @@ InterfaceField split_interface_field(std::string_view text, std::string_view def
 std::optional<std::string> interface_field(const InterfaceSnapshot &snapshot, std::string_view interface,
                                            std::string_view field)
 {
-    const LiveRow *row = find_row(kLiveFields, field);
-    return row ? row->print(snapshot.link(interface), snapshot.address(interface)) : std::nullopt;
+    const NetLink *link = snapshot.link(interface);
+    const NetAddress *address = snapshot.address(interface);
+    if (field == "macaddress")
+        return !link ? "Not Available" : link->mac ? upper(*link->mac) : "Error getting";
+    if (field == "mtu")
+        return link && link->mtu > 0 ? std::optional(std::to_string(link->mtu)) : std::nullopt;
+    if (!address)
+        return std::nullopt;
+    if (field == "submask")
+        return submask_text(address->prefix_length);
+    return field == "ipaddress" ? address->local : field == "broadcast" ? address->broadcast : std::nullopt;
 }
 
 std::optional<std::string> ifconfig_rfunc(Request &request, const char *, const char *attr)
 {
     if (!attr)
         return std::nullopt;
-    const auto [interface, field] =
-        split_interface_field(std::string_view(attr).substr(0, kMaxAttrBytes), "eth0");
-    return is_configured_field(field) ? read_current_settings(interface, field)
-                                      : running_field(request, interface, field);
+    const auto [interface, field] = split_interface_field(attr, "eth0");
+    if (field == "gateway" || field == "nameserver" || field == "domain")
+        return configured_field(interface, field);
+    const InterfaceSnapshot *snapshot = interface_snapshot(request);
+    return snapshot ? interface_field(*snapshot, interface, field) : std::nullopt;
 }
 
 } // namespace qvcd

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "base/request.h"
-
 #include "status/netlink.h"
 
 #include <optional>
@@ -10,8 +9,8 @@
 
 namespace qvcd {
 
-/// Read function of one field of an interface. `attr` is "<interface> <field>", or the field of "eth0"; its
-/// first 255 bytes count. `file` is not used. One request sees one snapshot.
+/// Read function of one field of an interface. `attr` is "<interface> <field>", or the field of "eth0".
+/// `file` is not used. One request sees one snapshot.
 ///
 /// Fields of the running interface: "ipaddress", "broadcast", "submask", "mtu", "macaddress" ("Not Available"
 /// without such an interface, "Error getting" when it has none). Fields of its configuration, read from the
@@ -21,9 +20,6 @@ std::optional<std::string> ifconfig_rfunc(Request &request, const char *file, co
 /// One field of the running interface; nothing when there is none.
 std::optional<std::string> interface_field(const InterfaceSnapshot &snapshot, std::string_view interface,
                                            std::string_view field);
-
-/// The dotted mask with the top `prefix_length` of 32 bits set; nothing for 0 and below.
-std::optional<std::string> submask_text(int prefix_length);
 
 /// "<interface> <field>" or "<field>", split at blanks.
 struct InterfaceField {

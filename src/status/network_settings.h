@@ -4,7 +4,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace qvcd {
 
@@ -16,25 +15,15 @@ namespace qvcd {
 /// board's MAC address).
 std::optional<std::string> network_rfunc(Request &request, const char *file, const char *attr);
 
-/// The default gateway from "/proc/net/route", "0.0.0.0" without one. `file` and `attr` are not used. Empty
-/// when the table is unreadable or empty.
+/// The dotted gateway of the first route to 0.0.0.0/0 in "/proc/net/route", "0.0.0.0" without one; a
+/// malformed row ends the table. `file` and `attr` are not used. Empty when the table is unreadable or empty.
 std::optional<std::string> gateway_rfunc(Request &request, const char *file, const char *attr);
 
-/// The second words of all lines of `file` that begin with `attr`, run together.
+/// The second words of all lines of `file` that begin with the word `attr`, run together; nothing when no
+/// line does.
 std::optional<std::string> resolv_rfunc(Request &request, const char *file, const char *attr);
 
-/// The hardware address of "eth0" as twelve lower-case hexadecimal digits.
+/// The hardware address of "eth0" as twelve lower-case hexadecimal digits. One request sees one snapshot.
 std::optional<std::string> discovery_id_rfunc(Request &request, const char *file, const char *attr);
-
-/// The dotted gateway of the first route to destination 0 in a text like "/proc/net/route", "0.0.0.0" without
-/// one; a malformed row ends the table. Nothing for an empty text.
-std::optional<std::string> default_gateway(std::string_view routes);
-
-/// As resolv_rfunc, on a text; nothing when no line begins with `keyword`. Lines are looked at in pieces of
-/// 2,047 bytes; at most 1,023 bytes are returned.
-std::optional<std::string> resolver_words(std::string_view text, std::string_view keyword);
-
-/// The second word, without one double quote at its end.
-std::optional<std::string> second_option(std::string_view options);
 
 } // namespace qvcd

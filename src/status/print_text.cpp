@@ -2,21 +2,20 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 
 namespace qvcd {
 
 std::string print_text(const char *format, ...)
 {
+    char *text = nullptr;
     std::va_list args;
     va_start(args, format);
-    std::va_list again;
-    va_copy(again, args);
-    const int length = std::vsnprintf(nullptr, 0, format, args);
-    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
+    const bool printed = vasprintf(&text, format, args) >= 0;
     va_end(args);
-    return text;
+    const std::unique_ptr<char, decltype(&std::free)> owner(printed ? text : nullptr, std::free);
+    return printed ? text : "";
 }
 
 } // namespace qvcd

@@ -1,142 +1,147 @@
 #include "status/stream_links.h"
 
-#include "platform/bonding.h"
+#include "base/limits.h"
+#include "base/text.h"
 #include "platform/log.h"
-#include "status/link_state.h"
-#include "status/network_addresses.h"
+#include "status/bond_info.h"
+#include "status/print_text.h"
+#include "status/setting_port.h"
 #include "status/stream_urls.h"
 #include "store/database.h"
 
 #include <arpa/inet.h>
-#include <optional>
 
 namespace qvcd {
 
 namespace {
 
 struct Interface {
-    const char *name;
+    std::string_view name;
     std::string_view node; // in the link tree
 };
 
 constexpr Interface kInterfaces[] = {{"eth0", "Eth0"}, {"wlan0", "Wlan0"}};
 
-// What the kernel says during one pass.
-class Network {
-  public:
-    explicit Network(Request &request) : request_(request) {}
+constexpr char kMark[] = "stream_link"; // the attribute of metadata that stands there for a link only
 
-    bool is_known(const Interface &interface)
-    {
-        return linkstate_rfunc(request_, nullptr, interface.name).value_or("unknown") != "unknown";
-    }
-
-    std::optional<std::string> ipv4_address(const Interface &interface)
-    {
-        const InterfaceSnapshot *snapshot = interface_snapshot(request_);
-        auto address = snapshot ? interface_field(*snapshot, interface.name, "ipaddress") : std::nullopt;
-        in_addr ignored;
-        return address && inet_pton(AF_INET, address->c_str(), &ignored) == 1 ? address : std::nullopt;
-    }
-
-  private:
-    Request &request_;
-};
-
-LinkFacts facts_from_settings()
+LinkFacts facts_from_settings(Request &request)
 {
     LinkFacts facts;
-    facts.bonded = bonding_state() == 1;
-    facts.rtsp_port = hdfDB.get_int("VideoStreamer.Configuration.RTSP.port", facts.rtsp_port);
-    facts.stream_name = hdfDB.get_or("VideoStreamer.Settings.1.RTSP.RTP.streamname", facts.stream_name);
-    facts.serial_number = hdfDB.get_or("System.Info.Product.serialnumber", facts.serial_number);
-    facts.http_port = hdfDB.get_int("Services.HTTP.port", facts.http_port);
+    facts.bonded = bond_unit(request).up();
+    facts.rtsp_port = setting_port("VideoStreamer.Configuration.RTSP.port", 554);
+    facts.stream_name = setting_text("VideoStreamer.Settings.1.RTSP.RTP.streamname", "stream1");
+    facts.serial_number = setting_text("System.Info.Product.serialnumber", "XXXX");
+    facts.http_port = setting_port("Services.HTTP.port", 80);
     facts.ssl = hdfDB.get("Services.HTTP.ssl") == "enable";
     return facts;
 }
 
-void unpublish(const std::string &name)
+// Removes a node, and the groups that hold nothing any more: an empty one would look like an API.
+void remove_from(Tree &tree, std::string name)
 {
-    hdfDB.remove(name);
-    metaDB.remove(name);
+    tree.remove(name);
+    for (auto parent = meta_get_parent(name); parent; parent = meta_get_parent(name)) {
+        const Node group = tree.find(*parent);
+        if (!group || group.value() || group.first_child())
+            return;
+        tree.remove(*parent);
+        name = *parent;
+    }
 }
 
-// A group that lost all its links would otherwise look like an API without a value.
-void drop_empty_group(const std::string &name)
+Walk link_metadata(Node node)
 {
-    const Node group = hdfDB.find(name);
-    if (group && !group.first_child() && !group.value())
-        unpublish(name);
+    return node.name() == kMark && node.text() == "1" ? Walk::visit : Walk::descend;
 }
 
-// True when there was something to publish.
-bool publish(const std::string &name, const std::vector<StreamLink> &links)
+// What the model says of these names stays, so that nothing that was refused becomes readable.
+void withdraw(const std::string &group)
 {
+    for (const std::string &link : hdfutils_parent_names(metaDB.find(group), group, link_metadata))
+        remove_from(metaDB, link);
+    if (hdfDB.find(group))
+        remove_from(hdfDB, group);
+}
+
+bool set_attribute(const std::string &name, std::string_view attribute, std::string_view value)
+{
+    return metaDB.set(name + "." + std::string(attribute), value);
+}
+
+// Before the link itself, so that no secret ever stands there open: who may not read the secret may not read
+// the link, and a log line shows neither.
+bool describe(const std::string &name, const StreamLink &link)
+{
+    if (!metaDB.find(name) && !(set_attribute(name, kMark, "1") && set_attribute(name, "attr", link.kind)))
+        return false;
+    if (!link.url.secret)
+        return true;
+    const std::string perm = print_text("%04x", meta_get_perm(name) & link.url.perm);
+    return set_attribute(name, "perm", perm) && set_attribute(name, "secret", "true") &&
+           (!link.url.is_private || set_attribute(name, "private", "true"));
+}
+
+bool publish(const std::string &group, const StreamLinks &links)
+{
+    bool published = false;
     for (const StreamLink &link : links) {
-        const std::string leaf = join_name(name, link.kind);
-        if (!hdfDB.set(leaf, link.url) || !metaDB.set(join_name(leaf, "attr"), link.kind))
-            qv_log_print(kLogWarning, "cannot publish the link %s\n", leaf.c_str());
-    }
-    return !links.empty();
-}
-
-bool publish_stream(const std::string &root, LinkFacts facts, const StreamMode *mode, Network &network)
-{
-    bool published = false;
-    for (const Interface &interface : kInterfaces) {
-        const std::string name = join_name(root + ".1", interface.node);
-        unpublish(name);
-        if (!network.is_known(interface))
+        const std::string &url = link.url.text;
+        const std::string name = group + "." + std::string(link.kind);
+        if (!link.url.valid)
             continue;
-        const auto address = facts.bonded ? std::optional(hdfDB.get_or("Bond.Configuration.Server.host", ""))
-                                          : network.ipv4_address(interface);
-        if (!address || !mode)
-            continue;
-        facts.address = *address;
-        facts.interface = interface.name;
-        published |= publish(name, mode->build(facts));
+        if (url.size() <= kMaxValueBytes && is_one_line(url) && describe(name, link) && hdfDB.set(name, url))
+            published = true;
+        else
+            qv_log_print(kLogWarning, "cannot publish the link %s\n", name.c_str());
     }
     return published;
 }
 
-// Quick view comes from the device itself, never from the bonding unit's server.
-bool publish_quickview(const std::string &root, LinkFacts facts, Network &network)
+std::optional<std::string> ipv4_address(const InterfaceSnapshot &network, std::string_view interface)
 {
-    bool published = false;
-    for (const Interface &interface : kInterfaces) {
-        const std::string name = join_name(root + ".Quickview", interface.node);
-        unpublish(name);
-        const auto address = network.is_known(interface) ? network.ipv4_address(interface) : std::nullopt;
-        if (!address)
-            continue;
-        facts.address = *address;
-        facts.interface = interface.name;
-        published |= publish(name, setup_quickview_links(facts));
-    }
-    return published;
-}
-
-bool publish_links(Request &request, const std::string &root)
-{
-    Network network(request);
-    const LinkFacts facts = facts_from_settings();
-    const StreamMode *mode = find_stream_mode(hdfDB.get_or("VideoStreamer.Settings.1.mode", "Disabled"));
-    bool published = publish_stream(root, facts, mode, network);
-    const bool quick_view = hdfDB.get_int("VideoStreamer.Settings.Quickview.enable", 0) != 0;
-    if (quick_view && (!mode || mode->quick_view))
-        published |= publish_quickview(root, facts, network);
-    else
-        unpublish(root + ".Quickview");
-    drop_empty_group(root + ".1");
-    drop_empty_group(root + ".Quickview");
-    return published;
+    const NetAddress *address = network.address(interface);
+    in_addr ignored;
+    const bool is_ipv4 =
+        address && address->local && inet_pton(AF_INET, address->local->c_str(), &ignored) == 1;
+    return is_ipv4 ? address->local : std::nullopt;
 }
 
 } // namespace
 
+bool publish_stream_links(Request &request, const std::string &root, const InterfaceSnapshot &network)
+{
+    LinkFacts facts = facts_from_settings(request);
+    const UrlText bond_server = setting_text("Bond.Configuration.Server.host", "");
+    const StreamMode *mode = find_stream_mode(hdfDB.get_or("VideoStreamer.Settings.1.mode", "Disabled"));
+    const bool quick_view =
+        hdfDB.get_int("VideoStreamer.Settings.Quickview.enable", 0) != 0 && (!mode || mode->quick_view);
+    bool published = false;
+    for (const Interface &interface : kInterfaces) {
+        const std::string main = root + ".1." + std::string(interface.node);
+        const std::string quick = root + ".Quickview." + std::string(interface.node);
+        withdraw(main);
+        withdraw(quick);
+        const auto address = ipv4_address(network, interface.name);
+        facts.interface = interface.name;
+        if (mode && network.link(interface.name) && (facts.bonded || address)) {
+            facts.address = facts.bonded ? bond_server : UrlText(*address);
+            published |= publish(main, mode->build(facts));
+        }
+        // Quick view comes from the device itself, never from the bonding unit's server.
+        if (quick_view && address) {
+            facts.address = *address;
+            published |= publish(quick, quickview_links(facts));
+        }
+    }
+    return published;
+}
+
 std::optional<std::string> links_rfunc(Request &request, const char *file, const char *)
 {
-    return file && is_tree_name(file) && publish_links(request, file) ? "1" : "0";
+    if (!file || !is_tree_name(file))
+        return "0";
+    const InterfaceSnapshot *network = interface_snapshot(request);
+    return publish_stream_links(request, file, network ? *network : InterfaceSnapshot()) ? "1" : "0";
 }
 
 } // namespace qvcd

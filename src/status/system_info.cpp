@@ -13,6 +13,21 @@ namespace qvcd {
 
 namespace {
 
+using Sysinfo = struct sysinfo;
+
+Sysinfo read_sysinfo()
+{
+    Sysinfo info{};
+    sysinfo(&info);
+    return info;
+}
+
+// A load average with 16 fraction bits; the fraction is truncated.
+std::string load_text(unsigned long load)
+{
+    return print_text("%lu.%02lu", load >> 16, (load & 0xffffU) * 100 >> 16);
+}
+
 // The kernel's byte counts are taken as they stand; mem_unit is 1 on this board.
 std::string kib_text(unsigned long bytes)
 {
@@ -21,33 +36,28 @@ std::string kib_text(unsigned long bytes)
 
 struct SysinfoRow {
     std::string_view name;
-    std::string (*print)(const struct sysinfo &);
+    std::string (*print)(const Sysinfo &);
 };
 
 constexpr SysinfoRow kSysinfo[] = {
     {"all",
-     [](const struct sysinfo &s) {
+     [](const Sysinfo &s) {
          return load_text(s.loads[0]) + " " + load_text(s.loads[1]) + " " + load_text(s.loads[2]);
      }},
-    {"avg1min", [](const struct sysinfo &s) { return load_text(s.loads[0]); }},
-    {"avg5min", [](const struct sysinfo &s) { return load_text(s.loads[1]); }},
-    {"avg15min", [](const struct sysinfo &s) { return load_text(s.loads[2]); }},
-    {"totalram", [](const struct sysinfo &s) { return kib_text(s.totalram); }},
-    {"used", [](const struct sysinfo &s) { return kib_text(s.totalram - s.freeram); }},
-    {"freeram", [](const struct sysinfo &s) { return kib_text(s.freeram); }},
-    {"sharedram", [](const struct sysinfo &s) { return kib_text(s.sharedram); }},
-    {"bufferram", [](const struct sysinfo &s) { return kib_text(s.bufferram); }},
-    {"numberprocs", [](const struct sysinfo &s) { return std::to_string(s.procs); }},
+    {"avg1min", [](const Sysinfo &s) { return load_text(s.loads[0]); }},
+    {"avg5min", [](const Sysinfo &s) { return load_text(s.loads[1]); }},
+    {"avg15min", [](const Sysinfo &s) { return load_text(s.loads[2]); }},
+    {"totalram", [](const Sysinfo &s) { return kib_text(s.totalram); }},
+    {"used", [](const Sysinfo &s) { return kib_text(s.totalram - s.freeram); }},
+    {"freeram", [](const Sysinfo &s) { return kib_text(s.freeram); }},
+    {"sharedram", [](const Sysinfo &s) { return kib_text(s.sharedram); }},
+    {"bufferram", [](const Sysinfo &s) { return kib_text(s.bufferram); }},
+    {"numberprocs", [](const Sysinfo &s) { return std::to_string(s.procs); }},
 };
 
 } // namespace
 
-std::string load_text(unsigned long load)
-{
-    return print_text("%lu.%02lu", load >> 16, (load & 0xffffU) * 100 >> 16);
-}
-
-std::optional<std::string> sysinfo_text(const struct sysinfo &info, std::string_view attr)
+std::optional<std::string> sysinfo_text(const Sysinfo &info, std::string_view attr)
 {
     const SysinfoRow *row = find_row(kSysinfo, attr);
     return row ? std::optional(row->print(info)) : std::nullopt;
@@ -79,38 +89,24 @@ std::optional<std::string> time_text(const std::tm &time, std::string_view attr)
     return std::nullopt;
 }
 
-std::string temperature_text(const std::string &sensor, Degrees unit)
-{
-    const double celsius = std::strtod(sensor.c_str(), nullptr) / 1000;
-    return print_text("%3.1f", unit == Degrees::fahrenheit ? celsius * 1.8 + 32 : celsius);
-}
-
-namespace {
-
-struct sysinfo read_sysinfo()
-{
-    struct sysinfo info {};
-    sysinfo(&info);
-    return info;
-}
-
-} // namespace
-
 std::optional<std::string> info_get_sysinfo(Request &request, const char *, const char *attr)
 {
-    return attr ? sysinfo_text(request.once<struct sysinfo>(read_sysinfo), attr) : std::nullopt;
+    return attr ? sysinfo_text(request.once<Sysinfo>(read_sysinfo), attr) : std::nullopt;
 }
 
 std::optional<std::string> info_get_uptime(Request &request, const char *, const char *attr)
 {
-    return attr ? uptime_text(request.once<struct sysinfo>(read_sysinfo).uptime, attr) : std::nullopt;
+    return attr ? uptime_text(request.once<Sysinfo>(read_sysinfo).uptime, attr) : std::nullopt;
 }
 
 std::optional<std::string> info_get_temperature(Request &, const char *, const char *attr)
 {
     const auto sensor = read_small_file("/sys/class/hwmon/hwmon0/device/temp1_input", 128);
+    if (!sensor)
+        return "0.0";
+    const double celsius = std::strtod(sensor->c_str(), nullptr) / 1000;
     const bool fahrenheit = !attr || *attr == 'f' || *attr == 'F';
-    return sensor ? temperature_text(*sensor, fahrenheit ? Degrees::fahrenheit : Degrees::celsius) : "0.0";
+    return print_text("%3.1f", fahrenheit ? celsius * 1.8 + 32 : celsius);
 }
 
 std::optional<std::string> info_get_currenttime(Request &request, const char *, const char *attr)
@@ -120,15 +116,8 @@ std::optional<std::string> info_get_currenttime(Request &request, const char *, 
 
 std::optional<std::string> power_source_rfunc(Request &, const char *, const char *)
 {
-    switch (power_read_source()) {
-    case 1:
-    case 2:
-        return "DC";
-    case 4:
-        return "BATT";
-    default:
-        return std::nullopt;
-    }
+    const int source = power_read_source();
+    return source == 4 ? std::optional("BATT") : source != 0 ? std::optional("DC") : std::nullopt;
 }
 
 std::optional<std::string> battery_level_rfunc(Request &, const char *, const char *)

@@ -36,14 +36,8 @@ std::optional<std::string> battery_level_rfunc(Request &request, const char *fil
 
 // What the readers print, from records that a caller hands in; nothing for an unknown `attr`.
 
-/// A load average with 16 fraction bits: 98304 gives "1.50". The fraction is truncated.
-std::string load_text(unsigned long load);
 std::optional<std::string> sysinfo_text(const struct sysinfo &info, std::string_view attr);
 std::optional<std::string> uptime_text(long seconds, std::string_view attr);
 std::optional<std::string> time_text(const std::tm &time, std::string_view attr);
-
-enum class Degrees { celsius, fahrenheit };
-/// `sensor`: the text of the sensor file.
-std::string temperature_text(const std::string &sensor, Degrees unit);
 
 } // namespace qvcd

@@ -1,91 +1,60 @@
 #include "status/transmission_rate.h"
 
-#include "platform/bonding.h"
+#include "status/bond_info.h"
 #include "store/database.h"
 
-#include <string_view>
+#include <algorithm>
 
 namespace qvcd {
 
 namespace {
 
-double number(const char *name, long long fallback)
+std::string setting(const char *name, const char *fallback)
 {
-    return static_cast<double>(hdfDB.get_int(name, fallback));
+    return hdfDB.get_or(name, fallback);
 }
 
-bool is(const char *name, std::string_view fallback, std::string_view wanted)
+// Truncated toward zero, within what 64 bits hold.
+long long scaled(const char *name, long long fallback, double factor)
 {
-    return hdfDB.get(name).value_or(fallback) == wanted;
+    const double rate = static_cast<double>(hdfDB.get_int(name, fallback)) * factor;
+    return static_cast<long long>(std::clamp(rate, -9.2e18, 9.2e18));
 }
-
-double wired_maximum()
-{
-    return number("VideoEncoder.RateControl.Configuration.wired_max_transmission_rate", 10000000);
-}
-
-double wireless_maximum()
-{
-    return number("VideoEncoder.RateControl.Configuration.wifi_max_transmission_rate", 5500000);
-}
-
-double linked_maximum()
-{
-    return is("Bond.Configuration.connect_mode", "auto", "auto") ? 4000000 : wired_maximum();
-}
-
-// The first protocol of the bonding unit needs more head room.
-double bonded_maximum()
-{
-    if (number("Bond.Configuration.adapt_br", 1) == 0)
-        return wired_maximum();
-    const double factor = number("Bond.Configuration.bonding_protocol_version", 2) == 1 ? 1.5 : 1.2;
-    return number("Bond.Configuration.max_bitrate", 2000000) * factor;
-}
-
-double transport_stream_maximum()
-{
-    if (number("VideoStreamer.Settings.1.TS.ConstantBitrate.enable", 0) == 0)
-        return wired_maximum();
-    return number("VideoStreamer.Settings.1.TS.ConstantBitrate.target_bitrate", 7000000) * 1.1;
-}
-
-struct Rule {
-    bool (*applies)();
-    double (*rate)(); // bits per second
-};
 
 // The first rule that applies decides.
-constexpr Rule kRules[] = {
-    {[] { return is("VideoEncoder.RateControl.Configuration.mode", "auto", "manual"); },
-     []() -> double {
-         return number("VideoEncoder.RateControl.Configuration.max_transmission_rate", 10000000);
-     }},
-    {[] { return is("Bond.Configuration.mode", "disabled", "link"); }, linked_maximum},
-    {[] { return is("Bond.Configuration.mode", "disabled", "bond") && bonding_state() == 1; },
-     bonded_maximum},
-    // The ASI default is on another scale than the other rates, as the ASI settings are.
-    {[] { return is("VideoStreamer.Settings.1.mode", "disabled", "ASI"); },
-     [] { return number("VideoStreamer.Settings.1.ASI.bitrate", 7000) * 0.9; }},
-    {[] { return is("VideoStreamer.Settings.1.mode", "disabled", "TS"); }, transport_stream_maximum},
-    {[] { return is("Network.Interfaces.Wlan0.mode", "disabled", "disabled"); }, wired_maximum},
-    {[] { return true; }, wireless_maximum},
-};
-
-double rate_in_force()
+long long rate_in_force(Request &request)
 {
-    for (const Rule &rule : kRules) {
-        if (rule.applies())
-            return rule.rate();
+    const long long wired =
+        hdfDB.get_int("VideoEncoder.RateControl.Configuration.wired_max_transmission_rate", 10000000);
+    const std::string bond = setting("Bond.Configuration.mode", "disabled");
+    const std::string stream = setting("VideoStreamer.Settings.1.mode", "disabled");
+
+    if (setting("VideoEncoder.RateControl.Configuration.mode", "auto") == "manual")
+        return hdfDB.get_int("VideoEncoder.RateControl.Configuration.max_transmission_rate", 10000000);
+    if (bond == "link")
+        return setting("Bond.Configuration.connect_mode", "auto") == "auto" ? 4000000 : wired;
+    if (bond == "bond" && bond_unit(request).up()) {
+        if (hdfDB.get_int("Bond.Configuration.adapt_br", 1) == 0)
+            return wired;
+        const bool first_protocol = hdfDB.get_int("Bond.Configuration.bonding_protocol_version", 2) == 1;
+        return scaled("Bond.Configuration.max_bitrate", 2000000, first_protocol ? 1.5 : 1.2); // head room
     }
-    return wired_maximum();
+    if (stream == "ASI") // on another scale than the other rates, as the ASI settings are
+        return scaled("VideoStreamer.Settings.1.ASI.bitrate", 7000, 0.9);
+    if (stream == "TS")
+        return hdfDB.get_int("VideoStreamer.Settings.1.TS.ConstantBitrate.enable", 0) == 0
+                   ? wired
+                   : scaled("VideoStreamer.Settings.1.TS.ConstantBitrate.target_bitrate", 7000000, 1.1);
+    if (setting("Network.Interfaces.Wlan0.mode", "disabled") == "disabled")
+        return wired;
+    return hdfDB.get_int("VideoEncoder.RateControl.Configuration.wifi_max_transmission_rate", 5500000);
 }
 
 } // namespace
 
-std::optional<std::string> transmission_rate_rfunc(Request &, const char *, const char *)
+std::optional<std::string> transmission_rate_rfunc(Request &request, const char *, const char *)
 {
-    return std::to_string(static_cast<long long>(rate_in_force())); // truncated toward zero
+    return std::to_string(rate_in_force(request));
 }
 
 } // namespace qvcd

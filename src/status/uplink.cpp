@@ -5,8 +5,6 @@
 #include "status/link_state.h"
 #include "store/database.h"
 
-#include <resolv.h>
-
 namespace qvcd {
 
 namespace {
@@ -23,8 +21,6 @@ constexpr LocalLink kLocalLinks[] = {
     {"Network.CurrentSettings.Interfaces.Eth0.linkstate", "eth0"},
 };
 
-} // namespace
-
 bool check_local(Request &request)
 {
     for (const LocalLink &link : kLocalLinks) {
@@ -35,26 +31,30 @@ bool check_local(Request &request)
     return false;
 }
 
-bool check_internet()
+struct Reach {
+    bool internet = false;
+    bool provider = false;
+};
+
+Reach probe()
 {
     const std::string maker =
         hdfDB.get_or("System.Configuration.Uplink.maker_url", "http://www.example.com/");
     const std::string open_web =
         hdfDB.get_or("System.Configuration.Uplink.public_url", "http://www.example.org/");
     const Unlocked unlocked;
-    res_init(); // the name servers may have changed
-    return http_reachable(maker) || http_reachable(open_web);
+    const auto answers = [&] { return http_reachable(maker) || http_reachable(open_web); };
+    const bool internet = answers();
+    return {internet, internet && answers()};
 }
 
-bool check_provider()
-{
-    return check_internet();
-}
+} // namespace
 
 std::optional<std::string> uplink_rfunc(Request &request, const char *, const char *)
 {
-    if (check_internet())
-        return check_provider() ? "provider" : "internet";
+    const Reach reach = request.once<Reach>(probe);
+    if (reach.internet)
+        return reach.provider ? "provider" : "internet";
     return check_local(request) ? "local" : "none";
 }
 

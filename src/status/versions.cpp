@@ -44,13 +44,6 @@ std::string_view suffix_of(std::string_view build)
     return build.substr(0, build.find_first_of(kBlanks));
 }
 
-std::optional<std::string> read_first_piece(const char *file)
-{
-    return file ? read_file(qv_sysroot_path(file), kMaxFileLineBytes) : std::nullopt;
-}
-
-} // namespace
-
 std::string version_text(std::string_view release)
 {
     const std::size_t mark = release.find('r');
@@ -68,15 +61,9 @@ std::string version_text(std::string_view release)
     return head + "BETA";
 }
 
-std::optional<std::string> version_rfunc(Request &, const char *file, const char *attr)
-{
-    const auto release = file ? kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
-    return release ? std::optional(version_text(*release)) : std::nullopt;
-}
-
 std::optional<std::string> kernel_release(std::string_view text)
 {
-    const std::string_view line = text.substr(0, kMaxFileLineBytes).substr(0, text.find('\n'));
+    const std::string_view line = text.substr(0, text.find('\n'));
     const std::size_t start = kKernelMark.size() + 1;
     if (line.size() <= start || line[start] == ' ')
         return std::nullopt;
@@ -84,9 +71,17 @@ std::optional<std::string> kernel_release(std::string_view text)
     return std::string(word.substr(0, word.find(' ')));
 }
 
+} // namespace
+
+std::optional<std::string> version_rfunc(Request &, const char *file, const char *attr)
+{
+    const auto release = file ? kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
+    return release ? std::optional(version_text(*release)) : std::nullopt;
+}
+
 std::optional<std::string> linux_version_rfunc(Request &, const char *file, const char *attr)
 {
-    const auto text = read_first_piece(file);
+    const auto text = file ? read_file(qv_sysroot_path(file), kMaxFileLineBytes) : std::nullopt;
     if (!text)
         return std::nullopt;
     auto release = attr && attr == kKernelMark ? kernel_release(*text) : std::nullopt;

@@ -3,6 +3,7 @@
 #include "store/database.h"
 
 #include <functional>
+#include <map>
 #include <set>
 
 namespace qvcd {
@@ -14,6 +15,7 @@ namespace {
 constexpr std::size_t kMaxNoted = 1024;
 
 std::set<std::string, std::less<>> noted;
+std::map<std::string, std::string, std::less<>> in_force; // of APIs with "noapp"
 bool complete = false;
 
 // "." sorts before all that names are made of, so what is below a name follows it at once.
@@ -70,6 +72,32 @@ void flags_note(std::string_view api)
         flags_forget(); // most of them may be clear again: the next search finds out
     else
         noted.emplace(api);
+}
+
+void flag_unapplied(std::string_view api, std::string_view before)
+{
+    in_force.try_emplace(std::string(api), before);
+    meta_set(api, "noapp", "1");
+}
+
+void flag_applied(std::string_view api)
+{
+    meta_set(api, "noapp", "0");
+    flags_drop(api);
+}
+
+void flag_restored(std::string_view api, std::string_view restored)
+{
+    meta_set(api, "mod", "0");
+    const auto known = in_force.find(api);
+    if (known == in_force.end() || known->second == restored)
+        flag_applied(api);
+}
+
+void flags_drop(std::string_view api)
+{
+    if (const auto known = in_force.find(api); known != in_force.end())
+        in_force.erase(known);
 }
 
 void flags_forget()

@@ -18,6 +18,20 @@ std::vector<std::string> flagged_apis(Node node, std::string_view name, Classifi
 /// A flag of this API was raised.
 void flags_note(std::string_view api);
 
+/// The API's value was changed from `before` and waits to be applied: raises "noapp". What was in force when
+/// it was raised is remembered.
+void flag_unapplied(std::string_view api, std::string_view before);
+
+/// The API's action is about to run with the value it has: clears "noapp".
+void flag_applied(std::string_view api);
+
+/// The API was given back the value `restored`: clears "mod", and "noapp" where that value is the one in
+/// force.
+void flag_restored(std::string_view api, std::string_view restored);
+
+/// The API was deleted.
+void flags_drop(std::string_view api);
+
 /// Flags may have been raised anywhere: metadata was read.
 void flags_forget();
 

@@ -51,19 +51,19 @@ void hdfutils_traverse_tree(Node node, std::string_view name, Classifier classif
 
 namespace {
 
-using LeafVisitor = std::function<AfterVisit(const std::string &leaf)>;
-
 // `path` is one buffer for the whole walk.
-AfterVisit visit_level(const Tree &tree, std::string &path, const LeafVisitor &visit)
+void visit_level(const Tree &tree, std::string &path, const LeafVisitor &visit)
 {
-    AfterVisit result = AfterVisit::unchanged;
     const std::size_t size = path.size();
     for (Node child = tree.find(path).first_child(); child;) {
         const std::string next(child.next().name());
         path.append(size ? "." : "").append(child.name());
-        const AfterVisit after = child.first_child() ? visit_level(tree, path, visit) : visit(path);
-        if (after == AfterVisit::maybe_changed) {
-            result = after;
+        const std::uint64_t before = tree_changes();
+        if (child.first_child())
+            visit_level(tree, path, visit);
+        else if (child.value())
+            visit(path);
+        if (tree_changes() != before) {
             child = tree.find(path);
             path.resize(size);
             if (!child) {
@@ -74,20 +74,19 @@ AfterVisit visit_level(const Tree &tree, std::string &path, const LeafVisitor &v
         path.resize(size);
         child = child.next();
     }
-    return result;
 }
 
 } // namespace
 
-AfterVisit hdfutils_visit_leaves(const Tree &tree, std::string_view name, const LeafVisitor &visit)
+void hdfutils_visit_leaves(const Tree &tree, std::string_view name, const LeafVisitor &visit)
 {
     std::string path(name);
-    return visit_level(tree, path, visit);
+    visit_level(tree, path, visit);
 }
 
 Walk hdfutils_check_endnode(Node node)
 {
-    return node.first_child() ? Walk::descend : Walk::visit;
+    return node.value() && !node.first_child() ? Walk::visit : Walk::descend;
 }
 
 std::vector<std::string> hdfutils_names(Node node, std::string_view name, Classifier classify)

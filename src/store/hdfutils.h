@@ -26,20 +26,19 @@ using Visitor = std::function<void(Node, const std::string &parent)>;
 /// that do take the names first (below).
 void hdfutils_traverse_tree(Node node, std::string_view name, Classifier classify, const Visitor &visit);
 
-/// Classifier of the leaves: of the APIs of the settings tree.
+/// Classifier of the leaves with a value: of the APIs of the settings tree. A group that lost its leaves is
+/// none.
 Walk hdfutils_check_endnode(Node node);
 
 /// The full dotted names of what the classifier takes.
 std::vector<std::string> hdfutils_names(Node node, std::string_view name, Classifier classify);
 
-/// What a visit may have done to the tree.
-enum class AfterVisit { unchanged, maybe_changed };
+using LeafVisitor = std::function<void(const std::string &leaf)>;
 
-/// Visits the leaves below the node `name` of a tree, in order, by their full names. A visit that may have
-/// changed the tree or let go of the command lock says so; the walk then finds its place again by name. What
-/// a visit adds behind its own leaf is visited too; a group that vanishes ends where it was.
-AfterVisit hdfutils_visit_leaves(const Tree &tree, std::string_view name,
-                                 const std::function<AfterVisit(const std::string &leaf)> &visit);
+/// Visits the leaves below the node `name` of a tree, in order, by their full names. A visit may change the
+/// tree or let go of the command lock: the walk then finds its place again by name. What a visit adds behind
+/// its own leaf is visited too; a group that vanishes ends where it was.
+void hdfutils_visit_leaves(const Tree &tree, std::string_view name, const LeafVisitor &visit);
 
 /// The dotted names of the parents of what the classifier takes: the APIs that own an attribute or a flag.
 std::vector<std::string> hdfutils_parent_names(Node node, std::string_view name, Classifier classify);

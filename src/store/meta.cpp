@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "store/database.h"
 #include "store/flags.h"
+#include "store/names.h"
 
 namespace qvcd {
 
@@ -36,22 +37,32 @@ MetaApi::MetaApi(std::string_view api)
         chain_.clear();
 }
 
+// An attribute is a leaf with a value; a group may bear an attribute's name.
+std::optional<std::string_view> MetaApi::find(std::string_view attribute, std::size_t &levels) const
+{
+    levels = 0;
+    for (auto node = chain_.rbegin(); node != chain_.rend(); ++node, ++levels) {
+        const Node found = node->child(attribute);
+        if (is_attribute(found))
+            return found.text().empty() ? std::nullopt : std::optional(found.text());
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string_view> MetaApi::look(std::string_view attribute) const
+{
+    std::size_t levels = 0;
+    return find(attribute, levels);
+}
+
 std::optional<std::string_view> MetaApi::get(std::string_view attribute)
 {
-    std::optional<std::string_view> found;
-    std::size_t levels = 0; // steps above the API's own node
-    for (auto node = chain_.rbegin(); node != chain_.rend(); ++node) {
-        levels = static_cast<std::size_t>(node - chain_.rbegin());
-        if (const Node attr = node->find(attribute)) {
-            if (!attr.text().empty())
-                found = attr.text();
-            break;
-        }
-    }
-    if (levels > 1 && !is_attribute(chain_.back())) {
-        chain_.back().set(attribute, found.value_or(""));
+    std::size_t levels = 0;
+    const std::optional<std::string_view> found = find(attribute, levels);
+    if (found && levels > 1 && !is_attribute(chain_.back())) {
+        chain_.back().set(attribute, *found);
         if (is_flag(attribute))
-            flags_forget(); // a client looked up a flag that a group has: now the API has it too
+            flags_forget(); // a group has the flag: now the API has it too
     }
     return found;
 }
@@ -69,10 +80,17 @@ unsigned MetaApi::perm()
     return text ? c_hex16(*text) : 0;
 }
 
-bool MetaApi::is_password()
+bool MetaApi::is_password() const
 {
-    const auto type = get("type");
-    return type && type->find("password") != std::string_view::npos;
+    const auto speaks_of_it = [](const MetaApi &api) {
+        return api.look("type").value_or("").find("password") != std::string_view::npos;
+    };
+    return speaks_of_it(*this) || speaks_of_it(MetaApi(own("link").value_or("")));
+}
+
+bool MetaApi::visible_to(unsigned mask)
+{
+    return readable_by(mask) && ((mask & kLevel0Bits) != 0 || !is_true("private"));
 }
 
 std::optional<std::string> meta_get(std::string_view api, std::string_view attribute)
@@ -113,17 +131,19 @@ std::optional<std::string> meta_get_parent(std::string_view name)
     return cut(name.substr(0, dot), kMaxNameBytes);
 }
 
-std::optional<std::string> meta_get_prev_node(std::string_view name)
-{
-    const auto parent = meta_get_parent(name);
-    if (!parent)
-        return std::nullopt;
-    return parent->substr(parent->rfind('.') + 1); // npos + 1 is 0: the parent is one component
-}
-
 bool meta_is_password(std::string_view api)
 {
-    return MetaApi(api).is_password();
+    return MetaApi(api).is_secret();
+}
+
+std::string shown_value(std::string_view api, std::string_view value)
+{
+    return value.size() > 1 && meta_is_password(api) ? kHiddenPassword : std::string(value);
+}
+
+std::string value_for_log(std::string_view api, std::string_view value)
+{
+    return std::string(name_kind(api) == NameKind::api && !meta_is_password(api) ? value : kHiddenPassword);
 }
 
 bool meta_is_hidden(unsigned mask, std::string_view api)

@@ -25,19 +25,33 @@ class MetaApi {
     explicit MetaApi(std::string_view api);
     explicit operator bool() const { return !chain_.empty(); }
 
-    /// Inherited; an empty value gives none. A value that comes from the grandparent or above, or is found
-    /// nowhere, is stored on the API's own node (empty for "nowhere"), so that the next lookup is short; not
-    /// below a node that is an attribute itself.
+    /// Inherited; an empty value gives none. A value that comes from the grandparent or above is stored on
+    /// the API's own node, where listings of the metadata show it from then on.
     std::optional<std::string_view> get(std::string_view attribute);
+
+    /// The same, storing nothing: for questions of clients.
+    std::optional<std::string_view> look(std::string_view attribute) const;
 
     /// Own node only; an empty value is returned as such.
     std::optional<std::string_view> own(std::string_view attribute) const;
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
-    bool is_password(); ///< the inherited "type" speaks of a password
+    /// The inherited "type", or that of the API that "link" names, speaks of a password: no reply shows it.
+    bool is_password() const;
+
+    /// A password, or what a reader built from one and marked with the API's own "secret": not for logs and
+    /// open files, and in replies for those who may read it.
+    bool is_secret() const { return is_password() || own("secret") == "true"; }
+
+    bool readable_by(unsigned mask) { return (mask & perm() & kReadBits) != 0; }
+
+    /// Readable, and not private for a caller without a level-0 bit: what listings show.
+    bool visible_to(unsigned mask);
 
   private:
+    std::optional<std::string_view> find(std::string_view attribute, std::size_t &levels) const;
+
     std::vector<Node> chain_; // from the first component's node to the API's own
 };
 
@@ -63,11 +77,16 @@ bool meta_is_true(std::string_view api, std::string_view attribute);
 /// A.B.C gives A.B; none for a name without a dot.
 std::optional<std::string> meta_get_parent(std::string_view name);
 
-/// A.B.C gives B; none for a name without a dot.
-std::optional<std::string> meta_get_prev_node(std::string_view name);
-
-/// The API's inherited "type" speaks of a password: its value is not for logs.
+/// The value is not for logs, events and open files: MetaApi::is_secret().
 bool meta_is_password(std::string_view api);
+
+/// What others than its owner see of a value: seven asterisks for a password, but a password of one byte,
+/// which clients have always seen, and an empty one.
+std::string shown_value(std::string_view api, std::string_view value);
+
+/// What a log line shows of a value that somebody gave for `api`: seven asterisks, unless the name is that of
+/// an API and its type speaks of no password. A misspelt name may be meant for one that does.
+std::string value_for_log(std::string_view api, std::string_view value);
 
 /// The API is private and the mask has no level-0 bit.
 bool meta_is_hidden(unsigned mask, std::string_view api);

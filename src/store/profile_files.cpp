@@ -2,37 +2,31 @@
 
 #include "base/file_text.h"
 #include "base/limits.h"
+#include "base/text.h"
+#include "platform/fd.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
-#include "store/hdf_file.h"
 #include "store/hdfutils.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
-#include <functional>
-#include <optional>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace qvcd {
 
-Tree profileDB;
+std::map<std::string, std::string, std::greater<>> profileDB;
 
 namespace {
 
 constexpr std::string_view kSuffix = ".hdf";
 constexpr std::string_view kGroupSuffix = "Profiles";
 constexpr std::size_t kMaxProfileNameBytes = 250; // with the suffix it is a file name on every file system
-
-// The profile's node in profileDB; a name may hold any sign that a file name may.
-std::string profile_node(std::string_view name)
-{
-    return std::string("Profile.").append(name);
-}
 
 struct GroupLeaf {
     std::string parent;
@@ -62,7 +56,7 @@ std::string collapse_percents(std::string_view text)
     return result;
 }
 
-// The folder's entries that hold ".hdf", last first.
+// The folder's entries that hold ".hdf".
 std::vector<std::string> profile_entries(std::error_code &error)
 {
     std::vector<std::string> entries;
@@ -71,104 +65,45 @@ std::vector<std::string> profile_entries(std::error_code &error)
         if (std::string name = entry->path().filename().string(); name.find(kSuffix) != std::string::npos)
             entries.push_back(std::move(name));
     }
-    std::sort(entries.begin(), entries.end(), std::greater<>());
     return entries;
 }
 
-// Their names cut at ".hdf".
-std::vector<std::string> stored_profiles(std::error_code &error)
+bool log_failure(const char *what, const std::string &file, int error)
 {
-    std::vector<std::string> names;
-    for (const std::string &file : profile_entries(error)) {
-        const std::string name = file.substr(0, file.find(kSuffix));
-        if (is_profile_name(name))
-            names.push_back(name);
-    }
-    return names;
+    if (error)
+        qv_log_print(kLogError, "Can not %s %s: %s\n", what, file.c_str(), std::strerror(error));
+    return error == 0;
 }
 
-void enter_stored_profile(const std::string &name)
+int flush_folder()
 {
-    std::string group;
-    profile_read_group(name, group);
-    if (!profiledb_add(name, group))
-        qv_log_print(kLogWarning,
-                     "Profile %s is not listed: its name has an empty part between two dots or at its end\n",
-                     name.c_str());
+    const Fd folder(open(qv_sysroot_path(kProfileFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder && fsync(folder.get()) == 0 ? 0 : errno;
 }
 
-bool belongs_to(std::string_view name, std::string_view group)
+bool remove_entry(const std::string &entry)
 {
-    std::string its_group;
-    return profile_read_group(name, its_group) == 0 && its_group == group;
+    const std::string file = std::string(kProfileFolder) + "/" + entry;
+    return log_failure("remove", file, unlink(qv_sysroot_path(file).c_str()) == 0 ? 0 : errno);
 }
 
 } // namespace
 
-int profiledb_load()
-{
-    profileDB = Tree::make();
-    profileDB.set("Profile.current", hdfDB.get_or(kCurrentProfileApi, kDefaultProfile));
-    profiledb_add(kDefaultProfile);
-    mkdir(qv_sysroot_path(kProfileFolder).c_str(), 0777); // where it fails, reading the folder does too
-    std::error_code error;
-    for (const std::string &name : stored_profiles(error))
-        enter_stored_profile(name);
-    if (error)
-        qv_log_print(kLogError, "%s: %s\n", kProfileFolder, error.message().c_str());
-    return error ? 1 : 0;
-}
-
-void profiledb_destroy()
-{
-    profileDB.destroy();
-}
-
-bool profiledb_add(std::string_view name, std::string_view group)
-{
-    const std::string node = profile_node(name);
-    if (!profileDB.root().set(node + ".name", name, Names::any))
-        return false;
-    return group.empty() || profileDB.root().set(node + ".group", group, Names::any);
-}
-
-void profiledb_remove(std::string_view name)
-{
-    profileDB.remove(profile_node(name));
-}
-
-std::size_t profiledb_count_group(std::string_view group)
-{
-    std::size_t count = 0;
-    hdfutils_traverse_tree(profileDB.root(), {}, hdfutils_check_endnode, [&](Node leaf, const std::string &) {
-        if (count < kMaxGroupProfiles && leaf.name() == "group" && leaf.text() == group)
-            ++count;
-    });
-    return count;
-}
-
-int check_valid_profile(std::string_view name)
-{
-    const Node known = profileDB.find(profile_node(name) + ".name");
-    return known.value() ? 1 : 0;
-}
-
-std::vector<std::string> profile_names_of_group(std::string_view group)
-{
-    std::vector<std::string> names;
-    hdfutils_traverse_tree(profileDB.root(), {}, hdfutils_check_endnode, [&](Node leaf, const std::string &) {
-        const std::string_view name = leaf.text();
-        if (names.size() < kMaxGroupProfiles && name != kDefaultProfile && belongs_to(name, group))
-            names.emplace_back(name);
-    });
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 bool is_profile_name(std::string_view name)
 {
     return !name.empty() && name.size() <= kMaxProfileNameBytes && name.front() != '.' &&
-           name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+           name.find('/') == std::string_view::npos && is_one_line(name);
+}
+
+bool is_profile_selection(std::string_view api)
+{
+    if (api.starts_with(kUnitSelection))
+        return true;
+    const std::string_view group = api.substr(0, std::min(api.rfind('.'), api.size()));
+    const std::string_view leaf = api.substr(std::min(group.size() + 1, api.size()));
+    if (!group.ends_with(kGroupSuffix) || (leaf != "name" && leaf != "desc"))
+        return false;
+    return meta_get(join_name(group, "name"), "type").value_or("").find("profile2") != std::string::npos;
 }
 
 std::string profile_file(std::string_view name)
@@ -176,19 +111,79 @@ std::string profile_file(std::string_view name)
     return std::string(kProfileFolder).append("/").append(name).append(kSuffix);
 }
 
-void profile_remove_files()
+int profiledb_load()
 {
-    std::error_code error; // of reading the folder, which profiledb_load() reports
+    profileDB.clear();
+    mkdir(qv_sysroot_path(kProfileFolder).c_str(), 0777); // where it fails, reading the folder does too
+    std::error_code error;
     for (const std::string &entry : profile_entries(error)) {
-        const std::string file = std::string(kProfileFolder) + "/" + entry;
-        if (unlink(qv_sysroot_path(file).c_str()) != 0)
-            qv_log_print(kLogError, "Can not remove %s: %s\n", file.c_str(), std::strerror(errno));
+        if (entry.ends_with(kSuffix))
+            profiledb_update(entry.substr(0, entry.size() - kSuffix.size()));
     }
+    if (error)
+        qv_log_print(kLogError, "%s: %s\n", kProfileFolder, error.message().c_str());
+    return error ? 1 : 0;
+}
+
+void profiledb_destroy()
+{
+    profileDB.clear();
+}
+
+void profiledb_update(const std::string &name)
+{
+    if (profile_exists(name) != 0) {
+        profileDB.erase(name);
+        return;
+    }
+    std::string group;
+    profile_read_group(name, group); // one that is no good is listed, too: it can be removed
+    profileDB[name] = group;
+}
+
+std::string profile_current()
+{
+    std::string name = hdfDB.get_or(kCurrentProfileApi, "");
+    return name.empty() ? kDefaultProfile : name;
+}
+
+std::vector<std::string> profile_names()
+{
+    std::vector<std::string> names = {kDefaultProfile};
+    for (const auto &[name, group] : profileDB)
+        names.push_back(name);
+    return names;
+}
+
+std::size_t profiledb_count_group(std::string_view group)
+{
+    return static_cast<std::size_t>(
+        std::ranges::count_if(profileDB, [&](const auto &profile) { return profile.second == group; }));
+}
+
+int check_valid_profile(std::string_view name)
+{
+    return name == kDefaultProfile || profileDB.contains(name) ? 1 : 0;
+}
+
+std::vector<std::string> profile_names_of_group(std::string_view group)
+{
+    std::vector<std::string> names;
+    const auto current = profileDB.find(profile_current());
+    if (current != profileDB.end() && current->second == group)
+        names.push_back(current->first);
+    for (const auto &[name, its_group] : profileDB) {
+        if (its_group == group && names.size() < kMaxGroupProfiles)
+            names.push_back(name);
+    }
+    std::ranges::sort(names);
+    return names;
 }
 
 int profile_exists(std::string_view name)
 {
-    return is_profile_name(name) && file_exists(qv_sysroot_path(profile_file(name))) ? 0 : 1;
+    const bool can_exist = is_profile_name(name) && name != kDefaultProfile;
+    return can_exist && file_exists(qv_sysroot_path(profile_file(name))) ? 0 : 1;
 }
 
 int profile_read_hdf(std::string_view name, Tree &tree)
@@ -205,13 +200,58 @@ int profile_read_hdf(std::string_view name, Tree &tree)
     return read.result == HdfResult::ok ? 0 : 1;
 }
 
+bool profile_write_hdf(const std::string &name, const Tree &document, FileKind kind)
+{
+    if (hdf_text(document.root()).size() > kMaxProfileBytes)
+        return log_failure("write", profile_file(name), EFBIG);
+    return hdf_write_file(qv_sysroot_path(profile_file(name)), document.root(), kind);
+}
+
+std::optional<ProfileText> profile_read_text(const std::string &name)
+{
+    const std::string file = qv_sysroot_path(profile_file(name));
+    struct stat st {};
+    if (stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+        return std::nullopt;
+    auto text = read_file(file);
+    if (!text || text->size() != static_cast<std::size_t>(st.st_size))
+        return std::nullopt;
+    return ProfileText{std::move(*text), st.st_mode & 0777U};
+}
+
+bool profile_write_text(const std::string &name, const ProfileText &file)
+{
+    const std::string path = profile_file(name);
+    return log_failure("write", path, replace_secret_file(qv_sysroot_path(path), file.text, file.mode));
+}
+
+bool profile_remove_file(const std::string &name)
+{
+    return remove_entry(name + std::string(kSuffix)) && log_failure("flush", kProfileFolder, flush_folder());
+}
+
+bool profile_remove_files()
+{
+    std::error_code error; // of reading the folder, which profiledb_load() reports
+    bool removed = true;
+    for (const std::string &entry : profile_entries(error))
+        removed &= remove_entry(entry);
+    return error ? removed : removed && log_failure("flush", kProfileFolder, flush_folder());
+}
+
+std::string profile_group(const Tree &document)
+{
+    const std::optional<GroupLeaf> leaf = find_group_leaf(document, "name");
+    return leaf ? cut(leaf->parent + ".name", kMaxValueBytes) : std::string();
+}
+
 int profile_read_group(std::string_view name, std::string &out)
 {
     Tree profile;
     if (profile_read_hdf(name, profile) != 0)
         return 1;
-    if (const std::optional<GroupLeaf> leaf = find_group_leaf(profile, "name"))
-        out = cut(leaf->parent + ".name", kMaxValueBytes);
+    if (std::string group = profile_group(profile); !group.empty())
+        out = std::move(group);
     return 0;
 }
 

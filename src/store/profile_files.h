@@ -1,58 +1,74 @@
 #pragma once
 
+#include "store/hdf_file.h"
 #include "store/tree.h"
 
 #include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace qvcd {
 
-// Profiles: named snapshots of settings, one HDF file each, "/etc/profiles/<name>.hdf", and the tree that
-// tells which there are. Values in the files are URL-encoded. A profile may belong to a group of settings,
-// whose identifier is the full name of the group's "name" API, "<prefix>.Profiles.name".
+// Profiles: named snapshots of settings, one HDF file each, "/etc/profiles/<name>.hdf", and the list of those
+// there are. Values in the files are URL-encoded. A profile may belong to a group of settings, whose
+// identifier is the full name of the group's "name" API, "<prefix>Profiles.name".
 
 inline constexpr char kProfileFolder[] = "/etc/profiles";
 inline constexpr char kDefaultProfile[] = "default"; ///< the factory settings: has no file
+inline constexpr char kUnitSelection[] =
+    "System.Configuration.Profiles."; ///< what its APIs' names begin with
 inline constexpr char kCurrentProfileApi[] = "System.Configuration.Profiles.current";
 inline constexpr std::size_t kMaxGroupProfiles = 16;
+inline constexpr std::size_t kMaxProfileBytes = std::size_t{4} << 20; ///< what hdf_read_foreign_file() takes
 
-/// Which profiles there are: "Profile.current" (the selected one's name), "Profile.<name>.name" and, for the
-/// profiles of a group, "Profile.<name>.group". Changed only under the command lock.
-extern Tree profileDB;
+// ---- Names ----
 
-/// Makes profileDB anew from the folder, which is created when there is none. A name that no tree can hold
-/// (with two dots in a row, or one at its end) is logged and left out. Returns 1 when the folder cannot be
-/// read, else 0.
-int profiledb_load();
-
-void profiledb_destroy();
-
-/// Enters a profile; and its group, when that is not empty. False for a name that no tree can hold.
-bool profiledb_add(std::string_view name, std::string_view group = {});
-
-/// Forgets a profile and what stands below its name.
-void profiledb_remove(std::string_view name);
-
-/// How many profiles belong to the group, counted up to kMaxGroupProfiles.
-std::size_t profiledb_count_group(std::string_view group);
-
-/// Nonzero when profileDB knows the profile.
-int check_valid_profile(std::string_view name);
-
-/// The profiles whose file names this group, as a walk over all leaves of profileDB finds them, so the
-/// current one stands there twice; at most kMaxGroupProfiles, sorted bytewise.
-std::vector<std::string> profile_names_of_group(std::string_view group);
-
-/// True for a name that can be a file's: not empty, no slash, no dot in front, at most 250 bytes.
+/// True for a name that can be a file's: not empty, no slash, no control character, no dot in front, at most
+/// 250 bytes.
 bool is_profile_name(std::string_view name);
+
+/// True for an API that says which profile is selected: those of the unit, beside kCurrentProfileApi, and
+/// "<prefix>Profiles.name" and ".desc" where the name's type is "profile2".
+bool is_profile_selection(std::string_view api);
 
 /// The profile's file, as a path of the appliance (platform/sysroot.h).
 std::string profile_file(std::string_view name);
 
-/// Removes the files of all profiles; one that cannot be removed stays and is logged.
-void profile_remove_files();
+// ---- The list. Changed only under the command lock. ----
+
+/// The profiles that have a file, last name first, each with its group, which is empty for none.
+extern std::map<std::string, std::string, std::greater<>> profileDB;
+
+/// Makes profileDB anew from the folder, which is created when there is none. Returns 1 when the folder
+/// cannot be read, else 0.
+int profiledb_load();
+
+void profiledb_destroy();
+
+/// Makes one entry of profileDB what the profile's file says.
+void profiledb_update(const std::string &name);
+
+/// The selected profile of the unit; kDefaultProfile when there is none.
+std::string profile_current();
+
+/// "default" and the listed profiles.
+std::vector<std::string> profile_names();
+
+/// How many profiles belong to the group.
+std::size_t profiledb_count_group(std::string_view group);
+
+/// Nonzero when there is such a profile.
+int check_valid_profile(std::string_view name);
+
+/// The profiles of a group, sorted bytewise: the unit's current one, which so stands there twice, and then
+/// those of profileDB, kMaxGroupProfiles in all.
+std::vector<std::string> profile_names_of_group(std::string_view group);
+
+// ---- Files. Each change is on the disk, or the file is as it was and the reason is logged. ----
 
 /// 0 when the profile has a file, 1 when it has none.
 int profile_exists(std::string_view name);
@@ -61,8 +77,28 @@ int profile_exists(std::string_view name);
 /// "default" nothing is read and the result is 0. `tree` is made anew otherwise.
 int profile_read_hdf(std::string_view name, Tree &tree);
 
-/// The identifier of the group a profile belongs to, at most kMaxValueBytes. 1 when the profile cannot be
-/// read, else 0; a profile without a group leaves `out` as it is.
+/// Writes a document, whose values are URL-encoded. False too for one that could not be read again: larger
+/// than kMaxProfileBytes, or nested too deeply.
+bool profile_write_hdf(const std::string &name, const Tree &document, FileKind kind);
+
+/// A profile's file as it is, for copies. It may hold passwords, so the mode counts.
+struct ProfileText {
+    std::string text;
+    unsigned mode;
+};
+std::optional<ProfileText> profile_read_text(const std::string &name);
+bool profile_write_text(const std::string &name, const ProfileText &file);
+
+bool profile_remove_file(const std::string &name);
+
+/// Removes the files of all profiles; false when one could not be removed.
+bool profile_remove_files();
+
+/// The identifier of the group that a profile's document belongs to, at most kMaxValueBytes; empty for none.
+std::string profile_group(const Tree &document);
+
+/// The same from the profile's file. 1 when it cannot be read, else 0; a profile without a group leaves `out`
+/// as it is.
 int profile_read_group(std::string_view name, std::string &out);
 
 /// The same for the group's description. In it "%%" becomes "%"; other percent sequences stand as they are.

@@ -13,9 +13,6 @@ namespace {
 
 using CommandsTest = AuthTest;
 
-constexpr unsigned kAdmin = 0x0777;
-constexpr unsigned kViewer = 0x0077;
-
 struct Answer {
     int result;
     std::string text;
@@ -32,7 +29,8 @@ Answer ask(CommandHandler handler, unsigned mask, Args args)
     char *text = nullptr;
     std::size_t size = 0;
     std::FILE *out = open_memstream(&text, &size);
-    const int result = handler(mask, args, out);
+    Request request(mask);
+    const int result = handler(request, args, out);
     std::fclose(out);
     Answer answer{result, std::string(text, size)};
     std::free(text);
@@ -40,13 +38,13 @@ Answer ask(CommandHandler handler, unsigned mask, Args args)
 }
 
 // args[0] is the sub-command.
-Answer ask_sub(const CommandRecord &record, const Args &args)
+Answer ask_sub(const CommandRecord &record, const Args &args, unsigned mask = kAdmin)
 {
     const auto row =
         std::ranges::find_if(record.sub_commands, [&](auto &sub) { return args[0] == sub.name; });
     if (row == record.sub_commands.end())
         return {-1, "no such sub-command"};
-    return ask(row->handler, kAdmin, args);
+    return ask(row->handler, mask, args);
 }
 
 TEST_F(CommandsTest, UserSubCommands)
@@ -81,17 +79,18 @@ TEST_F(CommandsTest, UserSubCommands)
          true},
         {{"passwd", "admin", long_name.substr(0, 1024)}, {0, "User.admin.passwd=##Password too long#\n"}},
         {{"passwd", "admin", "x%0Ay"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
-        {{"passwd", "admin", "x%0D"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
+        {{"passwd", "admin", "x%01y"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
+        {{"passwd", "admin", "x%7F"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
         {{"passwd", "admin", "+x"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
         {{"passwd", "admin", "x%00"}, {0, "User.admin.passwd=##Invalid password character#\n"}},
         {{"passwd", "admin"}, {0, "##error: user pwd <user> <password>#\n"}},
         {{"passwd", "none", "x"}, {0, "User.none.passwd=##user none does not exist#\n"}},
         {{"passwd", "a%0Ab", "x"}, {0, "User.a%0Ab.passwd=##user a%0Ab does not exist#\n"}},
+        {{"passwd", "a\x1b", "x"}, {0, "User.a .passwd=##user a  does not exist#\n"}},
         {{"passwd", "admin.x", "x"}, {0, "User.admin.x.passwd=##user admin.x does not exist#\n"}},
         {{"rem", "viewer"}, {0, "User.viewer\n"}, true},
         {{"rem", "none"}, {1, "User.none=##Does not exist#\n"}},
         {{"rem", "admin.passwd"}, {1, "User.admin.passwd=##Does not exist#\n"}},
-        {{"rem", long_name}, {1, "User." + long_name + "=##Does not exist#\n"}},
         {{"rem", "admin"}, {0, "##can not remove admin#\n"}},
         {{"rem", "%61dmin"}, {0, "##can not remove admin#\n"}},
         {{"rem"}, {0, "##can not remove #\n"}},
@@ -123,11 +122,52 @@ TEST_F(CommandsTest, UserSubCommands)
     }
 }
 
-TEST_F(CommandsTest, ExportGoesBelowTheRootAndIsSecret)
+TEST_F(CommandsTest, ExportGoesBelowTheRoot)
 {
     ask_sub(userRecord, {"export", "/../tmp/users"});
-    EXPECT_EQ(0600U, mode_of("tmp/users"));
     EXPECT_EQ(kUserFile, auth_root().read("tmp/users"));
+}
+
+TEST_F(CommandsTest, RefusalsOfUserChangesAreReplies)
+{
+    ASSERT_EQ(nullptr, user_set_group(kRoot, "maker", "0"));
+    ASSERT_EQ(nullptr, user_set_passwd(kRoot, {{"maker", "m"}}));
+    const std::string import = "User.maker.passwd = x\n";
+    const struct {
+        Args args;
+        int result;
+        std::string prefix;
+    } rows[] = {
+        {{"add", "maker", "1"}, 0, "User.maker.group="},
+        {{"mod", "admin", "0"}, 0, "User.admin.group="},
+        {{"passwd", "maker", "x"}, 0, "User.maker.passwd="},
+        {{"rem", "maker"}, 1, "User.maker="},
+        {{"default", "maker"}, 0, "User.maker.passwd="},
+        {{"import", "/tmp/import"}, 1, ""},
+        {{"export", "/tmp/export"}, 1, ""},
+    };
+    auth_root().write("tmp/import", import);
+    for (const auto &row : rows)
+        EXPECT_EQ((Answer{row.result, row.prefix + "##Invalid permission#\n"}), ask_sub(userRecord, row.args))
+            << row.args[0];
+    EXPECT_FALSE(std::filesystem::exists(auth_root().path("tmp/export")));
+    EXPECT_NE(std::string::npos, ask_sub(userRecord, {"list"}).text.find("User.maker.passwd=*******\n"));
+    EXPECT_NE(std::string::npos, ask_sub(userRecord, {"export"}).text.find("User.maker.passwd=*******\n"));
+    EXPECT_NE(std::string::npos, ask_sub(userRecord, {"list"}, kRoot).text.find("User.maker.passwd=m\n"));
+    const std::string reset = "User.admin.passwd=first\nUser.viewer.passwd=##default does not exist#\n"
+                              "User.silent.passwd=##default does not exist#\n";
+    EXPECT_EQ((Answer{0, reset + "User.maker.passwd=##Invalid permission#\n"}),
+              ask_sub(userRecord, {"default"}));
+
+    user_set_db_file(qv_device_file("/none/user.conf"));
+    const std::pair<Args, Answer> unwritten[] = {
+        {{"add", "new", "2"}, {0, "User.new.group=##Can not write user file#\n"}},
+        {{"passwd", "viewer", "x"}, {0, "User.viewer.passwd=##Can not write user file#\n"}},
+        {{"rem", "viewer"}, {1, "User.viewer=##Can not write user file#\n"}},
+        {{"default", "admin"}, {0, "User.admin.passwd=##Can not write user file#\n"}},
+    };
+    for (const auto &[args, answer] : unwritten)
+        EXPECT_EQ(answer, ask_sub(userRecord, args)) << args[0];
 }
 
 TEST_F(CommandsTest, GroupSubCommands)
@@ -168,13 +208,14 @@ TEST_F(CommandsTest, RefusalsOfTheSessionCommands)
     for (const auto &row : rows) {
         EXPECT_EQ(row.answer, ask(row.record.handler, row.mask, row.args)) << row.record.name;
         Args args = row.args;
-        EXPECT_EQ(row.answer.result, row.record.handler(row.mask, args, nullptr)) << row.record.name;
+        Request request(row.mask);
+        EXPECT_EQ(row.answer.result, row.record.handler(request, args, nullptr)) << row.record.name;
     }
 }
 
 TEST_F(CommandsTest, PasswordsArriveEscapedOrAsTheyStand)
 {
-    user_set_passwd("silent", "50%+tax %41");
+    user_set_passwd(kRoot, {{"silent", "50%+tax %41"}});
     const struct {
         const char *name, *password;
         int result;
@@ -221,20 +262,39 @@ TEST_F(CommandsTest, WithoutSessionCheckingEverySessionIsOne)
     disable_login = 0;
 }
 
-TEST_F(CommandsTest, LogTellsWhoButNoPassword)
+TEST_F(CommandsTest, NumbersOfMorePowerfulSessionsAreNotShown)
+{
+    ASSERT_EQ(nullptr, user_set_group(kRoot, "silent", "0"));
+    ASSERT_EQ(nullptr, user_set_passwd(kRoot, {{"silent", "s"}}));
+    const std::string above = std::to_string(session_login("silent", "s", {}, {}));
+    const std::string beside = std::to_string(session_login("admin", "kelpo", {}, {}));
+    const std::string seen = ask(sessionsRecord.handler, kAdmin, {}).text;
+    EXPECT_EQ(std::string::npos, seen.find(above)) << seen;
+    EXPECT_NE(std::string::npos, seen.find(beside)) << seen;
+    EXPECT_NE(std::string::npos, seen.find("user = root")) << seen;
+    EXPECT_NE(std::string::npos, ask(sessionsRecord.handler, kRoot, {}).text.find(above));
+}
+
+TEST_F(CommandsTest, LogTellsWhoButNoPasswordAndNoNumber)
 {
     const std::string file = auth_root().path("tmp/log");
     qv_log_start(4, false, false, file.c_str(), false, "test");
     ask(loginRecord.handler, kAdmin, {"admin", "s3cret%201"});
+    ask(loginRecord.handler, kAdmin, {std::string(5000, 'x'), "s3cret"});
     ask_sub(userRecord, {"passwd", "admin", "s3cret%201"});
-    ask(loginRecord.handler, kAdmin, {"admin", "s3cret%201", "10.0.0.7"});
-    user_set_passwd("admin", "x");
+    const Answer in = ask(loginRecord.handler, kAdmin, {"web:admin", "s3cret%201", "10.0.0.7"});
+    const std::string number = in.text.substr(8, in.text.size() - 9);
+    ask(logoutRecord.handler, kAdmin, {number});
     ask_sub(userRecord, {"passwd", "admin", "s3cret%0A1"});
     qv_log_stop();
 
     const std::string log = auth_root().read("tmp/log");
     EXPECT_EQ(std::string::npos, log.find("s3cret")) << log;
-    for (const char *line : {"Failed login for user admin", "Set Password for user admin", " on 10.0.0.7"})
+    EXPECT_EQ(std::string::npos, log.find(number)) << log;
+    for (const std::string line :
+         {"Failed login for user admin\n", "Set Password for user admin\n", "User admin login on 10.0.0.7\n",
+          "notify: login: admin=******* (qvc login)\n", "User admin logout\n",
+          "Failed login for nonuser xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx\n"})
         EXPECT_NE(std::string::npos, log.find(line)) << line << "\n" << log;
 }
 

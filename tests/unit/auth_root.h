@@ -36,6 +36,10 @@ inline constexpr char kUserFile[] = "Group {\n"
                                     "  silent {\n    group = 2\n  }\n"
                                     "}\n";
 
+inline constexpr unsigned kRoot = 0x7777;
+inline constexpr unsigned kAdmin = 0x0777;
+inline constexpr unsigned kViewer = 0x0077;
+
 /// Starts each test with the users above, session 0 and an empty list file.
 class AuthTest : public testing::Test {
   protected:

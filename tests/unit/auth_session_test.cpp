@@ -1,11 +1,12 @@
 #include "auth_root.h"
 
 #include "auth/server_login.h"
-#include "auth/session_list.h"
 #include "base/options.h"
 #include "platform/crypto.h"
 
 #include <ctime>
+#include <functional>
+#include <unistd.h>
 
 namespace qvcd {
 namespace {
@@ -31,14 +32,14 @@ TEST_F(SessionTest, WithoutSessionCheckingZeroIsOnTheList)
 
 TEST_F(SessionTest, LoginWritesTheSession)
 {
-    const int n = session_login("viewer", "a b", "10.0.0.7", "web");
+    const int n = session_login("viewer", "a b", "10.0.0.7", "we\x1b");
     ASSERT_GE(n, 10);
     ASSERT_LE(n, 97612903);
     EXPECT_EQ("viewer", field(n, "user"));
     EXPECT_EQ("77", field(n, "perm"));
     EXPECT_EQ("2", field(n, "group"));
     EXPECT_EQ("10.0.0.7", field(n, "ip"));
-    EXPECT_EQ("web", field(n, "server"));
+    EXPECT_EQ("we ", field(n, "server"));
     const std::string time = field(n, "login");
     std::tm parsed{};
     const char *end = strptime(time.c_str(), "%a %b %e %H:%M:%S %Y", &parsed);
@@ -108,6 +109,18 @@ TEST_F(SessionTest, PrefixGivesANumberThatClientsCanCompute)
     EXPECT_EQ(std::to_string(n) + "\n", list());
 }
 
+TEST_F(SessionTest, ANumberThatSomebodyHasIsNotTakenOver)
+{
+    const int taken = qvcrypto_get_md5_session("box:admin:kelpo");
+    sessionDB.set("Session." + std::to_string(taken) + ".user", "viewer");
+    sessionDB.set("Session." + std::to_string(taken) + ".ip", "10.0.0.7");
+    const int n = login("box:admin", "kelpo");
+    EXPECT_NE(taken, n);
+    EXPECT_EQ("admin", field(n, "user"));
+    EXPECT_EQ("viewer", field(taken, "user"));
+    EXPECT_EQ(n, login("box:admin", "kelpo"));
+}
+
 TEST_F(SessionTest, Logout)
 {
     const int first = login("admin", "kelpo");
@@ -173,55 +186,53 @@ TEST_F(SessionTest, FirstLineOfAConnection)
     disable_login = 0;
 }
 
-TEST_F(SessionTest, ListFile)
+TEST_F(SessionTest, ListFileIsReplacedNeverWrittenInto)
 {
-    const std::string long_line(127, 'x');
-    const struct {
-        void (*change)(int);
-        int n;
-        std::string before, after;
-    } rows[] = {
-        {session_add_to_list, 7, "", "7\n"},
-        {session_add_to_list, 7, "8\n", "8\n7\n"},
-        {session_add_to_list, 7, "8\n7\n9\n", "8\n7\n9\n"},
-        {session_add_to_list, 7, "77\n", "77\n7\n"},
-        {session_add_to_list, 7, "rubbish\n\n07\n", "rubbish\n\n07\n"},
-        {session_add_to_list, 7, "8", "8\n7\n"},
-        {session_remove_from_list, 7, "8\n7\n9\n7\n", "8\n9\n"},
-        {session_remove_from_list, 7, "8\nrubbish\n\n 9 x\n7\n-3\n", "8\n 9 x\n-3\n"},
-        {session_remove_from_list, 7, "7\n", ""},
-        {session_remove_from_list, 7, "8\nrubbish\n\n77\r\n", "8\nrubbish\n\n77\r\n"},
-        {session_remove_from_list, 7, long_line + "7\n8\n", "8\n"}, // a line of over 127 bytes counts as two
-        {session_remove_from_list, 7, std::string("7\0\n8\n", 5), "8\n"},
+    const std::string path = auth_root().path("tmp/current_sessions");
+    const std::string other = auth_root().write("etc/passwd", "precious\n");
+    const std::function<void()> plants[] = {
+        [&] { std::filesystem::create_symlink(other, path); },
+        [&] { std::filesystem::create_hard_link(other, path); },
+        [&] { // somebody else's, who would read the numbers; needs root
+            auth_root().write("tmp/current_sessions", "1\n");
+            std::filesystem::permissions(path, std::filesystem::perms(0666));
+            if (geteuid() == 0) {
+                EXPECT_EQ(0, chown(path.c_str(), 65534, 65534));
+            } else {
+                std::filesystem::remove(path);
+            }
+        },
     };
-    for (const auto &row : rows) {
-        auth_root().write("tmp/current_sessions", row.before);
-        row.change(row.n);
-        EXPECT_EQ(row.after, list()) << row.before;
+    for (const auto &make : plants) {
+        std::filesystem::remove(path);
+        make();
+        session_load_db_file(0);
+        const int n = login("admin", "kelpo");
+        EXPECT_EQ(std::to_string(n) + "\n", list());
+        EXPECT_EQ("precious\n", auth_root().read("etc/passwd"));
+        struct stat st {};
+        ASSERT_EQ(0, lstat(path.c_str(), &st));
+        EXPECT_TRUE(S_ISREG(st.st_mode));
+        EXPECT_EQ(geteuid(), st.st_uid);
+        EXPECT_EQ(0600U, st.st_mode & 07777U);
     }
+    std::filesystem::permissions(path, std::filesystem::perms(0640)); // for a program of the firmware
+    login("viewer", "a b");
+    EXPECT_EQ(0640U, mode_of("tmp/current_sessions"));
 }
 
-TEST_F(SessionTest, ManySessionsKeepTheirPlaceOnTheList)
+TEST_F(SessionTest, AListThatCannotBeWrittenComesBackWhole)
 {
-    std::string expected;
-    for (int n = 100000; n < 100400; ++n) {
-        session_add_to_list(n);
-        if (n != 100200)
-            expected += std::to_string(n) + "\n";
-    }
-    session_remove_from_list(100200);
-    EXPECT_EQ(expected, list());
-}
-
-TEST_F(SessionTest, ListFileIsNotWrittenThroughALink)
-{
-    const std::string target = auth_root().write("etc/passwd", "precious\n");
-    std::filesystem::remove(auth_root().path("tmp/current_sessions"));
-    std::filesystem::create_symlink(target, auth_root().path("tmp/current_sessions"));
-    session_add_to_list(7);
-    session_clear_list();
-    EXPECT_EQ("precious\n", auth_root().read("etc/passwd"));
-    std::filesystem::remove(auth_root().path("tmp/current_sessions"));
+    const std::string path = auth_root().path("tmp/current_sessions");
+    std::filesystem::remove(path);
+    std::filesystem::create_directories(path);
+    const std::string first = std::to_string(login("admin", "kelpo"));
+    EXPECT_TRUE(std::filesystem::is_directory(path));
+    std::filesystem::remove(path);
+    const std::string second = std::to_string(login("viewer", "a b"));
+    EXPECT_EQ(first + "\n" + second + "\n", list());
+    for (const auto &entry : std::filesystem::directory_iterator(auth_root().path("tmp")))
+        EXPECT_EQ(std::string::npos, entry.path().filename().string().find(".qvcd")) << entry;
 }
 
 } // namespace

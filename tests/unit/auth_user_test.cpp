@@ -1,5 +1,10 @@
 #include "auth_root.h"
 
+#include "base/text.h"
+#include "platform/api_errors.h"
+
+#include <functional>
+
 namespace qvcd {
 namespace {
 
@@ -70,6 +75,27 @@ TEST_F(UserTest, FileThatCannotBeReadLeavesNobody)
     EXPECT_EQ(0U, user_get_perm("admin"));
 }
 
+TEST_F(UserTest, AFileThatCouldNotBeReadIsNotOverwritten)
+{
+    const std::string broken = std::string(kUserFile) + "}\n";
+    auth_root().write("etc/user.conf", broken);
+    ASSERT_EQ(1, user_load_db_file(qv_device_file("/etc/user.conf")));
+    const std::string good = auth_root().write("tmp/users", kUserFile);
+    EXPECT_STREQ(kUserFileError, user_import(kRoot, good));
+    EXPECT_FALSE(user_export(auth_root().path("etc/user.conf")));
+    user_reread_db_file();
+    EXPECT_EQ(broken, user_file());
+    EXPECT_FALSE(user_exists("admin"));
+
+    std::filesystem::remove(auth_root().path("etc/user.conf")); // it may come back, with other users in it
+    user_reread_db_file();
+    EXPECT_FALSE(user_exists("admin"));
+    auth_root().write("etc/user.conf", kUserFile);
+    user_reread_db_file();
+    EXPECT_EQ(nullptr, user_set_passwd(kRoot, {{"viewer", "new"}}));
+    EXPECT_TRUE(user_check_passwd("viewer", "new"));
+}
+
 TEST_F(UserTest, MissingFileMeansTheBuiltInAdministrator)
 {
     ASSERT_EQ(0, user_load_db_file(qv_device_file("/etc/none.conf")));
@@ -85,42 +111,114 @@ TEST_F(UserTest, MissingFileMeansTheBuiltInAdministrator)
 TEST_F(UserTest, FileIsWrittenSecretAndReadsBack)
 {
     std::filesystem::permissions(auth_root().path("etc/user.conf"), std::filesystem::perms(0644));
-    EXPECT_EQ(0, user_update_perm_file());
+    EXPECT_EQ(nullptr, user_set_group(kRoot, "new", "2"));
     EXPECT_EQ(0600U, mode_of("etc/user.conf"));
     ASSERT_EQ(0, user_load_db_file(qv_device_file("/etc/user.conf")));
     EXPECT_EQ("a b", user_get_passwd("viewer"));
     EXPECT_EQ("first", user_get_default("admin"));
-    EXPECT_EQ(0x77U, user_get_perm("silent"));
+    EXPECT_EQ(0x77U, user_get_perm("new"));
+}
+
+TEST_F(UserTest, AChangeThatCannotBeWrittenIsUndone)
+{
+    const std::string more = auth_root().write("tmp/users", "Group.2.perm = 4\nUser.new.group = 2\n");
+    ASSERT_EQ(0, user_set_db_file(qv_device_file("/none/user.conf")));
+    EXPECT_STREQ(kUserFileError, user_set_group(kRoot, "new", "2"));
+    EXPECT_STREQ(kUserFileError, user_set_group(kRoot, "viewer", "0"));
+    EXPECT_STREQ(kUserFileError, user_set_passwd(kRoot, {{"viewer", "x"}, {"admin", "x"}}));
+    EXPECT_STREQ(kUserFileError, user_remove(kRoot, "viewer"));
+    EXPECT_STREQ(kUserFileError, user_import(kRoot, more));
+    EXPECT_FALSE(user_exists("new"));
+    EXPECT_EQ(0x77U, user_get_perm("viewer"));
+    EXPECT_TRUE(user_check_passwd("viewer", "a b"));
+    EXPECT_TRUE(user_check_passwd("admin", "kelpo"));
+}
+
+TEST_F(UserTest, NobodyGivesMoreThanHeHasOrTouchesWhoHasMore)
+{
+    const std::string users = std::string(kUserFile) + "User.maker.group = 0\nUser.maker.passwd = m\n"
+                                                       "User.maker.default = m\nUser.lost.group = 7\n";
+    using Change = std::function<const char *(unsigned rights)>;
+    const auto import = [](const std::string &text) {
+        return [text](unsigned rights) { return user_import(rights, auth_root().write("tmp/users", text)); };
+    };
+    const auto group = [](const char *name, const char *number) {
+        return [name, number](unsigned rights) { return user_set_group(rights, name, number); };
+    };
+    const auto password = [](const char *name, const char *text) {
+        return [name, text](unsigned rights) { return user_set_passwd(rights, {{name, text}}); };
+    };
+    const struct {
+        const char *what;
+        Change change;
+        bool admin_may, viewer_may = false;
+    } rows[] = {
+        {"himself up", group("admin", "0"), false},
+        {"a new one above", group("new", "0"), false},
+        {"a new one beside", group("new", "1"), true},
+        {"a new one below", group("new", "2"), true, true},
+        {"one above down", group("maker", "2"), false},
+        {"one above as he is", group("maker", "0"), false},
+        {"password above", password("maker", "x"), false},
+        {"password above, guessed", password("maker", "m"), false},
+        {"password beside", password("admin", "x"), true},
+        {"one above away", [](unsigned rights) { return user_remove(rights, "maker"); }, false},
+        {"one below away", [](unsigned rights) { return user_remove(rights, "viewer"); }, true, true},
+        {"import one up", import("User.ok.group = 2\nUser.admin.group = 0\n"), false},
+        {"import a guess", import("User.maker.passwd = m\n"), false},
+        {"import a default", import("User.maker.default = x\n"), false},
+        {"import a group up", import("Group.7.perm = 7777\nGroup.0.perm = f777\n"), false},
+        {"import a group down", import("Group.0.perm = 4\n"), false},
+        {"import a group of few", import("Group.7.perm = 7777\n"), true, true},
+        {"import oneself down", import("Group.1.perm = 77\n"), true},
+        {"import as it is", import("Group.0.perm = 7777\nUser.viewer.passwd = a b\n"), true, true},
+    };
+    for (const auto &row : rows) {
+        const std::pair<unsigned, bool> callers[] = {
+            {kViewer, row.viewer_may}, {kAdmin, row.admin_may}, {kRoot, true}, {0xffff, true}};
+        for (const auto &[rights, may] : callers) {
+            auth_root().write("etc/user.conf", users);
+            ASSERT_EQ(0, user_load_db_file(qv_device_file("/etc/user.conf")));
+            EXPECT_STREQ(may ? nullptr : API_E_INVALID_PERMISSION, row.change(rights)) << row.what;
+            EXPECT_TRUE(may || user_file() == users) << row.what;
+            EXPECT_TRUE(may || !user_exists("ok")) << row.what;
+        }
+    }
+    ASSERT_EQ(0, load(users));
+    EXPECT_EQ(kHiddenPassword, user_shown_to(kAdmin).get("User.maker.passwd"));
+    EXPECT_EQ(kHiddenPassword, user_shown_to(kAdmin).get("User.maker.default"));
+    EXPECT_EQ("0", user_shown_to(kAdmin).get("User.maker.group"));
+    EXPECT_EQ("kelpo", user_shown_to(kAdmin).get("User.admin.passwd"));
+    EXPECT_EQ("m", user_shown_to(kRoot).get("User.maker.passwd"));
+    EXPECT_FALSE(user_all_within(kAdmin));
+    EXPECT_TRUE(user_all_within(kRoot));
 }
 
 TEST_F(UserTest, ImportIsAllOrNothing)
 {
-    const struct {
-        const char *text;
-        UserImport result;
-    } rows[] = {
-        {"User.new.group = 1\nUser.admin.passwd << EOM\nx\nEOM\n", UserImport::error},
-        {"User.new.group = 1\nUser.a-b.group = 1\n", UserImport::error},
-        {"User.new.group = 1\nUser {\n", UserImport::error},
-        {"Group.1.perm = 7\n#include \"/etc/user.conf\"\n", UserImport::error},
-        {"Other.new.group = 1\n", UserImport::done},
-        {"", UserImport::done},
+    const std::pair<const char *, const char *> rows[] = {
+        {"User.new.group = 1\nUser.admin.passwd << EOM\nx\nEOM\n", "##Error in file format#"},
+        {"User.new.group = 1\nUser.admin.passwd = x\ty\n", "##Error in file format#"},
+        {"User.new.group = 1\nUser.a-b.group = 1\n", "##Error in file format#"},
+        {"User.new.group = 1\nUser {\n", "##Error in file format#"},
+        {"Group.1.perm = 7\n#include \"/etc/user.conf\"\n", "##Error in file format#"},
+        {"Other.new.group = 1\n", nullptr},
+        {"", nullptr},
     };
-    for (const auto &row : rows) {
-        EXPECT_EQ(row.result, user_import(auth_root().write("tmp/users", row.text))) << row.text;
-        EXPECT_FALSE(user_exists("new")) << row.text;
-        EXPECT_EQ("kelpo", user_get_passwd("admin")) << row.text;
-        EXPECT_EQ(0x777U, user_get_perm("admin")) << row.text;
-        EXPECT_EQ(kUserFile, user_file()) << row.text;
+    for (const auto &[text, error] : rows) {
+        EXPECT_STREQ(error, user_import(kRoot, auth_root().write("tmp/users", text))) << text;
+        EXPECT_FALSE(user_exists("new")) << text;
+        EXPECT_EQ("kelpo", user_get_passwd("admin")) << text;
+        EXPECT_EQ(0x777U, user_get_perm("admin")) << text;
+        EXPECT_EQ(kUserFile, user_file()) << text;
     }
-    EXPECT_EQ(UserImport::missing, user_import(auth_root().path("tmp/none")));
 }
 
 TEST_F(UserTest, ImportMergesAndWrites)
 {
     const std::string file =
         auth_root().write("tmp/users", "Group.2.perm = 44\nUser.new.group = 2\nUser.admin.passwd = other\n");
-    ASSERT_EQ(UserImport::done, user_import(file));
+    ASSERT_EQ(nullptr, user_import(kRoot, file));
     for (int pass = 0; pass < 2; ++pass) { // in memory, then from the file
         EXPECT_EQ(0x44U, user_get_perm("new"));
         EXPECT_EQ("other", user_get_passwd("admin"));
@@ -128,6 +226,22 @@ TEST_F(UserTest, ImportMergesAndWrites)
         EXPECT_EQ("a b", user_get_passwd("viewer"));
         ASSERT_EQ(0, user_load_db_file(qv_device_file("/etc/user.conf")));
     }
+}
+
+TEST_F(UserTest, ExportIsReplacedAndSecret)
+{
+    const std::string other = auth_root().write("etc/passwd", "precious\n");
+    const std::string path = auth_root().path("tmp/export");
+    std::filesystem::create_symlink(other, path);
+    ASSERT_TRUE(user_export(path));
+    EXPECT_EQ("precious\n", auth_root().read("etc/passwd"));
+    EXPECT_EQ(0600U, mode_of("tmp/export"));
+    EXPECT_EQ(kUserFile, auth_root().read("tmp/export"));
+    std::filesystem::remove(path);
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    EXPECT_FALSE(user_export(path)); // what is no file is not replaced
+    EXPECT_TRUE(std::filesystem::is_fifo(path));
+    std::filesystem::remove(path);
 }
 
 } // namespace

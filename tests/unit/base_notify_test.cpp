@@ -24,9 +24,9 @@ TEST(Notify, LogAndBusCarryTheEventTheLogHidesSecrets)
         Secret secret;
         std::string payload, logged;
     } rows[] = {
-        {"login", "admin", "42", Secret::no, "admin=42", "admin=42"},
+        {"login", "admin", "42", Secret::outside, "admin=42", "admin=*******"},
         {"set", "A.b", "", Secret::no, "A.b=", "A.b="},
-        {"set", "A.pass", "hunter2", Secret::yes, "A.pass=hunter2", "A.pass=*******"},
+        {"set", "A.pass", "hunter2", Secret::yes, "A.pass=*******", "A.pass=*******"},
         {"save", "A", longer, Secret::no, "A=" + longer.substr(0, 1021), "A=" + longer.substr(0, 1021)},
     };
     const TempFolder folder;

@@ -1,5 +1,5 @@
 #include "funcs/add_remove_map.h"
-#include "funcs/describers.h"
+#include "funcs/check_map.h"
 #include "funcs/introspect_map.h"
 #include "funcs/read_map.h"
 #include "platform/sysroot.h"
@@ -8,6 +8,7 @@
 #include "temp_folder.h"
 
 #include <gtest/gtest.h>
+#include <sstream>
 
 namespace qvcd {
 namespace {
@@ -32,6 +33,8 @@ std::string written(Write write)
     return result;
 }
 
+constexpr unsigned kReader = 0x0004;
+
 class IntrospectTest : public testing::Test {
   protected:
     static void SetUpTestSuite()
@@ -42,21 +45,22 @@ class IntrospectTest : public testing::Test {
     void SetUp() override
     {
         hdfdb_init();
-        cmd_create_rfuncmap_hdf();
-        cmd_create_ifuncmap_hdf();
+        metaDB.set("A.perm", "0006");
+        metaDB.set("Q.perm", "0006");
     }
     void TearDown() override
     {
-        cmd_destroy_ifuncmap_hdf();
-        cmd_destroy_rfuncmap_hdf();
         profiledb_destroy();
         hdfdb_destroy();
         std::filesystem::remove_all(root().path("etc"));
     }
 
-    static std::string describe(const std::string &api, bool compact = false, const std::string &prefix = {})
+    static std::string describe(const std::string &api, bool compact = false, const std::string &prefix = {},
+                                unsigned mask = kReader)
     {
-        return written([&](std::FILE *out) { EXPECT_EQ(ifuncmap_introspect(prefix, api, compact, out), 0); });
+        Request request(mask);
+        return written(
+            [&](std::FILE *out) { EXPECT_EQ(ifuncmap_introspect(request, prefix, api, compact, out), 0); });
     }
 
     // Describes an API of this type whose value is "v".
@@ -69,26 +73,32 @@ class IntrospectTest : public testing::Test {
         EXPECT_TRUE(text.starts_with(facts)) << text;
         return text.substr(std::min(facts.size(), text.size()));
     }
+
+    static void write_profiles()
+    {
+        root().write("etc/profiles/b.hdf", "A.Profiles.name = b\nA.Profiles.desc = 50%%\n");
+        root().write("etc/profiles/a.hdf", "A.Profiles.name = a\n");
+        root().write("etc/profiles/c.d.hdf", "X.Profiles.name = c\n");
+        profiledb_load();
+    }
 };
 
-TEST_F(IntrospectTest, NothingToTell)
+TEST_F(IntrospectTest, WhatIsDescribed)
 {
     metaDB.set("A.type", "boolean"); // not inherited
     metaDB.set("A.none.perm", "0666");
     metaDB.set("A.empty.type", "");
     metaDB.set("A.hidden.introspect", "");
     metaDB.set("A.hidden.type", "boolean");
+    Request request(kReader);
     for (const char *api : {"A.none", "A.empty", "A.hidden", "A.unknown"}) {
-        EXPECT_EQ(written([&](std::FILE *out) { EXPECT_EQ(ifuncmap_introspect("", api, false, out), 1); }),
-                  "")
-            << api;
+        const auto nothing = [&](std::FILE *out) {
+            EXPECT_EQ(ifuncmap_introspect(request, "", api, false, out), 1);
+        };
+        EXPECT_EQ(written(nothing), "") << api;
     }
-}
-
-TEST_F(IntrospectTest, IntrospectGoesBeforeType)
-{
-    metaDB.set("A.b.introspect", "boolean");
-    metaDB.set("A.b.type", "string_set on off");
+    metaDB.set("A.b.introspect", "boolean"); // goes before the type
+    metaDB.set("A.b.type", "string");
     metaDB.set("A.b.default", "");
     hdfDB.set("A.b", "1");
     EXPECT_EQ(describe("A.b"), "A.b.type=boolean\nA.b.default=\nA.b.value=1\n"
@@ -109,38 +119,93 @@ TEST_F(IntrospectTest, Alternatives)
         {"float_range -1.5 2", "A.b.min=-1.5\nA.b.max=2\n"},
         {"string_length 8", "A.b.min=8\nA.b.max=\n"},
         {"integer_range 0 100,blank", "A.b.min=0\nA.b.max=100\nA.b.min=\nA.b.max=\n"},
-        {"signed_integer_set -1 5,unknown x",
-         "A.b.choices=[-1,5]\nA.b.0=-1\nA.b.1=5\nA.b.choices=[x]\nA.b.2=x\n"},
+        {"signed_integer_set -1 5,string x",
+         "A.b.choices=[-1,5]\nA.b.0=-1\nA.b.1=5\nA.b.min=-1\nA.b.max=5\nA.b.choices=[x]\nA.b.2=x\n"},
+        {"signed_integer_set 5 -1", "A.b.choices=[5,-1]\nA.b.0=5\nA.b.1=-1\n"},
         {"blank,signed_integer_range -5 5", "A.b.min=-5\nA.b.max=5\n"},
+        // Members and bounds that the type refuses are not offered.
+        {"string_set a\"b ok caf\xc3\xa9", "A.b.choices=[ok]\nA.b.0=ok\n"},
+        {"integer_set 007 1x -3 99999999999999999999", "A.b.choices=[007]\nA.b.0=007\n"},
+        {"string_length 0 5000", "A.b.min=\nA.b.max=1023\n"},
+        {"blank,string_length 0 5", "A.b.min=0\nA.b.max=5\n"},
     };
     for (const auto &[type, lines] : cases)
         EXPECT_EQ(of_type(type), lines) << type;
 }
 
-TEST_F(IntrospectTest, CompactMode)
+TEST_F(IntrospectTest, CompactModeAndPrefix)
 {
     const std::pair<const char *, const char *> cases[] = {
-        {"boolean", "\t0 1"}, {"string_set auto manual", "\tauto manual "},
-        {"string_set", "\t"}, {"integer_range 1 10,blank", "\t1-10 \t- "},
+        {"boolean", "\t0 1"},
+        {"string_set auto manual", "\tauto manual "},
+        {"string_set", "\t"},
+        {"integer_range 1 10,blank", "\t1-10 \t- "},
+        {"signed_integer_set -1 5", "\t-1 5 \t-1-5 "},
         {"string", ""},
     };
     for (const auto &[type, text] : cases)
         EXPECT_EQ(of_type(type, true, "\t"), text) << type;
-}
-
-TEST_F(IntrospectTest, PrefixStandsBeforeTheKeysOfDescribers)
-{
     EXPECT_EQ(of_type("integer_set 3", false, "x."), "x.A.b.choices=[3]\nx.A.b.0=3\n");
     EXPECT_EQ(of_type("integer_range 3 4", false, "x."), "x.A.b.min=3\nx.A.b.max=4\n");
 }
 
-TEST_F(IntrospectTest, PasswordsAreMasked)
+// Lines "A.Profiles.name.<number, min or max>=<value>".
+TEST_F(IntrospectTest, WhatIsOfferedIsTaken)
 {
-    const std::pair<const char *, const char *> cases[] = {{"", ""}, {"x", ""}, {"xy", "********"}};
-    metaDB.set("A.p.type", "password 0 9");
-    for (const auto &[stored, shown] : cases) {
-        hdfDB.set("A.p", stored);
-        EXPECT_EQ(describe("A.p"), std::string("A.p.type=password 0 9\nA.p.value=") + shown + "\n");
+    write_profiles();
+    std::string many = "string_set";
+    for (int i = 0; i < 60; ++i)
+        many += " m" + std::to_string(i);
+    const std::pair<std::string, std::size_t> cases[] = {
+        {"boolean", 2},
+        {"string_set a \" b\xff c", 2},
+        {many, 50},
+        {"string_length 0 99999", 1},
+        {"string_length 8 2", 0},
+        {"string_length 99999999999999999999 -1", 0},
+        {"integer_set 007 -7 +7 7x 4294967297 18446744073709551617", 2},
+        {"integer_range 0 99999999999999999999", 1},
+        {"integer_range 5 1", 0},
+        {"integer_range 5", 0},
+        {"integer_range 1x 5", 1},
+        {"signed_integer_set -10 0 10", 5},
+        {"signed_integer_set 10 0 -10 x", 3},
+        {"signed_integer_set 5", 1},
+        {"signed_integer_set -0 - 7", 5},
+        {"signed_integer_range -5 +5", 1},
+        {"float_range .5 1e3", 0},
+        {"float_range -1.5 2", 2},
+        {"float_range nan inf", 0},
+        {"domainname_list a.org b:c cam.local -x", 2},
+        {"profile", 4},
+        {"profile2", 2},
+        {"string_set x,integer_set 4 y,blank", 2},
+        {"integer_set 4 y,no_such_type z", 1},
+    };
+    const std::string api = "A.Profiles.name";
+    for (const auto &[type, count] : cases) {
+        metaDB.set(api + ".type", type);
+        std::size_t offered = 0;
+        std::istringstream lines(describe(api));
+        for (std::string line; std::getline(lines, line);) {
+            const std::string word = line.substr(api.size() + 1, line.find('=') - api.size() - 1);
+            std::string value = line.substr(line.find('=') + 1);
+            if (value.empty() ||
+                (word != "min" && word != "max" && word.find_first_not_of("0123456789") == 0))
+                continue; // the type, the choices again, a bound that is not told
+            ++offered;
+            if (type.starts_with("string_length"))
+                value.assign(std::stoul(value), 'x');
+            EXPECT_EQ(cfuncmap_check(api, value.substr(0, value.find(','))), std::nullopt) << type;
+        }
+        EXPECT_EQ(offered, count) << type << describe(api);
+    }
+    for (const char *kind :
+         {"boolean", "string_set x", "profile", "integer_range 1 5", "string_length 1 5"}) {
+        metaDB.set(api + ".introspect", kind);
+        metaDB.set(api + ".type", "blank");
+        const std::string text = describe(api); // nothing, or empty bounds
+        EXPECT_TRUE(text.ends_with(kind + std::string("\n")) || text.ends_with(".max=\n")) << text;
     }
 }
 
@@ -160,22 +225,85 @@ TEST_F(IntrospectTest, WhereTheValueComesFrom)
     EXPECT_EQ(describe("A.none"), "A.none.type=string\n");
 }
 
-TEST_F(IntrospectTest, ProfileChoices)
+TEST_F(IntrospectTest, PasswordsAreMasked)
 {
-    root().write("etc/profiles/b.hdf", "E.rate = 1\n");
-    root().write("etc/profiles/a.hdf", "E.rate = 1\n");
-    profiledb_load();
-    EXPECT_EQ(of_type("string_set x,profile,string_set y"),
-              "A.b.choices=[x]\nA.b.0=x\nA.b.0=default\nA.b.1=b\nA.b.2=a\nA.b.choices=[y]\nA.b.1=y\n");
-    EXPECT_EQ(of_type("profile", true, "\t"), "defaultba");
+    root().write("etc/secret", "key=Secret\n");
+    const auto make = [](const std::string &api, const char *type) {
+        metaDB.set("A." + api + ".type", type);
+        metaDB.set("A." + api + ".default", "Secret");
+        hdfDB.set("A." + api, "Secret");
+        return "A." + api;
+    };
+    const std::string facts = ".default=********\nA.", value = ".value=********\n";
+    EXPECT_EQ(describe(make("own", "password 0 9")),
+              "A.own.type=password 0 9\nA.own" + facts + "own" + value);
+    metaDB.set(make("live", "password 0 9") + ".dynamic", "true");
+    metaDB.set("A.live.read", "kv_rfunc");
+    metaDB.set("A.live.file", "/etc/secret");
+    metaDB.set("A.live.attr", "key");
+    EXPECT_EQ(describe("A.live"), "A.live.type=password 0 9\nA.live" + facts + "live" + value);
+    metaDB.set(make("linked", "string") + ".link", "A.own");
+    EXPECT_EQ(describe("A.linked"), "A.linked.type=string\nA.linked" + facts + "linked" + value);
+    metaDB.set("A.group.type", "password 0 9");
+    metaDB.set("A.group.inherits.introspect", "string");
+    hdfDB.set("A.group.inherits", "Secret");
+    EXPECT_EQ(describe("A.group.inherits"), "A.group.inherits.type=string\nA.group.inherits" + value);
+    metaDB.set("A.own.default", "");
+    hdfDB.set("A.own", "x"); // one byte
+    EXPECT_EQ(describe("A.own"), "A.own.type=password 0 9\nA.own.default=\nA.own.value=\n");
+    hdfDB.remove("A.own");
+    EXPECT_EQ(describe("A.own"), "A.own.type=password 0 9\nA.own.default=\nA.own.value=\n");
 }
 
-TEST_F(IntrospectTest, ProfileChoicesOfAGroup)
+TEST_F(IntrospectTest, NothingThatGetWouldRefuse)
 {
-    root().write("etc/profiles/b.hdf", "A.Profiles.name = b\nA.Profiles.desc = 50%%\n");
-    root().write("etc/profiles/a.hdf", "A.Profiles.name = a\n");
-    root().write("etc/profiles/c.hdf", "X.Profiles.name = c\n");
-    profiledb_load();
+    root().write("etc/stats", "hd=1\n");
+    metaDB.set("Q.names.type", "string_set hd");
+    metaDB.set("A.b.perm", "0060");
+    metaDB.set("A.b.default", "7");
+    metaDB.set("A.b.type", "integer_set 7 /etc/stats");
+    hdfDB.set("A.b", "7");
+    metaDB.set("A.q.perm", "0060");
+    metaDB.set("A.q.type", "integer /etc/stats Q.names");
+    metaDB.set("A.q.introspect", "quality");
+    const std::string choices = "A.b.choices=[7]\nA.b.0=7\n";
+    const std::string type = "A.b.type=integer_set 7 /etc/stats\n";
+    const std::string values = "A.b.default=7\nA.b.value=7\n";
+    EXPECT_EQ(describe("A.b", false, "", 0x0044), type + values + choices);
+    EXPECT_EQ(describe("A.b", false, "", 0x0004), type + choices);
+    EXPECT_EQ(describe("A.b", false, "", 0x0022), type + choices);
+    EXPECT_EQ(describe("A.q", false, "", 0x0040), "A.q.type=quality\nA.q.hd=1\n");
+    EXPECT_EQ(describe("A.q", false, "", 0x0004), "A.q.type=quality\n");
+    metaDB.set("A.b.private", "true");
+    EXPECT_EQ(describe("A.b", false, "", 0x0044), type + choices);
+    EXPECT_EQ(describe("A.b", false, "", 0xf044), type + values + choices);
+}
+
+// A read lets go of the command lock, and another client may delete the API meanwhile.
+TEST_F(IntrospectTest, ReadingMayChangeTheTrees)
+{
+    rfuncmap_set_profile_reader([](Request &, const char *, const char *) {
+        metaDB.remove("A");
+        hdfDB.remove("A");
+        return std::optional<std::string>("live");
+    });
+    metaDB.set("A.b.read", "profile_rfunc");
+    metaDB.set("A.b.dynamic", "true");
+    metaDB.set("A.b.type", "string_set x y");
+    hdfDB.set("A.b", "old");
+    const std::string_view api = "A.b";
+    Request request(kReader);
+    EXPECT_EQ(written([&](std::FILE *out) { ifuncmap_introspect(request, "", api, false, out); }),
+              "A.b.type=string_set x y\nA.b.value=live\nA.b.choices=[x,y]\nA.b.0=x\nA.b.1=y\n");
+}
+
+TEST_F(IntrospectTest, ProfileChoices)
+{
+    write_profiles();
+    EXPECT_EQ(of_type("string_set x,profile,string_set y"),
+              "A.b.choices=[x]\nA.b.0=x\nA.b.0=default\nA.b.1=c.d\nA.b.2=b\nA.b.3=a\n"
+              "A.b.choices=[y]\nA.b.1=y\n");
+    EXPECT_EQ(of_type("profile", true, "\t"), "defaultc.dba");
     metaDB.set("A.Profiles.name.type", "string_set x,profile2");
     hdfDB.set("A.Profiles.name", "b");
     EXPECT_EQ(describe("A.Profiles.name"),
@@ -186,15 +314,19 @@ TEST_F(IntrospectTest, ProfileChoicesOfAGroup)
 
 TEST_F(IntrospectTest, QualityCounters)
 {
+    const std::string long_key = "other" + std::string(2000, 'x') + "hd=9\n"; // no "hd" begins a line there
     root().write("var/stats",
-                 "HD_ready=2\nsd=1\nno counter\nhdtv : 9\nSD x = :3\nhd=\n=4\nother=5\nhd=1\n=7");
-    metaDB.set("Q.names.type", "string_set hd HD_ sd none");
+                 "HD_ready=2\nsd=1\nno counter\nhdtv : 9\n" + long_key +
+                     "SD x = :3\nhd=\n=4\nother=5\nhd=1\nhd=-5\nbig=99999999999999999999\nbig=1\n=7");
+    metaDB.set("Q.names.type", "string_set hd HD_ sd none big");
     metaDB.set("Q.count.type", "quality /var/stats Q.names");
     hdfDB.set("Q.count", "");
     const std::string facts = "Q.count.type=quality /var/stats Q.names\nQ.count.value=\n";
-    EXPECT_EQ(describe("Q.count"), facts + "Q.count.hd=3\nQ.count.HD_=2\nQ.count.sd=4\nQ.count.none=0\n");
+    EXPECT_EQ(describe("Q.count"), facts + "Q.count.hd=3\nQ.count.HD_=2\nQ.count.sd=4\nQ.count.none=0\n"
+                                           "Q.count.big=9223372036854775807\n");
     std::filesystem::remove(root().path("var/stats"));
-    EXPECT_EQ(describe("Q.count"), facts + "Q.count.hd=0\nQ.count.HD_=0\nQ.count.sd=0\nQ.count.none=0\n");
+    EXPECT_EQ(describe("Q.count"),
+              facts + "Q.count.hd=0\nQ.count.HD_=0\nQ.count.sd=0\nQ.count.none=0\nQ.count.big=0\n");
 }
 
 TEST_F(IntrospectTest, QualityNeedsItsCategories)
@@ -214,45 +346,16 @@ TEST_F(IntrospectTest, QualityNeedsItsCategories)
     EXPECT_EQ(text.find("Q.count.c16=0\n"), std::string::npos);
 }
 
-TEST(KvReadline, Lines)
-{
-    struct Line {
-        std::string text;
-        std::string key;
-        std::string value;
-        std::size_t length;
-    };
-    const Line lines[] = {
-        {"k=v\nnext=1", "k", "v", 4},
-        {"k", "old", "old", 1},
-        {"k == \t: v w =\n", "k ", "v w =", 14},
-        {"=v", "old", "v", 2},
-        {"k=\n", "k", "", 3},
-        {"\n", "old", "old", 1},
-        {"", "old", "old", 0},
-        {"k=" + std::string(2000, 'v'), "k", std::string(1021, 'v'), 1023},
-    };
-    for (const Line &line : lines) {
-        std::string_view text = line.text;
-        std::string key = "old";
-        std::string value = "old";
-        EXPECT_EQ(kv_readline(text, key, value), line.length) << line.text;
-        EXPECT_EQ(key, line.key) << line.text;
-        EXPECT_EQ(value, line.value) << line.text;
-        EXPECT_EQ(text.size(), line.text.size() - line.length);
-    }
-}
-
 // What a member function was called with.
 std::string called;
 
-int record_add(std::string_view file, std::string_view api, std::string_view value, std::FILE *)
+int record_add(Request &, std::string_view file, std::string_view api, std::string_view value, std::FILE *)
 {
     called = std::string("add ").append(file).append(" ").append(api).append(" ").append(value);
     return 7;
 }
 
-int record_remove(std::string_view file, std::string_view api, std::string_view value, std::FILE *)
+int record_remove(Request &, std::string_view file, std::string_view api, std::string_view value, std::FILE *)
 {
     called = std::string("remove ").append(file).append(" ").append(api).append(" ").append(value);
     return 8;
@@ -261,13 +364,12 @@ int record_remove(std::string_view file, std::string_view api, std::string_view 
 TEST(MemberMaps, AttributeNamesTheFunction)
 {
     hdfdb_init();
-    cmd_create_addfuncmap_hdf();
-    cmd_create_removefuncmap_hdf();
+    Request request(0xffff);
     addfuncmap_set_profile(record_add);
     removefuncmap_set_profile(record_remove);
     metaDB.set("M.none.perm", "0666");
-    EXPECT_EQ(addfuncmap_add("/f", "M.none", "v", nullptr), 0);
-    EXPECT_EQ(removefuncmap_remove("/f", "M.none", "v", nullptr), 0);
+    EXPECT_EQ(addfuncmap_add(request, "/f", "M.none", "v", nullptr), 0);
+    EXPECT_EQ(removefuncmap_remove(request, "/f", "M.none", "v", nullptr), 0);
     EXPECT_EQ(called, "");
     struct Case {
         std::string add;
@@ -287,14 +389,12 @@ TEST(MemberMaps, AttributeNamesTheFunction)
         metaDB.set("M.x.add", c.add);
         metaDB.set("M.x.remove", c.remove);
         called.clear();
-        EXPECT_EQ(addfuncmap_add("/f", "M.x", "v", nullptr), c.add_result) << c.add;
+        EXPECT_EQ(addfuncmap_add(request, "/f", "M.x", "v", nullptr), c.add_result) << c.add;
         EXPECT_EQ(called, c.add_call) << c.add;
         called.clear();
-        EXPECT_EQ(removefuncmap_remove("/f", "M.x", "v", nullptr), c.remove_result) << c.remove;
+        EXPECT_EQ(removefuncmap_remove(request, "/f", "M.x", "v", nullptr), c.remove_result) << c.remove;
         EXPECT_EQ(called, c.remove_call) << c.remove;
     }
-    cmd_destroy_removefuncmap_hdf();
-    cmd_destroy_addfuncmap_hdf();
     hdfdb_destroy();
 }
 

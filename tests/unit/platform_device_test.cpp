@@ -83,6 +83,7 @@ TEST_F(DeviceTest, DamagedIdentityMemory)
 
 struct Supply {
     const char *name, *type, *online, *status, *capacity;
+    const char *scope = "", *present = "";
 };
 
 void write_supplies(std::initializer_list<Supply> supplies)
@@ -90,8 +91,9 @@ void write_supplies(std::initializer_list<Supply> supplies)
     std::filesystem::remove_all(appliance_root().path("sys"));
     for (const Supply &s : supplies) {
         const std::string folder = std::string("sys/class/power_supply/") + s.name + "/";
-        const std::pair<const char *, const char *> files[] = {
-            {"type", s.type}, {"online", s.online}, {"status", s.status}, {"capacity", s.capacity}};
+        const std::pair<const char *, const char *> files[] = {{"type", s.type},     {"online", s.online},
+                                                               {"status", s.status}, {"capacity", s.capacity},
+                                                               {"scope", s.scope},   {"present", s.present}};
         for (const auto &[name, text] : files) {
             if (*text)
                 appliance_root().write(folder + name, std::string(text) + "\n");
@@ -121,6 +123,12 @@ TEST_F(DeviceTest, PowerSource)
         {{{"b", "Battery", "", "", "7"}}, 4, 7},
         {{{"b", "Battery", "", "Full", "100"}}, 0, 100},
         {{{"x", "Wireless", "1", "", ""}}, 0, 0},
+        {{{"mouse", "Battery", "", "Discharging", "3", "Device"}, {"slot", "Battery", "", "", "4", "", "0"}},
+         0,
+         0},
+        {{{"a", "Battery", "", "", "3", "Device"}, {"b", "Battery", "", "", "99999999999", "System", "1"}},
+         4,
+         100},
     };
     int number = 0;
     for (const auto &c : cases) {

@@ -4,11 +4,6 @@
 
 #include "base/options.h"
 #include "commands/cmd_table.h"
-#include "funcs/apply_map.h"
-#include "funcs/check_map.h"
-#include "funcs/introspect_map.h"
-#include "funcs/read_map.h"
-#include "funcs/write_map.h"
 #include "model/populate.h"
 #include "store/database.h"
 #include "store/hdf_file.h"
@@ -39,7 +34,8 @@ inline Answer ask(const char *command, unsigned mask, Args args)
     char *text = nullptr;
     std::size_t size = 0;
     std::FILE *out = open_memstream(&text, &size);
-    const int result = cmd_map()[cmd_find_row(command)].record->handler(mask, args, out);
+    Request request(mask);
+    const int result = cmd_find(command).handler(request, args, out);
     std::fclose(out);
     Answer answer{result, std::string(text, size)};
     std::free(text);
@@ -143,14 +139,10 @@ class SelfDescriptionTest : public OnEmptyRoot<testing::Test> {
     {
         OnEmptyRoot::SetUp();
         tree_library_init();
-        cmd_create_afuncmap_hdf();
-        cmd_create_cfuncmap_hdf();
-        cmd_create_ifuncmap_hdf();
-        cmd_create_rfuncmap_hdf();
-        cmd_create_wfuncmap_hdf();
         cmd_create_cmdmap_hdf();
         hdfdb_init();
-        ASSERT_EQ(0, hdfdb_load_meta_file(qv_host_file(appliance_root().write("model", kModel))));
+        Request request(kMaker);
+        ASSERT_EQ(0, hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("model", kModel))));
         for (const StartValue &row : kStartValues)
             ASSERT_TRUE(hdfDB.set(row.api, row.value));
         appliance_root().write("etc/state", "state=awake\n");
@@ -160,11 +152,6 @@ class SelfDescriptionTest : public OnEmptyRoot<testing::Test> {
     {
         hdfdb_destroy();
         cmd_destroy_cmdmap_hdf();
-        cmd_destroy_wfuncmap_hdf();
-        cmd_destroy_rfuncmap_hdf();
-        cmd_destroy_ifuncmap_hdf();
-        cmd_destroy_cfuncmap_hdf();
-        cmd_destroy_afuncmap_hdf();
     }
 };
 

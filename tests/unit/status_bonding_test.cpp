@@ -1,5 +1,6 @@
 #include "status/bond_info.h"
 #include "status/ifb_info.h"
+#include "status/transmission_rate.h"
 #include "status_fixture.h"
 
 namespace qvcd {
@@ -24,36 +25,24 @@ TEST_F(BondingTest, UnitInfo)
         {"up", "paused", "link", "status", "paused"},
         {"up", "", "link", "status", "stopped"},
         {"down", "", "bond", "version", "n/a"},
-        {"up", "", "link", "colour", kUntouched},
+        {"up", "", "link", "colour", ""},
         {"up", "", "link", nullptr, kNothing},
     };
     for (const auto &c : cases) {
         appliance_root().write("var/run/bond/state", c.state);
         appliance_root().write("var/run/bond/status", c.status);
         only_values({{"Bond.Configuration.mode", c.mode}});
-        EXPECT_EQ(read_with(bond_info_rfunc, nullptr, c.attr), c.text)
-            << c.state << " " << (c.attr ? c.attr : "null");
+        EXPECT_EQ(read_with(bond_info_rfunc, nullptr, c.attr), c.text) << c.state << " " << or_null(c.attr);
     }
     only_values({});
     EXPECT_EQ(read_with(bond_info_rfunc, nullptr, "mode"), "disabled");
 }
 
-TEST_F(BondingTest, IfbPortRule)
-{
-    const std::pair<int, long> cases[] = {
-        {5000, 5010}, {65525, 65535}, {65526, 65516}, {65530, 65520}, {0, 10}};
-    for (const auto &[stream, ifb] : cases)
-        EXPECT_EQ(ifb_port(stream), ifb) << stream;
-}
-
-constexpr char kPlayer[] = "VideoPlayer.Settings.1.TS";
-constexpr char kStreamer[] = "VideoStreamer.Settings.1.TS";
-
-Values transport_stream(const std::string &group, const char *protocol, const char *host)
+Values transport_stream(const std::string &group, const char *protocol, const char *host, const char *port)
 {
     return {{group + ".protocol", protocol},
             {group + ".host", host},
-            {group + ".port", "5000"},
+            {group + ".port", port},
             {group + ".Server.host", "server"},
             {group + ".Server.port", "6000"}};
 }
@@ -63,44 +52,99 @@ void expect_channel(Reader reader, const Values &settings, const char *port, con
     only_values(settings);
     EXPECT_EQ(read_with(reader, nullptr, "port"), port) << testing::PrintToString(settings);
     EXPECT_EQ(read_with(reader, nullptr, "host"), host) << testing::PrintToString(settings);
+    EXPECT_EQ(read_with(reader, nullptr, "colour"), "");
+    EXPECT_EQ(read_with(reader, nullptr, nullptr), kNothing);
 }
 
-TEST_F(BondingTest, IfbBesideTheStream)
+TEST_F(BondingTest, ReturnChannelBesideTheStream)
 {
+    const auto player = [](const char *protocol, const char *port) {
+        return transport_stream("VideoPlayer.Settings.1.TS", protocol, "target", port);
+    };
+    const auto streamer = [](const char *protocol, const char *port) {
+        return transport_stream("VideoStreamer.Settings.1.TS", protocol, "target", port);
+    };
     expect_channel(ifb_enc_info_rfunc, {}, "10", "");
-    expect_channel(ifb_enc_info_rfunc, transport_stream(kPlayer, "udp", "target"), "5010", "");
-    expect_channel(ifb_enc_info_rfunc, transport_stream(kPlayer, "tcp_pull", "target"), "6010", "server");
+    expect_channel(ifb_enc_info_rfunc, player("udp", "5000"), "5010", "");
+    expect_channel(ifb_enc_info_rfunc, player("tcp_pull", "5000"), "6010", "server");
     expect_channel(ifb_dec_info_rfunc, {}, "10", "");
-    expect_channel(ifb_dec_info_rfunc, transport_stream(kStreamer, "udp", "target"), "5010", "target");
-    expect_channel(ifb_dec_info_rfunc, transport_stream(kStreamer, "tcp_pull", "target"), "6010", "server");
+    expect_channel(ifb_dec_info_rfunc, streamer("tcp_pull", "5000"), "6010", "server");
+    const std::pair<const char *, const char *> ports[] = {
+        {"5000", "5010"},   {"65525", "65535"},       {"65526", "65516"},
+        {"65535", "65525"}, {"65536", kNothing},      {"0", kNothing},
+        {"-1", kNothing},   {"4294972296", kNothing}, {"70000000000", kNothing}};
+    for (const auto &[port, ifb] : ports)
+        expect_channel(ifb_dec_info_rfunc, streamer("udp", port), ifb, "target");
 }
 
-TEST_F(BondingTest, IfbOverBonding)
+TEST_F(BondingTest, ReturnChannelOverBonding)
 {
     const struct {
-        const char *use, *host;
+        const char *use, *host, *manual;
         const char *port, *ifb_host;
     } cases[] = {
-        {"auto", "target", "5010", "target"}, {"auto", "", "6010", ""},
-        {"push", "target", "5010", "target"}, {"push", "", "5010", ""},
-        {"server", "target", "6010", ""},     {"manual", "target", "7000", "by hand"},
-        {"other", "target", "10", ""},
+        {"auto", "target", "1", "5010", "target"},    {"auto", "", "1", "6010", ""},
+        {"push", "target", "1", "5010", "target"},    {"push", "", "1", "5010", ""},
+        {"server", "target", "1", "6010", ""},        {"other", "target", "1", "10", ""},
+        {"manual", "target", "7000", "7000", "hand"}, {"manual", "target", "70000", kNothing, "hand"},
     };
     for (const auto &c : cases) {
-        Values settings = transport_stream(kStreamer, "udp", c.host);
+        Values settings = transport_stream("VideoStreamer.Settings.1.TS", "udp", c.host, "5000");
         settings.emplace_back("Bond.Configuration.IFB.use_settings", c.use);
-        settings.emplace_back("Bond.Configuration.IFB.port", "7000");
-        settings.emplace_back("Bond.Configuration.IFB.host", "by hand");
+        settings.emplace_back("Bond.Configuration.IFB.port", c.manual);
+        settings.emplace_back("Bond.Configuration.IFB.host", "hand");
         expect_channel(ifb_bond_info_rfunc, settings, c.port, c.ifb_host);
     }
     expect_channel(ifb_bond_info_rfunc, {{"VideoStreamer.Settings.1.TS.host", "h"}}, "10", "h");
 }
 
-TEST_F(BondingTest, IfbAttributes)
+TEST_F(BondingTest, FirstRuleThatAppliesDecidesTheRate)
 {
-    for (const Reader reader : {ifb_enc_info_rfunc, ifb_dec_info_rfunc, ifb_bond_info_rfunc}) {
-        EXPECT_EQ(read_with(reader, nullptr, nullptr), kNothing);
-        EXPECT_EQ(read_with(reader, nullptr, "colour"), kUntouched);
+    using Setting = std::pair<std::string, std::string>;
+    const std::string control = "VideoEncoder.RateControl.Configuration";
+    const std::string stream = "VideoStreamer.Settings.1";
+    const auto wired = [&](const char *rate) {
+        return Setting(control + ".wired_max_transmission_rate", rate);
+    };
+    const auto bitrate = [](const char *rate) { return Setting("Bond.Configuration.max_bitrate", rate); };
+    const Setting bond{"Bond.Configuration.mode", "bond"}, link{"Bond.Configuration.mode", "link"};
+    const Setting wlan{"Network.Interfaces.Wlan0.mode", "managed"};
+    const Setting ts{stream + ".mode", "TS"}, asi{stream + ".mode", "ASI"};
+    const Setting cbr{stream + ".TS.ConstantBitrate.enable", "1"};
+    const Setting manual{control + ".mode", "manual"};
+    const Setting first_protocol{"Bond.Configuration.bonding_protocol_version", "1"};
+    const struct {
+        bool unit_up;
+        Values settings;
+        const char *rate;
+    } cases[] = {
+        {false, {}, "10000000"},
+        {false, {wired("3000000000")}, "3000000000"},
+        {false, {wired("99999999999999999999")}, "9223372036854775807"},
+        {false, {wired("9000000"), wlan}, "5500000"},
+        {false, {{control + ".wifi_max_transmission_rate", "3000000"}, wlan}, "3000000"},
+        {true, {manual, link, wlan, asi}, "10000000"},
+        {true, {manual, bond, {control + ".max_transmission_rate", "123"}}, "123"},
+        {true, {link, wlan, asi}, "4000000"},
+        {true, {link, wired("9000000"), {"Bond.Configuration.connect_mode", "wifi"}}, "9000000"},
+        {true, {bond}, "2400000"},
+        {true, {bond, bitrate("3000000")}, "3600000"},
+        {true, {bond, bitrate("3000000"), first_protocol}, "4500000"},
+        {true, {bond, bitrate("3000000000"), first_protocol}, "4500000000"},
+        {true, {bond, bitrate("99999999999999999999")}, "9200000000000000000"},
+        {true, {bond, wired("9000000"), wlan, {"Bond.Configuration.adapt_br", "0"}}, "9000000"},
+        {false, {bond, bitrate("3000000")}, "10000000"},
+        {false, {bond, asi}, "6300"},
+        {false, {asi, wlan, {stream + ".ASI.bitrate", "11"}}, "9"}, // 9.9
+        {false, {ts, wlan, wired("9000000")}, "9000000"},
+        {false, {ts, wlan, cbr}, "7700000"},
+        {false, {ts, cbr, {stream + ".TS.ConstantBitrate.target_bitrate", "5000000"}}, "5500000"},
+    };
+    for (const auto &c : cases) {
+        appliance_root().write("var/run/bond/state", c.unit_up ? "up\n" : "down\n");
+        only_values(c.settings);
+        EXPECT_EQ(read_with(transmission_rate_rfunc, nullptr, nullptr), c.rate)
+            << testing::PrintToString(c.settings);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "appliance_root.h"
+#include "base/request.h"
 #include "store/database.h"
 
 #include <gtest/gtest.h>
@@ -39,16 +40,26 @@ inline void only_values(const Values &settings)
     set_values(settings);
 }
 
-inline constexpr char kUntouched[] = "(what the caller had)";
 inline constexpr char kNothing[] = "(none)";
 
-/// What a read function gives: its value, kNothing when it gives none, and kUntouched when it leaves the
-/// caller's text alone.
-using Reader = bool (*)(const char *file, const char *attr, std::string &out, bool cached);
-inline std::string read_with(Reader reader, const char *file, const char *attr, bool cached = false)
+using Reader = std::optional<std::string> (*)(Request &request, const char *file, const char *attr);
+
+/// What a read function gives a request; kNothing when it gives none.
+inline std::string read_for(Request &request, Reader reader, const char *attr, const char *file = nullptr)
 {
-    std::string out = kUntouched;
-    return reader(file, attr, out, cached) ? out : kNothing;
+    return reader(request, file, attr).value_or(kNothing);
+}
+
+/// What it gives a request of its own.
+inline std::string read_with(Reader reader, const char *file, const char *attr)
+{
+    Request request(0xffff);
+    return read_for(request, reader, attr, file);
+}
+
+inline std::string or_null(const char *text)
+{
+    return text ? text : "null";
 }
 
 } // namespace qvcd

@@ -1,304 +1,296 @@
+#include "base/text.h"
 #include "status/stream_links.h"
 #include "status/stream_urls.h"
 #include "status_fixture.h"
-
-#include <gmock/gmock.h>
 
 namespace qvcd {
 namespace {
 
 class StreamUrlsTest : public StatusTest {};
-class StreamLinksTest : public StatusTest {};
 
-LinkFacts eth0()
+constexpr char kStreamer[] = "VideoStreamer.Settings.1";
+
+// "name=value" words; a name that begins with a dot is below kStreamer.
+Values values_of(const std::string &words)
+{
+    Values values;
+    for (const std::string &word : split_words(words, " ")) {
+        const std::size_t equals = word.find('=');
+        values.emplace_back((word[0] == '.' ? kStreamer : "") + word.substr(0, equals),
+                            word.substr(equals + 1));
+    }
+    return values;
+}
+
+// The same the other way round.
+std::string words_of(const StreamLinks &links)
+{
+    std::string words;
+    for (const StreamLink &link : links) {
+        if (link.url.valid)
+            words += (words.empty() ? "" : " ") + std::string(link.kind) + "=" + link.url.text;
+    }
+    return words;
+}
+
+LinkFacts on(std::string_view interface, int rtsp_port = 554)
 {
     LinkFacts facts;
     facts.address = "10.0.0.5";
-    facts.interface = "eth0";
-    return facts;
-}
-
-LinkFacts with(LinkFacts facts, int LinkFacts::*member, int value)
-{
-    facts.*member = value;
-    return facts;
-}
-
-LinkFacts wlan0()
-{
-    LinkFacts facts = eth0();
-    facts.interface = "wlan0";
+    facts.interface = interface;
+    facts.rtsp_port = rtsp_port;
     return facts;
 }
 
 LinkFacts bonded()
 {
-    LinkFacts facts = eth0();
+    LinkFacts facts = on("eth0");
     facts.bonded = true;
     return facts;
 }
 
-LinkFacts http(int port, bool ssl)
+LinkFacts http(std::optional<int> port, bool ssl)
 {
-    LinkFacts facts = with(eth0(), &LinkFacts::http_port, port);
+    LinkFacts facts = on("eth0");
+    facts.http_port = port;
     facts.ssl = ssl;
     return facts;
 }
 
-Values as_values(const std::vector<StreamLink> &links)
-{
-    Values values;
-    for (const StreamLink &link : links)
-        values.emplace_back(link.kind, link.url);
-    return values;
-}
-
-// Puts a common prefix in front of the names.
-Values below(const std::string &prefix, const Values &values)
-{
-    Values full;
-    for (const auto &[name, value] : values)
-        full.emplace_back(join_name(prefix, name), value);
-    return full;
-}
-
 struct ModeCase {
-    std::string mode;
-    Values settings;
+    const char *mode;
     LinkFacts facts;
-    Values links;
+    std::string settings;
+    std::string links;
 };
 
 void expect_links(const std::vector<ModeCase> &cases)
 {
     for (const ModeCase &c : cases) {
-        only_values(c.settings);
+        only_values(values_of(c.settings));
         const StreamMode *mode = find_stream_mode(c.mode);
         ASSERT_TRUE(mode) << c.mode;
-        EXPECT_EQ(as_values(mode->build(c.facts)), c.links) << c.mode << testing::PrintToString(c.settings);
+        EXPECT_EQ(words_of(mode->build(c.facts)), c.links) << c.mode << " " << c.settings;
     }
 }
 
 TEST_F(StreamUrlsTest, RtspServers)
 {
-    const std::string rtsp = "VideoStreamer.Settings.1.RTSP";
-    const std::string restream = "StreamingServer.Settings.RTSP";
-    const Values access{{"Authentication.enable", "1"},
-                        {"Authentication.username", "me"},
-                        {"Authentication.password", "pw"},
-                        {"RTPOverHTTP.enable", "1"},
-                        {"RTP.audio_only", "1"}};
-    Values tunnelled = below(rtsp, access);
-    tunnelled.emplace_back("VideoStreamer.Configuration.HTTP.port", "8088");
-    Values restreamed = below(restream, access);
-    restreamed.emplace_back(restream + ".port", "8555");
-    restreamed.emplace_back(restream + ".RTP.streamname", "again");
+    const std::string access =
+        ".RTSP.Authentication.enable=1 .RTSP.Authentication.username=me "
+        ".RTSP.Authentication.password=pw .RTSP.RTPOverHTTP.enable=1 .RTSP.RTP.audio_only=1";
+    const std::string again = "StreamingServer.Settings.RTSP.";
+    const std::string own = again + "port=8555 " + again + "RTP.streamname=again " + again +
+                            "Authentication.enable=1 " + again + "Authentication.username=a:b+@/%\xc3\xa9~ " +
+                            again + "RTP.audio_only=1";
     expect_links({
-        {"RTSP", {}, eth0(), {{"rtsp", "rtsp://10.0.0.5/stream1"}}},
-        {"RTSP", {}, with(eth0(), &LinkFacts::rtsp_port, 8554), {{"rtsp", "rtsp://10.0.0.5:8554/stream1"}}},
-        {"RTSP",
-         below(rtsp, access),
-         eth0(),
-         {{"rtsp", "rtsp://10.0.0.5/stream1"},
-          {"rtspauth", "rtsp://me:pw@10.0.0.5/stream1"},
-          {"rtsphttp", "rtsp://10.0.0.5:8080/stream1"},
-          {"rtspaudio", "rtsp://10.0.0.5/stream1"}}},
-        {"RTSP",
-         tunnelled,
-         with(eth0(), &LinkFacts::rtsp_port, 8554),
-         {{"rtsp", "rtsp://10.0.0.5:8554/stream1"},
-          {"rtspauth", "rtsp://me:pw@10.0.0.5:8554/stream1"},
-          {"rtsphttp", "rtsp://10.0.0.5:8088/stream1"},
-          {"rtspaudio", "rtsp://10.0.0.5:8554/stream1"}}},
-        {"RTSP",
-         {{rtsp + ".Authentication.enable", "1"}},
-         eth0(),
-         {{"rtsp", "rtsp://10.0.0.5/stream1"}, {"rtspauth", "rtsp://:@10.0.0.5/stream1"}}},
-        {"RTSP", {{rtsp + ".Authentication.enable", "yes"}}, eth0(), {{"rtsp", "rtsp://10.0.0.5/stream1"}}},
-        {"StreamingServer", restreamed, eth0(), {}},
-        {"StreamingServer", {}, wlan0(), {{"rtsp", "rtsp://10.0.0.5/stream1"}}},
-        {"StreamingServer",
-         restreamed,
-         wlan0(),
-         {{"rtsp", "rtsp://10.0.0.5:8555/again"},
-          {"rtspauth", "rtsp://me:pw@10.0.0.5:8555/again"},
-          {"rtspaudio", "rtsp://10.0.0.5:8555/again"}}},
-        {"MJPEG", {}, eth0(), {{"rtsp", "rtsp://10.0.0.5/mjpeg1"}}},
+        {"RTSP", on("eth0"), "", "rtsp=rtsp://10.0.0.5/stream1"},
+        {"RTSP", on("eth0", 8554), "", "rtsp=rtsp://10.0.0.5:8554/stream1"},
+        {"RTSP", on("eth0"), access,
+         "rtsp=rtsp://10.0.0.5/stream1 rtspauth=rtsp://me:pw@10.0.0.5/stream1 "
+         "rtsphttp=rtsp://10.0.0.5:8080/stream1 rtspaudio=rtsp://10.0.0.5/stream1"},
+        {"RTSP", on("eth0", 8554), access + " VideoStreamer.Configuration.HTTP.port=70000000000",
+         "rtsp=rtsp://10.0.0.5:8554/stream1 rtspauth=rtsp://me:pw@10.0.0.5:8554/stream1 "
+         "rtspaudio=rtsp://10.0.0.5:8554/stream1"},
+        {"RTSP", on("eth0"), ".RTSP.Authentication.enable=yes", "rtsp=rtsp://10.0.0.5/stream1"},
+        {"StreamingServer", on("eth0"), own, ""},
+        {"StreamingServer", on("wlan0"), "", "rtsp=rtsp://10.0.0.5/stream1"},
+        {"StreamingServer", on("wlan0"), own,
+         "rtsp=rtsp://10.0.0.5:8555/again rtspauth=rtsp://a%3Ab%2B%40%2F%25%C3%A9%7E:@10.0.0.5:8555/again "
+         "rtspaudio=rtsp://10.0.0.5:8555/again"},
+        {"MJPEG", on("eth0"), "", "rtsp=rtsp://10.0.0.5/mjpeg1"},
     });
 }
 
-TEST_F(StreamUrlsTest, HttpBase)
+TEST_F(StreamUrlsTest, HttpServers)
 {
-    const struct {
-        int port;
-        bool ssl;
-        std::string base;
-    } cases[] = {
-        {80, false, "http://10.0.0.5"},        {443, true, "https://10.0.0.5"},
-        {443, false, "http://10.0.0.5:443"},   {80, true, "https://10.0.0.5:80"},
-        {8080, false, "http://10.0.0.5:8080"},
+    const std::string rtsp = "rtsp=rtsp://10.0.0.5/stream1";
+    const auto expect_base = [&](const LinkFacts &facts, const std::string &base) {
+        expect_links({{"RTPPush", facts, "",
+                       rtsp + " rtppush=" + base + "/stream1.sdp rtppush1=" + base + "/stream1_XXXX.sdp"},
+                      {"HttpLive", facts, "", "httplive=" + base + "/httplive/stream.m3u8"}});
     };
-    for (const auto &c : cases) {
-        expect_links(
-            {{"RTPPush",
-              {},
-              http(c.port, c.ssl),
-              {{"rtsp", "rtsp://10.0.0.5/stream1"},
-               {"rtppush", c.base + "/stream1.sdp"},
-               {"rtppush1", c.base + "/stream1_XXXX.sdp"}}},
-             {"HttpLive", {}, http(c.port, c.ssl), {{"httplive", c.base + "/httplive/stream.m3u8"}}}});
-    }
+    expect_base(http(80, false), "http://10.0.0.5");
+    expect_base(http(443, true), "https://10.0.0.5");
+    expect_base(http(443, false), "http://10.0.0.5:443");
+    expect_base(http(80, true), "https://10.0.0.5:80");
+    expect_links({{"RTPPush", http({}, false), "", rtsp}, {"HttpLive", http({}, false), "", ""}});
+
+    LinkFacts quick = http(8080, false);
+    quick.serial_number = "17";
+    only_values({});
+    EXPECT_EQ(words_of(quickview_links(quick)), "rtsp=rtsp://10.0.0.5/quickview");
+    set_values({{"VideoStreamer.Settings.Quickview.push", "1"}});
+    EXPECT_EQ(words_of(quickview_links(quick)),
+              "rtsp=rtsp://10.0.0.5/quickview rtppush=http://10.0.0.5:8080/quickview.sdp "
+              "rtppush1=http://10.0.0.5:8080/quickview_17.sdp");
 }
 
 TEST_F(StreamUrlsTest, TransportStreams)
 {
-    const Values target{{"host", "239.1.1.1"}, {"port", "5004"}};
-    const Values server{{"Server.enable", "1"}, {"Server.port", "5001"}};
-    const std::string streamer = "VideoStreamer.Settings.1";
-    const auto settings = [&](const std::string &group, Values values, const std::string &protocol,
-                              const Values &more = {}) {
-        values.emplace_back("protocol", protocol);
-        values.insert(values.end(), more.begin(), more.end());
-        return below(streamer + group, values);
-    };
-    Values direct = settings(".SkylarkDirect.TS", target, "rtp", server);
-    direct.emplace_back(streamer + ".SkylarkDirect.Server.host", "relay");
+    const std::string target = ".TS.host=239.1.1.1 .TS.port=5004 .TS.protocol=";
+    const std::string server = " .TS.Server.enable=1";
+    const std::string direct = ".SkylarkDirect.TS.protocol=rtp .SkylarkDirect.TS.Server.enable=1 "
+                               ".SkylarkDirect.TS.Server.port=5001 .SkylarkDirect.Server.host=relay";
     expect_links({
-        {"TS", {}, eth0(), {{"ts", "udp://@:0"}}},
-        {"TS", settings(".TS", target, "tcp"), eth0(), {{"ts", "tcp://@239.1.1.1:5004"}}},
-        {"TS", settings(".TS", target, "udp"), eth0(), {{"ts", "udp://@239.1.1.1:5004"}}},
-        {"TS", settings(".TS", target, "multicast"), eth0(), {{"ts", "udp://@239.1.1.1:5004"}}},
-        {"TS", settings(".TS", target, "rtp"), eth0(), {}},
-        {"TS", settings(".TS", target, "rtp", server), eth0(), {}},
-        {"TS", settings(".TS", target, "rtp", server), bonded(), {{"tspull", "tcp://10.0.0.5:5001"}}},
-        {"TS",
-         settings(".TS", target, "udp", {{"Server.enable", "1"}}),
-         bonded(),
-         {{"ts", "udp://@239.1.1.1:5004"}, {"tspull", "tcp://10.0.0.5:5000"}}},
-        {"TS", settings(".TS", target, "udp"), bonded(), {{"ts", "udp://@239.1.1.1:5004"}}},
-        {"MTS", settings(".MTS", target, "tcp"), eth0(), {{"ts", "tcp://@239.1.1.1:5004"}}},
-        {"MTS",
-         settings(".MTS", target, "rtp", {{"rtp_enable", "1"}}),
-         eth0(),
-         {{"rtsp", "rtsp://10.0.0.5/stream1"}}},
-        {"SkylarkDirect", {}, eth0(), {{"ts", "udp://@:0"}}},
-        {"SkylarkDirect", direct, eth0(), {{"tspull", "tcp://relay:5001"}}},
+        {"TS", on("eth0"), "", ""},
+        {"TS", on("eth0"), target + "tcp", "ts=tcp://@239.1.1.1:5004"},
+        {"TS", on("eth0"), target + "udp", "ts=udp://@239.1.1.1:5004"},
+        {"TS", on("eth0"), target + "multicast", "ts=udp://@239.1.1.1:5004"},
+        {"TS", on("eth0"), target + "rtp" + server, ""},
+        {"TS", bonded(), target + "rtp" + server, "tspull=tcp://10.0.0.5:5000"},
+        {"TS", bonded(), target + "udp" + server + " .TS.Server.port=5001",
+         "ts=udp://@239.1.1.1:5004 tspull=tcp://10.0.0.5:5001"},
+        {"TS", bonded(), target + "udp" + server + " .TS.Server.port=0", "ts=udp://@239.1.1.1:5004"},
+        {"TS", bonded(), target + "udp", "ts=udp://@239.1.1.1:5004"},
+        {"TS", on("eth0"), ".TS.host=h .TS.port=4294967376", ""},
+        {"MTS", on("eth0"), ".MTS.host=h .MTS.port=1 .MTS.protocol=tcp", "ts=tcp://@h:1"},
+        {"MTS", on("eth0"), ".MTS.protocol=rtp .MTS.rtp_enable=1", "rtsp=rtsp://10.0.0.5/stream1"},
+        {"SkylarkDirect", on("eth0"), ".SkylarkDirect.TS.port=7", "ts=udp://@:7"},
+        {"SkylarkDirect", on("eth0"), direct, "tspull=tcp://relay:5001"},
     });
 }
 
 TEST_F(StreamUrlsTest, PushedElsewhere)
 {
-    const std::string streamer = "VideoStreamer.Settings.1";
+    const std::string platform = ".StreamingPlatforms.provider=";
+    const std::string own = " .StreamingPlatforms.";
+    const std::string base = " VideoStreamer.Configuration.StreamingPlatforms.";
     expect_links({
-        {"ZiXi", {}, eth0(), {{"zixi", "zixi://:2088/"}}},
-        {"ZiXi",
-         below(streamer + ".ZiXi", {{"host", "hub"}, {"port", "77"}, {"channel", "c1"}}),
-         eth0(),
-         {{"zixi", "zixi://hub:77/c1"}}},
-        {"Announce", {}, eth0(), {{"rtsp", "rtsp://10.0.0.5/stream1"}}},
-        {"Announce",
-         below(streamer + ".Announce", {{"host", "hub"}, {"port", "554"}, {"file", "f.sdp"}}),
-         eth0(),
-         {{"rtsp", "rtsp://10.0.0.5/stream1"}, {"rtspannounce", "rtsp://hub:554/f.sdp"}}},
-        {"RTMP", {}, eth0(), {{"rtmp", "rtmp://10.0.0.5:1935/live/stream1"}}},
-        {"RTMP",
-         below(streamer + ".RTMP", {{"url", "rtmp://hub/app"}, {"stream", "key=1"}}),
-         eth0(),
-         {{"rtmp", "rtmp://10.0.0.5:1935/live/stream1"}, {"rtmppublish", "rtmp://hub/app/key=1"}}},
-        {"QVS", {}, eth0(), {{"qvs", "udp://:9710"}}},
-        {"QVS",
-         below(streamer + ".QVS", {{"host", "hub"}, {"port", "1"}, {"protocol", "tcp"}}),
-         eth0(),
-         {{"qvs", "tcp://hub:1"}}},
-        {"Wowza", {}, eth0(), {{"wowza", "rtmp://:1935/live/"}}},
-        {"Wowza",
-         below(streamer + ".Wowza",
-               {{"host", "hub"}, {"port", "x"}, {"application", "app"}, {"stream", "s"}}),
-         eth0(),
-         {{"wowza", "rtmp://hub:1935/app/s"}}},
+        {"ZiXi", on("eth0"), "", "zixi=zixi://:2088/"},
+        {"ZiXi", on("eth0"), ".ZiXi.host=hub .ZiXi.port=77 .ZiXi.channel=c1", "zixi=zixi://hub:77/c1"},
+        {"ZiXi", on("eth0"), ".ZiXi.port=-1", ""},
+        {"Announce", on("eth0"), "", "rtsp=rtsp://10.0.0.5/stream1"},
+        {"Announce", on("eth0"), ".Announce.host=hub .Announce.port=554 .Announce.file=f.sdp",
+         "rtsp=rtsp://10.0.0.5/stream1 rtspannounce=rtsp://hub:554/f.sdp"},
+        {"RTMP", on("eth0"), "", "rtmp=rtmp://10.0.0.5:1935/live/stream1"},
+        {"RTMP", on("eth0"), ".RTMP.url=rtmp://hub/app .RTMP.stream=key=1",
+         "rtmp=rtmp://10.0.0.5:1935/live/stream1 rtmppublish=rtmp://hub/app/key=1"},
+        {"QVS", on("eth0"), "", "qvs=udp://:9710"},
+        {"QVS", on("eth0"), ".QVS.host=hub .QVS.port=1 .QVS.protocol=tcp", "qvs=tcp://hub:1"},
+        {"Wowza", on("eth0"), "", "wowza=rtmp://:1935/live/"},
+        {"Wowza", on("eth0"), ".Wowza.host=hub .Wowza.port=x .Wowza.application=app .Wowza.stream=s",
+         "wowza=rtmp://hub:1935/app/s"},
+        {"StreamingPlatforms", on("eth0"), "", ""},
+        {"StreamingPlatforms", on("eth0"), platform + "Elsewhere", ""},
+        {"StreamingPlatforms", on("eth0"), platform + "NewLivestream",
+         "livestream=https://newlivestream.example.com"},
+        {"StreamingPlatforms", on("eth0"),
+         platform + "NewLivestream" + base + "NewLivestream.base_url=https://b", "livestream=https://b"},
+        {"StreamingPlatforms", on("eth0"),
+         platform + "NewLivestream" + own + "NewLivestream.event_url=https://e", "livestream=https://e"},
+        {"StreamingPlatforms", on("eth0"),
+         platform + "Ustream" + own + "Ustream.channel_url=", "ustream=https://ustream.example.com"},
+        {"StreamingPlatforms", on("eth0"), platform + "Livestream" + own + "Livestream.channel=c",
+         "livestream=https://livestream.example.com/c"},
+        {"StreamingPlatforms", on("eth0"), platform + "Niconico", "niconico=https://niconico.example.com"},
     });
-}
-
-TEST_F(StreamUrlsTest, StreamingPlatforms)
-{
-    const std::string chosen = "VideoStreamer.Settings.1.StreamingPlatforms";
-    const std::string bases = "VideoStreamer.Configuration.StreamingPlatforms";
-    const auto on = [&](const std::string &provider, Values more = {}) {
-        more.emplace_back(chosen + ".provider", provider);
-        return more;
-    };
-    const struct {
-        Values settings;
-        Values links;
-    } cases[] = {
-        {{}, {}},
-        {on("Elsewhere"), {}},
-        {on("NewLivestream"), {{"livestream", "https://newlivestream.example.com"}}},
-        {on("NewLivestream", {{bases + ".NewLivestream.base_url", "https://b"}}),
-         {{"livestream", "https://b"}}},
-        {on("NewLivestream", {{chosen + ".NewLivestream.event_url", "https://e"}}),
-         {{"livestream", "https://e"}}},
-        {on("Ustream", {{chosen + ".Ustream.channel_url", "https://c"}}), {{"ustream", "https://c"}}},
-        {on("Ustream"), {{"ustream", "https://ustream.example.com"}}},
-        {on("Livestream"), {{"livestream", "https://livestream.example.com/"}}},
-        {on("Livestream",
-            {{chosen + ".Livestream.channel", "c"}, {bases + ".Livestream.base_url", "https://l"}}),
-         {{"livestream", "https://l/c"}}},
-        {on("Niconico"), {{"niconico", "https://niconico.example.com"}}},
-    };
-    for (const auto &c : cases)
-        expect_links({{"StreamingPlatforms", c.settings, eth0(), c.links}});
-}
-
-TEST_F(StreamUrlsTest, QuickView)
-{
-    LinkFacts facts = with(http(8080, false), &LinkFacts::rtsp_port, 8554);
-    facts.serial_number = "17";
-    EXPECT_EQ(as_values(setup_quickview_links(eth0())), (Values{{"rtsp", "rtsp://10.0.0.5/quickview"}}));
-    set_values({{"VideoStreamer.Settings.Quickview.push", "1"}});
-    EXPECT_EQ(as_values(setup_quickview_links(facts)),
-              (Values{{"rtsp", "rtsp://10.0.0.5:8554/quickview"},
-                      {"rtppush", "http://10.0.0.5:8080/quickview.sdp"},
-                      {"rtppush1", "http://10.0.0.5:8080/quickview_17.sdp"}}));
-}
-
-TEST_F(StreamUrlsTest, ModesThatPublishNothing)
-{
     for (const char *mode : {"Disabled", "rtsp", "", "ASI"})
         EXPECT_FALSE(find_stream_mode(mode)) << mode;
 }
 
-// This test program runs where no wlan0 exists, and where eth0 may.
-TEST_F(StreamLinksTest, StaleLinksGo)
-{
-    set_values({{"VideoStreamer.Settings.1.mode", "Disabled"},
-                {"Links.1.Eth0.rtsp", "rtsp://old"},
-                {"Links.1.Wlan0.ts", "udp://old"},
-                {"Links.Quickview.Eth0.rtsp", "rtsp://old"},
-                {"Links.1.Other", "stays"}});
-    metaDB.set("Links.1.Eth0.rtsp.attr", "rtsp");
-    metaDB.set("Links.Quickview.Eth0.rtsp.attr", "rtsp");
-    EXPECT_EQ(read_with(links_rfunc, "Links", nullptr), "0");
-    for (const char *name : {"Links.1.Eth0", "Links.1.Wlan0", "Links.Quickview"}) {
-        EXPECT_FALSE(hdfDB.find(name)) << name;
-        EXPECT_FALSE(metaDB.find(name)) << name;
+class StreamLinksTest : public StatusTest {
+  protected:
+    static bool publish(const std::string &settings, bool with_wlan0 = false)
+    {
+        InterfaceSnapshot network{{{.index = 2, .name = "eth0"}, {.index = 3, .name = "ppp0"}},
+                                  {{2, "10.0.0.5", {}, 24}}};
+        if (with_wlan0) {
+            network.links.push_back({.index = 4, .name = "wlan0"});
+            network.addresses.push_back({4, "10.0.1.5", {}, 24});
+        }
+        Request request(0xffff);
+        set_values(values_of(settings));
+        return publish_stream_links(request, "Links", network);
     }
-    EXPECT_EQ(hdfDB.get("Links.1.Other"), "stays");
-}
+    static std::vector<std::string> published()
+    {
+        return hdfutils_names(hdfDB.find("Links"), "Links", hdfutils_check_endnode);
+    }
+};
 
-TEST_F(StreamLinksTest, QuickViewGoesWithZixi)
+TEST_F(StreamLinksTest, LinksFollowInterfacesAndModes)
 {
-    set_values({{"VideoStreamer.Settings.1.mode", "ZiXi"},
-                {"VideoStreamer.Settings.Quickview.enable", "1"},
-                {"Links.Quickview.Eth0.rtsp", "rtsp://old"}});
-    read_with(links_rfunc, "Links", nullptr);
-    EXPECT_FALSE(hdfDB.find("Links.Quickview"));
-}
-
-TEST_F(StreamLinksTest, RootsThatAreNoNames)
-{
+    using Names = std::vector<std::string>;
+    const struct {
+        const char *settings;
+        bool wlan0, published;
+        Names names;
+    } steps[] = {
+        {".mode=Disabled VideoStreamer.Settings.Quickview.enable=1 Links.1.Other=stays",
+         false,
+         true,
+         {"Links.1.Other", "Links.Quickview.Eth0.rtsp"}},
+        {".mode=RTSP",
+         true,
+         true,
+         {"Links.1.Other", "Links.1.Eth0.rtsp", "Links.1.Wlan0.rtsp", "Links.Quickview.Eth0.rtsp",
+          "Links.Quickview.Wlan0.rtsp"}},
+        {".mode=ZiXi", false, true, {"Links.1.Other", "Links.1.Eth0.zixi"}},
+        {".mode=TS .TS.port=70000000000 VideoStreamer.Settings.Quickview.enable=0",
+         false,
+         false,
+         {"Links.1.Other"}},
+    };
+    for (const auto &step : steps) {
+        EXPECT_EQ(publish(step.settings, step.wlan0), step.published) << step.settings;
+        EXPECT_EQ(published(), step.names) << step.settings;
+    }
+    EXPECT_FALSE(metaDB.find("Links")) << "all of it was made for links";
+    hdfDB.remove("Links.1.Other");
+    publish(".mode=RTSP");
+    publish(".mode=Disabled");
+    EXPECT_FALSE(hdfDB.find("Links")) << "an empty group looks like an API";
     for (const char *root : {static_cast<const char *>(nullptr), "", "a..b", "a b"})
-        EXPECT_EQ(read_with(links_rfunc, root, nullptr), "0") << (root ? root : "null");
+        EXPECT_EQ(read_with(links_rfunc, root, nullptr), "0") << or_null(root);
+}
+
+TEST_F(StreamLinksTest, WhatTheModelSaysOfLinksStays)
+{
+    metaDB.set("Links.perm", "4444");
+    metaDB.set("Links.1.Eth0.perm", "4400");
+    metaDB.set("Links.1.Eth0.rtsp.help", "by the model");
+    for (const char *settings : {".mode=RTSP .RTSP.RTP.audio_only=1", ".mode=Disabled", ".mode=RTSP"}) {
+        publish(settings);
+        EXPECT_EQ(meta_get_perm("Links.1.Eth0.rtsp"), 0x4400U) << settings;
+        EXPECT_EQ(meta_get("Links.1.Eth0.rtsp", "help"), "by the model") << settings;
+    }
+    EXPECT_EQ(meta_get_perm("Links.1.Eth0.rtspaudio"), 0x4400U);
+    publish(".mode=Disabled");
+    EXPECT_FALSE(metaDB.find("Links.1.Eth0.rtspaudio"));
+}
+
+// Who may not read the password, or what else in a link is secret, may not read the link.
+TEST_F(StreamLinksTest, SecretsAreGuarded)
+{
+    const struct {
+        const char *group_perm, *secret_perm, *is_private;
+        unsigned perm;
+    } cases[] = {
+        {"4444", "7700", "", 0x4400}, {"4400", "7770", "", 0x4400}, {"4444", "7774", "true", 0x4444}};
+    for (const auto &c : cases) {
+        hdfdb_destroy();
+        hdfdb_init();
+        metaDB.set("Links.perm", c.group_perm);
+        for (const char *secret : {".RTSP.Authentication.password", ".RTMP.stream"}) {
+            metaDB.set(kStreamer + std::string(secret) + ".type", "blank,password 4 63");
+            metaDB.set(kStreamer + std::string(secret) + ".perm", c.secret_perm);
+            metaDB.set(kStreamer + std::string(secret) + ".private", c.is_private);
+        }
+        set_values({{kStreamer + std::string(".RTSP.Authentication.password"), "p@ s"}});
+        publish(".mode=RTSP .RTSP.Authentication.enable=1 .RTMP.stream=key .RTMP.url=u");
+        EXPECT_EQ(hdfDB.get("Links.1.Eth0.rtspauth"), "rtsp://:p%40%20s@10.0.0.5/stream1");
+        for (const char *link : {"Links.1.Eth0.rtspauth", "Links.1.Eth0.rtmppublish"}) {
+            if (!hdfDB.get(link))
+                publish(".mode=RTMP");
+            ASSERT_TRUE(hdfDB.get(link)) << link;
+            EXPECT_EQ(meta_get_perm(link), c.perm) << link;
+            EXPECT_EQ(meta_is_hidden(0x0fff, link), *c.is_private != '\0') << link;
+            EXPECT_TRUE(meta_is_password(link)) << "its value is not for logs";
+        }
+        EXPECT_EQ(meta_get_perm("Links.1.Eth0.rtmp"), std::stoul(c.group_perm, nullptr, 16));
+        EXPECT_FALSE(meta_is_password("Links.1.Eth0.rtmp"));
+    }
 }
 
 } // namespace

@@ -4,8 +4,6 @@
 #include "status/uplink.h"
 #include "status_fixture.h"
 
-#include <future>
-
 namespace qvcd {
 namespace {
 
@@ -73,43 +71,31 @@ TEST_F(UplinkTest, ReachesAsFarAsTheProbesAndLinksSay)
     }
 }
 
-// The first pass of probes is answered, the second finds the server gone.
-TEST_F(UplinkTest, InternetWithoutAProvider)
+// The server answers the first of two passes of probes, and only after another command had the lock and
+// changed the addresses.
+TEST_F(UplinkTest, ProbesOnceARequestWithoutTheCommandLock)
 {
     const LoopbackPort closed;
+    AnsweringMachine other("HTTP/1.1 204 No Content\r\n\r\n", "\r\n\r\n");
     LoopbackPort once;
     ASSERT_EQ(listen(once.socket(), 5), 0);
+    const CommandLock lock;
     probe(url_of(once.port()), url_of(closed.port()));
     std::thread server([&] {
         const Fd client(accept(once.socket(), nullptr, nullptr));
         shutdown(once.socket(), SHUT_RDWR);
-        char block[1024];
-        EXPECT_GT(recv(client.get(), block, sizeof block, 0), 0);
-        const std::string answer = "HTTP/1.1 204 No Content\r\n\r\n";
-        send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
-    });
-    EXPECT_EQ(read_with(uplink_rfunc, nullptr, nullptr), "internet");
-    server.join();
-}
-
-// A server that answers only after another thread had the command lock.
-TEST_F(UplinkTest, ProbesLetGoOfTheCommandLock)
-{
-    const LoopbackPort closed;
-    LoopbackPort slow;
-    ASSERT_EQ(listen(slow.socket(), 5), 0);
-    probe(url_of(slow.port()), url_of(closed.port()));
-    const CommandLock lock;
-    std::thread server([&] {
-        const Fd client(accept(slow.socket(), nullptr, nullptr));
         const CommandLock other_command;
         EXPECT_TRUE(other_command.held());
+        probe(url_of(once.port()), url_of(other.port()));
         const std::string answer = "HTTP/1.1 204 No Content\r\n\r\n";
         send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
     });
-    EXPECT_TRUE(check_internet());
+    Request request(0xffff);
+    EXPECT_EQ(read_for(request, uplink_rfunc, nullptr), "internet");
     EXPECT_TRUE(command_lock_is_mine());
     server.join();
+    EXPECT_EQ(read_for(request, uplink_rfunc, nullptr), "internet") << "of the same request";
+    EXPECT_EQ(read_with(uplink_rfunc, nullptr, nullptr), "provider");
 }
 
 } // namespace

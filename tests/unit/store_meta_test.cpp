@@ -32,11 +32,12 @@ TEST_F(Meta, InheritedLookupStoresWhatComesFromFar)
         std::optional<std::string> value;
         std::optional<std::string> own_afterwards;
     } cases[] = {
-        {"type", "string", "string"},         // its own
-        {"write", "w", std::nullopt},         // the parent's: not copied
-        {"file", "/top", "/top"},             // the grandparent's
-        {"read", std::nullopt, std::nullopt}, // an empty value hides what is above
-        {"shadow", std::nullopt, ""},         // nowhere: noted as empty
+        {"type", "string", "string"},           // its own
+        {"write", "w", std::nullopt},           // the parent's: not copied
+        {"file", "/top", "/top"},               // the grandparent's
+        {"read", std::nullopt, std::nullopt},   // an empty value hides what is above
+        {"shadow", std::nullopt, std::nullopt}, // nowhere: nothing is noted
+        {"B", std::nullopt, std::nullopt},      // a group of that name is no attribute
     };
     for (const auto &c : cases) {
         EXPECT_EQ(meta_get("A.B.C", c.attribute), c.value) << c.attribute;
@@ -75,9 +76,6 @@ TEST_F(Meta, NamesAndPermissions)
     EXPECT_EQ(meta_get_perm("A.B.C"), 0x4422U);
     EXPECT_EQ(meta_get_parent("A.B.C"), "A.B");
     EXPECT_EQ(meta_get_parent("A"), std::nullopt);
-    EXPECT_EQ(meta_get_prev_node("A.B.C"), "B");
-    EXPECT_EQ(meta_get_prev_node("A.B"), "A");
-    EXPECT_EQ(meta_get_prev_node("A"), std::nullopt);
 }
 
 } // namespace

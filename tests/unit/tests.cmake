@@ -11,7 +11,7 @@ qvcd_unit_test(NAME client
 qvcd_unit_test(NAME platform_device SOURCES platform_device_test.cpp LIBRARIES qvcd_platform)
 qvcd_unit_test(NAME status
   SOURCES status_bonding_test.cpp status_codec_test.cpp status_links_test.cpp status_network_test.cpp
-    status_rates_test.cpp status_system_test.cpp status_uplink_test.cpp
+    status_system_test.cpp status_uplink_test.cpp
   LIBRARIES qvcd_status)
 qvcd_unit_test(NAME store SOURCES store_flags_test.cpp store_meta_test.cpp store_tree_test.cpp LIBRARIES qvcd_store)
 qvcd_unit_test(NAME base SOURCES base_files_test.cpp base_lock_test.cpp LIBRARIES qvcd_base LABELS concurrent)
