@@ -14,7 +14,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 from appliance import BIN_DIR, PATIENCE, QVCD, Connection, Reply, wait_until  # noqa: E402
 
 from disk import read_tree, write_tree  # noqa: E402
-from scenarios import MODEL, RUNNING, SPARE  # noqa: E402
+from scenarios import JOURNAL, MODEL, RUNNING, SPARE  # noqa: E402
 from shim import Shim  # noqa: E402
 
 LIBRARY = BIN_DIR / "libfaults_preload.so"
@@ -22,11 +22,24 @@ LIBRARY = BIN_DIR / "libfaults_preload.so"
 PLACE = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
 
 
+def settings_in(tree):
+    if JOURNAL in tree and not tree[JOURNAL].data:
+        del tree[JOURNAL]
+    return tree
+
+
+# Of the process that made it and of those that it forks.
+workshop = pathlib.Path(tempfile.mkdtemp(prefix="qf", dir=PLACE))
+
+
 class Box:
+    """One at a time, and always at the same place: what the daemon keeps on its disk may name it."""
+
     def __init__(self, tree):
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="qf", dir=PLACE))
+        self.folder = workshop / str(os.getpid())
         self.root = self.folder / "r"
         self.process = None
+        self.folder.mkdir()
         for name in ("tmp", "var/run", "usr/share/qvapi", "etc"):
             (self.root / name).mkdir(parents=True)
         (self.root / "usr/share/qvapi/apimeta.hdf").write_text(MODEL)
@@ -46,10 +59,11 @@ class Box:
         self.close()
 
     def tree(self):
-        return read_tree(self.root, SPARE)
+        """The files that count."""
+        return settings_in(read_tree(self.root, SPARE))
 
     def everything(self):
-        return read_tree(self.root, RUNNING)
+        return read_tree(self.root, RUNNING, with_folders=True)
 
     # ---- The process ----
 

@@ -20,6 +20,10 @@ class Link(typing.NamedTuple):
     target: str
 
 
+class Folder:
+    """Stands for a folder among the names."""
+
+
 class Spare:
     """Paths that do not count: a name, or with "/" at its end all below it."""
 
@@ -33,10 +37,12 @@ class Spare:
         return ":".join(self.names)
 
 
-def read_tree(root, spare):
+def read_tree(root, spare, with_folders=False):
     tree = {}
     for folder, folders, names in os.walk(root):
         below = folder[len(str(root)):]
+        if with_folders and below:
+            tree[below] = Folder()
         folders[:] = [d for d in folders if f"{below}/{d}" not in spare]
         for name in [*names, *(d for d in folders if os.path.islink(f"{folder}/{d}"))]:
             path = f"{below}/{name}"
@@ -110,10 +116,6 @@ class Content:
         return choice.of_content(self.flushed, self.versions)
 
 
-class Folder:
-    """Stands for a folder among the names."""
-
-
 class Step(typing.NamedTuple):
     """One change of names, not flushed in these folders yet."""
 
@@ -125,9 +127,6 @@ class Disk:
     def __init__(self, root, tree):
         self.root = str(root)
         self.current = {path: Content(e) if isinstance(e, File) else e for path, e in tree.items()}
-        for path in tree:
-            while path := path.rpartition("/")[0]:
-                self.current[path] = Folder()
         self.flushed = dict(self.current)
         self.steps = []
         self.inodes = {}

@@ -788,6 +788,25 @@ WRAP(ssize_t, writev, int fd, const iovec *pieces, int count)
 WRAP_TRUNCATE(ftruncate)
 WRAP_TRUNCATE(ftruncate64)
 
+int any_truncate(const char *path, off_t size)
+{
+    return on_path(
+        {"truncate", kTruncate}, AT_FDCWD, path,
+        [&] { return static_cast<int>(syscall(SYS_truncate, path, size)); },
+        [&](std::uint64_t number, const char *file) {
+            note("done\t%llu\ttruncate\t%s\t\t%lld\n", static_cast<unsigned long long>(number), file,
+                 static_cast<long long>(size));
+        });
+}
+WRAP(int, truncate, const char *path, off_t size)
+{
+    return any_truncate(path, size);
+}
+WRAP(int, truncate64, const char *path, off_t size)
+{
+    return any_truncate(path, size);
+}
+
 WRAP(int, fsync, int fd)
 {
     return is_active() && find_fd(fd) ? any_flush("fsync", fd, "flush")
@@ -1052,6 +1071,41 @@ WRAP(int, closedir, DIR *folder)
         if (OpenFile *file = find_fd(dirfd(folder)))
             file->known = false;
     return real(folder);
+}
+
+// ---- Calls that change nothing that counts ----
+
+WRAP(int, fallocate, int fd, int mode, off_t at, off_t size)
+{
+    return on_fd(
+        {"fallocate", kWrite}, fd,
+        [&] { return static_cast<int>(syscall(SYS_fallocate, fd, mode, at, size)); },
+        [&](std::uint64_t, const OpenFile &file) {
+            if ((mode & FALLOC_FL_KEEP_SIZE) == 0)
+                note_unknown("fallocate", file.path);
+        });
+}
+WRAP(int, sync_file_range, int fd, off_t at, off_t size, unsigned flags)
+{
+    return on_fd(
+        {"sync_file_range", kFlush}, fd,
+        [&] { return static_cast<int>(syscall(SYS_sync_file_range, fd, at, size, flags)); },
+        [](std::uint64_t, const OpenFile &) {});
+}
+WRAP(int, fsetxattr, int fd, const char *name, const void *value, std::size_t size, int flags)
+{
+    return on_fd(
+        {"fsetxattr", kMode}, fd,
+        [&] { return static_cast<int>(syscall(SYS_fsetxattr, fd, name, value, size, flags)); },
+        [](std::uint64_t, const OpenFile &) {});
+}
+WRAP(ssize_t, listxattr, const char *path, char *to, std::size_t size)
+{
+    return look_at("listxattr", AT_FDCWD, path, [&] { return syscall(SYS_listxattr, path, to, size); });
+}
+WRAP(ssize_t, getxattr, const char *path, const char *name, void *to, std::size_t size)
+{
+    return look_at("getxattr", AT_FDCWD, path, [&] { return syscall(SYS_getxattr, path, name, to, size); });
 }
 
 // ---- Calls that the model of the disk does not know ----

@@ -138,10 +138,12 @@ def run(fail_at):
         listener.close()
         if not box.has_ended():
             box.kill()
-        with Box(box.tree()) as after:
-            if not after.start():
-                return "no start after it", after.log()
-            torn = check_files(after.tree())
-        if result[0] in GOOD and undone:
-            return "not done", f"{undone}\n{box.log()}"
-        return torn or result
+        tree = box.tree()
+        log = box.log()
+    with Box(tree) as after:
+        if not after.start():
+            return "no start after it", after.log()
+        torn = check_files(after.tree())
+    if result[0] in GOOD and undone:
+        return "not done", f"{undone}\n{log}"
+    return torn or result

@@ -7,8 +7,9 @@
 For each scenario a first run counts its N file calls. Then, for each call and each fault that it can meet (shim.py),
 the daemon runs it again and meets the fault there; and for each call the power fails behind it (disk.py). Promised is:
 
-  whole   each file is byte for byte what it was or what it was to become, also in mode and owner, and nothing is
-          left over after the next start; after a crash all files of a command are old or all are new
+  whole   each file is byte for byte what it was or what it was to become, also in mode and owner; after a crash all
+          files of a command are old or all are new
+  tidy    after the next start nothing is left over
   told    a client that was not refused (an error text, a result other than 0, a connection that broke off) finds
           the new state after a restart; the log says what the system said
   agrees  a daemon that refused a change of users, profiles or presets answers as it does after a restart
@@ -19,21 +20,24 @@ Exit status 1 when a run fell short.
 """
 
 import argparse
+import dataclasses
+import functools
 import hashlib
 import multiprocessing
 import os
 import random
 import re
+import shutil
 import sys
 import time
 import traceback
 import typing
 
 import memory
-from box import LIBRARY, Box, is_refusal, wait_for
+from box import LIBRARY, Box, is_refusal, settings_in, wait_for, workshop
 from disk import CHOICES, Disk, File, Link, RandomChoice, differences
-from scenarios import ANSWERS, SCENARIOS, SPARE
-from shim import FAIL, FAIL_FROM_THERE, FAULTS, HALF, KILL_AFTER, KILL_BEFORE, Shim
+from scenarios import ANSWERS, JOURNAL, SCENARIOS, SPARE, TEMPORARY
+from shim import FAIL, FAIL_FROM_THERE, FAULTS, HALF, Shim
 
 RANDOM_CUTS = 1000  # with --all
 SAMPLE = {"faults": 16, "cuts": 4, "random cuts": 40, "memory": 40}  # else: of a scenario, and in all
@@ -43,16 +47,19 @@ RANDOM = re.compile(r"power-random:(\d+)")
 # ---- What is to be ----
 
 
-class State(typing.NamedTuple):
+@dataclasses.dataclass
+class State:
     """The disk, and how a daemon that is started on it answers."""
 
     tree: dict
     answers: dict
+    left: list = dataclasses.field(default_factory=list, compare=False)  # what is no file of the appliance's
 
 
 class Clean(typing.NamedTuple):
     """A scenario on a good disk."""
 
+    root: str  # where it was
     calls: list
     changes: list
     start: dict  # all files at the first call
@@ -76,7 +83,10 @@ def settle(tree):
     key = hashlib.sha256(repr(sorted(tree.items())).encode()).digest()
     if key not in settled:
         with Box(tree) as box:
-            settled[key] = State(box.tree(), box.ask(ANSWERS) if box.start() else {"start": box.log()})
+            answers = box.ask(ANSWERS) if box.start() else {"start": box.log()}
+            found = box.tree()
+        left = [path for path in found if path == JOURNAL or TEMPORARY in path]
+        settled[key] = State({p: e for p, e in found.items() if p not in left}, answers, left)
     return settled[key]
 
 
@@ -103,15 +113,16 @@ def run_clean(scenario):
             acknowledged.append(box.shim.calls_so_far())
         box.shim.disarm()
         lines = box.shim.lines()
-        clean = Clean(Shim.calls(lines), Shim.changes(lines), start, [], acknowledged)
+        clean = Clean(str(box.root), Shim.calls(lines), Shim.changes(lines), start, [], acknowledged)
         # What the model of the disk says must be what is there: a call that goes by the library would be missed.
-        disk = disk_after(clean, len(clean.calls), box.root)
-        model = disk.after_cut(CHOICES["power-kept"], SPARE)
+        disk = disk_after(clean, len(clean.calls))
+        model = settings_in(disk.after_cut(CHOICES["power-kept"], SPARE))
         assert model == trees[-1], f"{scenario.name}: the model lost track:\n{differences(model, trees[-1])}"
+    # Without a daemon in the way: all work at one place.
     for tree in trees:
         state = settle(tree)
         if not (scenario.is_start and tree is trees[0]):
-            assert state.tree == tree, f"{scenario.name} is not settled: {differences(state.tree, tree)}"
+            assert state.tree == tree and not state.left, f"{scenario.name} is not settled: {differences(state.tree, tree)}"
         clean.states.append(State(tree, state.answers))
     assert clean.calls, f"{scenario.name}: no file calls were seen"
     return clean
@@ -122,18 +133,13 @@ def prepare(box, scenario):
         assert not is_refusal(box.command(command)), command
 
 
-def disk_after(clean, point, root="/root"):
+def disk_after(clean, point):
     """Just behind that call."""
-    disk = Disk(root, clean.start)
+    disk = Disk(clean.root, clean.start)
     for number, words in clean.changes:
         if number <= point:
-            disk.follow(*[w.replace(str(disk_root(clean)), disk.root, 1) if w.startswith("/") else w for w in words])
+            disk.follow(*words)
     return disk
-
-
-def disk_root(clean):
-    """Where the clean run was."""
-    return re.match(r"/[^/]+(?:/[^/]+)*?/qf\w+/r", clean.calls[0].path).group()
 
 
 # ---- One run with a fault ----
@@ -160,16 +166,21 @@ def neither(tree, states):
     return [p for p in {*tree, *(q for s in states for q in s.tree)} if tree.get(p) not in [s.tree.get(p) for s in states]]
 
 
-def check_files(scenario, clean, tree):
+def check_tidy(scenario, found):
+    return [Shortfall("tidy", f"left over: {found.left}")] if found.left and scenario.tidy else []
+
+
+def check_files(scenario, clean, found):
     """After a fault that the daemon outlived, and a start."""
+    tree = found.tree
     if scenario.by_line:
         bad = lines_between(tree, clean.states[0].tree, clean.last().tree)
     else:
         bad = neither(tree, clean.states)
     if not bad:
-        return []
+        return check_tidy(scenario, found)
     text = [line for line in differences(tree, clean.states[0].tree) if line.split()[0] in bad]
-    return [Shortfall("whole", "neither old nor new: " + "; ".join(text))]
+    return [Shortfall("whole", "neither old nor new: " + "; ".join(text)), *check_tidy(scenario, found)]
 
 
 def answer_differences(found, wanted):
@@ -190,79 +201,36 @@ def state_differences(found, wanted):
 
 def check_crash(scenario, clean, found, replies):
     """After the end of everything behind that many replies, and a start."""
-    allowed = clean.states[replies:replies + 2]
-    if scenario.is_start:
-        allowed = [clean.last()]
-    if scenario.whole and not any(found == state for state in allowed):
-        return [Shortfall("whole", "\nor ".join(state_differences(found, state) for state in allowed))]
-    if not scenario.whole:
-        bad = neither(found.tree, allowed)
-        if bad:
-            return [Shortfall("whole", "; ".join(differences(found.tree, allowed[0].tree)))]
-    return []
-
-
-def says_why(log, fault):
-    return os.strerror(fault.error) in log
-
-
-def run_outlived(scenario, clean, box, fault, refused, log, descriptors):
-    """The promises of a daemon whose call failed. It still runs, and the disk is good again."""
-    last = clean.last()
-    now = box.tree()
-    found = settle(now)
-    fell = check_files(scenario, clean, found.tree)
-    if scenario.is_start:
-        live = box.ask(ANSWERS)
-        if live != last.answers and not says_why(log, fault):
-            fell.append(Shortfall("told", f"the log does not say {os.strerror(fault.error)!r}; " + "; ".join(
-                answer_differences(live, last.answers)) + "\n" + log))
-        if found != last:
-            fell.append(Shortfall("again", "the next start: " + state_differences(found, last)))
-    elif refused:
-        live = box.ask(scenario.agrees)
-        if not says_why(log, fault):
-            fell.append(Shortfall("told", f"the log does not say {os.strerror(fault.error)!r}:\n{log}"))
-        restarted = {q: found.answers[q] if q in found.answers else settle_answer(now, q) for q in live}
-        if live != restarted:
-            fell.append(Shortfall("agrees", "; ".join(answer_differences(live, restarted)) + " after a restart"))
-        replies = [box.command(c) for c in (scenario.again or scenario.commands)]
-        again = settle(box.tree())
-        if again != last:
-            fell.append(Shortfall("again", f"asked again ({replies}): {state_differences(again, last)}"))
-    elif found != last:
-        fell.append(Shortfall("told", "it said done; after a restart: " + state_differences(found, last)))
-    if box.has_ended():
-        fell.append(Shortfall("lives", f"the daemon ended: {box.process.returncode}\n{box.log()}"))
-    elif descriptors and not wait_for(lambda: box.descriptors() <= descriptors, 5):
-        fell.append(Shortfall("lives", f"{box.descriptors() - descriptors} descriptors more than before"))
+    allowed = [clean.last()] if scenario.is_start else clean.states[replies:replies + 2]
+    fell = check_tidy(scenario, found)
+    if scenario.whole and found not in allowed:
+        fell.append(Shortfall("whole", "\nor ".join(state_differences(found, state) for state in allowed)))
+    elif not scenario.whole and neither(found.tree, allowed):
+        fell.append(Shortfall("whole", "\nor ".join(state_differences(found, state) for state in allowed)))
     return fell
 
 
-def run_refused_start(clean, box, fault):
-    """A daemon that does not start is in order when it says why and harms nothing."""
-    fell = []
-    if box.process.returncode < 0 or not says_why(box.log(), fault):
-        fell.append(Shortfall("lives", f"the start ended with {box.process.returncode}:\n{box.log()}"))
-    found = settle(box.tree())
-    if found != clean.last():
-        fell.append(Shortfall("again", "the next start: " + state_differences(found, clean.last())))
-    return fell
+class Outcome(typing.NamedTuple):
+    """What a run with a fault left."""
+
+    up: bool  # the daemon outlived it
+    code: int  # or ended with this
+    refused: bool
+    replies: list
+    log: str
+    tree: dict
+    live: dict  # answers of the daemon that goes on
+    again: list  # replies to asking again
+    tree_again: dict
+    lost: int  # descriptors
 
 
-def settle_answer(tree, question):
-    """Of a question that not every start is asked."""
-    with Box(tree) as box:
-        return box.ask([question])[question] if box.start() else None
-
-
-def run_fault(scenario, clean, point, name, tell=None):
-    """None when the daemon did not come to that point, else the shortfalls."""
-    fault = FAULTS[name]
+def meet_fault(scenario, point, fault, tell):
+    """None when the daemon did not come to that point."""
     with Box(scenario.tree()) as box:
         refused = False
         replies = []
-        descriptors = 0
+        descriptors = before = 0
         if scenario.is_start:
             box.shim.arm(fault, point)
             up = box.start()
@@ -273,28 +241,87 @@ def run_fault(scenario, clean, point, name, tell=None):
             before = len(box.log())
             box.shim.arm(fault, point)
             for command in scenario.commands:
-                reply = box.command(command)
-                refused = is_refusal(reply)
+                replies.append(box.command(command))
+                refused = is_refusal(replies[-1])
                 if refused:
                     break
-                replies.append(reply)
-            up = not wait_for(box.has_ended, 5) if refused and reply is None else not box.has_ended()
+            up = not wait_for(box.has_ended, 5) if replies[-1] is None else not box.has_ended()
         dealt = [c for c in Shim.calls(box.shim.lines()) if c.dealt]
         box.shim.disarm()
         if tell:
-            tell(box, dealt, replies if not refused else [*replies, reply])
+            tell(box, dealt, replies)
         if not dealt:
             return None
-        if fault.action not in (FAIL, FAIL_FROM_THERE, HALF):
-            if up:
-                return [Shortfall("whole", "the daemon was to be killed, but lives")]
-            return check_crash(scenario, clean, settle(box.tree()), len(replies))
-        if not up and scenario.is_start:
-            return run_refused_start(clean, box, fault)
+        log = box.log()[before:]
+        tree = box.tree()
         if not up:
-            return [Shortfall("lives", f"the daemon ended: {box.process.returncode}\n{box.log()}")]
-        log = box.log() if scenario.is_start else box.log()[before:]
-        return run_outlived(scenario, clean, box, fault, refused, log, descriptors)
+            return Outcome(False, box.process.returncode, refused, replies, log, tree, {}, [], {}, 0)
+        live = box.ask(ANSWERS if scenario.is_start else scenario.agrees if refused else [])
+        wanted = ["save"] if scenario.is_start else (scenario.again or scenario.commands) if refused else []
+        again = [box.command(c) for c in wanted]
+        tree_again = box.tree()
+        if box.has_ended():
+            return Outcome(False, box.process.returncode, refused, replies, box.log(), tree, {}, [], {}, 0)
+        lost = 0
+        if descriptors and not wait_for(lambda: box.descriptors() <= descriptors, 5):
+            lost = box.descriptors() - descriptors
+        return Outcome(True, 0, refused, replies, log, tree, live, again, tree_again, lost)
+
+
+def says_why(log, fault):
+    return os.strerror(fault.error) in log
+
+
+def judge_start(scenario, clean, fault, outcome):
+    """A start whose call failed. It may end when it says why; whatever it does, no good value is lost."""
+    last = clean.last()
+    found = settle(outcome.tree)
+    fell = check_files(scenario, clean, found)
+    if not outcome.up and (outcome.code < 0 or not says_why(outcome.log, fault)):
+        fell.append(Shortfall("lives", f"the start ended with {outcome.code}:\n{outcome.log}"))
+    if outcome.up and outcome.live != last.answers and not says_why(outcome.log, fault):
+        fell.append(Shortfall("told", f"the log does not say {os.strerror(fault.error)!r}; " + "; ".join(
+            answer_differences(outcome.live, last.answers)) + "\n" + outcome.log))
+    if found != last and not (outcome.up and settle(outcome.tree_again) == last):
+        fell.append(Shortfall("again", "the next start: " + state_differences(found, last)))
+    return fell
+
+
+def judge(scenario, clean, fault, outcome):
+    """A daemon whose call failed, and whose disk was good again afterwards."""
+    last = clean.last()
+    found = settle(outcome.tree)
+    fell = check_files(scenario, clean, found)
+    if not outcome.up:
+        return [*fell, Shortfall("lives", f"the daemon ended with {outcome.code}\n{outcome.log}")]
+    if outcome.lost:
+        fell.append(Shortfall("lives", f"{outcome.lost} descriptors more than before"))
+    if not outcome.refused:
+        if found != last:
+            fell.append(Shortfall("told", "it said done; after a restart: " + state_differences(found, last)))
+        return fell
+    if not says_why(outcome.log, fault):
+        fell.append(Shortfall("told", f"the log does not say {os.strerror(fault.error)!r}:\n{outcome.log}"))
+    restarted = {question: found.answers.get(question) for question in outcome.live}
+    if outcome.live != restarted:
+        fell.append(Shortfall("agrees", "; ".join(answer_differences(outcome.live, restarted)) + " after a restart"))
+    again = settle(outcome.tree_again)
+    if again != last:
+        fell.append(Shortfall("again", f"asked again ({outcome.again}): {state_differences(again, last)}"))
+    return fell
+
+
+def run_fault(scenario, clean, point, name, tell=None):
+    """None when the daemon did not come to that point, else the shortfalls."""
+    fault = FAULTS[name]
+    outcome = meet_fault(scenario, point, fault, tell)
+    if outcome is None:
+        return None
+    if fault.action in (FAIL, FAIL_FROM_THERE, HALF):
+        return (judge_start if scenario.is_start else judge)(scenario, clean, fault, outcome)
+    if outcome.up:
+        return [Shortfall("whole", "the daemon was to be killed, but lives")]
+    return check_crash(scenario, clean, settle(outcome.tree), sum(1 for r in outcome.replies if not is_refusal(r)))
 
 
 def run_cut(scenario, clean, point, name, tell=None):
@@ -337,29 +364,27 @@ def runs_of(index, clean, everything):
     return sorted(first[:SAMPLE["faults"]] + sorted(cuts, key=rank)[:SAMPLE["cuts"]])
 
 
-def random_cuts(cleans, count):
+def random_cuts(scenarios, count):
     runs = []
-    for seed in range(count):
+    for seed in range(count if scenarios else 0):
         draw = random.Random(seed)
-        index = draw.randrange(len(cleans))
-        runs.append(Run(index, draw.randint(1, len(cleans[index].calls)), f"power-random:{seed}"))
+        index = draw.choice(scenarios)
+        runs.append(Run(index, draw.randint(1, len(clean_of(index).calls)), f"power-random:{seed}"))
     return runs
 
 
-CLEANS = []  # of the scenarios; the workers are forked with it
+@functools.cache
+def clean_of(index):
+    """Each process has its own: files may name the place where it works."""
+    return run_clean(SCENARIOS[index])
 
 
 def execute(run, tell=None):
-    scenario = SCENARIOS[run.scenario]
     try:
         one = run_cut if run.fault.startswith("power") else run_fault
-        return run, one(scenario, CLEANS[run.scenario], run.point, run.fault, tell)
+        return run, one(SCENARIOS[run.scenario], clean_of(run.scenario), run.point, run.fault, tell)
     except Exception:  # what goes wrong here must be seen, not lost with the worker
         return run, [Shortfall("lives", traceback.format_exc())]
-
-
-def count_allocations():
-    return memory.good_run()[0]
 
 
 def execute_memory(number):
@@ -374,9 +399,9 @@ def execute_memory(number):
 
 def show(run, fell):
     scenario = SCENARIOS[run.scenario]
-    calls = CLEANS[run.scenario].calls
+    calls = clean_of(run.scenario).calls
     where = calls[run.point - 1] if run.point else "before the first call"
-    root = disk_root(CLEANS[run.scenario])
+    root = clean_of(run.scenario).root
     print(f"\n{scenario.name}, {str(where).replace(root, '')}, {run.fault}")
     for promise, text in fell:
         print(f"  {promise}: " + text.strip().replace("\n", "\n      ")[:1500])
@@ -396,9 +421,9 @@ def one_run(arguments):
     index = next((i for i, s in enumerate(SCENARIOS) if s.name == arguments.scenario), None)
     if index is None:
         sys.exit("no such scenario; there are: " + ", ".join(s.name for s in SCENARIOS))
-    CLEANS.extend(run_clean(s) if i == index else None for i, s in enumerate(SCENARIOS))
-    for call in CLEANS[index].calls:
-        print(f"{call.kind:10} {call}".replace(disk_root(CLEANS[index]), ""))
+    clean = clean_of(index)
+    for call in clean.calls:
+        print(f"{call.kind:10} {call}".replace(clean.root, ""))
     if not arguments.fault:
         return 0
 
@@ -422,12 +447,9 @@ def all_runs(arguments):
     chosen = [i for i, s in enumerate(SCENARIOS) if re.search(arguments.only, s.name)]
     rows = [("scenario", "N calls", "runs", "not reached", "fell short")]
     shortfalls = 0
-    with multiprocessing.Pool(arguments.jobs) as pool:
-        CLEANS.extend(pool.map(run_clean, SCENARIOS, chunksize=1))
-        points = pool.apply(count_allocations)
-    runs = [run for i in chosen for run in runs_of(i, CLEANS[i], arguments.all)]
-    cuts = random_cuts(CLEANS, RANDOM_CUTS if arguments.all else SAMPLE["random cuts"])
-    runs += [run for run in cuts if run.scenario in chosen]
+    points = memory.good_run()[0]
+    runs = [run for i in chosen for run in runs_of(i, clean_of(i), arguments.all)]
+    runs += random_cuts(chosen, RANDOM_CUTS if arguments.all else SAMPLE["random cuts"])
     allocations = range(1, points + 1)
     if not arguments.all:
         allocations = sorted(random.Random(0).sample(allocations, SAMPLE["memory"]))
@@ -449,7 +471,7 @@ def all_runs(arguments):
         bad = sum(1 for fell in mine if fell)
         missed = sum(1 for fell in mine if fell is None)
         shortfalls += bad
-        rows.append((SCENARIOS[i].name, len(CLEANS[i].calls), len(mine), missed, bad))
+        rows.append((SCENARIOS[i].name, len(clean_of(i).calls), len(mine), missed, bad))
     if memories:
         rows.append(("out of memory (allocations)", points, len(memories), sum(1 for _, w in memories if w[0] == "not reached"),
                      len(bad_memories)))
@@ -481,7 +503,10 @@ def main():
     arguments = parser.parse_args()
     if not LIBRARY.exists():
         sys.exit(f"{LIBRARY} is not built")
-    sys.exit(one_run(arguments) if arguments.scenario else all_runs(arguments))
+    try:
+        sys.exit(one_run(arguments) if arguments.scenario else all_runs(arguments))
+    finally:
+        shutil.rmtree(workshop, ignore_errors=True)
 
 
 if __name__ == "__main__":
