@@ -2,7 +2,6 @@
 
 #include <condition_variable>
 #include <mutex>
-#include <unistd.h>
 
 namespace qvcd {
 
@@ -26,6 +25,7 @@ State &state()
 }
 
 thread_local bool mine = false;
+thread_local WaitHooks *wait_hooks = nullptr; // of the command that this thread runs
 
 void release(State &s, int ended)
 {
@@ -46,7 +46,7 @@ void release(State &s, int ended)
 
 } // namespace
 
-CommandLock::CommandLock() : held_(false)
+CommandLock::CommandLock(WaitHooks *hooks) : held_(false)
 {
     State &s = state();
     std::unique_lock lock(s.mutex);
@@ -56,12 +56,14 @@ CommandLock::CommandLock() : held_(false)
     s.busy = true;
     ++s.running;
     mine = held_ = true;
+    wait_hooks = hooks;
 }
 
 CommandLock::~CommandLock()
 {
     if (!held_)
         return;
+    wait_hooks = nullptr;
     release(state(), 1);
 }
 
@@ -70,12 +72,16 @@ Unlocked::Unlocked() : was_held_(mine)
     if (!was_held_)
         return;
     release(state(), 0);
+    if (wait_hooks)
+        wait_hooks->before_waiting();
 }
 
 Unlocked::~Unlocked()
 {
     if (!was_held_)
         return;
+    if (wait_hooks)
+        wait_hooks->after_waiting();
     State &s = state();
     std::unique_lock lock(s.mutex);
     s.freed.wait(lock, [&] { return !s.busy; });

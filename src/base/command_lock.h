@@ -4,11 +4,24 @@
 
 namespace qvcd {
 
+/// What whoever runs a command does while the command waits on the outside world: sends the replies that are
+/// ready, lets others have the command's place. Called on the command's thread, without the command lock, so
+/// it may take its time.
+class WaitHooks {
+  public:
+    virtual void before_waiting() noexcept = 0;
+    virtual void after_waiting() noexcept = 0;
+
+  protected:
+    ~WaitHooks() = default;
+};
+
 /// One command runs at a time: the settings trees are not safe even for two readers. The dispatcher holds a
 /// CommandLock around each handler. Not recursive: commands that run other commands hold it already.
 class CommandLock {
   public:
-    CommandLock();
+    /// `hooks` may be null; else they live as long as the lock.
+    explicit CommandLock(WaitHooks *hooks = nullptr);
     ~CommandLock();
     CommandLock(const CommandLock &) = delete;
     CommandLock &operator=(const CommandLock &) = delete;
@@ -21,7 +34,8 @@ class CommandLock {
 };
 
 /// Lets go of the command lock while something waits on the outside world: a shell command, another daemon, a
-/// probe. Does nothing on a thread that does not hold the lock. After it, every node, view and pointer into a
+/// probe. The hooks of the CommandLock run right after the lock is let go, and right before it is taken
+/// again. Does nothing on a thread that does not hold the lock. After it, every node, view and pointer into a
 /// tree is stale: look names up again. When the daemon has stopped meanwhile, the destructor never returns.
 class Unlocked {
   public:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -9,27 +10,43 @@ namespace qvcd {
 
 // Whole files. Paths are paths of this machine (platform/sysroot.h).
 
-/// The file's bytes, at most `limit`; nothing when it cannot be opened. Never blocks on a FIFO; a folder
-/// cannot be opened. Works for /proc and /sys files, whose size reads as 0.
-std::optional<std::string> read_file(const std::string &path, std::size_t limit = std::size_t{64} << 20);
+inline constexpr std::size_t kMaxFileBytes = std::size_t{64} << 20;
 
-enum class Durable { no, yes };
+/// What reading a file gave: its bytes, or why not. There is no such thing as a part of a file.
+struct FileText {
+    int error = 0; ///< 0, or the errno of what failed; EFBIG: the file is larger than it may be
+    std::string text;
 
-/// Gives `path` the content `text` in one step: a sibling temporary file with the old file's mode and owner
-/// (a new file gets `mode` less the umask) is renamed over it, through a symbolic link onto its target. A
-/// target that is no regular file (device, /proc, /sys) is written in place. With Durable::yes the file and
-/// its folder are flushed to the disk, so that after a crash the path holds the old or the new text. Returns
-/// 0, or the errno of what failed; the old file is then as it was.
-int replace_file(const std::string &path, std::string_view text, unsigned mode = 0666,
-                 Durable durable = Durable::yes);
+    /// There is no such file. Only this may be taken for an empty one.
+    bool missing() const { return error == ENOENT || error == ENOTDIR; }
+};
 
-/// The same with exactly this mode, whatever the old file had.
-int replace_secret_file(const std::string &path, std::string_view text, unsigned mode = 0600);
+/// Reads a file. Never blocks: a FIFO is refused (ESPIPE), a device that has nothing to say is too (EAGAIN).
+/// A folder cannot be read (EISDIR). Works for files of the kernel, whose size reads as 0.
+FileText read_whole_file(const std::string &path, std::size_t limit = kMaxFileBytes);
 
-/// Writes a file in a folder that everybody may write to ("/tmp"): never through a symbolic link; a new file
-/// gets mode 0600. The old content is replaced. Returns 0 or an errno.
-int write_scratch_file(const std::string &path, std::string_view text);
+/// The same for those to whom every failure is one: nothing, never a part.
+std::optional<std::string> read_file(const std::string &path, std::size_t limit = kMaxFileBytes);
 
 bool file_exists(const std::string &path);
+
+// One file gets a new text in one step: base/replace_files.h says how. All return 0, or the errno of what
+// failed. They wait for the disk and do not let go of the command lock: a caller who can bear it does
+// (base/command_lock.h).
+
+/// An existing file keeps its mode; a new one gets `mode` less the umask.
+int replace_file(const std::string &path, std::string_view text, unsigned mode = 0666);
+
+/// The file gets exactly this mode, whatever it had.
+int replace_secret_file(const std::string &path, std::string_view text, unsigned mode = 0600);
+
+/// Removes a file for good: its folder is flushed to the disk.
+int remove_file(const std::string &path);
+
+/// The same for a file that a client named, which may be in a folder that others may write to ("/tmp"). There
+/// nothing is written through a link, or into a file that is no regular file of ours (ELOOP, EPERM);
+/// elsewhere links are followed and devices written. The text comes in a new file of our own with at most the
+/// old one's rights and `mode` less the umask.
+int replace_named_file(const std::string &path, std::string_view text, unsigned mode = 0666);
 
 } // namespace qvcd

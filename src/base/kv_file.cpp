@@ -3,64 +3,145 @@
 #include "base/file_text.h"
 #include "base/limits.h"
 
+#include <algorithm>
+#include <unordered_map>
+#include <vector>
+
 namespace qvcd {
 
 namespace {
 
 constexpr std::string_view kSeparators = "= \t:";
 
-// Cuts the next piece off the text: up to and including the newline, at most kMaxFileLineBytes.
-std::string_view next_piece(std::string_view &text)
+bool is_separator(char c)
 {
-    const std::size_t newline = text.substr(0, kMaxFileLineBytes).find('\n');
-    const std::size_t size =
-        newline == std::string_view::npos ? std::min(text.size(), kMaxFileLineBytes) : newline + 1;
-    const std::string_view piece = text.substr(0, size);
-    text.remove_prefix(size);
-    return piece;
+    return kSeparators.find(c) != std::string_view::npos;
 }
 
 bool begins_with_key(std::string_view line, std::string_view key)
 {
-    return line.size() > key.size() && line.starts_with(key) &&
-           kSeparators.find(line[key.size()]) != std::string_view::npos;
+    return line.size() > key.size() && line.starts_with(key) && is_separator(line[key.size()]);
 }
 
-// Where the value begins, after the key and its run of separators.
-std::size_t value_start(std::string_view line, std::string_view key)
+// Where the value begins, behind the separator at `at` and those that follow it.
+std::size_t value_start(std::string_view line, std::size_t at)
 {
-    const std::size_t at = line.find_first_not_of(kSeparators, key.size());
-    return at == std::string_view::npos ? line.size() : at;
+    const std::size_t first = at + 1;
+    at = std::min(line.find_first_not_of(kSeparators, first), line.size());
+    return at >= first + 2 && line.substr(at - 2, 2) == "::" ? at - 2 : at;
 }
 
-std::string up_to_newline(std::string_view text)
+// Where each key wants its value; `done` when its line was found.
+struct Wanted {
+    std::string_view value;
+    bool done = false;
+};
+using WantedValues = std::unordered_map<std::string_view, Wanted>;
+
+// The wanted key that the line is of: what stands before one of its separators.
+WantedValues::iterator key_of(std::string_view line, WantedValues &wanted, std::size_t longest)
 {
-    return cut(text.substr(0, text.find('\n')), kMaxValueBytes);
+    for (std::size_t at = line.find_first_of(kSeparators); at != std::string_view::npos && at <= longest;
+         at = line.find_first_of(kSeparators, at + 1)) {
+        const auto found = wanted.find(line.substr(0, at));
+        if (found != wanted.end() && !found->second.done)
+            return found;
+    }
+    return wanted.end();
 }
 
 } // namespace
 
-std::optional<std::string> kv_find(std::string_view text, std::string_view key)
+TextLine next_line(std::string_view &text)
 {
-    if (key.empty()) {
-        if (text.empty())
-            return std::nullopt;
-        return up_to_newline(next_piece(text));
-    }
-    while (!text.empty()) {
-        std::string_view line = next_piece(text);
-        if (line.front() == '#')
-            line.remove_prefix(1);
-        if (begins_with_key(line, key))
-            return up_to_newline(line.substr(value_start(line, key)));
-    }
-    return std::nullopt;
+    const std::size_t newline = text.find('\n');
+    const std::size_t size = newline == std::string_view::npos ? text.size() : newline + 1;
+    std::size_t length = newline == std::string_view::npos ? size : newline;
+    if (length > 0 && text[length - 1] == '\r')
+        --length;
+    const TextLine line{text.substr(0, length), text.substr(length, size - length)};
+    text.remove_prefix(size);
+    return line;
 }
 
-std::optional<std::string> kv_read(const std::string &path, std::string_view key)
+void append_line(std::string &text, std::string_view line)
 {
-    const auto text = read_file(path);
-    return text ? kv_find(*text, key) : std::nullopt;
+    const std::size_t first = text.find('\n');
+    const bool dos = first != std::string::npos && first > 0 && text[first - 1] == '\r';
+    const std::string_view end = dos ? "\r\n" : "\n";
+    if (!text.empty() && text.back() != '\n')
+        text += end; // the last line stays a line of its own
+    text.append(line).append(end);
+}
+
+std::optional<std::string> kv_find(std::string_view text, std::string_view key)
+{
+    std::optional<std::string> commented_out;
+    while (!text.empty()) {
+        std::string_view line = next_line(text).text;
+        if (key.empty())
+            return std::string(line);
+        const bool comment = line.starts_with('#') && !key.starts_with('#');
+        if (comment)
+            line.remove_prefix(1);
+        if (!begins_with_key(line, key))
+            continue;
+        std::string value(line.substr(value_start(line, key.size())));
+        if (!comment)
+            return value;
+        if (!commented_out)
+            commented_out = std::move(value);
+    }
+    return commented_out;
+}
+
+bool kv_holds(std::string_view text, std::string_view key)
+{
+    while (!text.empty()) {
+        if (begins_with_key(next_line(text).text, key))
+            return true;
+    }
+    return false;
+}
+
+const char *kv_refuses(std::string_view key, std::string_view value)
+{
+    if (key.empty() || key.starts_with('#') || !is_one_line(key))
+        return "there is no key to write it under";
+    if (!is_one_line(value))
+        return "it has more than one line";
+    const std::string_view lead = value.substr(0, value.find_first_not_of(kSeparators));
+    return lead.empty() || lead == "::" ? nullptr : "it would not read back: it begins like a separator";
+}
+
+std::string kv_replace(std::string_view text, std::span<const KeyValue> values)
+{
+    WantedValues wanted;
+    std::size_t longest = 0;
+    for (const KeyValue &pair : values) {
+        wanted[pair.key].value = pair.value;
+        longest = std::max(longest, pair.key.size());
+    }
+    std::string result;
+    result.reserve(text.size() + 64 * values.size());
+    while (!text.empty()) {
+        const TextLine line = next_line(text);
+        const auto found = key_of(line.text, wanted, longest);
+        if (found == wanted.end()) {
+            result.append(line.text).append(line.end);
+            continue;
+        }
+        found->second.done = true;
+        result.append(line.text.substr(0, value_start(line.text, found->first.size())));
+        result.append(found->second.value).append(line.end);
+    }
+    for (const KeyValue &pair : values) {
+        Wanted &rest = wanted[pair.key];
+        if (!rest.done)
+            append_line(result, std::string(pair.key).append("=").append(rest.value));
+        rest.done = true;
+    }
+    return result;
 }
 
 std::string kv_unquote(std::string value)
@@ -73,32 +154,18 @@ std::string kv_unquote(std::string value)
     return value;
 }
 
-std::optional<std::string> quoted_kv_read(const std::string &path, std::string_view key)
+std::optional<std::string> kv_read(const std::string &path, std::string_view key)
 {
-    auto value = kv_read(path, key);
-    if (value)
-        value = kv_unquote(std::move(*value));
-    return value;
+    const auto text = read_file(path);
+    auto value = text ? kv_find(*text, key) : std::nullopt;
+    return value ? std::optional(cut(*value, kMaxValueBytes)) : std::nullopt;
 }
 
-std::string kv_replace(std::string_view text, std::string_view key, std::string_view value)
+std::optional<std::string> quoted_kv_read(const std::string &path, std::string_view key)
 {
-    std::string result;
-    if (key.empty())
-        return result.append(value).append("\n");
-    result.reserve(text.size() + key.size() + value.size() + 3);
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::string_view line = next_piece(rest);
-        if (begins_with_key(line, key)) {
-            const std::string_view before = text.substr(0, text.size() - rest.size() - line.size());
-            result.append(before).append(line.substr(0, value_start(line, key)));
-            return result.append(value).append("\n").append(rest);
-        }
-    }
-    result.append(text);
-    if (!result.empty() && result.back() != '\n')
-        result += '\n'; // the last line stays a line of its own
-    return result.append(key).append("=").append(value).append("\n");
+    const auto text = read_file(path);
+    auto value = text ? kv_find(*text, key) : std::nullopt;
+    return value ? std::optional(cut(kv_unquote(std::move(*value)), kMaxValueBytes)) : std::nullopt;
 }
 
 } // namespace qvcd

@@ -1,33 +1,61 @@
 #pragma once
 
+#include "base/text.h"
+
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace qvcd {
 
-// Key/value files of other programs: one "key<separators>value" a line, where the separators are any run of
-// "=", blank, tab and ":". Lines are looked at in pieces of at most kMaxFileLineBytes. Paths are paths of
-// this machine.
+// Configuration files of other programs, line by line. A line has a key and a value, with separators between
+// them: any run of "=", blank, tab and ":", where a "::" behind another separator begins the value (an IPv6
+// address). A line may be of any length and end with "\r\n".
+//
+// A key matches as a whole word. A commented-out line ("#Port 22") counts for readers where no other line has
+// the key, and is never written over.
 
-/// The value of `key` in the text: the first line that begins with the key followed by a separator; a "#" in
-/// front of the key is passed over, so a commented-out line counts. An empty key gives the whole first line.
-/// At most kMaxValueBytes are returned.
+struct KeyValue {
+    std::string key;
+    std::string value;
+};
+
+/// The value of the first line of `key`, whole. An empty key gives the whole first line. Nothing: there is no
+/// such line.
 std::optional<std::string> kv_find(std::string_view text, std::string_view key);
 
-/// kv_find on a file; nothing when it cannot be opened.
-std::optional<std::string> kv_read(const std::string &path, std::string_view key);
+/// A line of the key stands there that is not commented out.
+bool kv_holds(std::string_view text, std::string_view key);
+
+/// Why kv_replace() cannot write this value so that kv_find() gives it back; null when it can.
+const char *kv_refuses(std::string_view key, std::string_view value);
+
+/// The text with the first line of each key given its value, separators and line end kept; for a key without
+/// a line "key=value" is appended. Nothing else changes. Of a key that is given twice the last value counts.
+std::string kv_replace(std::string_view text, std::span<const KeyValue> values);
 
 /// `value` without one pair of surrounding double quotes: it is cut at its last double quote (the first byte
-/// is not looked at for this), then a leading quote goes.
+/// is not looked at for this), then a leading quote goes. So quotes inside a quoted value stay.
 std::string kv_unquote(std::string value);
 
-/// kv_read and kv_unquote.
+/// kv_find on a file, cut to kMaxValueBytes; nothing when it cannot be read. Paths are paths of this machine.
+std::optional<std::string> kv_read(const std::string &path, std::string_view key);
+
+/// The same without quotes.
 std::optional<std::string> quoted_kv_read(const std::string &path, std::string_view key);
 
-/// The text with the first line of `key` given the new value, its separators kept; without such a line
-/// "key=value" is appended. Here a commented-out line does not count. An empty key replaces the whole text by
-/// the value and a newline.
-std::string kv_replace(std::string_view text, std::string_view key, std::string_view value);
+/// One line of a text: what it says, and its end ("\n", "\r\n" or nothing at the end of the text).
+struct TextLine {
+    std::string_view text;
+    std::string_view end;
+};
+
+/// Cuts the next line off the text, which is not empty.
+TextLine next_line(std::string_view &text);
+
+/// Appends a line, with the line ends that the text has.
+void append_line(std::string &text, std::string_view line);
 
 } // namespace qvcd

@@ -1,18 +1,58 @@
 #include "base/shell.h"
 
 #include "base/command_lock.h"
+#include "base/limits.h"
+#include "base/text.h"
+#include "base/turn.h"
 #include "platform/fd.h"
+#include "platform/log.h"
+#include "platform/thread.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
+#include <memory>
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
 
 namespace qvcd {
 
 namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+constexpr auto kGrace = 1s;       // between SIGTERM and SIGKILL
+constexpr auto kLookAgain = 20ms; // where the kernel cannot tell of a child's end
+constexpr std::size_t kLoggedBytes = 255;
+constexpr int kNotRun = 1; // as if fork(2) had failed
+
+thread_local milliseconds limit_each = milliseconds::max();
+thread_local Deadline limit_until = Deadline::max();
+
+milliseconds bounded(milliseconds limit)
+{
+    limit = std::min(limit, limit_each);
+    if (limit_until == Deadline::max())
+        return limit;
+    const auto left = std::chrono::ceil<milliseconds>(limit_until - std::chrono::steady_clock::now());
+    return std::clamp(left, 0ms, limit);
+}
+
+void warn(const char *what, const std::string &command)
+{
+    qv_log_print(kLogWarning, "%s: %s\n", what, cut(command, kLoggedBytes).c_str());
+}
+
+// ---- Starting ----
 
 class FileActions {
   public:
@@ -40,7 +80,9 @@ class Attributes {
         sigset_t nothing;
         sigemptyset(&nothing);
         posix_spawnattr_setsigmask(&attributes_, &nothing);
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+        posix_spawnattr_setpgroup(&attributes_, 0);
+        posix_spawnattr_setflags(&attributes_,
+                                 POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
     }
     ~Attributes() { posix_spawnattr_destroy(&attributes_); }
     Attributes(const Attributes &) = delete;
@@ -51,10 +93,11 @@ class Attributes {
     posix_spawnattr_t attributes_;
 };
 
-// Returns the child's ID, or -1. `stdout_fd` is the child's stdout unless it is -1.
+// Returns the child's ID, or -1 with errno set. `stdout_fd` is the child's stdout unless it is -1.
 pid_t spawn_shell(const std::string &command, int stdout_fd)
 {
     FileActions actions;
+    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     if (stdout_fd >= 0)
         posix_spawn_file_actions_adddup2(actions.get(), stdout_fd, STDOUT_FILENO);
     posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1);
@@ -64,55 +107,183 @@ pid_t spawn_shell(const std::string &command, int stdout_fd)
     std::string text = command;
     std::array<char *, 4> argv{sh.data(), dash_c.data(), text.data(), nullptr};
     pid_t child = -1;
-    if (posix_spawn(&child, "/bin/sh", actions.get(), attributes.get(), argv.data(), environ) != 0)
-        return -1;
-    return child;
+    errno = posix_spawn(&child, "/bin/sh", actions.get(), attributes.get(), argv.data(), environ);
+    return errno == 0 ? child : -1;
 }
 
-int wait_for(pid_t child)
+// ---- Output ----
+
+// What a command prints. Only as much as somebody wants is kept.
+class Output {
+  public:
+    explicit Output(std::size_t size) : size_(size)
+    {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            return;
+        reader_.reset(ends[0]);
+        writer_.reset(ends[1]);
+        fcntl(reader_.get(), F_SETFL, O_NONBLOCK);
+    }
+    int writer() const { return writer_.get(); }
+    int reader() const { return reader_.get(); }
+    void close_writer() { writer_.reset(); }
+
+    // False when there is nothing to read just now. At the end of the stream reader() becomes -1.
+    bool read_block()
+    {
+        std::array<char, 16384> block;
+        const ssize_t n = read(reader_.get(), block.data(), block.size());
+        if (n < 0 && errno == EINTR)
+            return true;
+        if (n == 0)
+            reader_.reset();
+        if (n <= 0)
+            return false;
+        text_.append(block.data(), std::min(static_cast<std::size_t>(n), size_ - text_.size()));
+        return true;
+    }
+
+    // The shell has ended; somebody that it left behind may go on printing.
+    void read_rest()
+    {
+        while (text_.size() < size_ && reader_ && read_block()) {
+        }
+    }
+    std::string take() { return std::move(text_); }
+
+  private:
+    Fd reader_;
+    Fd writer_;
+    std::string text_;
+    std::size_t size_;
+};
+
+// ---- Waiting ----
+
+// The child stays a zombie, so that its number stays its own.
+bool has_ended(pid_t child)
+{
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid == child;
+}
+
+// True when the shell has ended by itself before the deadline.
+bool ends_in_time(pid_t child, Output *output, Deadline deadline)
+{
+    const Fd end(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+    for (;;) {
+        const auto now = std::chrono::steady_clock::now();
+        auto left = std::max(std::chrono::ceil<milliseconds>(deadline - now), milliseconds(0));
+        if (!end)
+            left = std::min<milliseconds>(left, kLookAgain);
+        std::array<pollfd, 2> waits{{{end.get(), POLLIN, 0}, {output ? output->reader() : -1, POLLIN, 0}}};
+        constexpr milliseconds kLongest = 1h; // poll counts in int
+        poll(waits.data(), waits.size(), static_cast<int>(std::min(left, kLongest).count()));
+        if (output && waits[1].revents != 0)
+            output->read_block();
+        if (has_ended(child)) {
+            if (output)
+                output->read_rest();
+            return true;
+        }
+        if (now >= deadline)
+            return false;
+    }
+}
+
+int reap(pid_t child)
 {
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
         if (errno != EINTR)
-            return 1;
+            return kNotRun;
     }
     return status;
 }
 
-} // namespace
-
-int shell_run(const std::string &command)
+// The group gets its second even when the shell itself goes at once: others of it may have to tidy up.
+// Signals go out before the shell is reaped: until then nobody else can have its number.
+void end_group(pid_t child, std::unique_ptr<Turn> turn)
 {
-    const Unlocked unlocked;
-    const pid_t child = spawn_shell(command, -1);
-    return child < 0 ? 1 : wait_for(child);
+    kill(-child, SIGTERM);
+    std::this_thread::sleep_for(kGrace);
+    kill(-child, SIGKILL);
+    if (ends_in_time(child, nullptr, deadline_in(kGrace))) {
+        reap(child);
+        return;
+    }
+    // The kernel holds it, as it does when a device is dead. Nobody waits for it, but the same command does
+    // not run again before it is gone.
+    try {
+        start_quiet_thread([child, kept = std::move(turn)] { reap(child); }).detach();
+    } catch (const std::system_error &) {
+    }
 }
 
-std::optional<std::string> shell_capture(const std::string &command, std::size_t limit)
+// The status, or nothing when the command has not run.
+std::optional<int> run(const std::string &command, milliseconds limit, const std::string &key, Output *output)
 {
     const Unlocked unlocked;
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    auto turn = std::make_unique<Turn>(key, deadline_in(bounded(limit)));
+    limit = bounded(limit);
+    if (!turn->mine() || limit == 0ms) {
+        warn(limit == 0ms ? "not run, no time is left" : "not run, the one before it has not ended", command);
         return std::nullopt;
-    const Fd reader(ends[0]);
-    Fd writer(ends[1]);
-    const pid_t child = spawn_shell(command, writer.get());
-    writer.reset();
-    if (child < 0)
-        return std::nullopt;
-    std::string text;
-    std::array<char, 4096> block;
-    for (;;) {
-        const ssize_t n = read(reader.get(), block.data(), block.size());
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        if (text.size() < limit)
-            text.append(block.data(), std::min(static_cast<std::size_t>(n), limit - text.size()));
     }
-    wait_for(child);
-    return text;
+    const bool can_print = !output || output->writer() >= 0;
+    const pid_t child = can_print ? spawn_shell(command, output ? output->writer() : -1) : -1;
+    if (child < 0) {
+        warn(std::strerror(errno), command);
+        return std::nullopt;
+    }
+    if (output)
+        output->close_writer();
+    if (ends_in_time(child, output, deadline_in(limit)))
+        return reap(child);
+    warn("ended, its time is over", command);
+    end_group(child, std::move(turn));
+    return SIGTERM;
+}
+
+} // namespace
+
+int shell_run(const std::string &command, milliseconds limit, const std::string &key)
+{
+    return run(command, limit, key, nullptr).value_or(kNotRun);
+}
+
+int shell_run(const std::string &command, milliseconds limit)
+{
+    return shell_run(command, limit, command);
+}
+
+std::optional<std::string> shell_capture(const std::string &command, std::size_t size, milliseconds limit)
+{
+    Output output(size);
+    if (!run(command, limit, command, &output))
+        return std::nullopt;
+    return output.take();
+}
+
+ShellLimits::ShellLimits(milliseconds each, Deadline until)
+    : outer_each_(limit_each), outer_until_(limit_until)
+{
+    limit_each = std::min(limit_each, each);
+    limit_until = std::min(limit_until, until);
+}
+
+ShellLimits::~ShellLimits()
+{
+    limit_each = outer_each_;
+    limit_until = outer_until_;
+}
+
+std::optional<std::chrono::seconds> shell_time_of(const std::optional<std::string> &attribute)
+{
+    const int seconds = c_int(attribute.value_or(""));
+    return seconds > 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
 }
 
 std::string shell_quote(std::string_view word)

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "client/errors.h"
-#include "platform/server.h"
+#include "platform/socket.h"
 
 namespace qvcd::client {
 

@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "client/errors.h"
-#include "platform/server.h"
+#include "platform/socket.h"
 
 namespace qvcd::client {
 

@@ -86,7 +86,7 @@ void log_line(int number, const Line &line, const CommandRecord &record)
 
 } // namespace
 
-int cmd_parse(unsigned mask, std::string_view text, std::FILE *out)
+int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks)
 {
     const int number = cmdcounter++;
     const Stopwatch watch;
@@ -96,7 +96,7 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out)
     Line line;
     if (!split_line(text, line))
         return 0;
-    const CommandLock lock;
+    const CommandLock lock(hooks);
     if (!lock.held())
         return 1;
     const CommandRecord &record = cmd_find(line.command);

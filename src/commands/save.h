@@ -6,8 +6,12 @@ namespace qvcd {
 
 extern const CommandRecord saveRecord;
 
-/// Writes the modified APIs among the named ones, or all, to their files: each file in one durable step,
-/// however many APIs share it. Without a stream nothing is printed.
+/// What a value that did not reach its file gets in the reply.
+inline constexpr char kSaveFailed[] = "##Save failed#";
+
+/// Writes the modified APIs among the named ones, or all, to their files, and lowers "mod" of those whose
+/// value is there. Returns 1 when a name is unknown or a value is not in its file. Without a stream nothing
+/// is printed. Lets go of the command lock.
 int command_save(Request &request, Args &argv, std::FILE *out);
 
 } // namespace qvcd

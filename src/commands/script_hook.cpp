@@ -19,7 +19,7 @@ int cmd_script_hook(const char *script, const Args &argv)
             break; // half a quoted word would not be one
         command += word;
     }
-    shell_run(command);
+    shell_run(command, kShellApplyLimit, path);
     return 0;
 }
 

@@ -2,6 +2,9 @@
 #include "auth/user.h"
 #include "base/command_lock.h"
 #include "base/options.h"
+#include "base/replace_files.h"
+#include "base/shell.h"
+#include "base/shell_later.h"
 #include "commands/cmd_table.h"
 #include "commands/profile.h"
 #include "daemon/options.h"
@@ -14,18 +17,17 @@
 #include "funcs/read_map.h"
 #include "funcs/write_map.h"
 #include "model/populate.h"
+#include "platform/claim.h"
 #include "platform/log.h"
 #include "platform/notify_bus.h"
 #include "platform/process.h"
-#include "platform/server.h"
-#include "platform/sysroot.h"
+#include "platform/socket.h"
 #include "store/database.h"
 #include "store/menu.h"
 
-#include <algorithm>
-#include <cerrno>
+#include <chrono>
 #include <csignal>
-#include <cstdio>
+#include <optional>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -36,6 +38,7 @@ namespace {
 
 constexpr unsigned kAliveSeconds = 3600;
 constexpr std::chrono::seconds kShutdownPatience{5};
+constexpr std::chrono::seconds kStartUpShellTime{30}; // for all shell commands of the readers together
 
 volatile std::sig_atomic_t run = 1;
 volatile std::sig_atomic_t caught_signal = 0;
@@ -65,6 +68,7 @@ void install_signals()
     const sigset_t blocked = only_sigint();
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL); // who starts us may ignore it; then nobody could wait for a command
 }
 
 void start_logging(const Options &options)
@@ -90,6 +94,7 @@ void create_maps()
 
 void load_databases(const Options &options)
 {
+    recover_file_sets(); // before anything is read that a crash may have left half replaced
     Request request(kInternalMask);
     menu_load_db_file(options.menu_file);
     hdfdb_init();
@@ -106,12 +111,24 @@ void load_databases(const Options &options)
     load_profile(request);
 }
 
-void start_up(const Options &options)
+// False when another daemon has the root; then nothing was touched.
+bool claim_root(const Options &options)
+{
+    const std::string refusal = qv_claim_root();
+    if (refusal.empty())
+        return true;
+    start_logging(options);
+    qv_report_failure(refusal);
+    qv_log_stop();
+    return false;
+}
+
+// False when there would be nobody to ask the daemon anything.
+bool start_up(const Options &options)
 {
     install_signals();
     if (!options.foreground)
         qv_daemonize();
-    umask(022);
     qv_create_pid_file(options.pid_file.path);
     start_logging(options);
     qv_log_print(kLogNotice, "started\n");
@@ -121,12 +138,16 @@ void start_up(const Options &options)
     qvnotify_start();
     {
         const CommandLock lock; // readers that wait let go of it, as in any command
+        const ShellLimits limits(kShellReadLimit, deadline_in(kStartUpShellTime));
         create_maps();
         load_databases(options);
     }
-    socket_init(options.tcp_port);
+    if (socket_init(options.tcp_port) != 0)
+        return false;
     qv_log_print(kLogNotice, "running\n");
+    qv_claim_running();
     qv_daemon_ready();
+    return true;
 }
 
 void main_loop()
@@ -148,24 +169,42 @@ void destroy_maps()
     cmd_destroy_cmdmap_hdf();
 }
 
-void shut_down(const Options &options)
+// False when threads are left behind.
+bool shut_down(const Options &options)
 {
-    command_lock_close(kShutdownPatience);
+    qv_claim_stopping();
+    bool alone = command_lock_close(kShutdownPatience);
+    alone &= shell_stop_later();
     qv_log_print(kLogNotice, "stopping\n");
     if (!options.no_watchdog)
         watchdog_stop();
-    rmdir(qv_sysroot_path("/tmp/qvcd").c_str());
     session_unload_db_file();
     hdfdb_destroy();
     user_unload_db_file();
     menu_unload_db_file();
     destroy_maps();
-    socket_exit();
+    alone &= socket_exit();
     qvnotify_stop();
     qv_remove_pid_file(options.pid_file.path);
     qv_log_print(kLogNotice, "exit\n");
     if (options.logging)
         qv_log_stop();
+    qv_release_root();
+    return alone;
+}
+
+int run_daemon(const Options &options)
+{
+    umask(022);
+    if (!claim_root(options))
+        return 1;
+    const bool serving = start_up(options);
+    if (serving)
+        main_loop();
+    const int status = serving ? 0 : 1;
+    if (!shut_down(options))
+        _exit(status); // who is left behind must not see the globals destroyed
+    return status;
 }
 
 } // namespace
@@ -175,16 +214,8 @@ void shut_down(const Options &options)
 int main(int argc, char **argv)
 {
     using namespace qvcd;
-    Options options;
-    if (parse_options(argc, argv, options) == OptionResult::exit)
-        return 0;
-    if (!qv_ipc_paths_fit()) {
-        std::fprintf(stderr, "%s: QV_SYSROOT is too long for the addresses of its sockets: %s\n", argv[0],
-                     qv_sysroot().c_str());
-        return 1;
-    }
-    start_up(options);
-    main_loop();
-    shut_down(options);
-    return 0;
+    qv_fill_standard_descriptors();
+    int status = 0;
+    const std::optional<Options> options = parse_options(argc, argv, status);
+    return options ? run_daemon(*options) : status;
 }

@@ -3,8 +3,12 @@
 #include "base/limits.h"
 #include "base/options.h"
 #include "base/text.h"
+#include "platform/log.h"
+#include "platform/socket.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <unistd.h>
 
 namespace qvcd {
@@ -12,7 +16,7 @@ namespace qvcd {
 namespace {
 
 constexpr char kOptionString[] = "bcde:f:ghl:m:p:P:stu:v:w";
-constexpr std::size_t kMetaSlots = 10;
+constexpr std::size_t kMostMetaFiles = 10;
 constexpr char kDefaultMetaFile[] = "/usr/share/qvapi/apimeta.hdf";
 
 struct UsageLine {
@@ -38,17 +42,17 @@ constexpr UsageLine kUsage[] = {
     {"-h", "This help menu"},
 };
 
-// The metadata files as the options name them: -m fills the next slot, -f replaces the first.
-struct MetaSlots {
-    std::vector<FileName> slots{qv_device_file(kDefaultMetaFile)};
+// The metadata files as the options name them: -m fills the next place, -f replaces the first.
+struct MetaFiles {
+    std::vector<FileName> files{qv_device_file(kDefaultMetaFile)};
     std::size_t count = 0;
 
     bool add(const char *path)
     {
-        if (count == kMetaSlots)
+        if (count == kMostMetaFiles)
             return false;
-        slots.resize(std::max(slots.size(), count + 1));
-        slots[count++] = qv_host_file(path);
+        files.resize(std::max(files.size(), count + 1));
+        files[count++] = qv_host_file(path);
         return true;
     }
 };
@@ -59,7 +63,7 @@ bool takes_path(int option)
 }
 
 // False when the option cannot be taken: the caller prints the usage text.
-bool take_option(int option, const char *argument, Options &options, MetaSlots &meta)
+bool take_option(int option, const char *argument, Options &options, MetaFiles &meta)
 {
     if (takes_path(option) && std::string_view(argument).size() > kMaxPathBytes)
         return false;
@@ -75,7 +79,7 @@ bool take_option(int option, const char *argument, Options &options, MetaSlots &
         options.preload = true;
         break;
     case 'f':
-        meta.slots.front() = qv_host_file(argument);
+        meta.files.front() = qv_host_file(argument);
         break;
     case 'g':
         options.foreground = true;
@@ -123,23 +127,59 @@ void help(const char *name)
         std::printf("\t%-10s: %s\n", line.option, line.text);
 }
 
-OptionResult parse_options(int argc, char **argv, Options &options)
+namespace {
+
+// Nothing when the program has nothing more to do.
+std::optional<Options> take_options(int argc, char **argv)
 {
-    MetaSlots meta;
+    Options options;
+    MetaFiles meta;
     int option = 0;
     while ((option = getopt(argc, argv, kOptionString)) != -1) {
         if (option == 'b') {
             std::printf("Built on %s %s\n", __DATE__, __TIME__);
-            return OptionResult::exit;
+            return std::nullopt;
         }
         if (!take_option(option, optarg, options, meta)) {
             help(argv[0]);
-            return OptionResult::exit;
+            return std::nullopt;
         }
     }
-    meta.slots.resize(std::max<std::size_t>(meta.count, 1));
-    options.meta_files = std::move(meta.slots);
-    return OptionResult::run;
+    meta.files.resize(std::max<std::size_t>(meta.count, 1));
+    options.meta_files = std::move(meta.files);
+    return options;
+}
+
+std::string left_over(int argc, char **argv)
+{
+    std::string words;
+    for (int i = optind; i < argc; ++i)
+        words += std::string(" ") + argv[i];
+    return words;
+}
+
+} // namespace
+
+std::optional<Options> parse_options(int argc, char **argv, int &status)
+{
+    std::string refusal;
+    status = 0;
+    try {
+        std::optional<Options> options = take_options(argc, argv);
+        if (!options)
+            return options;
+        if (optind < argc)
+            refusal = "unexpected arguments:" + left_over(argc, argv);
+        else if (!qv_ipc_paths_fit())
+            refusal = "QV_SYSROOT is too long for the addresses of its sockets: " + qv_sysroot();
+        else
+            return options;
+    } catch (const std::filesystem::filesystem_error &error) { // a relative path in a folder that was removed
+        refusal = error.path1().string() + ": " + error.code().message();
+    }
+    qv_report_failure(refusal);
+    status = 1;
+    return std::nullopt;
 }
 
 } // namespace qvcd

@@ -2,6 +2,7 @@
 
 #include "platform/sysroot.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,13 +29,11 @@ struct Options {
     int tcp_port = 0; ///< 0: no TCP server
 };
 
-/// What main has to do after the options were read.
-enum class OptionResult { run, exit };
-
-/// Parses the command line with getopt(3); also sets `verbose` and `disable_login` (base/options.h). -b, -h,
-/// unknown options, more than 10 -m and paths of more than 4,095 bytes print their text to stdout and end the
-/// program.
-OptionResult parse_options(int argc, char **argv, Options &options);
+/// Parses the command line with getopt(3); also sets `verbose` and `disable_login` (base/options.h). Nothing
+/// when the program ends with `status`: 0 after -b, -h, unknown options, more than 10 -m and paths of more
+/// than 4,095 bytes, which print their text to stdout; 1 after a message on stderr about arguments that are
+/// no options, or paths that lead nowhere.
+std::optional<Options> parse_options(int argc, char **argv, int &status);
 
 /// The usage text, to stdout.
 void help(const char *name);

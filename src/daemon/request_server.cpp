@@ -1,64 +1,116 @@
 #include "daemon/request_server.h"
 
 #include "auth/server_login.h"
+#include "base/command_lock.h"
 #include "base/reply.h"
 #include "commands/cmd_parse.h"
+#include "platform/line_server.h"
+#include "store/meta.h"
+
+#include <memory>
+#include <sys/resource.h>
 
 namespace qvcd {
 
 namespace {
 
 constexpr std::size_t kFirstLineBytes = 255; // what is behind them is the first command line
-constexpr std::size_t kFlushBytes = std::size_t{256} << 10;
 
-int close_request(ServerConnection &connection, int result)
+// What was answered goes out before a command waits: the command may end the daemon or cut the network.
+class ConnectionWaits final : public WaitHooks {
+  public:
+    explicit ConnectionWaits(LineConnection &connection) : connection_(connection) {}
+    void before_waiting() noexcept override { connection_.begin_wait(); }
+    void after_waiting() noexcept override { connection_.end_wait(); }
+
+  private:
+    LineConnection &connection_;
+};
+
+// One conversation: a line that identifies the caller (or asks "?" for a sign of life), command lines up to
+// an empty line, then the end mark "@" and the last command's result; 1 for a connection that is ended for
+// its behaviour.
+class RequestHandler final : public LineHandler {
+  public:
+    Next line(std::string_view line, LineConnection &connection) override
+    {
+        if (!identified_)
+            return identify(line, connection);
+        if (line == "\n")
+            return close(connection, result_);
+        ConnectionWaits waits(connection);
+        result_ = cmd_parse(mask_, line, connection.out(), &waits);
+        return Next::go_on;
+    }
+
+    void end(End why, LineConnection &connection) override
+    {
+        if (why == End::input && !identified_ && identify("", connection) == Next::close)
+            return;
+        close(connection, identified_ && why != End::bad ? result_ : 1);
+    }
+
+    std::size_t max_line_bytes() const override { return identified_ ? kMaxLineBytes : kFirstLineBytes; }
+    bool is_privileged() const override { return (mask_ & kLevel1Bits) != 0; }
+
+  private:
+    static Next close(LineConnection &connection, int result)
+    {
+        reply_printf(connection.out(), "@\n%d\n", result);
+        return Next::close;
+    }
+
+    Next identify(std::string_view line, LineConnection &connection)
+    {
+        if (line.starts_with('?')) {
+            reply_text(connection.out(), "!\n");
+            return Next::close;
+        }
+        mask_ = server_login(line);
+        if (mask_ == 0)
+            return close(connection, 1);
+        identified_ = true;
+        return Next::go_on;
+    }
+
+    bool identified_ = false;
+    unsigned mask_ = 0;
+    int result_ = 0;
+};
+
+std::unique_ptr<LineServer> the_server;
+
+// Descriptors for all connections, where the system lets us have them.
+void raise_descriptor_limit()
 {
-    reply_printf(connection.out(), "%s%d\n", "@\n", result);
-    connection.flush();
-    return result;
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
 }
 
 } // namespace
 
-int handle_request(ServerConnection &connection)
-{
-    using Read = ServerConnection::Read;
-    std::string line;
-    connection.read_line(line, kFirstLineBytes, kFirstLineTimeout); // at the end of input the line is empty
-    if (line.starts_with('?')) {
-        reply_text(connection.out(), "!\n");
-        connection.flush();
-        return 0;
-    }
-    const unsigned mask = server_login(line);
-    if (mask == 0)
-        return close_request(connection, 1);
-
-    int result = 0;
-    for (;;) {
-        const Read read = connection.read_line(line, kMaxLineBytes, kIdleTimeout);
-        if (read == Read::end || line == "\n")
-            return close_request(connection, result);
-        result = cmd_parse(mask, line, connection.out());
-        // Answers to waiting lines go out together.
-        const bool send_now = !connection.line_waiting() || connection.pending() > kFlushBytes;
-        if (send_now && !connection.flush())
-            return result;
-    }
-}
-
 int socket_init(int port)
 {
-    qv_ipc_server_init("qvcd", kServerSlots, [](ServerConnection &c) { handle_request(c); });
-    if (port != 0)
-        qv_rpc_server_init("0.0.0.0", port, kServerSlots, [](ServerConnection &c) { handle_request(c); });
-    return 0;
+    raise_descriptor_limit();
+    std::optional<UnixListener> local = listen_unix("qvcd");
+    if (!local)
+        return -1;
+    the_server =
+        std::make_unique<LineServer>([](const Peer &) { return std::make_unique<RequestHandler>(); });
+    the_server->listen(std::move(*local));
+    if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
+        the_server->listen(std::move(tcp));
+    return the_server->start() ? 0 : -1;
 }
 
-int socket_exit()
+bool socket_exit(std::chrono::milliseconds patience)
 {
-    qv_ipc_server_exit();
-    return 0;
+    const bool ended = !the_server || the_server->stop(patience);
+    the_server.reset();
+    return ended;
 }
 
 } // namespace qvcd

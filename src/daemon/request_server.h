@@ -1,21 +1,15 @@
 #pragma once
 
-#include "platform/server.h"
+#include <chrono>
 
 namespace qvcd {
 
-inline constexpr int kServerSlots = 10;
-
-/// Starts the local server "qvcd" and, for a port that is not 0, the TCP server on all addresses. Returns 0;
-/// a server that cannot start has reported why.
+/// Starts to serve requests (docs/protocol.md) on the local endpoint "qvcd" and, for a port that is not 0,
+/// over TCP on all addresses. Returns 0, or -1 after reporting that the local endpoint cannot be served; of
+/// TCP that is reported only.
 int socket_init(int port);
 
-/// Stops the servers. Returns 0.
-int socket_exit();
-
-/// Serves one connection: a line that identifies the caller (or asks "?" for a sign of life), command lines
-/// up to an empty line, then the end mark "@" and the last command's result. See docs/protocol.md. Returns
-/// that result.
-int handle_request(ServerConnection &connection);
+/// Ends all connections and waits for the requests that run. False when one did not end in time.
+bool socket_exit(std::chrono::milliseconds patience = std::chrono::seconds{2});
 
 } // namespace qvcd

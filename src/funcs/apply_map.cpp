@@ -6,6 +6,7 @@
 #include "base/file_text.h"
 #include "base/limits.h"
 #include "base/shell.h"
+#include "base/shell_later.h"
 #include "base/text.h"
 #include "funcs/func_map.h"
 #include "platform/clock.h"
@@ -16,7 +17,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 namespace qvcd {
 
@@ -79,14 +79,20 @@ std::string join_words(const Args &args, std::size_t first)
     return cut(text, kMaxCommandBytes);
 }
 
-int do_syscall(const std::string &command)
+std::chrono::seconds time_limit(const std::string &api)
 {
-    const int status = shell_run(command);
+    return shell_time_of(meta_get(api, "timeout")).value_or(kShellApplyLimit);
+}
+
+// `key`: what must not run twice at once.
+int do_syscall(const std::string &api, const std::string &command, const std::string &key)
+{
+    const int status = shell_run(command, time_limit(api), key);
     qv_log_print(kLogDebug, "  syscall: %s\n", command.c_str());
     return status;
 }
 
-int afunc_syscall(Request &, const std::string &, std::string_view action, const Args &args)
+int afunc_syscall(Request &, const std::string &api, std::string_view action, const Args &args)
 {
     if (action != "apply" || args.empty())
         return 0;
@@ -94,27 +100,18 @@ int afunc_syscall(Request &, const std::string &, std::string_view action, const
     // All of the redirection or none: a part of it would name another file.
     if (command.size() + kQuiet.size() <= kMaxQuietCommandBytes)
         command += kQuiet;
-    return do_syscall(command);
+    return do_syscall(api, command, command);
 }
 
-int afunc_syscall_delay(Request &, const std::string &, std::string_view, const Args &args)
+int afunc_syscall_delay(Request &, const std::string &api, std::string_view, const Args &args)
 {
     if (args.empty())
         return 1;
     const std::chrono::seconds delay{std::max(0, c_int(args.front()))};
-    try {
-        std::thread([delay, command = join_words(args, 1) + std::string(kQuiet)] {
-            std::this_thread::sleep_for(delay);
-            shell_run(command);
-            qv_log_print(kLogDebug, "  delay_syscall: %s\n", command.c_str());
-        }).detach();
-    } catch (const std::system_error &error) {
-        return error.code().value();
-    }
-    return 0;
+    return shell_run_later(delay, join_words(args, 1) + std::string(kQuiet), time_limit(api)) ? 0 : 1;
 }
 
-int afunc_initd_restart(Request &, const std::string &, std::string_view action, const Args &args)
+int afunc_initd_restart(Request &, const std::string &api, std::string_view action, const Args &args)
 {
     int status = 0;
     if (action != "apply")
@@ -122,7 +119,7 @@ int afunc_initd_restart(Request &, const std::string &, std::string_view action,
     for (const std::string &service : args) {
         const std::string script = qv_sysroot_path("/etc/init.d/" + service);
         if (file_exists(script))
-            status = do_syscall(script + " restart > /dev/null 2>&1");
+            status = do_syscall(api, script + " restart > /dev/null 2>&1", script);
     }
     return status;
 }

@@ -6,6 +6,7 @@
 #include "base/limits.h"
 #include "base/shell.h"
 #include "base/text.h"
+#include "funcs/ntp.h"
 #include "platform/ipc_client.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -69,14 +70,42 @@ std::optional<std::string> model_rfunc(Request &request, const char *, const cha
     return meta.visible_to(request.mask) || !meta.is_secret() ? own_copy(hdfDB.get(attr)) : std::nullopt;
 }
 
-std::optional<std::string> kv_rfunc(Request &, const char *file, const char *attr)
+int &read_error(Request &request)
 {
-    return file ? kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
+    struct ReadError {
+        int number = 0;
+    };
+    return request.once<ReadError>([] { return ReadError{}; }).number;
 }
 
-std::optional<std::string> quoted_rfunc(Request &, const char *file, const char *attr)
+namespace {
+
+using Finder = std::optional<std::string> (*)(std::string_view text, std::string_view key);
+
+std::optional<std::string> find_in_file(Request &request, const char *file, const char *attr, Finder find)
 {
-    return file ? quoted_kv_read(qv_sysroot_path(file), attr ? attr : "") : std::nullopt;
+    const FileText text = file ? read_whole_file(qv_sysroot_path(file)) : FileText{ENOENT, {}};
+    if (text.error && !text.missing())
+        read_error(request) = text.error;
+    return text.error ? std::nullopt : find(text.text, attr ? attr : "");
+}
+
+} // namespace
+
+std::optional<std::string> kv_rfunc(Request &request, const char *file, const char *attr)
+{
+    return find_in_file(request, file, attr, kv_find);
+}
+
+std::optional<std::string> quoted_rfunc(Request &request, const char *file, const char *attr)
+{
+    auto value = find_in_file(request, file, attr, kv_find);
+    return value ? std::optional(kv_unquote(std::move(*value))) : std::nullopt;
+}
+
+std::optional<std::string> ntp_rfunc(Request &request, const char *file, const char *attr)
+{
+    return find_in_file(request, file, attr, ntp_find);
 }
 
 namespace {

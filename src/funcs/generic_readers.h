@@ -29,7 +29,11 @@ std::optional<std::string> ipc_rfunc(Request &request, const char *file, const c
 std::optional<std::string> ipc_attr_rfunc(Request &request, const char *file, const char *attr);
 /// The first word that the shell command `attr` (at most 255 bytes of it) prints.
 std::optional<std::string> syscall_rfunc(Request &request, const char *file, const char *attr);
-/// "server" or "interval" from the first line of the NTP daemon's configuration.
+/// "server" or "interval" from the NTP daemon's configuration.
 std::optional<std::string> ntp_rfunc(Request &request, const char *file, const char *attr);
+
+/// Why the file of kv_rfunc, quoted_rfunc or ntp_rfunc could not be read, as an errno; 0: it could, or there
+/// is none. The caller of a reader sets it to 0 before.
+int &read_error(Request &request);
 
 } // namespace qvcd

@@ -1,21 +1,25 @@
 #pragma once
 
+#include "funcs/write_functions.h"
+
 #include <optional>
-#include <string>
-#include <string_view>
 
 namespace qvcd {
 
-// The NTP daemon's configuration: "server <host> minpoll 12 maxpoll <n> iburst".
+// The NTP daemon's configuration: "server <host> minpoll 12 maxpoll <n> iburst", in any line. Its keys are
+// "server" and "interval" (hourly, twiceday, daily). Contracts: funcs/write_functions.h.
 
-/// The server line that the settings Services.NTP.server and Services.NTP.interval ask for, with its newline.
-std::string ntp_write_config();
+/// What the first "server" line says, or where there is none the first "pool" line; nothing without both, and
+/// for other keys.
+std::optional<std::string> ntp_find(std::string_view text, std::string_view key);
 
-/// A configuration with every line that begins with "server" replaced by that line; without one,
-/// "<attr>=<value>" is appended.
-std::string ntp_replace_server(std::string_view text, std::string_view attr, std::string_view value);
+bool ntp_holds(std::string_view text, std::string_view key);
+const char *ntp_refuses(std::string_view key, std::string_view value);
 
-/// What the first line of a configuration says of "server" or "interval"; nothing for anything else.
-std::optional<std::string> ntp_find(std::string_view text, std::string_view attr);
+/// Every "server" line becomes one with the values; without one it is appended.
+std::string ntp_replace(std::string_view text, const Values &values);
+
+/// The settings Services.NTP.server and Services.NTP.interval, or their defaults.
+std::vector<KeyValue> ntp_settings();
 
 } // namespace qvcd

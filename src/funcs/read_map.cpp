@@ -3,6 +3,7 @@
 #include "funcs/read_map.h"
 
 #include "base/limits.h"
+#include "base/shell.h"
 #include "base/text.h"
 #include "funcs/func_map.h"
 #include "funcs/generic_readers.h"
@@ -124,6 +125,9 @@ std::optional<std::string> rfuncmap_read(Request &request, std::string_view api)
                      for_log(file), for_log(attr), static_cast<void *>(&request),
                      called.insert(&row).second ? 0 : 1);
     }
+    std::optional<ShellLimits> limits; // a shell command may be given less than its usual time
+    if (row.function == syscall_rfunc)
+        limits.emplace(shell_time_of(own_copy(meta.get("timeout"))).value_or(kShellReadLimit));
     std::optional<std::string> value = row.function(request, or_null(file), or_null(attr));
     if (value)
         value = one_line(cut(*value, kMaxValueBytes));

@@ -1,34 +1,38 @@
 #pragma once
 
+#include "base/kv_file.h"
+
+#include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace qvcd {
 
-// Write functions. They take paths of the appliance: the file that serves as the template, the file to write
-// (the two may be one), the API's "attr", the value. 0: written.
-//
-// A destination in kScratchFolder is a working copy of a save (funcs/working_copies.h): it is not flushed to
-// the disk, because the save commits it with a durable move.
-inline constexpr char kScratchFolder[] = "/tmp/qvcd";
+/// The values that go into one file.
+struct Values {
+    std::vector<KeyValue> given;
+    std::vector<KeyValue> otherwise; ///< what counts where neither `given` nor the file says anything
+};
 
-int undefined_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
-                    const std::string &value);
-int no_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
-             const std::string &value);
-/// Sets a key of a key/value file (base/kv_file.h); a missing source is created.
-int kv_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
-             const std::string &value);
-/// Writes the value as one line into an existing file, mostly of the kernel; a missing file is no error.
-int io_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
-             const std::string &value);
-/// kv_wfunc with the value in double quotes; always 0.
-int quoted_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
-                 const std::string &value);
-/// Sets the system clock and the hardware clock from a timecode; -1 without a value.
-int syncclock_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
-                    const std::string &value);
-/// Rewrites the NTP daemon's server line from the settings.
-int ntp_wfunc(const std::string &src, const std::string &dst, const std::string &attr,
-              const std::string &value);
+/// How values get into the text of a configuration file. Pure functions of the text, but `settings`.
+struct TextWriter {
+    /// A value stands under this key already.
+    bool (*holds)(std::string_view text, std::string_view key);
+    /// Why the value cannot stand in such a file under this key, so that the reader of such files gives it
+    /// back; null when it can.
+    const char *(*refuses)(std::string_view key, std::string_view value);
+    /// The text with all values, none of which is refused.
+    std::string (*rewrite)(std::string_view text, const Values &values);
+    /// What goes into Values::otherwise, from the settings; null: nothing.
+    std::vector<KeyValue> (*settings)();
+};
+
+extern const TextWriter kv_writer;     ///< "kv_wfunc", base/kv_file.h
+extern const TextWriter quoted_writer; ///< "quotedkv_wfunc": the same with the value in double quotes
+extern const TextWriter ntp_writer;    ///< "ntp_wfunc", funcs/ntp.h
+
+/// "syncclock_wfunc": sets the system clock and the hardware clock from a timecode. 0; not 0 after a failure.
+int syncclock_wfunc(const std::string &value);
 
 } // namespace qvcd

@@ -1,7 +1,6 @@
 #include "platform/ipc_client.h"
 
 #include "platform/log.h"
-#include "platform/server.h"
 #include "platform/socket.h"
 
 #include <cerrno>
@@ -14,55 +13,55 @@ namespace qvcd {
 
 namespace {
 
-constexpr char kGreeting[] = "qvcd 0 0\n";
-
-// Plain file streams would raise SIGPIPE when the server is gone, hence streams of our own. Each owns a
-// descriptor of the one socket.
-int descriptor(const void *cookie)
-{
-    return static_cast<const Fd *>(cookie)->get();
-}
+// Plain file streams would raise SIGPIPE when the server is gone, and wait for as long as it likes, hence
+// streams of our own. Each owns a descriptor of the one socket.
+struct Half {
+    Fd fd;
+    Deadline deadline;
+};
 
 ssize_t receive(void *cookie, char *bytes, std::size_t size)
 {
+    const auto *half = static_cast<const Half *>(cookie);
     for (;;) {
-        const ssize_t n = ::recv(descriptor(cookie), bytes, size, 0);
-        if (n >= 0)
+        const int events = poll_until(half->fd.get(), POLLIN, half->deadline);
+        if (events <= 0)
+            return events; // 0, as at the end of the stream: the time is over
+        const ssize_t n = ::recv(half->fd.get(), bytes, size, MSG_DONTWAIT);
+        if (n >= 0 || (errno != EINTR && errno != EAGAIN))
             return n;
-        if (errno == EAGAIN) // the time is over
-            return 0;
-        if (errno != EINTR)
-            return -1;
     }
 }
 
-// Each send waits for the socket's own time-out at most. 0 stands for an error, see fopencookie(3).
+// 0 stands for an error, see fopencookie(3).
 ssize_t transmit(void *cookie, const char *bytes, std::size_t size)
 {
+    const auto *half = static_cast<const Half *>(cookie);
     std::size_t sent = 0;
     while (sent < size) {
-        const ssize_t n = ::send(descriptor(cookie), bytes + sent, size - sent, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
+        if (poll_until(half->fd.get(), POLLOUT, half->deadline) <= 0)
             return 0;
-        sent += static_cast<std::size_t>(n);
+        const ssize_t n = ::send(half->fd.get(), bytes + sent, size - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n >= 0)
+            sent += static_cast<std::size_t>(n);
+        else if (errno != EINTR && errno != EAGAIN)
+            return 0;
     }
     return static_cast<ssize_t>(size);
 }
 
-int close_descriptor(void *cookie)
+int close_half(void *cookie)
 {
-    delete static_cast<Fd *>(cookie);
+    delete static_cast<Half *>(cookie);
     return 0;
 }
 
-std::FILE *open_stream(Fd fd, const char *mode)
+std::FILE *open_stream(Fd fd, Deadline deadline, const char *mode)
 {
     if (!fd)
         return nullptr;
-    auto cookie = std::make_unique<Fd>(std::move(fd));
-    std::FILE *stream = ::fopencookie(cookie.get(), mode, {&receive, &transmit, nullptr, &close_descriptor});
+    auto cookie = std::make_unique<Half>(Half{std::move(fd), deadline});
+    std::FILE *stream = ::fopencookie(cookie.get(), mode, {&receive, &transmit, nullptr, &close_half});
     if (stream)
         static_cast<void>(cookie.release()); // the stream's now
     return stream;
@@ -73,27 +72,19 @@ std::FILE *open_stream(Fd fd, const char *mode)
 int qv_ipc_client_connect_single(std::string_view name, IpcClient &client, std::chrono::milliseconds timeout)
 {
     client = {};
+    const Deadline deadline = deadline_in(timeout);
     Fd socket = connect_unix(qv_ipc_socket_path(name), timeout);
     if (!socket) {
         qv_log_print(kLogDebug, "cannot reach %.*s: %s\n", static_cast<int>(name.size()), name.data(),
                      std::strerror(errno));
         return -1;
     }
-    set_receive_timeout(socket.get(), timeout);
-    client.out = open_stream(Fd(::fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)), "w");
-    client.in = open_stream(std::move(socket), "r");
+    client.out = open_stream(Fd(::fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)), deadline, "w");
+    client.in = open_stream(std::move(socket), deadline, "r");
     if (client.in && client.out)
         return 0;
     qv_ipc_client_disconnect(client);
     return -1;
-}
-
-int qv_ipc_client_connect(std::string_view name, IpcClient &client, std::chrono::milliseconds timeout)
-{
-    if (qv_ipc_client_connect_single(name, client, timeout) != 0)
-        return -1;
-    std::fputs(kGreeting, client.out); // goes out with the first message
-    return 0;
 }
 
 void qv_ipc_client_disconnect(IpcClient &client)

@@ -12,14 +12,9 @@ struct IpcClient {
     std::FILE *out = nullptr; ///< what we say; flush it
 };
 
-/// Connects to the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot). Returns 0, or -1 when
-/// nobody listens there. Each read and each write waits at most `timeout`; a read that waited in vain looks
-/// like the end of the stream.
-///
-/// The shared mode greets the server as this system's own daemon expects it on a connection that carries
-/// several commands (first line "qvcd 0 0"); the single mode sends nothing of its own.
-int qv_ipc_client_connect(std::string_view name, IpcClient &client,
-                          std::chrono::milliseconds timeout = std::chrono::seconds{10});
+/// Connects to the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot) for one conversation, and
+/// says nothing of its own. Returns 0, or -1 when nobody listens there. The conversation is over after
+/// `timeout`: reads then find the end of the stream, writes fail.
 int qv_ipc_client_connect_single(std::string_view name, IpcClient &client,
                                  std::chrono::milliseconds timeout = std::chrono::seconds{10});
 

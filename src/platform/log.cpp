@@ -24,6 +24,7 @@ namespace {
 
 constexpr std::array<int, 5> kThresholds = {kLogError, kLogWarning, kLogInfo, kLogDebug, kLogTrace};
 constexpr mode_t kLogFileMode = 0640;
+constexpr std::size_t kMaxTextBytes = 2048; // of a line's text
 
 struct Log {
     std::mutex mutex;
@@ -47,19 +48,26 @@ bool is_control(char c)
     return byte < 0x20 || byte == 0x7f;
 }
 
+// At most kMaxTextBytes; what is longer ends in "...".
 void append_clean(std::string &line, std::string_view text)
 {
-    if (std::ranges::none_of(text, is_control)) {
+    if (text.size() <= kMaxTextBytes && std::ranges::none_of(text, is_control)) {
         line += text;
         return;
     }
     constexpr char kHex[] = "0123456789ABCDEF";
+    const std::size_t most = line.size() + kMaxTextBytes;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (is_control(c))
             line += {'\\', 'x', kHex[byte >> 4U], kHex[byte & 15U]};
         else
             line += c;
+        if (line.size() > most) {
+            line.resize(most);
+            line += "...";
+            return;
+        }
     }
 }
 
@@ -107,19 +115,10 @@ void write_line(int priority, std::string_view text)
 
 __attribute__((format(printf, 2, 0))) void print_formatted(int priority, const char *format, va_list args)
 {
-    std::array<char, 1024> small;
-    va_list again;
-    va_copy(again, args);
-    const int n = std::vsnprintf(small.data(), small.size(), format, args);
-    std::string large;
-    std::string_view text(small.data(),
-                          n > 0 ? std::min<std::size_t>(static_cast<std::size_t>(n), small.size() - 1) : 0);
-    if (n >= static_cast<int>(small.size())) {
-        large.resize(static_cast<std::size_t>(n));
-        std::vsnprintf(large.data(), large.size() + 1, format, again);
-        text = large;
-    }
-    va_end(again);
+    std::array<char, kMaxTextBytes + 3> buffer; // a byte more than a line, a newline, and the end
+    const int n = std::vsnprintf(buffer.data(), buffer.size(), format, args);
+    std::string_view text(buffer.data(),
+                          std::min(buffer.size() - 1, static_cast<std::size_t>(std::max(n, 0))));
     if (text.ends_with('\n'))
         text.remove_suffix(1);
     write_line(priority, text);

@@ -34,7 +34,8 @@ void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool 
                   const char *identity);
 
 /// Writes one line; printf format. The line's own final newline is optional. Control characters inside the
-/// line are written as \xNN, so that one call is one line whatever a client sent. Thread-safe.
+/// line are written as \xNN, so that one call is one line whatever a client sent. Of a line over 2 KiB the
+/// rest is left out and "..." put in its place. Thread-safe.
 void qv_log_print(int priority, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /// Closes all targets; later lines are dropped.

@@ -4,10 +4,14 @@
 
 namespace qvcd {
 
+/// Puts /dev/null in the place of each of stdin, stdout and stderr that is closed: else a file that is opened
+/// next gets what is meant for them. Call it before anything is opened.
+void qv_fill_standard_descriptors();
+
 /// Turns the process into a daemon: fork, new session, working folder "/", umask 022, stdin and stdout on
 /// /dev/null. stderr stays where it was until qv_daemon_ready(), so that failures of start-up can be seen,
-/// and the parent does not exit (with status 0) before that or the daemon's death. Call it before any thread
-/// is started. Returns 0, or -1 after reporting the failure; the process then goes on as it is.
+/// and the parent does not exit before that (with status 0) or the daemon's death (1). Call it before any
+/// thread is started. Returns 0, or -1 after reporting the failure; the process then goes on as it is.
 int qv_daemonize();
 
 /// Start-up is over, the daemon serves: tells the service manager (READY=1, sd_notify(3)); a daemonised

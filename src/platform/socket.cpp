@@ -1,7 +1,6 @@
 #include "platform/socket.h"
 
 #include "platform/log.h"
-#include "platform/server.h"
 #include "platform/sysroot.h"
 
 #include <arpa/inet.h>
@@ -222,15 +221,6 @@ Fd listen_tcp(const char *address, int port)
 
 namespace {
 
-// Makes the folder if need be. On failure errno says why.
-bool make_folder(const std::string &path)
-{
-    std::error_code error;
-    const bool made = std::filesystem::create_directories(path, error);
-    errno = error.value();
-    return !error && (!made || ::chmod(path.c_str(), kFolderMode) == 0);
-}
-
 // Two daemons that start at once must not both find the socket dead and replace each other's: who looks and
 // binds holds a lock on the folder. Anybody may read the folder and so lock it, hence the patience.
 Fd lock_folder(const std::string &path)
@@ -306,6 +296,15 @@ std::string device_path(std::string_view name)
 
 } // namespace
 
+bool make_endpoint_folder()
+{
+    const std::string path = qv_sysroot_path(kSocketFolder);
+    std::error_code error;
+    const bool made = std::filesystem::create_directories(path, error);
+    errno = error.value();
+    return !error && (!made || ::chmod(path.c_str(), kFolderMode) == 0);
+}
+
 std::string qv_ipc_socket_path(std::string_view name)
 {
     return qv_sysroot_path(device_path(name));
@@ -325,12 +324,11 @@ std::optional<UnixListener> listen_unix(std::string_view name)
         qv_report_failure(where + listener.path + " is too long for a socket address");
         return std::nullopt;
     }
-    const std::string folder = qv_sysroot_path(kSocketFolder);
-    if (!make_folder(folder)) {
+    if (!make_endpoint_folder()) {
         qv_report_failure(where + "cannot make its folder: " + std::strerror(errno));
         return std::nullopt;
     }
-    const Fd lock = lock_folder(folder);
+    const Fd lock = lock_folder(qv_sysroot_path(kSocketFolder));
     if (const std::string taken = free_name(listener.path); !taken.empty()) {
         qv_report_failure(where + taken);
         return std::nullopt;

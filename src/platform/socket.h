@@ -3,6 +3,7 @@
 #include "platform/fd.h"
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <poll.h>
 #include <string>
@@ -40,6 +41,10 @@ Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout);
 /// `timeout`. Looking up a host name may take longer than that.
 Fd connect_tcp(const std::string &host, const std::string &port, std::chrono::milliseconds timeout);
 
+/// Makes the folder of the endpoints, "/var/run/qv" below the sysroot, 0755, if need be. False with errno
+/// set.
+bool make_endpoint_folder();
+
 /// A listening Unix socket and its place in the file system.
 struct UnixListener {
     Fd socket;
@@ -52,6 +57,14 @@ struct UnixListener {
 /// of group "qv" when that group exists). Replaces the socket of a dead server. Reports every failure: a live
 /// server answers there, something else bears the name, the folder cannot be made, the path is too long.
 std::optional<UnixListener> listen_unix(std::string_view name);
+
+/// The path of the Unix socket of endpoint `name`, below the sysroot. See unix(7): at most 107 bytes fit.
+std::string qv_ipc_socket_path(std::string_view name);
+
+/// False when the sysroot is so long that no endpoint of the appliance fits into a socket address.
+bool qv_ipc_paths_fit();
+
+inline constexpr std::size_t kMaxLineBytes = std::size_t{1} << 20; ///< of a request; a longer line ends it
 
 /// Removes the socket's name, unless another server has taken it over.
 void remove_unix_socket(const UnixListener &listener);

@@ -6,7 +6,7 @@
 namespace qvcd {
 
 /// The folder that stands for "/" of the appliance: the environment variable QV_SYSROOT, read once,
-/// without trailing slashes; empty on a device.
+/// without trailing slashes; empty on a device. Throws as qv_host_file().
 const std::string &qv_sysroot();
 
 /// Where the appliance's absolute path `device_path` lies on this machine. "." and ".." are resolved as text
@@ -28,7 +28,8 @@ struct FileName {
 FileName qv_device_file(std::string_view device_path);
 
 /// A path from the command line: taken as it stands. A relative one is made absolute at once, because
-/// daemonising changes the working folder.
+/// daemonising changes the working folder; that throws std::filesystem::filesystem_error when the working
+/// folder was removed.
 FileName qv_host_file(std::string_view path);
 
 } // namespace qvcd

@@ -1,12 +1,12 @@
 #include "status/link_state.h"
 
 #include "base/file_text.h"
-#include "base/text.h"
 #include "platform/sysroot.h"
 #include "status/netlink.h"
 #include "status/wireless.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <linux/if.h>
 
 namespace qvcd {
@@ -18,9 +18,10 @@ constexpr unsigned kOperationalUp = 6; // RFC 2863
 // A modem that has not dialled has no link, only the file that its manager writes.
 bool is_present_modem(const std::string &interface)
 {
-    return interface.starts_with("ppp") &&
-           file_exists(
-               qv_sysroot_path("/var/run/modem-" + std::to_string(c_int(interface.substr(3))) + ".info"));
+    if (!interface.starts_with("ppp"))
+        return false;
+    const long long number = std::strtoll(interface.c_str() + 3, nullptr, 10);
+    return file_exists(qv_sysroot_path("/var/run/modem-" + std::to_string(number) + ".info"));
 }
 
 bool is_associated(const std::string &interface)

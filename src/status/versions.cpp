@@ -1,11 +1,13 @@
 #include "status/versions.h"
 
-#include "base/file_text.h"
 #include "base/kv_file.h"
 #include "base/limits.h"
-#include "base/text.h"
 #include "platform/log.h"
+#include "platform/small_file.h"
 #include "platform/sysroot.h"
+
+#include <algorithm>
+#include <cstdlib>
 
 namespace qvcd {
 
@@ -56,7 +58,7 @@ std::string version_text(std::string_view release)
     if (suffix.starts_with("rc") || suffix.starts_with("RC")) {
         const std::string_view number = suffix.substr(2);
         if (std::string_view rest = number; skip_number(rest))
-            return head + "rc" + std::to_string(c_int(number));
+            return head + "rc" + std::to_string(std::strtoll(std::string(number).c_str(), nullptr, 10));
     }
     return head + "BETA";
 }
@@ -81,7 +83,7 @@ std::optional<std::string> version_rfunc(Request &, const char *file, const char
 
 std::optional<std::string> linux_version_rfunc(Request &, const char *file, const char *attr)
 {
-    const auto text = file ? read_file(qv_sysroot_path(file), kMaxFileLineBytes) : std::nullopt;
+    const auto text = file ? read_small_file(file, kMaxFileLineBytes) : std::nullopt;
     if (!text)
         return std::nullopt;
     auto release = attr && attr == kKernelMark ? kernel_release(*text) : std::nullopt;

@@ -41,17 +41,12 @@ HdfRead parse_into(const std::string &text, Tree &into)
 HdfRead load(const std::string &path, std::size_t limit, std::string &text)
 {
     struct stat st {};
-    if (stat(path.c_str(), &st) != 0)
-        return {errno == ENOENT || errno == ENOTDIR ? HdfResult::missing : HdfResult::error,
-                std::strerror(errno)};
-    if (!S_ISREG(st.st_mode))
+    if (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
         return {HdfResult::error, "not a regular file"};
-    auto content = read_file(path, limit + 1);
-    if (!content)
-        return {HdfResult::error, std::strerror(errno)};
-    if (content->size() > limit)
-        return {HdfResult::error, "larger than " + std::to_string(limit) + " bytes"};
-    text = std::move(*content);
+    FileText content = read_whole_file(path, limit);
+    if (content.error)
+        return {content.missing() ? HdfResult::missing : HdfResult::error, std::strerror(content.error)};
+    text = std::move(content.text);
     if (!text.empty() && text.back() != '\n')
         text += '\n'; // the library does not see a block's end on an unfinished last line
     return {};
@@ -99,6 +94,21 @@ bool reads_back(const std::string &text, Node node)
     return same_content(node, copy.root());
 }
 
+int replace(const std::string &path, const std::string &text, FileKind kind)
+{
+    switch (kind) {
+    case FileKind::open:
+        return replace_file(path, text);
+    case FileKind::secret:
+        return replace_secret_file(path, text);
+    case FileKind::named:
+        return replace_named_file(path, text);
+    case FileKind::named_secret:
+        return replace_named_file(path, text, 0600);
+    }
+    return EINVAL;
+}
+
 bool write_text(const std::string &path, const std::string &text, Node node, FileKind kind)
 {
     if (!reads_back(text, node)) {
@@ -106,10 +116,11 @@ bool write_text(const std::string &path, const std::string &text, Node node, Fil
                      qv_device_path(path).c_str());
         return false;
     }
-    const int error = kind == FileKind::secret ? replace_secret_file(path, text) : replace_file(path, text);
-    if (error)
+    if (const int error = replace(path, text, kind)) {
         qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
-    return error == 0;
+        return false;
+    }
+    return true;
 }
 
 void append_lines(Node node, std::string &name, std::string &text)
@@ -182,12 +193,12 @@ bool hdf_write_file(const std::string &path, Node node, FileKind kind)
     return write_text(path, hdf_text(node), node, kind);
 }
 
-bool hdf_write_flat_file(const std::string &path, Node node)
+bool hdf_write_flat_file(const std::string &path, Node node, FileKind kind)
 {
     std::string text;
     std::string name;
     append_lines(node, name, text);
-    return write_text(path, text, node, FileKind::open);
+    return write_text(path, text, node, kind);
 }
 
 } // namespace qvcd

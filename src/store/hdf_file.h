@@ -33,14 +33,19 @@ HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh);
 /// The children of `node` in the nested text form.
 std::string hdf_text(Node node);
 
+enum class FileKind {
+    open,         ///< a new file can be read by all
+    secret,       ///< mode 0600
+    named,        ///< as `open`, for a name that a client gave (base/file_text.h, replace_named_file)
+    named_secret, ///< as `secret`, for such a name
+};
+
 /// Writes the children of `node` to a file in one durable step (base/file_text.h). A tree whose text would
 /// not read back the same (a value with a newline, or with blanks at its ends) is not written. True on
-/// success, else the reason is logged at priority 3 and the old file is as it was. `secret`: the file gets
-/// mode 0600.
-enum class FileKind { open, secret };
+/// success, else the reason is logged at priority 3 and the old file is as it was. Keeps the command lock.
 bool hdf_write_file(const std::string &path, Node node, FileKind kind = FileKind::open);
 
 /// The same as one "dotted.name=value" line for every node below that has a value.
-bool hdf_write_flat_file(const std::string &path, Node node);
+bool hdf_write_flat_file(const std::string &path, Node node, FileKind kind = FileKind::open);
 
 } // namespace qvcd

@@ -85,7 +85,7 @@ bool meta_is_password(std::string_view api);
 std::string shown_value(std::string_view api, std::string_view value);
 
 /// What a log line shows of a value that somebody gave for `api`: seven asterisks, unless the name is that of
-/// an API and its type speaks of no password. A misspelt name may be meant for one that does.
+/// an API that holds no secret. A misspelt name may be meant for one that does.
 std::string value_for_log(std::string_view api, std::string_view value);
 
 /// The API is private and the mask has no level-0 bit.

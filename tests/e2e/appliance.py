@@ -41,6 +41,15 @@ def die_with_us():
     LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL, 0, 0, 0)
 
 
+def end_session(leader):
+    """Kills what a process that led a session, and is not reaped yet, has left running."""
+    for stat in pathlib.Path("/proc").glob("[0-9]*/stat"):
+        with contextlib.suppress(OSError):
+            pid, rest = int(stat.parent.name), stat.read_text(errors="replace").rpartition(")")[2].split()
+            if int(rest[3]) == leader and pid != leader:
+                os.kill(pid, signal.SIGKILL)
+
+
 class Reply(typing.NamedTuple):
     """The reply lines of a request and its result code."""
 
@@ -289,8 +298,7 @@ class Appliance:
         try:
             wait_until(self.has_ended, f"the daemon's end; its log:\n{self.log()[-3000:]}")
         finally:
-            with contextlib.suppress(ProcessLookupError):
-                os.killpg(self.process.pid, signal.SIGKILL)
+            end_session(self.process.pid)
             code = self.process.wait()
             self.process = None
         return code

@@ -609,10 +609,11 @@ def test_get_is_answered_while_an_apply_waits(appliance):
     assert a.command("modify Plain.size=6") == Reply(2 * ["Plain.size=6"], 0)
     assert a.login("admin", "kelpo")
     assert a.answers()
+    assert applying.read_lines(1) == b"Web.port=81\n"
     assert applying.silent_for(0.05)
     a.write("/go", "")
     applying.send("\n")
-    assert applying.read_all() == b"Web.port=81\n@\n0\n"
+    assert applying.read_all() == b"@\n0\n"
 
 
 def test_stop_while_an_apply_waits(appliance):
@@ -670,7 +671,9 @@ def test_delete_while_a_get_of_the_group_waits(appliance):
     for name in ("G.temporary", "G.other"):
         assert a.command(f"insert {name}=x").code == 0
     waiting = [a.connect(greeting=f"me 0 0\n{command}\n\n") for command in ("get G", "get", "geti G.slow")]
-    wait_until(lambda: a.read_or_empty("/started").count("\n") == 3, "the readers")
+    # One of them runs the command, the others wait for their turn.
+    wait_until(lambda: a.log().count("rfuncmap_read: G.slow syscall_rfunc") == 3, "the readers")
+    wait_until(a.path("/started").exists, "the command")
     assert a.command("delete G.temporary") == a.command("delete G.other") == Reply([], 0)
     assert a.command("insert G.late=1").code == 0
     a.write("/go", "")

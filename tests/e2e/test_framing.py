@@ -74,9 +74,9 @@ TRANSCRIPTS = {
     "a line of 1 MiB": (b"me 0 0\nget A.b".ljust(7 + MIB) + b"\nget A.c\n\n", b"A.b=1\nA.c=2\n@\n0\n"),
     "a line of 1 MiB and a byte ends the connection": (
         b"me 0 0\nget A.b\nget A.b".ljust(15 + MIB + 1) + b"\nget A.c\n\n",
-        b"A.b=1\n@\n0\n",
+        b"A.b=1\n@\n1\n",
     ),
-    "a line without an end": (b"me 0 0\nget X\n" + 3 * MIB * b"x", b"X=##Parameter not found#\n@\n1\n"),
+    "a line without an end": (b"me 0 0\nget A.b\n" + 3 * MIB * b"x", b"A.b=1\n@\n1\n"),
     "99 arguments at most": (
         b"me 0 0\nget " + b",".join([b"A.b"] * 98 + [b"A.c"] * 60) + b"\n\n",
         98 * b"A.b=1\n" + b"A.c=2\n@\n0\n",
@@ -121,21 +121,21 @@ def test_long_reply_to_a_client_that_reads_late(wire):
         assert c.read_all() == b"A.c=2\n" + 39999 * b"A.b=1\nA.c=2\n" + b"@\n0\n"
 
 
-def test_vanished_clients_leave_their_slots(wire):
+def test_vanished_clients_leave_their_places(wire):
     for sent in (b"", b"?", b"me", b"me 0 0\n", b"me 0 0\nget A", b"me 0 0\n" + 3000 * b"get A\n"):
-        for _ in range(12):  # more than there are slots
+        for _ in range(12):  # more than there are places
             c = wire.connect(wire.over_tcp, sent)
             c.vanish()
     assert wire.exchange(b"me 0 0\nget A.b\n\n", wire.over_tcp) == b"A.b=1\n@\n0\n"
 
 
-def test_eleventh_client_waits_for_a_slot(wire):
+def test_eleventh_client_waits_for_a_place(wire):
     busy = [wire.connect(wire.over_tcp, "me 0 0\nget A.b\n") for _ in range(10)]
     for c in busy:
         assert c.read_lines(1) == b"A.b=1\n"
     waiting = [wire.connect(wire.over_tcp, "me 0 0\nget A.c\n\n"), wire.connect(wire.over_tcp, "?\n")]
     assert all(c.silent_for(0.1) for c in waiting)
-    # The other server has slots of its own.
+    # The other server has places of its own.
     assert wire.exchange(b"me 0 0\nget A.b\n\n", not wire.over_tcp) == b"A.b=1\n@\n0\n"
     busy[3].send("\n")
     assert busy[3].read_all() == b"@\n0\n"

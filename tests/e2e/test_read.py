@@ -300,6 +300,21 @@ def test_reader_learns_whether_it_was_called_before(appliance):
     assert flags("get") == ["0", "1", "1"]
 
 
+def test_a_mirror_of_a_password_is_for_who_may_read_it(appliance):
+    meta = """
+    P.perm = 7700
+    P.word.type = password 1 32
+    P.word.attr = word
+    P.word.default = hush
+    M.perm = 7774
+    M.word.dynamic = true
+    M.word.read = model_rfunc
+    M.word.attr = P.word
+    """
+    a = appliance(meta, {"/etc/user.conf": FILES["/etc/user.conf"]}).start()
+    assert [a.get("M.word", a.login(user, user)) for user in ("u1", "u2")] == ["hush", ""]
+
+
 # ---- Readers that wait for others ----
 
 

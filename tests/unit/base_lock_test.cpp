@@ -1,11 +1,11 @@
 #include "base/command_lock.h"
-#include "base/shell.h"
 #include "base/text.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace qvcd {
@@ -55,17 +55,29 @@ TEST(CommandLock, AnotherCommandRunsWhileTheShellWaits)
     close(ends[1]);
 }
 
-TEST(Shell, RunsCapturesAndQuotes)
+TEST(CommandLock, HooksRunAroundWaitsWithoutTheLock)
 {
-    EXPECT_EQ(shell_run("exit 0"), 0);
-    EXPECT_EQ(WEXITSTATUS(shell_run("exit 7")), 7);
-    EXPECT_EQ(shell_capture("echo '  a b'; echo c", 100), "  a b\nc\n");
-    EXPECT_EQ(shell_capture("yes | head -c 100000", 10)->size(), 10U);
-    EXPECT_EQ(shell_capture("kill -PIPE $$; echo survived", 100), ""); // SIGPIPE has its default action again
-    for (const char *word : {"", "a b", "it's", "$(touch x)", "`id`", "\\", "a\nb", "-n", "*", "';'"})
-        EXPECT_EQ(shell_capture("printf %s " + shell_quote(word), 100), word);
-    // Descriptors beyond 2 stay here.
-    EXPECT_EQ(shell_capture("ls /proc/self/fd | wc -l", 100), "4\n"); // 0, 1, 2 and the folder itself
+    struct Hooks final : WaitHooks {
+        std::string seen;
+        void note(const char *what)
+        {
+            std::thread([] { EXPECT_TRUE(CommandLock().held()); }).join(); // or it hangs
+            seen += what;
+        }
+        void before_waiting() noexcept override { note("before "); }
+        void after_waiting() noexcept override { note("after "); }
+    } hooks;
+    {
+        const CommandLock lock(&hooks);
+        for (int i = 0; i < 2; ++i) {
+            const Unlocked unlocked;
+            const Unlocked inner; // waits already
+            hooks.seen += "waits ";
+        }
+    }
+    const CommandLock without;
+    const Unlocked unlocked;
+    EXPECT_EQ(hooks.seen, "before waits after before waits after ");
 }
 
 TEST(Text, WordsNumbersAndNames)

@@ -4,7 +4,7 @@
 
 #include "client/errors.h"
 #include "client/local_commands.h"
-#include "platform/server.h"
+#include "platform/socket.h"
 
 namespace qvcd::client {
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/fd.h"
-#include "platform/server.h"
 #include "platform/socket.h"
 
 #include <gtest/gtest.h>

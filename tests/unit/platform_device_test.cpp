@@ -1,10 +1,8 @@
 #include "appliance_root.h"
 #include "ident_image.h"
 #include "loopback.h"
-#include "platform/bonding.h"
 #include "platform/clock.h"
 #include "platform/ident.h"
-#include "platform/net_info.h"
 #include "platform/power.h"
 #include "platform/remote.h"
 
@@ -137,30 +135,6 @@ TEST_F(DeviceTest, PowerSource)
         EXPECT_EQ(power_read_battery_capacity(), c.capacity) << "case " << number;
         ++number;
     }
-}
-
-TEST_F(DeviceTest, Bonding)
-{
-    EXPECT_EQ(bonding_state(), 0);
-    EXPECT_EQ(bonding_status(), 0);
-    const struct {
-        const char *text;
-        int state, status;
-    } cases[] = {
-        {"up\n", 1, 0}, {"down", 2, 0}, {"running\n", 0, 1}, {"paused\nmore", 0, 2}, {"upper\n", 0, 0}};
-    for (const auto &c : cases) {
-        appliance_root().write("var/run/bond/state", c.text);
-        appliance_root().write("var/run/bond/status", c.text);
-        EXPECT_EQ(bonding_state(), c.state) << c.text;
-        EXPECT_EQ(bonding_status(), c.status) << c.text;
-    }
-}
-
-TEST_F(DeviceTest, BoardAddressIsUpperCase)
-{
-    EXPECT_EQ(qv_info_get_mac_address(), "");
-    appliance_root().write("sys/class/net/eth0/address", "00:1b:c5:0a:ff:e1\n");
-    EXPECT_EQ(qv_info_get_mac_address(), "00:1B:C5:0A:FF:E1");
 }
 
 std::tm local_time(int year, int month, int day, int hour)

@@ -1,9 +1,10 @@
 #include "platform/ipc_client.h"
-#include "platform/server.h"
+#include "platform/socket.h"
 #include "platform_root.h"
 
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
 
 namespace qvcd {
 namespace {
@@ -33,45 +34,50 @@ class IpcClientTest : public testing::Test {
     ~IpcClientTest() override { qv_ipc_server_exit(kLong); }
 };
 
-TEST_F(IpcClientTest, SingleSaysNothingOfItsOwnSharedGreets)
+TEST_F(IpcClientTest, OneConversation)
 {
     ASSERT_EQ(qv_ipc_server_init("peer", 1, report_lines), 0);
-    for (const bool shared : {false, true}) {
-        IpcClient client;
-        ASSERT_EQ(
-            shared ? qv_ipc_client_connect("peer", client) : qv_ipc_client_connect_single("peer", client), 0);
-        std::fputs("status\n\n", client.out);
-        std::fflush(client.out);
-        if (shared) {
-            EXPECT_EQ(next_line(client.in), "got qvcd 0 0\n");
-        }
-        EXPECT_EQ(next_line(client.in), "got status\n");
-        EXPECT_EQ(next_line(client.in), "@\n");
-        EXPECT_EQ(next_line(client.in), "");
-        EXPECT_TRUE(std::feof(client.in));
-        qv_ipc_client_disconnect(client);
-        EXPECT_EQ(client.in, nullptr);
-    }
+    IpcClient client;
+    ASSERT_EQ(qv_ipc_client_connect_single("peer", client), 0);
+    std::fputs("status\n\n", client.out);
+    std::fflush(client.out);
+    EXPECT_EQ(next_line(client.in), "got status\n");
+    EXPECT_EQ(next_line(client.in), "@\n");
+    EXPECT_EQ(next_line(client.in), "");
+    EXPECT_TRUE(std::feof(client.in));
+    qv_ipc_client_disconnect(client);
+    EXPECT_EQ(client.in, nullptr);
 }
 
 TEST_F(IpcClientTest, NobodyThere)
 {
     IpcClient client;
-    EXPECT_EQ(qv_ipc_client_connect("nobody", client), -1);
+    EXPECT_EQ(qv_ipc_client_connect_single("nobody", client), -1);
     EXPECT_EQ(qv_ipc_client_connect_single(std::string(300, 'x'), client), -1);
     EXPECT_EQ(client.in, nullptr);
     EXPECT_EQ(client.out, nullptr);
     qv_ipc_client_disconnect(client);
 }
 
-TEST_F(IpcClientTest, ASilentServerLooksLikeTheEndOfTheStream)
+// One that says nothing, and one that never ends but always says something in time.
+TEST_F(IpcClientTest, AServerThatDoesNotEndLooksLikeTheEndOfTheStream)
 {
+    const auto talk = [](ServerConnection &connection) {
+        do {
+            std::fputs("more\n", connection.out());
+            std::this_thread::sleep_for(1ms);
+        } while (connection.flush());
+    };
     ASSERT_EQ(qv_ipc_server_init("silent", 1, report_lines), 0);
-    IpcClient client;
-    ASSERT_EQ(qv_ipc_client_connect_single("silent", client, 20ms), 0);
-    EXPECT_EQ(next_line(client.in), "");
-    EXPECT_TRUE(std::feof(client.in));
-    qv_ipc_client_disconnect(client);
+    ASSERT_EQ(qv_ipc_server_init("talker", 1, talk), 0);
+    for (const char *name : {"silent", "talker"}) {
+        IpcClient client;
+        ASSERT_EQ(qv_ipc_client_connect_single(name, client, 50ms), 0);
+        while (!next_line(client.in).empty()) {
+        }
+        EXPECT_TRUE(std::feof(client.in));
+        qv_ipc_client_disconnect(client);
+    }
 }
 
 TEST_F(IpcClientTest, AServerThatIsGoneRaisesNoSignal)

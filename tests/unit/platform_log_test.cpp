@@ -38,7 +38,7 @@ TEST(Log, LevelsLetTheirPrioritiesPass)
 
 TEST(Log, OneCallIsOneLine)
 {
-    const std::string longer(5000, 'x');
+    const std::string most(2048, 'y');
     const struct {
         std::string text;
         std::string line;
@@ -48,9 +48,11 @@ TEST(Log, OneCallIsOneLine)
         {"two\nlines\n\n", "two\\x0Alines\\x0A\n"},
         {"\x1b[31m\t\x7f", "\\x1B[31m\\x09\\x7F\n"},
         {"caf\xc3\xa9 100%", "caf\xc3\xa9 100%\n"},
-        {longer, longer + "\n"},
-        {std::string(1023, 'y'), std::string(1023, 'y') + "\n"},
-        {std::string(1024, 'y'), std::string(1024, 'y') + "\n"},
+        {most, most + "\n"},
+        {most + "\n", most + "\n"},
+        {most + "z", most + "...\n"},
+        {most + most, most + "...\n"},
+        {most.substr(1) + "\t", most.substr(1) + "\\...\n"},
         {"", "\n"},
     };
     for (const auto &row : rows)

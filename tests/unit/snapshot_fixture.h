@@ -3,12 +3,7 @@
 #include "appliance_root.h"
 #include "commands/cmd_parse.h"
 #include "commands/cmd_table.h"
-#include "funcs/add_remove_map.h"
-#include "funcs/apply_map.h"
-#include "funcs/check_map.h"
-#include "funcs/introspect_map.h"
 #include "funcs/read_map.h"
-#include "funcs/write_map.h"
 #include "model/populate.h"
 #include "store/database.h"
 
@@ -37,7 +32,7 @@ Enc {
   file = /etc/enc.conf
   read = quotedkv_rfunc
   write = quotedkv_wfunc
-  rate { 
+  rate {
     attr = RATE
     type = integer_range 1 99
     default = 10
@@ -130,17 +125,11 @@ class SnapshotTest : public OnEmptyRoot<testing::Test> {
     {
         stop();
         started_ = true;
-        cmd_create_afuncmap_hdf();
-        cmd_create_cfuncmap_hdf();
-        cmd_create_ifuncmap_hdf();
-        cmd_create_rfuncmap_hdf();
-        cmd_create_wfuncmap_hdf();
-        cmd_create_addfuncmap_hdf();
-        cmd_create_removefuncmap_hdf();
         cmd_create_cmdmap_hdf();
         hdfdb_init();
-        ASSERT_EQ(0, hdfdb_load_meta_file(qv_host_file(write("model.hdf", kModel))));
-        hdfdb_populate();
+        Request request(kInternalMask);
+        ASSERT_EQ(0, hdfdb_load_meta_file(request, qv_host_file(write("model.hdf", kModel))));
+        hdfdb_populate(request);
     }
     void stop()
     {
@@ -148,12 +137,6 @@ class SnapshotTest : public OnEmptyRoot<testing::Test> {
             return;
         hdfdb_destroy();
         cmd_destroy_cmdmap_hdf();
-        cmd_destroy_wfuncmap_hdf();
-        cmd_destroy_rfuncmap_hdf();
-        cmd_destroy_cfuncmap_hdf();
-        cmd_destroy_afuncmap_hdf();
-        cmd_destroy_addfuncmap_hdf();
-        cmd_destroy_removefuncmap_hdf();
         started_ = false;
     }
 

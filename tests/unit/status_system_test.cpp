@@ -134,7 +134,7 @@ TEST_F(SystemInfoTest, FirmwareVersion)
         {"2.1.4r1520 dev", "2.1.4BETA"},
         {"2.1.4r1520", "2.1.4"},
         {"1.0r7 RC12", "1.0rc12"},
-        {"1.0r7rc2", "1.0rc2"},
+        {"1.0r7rc3000000000", "1.0rc3000000000"},
         {"1.0r7 rc", "1.0BETA"},
         {"1.0r7 Rc2", "1.0BETA"},
         {"1.0r7 rc2x more", "1.0rc2"},

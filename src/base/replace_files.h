@@ -1,0 +1,64 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace qvcd {
+
+// How files get their new texts, so that nothing is lost whatever happens: each new text is written into a
+// sibling file ".qvcd-new-..." and flushed to the disk before it takes the target's name; then the folder is
+// flushed. The target of a symbolic link is replaced, not the link. A file keeps its owner, its mode and its
+// extended attributes.
+//
+// What cannot be renamed over (a device, a file of the kernel, a file that is mounted on its own or stands in
+// a folder that cannot be written) is written in place and flushed; when that fails half-way, the old text is
+// put back as far as possible.
+//
+// The renames of several files are written into a journal, kJournal, before the first of them: after a crash
+// recover_file_sets() finishes them, so that all files are old or all are new. Where the journal cannot be
+// written each file is still whole. A text that is written in place is in the journal too, since a crash
+// might tear it.
+
+/// One file and its new text. Paths are paths of this machine.
+struct FileChange {
+    enum class Kind {
+        plain,  ///< an existing file keeps its mode, a new one gets `mode` less the umask
+        secret, ///< the file gets exactly `mode`
+        device, ///< a request to a device or the kernel: written in place, never created (ENOENT)
+    };
+    std::string path;
+    std::string text;
+    unsigned mode = 0666;
+    Kind kind = Kind::plain;
+};
+
+/// Files that change together, once. What can be replaced is, whatever becomes of the others.
+class FileSet {
+  public:
+    void add(FileChange change) { changes_.push_back(std::move(change)); }
+    bool empty() const { return changes_.empty(); }
+
+    /// Replaces the files. Returns for each, in the order they were added, 0 or the errno of what failed: its
+    /// old text is there then, but where the folder could not be flushed, which leaves the new text for as
+    /// long as the power stays on. Lets go of the command lock while it waits for the disk.
+    std::vector<int> commit();
+
+    /// The same for callers who must keep the command lock, if they hold it.
+    std::vector<int> commit_here();
+
+  private:
+    std::vector<FileChange> changes_;
+};
+
+/// The file that a path stands for: the target of its symbolic links, existing or not, in the real folder.
+/// Two names of one file give one path.
+std::string real_file(const std::string &path);
+
+inline constexpr char kJournal[] = "/var/lib/qv/save.journal"; // of the appliance
+
+/// After a crash: finishes the replacements that the journal names and whose new text is there whole, and
+/// removes what they left behind. Call it before any file is read that a FileSet may have been replacing, and
+/// only in the one daemon of an appliance. Returns how many it finished.
+int recover_file_sets();
+
+} // namespace qvcd

@@ -1,0 +1,349 @@
+#include "base/replacement.h"
+
+#include "base/file_text.h"
+#include "platform/sysroot.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <sys/random.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+#include <vector>
+
+namespace qvcd {
+
+namespace {
+
+constexpr std::string_view kNewName = ".qvcd-new";
+constexpr int kMaxLinks = 40;
+constexpr int kMaxNames = 100; // tried for a new file
+
+std::string_view name_of(std::string_view path)
+{
+    return path.substr(path.rfind('/') + 1); // npos + 1 is 0
+}
+
+// Where a symbolic link leads; empty for what is none.
+std::string link_target(const std::string &path)
+{
+    std::array<char, PATH_MAX> link{};
+    const ssize_t n = readlink(path.c_str(), link.data(), link.size() - 1);
+    if (n <= 0)
+        return {};
+    const std::string target(link.data(), static_cast<std::size_t>(n));
+    return target.front() == '/' ? target : folder_of(path) + "/" + target;
+}
+
+// True while the process lives that made a new file of this name, which ends in its number and one of ours.
+bool is_in_use(std::string_view name)
+{
+    name.remove_prefix(std::min(name.size(), kNewName.size() + 1));
+    pid_t pid = 0;
+    std::from_chars(name.data(), name.data() + name.size(), pid);
+    return pid > 0 && pid != getpid() && (kill(pid, 0) == 0 || errno == EPERM);
+}
+
+void sweep(int at, const std::string &folder)
+{
+    struct Close {
+        void operator()(DIR *dir) const { closedir(dir); }
+    };
+    Fd fd(openat(at, folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::unique_ptr<DIR, Close> dir(fd ? fdopendir(fd.get()) : nullptr);
+    if (!dir)
+        return;
+    fd.release();
+    while (const dirent *entry = readdir(dir.get())) {
+        if (NewFile::is_name(entry->d_name) && !is_in_use(entry->d_name))
+            unlinkat(dirfd(dir.get()), entry->d_name, 0);
+    }
+}
+
+void sweep_once(int at, const std::string &folder)
+{
+    static std::mutex *const mutex = new std::mutex; // threads may be left behind at the exit
+    static auto *const swept = new std::set<std::pair<dev_t, ino_t>>;
+    struct stat st {};
+    if (fstatat(at, folder.c_str(), &st, AT_EMPTY_PATH) != 0)
+        return;
+    const std::lock_guard lock(*mutex);
+    if (swept->emplace(st.st_dev, st.st_ino).second)
+        sweep(at, folder);
+}
+
+std::string next_name()
+{
+    static std::atomic<unsigned> number = [] {
+        unsigned first = 0;
+        return getrandom(&first, sizeof first, 0) == sizeof first ? first : 0;
+    }();
+    std::array<char, 64> name{};
+    std::snprintf(name.data(), name.size(), "%s-%d-%08x", kNewName.data(), static_cast<int>(getpid()),
+                  number++);
+    return name.data();
+}
+
+// A shortage may be over when somebody tries again; what else keeps a sibling from being made or renamed lies
+// in the kind of the place.
+bool is_shortage(int error)
+{
+    constexpr int kShortages[] = {ENOSPC, EDQUOT, EMFILE, ENFILE, ENOMEM, EIO, EFBIG};
+    return std::ranges::find(kShortages, error) != std::end(kShortages);
+}
+
+bool is_mounted_on_its_own(const std::string &path)
+{
+    struct statx st {};
+    return statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, 0, &st) == 0 &&
+           (st.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+// Labels, access lists and what users attach. What cannot be given to the new file is not worth the save.
+int copy_extended_attributes(const std::string &from, int fd, bool with_access)
+{
+    const ssize_t size = listxattr(from.c_str(), nullptr, 0);
+    std::string names(static_cast<std::size_t>(std::max<ssize_t>(size, 0)), '\0');
+    names.resize(static_cast<std::size_t>(
+        std::max<ssize_t>(size > 0 ? listxattr(from.c_str(), names.data(), names.size()) : 0, 0)));
+    for (std::size_t at = 0; at < names.size(); at += std::strlen(names.c_str() + at) + 1) {
+        const char *name = names.c_str() + at;
+        if (!with_access && std::string_view(name).starts_with("system."))
+            continue;
+        std::vector<char> value(XATTR_SIZE_MAX);
+        const ssize_t n = getxattr(from.c_str(), name, value.data(), value.size());
+        if (n >= 0 && fsetxattr(fd, name, value.data(), static_cast<std::size_t>(n), 0) != 0 &&
+            is_shortage(errno))
+            return errno;
+    }
+    return 0;
+}
+
+int take_over_attributes(int fd, const std::string &target, const struct stat &old, unsigned mode,
+                         bool secret)
+{
+    // Only root may give files away; for others the owner is right already.
+    if ((old.st_uid != geteuid() || old.st_gid != getegid()) && fchown(fd, old.st_uid, old.st_gid) != 0 &&
+        is_shortage(errno))
+        return errno;
+    if (fchmod(fd, mode) != 0)
+        return errno;
+    return copy_extended_attributes(target, fd, !secret);
+}
+
+// The file holds the bytes that it gives: neither a device nor a file of the kernel, which answers.
+bool holds_bytes(const struct stat &st, const FileText &text)
+{
+    return S_ISREG(st.st_mode) && !text.error && text.text.size() == static_cast<std::size_t>(st.st_size);
+}
+
+int overwrite(int fd, std::string_view text, const struct stat &old)
+{
+    if (const int error = write_all(fd, text))
+        return error;
+    if (S_ISREG(old.st_mode) && old.st_size > static_cast<off_t>(text.size()) &&
+        ftruncate(fd, static_cast<off_t>(text.size())) != 0)
+        return errno;
+    return flush_file(fd);
+}
+
+} // namespace
+
+std::string folder_of(const std::string &path)
+{
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string real_file(const std::string &path)
+{
+    std::string target = path;
+    for (int links = 0; links < kMaxLinks; ++links) {
+        std::string next = link_target(target);
+        if (next.empty())
+            break;
+        target = std::move(next);
+    }
+    char *const folder = realpath(folder_of(target).c_str(), nullptr);
+    if (!folder)
+        return target;
+    std::string real = folder;
+    std::free(folder);
+    return (real == "/" ? real : real + "/").append(name_of(target));
+}
+
+int flush_folder(const std::string &folder)
+{
+    const Fd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return fd ? flush_file(fd.get()) : errno;
+}
+
+int make_folder(const std::string &folder)
+{
+    if (mkdir(folder.c_str(), 0755) == 0)
+        return flush_folder(folder_of(folder));
+    if (errno != ENOENT || folder_of(folder) == folder)
+        return errno == EEXIST ? 0 : errno;
+    const int error = make_folder(folder_of(folder));
+    return error ? error : make_folder(folder);
+}
+
+int write_all(int fd, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t n = write(fd, text.data(), text.size());
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return errno;
+        text.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return 0;
+}
+
+// What has nothing to flush says EINVAL.
+int flush_file(int fd)
+{
+    return fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : errno;
+}
+
+int write_in_place(const std::string &path, std::string_view text)
+{
+    const Fd fd(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat st {};
+    if (!fd || fstat(fd.get(), &st) != 0)
+        return errno;
+    const FileText old = S_ISREG(st.st_mode) ? read_whole_file(path) : FileText{EINVAL, {}};
+    const bool stored = holds_bytes(st, old);
+    // Better to learn of a full disk before than half-way.
+    if (stored && !text.empty() &&
+        fallocate(fd.get(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(text.size())) != 0 &&
+        is_shortage(errno))
+        return errno;
+    const int error = overwrite(fd.get(), text, st);
+    if (error && stored && lseek(fd.get(), 0, SEEK_SET) == 0 && write_all(fd.get(), old.text) == 0 &&
+        ftruncate(fd.get(), st.st_size) == 0)
+        flush_file(fd.get());
+    return error;
+}
+
+bool NewFile::is_name(std::string_view path)
+{
+    return name_of(path).starts_with(kNewName);
+}
+
+int NewFile::make(const std::string &folder)
+{
+    sweep_once(folder_, folder);
+    const std::string prefix = folder.empty() || folder == "/" ? folder : folder + "/";
+    for (int i = 0; i < kMaxNames; ++i) {
+        std::string path = prefix + next_name();
+        fd_.reset(openat(folder_, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (fd_)
+            path_ = std::move(path);
+        if (fd_ || errno != EEXIST)
+            break;
+    }
+    return fd_ ? 0 : errno;
+}
+
+int NewFile::flush()
+{
+    const int error = flush_file(fd_.get());
+    fd_.reset();
+    return error;
+}
+
+int NewFile::rename_to(const std::string &target)
+{
+    if (renameat(folder_, path_.c_str(), folder_, target.c_str()) != 0)
+        return errno;
+    path_.clear();
+    return 0;
+}
+
+void NewFile::remove()
+{
+    fd_.reset();
+    if (!path_.empty())
+        unlinkat(folder_, path_.c_str(), 0);
+    path_.clear();
+}
+
+Replacement::Replacement(const FileChange &change) : change_(change), target_(real_file(change.path)) {}
+
+// `old`: the replaced file's state, or null for a new file.
+int Replacement::write_beside(const std::string &folder, const struct stat *old)
+{
+    if (const int error = new_.make(folder))
+        return error;
+    const bool secret = change_.kind == FileChange::Kind::secret;
+    const unsigned mode = secret ? change_.mode : old ? old->st_mode & 07777U : change_.mode & ~kUmask;
+    int error = old ? take_over_attributes(new_.fd(), target_, *old, mode, secret)
+                    : (fchmod(new_.fd(), mode) == 0 ? 0 : errno);
+    if (!error)
+        error = write_all(new_.fd(), change_.text);
+    if (error)
+        new_.remove();
+    else
+        sync_file_range(new_.fd(), 0, 0, SYNC_FILE_RANGE_WRITE);
+    return error;
+}
+
+// Beside the journal and for us alone, so that a crash in the middle of writing in place can be made good.
+// It can do without.
+void Replacement::write_spare(const struct stat &old)
+{
+    const std::string folder = folder_of(qv_sysroot_path(kJournal));
+    if (holds_bytes(old, read_whole_file(target_)) && make_folder(folder) == 0 && new_.make(folder) == 0 &&
+        write_all(new_.fd(), change_.text) != 0)
+        new_.remove();
+}
+
+int Replacement::prepare()
+{
+    struct stat old {};
+    const bool exists = stat(target_.c_str(), &old) == 0;
+    if (!exists && errno != ENOENT)
+        return errno;
+    if (exists && S_ISDIR(old.st_mode))
+        return EISDIR;
+    if (change_.kind == FileChange::Kind::device || (exists && !S_ISREG(old.st_mode))) {
+        in_place_ = true;
+        return exists ? 0 : ENOENT;
+    }
+    if (!exists || !is_mounted_on_its_own(target_)) {
+        const int error = write_beside(folder_of(target_), exists ? &old : nullptr);
+        if (!error || !exists || is_shortage(error))
+            return error;
+    }
+    in_place_ = true;
+    write_spare(old);
+    return 0;
+}
+
+int Replacement::put()
+{
+    if (in_place_)
+        return write_in_place(target_, change_.text);
+    const int error = new_.rename_to(target_);
+    if (!error || is_shortage(error))
+        return error;
+    const int second = write_in_place(target_, change_.text);
+    return second == ENOENT ? error : second;
+}
+
+} // namespace qvcd

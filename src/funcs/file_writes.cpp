@@ -1,0 +1,208 @@
+#include "funcs/file_writes.h"
+
+#include "base/command_lock.h"
+#include "base/file_text.h"
+#include "base/text.h"
+#include "funcs/func_map.h"
+#include "platform/sysroot.h"
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <sys/stat.h>
+
+namespace qvcd {
+
+namespace {
+
+constexpr unsigned kNewMode = 0666; // less the umask
+constexpr unsigned kSecretMode = 0600;
+
+// The permissions of a file; none when it does not exist.
+std::optional<unsigned> mode_of(const std::string &path)
+{
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 ? std::optional(st.st_mode & 0777U) : std::nullopt;
+}
+
+bool is_missing(int error)
+{
+    return error == ENOENT || error == ENOTDIR;
+}
+
+} // namespace
+
+void FileWrites::refuse(Entry &entry, const char *why)
+{
+    entry.refused = true;
+    failures_.push_back({entry.api, why});
+}
+
+void FileWrites::fail(const std::string &file, const std::vector<Entry *> &entries, int error,
+                      const char *what)
+{
+    for (Entry *entry : entries)
+        entry->result = Result::failed;
+    failures_.push_back({file, std::string(what) + std::strerror(error)});
+}
+
+void FileWrites::add(const std::string &api, const std::string &value, When when)
+{
+    MetaApi meta(api);
+    const auto text_of = [&](const char *attribute) { return own_copy(meta.get(attribute)).value_or(""); };
+    add_entry({api,
+               text_of("file"),
+               text_of("shadow"),
+               {text_of("attr"), value},
+               &write_row(text_of("write")),
+               when,
+               meta.is_password()});
+}
+
+void FileWrites::add_to(const std::string &file, std::string_view write, const KeyValue &pair)
+{
+    add_entry({pair.key, file, {}, pair, &write_row(write), When::always, false});
+}
+
+void FileWrites::add_entry(Entry added)
+{
+    Entry &entry = entries_.emplace_back(std::move(added));
+    const auto &[key, value] = entry.pair;
+    qv_log_print(kLogTrace, "wfuncmap_write: %s %s(%s %s %s)\n", entry.api.c_str(), entry.row->name.data(),
+                 entry.file.c_str(), key.c_str(), entry.secret ? kHiddenPassword : value.c_str());
+    if (entry.row->kind == WriteKind::none) {
+        entry.refused = true;
+        if (entry.row->name == "undefined")
+            qv_log_print(kLogError, "Undefined write function: src:%s dst:%s attr:%s\n", key.c_str(),
+                         entry.file.c_str(), key.c_str());
+        return;
+    }
+    if (entry.row->kind != WriteKind::text)
+        return;
+    if (entry.file.empty())
+        refuse(entry, "it has no file");
+    else if (const char *why = entry.row->text->refuses(key, value))
+        refuse(entry, why);
+    else if (entry.row->text->settings)
+        settings_ = entry.row->text->settings();
+}
+
+// Two names of one file are one target: each value must find the others in the text.
+std::vector<FileWrites::Target> FileWrites::targets()
+{
+    std::vector<Target> targets;
+    std::map<std::string, std::size_t> by_name;
+    std::map<std::string, std::size_t> by_real_file;
+    for (Entry &entry : entries_) {
+        if (entry.refused || entry.row->kind != WriteKind::text)
+            continue;
+        const auto [known, fresh] = by_name.try_emplace(entry.file, targets.size());
+        if (fresh) {
+            const auto [real, first] =
+                by_real_file.try_emplace(real_file(qv_sysroot_path(entry.file)), targets.size());
+            known->second = real->second;
+            if (first)
+                targets.push_back({entry.file, {}});
+        }
+        targets[known->second].entries.push_back(&entry);
+    }
+    return targets;
+}
+
+void FileWrites::add_part(Target part, FileChange change)
+{
+    for (Entry *entry : part.entries)
+        entry->result = Result::written; // unless it fails
+    parts_.push_back(std::move(part));
+    set_.add(std::move(change));
+}
+
+void FileWrites::add_shadows(const std::vector<Entry *> &entries, const std::string &text, unsigned mode)
+{
+    std::map<std::string, std::vector<Entry *>> shadows;
+    for (Entry *entry : entries) {
+        if (!entry->shadow.empty())
+            shadows[entry->shadow].push_back(entry);
+    }
+    for (auto &[file, its_entries] : shadows) {
+        const std::string path = qv_sysroot_path(file);
+        const FileText old = read_whole_file(path);
+        if (old.error || old.text != text)
+            add_part({file, std::move(its_entries)}, {path, text, mode});
+    }
+}
+
+void FileWrites::add_text(const Target &target)
+{
+    const std::string path = qv_sysroot_path(target.file);
+    const FileText old = read_whole_file(path);
+    if (old.error && !old.missing())
+        return fail(target.file, target.entries, old.error, "reading: ");
+    std::vector<Entry *> entries;
+    std::map<const TextWriter *, Values> by_writer;
+    bool secret = false;
+    for (Entry *entry : target.entries) {
+        const TextWriter &writer = *entry->row->text;
+        if (entry->when == When::absent && writer.holds(old.text, entry->pair.key)) {
+            const bool same = writer.rewrite(old.text, {{entry->pair}, {}}) == old.text;
+            entry->result = same ? Result::written : Result::kept;
+            continue;
+        }
+        entry->result = Result::written;
+        entries.push_back(entry);
+        by_writer[&writer].given.push_back(entry->pair);
+        secret |= entry->secret;
+    }
+    if (entries.empty())
+        return;
+    std::string text = old.text;
+    for (auto &[writer, values] : by_writer) {
+        values.otherwise = settings_;
+        text = writer->rewrite(text, values);
+    }
+    const unsigned mode = secret ? kSecretMode : kNewMode;
+    add_shadows(entries, text, secret ? mode : mode_of(path).value_or(mode));
+    if (old.missing() || text != old.text)
+        add_part({target.file, std::move(entries)}, {path, std::move(text), mode});
+}
+
+// Not compared with what is there: a device's line is a request even when it reads the same.
+void FileWrites::add_device(Entry &entry)
+{
+    const std::string line = entry.pair.value + "\n";
+    entry.result = Result::written;
+    add_shadows({&entry}, line, entry.secret ? kSecretMode : kNewMode);
+    if (!entry.file.empty())
+        add_part({entry.file, {&entry}},
+                 {qv_sysroot_path(entry.file), line, kNewMode, FileChange::Kind::device});
+}
+
+void FileWrites::commit()
+{
+    const Unlocked unlocked;
+    for (const Target &target : targets())
+        add_text(target);
+    for (Entry &entry : entries_) {
+        if (!entry.refused && entry.row->kind == WriteKind::device)
+            add_device(entry);
+        else if (!entry.refused && entry.row->kind == WriteKind::call)
+            entry.result = entry.row->call(entry.pair.value) == 0 ? Result::written : Result::failed;
+    }
+    const std::vector<int> errors = set_.commit_here();
+    for (std::size_t i = 0; i < errors.size(); ++i) {
+        const Target &part = parts_[i];
+        const bool no_device = is_missing(errors[i]) &&
+                               part.entries.front()->row->kind == WriteKind::device &&
+                               part.file == part.entries.front()->file;
+        if (errors[i] && !no_device)
+            fail(part.file, part.entries, errors[i], "");
+    }
+}
+
+void FileWrites::log_failures(const char *verb) const
+{
+    for (const Failure &failure : failures_)
+        qv_log_print(kLogError, "Can not %s %s: %s\n", verb, failure.what.c_str(), failure.why.c_str());
+}
+
+} // namespace qvcd

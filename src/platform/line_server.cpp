@@ -1,0 +1,761 @@
+#include "platform/line_server.h"
+
+#include "platform/line_buffers.h"
+#include "platform/log.h"
+#include "platform/thread.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <list>
+#include <map>
+#include <mutex>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <thread>
+#include <time.h>
+#include <unordered_map>
+#include <vector>
+
+namespace qvcd {
+
+namespace {
+
+using namespace std::chrono_literals;
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr std::size_t kReadBytes = std::size_t{64} << 10;
+constexpr std::size_t kSliceLines = 64; // of one connection, then the others have their turn
+constexpr std::size_t kSliceReplyBytes = std::size_t{256} << 10;
+constexpr int kMaxEvents = 64;
+constexpr int kMaxAccepts = 64; // of one listener, then the connections have their turn
+constexpr std::size_t kDrainBytes = std::size_t{4} << 20;
+constexpr Milliseconds kDrainPatience = 1s;  // for a client that still talks when its answer is complete
+constexpr Milliseconds kAcceptPause = 200ms; // after an error that only time can cure
+constexpr std::size_t kIdleThreads = 2;      // more of them end
+
+// The kernel keeps it at hand: no system call, exact to a tick.
+Milliseconds now()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+    return std::chrono::duration_cast<Milliseconds>(std::chrono::seconds(time.tv_sec) +
+                                                    std::chrono::nanoseconds(time.tv_nsec));
+}
+
+Peer local_peer(int socket)
+{
+    Peer peer;
+    peer.local = true;
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) {
+        peer.uid = credentials.uid;
+        peer.gid = credentials.gid;
+        peer.pid = credentials.pid;
+    }
+    return peer;
+}
+
+Peer tcp_peer(const sockaddr_storage &address)
+{
+    Peer peer;
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if (address.ss_family == AF_INET) {
+        sockaddr_in v4{};
+        std::memcpy(&v4, &address, sizeof v4);
+        ::inet_ntop(AF_INET, &v4.sin_addr, text.data(), text.size());
+    } else if (address.ss_family == AF_INET6) {
+        sockaddr_in6 v6{};
+        std::memcpy(&v6, &address, sizeof v6);
+        if (IN6_IS_ADDR_V4MAPPED(&v6.sin6_addr))
+            ::inet_ntop(AF_INET, &v6.sin6_addr.s6_addr[12], text.data(), text.size());
+        else
+            ::inet_ntop(AF_INET6, &v6.sin6_addr, text.data(), text.size());
+    }
+    peer.address = text.data();
+    return peer;
+}
+
+} // namespace
+
+// The loop. Who leads waits for events and serves them; the others wait to lead. What is marked "the
+// leader's" goes from one leader to the next, through mutex_.
+class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
+  public:
+    Loop(MakeHandler make_handler, ServerLimits limits)
+        : make_handler_(std::move(make_handler)), limits_(limits), first_{limits.first_line, {}},
+          idle_{limits.idle, {}}, sending_{limits.send, {}}, draining_{kDrainPatience, {}}
+    {
+    }
+
+    void add(UnixListener listener, bool local);
+    bool start();
+    bool stop(Milliseconds patience);
+
+  private:
+    struct Connection;
+    class Worker;
+
+    // Connections that end when nothing changes for `patience`, in the order in which they do.
+    struct Patience {
+        Milliseconds patience;
+        std::list<Connection *> waiting;
+    };
+
+    struct Listener {
+        UnixListener socket;
+        bool local;
+    };
+
+    struct Connection {
+        Fd socket;
+        Peer peer;
+        std::unique_ptr<LineHandler> handler;
+        LineInput input;
+        std::string output; // what the client did not take yet
+        std::size_t sent = 0;
+        std::size_t drained = 0;
+        std::uint32_t events = 0; // what epoll watches; 0: the connection is not registered
+        bool input_ended = false;
+        bool closing = false;  // the conversation is over, `output` is still to be sent
+        bool ready = false;    // in ready_
+        bool answered = false; // a line was handled since the connection began to wait
+        Patience *list = nullptr;
+        std::list<Connection *>::iterator place;
+        Milliseconds since{0};
+    };
+
+    bool spawn_locked();
+    void run();
+    void lead(Worker &worker);
+    void give_lead();
+    void wake();
+
+    void accept_all(Worker &worker, Listener &listener);
+    bool admit(const Peer &peer);
+    void make_room();
+    void readable(Worker &worker, Connection &connection);
+    void writable(Worker &worker, Connection &connection);
+    void serve(Worker &worker, Connection &connection);
+    void converse(Worker &worker, Connection &connection);
+    void conclude(Worker &worker, Connection &connection, LineHandler::End why);
+    bool send_replies(Worker &worker, Connection &connection);
+    void settle(Connection &connection);
+    void drain(Connection &connection);
+    void watch(Connection &connection, std::uint32_t events);
+    void wait_in(Connection &connection, Patience *list);
+    void close(Connection &connection);
+    void take_returned(Worker &worker);
+    void end_late_ones(Worker &worker);
+    int milliseconds_to_wait() const;
+
+    const MakeHandler make_handler_;
+    const ServerLimits limits_;
+    std::vector<std::unique_ptr<Listener>> listeners_;
+    Fd epoll_;
+    Fd wake_; // eventfd(2)
+
+    std::mutex mutex_; // guards what follows
+    std::condition_variable followers_;
+    std::condition_variable places_;
+    bool led_ = false;
+    bool stopping_ = false;
+    std::size_t threads_ = 0;
+    std::size_t idle_threads_ = 0;
+    std::size_t waiting_ = 0;
+    std::vector<Connection *> returned_; // their commands waited and have ended
+    std::vector<int> outside_;           // sockets of those that wait, for stop()
+
+    // The leader's.
+    std::unordered_map<Connection *, std::unique_ptr<Connection>> connections_;
+    std::map<std::string, std::size_t, std::less<>> sources_;
+    std::deque<Connection *> ready_; // with lines that wait their turn
+    Patience first_, idle_, sending_, draining_;
+    std::array<epoll_event, kMaxEvents> events_{};
+    int event_count_ = 0;
+    int next_event_ = 0;
+    bool in_trouble_ = false; // an accept error was logged
+    bool crowd_logged_ = false;
+    Milliseconds accept_again_{0};
+};
+
+// A thread of the loop, and the connection that it serves.
+class LineServer::Loop::Worker final : public LineConnection {
+  public:
+    explicit Worker(Loop &loop) : loop_(loop), buffer_(kReadBytes) {}
+
+    const Peer &peer() const override { return connection_->peer; }
+    std::FILE *out() override { return replies_.file(); }
+    void begin_wait() noexcept override;
+    void end_wait() noexcept override;
+
+    bool leads_ = false;
+    ReplyStream replies_;
+    Connection *connection_ = nullptr; // the one whose handler runs
+
+  private:
+    friend class Loop;
+    Loop &loop_;
+    std::vector<char> buffer_;
+};
+
+// ---- Threads ----
+
+void LineServer::Loop::add(UnixListener listener, bool local)
+{
+    ::fcntl(listener.socket.get(), F_SETFL, ::fcntl(listener.socket.get(), F_GETFL) | O_NONBLOCK);
+    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local}));
+}
+
+bool LineServer::Loop::start()
+{
+    epoll_.reset(::epoll_create1(EPOLL_CLOEXEC));
+    wake_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = nullptr;
+    bool good = epoll_ && wake_ && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) == 0;
+    for (const auto &listener : listeners_) {
+        // A listener's address is told from a connection's by its lowest bit.
+        event.data.u64 = reinterpret_cast<std::uintptr_t>(listener.get()) | 1U;
+        good = good && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, listener->socket.socket.get(), &event) == 0;
+    }
+    if (!good) {
+        qv_report_failure(std::string("cannot serve connections: ") + std::strerror(errno));
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    return spawn_locked() && spawn_locked();
+}
+
+bool LineServer::Loop::spawn_locked()
+{
+    try {
+        start_quiet_thread([self = shared_from_this()] { self->run(); }).detach();
+        ++threads_;
+        ++idle_threads_;
+        return true;
+    } catch (const std::system_error &error) {
+        qv_log_print(kLogError, "cannot start a server thread: %s\n", error.what());
+        return false;
+    }
+}
+
+void LineServer::Loop::run()
+{
+    Worker worker(*this);
+    std::unique_lock lock(mutex_);
+    while (!stopping_ && idle_threads_ <= kIdleThreads) {
+        if (led_) {
+            followers_.wait(lock);
+            continue;
+        }
+        led_ = worker.leads_ = true;
+        --idle_threads_;
+        lock.unlock();
+        lead(worker);
+        lock.lock();
+        ++idle_threads_;
+        if (worker.leads_) { // the server stops
+            led_ = worker.leads_ = false;
+            followers_.notify_all();
+        }
+    }
+    --idle_threads_;
+    --threads_;
+    followers_.notify_all();
+}
+
+void LineServer::Loop::wake()
+{
+    ::eventfd_write(wake_.get(), 1);
+}
+
+// Somebody else goes on with the loop, in the middle of its events.
+void LineServer::Loop::give_lead()
+{
+    const std::lock_guard lock(mutex_);
+    led_ = false;
+    if (idle_threads_ == 0)
+        spawn_locked();
+    followers_.notify_one();
+}
+
+void LineServer::Loop::lead(Worker &worker)
+{
+    for (;;) {
+        for (; next_event_ < event_count_ && worker.leads_;) {
+            const epoll_event event = events_[static_cast<std::size_t>(next_event_++)];
+            if (event.data.ptr == nullptr) {
+                eventfd_t count = 0;
+                ::eventfd_read(wake_.get(), &count);
+                take_returned(worker);
+            } else if (event.data.u64 & 1U) {
+                accept_all(worker, *reinterpret_cast<Listener *>(event.data.u64 & ~std::uint64_t{1}));
+            } else if (auto &connection = *static_cast<Connection *>(event.data.ptr);
+                       connection.events == EPOLLOUT) {
+                writable(worker, connection);
+            } else {
+                readable(worker, connection);
+            }
+        }
+        for (std::size_t turns = ready_.size(); turns > 0 && worker.leads_; --turns) {
+            Connection &connection = *ready_.front();
+            ready_.pop_front();
+            connection.ready = false;
+            serve(worker, connection);
+        }
+        if (!worker.leads_)
+            return;
+        end_late_ones(worker);
+        {
+            const std::lock_guard lock(mutex_);
+            if (stopping_)
+                return;
+        }
+        next_event_ = 0;
+        event_count_ = std::max(0, ::epoll_wait(epoll_.get(), events_.data(), kMaxEvents,
+                                                ready_.empty() ? milliseconds_to_wait() : 0));
+    }
+}
+
+void LineServer::Loop::Worker::begin_wait() noexcept
+{
+    Connection &connection = *connection_;
+    if (leads_) {
+        loop_.watch(connection, 0);
+        loop_.wait_in(connection, nullptr);
+        leads_ = false;
+        loop_.give_lead();
+    }
+    // Only this thread touches the connection now, so a client that does not read holds up nobody else.
+    const std::string_view left = std::string_view(connection.output).substr(connection.sent);
+    if (!send_all(connection.socket.get(), left, loop_.limits_.send) ||
+        !send_all(connection.socket.get(), replies_.text(), loop_.limits_.send))
+        connection.input_ended = connection.closing = true; // nobody is there to be told the rest
+    replies_.clear();
+    connection.output.clear();
+    connection.sent = 0;
+
+    std::unique_lock lock(loop_.mutex_);
+    const std::size_t places =
+        loop_.limits_.waiting + (connection.handler->is_privileged() ? loop_.limits_.reserved : 0);
+    loop_.outside_.push_back(connection.socket.get());
+    loop_.places_.wait(lock, [&] { return loop_.waiting_ < places || loop_.stopping_; });
+    ++loop_.waiting_;
+}
+
+void LineServer::Loop::Worker::end_wait() noexcept
+{
+    const std::lock_guard lock(loop_.mutex_);
+    --loop_.waiting_;
+    const auto here = std::ranges::find(loop_.outside_, connection_->socket.get());
+    if (here != loop_.outside_.end())
+        loop_.outside_.erase(here);
+    loop_.places_.notify_all();
+}
+
+// ---- Connections come and go ----
+
+void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
+{
+    for (int i = 0; i < kMaxAccepts && worker.leads_; ++i) {
+        sockaddr_storage address{};
+        socklen_t size = sizeof address;
+        Fd socket(::accept4(listener.socket.socket.get(),
+                            static_cast<sockaddr *>(static_cast<void *>(&address)), &size,
+                            SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!socket) {
+            if (errno == EINTR || errno == ECONNABORTED)
+                continue;
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                if (!std::exchange(in_trouble_, true))
+                    qv_log_print(kLogError, "cannot accept a connection: %s\n", std::strerror(errno));
+                make_room();
+                accept_again_ = now() + kAcceptPause;
+            }
+            return;
+        }
+        in_trouble_ = false;
+        Peer peer = listener.local ? local_peer(socket.get()) : tcp_peer(address);
+        if (!admit(peer))
+            continue;
+        auto owned = std::make_unique<Connection>();
+        Connection &connection = *owned;
+        connection.socket = std::move(socket);
+        connection.peer = std::move(peer);
+        connection.handler = make_handler_(connection.peer);
+        connections_.emplace(&connection, std::move(owned));
+        wait_in(connection, &first_);
+        readable(worker, connection); // the request is mostly there already
+    }
+}
+
+bool LineServer::Loop::admit(const Peer &peer)
+{
+    if (!peer.local) {
+        std::size_t &count = sources_[peer.address];
+        if (count >= limits_.per_source) {
+            if (!std::exchange(crowd_logged_, true))
+                qv_log_print(kLogWarning, "%s has %zu connections, further ones are closed\n",
+                             peer.address.c_str(), count);
+            return false;
+        }
+        ++count;
+    }
+    if (connections_.size() >= limits_.connections)
+        make_room();
+    return true;
+}
+
+void LineServer::Loop::make_room()
+{
+    Connection *oldest = nullptr;
+    for (const Patience *list : {&first_, &idle_, &draining_}) {
+        if (!list->waiting.empty() && (!oldest || list->waiting.front()->since < oldest->since))
+            oldest = list->waiting.front();
+    }
+    if (oldest)
+        close(*oldest);
+}
+
+void LineServer::Loop::watch(Connection &connection, std::uint32_t events)
+{
+    if (connection.events == events)
+        return;
+    epoll_event event{};
+    event.events = events;
+    event.data.ptr = &connection;
+    const int operation = events == 0              ? EPOLL_CTL_DEL
+                          : connection.events == 0 ? EPOLL_CTL_ADD
+                                                   : EPOLL_CTL_MOD;
+    ::epoll_ctl(epoll_.get(), operation, connection.socket.get(), &event);
+    connection.events = events;
+}
+
+void LineServer::Loop::wait_in(Connection &connection, Patience *list)
+{
+    connection.since = now();
+    if (connection.list && list)
+        list->waiting.splice(list->waiting.end(), connection.list->waiting, connection.place);
+    else if (list)
+        connection.place = list->waiting.insert(list->waiting.end(), &connection);
+    else if (connection.list)
+        connection.list->waiting.erase(connection.place);
+    connection.list = list;
+}
+
+void LineServer::Loop::close(Connection &connection)
+{
+    wait_in(connection, nullptr);
+    if (connection.ready)
+        std::erase(ready_, &connection);
+    for (int i = next_event_; i < event_count_;
+         ++i) { // it may be among the events that are still to be served
+        epoll_event &event = events_[static_cast<std::size_t>(i)];
+        if (event.data.ptr == &connection)
+            event.data.u64 = 0;
+    }
+    if (!connection.peer.local) {
+        const auto source = sources_.find(connection.peer.address);
+        if (source != sources_.end() && --source->second == 0)
+            sources_.erase(source);
+    }
+    connections_.erase(&connection); // closing the socket takes it out of epoll
+}
+
+int LineServer::Loop::milliseconds_to_wait() const
+{
+    Milliseconds first = Milliseconds::max();
+    for (const Patience *list : {&first_, &idle_, &sending_, &draining_}) {
+        if (!list->waiting.empty())
+            first = std::min(first, list->waiting.front()->since + list->patience);
+    }
+    if (first == Milliseconds::max())
+        return -1;
+    return static_cast<int>(std::clamp<long long>((first - now()).count() + 1, 0, 1000000));
+}
+
+void LineServer::Loop::end_late_ones(Worker &worker)
+{
+    for (Patience *list : {&first_, &idle_, &sending_, &draining_}) {
+        while (worker.leads_ && !list->waiting.empty() &&
+               list->waiting.front()->since + list->patience <= now()) {
+            Connection &late = *list->waiting.front();
+            if (list == &sending_ || list == &draining_) {
+                qv_log_print(kLogDebug, "connection closed: an answer was not read\n");
+                close(late);
+            } else {
+                conclude(worker, late, late.input.empty() ? LineHandler::End::idle : LineHandler::End::bad);
+            }
+        }
+    }
+}
+
+// ---- Input, handlers, output ----
+
+void LineServer::Loop::readable(Worker &worker, Connection &connection)
+{
+    if (connection.list == &draining_)
+        return drain(connection);
+    const ssize_t n = ::recv(connection.socket.get(), worker.buffer_.data(), worker.buffer_.size(), 0);
+    if (n < 0 && (errno == EAGAIN || errno == EINTR))
+        return watch(connection, EPOLLIN);
+    if (n < 0) {
+        qv_log_print(kLogDebug, "connection closed: %s\n", std::strerror(errno));
+        return close(connection);
+    }
+    connection.input_ended = n == 0;
+    connection.input.append({worker.buffer_.data(), static_cast<std::size_t>(n)});
+    serve(worker, connection);
+}
+
+void LineServer::Loop::writable(Worker &worker, Connection &connection)
+{
+    if (!send_replies(worker, connection))
+        return;
+    if (connection.output.empty() && !connection.closing)
+        serve(worker, connection); // lines may have come before
+    else
+        settle(connection);
+}
+
+// Runs the handler over what is there and leaves the connection in the state that follows. When the handler
+// waited, the thread does not lead any more: another leader takes the connection from here.
+void LineServer::Loop::serve(Worker &worker, Connection &connection)
+{
+    try {
+        converse(worker, connection);
+    } catch (const std::exception &error) {
+        qv_log_print(kLogError, "a connection failed: %s\n", error.what());
+        connection.closing = connection.input_ended = true;
+        worker.replies_.clear();
+    }
+    worker.connection_ = nullptr;
+    if (worker.leads_) {
+        if (send_replies(worker, connection))
+            settle(connection);
+        return;
+    }
+    connection.output.append(worker.replies_.text());
+    worker.replies_.clear();
+    const std::lock_guard lock(mutex_);
+    returned_.push_back(&connection);
+    wake();
+}
+
+void LineServer::Loop::converse(Worker &worker, Connection &connection)
+{
+    worker.connection_ = &connection;
+    LineHandler &handler = *connection.handler;
+    for (std::size_t lines = 0; lines < kSliceLines && !connection.closing; ++lines) {
+        const std::size_t limit = handler.max_line_bytes();
+        const bool whole = connection.input.has_line(limit + (limit == kMaxLineBytes ? 1 : 0));
+        if (!whole && (!connection.input_ended || connection.input.empty())) {
+            if (connection.input_ended) {
+                handler.end(LineHandler::End::input, worker);
+                connection.closing = true;
+            }
+            break;
+        }
+        const std::string_view line = connection.input.take(limit + (limit == kMaxLineBytes ? 1 : 0));
+        connection.answered = true;
+        if (line.size() > kMaxLineBytes && line.back() != '\n') {
+            qv_log_print(kLogDebug, "connection closed: a line is too long\n");
+            handler.end(LineHandler::End::bad, worker);
+            connection.closing = true;
+        } else if (handler.line(line, worker) == LineHandler::Next::close) {
+            connection.closing = true;
+        }
+        if (worker.replies_.size() > kSliceReplyBytes)
+            break;
+    }
+    connection.input.tidy();
+}
+
+void LineServer::Loop::conclude(Worker &worker, Connection &connection, LineHandler::End why)
+{
+    worker.connection_ = &connection;
+    connection.handler->end(why, worker);
+    worker.connection_ = nullptr;
+    connection.closing = true;
+    if (send_replies(worker, connection))
+        settle(connection);
+}
+
+// False when the connection is gone.
+bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
+{
+    std::string_view text = worker.replies_.text();
+    if (worker.replies_.broken()) {
+        worker.replies_.clear();
+        close(connection);
+        return false;
+    }
+    if (!connection.output.empty()) {
+        connection.output.append(text);
+        text = std::string_view(connection.output).substr(connection.sent);
+    }
+    std::size_t taken = 0;
+    while (taken < text.size()) {
+        const ssize_t n = ::send(connection.socket.get(), text.data() + taken, text.size() - taken,
+                                 MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && errno == EAGAIN)
+            break;
+        if (n < 0) {
+            worker.replies_.clear();
+            close(connection);
+            return false;
+        }
+        taken += static_cast<std::size_t>(n);
+    }
+    if (taken == text.size()) {
+        connection.output = std::string();
+        connection.sent = 0;
+    } else if (!connection.output.empty()) {
+        connection.sent += taken;
+    } else {
+        connection.output = text.substr(taken);
+    }
+    if (taken > 0 && connection.list == &sending_)
+        wait_in(connection, &sending_); // it reads: its patience begins anew
+    worker.replies_.clear();
+    return true;
+}
+
+// What the connection waits for from now on.
+void LineServer::Loop::settle(Connection &connection)
+{
+    if (!connection.output.empty()) {
+        watch(connection, EPOLLOUT);
+        if (connection.list != &sending_)
+            wait_in(connection, &sending_);
+        return;
+    }
+    if (connection.closing)
+        return drain(connection);
+    if (connection.input.has_line(connection.handler->max_line_bytes()) || connection.input_ended) {
+        if (!std::exchange(connection.ready, true))
+            ready_.push_back(&connection);
+        return;
+    }
+    watch(connection, EPOLLIN);
+    // A line that dribbles in is held to the time of the whole.
+    if (std::exchange(connection.answered, false) || connection.list == &sending_ || !connection.list)
+        wait_in(connection, &idle_);
+}
+
+// Closing a socket that still holds input throws away the end of the answer (TCP resets the connection), so
+// what the client still says is read and dropped.
+void LineServer::Loop::drain(Connection &connection)
+{
+    std::array<char, 16384> waste;
+    while (!connection.input_ended && connection.drained < kDrainBytes) {
+        const ssize_t n = ::recv(connection.socket.get(), waste.data(), waste.size(), MSG_DONTWAIT);
+        if (n < 0 && errno == EAGAIN && connection.drained == 0)
+            break; // a client that said nothing more hears the end from the close
+        if (n < 0 && errno == EAGAIN) {
+            watch(connection, EPOLLIN);
+            if (connection.list != &draining_) {
+                ::shutdown(connection.socket.get(), SHUT_WR);
+                wait_in(connection, &draining_);
+            }
+            return;
+        }
+        if (n <= 0)
+            break;
+        connection.drained += static_cast<std::size_t>(n);
+    }
+    close(connection);
+}
+
+void LineServer::Loop::take_returned(Worker &worker)
+{
+    std::vector<Connection *> returned;
+    {
+        const std::lock_guard lock(mutex_);
+        returned.swap(returned_);
+    }
+    for (Connection *connection : returned) {
+        if (connection->output.empty() && !connection->closing)
+            settle(*connection);
+        else if (send_replies(worker, *connection))
+            settle(*connection);
+    }
+}
+
+// ---- The end ----
+
+bool LineServer::Loop::stop(Milliseconds patience)
+{
+    for (const auto &listener : listeners_) {
+        if (!listener->socket.path.empty())
+            remove_unix_socket(listener->socket);
+    }
+    std::unique_lock lock(mutex_);
+    stopping_ = true;
+    for (const int socket : outside_)
+        ::shutdown(socket, SHUT_RDWR);
+    wake();
+    followers_.notify_all();
+    places_.notify_all();
+    const bool ended = followers_.wait_for(lock, patience, [this] { return threads_ == 0; });
+    if (!ended) {
+        qv_log_print(kLogWarning, "%zu server threads did not end in time\n", threads_);
+        return false;
+    }
+    connections_.clear();
+    listeners_.clear();
+    return true;
+}
+
+// ---- The interface ----
+
+LineServer::LineServer(MakeHandler make_handler, ServerLimits limits)
+    : loop_(std::make_shared<Loop>(std::move(make_handler), limits))
+{
+}
+
+LineServer::~LineServer()
+{
+    if (loop_)
+        stop(0ms);
+}
+
+void LineServer::listen(UnixListener listener)
+{
+    loop_->add(std::move(listener), true);
+}
+
+void LineServer::listen(Fd tcp_socket)
+{
+    UnixListener listener;
+    listener.socket = std::move(tcp_socket);
+    loop_->add(std::move(listener), false);
+}
+
+bool LineServer::start()
+{
+    return loop_->start();
+}
+
+bool LineServer::stop(std::chrono::milliseconds patience)
+{
+    const bool ended = loop_->stop(patience);
+    loop_.reset(); // threads that are left behind hold it too
+    return ended;
+}
+
+} // namespace qvcd

@@ -1,0 +1,110 @@
+#pragma once
+
+#include "platform/socket.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+namespace qvcd {
+
+/// Who connected.
+struct Peer {
+    bool local = false;                 ///< over the Unix socket
+    uid_t uid = static_cast<uid_t>(-1); ///< of a local one (SO_PEERCRED, unix(7))
+    gid_t gid = static_cast<gid_t>(-1); ///< its effective group
+    pid_t pid = 0;                      ///< and process
+    std::string address;                ///< of one over TCP, numeric; an IPv4 address in IPv4 form
+};
+
+/// A connection as its handler sees it, on the thread that serves it.
+class LineConnection {
+  public:
+    virtual const Peer &peer() const = 0;
+
+    /// Where replies go. They are sent when the waiting lines have been answered, and before a wait.
+    virtual std::FILE *out() = 0;
+
+    /// Around what makes a command wait on the outside world: replies are sent, and other connections are
+    /// served meanwhile. Only so many wait at once (ServerLimits): begin_wait() returns when there is room.
+    virtual void begin_wait() noexcept = 0;
+    virtual void end_wait() noexcept = 0;
+
+  protected:
+    ~LineConnection() = default;
+};
+
+/// The conversation on one connection. Its functions are called one at a time, on changing threads.
+class LineHandler {
+  public:
+    virtual ~LineHandler() = default;
+
+    enum class Next { go_on, close };
+
+    /// One line with its newline, or the first max_line_bytes() of a longer one; the last line before the end
+    /// of input may lack the newline.
+    virtual Next line(std::string_view line, LineConnection &connection) = 0;
+
+    enum class End {
+        input,   ///< the client sends no more
+        idle,    ///< nothing came in time
+        bad,     ///< half a line in time, or a line of over kMaxLineBytes
+        crowded, ///< the connection, idle for long, makes room for another
+    };
+
+    /// Nothing more comes: what is written now is sent before the connection is closed.
+    virtual void end(End why, LineConnection &connection) = 0;
+
+    /// More bytes than this of one line come with the next call. kMaxLineBytes: they end the connection.
+    virtual std::size_t max_line_bytes() const { return kMaxLineBytes; }
+
+    /// True when the connection may take one of the places kept for administrators.
+    virtual bool is_privileged() const { return false; }
+};
+
+using MakeHandler = std::function<std::unique_ptr<LineHandler>(const Peer &)>;
+
+struct ServerLimits {
+    std::size_t connections = 1024; ///< the one that was idle longest makes room for the next
+    std::size_t per_source = 64;    ///< of one TCP address; further ones are closed at once
+    std::size_t waiting = 64;       ///< commands that wait on the outside world at once
+    std::size_t reserved = 8;       ///< further places of those for administrators
+    std::chrono::milliseconds first_line{std::chrono::seconds{30}}; ///< from the connect to the whole line
+    std::chrono::milliseconds idle{std::chrono::seconds{60}}; ///< from the last answer to the next whole line
+    std::chrono::milliseconds send{std::chrono::seconds{30}}; ///< without the client taking anything
+};
+
+/// Serves all connections of all its listeners from one loop (epoll(7)). The thread that reads a line runs
+/// its handler; when that begins to wait, another thread takes over the loop. An idle connection costs a
+/// descriptor and some hundred bytes.
+class LineServer {
+  public:
+    explicit LineServer(MakeHandler make_handler, ServerLimits limits = {});
+
+    /// stop() with no patience.
+    ~LineServer();
+    LineServer(const LineServer &) = delete;
+    LineServer &operator=(const LineServer &) = delete;
+
+    /// Before start(). The Unix socket's name is removed when the server stops.
+    void listen(UnixListener listener);
+    void listen(Fd tcp_socket);
+
+    /// Starts the threads. False, after reporting why, when the kernel gives none or no epoll descriptor.
+    bool start();
+
+    /// Accepts nothing more, ends all connections, and waits up to `patience` for the handlers that run.
+    /// False when one did not come back: its thread and what it uses are left behind.
+    bool stop(std::chrono::milliseconds patience);
+
+  private:
+    class Loop;
+    std::shared_ptr<Loop> loop_;
+};
+
+} // namespace qvcd

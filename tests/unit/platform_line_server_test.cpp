@@ -1,0 +1,269 @@
+#include "platform/line_server.h"
+#include "platform_client.h"
+#include "platform_root.h"
+#include "platform_wait.h"
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace qvcd {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kLong = 30s;
+
+// Holds up those that say "wait" until it is opened.
+class Gate {
+  public:
+    void pass()
+    {
+        ++inside;
+        std::unique_lock lock(mutex_);
+        opened_.wait(lock, [this] { return open_; });
+    }
+    void open()
+    {
+        const std::lock_guard lock(mutex_);
+        open_ = true;
+        opened_.notify_all();
+    }
+    std::atomic<int> inside{0};
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable opened_;
+    bool open_ = false;
+};
+
+// Echoes lines until an empty one; tells how the conversation ended.
+class Echo : public LineHandler {
+  public:
+    Echo(Gate &gate, const Peer &peer) : gate_(gate), peer_(peer) {}
+
+    Next line(std::string_view line, LineConnection &connection) override
+    {
+        if (line == "\n")
+            return say("@\n", connection), Next::close;
+        if (line == "throw\n")
+            throw std::runtime_error("on demand");
+        if (line == "wait\n") {
+            connection.begin_wait();
+            gate_.pass();
+            connection.end_wait();
+        }
+        if (line == "big\n")
+            return say(std::string(8 << 20, 'x') + "\n", connection), Next::go_on;
+        if (line == "who\n")
+            return say(peer_.local ? std::to_string(peer_.uid) + "\n" : peer_.address + "\n", connection),
+                   Next::go_on;
+        return say("<" + std::string(line), connection), Next::go_on;
+    }
+    void end(End why, LineConnection &connection) override
+    {
+        constexpr const char *kTexts[] = {"input\n", "idle\n", "bad\n", "crowded\n"};
+        say(kTexts[static_cast<int>(why)], connection);
+    }
+
+  private:
+    static void say(const std::string &text, LineConnection &connection)
+    {
+        std::fputs(text.c_str(), connection.out());
+    }
+    Gate &gate_;
+    Peer peer_;
+};
+
+class Lines : public testing::Test {
+  protected:
+    void start(ServerLimits limits = {})
+    {
+        server = std::make_unique<LineServer>(
+            [this](const Peer &peer) { return std::make_unique<Echo>(gate, peer); }, limits);
+        auto listener = listen_unix("lines");
+        ASSERT_TRUE(listener);
+        server->listen(std::move(*listener));
+        Fd tcp = listen_tcp("127.0.0.1", 0);
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        ASSERT_EQ(getsockname(tcp.get(), static_cast<sockaddr *>(static_cast<void *>(&address)), &size), 0);
+        port = std::to_string(ntohs(address.sin_port));
+        server->listen(std::move(tcp));
+        ASSERT_TRUE(server->start());
+    }
+    void TearDown() override
+    {
+        gate.open();
+        if (server) {
+            EXPECT_TRUE(server->stop(kLong));
+        }
+    }
+    static TestClient local() { return TestClient::of("lines"); }
+    TestClient tcp() const { return TestClient(connect_tcp("127.0.0.1", port, kLong)); }
+
+    Gate gate;
+    std::unique_ptr<LineServer> server;
+    std::string port;
+};
+
+TEST_F(Lines, ConversationsAndTheirEnds)
+{
+    start();
+    const std::string longest(kMaxLineBytes, 'x');
+    const struct {
+        std::string said, answer;
+    } cases[] = {
+        {"a\nb\n\n", "<a\n<b\n@\n"},
+        {"a\n", "<a\ninput\n"},
+        {"a\nhalf", "<a\n<halfinput\n"},
+        {"", "input\n"},
+        {longest + "\n\n", "<" + longest + "\n@\n"},
+        {longest + "y\n\n", "bad\n"},
+        {"a\nthrow\nb\n\n", ""},
+        {"who\n\n", std::to_string(getuid()) + "\n@\n"},
+        {"\n" + std::string(100000, 'x'), "@\n"}, // the answer arrives though the client says more
+    };
+    for (const auto &c : cases) {
+        TestClient client = local();
+        std::thread talker([&] { // the client may be cut off while it talks
+            client.say(c.said);
+            client.end_input();
+        });
+        EXPECT_EQ(client.all(), c.answer) << c.said.substr(0, 60);
+        talker.join();
+    }
+    TestClient client = tcp();
+    ASSERT_TRUE(client.say("who\n\n"));
+    EXPECT_EQ(client.all(), "127.0.0.1\n@\n");
+}
+
+TEST_F(Lines, WhoWaitsHoldsUpNobody)
+{
+    start({.waiting = 3, .reserved = 0});
+    std::vector<TestClient> waiting;
+    for (int i = 0; i < 5; ++i) {
+        waiting.push_back(local());
+        ASSERT_TRUE(waiting.back().say("before\nwait\nafter\n\n"));
+        EXPECT_EQ(waiting.back().line(), "<before\n"); // what was answered is sent before the wait
+    }
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 3; }));
+    TestClient quick = local();
+    ASSERT_TRUE(quick.say("x\n\n"));
+    EXPECT_EQ(quick.all(), "<x\n@\n");
+    EXPECT_EQ(gate.inside, 3); // the others wait for a place
+    gate.open();
+    for (TestClient &client : waiting)
+        EXPECT_EQ(client.all(), "<wait\n<after\n@\n");
+    EXPECT_EQ(gate.inside, 5);
+}
+
+TEST_F(Lines, WhoDoesNotReadHoldsUpNobodyAndGetsAllInTheEnd)
+{
+    start();
+    TestClient slow = local();
+    ASSERT_TRUE(slow.say("big\nbig\nx\n"));
+    TestClient flood = local();
+    std::thread flooding([&] {
+        flood.say(std::string(200000, '\n').replace(0, 199999, [] {
+            std::string lines;
+            while (lines.size() + 2 <= 199999)
+                lines += "y\n";
+            return lines;
+        }()));
+    });
+    TestClient quick = tcp();
+    ASSERT_TRUE(quick.say("x\n\n"));
+    EXPECT_EQ(quick.all(), "<x\n@\n");
+    EXPECT_EQ(slow.line().size(), (8U << 20) + 1);
+    EXPECT_EQ(slow.line().size(), (8U << 20) + 1);
+    EXPECT_EQ(slow.line(), "<x\n");
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(flood.line(), "<y\n");
+    flood.end_input();
+    flood.all();
+    flooding.join();
+}
+
+TEST_F(Lines, TimeIsLimited)
+{
+    start({.first_line = 50ms, .idle = 100ms, .send = 100ms});
+    TestClient silent = local();
+    EXPECT_EQ(silent.all(), "idle\n");
+    TestClient half = local();
+    ASSERT_TRUE(half.say("x"));
+    EXPECT_EQ(half.all(), "bad\n");
+    TestClient pausing = local();
+    ASSERT_TRUE(pausing.say("x\n"));
+    EXPECT_EQ(pausing.line(), "<x\n");
+    EXPECT_EQ(pausing.all(), "idle\n");
+    TestClient dribbling = local();
+    ASSERT_TRUE(dribbling.say("x\n"));
+    for (bool open = true; open; std::this_thread::sleep_for(5ms))
+        open = dribbling.say("y");
+    EXPECT_EQ(dribbling.all(), "<x\nbad\n");
+    TestClient deaf = local();
+    ASSERT_TRUE(deaf.say("big\n"));
+    std::this_thread::sleep_for(300ms); // it could have read
+    EXPECT_LT(deaf.all().size(), 8U << 20);
+}
+
+TEST_F(Lines, TheLongestIdleMakesRoom)
+{
+    start({.connections = 100, .per_source = 20});
+    std::vector<TestClient> idle;
+    for (int i = 0; i < 150; ++i) {
+        idle.push_back(local());
+        ASSERT_TRUE(idle.back().say("x\n"));
+        ASSERT_EQ(idle.back().line(), "<x\n");
+    }
+    EXPECT_EQ(idle.front().all(), "");
+    ASSERT_TRUE(idle.back().say("\n"));
+    EXPECT_EQ(idle.back().all(), "@\n");
+    std::vector<TestClient> one_source;
+    for (int i = 0; i < 21; ++i)
+        one_source.push_back(tcp());
+    EXPECT_EQ(one_source.back().all(), "");
+    ASSERT_TRUE(one_source.front().say("\n"));
+    EXPECT_EQ(one_source.front().all(), "@\n");
+}
+
+TEST_F(Lines, ManyAtOnce)
+{
+    start();
+    std::vector<std::thread> clients;
+    std::atomic<int> served{0};
+    gate.open();
+    for (int i = 0; i < 8; ++i)
+        clients.emplace_back([this, i, &served] {
+            for (int n = 0; n < 100; ++n) {
+                TestClient client = i % 2 ? local() : tcp();
+                client.say("a\nwait\nb\n\n");
+                served += client.all() == "<a\n<wait\n<b\n@\n";
+            }
+        });
+    for (std::thread &client : clients)
+        client.join();
+    EXPECT_EQ(served, 800);
+}
+
+TEST_F(Lines, AThreadThatDoesNotComeBackIsLeftBehind)
+{
+    start();
+    TestClient client = local();
+    ASSERT_TRUE(client.say("wait\n"));
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
+    EXPECT_FALSE(server->stop(1ms));
+    EXPECT_EQ(client.all(), "");
+    server.reset();
+    gate.open();
+    std::this_thread::sleep_for(50ms); // what it touches is still there: for the sanitizers
+}
+
+} // namespace
+} // namespace qvcd

@@ -1,0 +1,104 @@
+#include "platform/socket.h"
+#include "platform_root.h"
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <vector>
+
+namespace qvcd {
+namespace {
+
+using namespace std::chrono_literals;
+
+void leave_dead_socket(const std::string &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr *a = static_cast<const sockaddr *>(static_cast<const void *>(&address));
+    ASSERT_EQ(bind(fd.get(), a, sizeof address), 0);
+    ASSERT_EQ(listen(fd.get(), 1), 0);
+}
+
+// What was reported when it could not be done; empty when it could.
+std::string why_not(const std::string &name)
+{
+    testing::internal::CaptureStderr();
+    const auto listener = listen_unix(name);
+    const std::string reported = testing::internal::GetCapturedStderr();
+    return listener ? "" : reported;
+}
+
+TEST(UnixEndpoint, SocketAndFolderHaveTheirModesAndTheNameGoes)
+{
+    const auto listener = listen_unix("modes");
+    ASSERT_TRUE(listener);
+    const std::string path = qv_ipc_socket_path("modes");
+    EXPECT_EQ(path, test_root.folder.path("var/run/qv/modes.sock"));
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFSOCK | 0660U);
+    ASSERT_EQ(stat(test_root.folder.path("var/run/qv").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFDIR | 0755U);
+    EXPECT_TRUE(fcntl(listener->socket.get(), F_GETFD) & FD_CLOEXEC);
+    remove_unix_socket(*listener);
+    EXPECT_NE(stat(path.c_str(), &status), 0);
+}
+
+TEST(UnixEndpoint, OnlyADeadServersSocketIsReplaced)
+{
+    ASSERT_TRUE(listen_unix("folder"));
+    leave_dead_socket(qv_ipc_socket_path("dead"));
+    EXPECT_EQ(why_not("dead"), "");
+    const auto live = listen_unix("live");
+    EXPECT_NE(why_not("live").find("cannot serve /var/run/qv/live.sock: a live server answers there"),
+              std::string::npos);
+    EXPECT_TRUE(connect_unix(qv_ipc_socket_path("live"), 1s));
+    test_root.folder.write("var/run/qv/file.sock", "precious");
+    EXPECT_NE(why_not("file"), "");
+    EXPECT_EQ(test_root.folder.read("var/run/qv/file.sock"), "precious");
+    EXPECT_NE(why_not(std::string(200, 'x')).find("too long"), std::string::npos);
+}
+
+TEST(UnixEndpoint, OfServersThatStartAtOnceOneWins)
+{
+    ASSERT_TRUE(listen_unix("folder"));
+    testing::internal::CaptureStderr();
+    for (int round = 0; round < 20; ++round) {
+        const std::string name = "race" + std::to_string(round);
+        leave_dead_socket(qv_ipc_socket_path(name));
+        std::vector<std::optional<UnixListener>> listeners(4);
+        std::vector<std::thread> starters;
+        for (auto &listener : listeners)
+            starters.emplace_back([&] { listener = listen_unix(name); });
+        for (std::thread &starter : starters)
+            starter.join();
+        ASSERT_EQ(std::ranges::count_if(listeners, [](const auto &l) { return l.has_value(); }), 1) << name;
+    }
+    testing::internal::GetCapturedStderr();
+}
+
+TEST(TcpEndpoint, ListensAndReportsWhatCannotBe)
+{
+    const Fd listener = listen_tcp("127.0.0.1", 0);
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    ASSERT_EQ(getsockname(listener.get(), static_cast<sockaddr *>(static_cast<void *>(&address)), &size), 0);
+    const int port = ntohs(address.sin_port);
+    EXPECT_TRUE(connect_tcp("127.0.0.1", std::to_string(port), 30s));
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(listen_tcp("127.0.0.1", port)) << "taken";
+    EXPECT_FALSE(listen_tcp("no address", port));
+    EXPECT_FALSE(listen_tcp("127.0.0.1", 70000));
+    testing::internal::GetCapturedStderr();
+}
+
+} // namespace
+} // namespace qvcd
