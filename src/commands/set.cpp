@@ -3,6 +3,7 @@
 #include "base/notify.h"
 #include "base/reply.h"
 #include "base/value.h"
+#include "commands/save.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
 #include "funcs/write_map.h"
