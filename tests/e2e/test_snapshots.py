@@ -234,6 +234,18 @@ def test_loading_reads_before_it_reverts(make, text):
     assert get(a, "Enc.last", "Enc.text") == ["10", "x"]
 
 
+def test_what_is_set_while_a_load_waits_goes_too(make):
+    a = make({"p": "Enc.rate = 20\n"})
+    a.write("/usr/share/qvcontrol/post_revert_script", READER, 0o755)
+    loader = threading.Thread(target=a.command, args=["profile.load p"])
+    loader.start()
+    wait_until(a.path("/started").exists, "the script that the revert runs")
+    assert a.command("set Enc.last=55").code == 0
+    a.write("/go", "")
+    loader.join()
+    assert get(a, "Enc.rate", "Enc.last") == ["20", "10"]
+
+
 def test_what_is_not_stored_leaves_the_old_profile(make):
     a = make({"p": "Enc.rate = 20\n", "broken": "Enc {\n"})
     before = files_of(a, "/etc/profiles")
