@@ -1,6 +1,5 @@
 #include "auth/user.h"
 
-#include "base/fresh_file.h"
 #include "base/limits.h"
 #include "base/text.h"
 #include "platform/api_errors.h"
@@ -352,15 +351,7 @@ bool user_export(const std::string &path)
         qv_log_print(kLogError, "No users to export: %s could not be read\n", user_file.text.c_str());
         return false;
     }
-    FreshFile file(path);
-    int error = file.error();
-    if (!error && !hdf_write_file(file.path(), groups_and_users().root(), FileKind::secret))
-        return false;
-    if (!error)
-        error = file.take_name();
-    if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
-    return error == 0;
+    return hdf_write_file(path, groups_and_users().root(), FileKind::named_secret);
 }
 
 } // namespace qvcd

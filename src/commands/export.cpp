@@ -111,7 +111,7 @@ bool Export::write(const std::string &target, std::FILE *out) const
         return true;
     }
     return hdf_write_file(qv_sysroot_path(target), document_.root(),
-                          secret_ ? FileKind::secret : FileKind::open);
+                          secret_ ? FileKind::named_secret : FileKind::named);
 }
 
 } // namespace

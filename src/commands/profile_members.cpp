@@ -20,7 +20,6 @@ constexpr std::size_t kMaxPrefixes = 15; // of the settings that a profile holds
 
 constexpr char error_invalid_name[] = "##Invalid arguments#";
 constexpr char error_profile_not_found[] = "##Profile not found#";
-constexpr char error_saving[] = "##Save failed#";
 
 // The APIs of a group that say which profile is selected.
 struct Selection {
@@ -170,7 +169,7 @@ int profile_addfunc(Request &request, std::string_view, std::string_view api, st
     }
     qv_log_print(kLogError, "Error executing profile command\n");
     put_back(value.name, before);
-    return refuse(selection.name, error_saving, out);
+    return refuse(selection.name, kSaveFailed, out);
 }
 
 int profile_removefunc(Request &request, std::string_view, std::string_view api, std::string_view profile,
@@ -186,7 +185,7 @@ int profile_removefunc(Request &request, std::string_view, std::string_view api,
     }
     const bool was_selected = before.name == name;
     if (was_selected && select(request, selection, {}) != 0)
-        return refuse(selection.name, error_saving, out);
+        return refuse(selection.name, kSaveFailed, out);
     Request internal = request.as(kInternalMask);
     Args remove = {"remove", name};
     if (command_profile(internal, remove, out) == 0)

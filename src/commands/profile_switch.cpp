@@ -5,6 +5,7 @@
 #include "commands/snapshot.h"
 #include "platform/log.h"
 #include "store/database.h"
+#include "store/flags.h"
 #include "store/names.h"
 #include "store/profile_files.h"
 
@@ -51,6 +52,10 @@ void revert_all_but(Request &request, const std::string &selected_by, std::FILE 
     Request internal = request.as(kInternalMask);
     Args everything;
     command_revert(internal, everything, out);
+    // A revert may wait for the system, and what others set meanwhile goes, too.
+    Args later = flagged_apis(metaDB.root(), "", flag_modified);
+    if (!later.empty())
+        command_revert(internal, later, out);
 }
 
 int save_names(Request &internal, Args names)

@@ -3,6 +3,7 @@
 #include "base/notify.h"
 #include "base/reply.h"
 #include "base/value.h"
+#include "commands/save.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
 #include "funcs/write_map.h"
@@ -12,8 +13,6 @@
 namespace qvcd {
 
 namespace {
-
-constexpr char kNotWritten[] = "##Save failed#"; // a live value did not reach the system
 
 // An argument without "=" may be a value that lost its name: only what looks like a name is logged.
 int refuse_and_log(const std::string &api, const char *error, std::FILE *out)
@@ -27,6 +26,11 @@ std::optional<std::string> followed_by(const std::string &api)
 {
     auto link = meta_get_this_level(api, "link");
     return link && name_kind(*link) == NameKind::api ? link : std::nullopt;
+}
+
+bool can_be_written(const std::string &api)
+{
+    return write_row(meta_get(api, "write").value_or("")).kind != WriteKind::none;
 }
 
 int set_argument(Request &request, const std::string &argument, std::FILE *out, SetMode mode)
@@ -81,8 +85,8 @@ int set_param(Request &request, const std::string &api, const std::string &value
         return refuse(api, *error, out);
     if (!dynamic)
         raise_flags(request, api, mode);
-    else if (meta_get(api, "write") && wfuncmap_write(api, value) != 0)
-        return refuse(api, kNotWritten, out);
+    else if (can_be_written(api) && wfuncmap_write(api, value) != 0)
+        return refuse(api, kSaveFailed, out);
     if (name_kind(api) == NameKind::api) // it may have been deleted while the write waited
         store_setting(api, value);
     const bool secret = meta_is_password(api);

@@ -147,7 +147,7 @@ def test_log_levels(appliance, level, wanted):
         5: "running",
         6: "Load session DB",
         7: "Starting watchdog",
-        8: "rfuncmap_read: A.a (null)((null), a)",
+        8: "adding undefined to cmdmap 0",
     }
     assert {priority for priority, line in lines.items() if a.logged(line)} == wanted
 

@@ -119,21 +119,6 @@ TEST_F(UserTest, FileIsWrittenSecretAndReadsBack)
     EXPECT_EQ(0x77U, user_get_perm("new"));
 }
 
-TEST_F(UserTest, AChangeThatCannotBeWrittenIsUndone)
-{
-    const std::string more = auth_root().write("tmp/users", "Group.2.perm = 4\nUser.new.group = 2\n");
-    ASSERT_EQ(0, user_set_db_file(qv_device_file("/none/user.conf")));
-    EXPECT_STREQ(kUserFileError, user_set_group(kRoot, "new", "2"));
-    EXPECT_STREQ(kUserFileError, user_set_group(kRoot, "viewer", "0"));
-    EXPECT_STREQ(kUserFileError, user_set_passwd(kRoot, {{"viewer", "x"}, {"admin", "x"}}));
-    EXPECT_STREQ(kUserFileError, user_remove(kRoot, "viewer"));
-    EXPECT_STREQ(kUserFileError, user_import(kRoot, more));
-    EXPECT_FALSE(user_exists("new"));
-    EXPECT_EQ(0x77U, user_get_perm("viewer"));
-    EXPECT_TRUE(user_check_passwd("viewer", "a b"));
-    EXPECT_TRUE(user_check_passwd("admin", "kelpo"));
-}
-
 TEST_F(UserTest, NobodyGivesMoreThanHeHasOrTouchesWhoHasMore)
 {
     const std::string users = std::string(kUserFile) + "User.maker.group = 0\nUser.maker.passwd = m\n"
@@ -232,6 +217,7 @@ TEST_F(UserTest, ExportIsReplacedAndSecret)
 {
     const std::string other = auth_root().write("etc/passwd", "precious\n");
     const std::string path = auth_root().path("tmp/export");
+    ASSERT_EQ(0, chmod(auth_root().path("tmp").c_str(), 01777)); // anybody may have put the link there
     std::filesystem::create_symlink(other, path);
     ASSERT_TRUE(user_export(path));
     EXPECT_EQ("precious\n", auth_root().read("etc/passwd"));

@@ -1,6 +1,7 @@
 #include "platform/socket.h"
 #include "platform_root.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
 #include <fcntl.h>
