@@ -199,6 +199,11 @@ def listeners(pid):
 # ---- Start and stop ----
 
 
+def runs(a):
+    """The last step of start-up comes after the first answer."""
+    wait_until(lambda: a.read("/var/run/qv/qvcd.lock") == "running\n", "the end of start-up")
+
+
 @contextlib.contextmanager
 def running(a, *options):
     """A daemon on the appliance's root beside or instead of the harness's own."""
@@ -270,7 +275,7 @@ def test_standard_descriptors_that_are_closed(appliance, closed):
     a.start("-d", "-e", "/nonexistent", in_child=lambda: [os.close(fd) for fd in closed])
     assert a.command("get A.a").code == 0
     assert a.read("/var/run/qvcd.pid") == f"{a.process.pid}\n"
-    assert a.read("/var/run/qv/qvcd.lock") == "running\n"
+    runs(a)
     assert {os.readlink(f"/proc/{a.process.pid}/fd/{fd}") for fd in closed} == {"/dev/null"}
 
 
@@ -354,6 +359,7 @@ def test_second_daemon_touches_nothing(appliance, options):
     a = appliance(model("A"), {"/second.log": "kept\n", "/changed": model("B")}).start()
     session = a.login("admin", "kelpo")
     a.command("set A.a=2")
+    runs(a)
     before = everything(a)
     with contextlib.closing(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)) as manager:
         manager.bind("\0" + a.root.name)
