@@ -113,6 +113,7 @@ int do_command_get(Request &request, const Args &argv, std::FILE *out, GetMode m
         if (timing_is_on())
             qv_log_print(kLogDebug, "  get: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
                          name.c_str());
+        send_long_reply();
     }
     if (argv.empty()) {
         const Stopwatch watch;

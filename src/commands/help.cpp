@@ -1,5 +1,6 @@
 #include "commands/help.h"
 
+#include "base/command_lock.h"
 #include "base/reply.h"
 #include "commands/cmd_table.h"
 #include "commands/wordwrap.h"
@@ -202,6 +203,7 @@ int do_cmd_help_api(Request &request, const Args &argv, const ApiHelp &how, std:
             print_group(request, node, name, how, out);
         else
             print_text(request, name, name, how, out); // a text that was named is shown under its own name
+        send_long_reply();
     }
     if (argv.size() <= 1)
         print_group(request, metaDB.root(), "", how, out);

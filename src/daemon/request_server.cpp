@@ -22,6 +22,7 @@ class ConnectionWaits final : public WaitHooks {
     explicit ConnectionWaits(LineConnection &connection) : connection_(connection) {}
     void before_waiting() noexcept override { connection_.begin_wait(); }
     void after_waiting() noexcept override { connection_.end_wait(); }
+    std::size_t unsent() noexcept override { return connection_.unsent(); }
 
   private:
     LineConnection &connection_;

@@ -198,6 +198,10 @@ class LineServer::Loop::Worker final : public LineConnection {
     std::FILE *out() override { return replies_.file(); }
     void begin_wait() noexcept override;
     void end_wait() noexcept override;
+    std::size_t unsent() noexcept override
+    {
+        return replies_.size() + connection_->output.size() - connection_->sent;
+    }
 
     bool leads_ = false;
     ReplyStream replies_;

@@ -35,6 +35,9 @@ class LineConnection {
     virtual void begin_wait() noexcept = 0;
     virtual void end_wait() noexcept = 0;
 
+    /// Bytes of replies that were not sent yet.
+    virtual std::size_t unsent() noexcept = 0;
+
   protected:
     ~LineConnection() = default;
 };
