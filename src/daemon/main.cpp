@@ -8,6 +8,7 @@
 #include "commands/cmd_table.h"
 #include "commands/profile.h"
 #include "daemon/options.h"
+#include "daemon/out_of_memory.h"
 #include "daemon/request_server.h"
 #include "daemon/watchdog.h"
 #include "funcs/add_remove_map.h"
@@ -214,6 +215,7 @@ int run_daemon(const Options &options)
 int main(int argc, char **argv)
 {
     using namespace qvcd;
+    end_in_order();
     qv_fill_standard_descriptors();
     int status = 0;
     const std::optional<Options> options = parse_options(argc, argv, status);
