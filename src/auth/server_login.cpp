@@ -26,20 +26,22 @@ std::optional<int> session_number(const std::string &line)
 
 } // namespace
 
-unsigned server_login(std::string_view first_line)
+Admission server_login(std::string_view first_line, const Caller &caller)
 {
-    if (disable_login)
-        return kEverything;
+    if (disable_login && (caller.local || caller.trusted))
+        return {kEverything};
     const std::optional<int> n = session_number(std::string(first_line));
     const CommandLock lock;
     if (!n || !lock.held())
-        return 0;
+        return {};
+    if (*n == 0 && !caller.trusted)
+        return {0, true};
     SessionFacts session;
     session_get(*n, session);
-    if (*n == 0 || (session.user && session.group))
-        return session.perm;
+    if (*n == 0 || (session.user && session.group && session_is_for(*n, caller)))
+        return {session.perm};
     qv_log_print(kLogDebug, "Access denied for nonsession\n");
-    return 0;
+    return {};
 }
 
 } // namespace qvcd

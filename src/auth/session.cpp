@@ -1,5 +1,6 @@
 #include "auth/session.h"
 
+#include "auth/password_check.h"
 #include "auth/session_list.h"
 #include "auth/user.h"
 #include "base/limits.h"
@@ -9,9 +10,11 @@
 #include "platform/log.h"
 #include "store/hdf_file.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <iomanip>
+#include <map>
 #include <sstream>
 #include <vector>
 
@@ -50,6 +53,25 @@ LoginName split_login_name(std::string_view name)
 }
 
 bool lists_root = false; // session checking is off
+
+// Where a session was logged in.
+struct Origin {
+    std::string source;
+    bool local;
+};
+constexpr std::size_t kMaxOrigins = 16; // of one session; the one that was noted first goes
+
+std::map<int, std::vector<Origin>> origins;
+
+void note_origin(int n, const Caller &caller)
+{
+    std::vector<Origin> &noted = origins[n];
+    if (std::ranges::find(noted, caller.source, &Origin::source) != noted.end())
+        return;
+    if (noted.size() >= kMaxOrigins)
+        noted.erase(noted.begin());
+    noted.push_back({caller.source, caller.local});
+}
 
 // Names, addresses and servers are printed in replies.
 std::string noted(std::optional<std::string_view> text)
@@ -148,25 +170,44 @@ int session_unload_db_file()
 {
     session_write_list({});
     sessionDB.destroy();
+    origins.clear();
     return 0;
 }
 
-int session_login(std::string_view name, std::optional<std::string_view> password,
-                  std::optional<std::string_view> ip, std::optional<std::string_view> server)
+LoginResult session_login(const Credentials &credentials, const Caller &caller)
 {
     user_reread_db_file();
-    const LoginName login = split_login_name(name);
-    if (user_get_perm(login.user) == 0 || !is_one_line(login.prefix.value_or("")))
-        return kUnknownUser;
-    if (!password || !user_check_passwd(login.user, *password))
-        return kWrongPassword;
-    const std::string address = login.prefix ? *login.prefix : noted(ip);
-    if (const std::optional<int> n = find_session(login.user, address))
-        return *n;
-    const int n = login.prefix ? credentials_session_number(login, *password) : new_session_number();
-    write_session(n, login.user, address, noted(server));
-    write_list();
-    return n;
+    const LoginName login = split_login_name(credentials.name);
+    const bool known = user_get_perm(login.user) != 0 && is_one_line(login.prefix.value_or(""));
+    const PasswordCheck check =
+        check_password(known ? login.user : "", credentials.passwords, caller, credentials.ip.value_or(""));
+    if (check.verdict == Verdict::early)
+        return {kTooEarly, check.wait};
+    if (!known || user_get_perm(login.user) == 0) // he may have gone meanwhile
+        return {kUnknownUser};
+    if (check.verdict != Verdict::right)
+        return {check.verdict == Verdict::built_in ? kBuiltInPassword : kWrongPassword};
+    const std::string address = login.prefix ? *login.prefix : noted(credentials.ip);
+    std::optional<int> n = find_session(login.user, address);
+    if (!n) {
+        n = login.prefix ? credentials_session_number(login, check.password) : new_session_number();
+        write_session(*n, login.user, address, noted(credentials.server));
+        write_list();
+    }
+    note_origin(*n, caller);
+    return {*n};
+}
+
+bool session_is_for(int n, const Caller &caller)
+{
+    if (caller.local && caller.trusted)
+        return true;
+    const auto found = origins.find(n);
+    if (found == origins.end())
+        return caller.trusted;
+    return std::ranges::any_of(found->second, [&](const Origin &origin) {
+        return origin.source == caller.source || (origin.local && caller.trusted);
+    });
 }
 
 int session_logout(int n)
@@ -175,6 +216,7 @@ int session_logout(int n)
         return 0;
     if (!sessionDB.remove(session_name(n)))
         return -1;
+    origins.erase(n);
     write_list();
     return 0;
 }

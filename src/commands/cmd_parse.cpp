@@ -3,8 +3,10 @@
 #include "base/command_lock.h"
 #include "base/limits.h"
 #include "base/options.h"
+#include "base/reply.h"
 #include "base/text.h"
 #include "commands/cmd_table.h"
+#include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/meta.h"
 
@@ -86,7 +88,7 @@ void log_line(int number, const Line &line, const CommandRecord &record)
 
 } // namespace
 
-int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks)
+int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks, const Caller &caller)
 {
     const int number = cmdcounter++;
     const Stopwatch watch;
@@ -101,7 +103,11 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *h
         return 1;
     const CommandRecord &record = cmd_find(line.command);
     log_line(number, line, record);
-    Request request(mask);
+    if (caller.stranger && !record.open_to_strangers) {
+        reply_line(out, API_E_INVALID_PERMISSION);
+        return 1;
+    }
+    Request request(mask, caller);
     if (&record == cmd_map().front().record)
         qv_log_print(kLogError, "Invalid command: %s\n", command_for_log(line).c_str());
     const int result = record.handler(request, line.argv, out);

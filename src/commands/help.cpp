@@ -63,6 +63,7 @@ const CommandRecord helpRecord = {
         "what, and which values are valid. help.apihdf prints the texts alone, as key=value lines for "
         "programs. Without a sub-command the sub-commands are listed.",
     .sub_commands = kSubCommands,
+    .open_to_strangers = true,
 };
 
 namespace {

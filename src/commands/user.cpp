@@ -182,6 +182,7 @@ struct Default {
     const char *error;
 };
 
+// A hash passes too.
 Default default_of(const std::string &name, unsigned rights)
 {
     if (!is_within(rights, user_get_perm(name)))
@@ -207,13 +208,16 @@ int user_default(Request &request, Args &argv, std::FILE *out)
     if (names.size() == 1 && !user_exists(names.front()))
         return reply_unknown_user(names.front(), out);
     std::vector<NewPassword> passwords;
+    std::vector<Default> defaults;
     for (const std::string &name : names) {
-        if (const Default d = default_of(name, request.mask); !d.error)
-            passwords.push_back({name, d.password});
+        const Default &d = defaults.emplace_back(default_of(name, request.mask));
+        if (!d.error)
+            passwords.push_back({name, d.password, true});
     }
     const char *failed = passwords.empty() ? nullptr : user_set_passwd(request.mask, passwords);
-    for (const std::string &name : names) {
-        const Default d = default_of(name, request.mask);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const std::string &name = names[i];
+        const Default &d = defaults[i];
         const char *error = d.error ? d.error : failed;
         reply_field(name, ".passwd", error ? error : d.password, out);
         if (!error)

@@ -143,7 +143,7 @@ bool start_up(const Options &options)
         create_maps();
         load_databases(options);
     }
-    if (socket_init(options.tcp_port) != 0)
+    if (socket_init(options.tcp_port, options.trust) != 0)
         return false;
     qv_log_print(kLogNotice, "running\n");
     qv_claim_running();

@@ -1,13 +1,16 @@
 #pragma once
 
+#include "auth/trust.h"
+
 #include <chrono>
 
 namespace qvcd {
 
 /// Starts to serve requests (docs/protocol.md) on the local endpoint "qvcd" and, for a port that is not 0,
-/// over TCP on all addresses. Returns 0, or -1 after reporting that the local endpoint cannot be served; of
+/// over TCP on all addresses, to those whom `trust` trusts and, for what is open to strangers, to everybody.
+/// Trusts the group "qv" too. Returns 0, or -1 after reporting that the local endpoint cannot be served; of
 /// TCP that is reported only.
-int socket_init(int port);
+int socket_init(int port, Trust trust);
 
 /// Ends all connections and waits for the requests that run. False when one did not end in time.
 bool socket_exit(std::chrono::milliseconds patience = std::chrono::seconds{2});

@@ -23,6 +23,7 @@
 #include <system_error>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -52,6 +53,22 @@ Milliseconds now()
                                                     std::chrono::nanoseconds(time.tv_nsec));
 }
 
+// As the kernel knew them at the connect: no look-up of the user that could wait for a directory service.
+std::vector<gid_t> groups_of_peer(int socket)
+{
+    std::vector<gid_t> groups(32);
+    for (;;) {
+        auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        const int result = ::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
+        const std::size_t count = size / sizeof(gid_t);
+        if (result == 0 || errno != ERANGE || count <= groups.size()) {
+            groups.resize(result == 0 ? count : 0);
+            return groups;
+        }
+        groups.resize(count);
+    }
+}
+
 Peer local_peer(int socket)
 {
     Peer peer;
@@ -62,6 +79,8 @@ Peer local_peer(int socket)
         peer.uid = credentials.uid;
         peer.gid = credentials.gid;
         peer.pid = credentials.pid;
+        if (peer.uid != 0 && peer.uid != ::geteuid())
+            peer.groups = groups_of_peer(socket);
     }
     return peer;
 }

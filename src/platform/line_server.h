@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 namespace qvcd {
 
@@ -19,6 +20,7 @@ struct Peer {
     uid_t uid = static_cast<uid_t>(-1); ///< of a local one (SO_PEERCRED, unix(7))
     gid_t gid = static_cast<gid_t>(-1); ///< its effective group
     pid_t pid = 0;                      ///< and process
+    std::vector<gid_t> groups;          ///< its further groups; not looked up of root and of our own user
     std::string address;                ///< of one over TCP, numeric; an IPv4 address in IPv4 form
 };
 

@@ -53,10 +53,16 @@ struct UnixListener {
     ino_t inode = 0;
 };
 
-/// Listens on the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot; folder 0755, socket 0660 and
-/// of group "qv" when that group exists). Replaces the socket of a dead server. Reports every failure: a live
-/// server answers there, something else bears the name, the folder cannot be made, the path is too long.
-std::optional<UnixListener> listen_unix(std::string_view name);
+/// Who may connect to an endpoint: root and the group "qv", or everybody.
+enum class SocketMode : mode_t { of_group = 0660, of_all = 0666 };
+
+/// Listens on the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot; folder 0755, socket of group
+/// "qv" when that group exists). Replaces the socket of a dead server. Reports every failure: a live server
+/// answers there, something else bears the name, the folder cannot be made, the path is too long.
+std::optional<UnixListener> listen_unix(std::string_view name, SocketMode mode = SocketMode::of_group);
+
+/// The number of the group "qv"; nothing when there is none. May wait for a directory service.
+std::optional<gid_t> qv_socket_group();
 
 /// The path of the Unix socket of endpoint `name`, below the sysroot. See unix(7): at most 107 bytes fit.
 std::string qv_ipc_socket_path(std::string_view name);
