@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <unistd.h>
+#include <getopt.h>
 
 namespace qvcd {
 
@@ -18,6 +18,15 @@ namespace {
 constexpr char kOptionString[] = "bcde:f:ghl:m:p:P:stu:v:w";
 constexpr std::size_t kMostMetaFiles = 10;
 constexpr char kDefaultMetaFile[] = "/usr/share/qvapi/apimeta.hdf";
+
+// Values of options that have no letter.
+enum LongOption { kTlsCert = 256, kTlsKey, kTlsClientCa };
+constexpr option kLongOptions[] = {
+    {"tls-cert", required_argument, nullptr, kTlsCert},
+    {"tls-key", required_argument, nullptr, kTlsKey},
+    {"tls-client-ca", required_argument, nullptr, kTlsClientCa},
+    {nullptr, 0, nullptr, 0},
+};
 
 struct UsageLine {
     const char *option;
@@ -39,6 +48,9 @@ constexpr UsageLine kUsage[] = {
     {"-u <file>", "User permission file"},
     {"-v <level>", "Log level. 0-error, 1-warn, 2-info, 3-chitchat, 4-debug"},
     {"-w", "Disable the watchdog"},
+    {"--tls-cert <file>", "Speak TLS on the network socket, with this certificate"},
+    {"--tls-key <file>", "Private key of the certificate"},
+    {"--tls-client-ca <file>", "Demand certificates of these authorities; their common name is the user"},
     {"-h", "This help menu"},
 };
 
@@ -59,7 +71,8 @@ struct MetaFiles {
 
 bool takes_path(int option)
 {
-    return option == 'e' || option == 'f' || option == 'l' || option == 'm' || option == 'p' || option == 'u';
+    return option == 'e' || option == 'f' || option == 'l' || option == 'm' || option == 'p' ||
+           option == 'u' || option == kTlsCert || option == kTlsKey || option == kTlsClientCa;
 }
 
 // False when the option cannot be taken: the caller prints the usage text.
@@ -108,6 +121,15 @@ bool take_option(int option, const char *argument, Options &options, MetaFiles &
     case 'v':
         verbose = c_int(argument);
         break;
+    case kTlsCert:
+        options.tls.certificate = qv_host_file(argument).path;
+        break;
+    case kTlsKey:
+        options.tls.key = qv_host_file(argument).path;
+        break;
+    case kTlsClientCa:
+        options.tls.authorities = qv_host_file(argument).path;
+        break;
     case 'w':
         options.no_watchdog = true;
         break;
@@ -135,7 +157,7 @@ std::optional<Options> take_options(int argc, char **argv)
     Options options;
     MetaFiles meta;
     int option = 0;
-    while ((option = getopt(argc, argv, kOptionString)) != -1) {
+    while ((option = getopt_long(argc, argv, kOptionString, kLongOptions, nullptr)) != -1) {
         if (option == 'b') {
             std::printf("Built on %s %s\n", __DATE__, __TIME__);
             return std::nullopt;
@@ -170,6 +192,10 @@ std::optional<Options> parse_options(int argc, char **argv, int &status)
             return options;
         if (optind < argc)
             refusal = "unexpected arguments:" + left_over(argc, argv);
+        else if (options->tls.certificate.empty() != options->tls.key.empty())
+            refusal = "--tls-cert and --tls-key belong together";
+        else if (!options->tls.authorities.empty() && options->tls.certificate.empty())
+            refusal = "--tls-client-ca needs --tls-cert";
         else if (!qv_ipc_paths_fit())
             refusal = "QV_SYSROOT is too long for the addresses of its sockets: " + qv_sysroot();
         else

@@ -66,7 +66,7 @@ class RequestHandler final : public LineHandler {
             reply_text(connection.out(), "!\n");
             return Next::close;
         }
-        mask_ = server_login(line);
+        mask_ = server_login(line, connection.peer().certificate_user);
         if (mask_ == 0)
             return close(connection, 1);
         identified_ = true;
@@ -92,7 +92,7 @@ void raise_descriptor_limit()
 
 } // namespace
 
-int socket_init(int port)
+int socket_init(int port, std::shared_ptr<const TlsContext> tls)
 {
     raise_descriptor_limit();
     std::optional<UnixListener> local = listen_unix("qvcd");
@@ -102,7 +102,7 @@ int socket_init(int port)
         std::make_unique<LineServer>([](const Peer &) { return std::make_unique<RequestHandler>(); });
     the_server->listen(std::move(*local));
     if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
-        the_server->listen(std::move(tcp));
+        the_server->listen(std::move(tcp), std::move(tls));
     return the_server->start() ? 0 : -1;
 }
 

@@ -1,13 +1,16 @@
 #pragma once
 
+#include "platform/tls.h"
+
 #include <chrono>
+#include <memory>
 
 namespace qvcd {
 
 /// Starts to serve requests (docs/protocol.md) on the local endpoint "qvcd" and, for a port that is not 0,
-/// over TCP on all addresses. Returns 0, or -1 after reporting that the local endpoint cannot be served; of
-/// TCP that is reported only.
-int socket_init(int port);
+/// over TCP on all addresses, with `tls` in TLS only. Returns 0, or -1 after reporting that the local
+/// endpoint cannot be served; of TCP that is reported only.
+int socket_init(int port, std::shared_ptr<const TlsContext> tls);
 
 /// Ends all connections and waits for the requests that run. False when one did not end in time.
 bool socket_exit(std::chrono::milliseconds patience = std::chrono::seconds{2});
