@@ -10,7 +10,7 @@ build_packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
 )
 test_packages=(
-    mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat systemd
+    mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
 )
 
 case "${1:-test}" in

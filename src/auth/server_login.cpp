@@ -1,7 +1,9 @@
 #include "auth/server_login.h"
 
 #include "auth/session.h"
+#include "auth/user.h"
 #include "base/command_lock.h"
+#include "base/limits.h"
 #include "base/options.h"
 #include "platform/log.h"
 
@@ -24,9 +26,21 @@ std::optional<int> session_number(const std::string &line)
     return n;
 }
 
+// The users may have changed since the certificate was made.
+unsigned rights_by_certificate(const std::string &user)
+{
+    user_reread_db_file();
+    if (is_user_name(user) && user_exists(user))
+        return user_get_perm(user);
+    qv_log_print(kLogInfo, "Access denied: the certificate's name '%s' is no user\n",
+                 cut(user, kMaxLoggedWordBytes).c_str());
+    return 0;
+}
+
 } // namespace
 
-Admission server_login(std::string_view first_line, const Caller &caller)
+Admission server_login(std::string_view first_line, const Caller &caller,
+                       const std::optional<std::string> &certificate_user)
 {
     if (disable_login && (caller.local || caller.trusted))
         return {kEverything};
@@ -34,6 +48,8 @@ Admission server_login(std::string_view first_line, const Caller &caller)
     const CommandLock lock;
     if (!n || !lock.held())
         return {};
+    if (*n == 0 && certificate_user)
+        return {rights_by_certificate(*certificate_user)};
     if (*n == 0 && !caller.trusted)
         return {0, true};
     SessionFacts session;

@@ -2,6 +2,8 @@
 
 #include "base/caller.h"
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace qvcd {
@@ -17,6 +19,9 @@ struct Admission {
 /// By the first line, "<client name> <session number> <number>", and where it comes from. When session
 /// checking is off, every line of a local or trusted caller gives 0xffff. Takes the command lock: do not hold
 /// it.
-Admission server_login(std::string_view first_line, const Caller &caller);
+///
+/// Session 0 of a client that showed a certificate stands for the user of this name, who needs no log-in.
+Admission server_login(std::string_view first_line, const Caller &caller,
+                       const std::optional<std::string> &certificate_user = std::nullopt);
 
 } // namespace qvcd

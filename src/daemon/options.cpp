@@ -63,10 +63,22 @@ std::string take_trust_tcp(const char *argument, Options &options)
                : "none, all, or loopback and ADDRESS/BITS, separated by commas, is wanted";
 }
 
+template <std::string TlsFiles::*Path>
+std::string take_tls_file(const char *argument, Options &options)
+{
+    options.tls.*Path = qv_host_file(argument).path;
+    return "";
+}
+
 constexpr LongOption kLongOptions[] = {
     {"hash-passwords", nullptr, "Keep hashes in place of passwords in the user file", take_hash_passwords},
     {"trust-tcp", "<sources>",
      "From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all", take_trust_tcp},
+    {"tls-cert", "<file>", "Speak TLS on the network socket, with this certificate",
+     take_tls_file<&TlsFiles::certificate>},
+    {"tls-key", "<file>", "Private key of the certificate", take_tls_file<&TlsFiles::key>},
+    {"tls-client-ca", "<file>", "Demand certificates of these authorities; their common name is the user",
+     take_tls_file<&TlsFiles::authorities>},
 };
 constexpr int kFirstLongOption = 256; // above all characters
 
@@ -222,6 +234,10 @@ std::optional<Options> parse_options(int argc, char **argv, int &status)
             options.reset();
         else if (optind < argc)
             refusal = "unexpected arguments:" + left_over(argc, argv);
+        else if (options->tls.certificate.empty() != options->tls.key.empty())
+            refusal = "--tls-cert and --tls-key belong together";
+        else if (!options->tls.authorities.empty() && options->tls.certificate.empty())
+            refusal = "--tls-client-ca needs --tls-cert";
         else if (!qv_ipc_paths_fit())
             refusal = "QV_SYSROOT is too long for the addresses of its sockets: " + qv_sysroot();
         else

@@ -2,6 +2,7 @@
 
 #include "auth/trust.h"
 #include "platform/sysroot.h"
+#include "platform/tls.h"
 
 #include <optional>
 #include <string>
@@ -29,6 +30,7 @@ struct Options {
     bool no_watchdog = false;
     int tcp_port = 0; ///< 0: no TCP server
     Trust trust;      ///< --trust-tcp
+    TlsFiles tls;     ///< of the TCP server; no certificate: it speaks in clear
 };
 
 /// Parses the command line with getopt_long(3); also sets what base/options.h holds. Nothing when the program

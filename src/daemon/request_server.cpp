@@ -69,7 +69,7 @@ class RequestHandler final : public LineHandler {
             reply_text(connection.out(), "!\n");
             return Next::close;
         }
-        const Admission admission = server_login(line, caller_);
+        const Admission admission = server_login(line, caller_, connection.peer().certificate_user);
         if (!admission.admitted())
             return close(connection, 1);
         mask_ = admission.mask;
@@ -98,7 +98,7 @@ void raise_descriptor_limit()
 
 } // namespace
 
-int socket_init(int port, Trust trust)
+int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls)
 {
     raise_descriptor_limit();
     trust.set_group(qv_socket_group());
@@ -110,7 +110,7 @@ int socket_init(int port, Trust trust)
     });
     the_server->listen(std::move(*local));
     if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
-        the_server->listen(std::move(tcp));
+        the_server->listen(std::move(tcp), std::move(tls));
     return the_server->start() ? 0 : -1;
 }
 

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "platform/socket.h"
+#include "platform/tls.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -22,6 +24,7 @@ struct Peer {
     pid_t pid = 0;                      ///< and process
     std::vector<gid_t> groups;          ///< its further groups; not looked up of root and of our own user
     std::string address;                ///< of one over TCP, numeric; an IPv4 address in IPv4 form
+    std::optional<std::string> certificate_user; ///< where clients show certificates: the common name in it
 };
 
 /// A connection as its handler sees it, on the thread that serves it.
@@ -98,7 +101,8 @@ class LineServer {
 
     /// Before start(). The Unix socket's name is removed when the server stops.
     void listen(UnixListener listener);
-    void listen(Fd tcp_socket);
+    /// With `tls` that is all that is spoken there; its handshake counts into ServerLimits::first_line.
+    void listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls = nullptr);
 
     /// Starts the threads. False, after reporting why, when the kernel gives none or no epoll descriptor.
     bool start();

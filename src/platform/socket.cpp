@@ -94,23 +94,10 @@ void set_send_timeout(int fd, std::chrono::milliseconds timeout)
 
 bool send_all(int fd, std::string_view bytes, std::chrono::milliseconds patience)
 {
-    while (!bytes.empty()) {
-        const ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (n >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(n));
-            continue;
-        }
-        if (errno == EINTR)
-            continue;
-        if (errno != EAGAIN)
-            return false;
-        const int events = poll_until(fd, POLLOUT, deadline_in(patience));
-        if (events == 0)
-            errno = ETIMEDOUT;
-        if (events <= 0)
-            return false;
-    }
-    return true;
+    const auto write = [fd](std::string_view rest) {
+        return ::send(fd, rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    };
+    return write_all(fd, bytes, patience, write, [] { return short{POLLOUT}; });
 }
 
 Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout)

@@ -2,6 +2,7 @@
 
 #include "platform/fd.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -33,6 +34,30 @@ void set_send_timeout(int fd, std::chrono::milliseconds timeout);
 /// Sends everything, never raising SIGPIPE. False with errno set when the other side is gone, or takes
 /// nothing for `patience` (ETIMEDOUT). The socket may be blocking or not.
 bool send_all(int fd, std::string_view bytes, std::chrono::milliseconds patience);
+
+/// The same with other ways to write and to wait: `write(bytes)` returns as send(2), `events()` the events of
+/// poll(2) for which its EAGAIN waits.
+template <class Write, class Events>
+bool write_all(int fd, std::string_view bytes, std::chrono::milliseconds patience, Write write, Events events)
+{
+    while (!bytes.empty()) {
+        const ssize_t n = write(bytes);
+        if (n >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(n));
+            continue;
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN)
+            return false;
+        const int came = poll_until(fd, events(), deadline_in(patience));
+        if (came == 0)
+            errno = ETIMEDOUT;
+        if (came <= 0)
+            return false;
+    }
+    return true;
+}
 
 /// Connects to a Unix stream socket; the send time-out of the new socket is `timeout`.
 Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout);
