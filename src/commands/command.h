@@ -29,6 +29,8 @@ struct CommandRecord {
     /// Index of the first argument (the sub-command counts as one) that the log does not show, and none
     /// behind it: where passwords and session numbers may stand.
     std::size_t secret_from = std::numeric_limits<std::size_t>::max();
+    /// The arguments are "name=value": what has no "=" may be a value.
+    bool assigns = false;
 };
 
 /// What becomes of a sub-command's result.

@@ -82,8 +82,7 @@ int restore_param_to_default(Request &request, const std::string &api, std::FILE
     raise_flags(request, api, SetMode::set);
     store_setting(api, *fallback);
     reply_value(out, api, *fallback);
-    qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(),
-                 meta_is_password(api) ? kHiddenPassword : fallback->c_str());
+    qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(), value_for_log(api, *fallback).c_str());
     return 0;
 }
 
@@ -125,6 +124,10 @@ const FactoryScope *find_scope(const std::string &word)
 
 int command_factory(Request &request, Args &argv, std::FILE *out)
 {
+    if ((request.mask & kLevel1Bits) == 0) {
+        reply_line(out, API_E_INVALID_PERMISSION);
+        return 1;
+    }
     const FactoryScope *scope = find_scope(argv.empty() ? "all" : argv.front());
     if (!scope) {
         reply_text(out, kFactoryUsage);
@@ -153,7 +156,7 @@ int command_reload(Request &request, Args &argv, std::FILE *out)
             reply_line(out, name);
         } else {
             reply_value(out, name, API_E_PARAM_NOT_FOUND);
-            qv_log_print(kLogInfo, "Reload %s=%s\n", name.c_str(), API_E_PARAM_NOT_FOUND);
+            qv_log_print(kLogInfo, "Reload %s=%s\n", name_for_log(name).c_str(), API_E_PARAM_NOT_FOUND);
         }
     }
     if (argv.empty())
@@ -208,6 +211,7 @@ const CommandRecord factoryResetRecord = {
     .handler = command_factory,
     .summary = "Perform a factory reset",
     .synopsis = "all, network, nonetwork",
+    .errors = "##Invalid permission#: only administrators may reset the appliance. The result is 1.",
     .notes = "This command will default all the settings",
 };
 
@@ -217,7 +221,8 @@ const CommandRecord reloadRecord = {
     .summary = "Re-read from the source of the API",
     .synopsis = "API or group to reload",
     .return_values = "Key/value of API(s) reloaded",
-    .notes = "Mostly used for debugging",
+    .notes =
+        "Mostly used for debugging. What the caller may not write is passed over, but for what nobody may.",
 };
 
 } // namespace qvcd

@@ -72,8 +72,7 @@ int command_insert(Request &request, Args &argv, std::FILE *out)
     if (!hdfDB.set(name, *value) || !metaDB.set(name + ".inserted", "1"))
         return 1;
     inserted.insert(name);
-    qv_log_print(kLogInfo, "Insert %s=%s\n", name.c_str(),
-                 meta_is_password(name) ? kHiddenPassword : value->c_str());
+    qv_log_print(kLogInfo, "Insert %s=%s\n", name.c_str(), value_for_log(name, *value).c_str());
     return 0;
 }
 
@@ -122,6 +121,7 @@ const CommandRecord insertRecord = {
     .errors =
         "<name>=##Invalid name#: the name is taken, stands at, above or below another API, or is too deep.\n"
         "<name>=##Invalid permission#: the caller may not write where the name would stand.",
+    .assigns = true,
 };
 
 const CommandRecord deleteRecord = {

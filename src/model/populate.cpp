@@ -1,6 +1,7 @@
 #include "model/populate.h"
 
 #include "base/save_lock.h"
+#include "base/text.h"
 #include "funcs/check_map.h"
 #include "funcs/file_writes.h"
 #include "funcs/generic_readers.h"
@@ -29,6 +30,7 @@ class Population {
   public:
     explicit Population(Request &request) : request_(request) {}
 
+    bool is_allowed(const std::string &api) const;
     void add(const std::string &api);
     void write_defaults();
 
@@ -51,8 +53,7 @@ class Population {
 void Population::store(const std::string &api, const std::string &value, const char *what)
 {
     hdfDB.set(api, value);
-    qv_log_print(kLogDebug, "populate %s%s=%s\n", what, api.c_str(),
-                 meta_is_password(api) ? kHiddenPassword : value.c_str());
+    qv_log_print(kLogDebug, "populate %s%s=%s\n", what, api.c_str(), value_for_log(api, value).c_str());
 }
 
 // What is not valid is replaced in its file too, and what is missing is added. What could not be read stays
@@ -65,6 +66,14 @@ void Population::use_default(const std::string &api, const std::string &fallback
                      std::strerror(error));
     else
         defaults_.push_back({api, fallback, when});
+}
+
+// Reading again takes the place of what was set and not saved: not for a caller who may not write it, but for
+// what nobody writes.
+bool Population::is_allowed(const std::string &api) const
+{
+    const unsigned writers = c_hex16(MetaApi(api).look("perm").value_or("")) & kWriteBits;
+    return writers == 0 || (writers & request_.mask) != 0;
 }
 
 void Population::add(const std::string &api)
@@ -139,7 +148,7 @@ int hdfdb_populate(Request &request, std::string_view name)
     // By name: a reader may let go of the command lock, and the tree may change meanwhile.
     Population population(request);
     for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, what_node)) {
-        if (metaDB.find(api))
+        if (metaDB.find(api) && population.is_allowed(api))
             population.add(api);
     }
     population.write_defaults();
