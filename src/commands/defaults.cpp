@@ -146,13 +146,22 @@ int command_factory(Request &request, Args &argv, std::FILE *out)
     return 0;
 }
 
+// What is read again takes the place of what others set and did not save: not for a caller who may not write
+// it. What nobody may write is nobody's change.
+bool may_reload(const Request &request, const std::string &api)
+{
+    const unsigned writers = meta_get_perm(api) & kWriteBits;
+    return writers == 0 || (writers & request.mask) != 0;
+}
+
 int command_reload(Request &request, Args &argv, std::FILE *out)
 {
+    const auto wanted = [&](const std::string &api) { return may_reload(request, api); };
     for (const std::string &argument : argv) {
         const std::string name = cut(argument, kMaxNameBytes);
         const Node node = name.empty() ? Node() : metaDB.find(name);
         if (node.first_child()) {
-            hdfdb_populate(request, name);
+            hdfdb_populate(request, name, wanted);
             reply_line(out, name);
         } else {
             reply_value(out, name, API_E_PARAM_NOT_FOUND);
@@ -160,7 +169,7 @@ int command_reload(Request &request, Args &argv, std::FILE *out)
         }
     }
     if (argv.empty())
-        hdfdb_populate(request);
+        hdfdb_populate(request, "", wanted);
     return 0;
 }
 

@@ -1,7 +1,6 @@
 #include "model/populate.h"
 
 #include "base/save_lock.h"
-#include "base/text.h"
 #include "funcs/check_map.h"
 #include "funcs/file_writes.h"
 #include "funcs/generic_readers.h"
@@ -30,7 +29,6 @@ class Population {
   public:
     explicit Population(Request &request) : request_(request) {}
 
-    bool is_allowed(const std::string &api) const;
     void add(const std::string &api);
     void write_defaults();
 
@@ -66,14 +64,6 @@ void Population::use_default(const std::string &api, const std::string &fallback
                      std::strerror(error));
     else
         defaults_.push_back({api, fallback, when});
-}
-
-// Reading again takes the place of what was set and not saved: not for a caller who may not write it, but for
-// what nobody writes.
-bool Population::is_allowed(const std::string &api) const
-{
-    const unsigned writers = c_hex16(MetaApi(api).look("perm").value_or("")) & kWriteBits;
-    return writers == 0 || (writers & request_.mask) != 0;
 }
 
 void Population::add(const std::string &api)
@@ -143,12 +133,13 @@ int hdfdb_load_meta_file(Request &request, const FileName &file)
     return dyngroup_expand_meta(request);
 }
 
-int hdfdb_populate(Request &request, std::string_view name)
+int hdfdb_populate(Request &request, std::string_view name,
+                   const std::function<bool(const std::string &api)> &wanted)
 {
     // By name: a reader may let go of the command lock, and the tree may change meanwhile.
     Population population(request);
     for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, what_node)) {
-        if (metaDB.find(api) && population.is_allowed(api))
+        if (metaDB.find(api) && (!wanted || wanted(api)))
             population.add(api);
     }
     population.write_defaults();
