@@ -1,5 +1,6 @@
 #include "commands/insert.h"
 
+#include "base/text.h"
 #include "base/value.h"
 #include "commands/targets.h"
 #include "platform/log.h"
@@ -35,14 +36,15 @@ bool is_new_name(std::string_view name)
 }
 
 // The rights that a name inherits decide who may make and delete it; where there are none, administrators do.
+// The group above stores nothing: it is to go with the last name in it.
 bool may_change(const Request &request, std::string_view name)
 {
     for (auto above = meta_get_parent(name); above; above = meta_get_parent(*above)) {
         const MetaApi group(*above);
         if (!group)
             continue;
-        if (group.look("perm"))
-            return (request.mask & MetaApi(*above).perm() & kWriteBits) != 0;
+        if (const auto perm = group.look("perm"))
+            return (request.mask & c_hex16(*perm) & kWriteBits) != 0;
         break; // looking up goes all the way
     }
     return (request.mask & kLevel1Bits) != 0;

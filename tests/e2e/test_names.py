@@ -109,6 +109,7 @@ def test_a_change_without_a_name_reverts_nothing(a, command):
     [
         (1, "Web.extra=a%20b", None),
         (2, "Web.extra=1", None),
+        (2, "Web.new.group.x=1", None),
         (3, "Web.extra=1", PERMISSION),  # the group may only read
         (1, "Maker.extra=1", PERMISSION),
         (1, "Bare.extra=1", None),  # no perm is inherited: administrators only
