@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace qvcd {
 
@@ -19,11 +20,11 @@ constexpr unsigned kEverything = 0xffff;
 
 std::optional<int> session_number(const std::string &line)
 {
-    int n = 0;
+    long long n = 0; // a number that does not fit must not become that of a session
     int unused = 0;
-    if (std::sscanf(line.c_str(), "%*s %d %d", &n, &unused) != 2)
+    if (std::sscanf(line.c_str(), "%*s %lld %d", &n, &unused) != 2 || !std::in_range<int>(n))
         return std::nullopt;
-    return n;
+    return static_cast<int>(n);
 }
 
 // The users may have changed since the certificate was made.

@@ -112,14 +112,19 @@ int credentials_session_number(const LoginName &login, std::string_view password
     return session_get_hdf(n) ? new_session_number() : n;
 }
 
-void write_list()
+std::vector<int> session_numbers()
 {
     std::vector<int> numbers;
-    for (const Node session : sessionDB.find("Session")) {
-        const int n = c_int(session.name());
-        if (n != 0 || lists_root)
-            numbers.push_back(n);
-    }
+    for (const Node session : sessionDB.find("Session"))
+        numbers.push_back(c_int(session.name()));
+    return numbers;
+}
+
+void write_list()
+{
+    std::vector<int> numbers = session_numbers();
+    if (!lists_root)
+        std::erase(numbers, 0);
     session_write_list(numbers);
 }
 
@@ -140,12 +145,17 @@ std::string lower_hex(unsigned number)
     return text.data();
 }
 
+void write_rights(const std::string &session, const std::string &user)
+{
+    sessionDB.set(session + ".perm", lower_hex(user_get_perm(user)));
+    sessionDB.set(session + ".group", user_get_group(user).value_or(""));
+}
+
 void write_session(int n, const std::string &user, const std::string &address, const std::string &server)
 {
     const std::string name = session_name(n);
     sessionDB.set(name + ".user", user);
-    sessionDB.set(name + ".perm", lower_hex(user_get_perm(user)));
-    sessionDB.set(name + ".group", user_get_group(user).value_or(""));
+    write_rights(name, user);
     sessionDB.set(name + ".login", local_time_text());
     sessionDB.set(name + ".ip", address);
     sessionDB.set(name + ".server", server);
@@ -244,6 +254,30 @@ Node session_get_hdf(int n)
     return sessionDB.find(session_name(n));
 }
 
+Node session_seen_by(unsigned rights, int n)
+{
+    const Node session = session_get_hdf(n);
+    return n == 0 || is_within(rights, c_hex16(session.get_or("perm", ""))) ? session : Node();
+}
+
+void session_follow_users()
+{
+    bool ended = false;
+    for (const int n : session_numbers()) {
+        const std::string user = session_get_user(n).value_or("");
+        if (n == 0)
+            continue;
+        if (user_get_perm(user) == 0) {
+            sessionDB.remove(session_name(n));
+            ended = true;
+        } else {
+            write_rights(session_name(n), user);
+        }
+    }
+    if (ended)
+        write_list();
+}
+
 std::optional<std::string> session_get_user(int n)
 {
     SessionFacts facts;
@@ -254,10 +288,9 @@ std::optional<std::string> session_get_user(int n)
 int session_list(unsigned rights, std::FILE *out)
 {
     Tree shown = Tree::make();
-    for (const Node session : sessionDB.find("Session")) {
-        const std::string number(session.name());
-        if (number == "0" || is_within(rights, c_hex16(session.get_or("perm", ""))))
-            shown.root().merge("Session." + number, session);
+    for (const int n : session_numbers()) {
+        if (const Node session = session_seen_by(rights, n))
+            shown.root().merge(session_name(n), session);
     }
     reply_text(out, hdf_text(shown.root()));
     return 0;

@@ -71,10 +71,17 @@ int session_get(int n, SessionFacts &facts);
 /// The session's node; none for an unknown number.
 Node session_get_hdf(int n);
 
+/// The same, for a caller with these rights: none either for a session that may do more, whose number would
+/// lend it to him. Session 0 is seen by all.
+Node session_seen_by(unsigned rights, int n);
+
+/// Gives each session the rights and the group that its user has now, and ends those of users who have none.
+/// For whoever changed users.
+void session_follow_users();
+
 std::optional<std::string> session_get_user(int n);
 
-/// Writes the sessions in the nested text form, but for those that may do more than `rights`: their numbers
-/// would lend it to the caller. Session 0 is always there. Returns 0.
+/// Writes those that session_seen_by() gives, in the nested text form. Returns 0.
 int session_list(unsigned rights, std::FILE *out);
 
 } // namespace qvcd

@@ -31,6 +31,8 @@ struct CommandRecord {
     std::size_t secret_from = std::numeric_limits<std::size_t>::max();
     /// Whoever can connect may run it; all others are refused to strangers by the dispatcher.
     bool open_to_strangers = false;
+    /// The arguments are "name=value": what has no "=" may be a value.
+    bool assigns = false;
 };
 
 /// What becomes of a sub-command's result.

@@ -48,8 +48,10 @@ const CommandRecord logoutRecord = {
     .handler = command_logout,
     .summary = "Perform a logout",
     .synopsis = "logout <session number>",
-    .errors = "##Invalid command arguments#: No session number\n"
-              "##Session <number> not valid#: there is no such session, or it is the local session 0.",
+    .errors =
+        "##Invalid command arguments#: No session number\n"
+        "##Session <number> not valid#: there is no such session, it may do more than the caller, or it is "
+        "the local session 0.",
     .description = "Ends a session. Its number opens no further connection; those that are open go on.",
     .secret_from = 0,
 };
@@ -71,7 +73,7 @@ const CommandRecord getSessionRecord = {
     .summary = "Return info about a particular session",
     .synopsis = "get_session <session number>",
     .errors = "##Need to specify a session number#\n"
-              "##Session <number> does not exist#",
+              "##Session <number> does not exist#: or it may do more than the caller.",
     .description =
         "Prints the session's number, user, permission mask, group, login time, address and server. When "
         "the daemon does not check sessions, it prints session=1 for every number.",
@@ -155,7 +157,7 @@ int command_logout(Request &request, Args &argv, std::FILE *out)
         return 1;
     const int n = c_int(argv[0]);
     const std::string user = session_get_user(n).value_or("");
-    if (n == 0 || session_logout(n) != 0) {
+    if (n == 0 || !session_seen_by(request.mask, n) || session_logout(n) != 0) {
         reply_printf(out, "##Session %d not valid#\n", n);
         return 1;
     }
@@ -172,7 +174,7 @@ int command_sessions(Request &request, Args &, std::FILE *out)
 
 } // namespace
 
-int command_get_session(Request &, Args &argv, std::FILE *out)
+int command_get_session(Request &request, Args &argv, std::FILE *out)
 {
     if (disable_login) {
         reply_line(out, "session=1");
@@ -181,7 +183,7 @@ int command_get_session(Request &, Args &argv, std::FILE *out)
     if (argv.empty())
         return refuse("##Need to specify a session number#", out);
     const int n = c_int(argv[0]);
-    const Node session = session_get_hdf(n);
+    const Node session = session_seen_by(request.mask, n);
     if (!session) {
         reply_printf(out, "##Session %i does not exist#\n", n);
         return 1;

@@ -1,5 +1,6 @@
 #include "commands/user.h"
 
+#include "auth/session.h"
 #include "auth/user.h"
 #include "base/reply.h"
 #include "platform/api_errors.h"
@@ -58,7 +59,8 @@ const CommandRecord userRecord = {
         "##Can not write user file#: nothing has changed, and the log says why.\n"
         "The result is 0 even then: look for the hash marks.",
     .description =
-        "Users, their groups and passwords. A user may do what the group's permission mask allows. "
+        "Users, their groups and passwords. A user may do what the group's permission mask allows, in "
+        "sessions that he has already too; those of a removed user end. "
         "Every change is written to the user file at once. A new user can not log in before a password "
         "is set. Passwords are URL-escaped; lists show seven asterisks for those of users who may do more "
         "than the caller. The user admin can not be removed. An import is taken as a whole or not at all.",
@@ -231,7 +233,9 @@ int user_default(Request &request, Args &argv, std::FILE *out)
 int command_user(Request &request, Args &argv, std::FILE *out)
 {
     user_reread_db_file();
-    return run_subcommand(userRecord, request, argv, out, SubResult::zero);
+    run_subcommand(userRecord, request, argv, out, SubResult::zero);
+    session_follow_users();
+    return 0;
 }
 
 } // namespace qvcd
