@@ -34,6 +34,8 @@ Usage: {QVCD} [OPTIONS] arguments
 \t--tls-key <file>: Private key of the certificate
 \t--tls-client-ca <file>: Demand certificates of these authorities; their common name is the user
 \t-h        : This help menu
+\t--hash-passwords: Keep hashes in place of passwords in the user file
+\t--trust-tcp=<sources>: From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all
 """
 
 
@@ -262,7 +264,7 @@ def test_order_of_start_and_stop(appliance):
 def test_stop_leaves_nothing_but_the_files(appliance):
     a = appliance(model("A")).start(tcp=True)
     modes = {p.name: p.stat().st_mode & 0o777 for p in a.path("/var/run/qv").iterdir()}
-    assert modes == {"qvcd.sock": 0o660, "notify.sock": 0o660, "qvcd.lock": 0o600}
+    assert modes == {"qvcd.sock": 0o666, "notify.sock": 0o660, "qvcd.lock": 0o600}
     assert a.path("/var/run/qv").stat().st_mode & 0o777 == 0o755
     a.login("admin", "kelpo")
     a.connect(greeting="me 0 0\nget A.a\n").read_lines(1)  # an open connection does not hold up the end

@@ -3,7 +3,8 @@
 qvcd_unit_test(NAME store_profiles SOURCES store_profile_files_test.cpp LIBRARIES qvcd_store)
 qvcd_unit_test(NAME funcs_check SOURCES funcs_check_test.cpp LIBRARIES qvcd_funcs)
 qvcd_unit_test(NAME funcs_introspect SOURCES funcs_introspect_test.cpp LIBRARIES qvcd_funcs)
-qvcd_unit_test(NAME auth SOURCES auth_session_test.cpp auth_user_test.cpp LIBRARIES qvcd_auth)
+qvcd_unit_test(NAME auth SOURCES auth_access_test.cpp auth_hash_test.cpp auth_session_test.cpp auth_user_test.cpp
+  LIBRARIES qvcd_auth)
 qvcd_unit_test(NAME commands_auth SOURCES auth_commands_test.cpp LIBRARIES qvcd_commands)
 qvcd_unit_test(NAME client
   SOURCES client_escape_test.cpp client_options_test.cpp client_reply_test.cpp
