@@ -415,7 +415,7 @@ def test_files_that_cannot_be_used_end_the_start(certificates):
         (["--tls-cert", c.folder, "--tls-key", c("server.key")], f"certificate in {c.folder}: "),
         (["--tls-cert", cut, "--tls-key", c("server.key")], f"certificate in {cut}: "),
         (["--tls-cert", c("server.pem"), "--tls-key", c("admin.key")], "admin.key: key values mismatch"),
-        (["--tls-cert", c("server.pem"), "--tls-key", c("locked.key")], "key in "),
+        (["--tls-cert", c("server.pem"), "--tls-key", c("locked.key")], "locked.key: it is encrypted"),
         ([*c.of_server(), "--tls-client-ca", c("server.key")], "authorities in "),
         (["--tls-cert", c("server.pem")], "--tls-cert and --tls-key belong together"),
         (["--tls-client-ca", c("ca.pem")], "--tls-client-ca needs --tls-cert"),
