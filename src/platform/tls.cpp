@@ -13,8 +13,9 @@ namespace {
 constexpr unsigned char kSessionContext[] = "qvcd"; // sessions are taken up again by this service only
 
 // Nobody sits in front of a daemon, and a script must not hang in front of a question.
-int no_passphrase(char *, int, int, void *)
+int note_passphrase(char *, int, int, void *wanted)
 {
+    *static_cast<bool *>(wanted) = true;
     return -1;
 }
 
@@ -25,11 +26,19 @@ int no_passphrase(char *, int, int, void *)
 
 void take_own_certificate(SSL_CTX *context, const TlsFiles &files)
 {
+    bool is_encrypted = false;
+    SSL_CTX_set_default_passwd_cb(context, note_passphrase);
+    SSL_CTX_set_default_passwd_cb_userdata(context, &is_encrypted);
     if (SSL_CTX_use_certificate_chain_file(context, files.certificate.c_str()) != 1)
         throw_error("certificate", files.certificate);
-    if (SSL_CTX_use_PrivateKey_file(context, files.key.c_str(), SSL_FILETYPE_PEM) != 1 ||
-        SSL_CTX_check_private_key(context) != 1)
+    const bool taken = SSL_CTX_use_PrivateKey_file(context, files.key.c_str(), SSL_FILETYPE_PEM) == 1 &&
+                       SSL_CTX_check_private_key(context) == 1;
+    if (is_encrypted)
+        throw TlsError("cannot use the key in " + files.key + ": it is encrypted");
+    if (!taken)
         throw_error("key", files.key);
+    SSL_CTX_set_default_passwd_cb(context, nullptr);
+    SSL_CTX_set_default_passwd_cb_userdata(context, nullptr);
 }
 
 void take_authorities(SSL_CTX *context, const std::string &file)
@@ -74,7 +83,6 @@ TlsContext::TlsContext(const TlsFiles &files, bool is_server)
     // Clients keep their sessions in tickets; a list of them here would only grow.
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_session_id_context(context, kSessionContext, sizeof kSessionContext - 1);
-    SSL_CTX_set_default_passwd_cb(context, no_passphrase);
     if (!files.certificate.empty())
         take_own_certificate(context, files);
     if (!files.authorities.empty())

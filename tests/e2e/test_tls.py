@@ -172,7 +172,8 @@ def test_qvc(box):
 def test_qvc_on_a_terminal(box):
     keyboard, terminal = pty.openpty()
     command = [QVC, "-H", f"localhost:{box.tcp.port}", "--tls", "--ca", box.ca]
-    with subprocess.Popen(command, stdin=terminal, stdout=subprocess.PIPE, env={**box.environment(), "TERM": "dumb"}) as p:
+    env = box.environment(TERM="dumb", ASAN_OPTIONS="detect_leaks=0")  # libedit keeps its last line
+    with subprocess.Popen(command, stdin=terminal, stdout=subprocess.PIPE, env=env) as p:
         os.write(keyboard, b"get A.b\nget A.b\nquit\n")
         assert p.stdout.read().count(b"A.b=1\n") == 2
         assert p.wait(PATIENCE) == 0
@@ -414,7 +415,7 @@ def test_files_that_cannot_be_used_end_the_start(certificates):
         (["--tls-cert", c.folder, "--tls-key", c("server.key")], f"certificate in {c.folder}: "),
         (["--tls-cert", cut, "--tls-key", c("server.key")], f"certificate in {cut}: "),
         (["--tls-cert", c("server.pem"), "--tls-key", c("admin.key")], "admin.key: key values mismatch"),
-        (["--tls-cert", c("server.pem"), "--tls-key", c("locked.key")], "key in "),
+        (["--tls-cert", c("server.pem"), "--tls-key", c("locked.key")], "locked.key: it is encrypted"),
         ([*c.of_server(), "--tls-client-ca", c("server.key")], "authorities in "),
         (["--tls-cert", c("server.pem")], "--tls-cert and --tls-key belong together"),
         (["--tls-client-ca", c("ca.pem")], "--tls-client-ca needs --tls-cert"),
