@@ -251,7 +251,7 @@ TEST_F(Lines, TheLoopRestsWhenThereIsNothingToDo)
         std::this_thread::sleep_for(100ms);
         const auto before = cpu_time_used();
         std::this_thread::sleep_for(400ms);
-        EXPECT_LT(cpu_time_used() - before, 200ms) << what;
+        EXPECT_LT(cpu_time_used() - before, 40ms) << what;
     };
     TestClient longest = local();
     ASSERT_TRUE(longest.say(std::string(kMaxLineBytes, 'x')));
@@ -294,9 +294,9 @@ TEST_F(Lines, TimeIsLimited)
     EXPECT_EQ(pausing.line(), "<x\n");
     EXPECT_EQ(pausing.all(), "idle\n");
     TestClient busy = local();
-    ASSERT_TRUE(busy.say(times(100, "nap\n"))); // its time does not run while the server works for it
+    ASSERT_TRUE(busy.say(times(150, "nap\n"))); // its time does not run while the server works for it
     busy.end_input();
-    EXPECT_EQ(busy.all(), times(100, "<nap\n") + "input\n");
+    EXPECT_EQ(busy.all(), times(150, "<nap\n") + "input\n");
     TestClient waiting = local();
     ASSERT_TRUE(waiting.say("wait at the end\n"));
     EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
