@@ -143,7 +143,9 @@ std::string shown_value(std::string_view api, std::string_view value)
 
 std::string value_for_log(std::string_view api, std::string_view value)
 {
-    return std::string(name_kind(api) == NameKind::api && !meta_is_password(api) ? value : kHiddenPassword);
+    const MetaApi meta(api);
+    const bool known = name_kind(api) == NameKind::api || meta.own("attr"); // it may have no value yet
+    return std::string(known && !meta.is_secret() ? value : kHiddenPassword);
 }
 
 std::string name_for_log(std::string_view name)

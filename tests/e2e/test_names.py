@@ -53,6 +53,7 @@ List.perm = 7777
 List.read = no_rfunc
 List.file = none
 List.add = profile_addfunc
+List.remove = profile_removefunc
 List.names.attr = n
 Unread.perm = 2222
 Unread.x.attr = x
@@ -161,6 +162,13 @@ def test_delete_takes_only_what_was_inserted(a, argument):
         a.command(f"{query} {argument}")
     before = everything(a)
     assert a.command(f"delete {argument}") == Reply([], 1)
+    assert everything(a) == before
+
+
+@pytest.mark.parametrize("command", ["add List.names.attr=x", "remove List.names.attr=x", "add Nowhere=x"])
+def test_an_attribute_is_no_list(a, command):
+    before = everything(a)
+    assert a.command(command) == Reply([], 0)
     assert everything(a) == before
 
 
