@@ -861,7 +861,7 @@ bool LineServer::Loop::stop(Milliseconds patience)
     places_.notify_all();
     const bool ended = followers_.wait_for(lock, patience, [this] { return threads_ == 0; });
     if (!ended) {
-        qv_log_print(kLogWarning, "%zu server threads did not end in time\n", threads_);
+        qv_log_print(kLogWarning, "server threads did not end in time: %zu\n", threads_);
         return false;
     }
     connections_.clear();
