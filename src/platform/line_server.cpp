@@ -308,7 +308,7 @@ void LineServer::Loop::give_lead()
 void LineServer::Loop::lead(Worker &worker)
 {
     for (;;) {
-        for (; next_event_ < event_count_ && worker.leads_;) {
+        while (worker.leads_ && next_event_ < event_count_) {
             const epoll_event event = events_[static_cast<std::size_t>(next_event_++)];
             if (event.data.ptr == nullptr) {
                 eventfd_t count = 0;
@@ -323,15 +323,16 @@ void LineServer::Loop::lead(Worker &worker)
                 readable(worker, connection);
             }
         }
-        for (std::size_t turns = ready_.size(); turns > 0 && worker.leads_; --turns) {
+        for (std::size_t turns = worker.leads_ ? ready_.size() : 0; turns > 0 && worker.leads_; --turns) {
             Connection &connection = *ready_.front();
             ready_.pop_front();
             connection.ready = false;
             serve(worker, connection);
         }
-        if (!worker.leads_)
+        if (worker.leads_)
+            end_late_ones(worker);
+        if (!worker.leads_) // what is the leader's is another thread's now
             return;
-        end_late_ones(worker);
         {
             const std::lock_guard lock(mutex_);
             if (stopping_)
