@@ -7,9 +7,9 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -46,13 +46,42 @@ std::string link_target(const std::string &path)
     return target.front() == '/' ? target : folder_of(path) + "/" + target;
 }
 
-// True while the process lives that made a new file of this name, which ends in its number and one of ours.
-bool is_in_use(std::string_view name)
+// The numbers of this process's own files.
+struct Numbers {
+    std::uint32_t first = 0;
+    std::atomic<std::uint32_t> next;
+    Numbers()
+    {
+        if (getrandom(&first, sizeof first, 0) != sizeof first)
+            first = 0;
+        next = first;
+    }
+};
+
+Numbers &numbers()
 {
-    name.remove_prefix(std::min(name.size(), kNewName.size() + 1));
-    pid_t pid = 0;
-    std::from_chars(name.data(), name.data() + name.size(), pid);
-    return pid > 0 && pid != getpid() && (kill(pid, 0) == 0 || errno == EPERM);
+    static Numbers numbers;
+    return numbers;
+}
+
+std::string next_name()
+{
+    std::array<char, 64> name{};
+    std::snprintf(name.data(), name.size(), "%s-%d-%08x", kNewName.data(), static_cast<int>(getpid()),
+                  numbers().next++);
+    return name.data();
+}
+
+// True while somebody may be writing the new file of this name.
+bool is_in_use(const char *name)
+{
+    int pid = 0;
+    std::uint32_t number = 0;
+    if (std::sscanf(name + kNewName.size(), "-%d-%8x", &pid, &number) != 2 || pid <= 0)
+        return false;
+    if (pid == getpid())
+        return number - numbers().first < numbers().next - numbers().first;
+    return kill(pid, 0) == 0 || errno == EPERM;
 }
 
 void sweep(int at, const std::string &folder)
@@ -71,28 +100,17 @@ void sweep(int at, const std::string &folder)
     }
 }
 
+// Folders that are open have no name to remember.
 void sweep_once(int at, const std::string &folder)
 {
     static std::mutex *const mutex = new std::mutex; // threads may be left behind at the exit
-    static auto *const swept = new std::set<std::pair<dev_t, ino_t>>;
-    struct stat st {};
-    if (fstatat(at, folder.c_str(), &st, AT_EMPTY_PATH) != 0)
-        return;
-    const std::lock_guard lock(*mutex);
-    if (swept->emplace(st.st_dev, st.st_ino).second)
-        sweep(at, folder);
-}
-
-std::string next_name()
-{
-    static std::atomic<unsigned> number = [] {
-        unsigned first = 0;
-        return getrandom(&first, sizeof first, 0) == sizeof first ? first : 0;
-    }();
-    std::array<char, 64> name{};
-    std::snprintf(name.data(), name.size(), "%s-%d-%08x", kNewName.data(), static_cast<int>(getpid()),
-                  number++);
-    return name.data();
+    static auto *const swept = new std::set<std::string>;
+    {
+        const std::lock_guard lock(*mutex);
+        if (!folder.empty() && !swept->insert(folder).second)
+            return;
+    }
+    sweep(at, folder);
 }
 
 // A shortage may be over when somebody tries again; what else keeps a sibling from being made or renamed lies

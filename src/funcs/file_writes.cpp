@@ -6,6 +6,7 @@
 #include "funcs/func_map.h"
 #include "platform/sysroot.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -24,6 +25,14 @@ std::optional<unsigned> mode_of(const std::string &path)
 {
     struct stat st {};
     return stat(path.c_str(), &st) == 0 ? std::optional(st.st_mode & 0777U) : std::nullopt;
+}
+
+using ValuesByWriter = std::vector<std::pair<const TextWriter *, Values>>;
+
+Values &values_of(ValuesByWriter &all, const TextWriter &writer)
+{
+    const auto known = std::ranges::find(all, &writer, &ValuesByWriter::value_type::first);
+    return known != all.end() ? known->second : all.emplace_back(&writer, Values{}).second;
 }
 
 bool is_missing(int error)
@@ -140,7 +149,7 @@ void FileWrites::add_text(const Target &target)
     if (old.error && !old.missing())
         return fail(target.file, target.entries, old.error, "reading: ");
     std::vector<Entry *> entries;
-    std::map<const TextWriter *, Values> by_writer;
+    ValuesByWriter by_writer;
     std::set<std::string_view> given;
     bool secret = false;
     for (Entry *entry : target.entries) {
@@ -153,7 +162,7 @@ void FileWrites::add_text(const Target &target)
         }
         entry->result = Result::written;
         entries.push_back(entry);
-        by_writer[&writer].given.push_back(entry->pair);
+        values_of(by_writer, writer).given.push_back(entry->pair);
         secret |= entry->secret;
     }
     if (entries.empty())
