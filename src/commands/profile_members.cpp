@@ -20,7 +20,6 @@ constexpr std::size_t kMaxPrefixes = 15; // of the settings that a profile holds
 
 constexpr char error_invalid_name[] = "##Invalid arguments#";
 constexpr char error_profile_not_found[] = "##Profile not found#";
-constexpr char error_saving[] = "##Save failed#";
 
 // The APIs of a group that say which profile is selected.
 struct Selection {
@@ -170,7 +169,7 @@ int profile_addfunc(Request &request, std::string_view, std::string_view api, st
     }
     qv_log_print(kLogError, "Error executing profile command\n");
     put_back(value.name, before);
-    return refuse(selection.name, error_saving, out);
+    return refuse(selection.name, kSaveFailed, out);
 }
 
 int profile_removefunc(Request &request, std::string_view, std::string_view api, std::string_view profile,
@@ -184,19 +183,18 @@ int profile_removefunc(Request &request, std::string_view, std::string_view api,
         reply_line(out, error_profile_not_found);
         return 0;
     }
+    const bool was_there = profile_exists(name) == 0;
     const bool was_selected = before.name == name;
     if (was_selected && select(request, selection, {}) != 0)
-        return refuse(selection.name, error_saving, out);
+        return refuse(selection.name, kSaveFailed, out);
     Request internal = request.as(kInternalMask);
     Args remove = {"remove", name};
     if (command_profile(internal, remove, out) == 0)
         return 0;
     qv_log_print(kLogError, "Error executing profile command\n");
-    if (profile_exists(name) != 0)
-        return 0; // there was none
-    if (was_selected)
+    if (was_selected && profile_exists(name) == 0)
         select(request, selection, before);
-    return 1;
+    return was_there ? 1 : 0;
 }
 
 std::optional<std::string> profile_rfunc(Request &request, const char *file, const char *attr)

@@ -3,6 +3,7 @@
 #include "base/notify.h"
 #include "base/reply.h"
 #include "base/value.h"
+#include "commands/save.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
 #include "funcs/write_map.h"
@@ -13,12 +14,10 @@ namespace qvcd {
 
 namespace {
 
-constexpr char kNotWritten[] = "##Save failed#"; // a live value did not reach the system
-
-// An argument without "=" may be a value that lost its name: only what looks like a name is logged.
+// What is no name may be a value that lost its own.
 int refuse_and_log(const std::string &api, const char *error, std::FILE *out)
 {
-    qv_log_print(kLogInfo, "Set %s=%s\n", is_tree_name(api) ? api.c_str() : kHiddenPassword, error);
+    qv_log_print(kLogInfo, "Set %s=%s\n", name_for_log(api).c_str(), error);
     return refuse(api, error, out);
 }
 
@@ -27,6 +26,11 @@ std::optional<std::string> followed_by(const std::string &api)
 {
     auto link = meta_get_this_level(api, "link");
     return link && name_kind(*link) == NameKind::api ? link : std::nullopt;
+}
+
+bool can_be_written(const std::string &api)
+{
+    return write_row(meta_get(api, "write").value_or("")).kind != WriteKind::none;
 }
 
 int set_argument(Request &request, const std::string &argument, std::FILE *out, SetMode mode)
@@ -79,15 +83,15 @@ int set_param(Request &request, const std::string &api, const std::string &value
         return 0;
     if (const auto error = cfuncmap_check(api, value))
         return refuse(api, *error, out);
+    const bool secret = meta_is_password(api);
     if (!dynamic)
         raise_flags(request, api, mode);
-    else if (meta_get(api, "write") && wfuncmap_write(api, value) != 0)
-        return refuse(api, kNotWritten, out);
+    else if (can_be_written(api) && wfuncmap_write(api, value) != 0)
+        return refuse(api, kSaveFailed, out);
     if (name_kind(api) == NameKind::api) // it may have been deleted while the write waited
         store_setting(api, value);
-    const bool secret = meta_is_password(api);
     reply_value(out, api, value);
-    qv_log_print(kLogNotice, "Set %s=%s\n", api.c_str(), secret ? kHiddenPassword : value.c_str());
+    qv_log_print(kLogNotice, "Set %s=%s\n", api.c_str(), value_for_log(api, value).c_str());
     notify_publish_on("set", api, value, secret ? Secret::yes : Secret::no);
     return 0;
 }
@@ -118,6 +122,7 @@ const CommandRecord setRecord = {
     .summary = "Set an API",
     .synopsis = kSetSynopsis,
     .notes = "More to come",
+    .assigns = true,
 };
 
 const CommandRecord setsRecord = {
@@ -126,6 +131,7 @@ const CommandRecord setsRecord = {
     .summary = "Set an API and mark as modified",
     .synopsis = kSetSynopsis,
     .notes = kInternalNote,
+    .assigns = true,
 };
 
 const CommandRecord setaRecord = {
@@ -134,6 +140,7 @@ const CommandRecord setaRecord = {
     .summary = "Set an API and mark as applied",
     .synopsis = kSetSynopsis,
     .notes = kInternalNote,
+    .assigns = true,
 };
 
 // Runs the handler of "seta", whatever the summary says: scripts in the field count on the flag.
@@ -143,6 +150,7 @@ const CommandRecord setnRecord = {
     .summary = "Set an API and don't mark any modified or applied flags",
     .synopsis = kSetSynopsis,
     .notes = kInternalNote,
+    .assigns = true,
 };
 
 } // namespace qvcd

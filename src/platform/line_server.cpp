@@ -1,5 +1,6 @@
 #include "platform/line_server.h"
 
+#include "platform/channel.h"
 #include "platform/line_buffers.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -17,12 +18,15 @@
 #include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <optional>
+#include <set>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -34,14 +38,16 @@ using namespace std::chrono_literals;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
-constexpr std::size_t kSliceLines = 64; // of one connection, then the others have their turn
+constexpr auto kSliceTime = 250us; // for lines of one connection, then the others have their turn
+constexpr auto kTurnsTime = 2ms;   // for those with lines that wait, and for those that come
 constexpr std::size_t kSliceReplyBytes = std::size_t{256} << 10;
 constexpr int kMaxEvents = 64;
-constexpr int kMaxAccepts = 64; // of one listener, then the connections have their turn
 constexpr std::size_t kDrainBytes = std::size_t{4} << 20;
 constexpr Milliseconds kDrainPatience = 1s;  // for a client that still talks when its answer is complete
 constexpr Milliseconds kAcceptPause = 200ms; // after an error that only time can cure
+constexpr Milliseconds kLogPause = 60s;      // between log lines about such errors
 constexpr std::size_t kIdleThreads = 2;      // more of them end
+constexpr std::size_t kLoggedSources = 256;  // whose failed handshakes are not logged again
 
 // The kernel keeps it at hand: no system call, exact to a tick.
 Milliseconds now()
@@ -50,6 +56,29 @@ Milliseconds now()
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
     return std::chrono::duration_cast<Milliseconds>(std::chrono::seconds(time.tv_sec) +
                                                     std::chrono::nanoseconds(time.tv_nsec));
+}
+
+// As the kernel knew them at the connect: no look-up of the user that could wait for a directory service.
+std::vector<gid_t> groups_of_peer(int socket)
+{
+    std::vector<gid_t> groups(32);
+    for (;;) {
+        auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        const int result = ::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
+        const std::size_t count = size / sizeof(gid_t);
+        if (result == 0 || errno != ERANGE || count <= groups.size()) {
+            groups.resize(result == 0 ? count : 0);
+            return groups;
+        }
+        groups.resize(count);
+    }
+}
+
+// Those of poll(2) are the same bits.
+std::uint32_t epoll_events(short poll_events)
+{
+    static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT);
+    return static_cast<std::uint32_t>(poll_events);
 }
 
 Peer local_peer(int socket)
@@ -62,6 +91,8 @@ Peer local_peer(int socket)
         peer.uid = credentials.uid;
         peer.gid = credentials.gid;
         peer.pid = credentials.pid;
+        if (peer.uid != 0 && peer.uid != ::geteuid())
+            peer.groups = groups_of_peer(socket);
     }
     return peer;
 }
@@ -98,7 +129,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     {
     }
 
-    void add(UnixListener listener, bool local);
+    void add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls = nullptr);
     bool start();
     bool stop(Milliseconds patience);
 
@@ -115,18 +146,20 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     struct Listener {
         UnixListener socket;
         bool local;
+        std::shared_ptr<const TlsContext> tls; // none: in clear
     };
 
     struct Connection {
-        Fd socket;
+        Channel channel;
         Peer peer;
-        std::unique_ptr<LineHandler> handler;
+        std::unique_ptr<LineHandler> handler; // none before the handshake
         LineInput input;
         std::string output; // what the client did not take yet
         std::size_t sent = 0;
         std::size_t drained = 0;
         std::uint32_t events = 0; // what epoll watches; 0: the connection is not registered
         bool input_ended = false;
+        bool all_read = false; // the socket was empty a moment ago
         bool closing = false;  // the conversation is over, `output` is still to be sent
         bool ready = false;    // in ready_
         bool answered = false; // a line was handled since the connection began to wait
@@ -142,13 +175,20 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     void wake();
 
     void accept_all(Worker &worker, Listener &listener);
+    void pause_accepting(int error);
+    void accept_again();
+    void watch_listeners(std::uint32_t events);
     bool admit(const Peer &peer);
-    void make_room();
+    bool make_room();
+    bool greet(Connection &connection);
+    void log_failed_handshake(const Connection &connection);
     void readable(Worker &worker, Connection &connection);
     void writable(Worker &worker, Connection &connection);
-    void serve(Worker &worker, Connection &connection);
+    void serve_waiting(Worker &worker);
+    void serve(Worker &worker, Connection &connection, std::optional<LineHandler::End> end = std::nullopt);
     void converse(Worker &worker, Connection &connection);
     void conclude(Worker &worker, Connection &connection, LineHandler::End why);
+    bool send_some(ReplyStream &replies, Connection &connection);
     bool send_replies(Worker &worker, Connection &connection);
     void settle(Connection &connection);
     void drain(Connection &connection);
@@ -158,6 +198,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     void take_returned(Worker &worker);
     void end_late_ones(Worker &worker);
     int milliseconds_to_wait() const;
+    static std::size_t line_limit(const Connection &connection);
 
     const MakeHandler make_handler_;
     const ServerLimits limits_;
@@ -184,20 +225,26 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     std::array<epoll_event, kMaxEvents> events_{};
     int event_count_ = 0;
     int next_event_ = 0;
-    bool in_trouble_ = false; // an accept error was logged
+    std::vector<char> buffer_ = std::vector<char>(kReadBytes);
+    Milliseconds log_again_{0}; // about accept errors
     bool crowd_logged_ = false;
-    Milliseconds accept_again_{0};
+    std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
+    Milliseconds accept_again_{0};                         // 0: listeners are watched
 };
 
 // A thread of the loop, and the connection that it serves.
 class LineServer::Loop::Worker final : public LineConnection {
   public:
-    explicit Worker(Loop &loop) : loop_(loop), buffer_(kReadBytes) {}
+    explicit Worker(Loop &loop) : loop_(loop) {}
 
     const Peer &peer() const override { return connection_->peer; }
     std::FILE *out() override { return replies_.file(); }
     void begin_wait() noexcept override;
     void end_wait() noexcept override;
+    std::size_t unsent() noexcept override
+    {
+        return replies_.size() + connection_->output.size() - connection_->sent;
+    }
 
     bool leads_ = false;
     ReplyStream replies_;
@@ -206,15 +253,14 @@ class LineServer::Loop::Worker final : public LineConnection {
   private:
     friend class Loop;
     Loop &loop_;
-    std::vector<char> buffer_;
 };
 
 // ---- Threads ----
 
-void LineServer::Loop::add(UnixListener listener, bool local)
+void LineServer::Loop::add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls)
 {
     ::fcntl(listener.socket.get(), F_SETFL, ::fcntl(listener.socket.get(), F_GETFL) | O_NONBLOCK);
-    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local}));
+    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local, std::move(tls)}));
 }
 
 bool LineServer::Loop::start()
@@ -245,7 +291,7 @@ bool LineServer::Loop::spawn_locked()
         ++threads_;
         ++idle_threads_;
         return true;
-    } catch (const std::system_error &error) {
+    } catch (const std::exception &error) {
         qv_log_print(kLogError, "cannot start a server thread: %s\n", error.what());
         return false;
     }
@@ -281,7 +327,8 @@ void LineServer::Loop::wake()
     ::eventfd_write(wake_.get(), 1);
 }
 
-// Somebody else goes on with the loop, in the middle of its events.
+// Somebody else goes on with the loop, in the middle of its events. When the kernel gives no thread for it,
+// that is the first whose wait ends.
 void LineServer::Loop::give_lead()
 {
     const std::lock_guard lock(mutex_);
@@ -302,22 +349,20 @@ void LineServer::Loop::lead(Worker &worker)
                 take_returned(worker);
             } else if (event.data.u64 & 1U) {
                 accept_all(worker, *reinterpret_cast<Listener *>(event.data.u64 & ~std::uint64_t{1}));
-            } else if (auto &connection = *static_cast<Connection *>(event.data.ptr);
-                       connection.events == EPOLLOUT) {
+            } else if (auto &connection = *static_cast<Connection *>(event.data.ptr); connection.ready) {
+                // Nothing more is read before its waiting lines have had their turn.
+            } else if (connection.list == &sending_) {
                 writable(worker, connection);
             } else {
                 readable(worker, connection);
             }
         }
-        for (std::size_t turns = ready_.size(); turns > 0 && worker.leads_; --turns) {
-            Connection &connection = *ready_.front();
-            ready_.pop_front();
-            connection.ready = false;
-            serve(worker, connection);
-        }
+        serve_waiting(worker);
+        if (worker.leads_)
+            end_late_ones(worker);
         if (!worker.leads_)
             return;
-        end_late_ones(worker);
+        accept_again();
         {
             const std::lock_guard lock(mutex_);
             if (stopping_)
@@ -329,19 +374,39 @@ void LineServer::Loop::lead(Worker &worker)
     }
 }
 
+void LineServer::Loop::serve_waiting(Worker &worker)
+{
+    if (ready_.empty())
+        return;
+    const Deadline until = std::chrono::steady_clock::now() + kTurnsTime;
+    for (std::size_t turns = ready_.size(); turns > 0 && worker.leads_; --turns) {
+        Connection &connection = *ready_.front();
+        ready_.pop_front();
+        connection.ready = false;
+        serve(worker, connection);
+        if (std::chrono::steady_clock::now() >= until)
+            break;
+    }
+}
+
 void LineServer::Loop::Worker::begin_wait() noexcept
 {
     Connection &connection = *connection_;
+    connection.all_read = false;
     if (leads_) {
         loop_.watch(connection, 0);
         loop_.wait_in(connection, nullptr);
         leads_ = false;
         loop_.give_lead();
     }
+    {
+        const std::lock_guard lock(loop_.mutex_);
+        loop_.outside_.push_back(connection.channel.fd());
+    }
     // Only this thread touches the connection now, so a client that does not read holds up nobody else.
     const std::string_view left = std::string_view(connection.output).substr(connection.sent);
-    if (!send_all(connection.socket.get(), left, loop_.limits_.send) ||
-        !send_all(connection.socket.get(), replies_.text(), loop_.limits_.send))
+    if (!connection.channel.write_all(left, loop_.limits_.send) ||
+        !connection.channel.write_all(replies_.text(), loop_.limits_.send))
         connection.input_ended = connection.closing = true; // nobody is there to be told the rest
     replies_.clear();
     connection.output.clear();
@@ -350,8 +415,7 @@ void LineServer::Loop::Worker::begin_wait() noexcept
     std::unique_lock lock(loop_.mutex_);
     const std::size_t places =
         loop_.limits_.waiting + (connection.handler->is_privileged() ? loop_.limits_.reserved : 0);
-    loop_.outside_.push_back(connection.socket.get());
-    loop_.places_.wait(lock, [&] { return loop_.waiting_ < places || loop_.stopping_; });
+    loop_.places_.wait(lock, [&] { return loop_.waiting_ < places; });
     ++loop_.waiting_;
 }
 
@@ -359,7 +423,7 @@ void LineServer::Loop::Worker::end_wait() noexcept
 {
     const std::lock_guard lock(loop_.mutex_);
     --loop_.waiting_;
-    const auto here = std::ranges::find(loop_.outside_, connection_->socket.get());
+    const auto here = std::ranges::find(loop_.outside_, connection_->channel.fd());
     if (here != loop_.outside_.end())
         loop_.outside_.erase(here);
     loop_.places_.notify_all();
@@ -369,7 +433,10 @@ void LineServer::Loop::Worker::end_wait() noexcept
 
 void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
 {
-    for (int i = 0; i < kMaxAccepts && worker.leads_; ++i) {
+    // One that comes alone needs no second look: epoll will tell of the next.
+    const bool alone = ready_.empty() && event_count_ == 1;
+    const Deadline until = alone ? Deadline() : std::chrono::steady_clock::now() + kTurnsTime;
+    do {
         sockaddr_storage address{};
         socklen_t size = sizeof address;
         Fd socket(::accept4(listener.socket.socket.get(),
@@ -378,31 +445,61 @@ void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
         if (!socket) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                if (!std::exchange(in_trouble_, true))
-                    qv_log_print(kLogError, "cannot accept a connection: %s\n", std::strerror(errno));
-                make_room();
-                accept_again_ = now() + kAcceptPause;
-            }
+            if (errno != EAGAIN)
+                pause_accepting(errno);
             return;
         }
-        in_trouble_ = false;
         Peer peer = listener.local ? local_peer(socket.get()) : tcp_peer(address);
         if (!admit(peer))
             continue;
         auto owned = std::make_unique<Connection>();
         Connection &connection = *owned;
-        connection.socket = std::move(socket);
+        connection.channel =
+            listener.tls ? Channel(std::move(socket), listener.tls->accept()) : Channel(std::move(socket));
         connection.peer = std::move(peer);
-        connection.handler = make_handler_(connection.peer);
         connections_.emplace(&connection, std::move(owned));
         wait_in(connection, &first_);
         readable(worker, connection); // the request is mostly there already
+    } while (worker.leads_ && !alone && std::chrono::steady_clock::now() < until);
+}
+
+// A listener that cannot be served stays readable: it is not watched for a while, or the loop would spin.
+void LineServer::Loop::pause_accepting(int error)
+{
+    if (now() >= log_again_)
+        qv_log_print(kLogError, "cannot accept a connection: %s\n", std::strerror(error));
+    log_again_ = now() + kLogPause;
+    make_room();
+    watch_listeners(0);
+    accept_again_ = now() + kAcceptPause;
+}
+
+void LineServer::Loop::accept_again()
+{
+    if (accept_again_ == 0ms || now() < accept_again_)
+        return;
+    accept_again_ = 0ms;
+    watch_listeners(EPOLLIN);
+}
+
+void LineServer::Loop::watch_listeners(std::uint32_t events)
+{
+    for (const auto &listener : listeners_) {
+        epoll_event event{};
+        event.events = events;
+        event.data.u64 = reinterpret_cast<std::uintptr_t>(listener.get()) | 1U;
+        ::epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, listener->socket.socket.get(), &event);
     }
 }
 
 bool LineServer::Loop::admit(const Peer &peer)
 {
+    if (connections_.size() >= limits_.connections && !make_room()) {
+        if (!std::exchange(crowd_logged_, true))
+            qv_log_print(kLogWarning, "all %zu connections are busy, further ones are closed\n",
+                         connections_.size());
+        return false;
+    }
     if (!peer.local) {
         std::size_t &count = sources_[peer.address];
         if (count >= limits_.per_source) {
@@ -413,20 +510,23 @@ bool LineServer::Loop::admit(const Peer &peer)
         }
         ++count;
     }
-    if (connections_.size() >= limits_.connections)
-        make_room();
     return true;
 }
 
-void LineServer::Loop::make_room()
+// The one that was idle longest goes; where all have something to do, the one that takes no answer. False
+// when all are served.
+bool LineServer::Loop::make_room()
 {
     Connection *oldest = nullptr;
     for (const Patience *list : {&first_, &idle_, &draining_}) {
         if (!list->waiting.empty() && (!oldest || list->waiting.front()->since < oldest->since))
             oldest = list->waiting.front();
     }
+    if (!oldest && !sending_.waiting.empty())
+        oldest = sending_.waiting.front();
     if (oldest)
         close(*oldest);
+    return oldest != nullptr;
 }
 
 void LineServer::Loop::watch(Connection &connection, std::uint32_t events)
@@ -439,7 +539,7 @@ void LineServer::Loop::watch(Connection &connection, std::uint32_t events)
     const int operation = events == 0              ? EPOLL_CTL_DEL
                           : connection.events == 0 ? EPOLL_CTL_ADD
                                                    : EPOLL_CTL_MOD;
-    ::epoll_ctl(epoll_.get(), operation, connection.socket.get(), &event);
+    ::epoll_ctl(epoll_.get(), operation, connection.channel.fd(), &event);
     connection.events = events;
 }
 
@@ -471,7 +571,9 @@ void LineServer::Loop::close(Connection &connection)
         if (source != sources_.end() && --source->second == 0)
             sources_.erase(source);
     }
-    connections_.erase(&connection); // closing the socket takes it out of epoll
+    // Closing the socket is not enough: a child that has not reached its exec yet holds it too.
+    watch(connection, 0);
+    connections_.erase(&connection);
 }
 
 int LineServer::Loop::milliseconds_to_wait() const
@@ -481,6 +583,8 @@ int LineServer::Loop::milliseconds_to_wait() const
         if (!list->waiting.empty())
             first = std::min(first, list->waiting.front()->since + list->patience);
     }
+    if (accept_again_ != 0ms)
+        first = std::min(first, accept_again_);
     if (first == Milliseconds::max())
         return -1;
     return static_cast<int>(std::clamp<long long>((first - now()).count() + 1, 0, 1000000));
@@ -492,11 +596,12 @@ void LineServer::Loop::end_late_ones(Worker &worker)
         while (worker.leads_ && !list->waiting.empty() &&
                list->waiting.front()->since + list->patience <= now()) {
             Connection &late = *list->waiting.front();
-            if (list == &sending_ || list == &draining_) {
-                qv_log_print(kLogDebug, "connection closed: an answer was not read\n");
+            if (list == &sending_ || list == &draining_ || !late.handler) {
+                qv_log_print(kLogDebug, "connection closed: %s\n",
+                             late.handler ? "an answer was not read" : "no handshake in time");
                 close(late);
             } else {
-                conclude(worker, late, late.input.empty() ? LineHandler::End::idle : LineHandler::End::bad);
+                serve(worker, late, late.input.empty() ? LineHandler::End::idle : LineHandler::End::bad);
             }
         }
     }
@@ -504,38 +609,73 @@ void LineServer::Loop::end_late_ones(Worker &worker)
 
 // ---- Input, handlers, output ----
 
+// Over TLS the handshake comes before the conversation, and what it proves about the peer. True when it is
+// done; else the connection waits for it, or ends.
+bool LineServer::Loop::greet(Connection &connection)
+{
+    if (connection.channel.handshake()) {
+        connection.peer.certificate_user = connection.channel.certificate_user();
+        connection.handler = make_handler_(connection.peer);
+        return true;
+    }
+    if (errno == EAGAIN) {
+        watch(connection, epoll_events(connection.channel.read_events()));
+        return false;
+    }
+    log_failed_handshake(connection);
+    connection.closing = true;
+    drain(connection);
+    return false;
+}
+
+void LineServer::Loop::log_failed_handshake(const Connection &connection)
+{
+    if (!qv_log_wants(kLogDebug))
+        return;
+    const std::string problem = connection.channel.problem();
+    if (failed_handshakes_.size() >= kLoggedSources)
+        failed_handshakes_.clear();
+    if (failed_handshakes_.insert(connection.peer.address).second)
+        qv_log_print(kLogDebug, "connection closed: no TLS with %s: %s; further ones are not logged\n",
+                     connection.peer.address.c_str(), problem.c_str());
+}
+
 void LineServer::Loop::readable(Worker &worker, Connection &connection)
 {
     if (connection.list == &draining_)
         return drain(connection);
-    const ssize_t n = ::recv(connection.socket.get(), worker.buffer_.data(), worker.buffer_.size(), 0);
+    if (!connection.handler && !greet(connection))
+        return;
+    const ssize_t n = connection.channel.read(buffer_.data(), buffer_.size());
     if (n < 0 && (errno == EAGAIN || errno == EINTR))
-        return watch(connection, EPOLLIN);
+        return watch(connection, epoll_events(connection.channel.read_events()));
     if (n < 0) {
-        qv_log_print(kLogDebug, "connection closed: %s\n", std::strerror(errno));
+        qv_log_print(kLogDebug, "connection closed: %s\n", connection.channel.problem().c_str());
         return close(connection);
     }
     connection.input_ended = n == 0;
-    connection.input.append({worker.buffer_.data(), static_cast<std::size_t>(n)});
+    connection.all_read = static_cast<std::size_t>(n) < buffer_.size();
+    connection.input.append({buffer_.data(), static_cast<std::size_t>(n)});
     serve(worker, connection);
 }
 
 void LineServer::Loop::writable(Worker &worker, Connection &connection)
 {
-    if (!send_replies(worker, connection))
-        return;
-    if (connection.output.empty() && !connection.closing)
-        serve(worker, connection); // lines may have come before
-    else
+    if (send_replies(worker, connection))
         settle(connection);
 }
 
-// Runs the handler over what is there and leaves the connection in the state that follows. When the handler
-// waited, the thread does not lead any more: another leader takes the connection from here.
-void LineServer::Loop::serve(Worker &worker, Connection &connection)
+// Runs the handler over what is there, or tells it the end, and leaves the connection in the state that
+// follows. When the handler waited, the thread does not lead any more: what it can send is sent, for the loop
+// may have ended by now, then a leader takes the connection from here.
+void LineServer::Loop::serve(Worker &worker, Connection &connection, std::optional<LineHandler::End> end)
 {
+    worker.connection_ = &connection;
     try {
-        converse(worker, connection);
+        if (end)
+            conclude(worker, connection, *end);
+        else
+            converse(worker, connection);
     } catch (const std::exception &error) {
         qv_log_print(kLogError, "a connection failed: %s\n", error.what());
         connection.closing = connection.input_ended = true;
@@ -547,37 +687,42 @@ void LineServer::Loop::serve(Worker &worker, Connection &connection)
             settle(connection);
         return;
     }
-    connection.output.append(worker.replies_.text());
-    worker.replies_.clear();
+    if (!send_some(worker.replies_, connection))
+        connection.closing = connection.input_ended = true;
     const std::lock_guard lock(mutex_);
     returned_.push_back(&connection);
     wake();
 }
 
+std::size_t LineServer::Loop::line_limit(const Connection &connection)
+{
+    const std::size_t limit = connection.handler->max_line_bytes();
+    return limit == kMaxLineBytes ? limit + 1 : limit; // with the newline
+}
+
 void LineServer::Loop::converse(Worker &worker, Connection &connection)
 {
-    worker.connection_ = &connection;
     LineHandler &handler = *connection.handler;
-    for (std::size_t lines = 0; lines < kSliceLines && !connection.closing; ++lines) {
-        const std::size_t limit = handler.max_line_bytes();
-        const bool whole = connection.input.has_line(limit + (limit == kMaxLineBytes ? 1 : 0));
-        if (!whole && (!connection.input_ended || connection.input.empty())) {
-            if (connection.input_ended) {
-                handler.end(LineHandler::End::input, worker);
-                connection.closing = true;
-            }
+    std::optional<Deadline> until; // a line that comes alone needs no clock
+    while (!connection.closing) {
+        const std::size_t limit = line_limit(connection);
+        const bool whole = connection.input.has_line(limit);
+        if (!whole && connection.input_ended && connection.input.empty())
+            conclude(worker, connection, LineHandler::End::input);
+        if (!whole && (connection.closing || !connection.input_ended))
             break;
-        }
-        const std::string_view line = connection.input.take(limit + (limit == kMaxLineBytes ? 1 : 0));
+        const std::string_view line = connection.input.take(limit);
+        if (!until && !connection.input.empty())
+            until = std::chrono::steady_clock::now() + kSliceTime;
         connection.answered = true;
         if (line.size() > kMaxLineBytes && line.back() != '\n') {
             qv_log_print(kLogDebug, "connection closed: a line is too long\n");
-            handler.end(LineHandler::End::bad, worker);
-            connection.closing = true;
+            conclude(worker, connection, LineHandler::End::bad);
         } else if (handler.line(line, worker) == LineHandler::Next::close) {
             connection.closing = true;
         }
-        if (worker.replies_.size() > kSliceReplyBytes)
+        if (worker.replies_.size() > kSliceReplyBytes ||
+            (until && std::chrono::steady_clock::now() >= *until))
             break;
     }
     connection.input.tidy();
@@ -585,43 +730,31 @@ void LineServer::Loop::converse(Worker &worker, Connection &connection)
 
 void LineServer::Loop::conclude(Worker &worker, Connection &connection, LineHandler::End why)
 {
-    worker.connection_ = &connection;
     connection.handler->end(why, worker);
-    worker.connection_ = nullptr;
     connection.closing = true;
-    if (send_replies(worker, connection))
-        settle(connection);
 }
 
-// False when the connection is gone.
-bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
+// Sends what the client takes now, the rest is kept. False when nobody is there to be told the rest.
+bool LineServer::Loop::send_some(ReplyStream &replies, Connection &connection)
 {
-    std::string_view text = worker.replies_.text();
-    if (worker.replies_.broken()) {
-        worker.replies_.clear();
-        close(connection);
-        return false;
-    }
+    std::string_view text = replies.text();
+    bool good = !replies.broken();
     if (!connection.output.empty()) {
         connection.output.append(text);
         text = std::string_view(connection.output).substr(connection.sent);
     }
     std::size_t taken = 0;
-    while (taken < text.size()) {
-        const ssize_t n = ::send(connection.socket.get(), text.data() + taken, text.size() - taken,
-                                 MSG_NOSIGNAL | MSG_DONTWAIT);
+    while (good && taken < text.size()) {
+        const ssize_t n = connection.channel.write(text.substr(taken));
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0 && errno == EAGAIN)
             break;
-        if (n < 0) {
-            worker.replies_.clear();
-            close(connection);
-            return false;
-        }
-        taken += static_cast<std::size_t>(n);
+        good = n >= 0;
+        if (good)
+            taken += static_cast<std::size_t>(n);
     }
-    if (taken == text.size()) {
+    if (!good || taken == text.size()) {
         connection.output = std::string();
         connection.sent = 0;
     } else if (!connection.output.empty()) {
@@ -629,26 +762,41 @@ bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
     } else {
         connection.output = text.substr(taken);
     }
-    if (taken > 0 && connection.list == &sending_)
+    replies.clear();
+    return good;
+}
+
+// False when the connection is gone.
+bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
+{
+    const std::size_t sent = connection.sent;
+    if (!send_some(worker.replies_, connection)) {
+        close(connection);
+        return false;
+    }
+    if (connection.sent > sent && connection.list == &sending_)
         wait_in(connection, &sending_); // it reads: its patience begins anew
-    worker.replies_.clear();
     return true;
 }
 
 // What the connection waits for from now on.
 void LineServer::Loop::settle(Connection &connection)
 {
-    if (!connection.output.empty()) {
-        watch(connection, EPOLLOUT);
+    const bool all_read = std::exchange(connection.all_read, false);
+    const bool unsent =
+        !connection.output.empty() || (connection.closing && !connection.channel.finish() && errno == EAGAIN);
+    if (unsent) {
+        watch(connection, epoll_events(connection.channel.write_events()));
         if (connection.list != &sending_)
             wait_in(connection, &sending_);
         return;
     }
     if (connection.closing)
-        return drain(connection);
-    if (connection.input.has_line(connection.handler->max_line_bytes()) || connection.input_ended) {
-        if (!std::exchange(connection.ready, true))
-            ready_.push_back(&connection);
+        return all_read ? close(connection) : drain(connection);
+    if (connection.input.has_line(line_limit(connection)) || connection.input_ended) {
+        wait_in(connection, nullptr); // now it is we who are late
+        connection.ready = true;
+        ready_.push_back(&connection);
         return;
     }
     watch(connection, EPOLLIN);
@@ -658,18 +806,20 @@ void LineServer::Loop::settle(Connection &connection)
 }
 
 // Closing a socket that still holds input throws away the end of the answer (TCP resets the connection), so
-// what the client still says is read and dropped.
+// what the client still says is read and dropped, as it comes from the socket.
 void LineServer::Loop::drain(Connection &connection)
 {
     std::array<char, 16384> waste;
     while (!connection.input_ended && connection.drained < kDrainBytes) {
-        const ssize_t n = ::recv(connection.socket.get(), waste.data(), waste.size(), MSG_DONTWAIT);
-        if (n < 0 && errno == EAGAIN && connection.drained == 0)
-            break; // a client that said nothing more hears the end from the close
+        const ssize_t n = ::recv(connection.channel.fd(), waste.data(), waste.size(), MSG_DONTWAIT);
+        // A client that said nothing more hears the end from the close. One whose handshake failed may think
+        // that it is done, and send its request, and is to read why.
+        if (n < 0 && errno == EAGAIN && connection.drained == 0 && connection.handler)
+            break;
         if (n < 0 && errno == EAGAIN) {
             watch(connection, EPOLLIN);
             if (connection.list != &draining_) {
-                ::shutdown(connection.socket.get(), SHUT_WR);
+                ::shutdown(connection.channel.fd(), SHUT_WR);
                 wait_in(connection, &draining_);
             }
             return;
@@ -689,9 +839,7 @@ void LineServer::Loop::take_returned(Worker &worker)
         returned.swap(returned_);
     }
     for (Connection *connection : returned) {
-        if (connection->output.empty() && !connection->closing)
-            settle(*connection);
-        else if (send_replies(worker, *connection))
+        if (send_replies(worker, *connection))
             settle(*connection);
     }
 }
@@ -739,11 +887,11 @@ void LineServer::listen(UnixListener listener)
     loop_->add(std::move(listener), true);
 }
 
-void LineServer::listen(Fd tcp_socket)
+void LineServer::listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls)
 {
     UnixListener listener;
     listener.socket = std::move(tcp_socket);
-    loop_->add(std::move(listener), false);
+    loop_->add(std::move(listener), false, std::move(tls));
 }
 
 bool LineServer::start()

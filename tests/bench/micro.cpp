@@ -1,5 +1,6 @@
 // Single functions of the store and of the command framework, in this process.
 
+#include "base/args.h"
 #include "base/text.h"
 #include "funcs/check_map.h"
 #include "generated_model.h"
@@ -44,8 +45,8 @@ void load_model()
     text << std::ifstream(model.metadata, std::ios::binary).rdbuf();
     metadata_text() = text.str();
     hdfdb_init();
-    cmd_create_cfuncmap_hdf();
-    hdfdb_load_meta_file(qv_host_file(model.metadata));
+    Request request(kInternalMask);
+    hdfdb_load_meta_file(request, qv_host_file(model.metadata));
     for (const std::string &api : apis())
         hdfDB.set(api, "12000");
     std::filesystem::remove_all(root);

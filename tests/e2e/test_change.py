@@ -309,29 +309,6 @@ def test_several_values_of_one_file_arrive_together_with_every_writer(appliance)
     assert a.command("get Services.NTP").lines == ["Services.NTP.server=b.example", "Services.NTP.interval=daily"]
 
 
-def test_32_files_in_one_save(appliance):
-    meta = "F {\n __d {\n range = 1 33\n perm = 7777\n read = kv_rfunc\n write = kv_wfunc\n file = /etc/f__d\n"
-    a = appliance(meta + " v.attr = v\n v.default = 0\n }\n}\n").start()
-    assert a.command("set " + " ".join(f"F.{i}.v=1" for i in range(1, 34))).code == 0
-    assert a.command("save") == Reply([f"F.{i}.v=1" for i in range(1, 33)], 0)
-    assert [a.read(f"/etc/f{i}") for i in range(1, 34)] == 32 * ["v=1\n"] + ["v=0\n"]
-    assert a.logged("Can not save F.33.v.  Cached exceeded!")
-    assert a.command("checkmod").lines == ["F.33.v=1"]
-    assert a.command("save") == Reply(["F.33.v=1"], 0)
-    assert a.read("/etc/f33") == "v=1\n"
-
-
-def test_a_writer_that_fails_takes_only_its_file_with_it(appliance):
-    group = " {\n perm = 7777\n read = kv_rfunc\n write = %s\n file = /etc/%s\n v.attr = v\n v.default = 0\n}\n"
-    meta = "".join(name + group % (write, name) for name, write in (("A", "kv_wfunc"), ("B", "no_wfunc"), ("C", "kv_wfunc")))
-    a = appliance(meta, {"/etc/B": "v=0\n"}).start()
-    a.command("set A.v=1,B.v=1,C.v=1")
-    assert a.command("save") == Reply(["A.v=1", "B.v=1", "C.v=1"], 1)
-    assert [a.read("/etc/" + name) for name in "ABC"] == ["v=1\n", "v=0\n", "v=1\n"]
-    assert a.command("checkmod") == Reply([], 0)
-    assert a.logged("Can not save /etc/B")
-
-
 # ---- Apply ----
 
 

@@ -129,19 +129,20 @@ def test_vanished_clients_leave_their_places(wire):
     assert wire.exchange(b"me 0 0\nget A.b\n\n", wire.over_tcp) == b"A.b=1\n@\n0\n"
 
 
-def test_eleventh_client_waits_for_a_place(wire):
-    busy = [wire.connect(wire.over_tcp, "me 0 0\nget A.b\n") for _ in range(10)]
-    for c in busy:
-        assert c.read_lines(1) == b"A.b=1\n"
-    waiting = [wire.connect(wire.over_tcp, "me 0 0\nget A.c\n\n"), wire.connect(wire.over_tcp, "?\n")]
-    assert all(c.silent_for(0.1) for c in waiting)
-    # The other server has places of its own.
-    assert wire.exchange(b"me 0 0\nget A.b\n\n", not wire.over_tcp) == b"A.b=1\n@\n0\n"
-    busy[3].send("\n")
-    assert busy[3].read_all() == b"@\n0\n"
-    assert waiting[0].read_all() == b"A.c=2\n@\n0\n"
-    assert waiting[1].read_all() == b"!\n"
-    for c in busy:
+def test_silent_and_flooding_clients_lock_nobody_out(wire):
+    """Half-open, idle and flooding ones; of one address TCP takes 64."""
+    half_open = [wire.connect(wire.over_tcp, "me 0") for _ in range(20)]
+    idle = [wire.connect(wire.over_tcp, "me 0 0\nget A.b\n") for _ in range(20)]
+    floods = [wire.connect(wire.over_tcp) for _ in range(10)]
+    for c in floods:
+        c.send_all_and_end("me 0 0\n" + 100000 * "get\n")  # and never reads
+    local = [wire.connect(False, "me 0 0\nget A.b\n") for _ in range(900)]
+    for over_tcp in (False, True):
+        assert wire.exchange(b"me 0 0\nget A.b\n\n", over_tcp) == b"A.b=1\n@\n0\n"
+    assert wire.exchange(b"?\n", wire.over_tcp) == b"!\n"
+    local[-1].send("\n")
+    assert local[-1].read_all() == b"A.b=1\n@\n0\n"
+    for c in [*half_open, *idle, *floods, *local]:
         c.close()
 
 

@@ -193,7 +193,7 @@ def test_bonding_takes_the_servers_address_and_asks_its_unit(network):
     assert bond(network) == {"mode": "bond", "state": "up", "status": "paused", "version": "n/a"}
 
     with Appliance(shipped=True) as unit:  # another box, at the unit's address
-        joined = ["nsenter", "--target", str(a.process.pid), "--net", str(BIN_DIR / "qvcd"), "-g", "-P", "81"]
+        joined = ["nsenter", "--target", str(a.process.pid), "--net", str(BIN_DIR / "qvcd"), "-g", "-P", "81", f"--trust-tcp={UNIT}/32"]
         daemon = subprocess.Popen(joined, env=unit.environment(), start_new_session=True)
         try:
             wait_until(unit_answers(unit), "the unit's first answer")

@@ -4,23 +4,44 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/socket.h>
 #include <thread>
 
 namespace qvcd {
 namespace {
 
 using namespace std::chrono_literals;
-using Read = ServerConnection::Read;
 
-constexpr auto kLong = 30s;
+// A server for one client.
+class Peer {
+  public:
+    Peer(const std::string &name, void (*talk)(int socket))
+        : listener_(listen_unix(name)), thread_([this, talk] {
+              const Fd client(::accept(listener_->socket.get(), nullptr, nullptr));
+              talk(client.get());
+          })
+    {
+    }
+    ~Peer() { thread_.join(); }
+
+  private:
+    std::optional<UnixListener> listener_;
+    std::thread thread_;
+};
+
+bool say(int socket, std::string_view text)
+{
+    return send_all(socket, text, 30s);
+}
 
 // Tells which lines came, up to an empty one.
-void report_lines(ServerConnection &connection)
+void report_lines(int socket)
 {
-    std::string line;
-    while (connection.read_line(line, kMaxLineBytes, kLong) == Read::line && line != "\n")
-        std::fputs(("got " + line).c_str(), connection.out());
-    std::fputs("@\n", connection.out());
+    std::string text;
+    char c = 0;
+    while (!text.ends_with("\n\n") && ::recv(socket, &c, 1, 0) == 1)
+        text += c;
+    say(socket, "got " + text.substr(0, text.find('\n')) + "\n@\n");
 }
 
 std::string next_line(std::FILE *in)
@@ -29,14 +50,9 @@ std::string next_line(std::FILE *in)
     return std::fgets(line, sizeof line, in) ? line : "";
 }
 
-class IpcClientTest : public testing::Test {
-  protected:
-    ~IpcClientTest() override { qv_ipc_server_exit(kLong); }
-};
-
-TEST_F(IpcClientTest, OneConversation)
+TEST(IpcClient, OneConversation)
 {
-    ASSERT_EQ(qv_ipc_server_init("peer", 1, report_lines), 0);
+    const Peer peer("peer", report_lines);
     IpcClient client;
     ASSERT_EQ(qv_ipc_client_connect_single("peer", client), 0);
     std::fputs("status\n\n", client.out);
@@ -49,7 +65,7 @@ TEST_F(IpcClientTest, OneConversation)
     EXPECT_EQ(client.in, nullptr);
 }
 
-TEST_F(IpcClientTest, NobodyThere)
+TEST(IpcClient, NobodyThere)
 {
     IpcClient client;
     EXPECT_EQ(qv_ipc_client_connect_single("nobody", client), -1);
@@ -60,16 +76,13 @@ TEST_F(IpcClientTest, NobodyThere)
 }
 
 // One that says nothing, and one that never ends but always says something in time.
-TEST_F(IpcClientTest, AServerThatDoesNotEndLooksLikeTheEndOfTheStream)
+TEST(IpcClient, AServerThatDoesNotEndLooksLikeTheEndOfTheStream)
 {
-    const auto talk = [](ServerConnection &connection) {
-        do {
-            std::fputs("more\n", connection.out());
+    const Peer silent("silent", report_lines);
+    const Peer talker("talker", [](int socket) {
+        while (say(socket, "more\n"))
             std::this_thread::sleep_for(1ms);
-        } while (connection.flush());
-    };
-    ASSERT_EQ(qv_ipc_server_init("silent", 1, report_lines), 0);
-    ASSERT_EQ(qv_ipc_server_init("talker", 1, talk), 0);
+    });
     for (const char *name : {"silent", "talker"}) {
         IpcClient client;
         ASSERT_EQ(qv_ipc_client_connect_single(name, client, 50ms), 0);
@@ -80,9 +93,9 @@ TEST_F(IpcClientTest, AServerThatDoesNotEndLooksLikeTheEndOfTheStream)
     }
 }
 
-TEST_F(IpcClientTest, AServerThatIsGoneRaisesNoSignal)
+TEST(IpcClient, AServerThatIsGoneRaisesNoSignal)
 {
-    ASSERT_EQ(qv_ipc_server_init("leaving", 1, [](ServerConnection &) {}), 0);
+    const Peer leaving("leaving", [](int) {});
     IpcClient client;
     ASSERT_EQ(qv_ipc_client_connect_single("leaving", client), 0);
     EXPECT_EQ(next_line(client.in), ""); // the server has closed
