@@ -1,6 +1,7 @@
 #include "base/file_text.h"
 
 #include "base/replace_files.h"
+#include "base/replacement.h"
 #include "platform/fd.h"
 
 #include <algorithm>
@@ -68,6 +69,11 @@ int replace_file(const std::string &path, std::string_view text, unsigned mode)
 int replace_secret_file(const std::string &path, std::string_view text, unsigned mode)
 {
     return replace_one(path, text, mode, FileChange::Kind::secret);
+}
+
+int remove_file(const std::string &path)
+{
+    return unlink(path.c_str()) == 0 ? flush_folder(folder_of(path)) : errno;
 }
 
 } // namespace qvcd

@@ -44,7 +44,7 @@ int replace_secret_file(const std::string &path, std::string_view text, unsigned
 int remove_file(const std::string &path);
 
 /// The same for a file that a client named, which may be in a folder that others may write to ("/tmp"). There
-/// nothing is written through a link, or into a file that is no regular file of ours (ELOOP, EPERM);
+/// a link or somebody else's file is replaced, never written through, and a device is refused (EPERM);
 /// elsewhere links are followed and devices written. The text comes in a new file of our own with at most the
 /// old one's rights and `mode` less the umask.
 int replace_named_file(const std::string &path, std::string_view text, unsigned mode = 0666);

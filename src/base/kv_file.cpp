@@ -70,7 +70,7 @@ void append_line(std::string &text, std::string_view line)
     const bool dos = first != std::string::npos && first > 0 && text[first - 1] == '\r';
     const std::string_view end = dos ? "\r\n" : "\n";
     if (!text.empty() && text.back() != '\n')
-        text += end; // the last line stays a line of its own
+        text += text.back() == '\r' ? "\n" : end; // the last line stays a line of its own
     text.append(line).append(end);
 }
 

@@ -103,11 +103,9 @@ int look_at(const Place &place, struct stat &st, bool &exists)
         return errno == ENOENT ? 0 : errno;
     if (S_ISDIR(st.st_mode))
         return EISDIR;
-    if (place.trusted)
-        return 0;
-    if (S_ISLNK(st.st_mode))
-        return ELOOP;
-    return S_ISREG(st.st_mode) && st.st_uid == geteuid() ? 0 : EPERM;
+    // Where others put names, a link or a file of theirs makes way for ours; anything else is not ours to
+    // write.
+    return place.trusted || S_ISREG(st.st_mode) || S_ISLNK(st.st_mode) ? 0 : EPERM;
 }
 
 int write_device(const Place &place, std::string_view text)
@@ -142,10 +140,11 @@ int replace_named_file(const std::string &path, std::string_view text, unsigned 
     bool exists = false;
     if (const int error = place.error ? place.error : look_at(place, st, exists))
         return error;
-    if (exists && !S_ISREG(st.st_mode))
+    const bool is_file = exists && S_ISREG(st.st_mode);
+    if (exists && !is_file && !S_ISLNK(st.st_mode))
         return write_device(place, text);
     mode &= ~kUmask;
-    return put_new_file(place, text, exists && st.st_uid == geteuid() ? mode & st.st_mode : mode);
+    return put_new_file(place, text, is_file && st.st_uid == geteuid() ? mode & st.st_mode : mode);
 }
 
 } // namespace qvcd

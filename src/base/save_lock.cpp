@@ -22,8 +22,8 @@ SaveLock::SaveLock()
 {
     if (depth++ > 0)
         return;
-    if (one_save().try_lock())
-        return;
+    // Also when nobody has it: a client that is slow to take its replies takes its time here, not with the
+    // lock in its hand.
     const Unlocked unlocked;
     one_save().lock();
 }

@@ -2,6 +2,7 @@
 
 #include "base/file_text.h"
 #include "base/limits.h"
+#include "base/replace_files.h"
 #include "base/text.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -10,7 +11,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <unistd.h>
 
 namespace qvcd {
 
@@ -32,25 +32,45 @@ std::string preset_file(int number)
     return std::string(kFolder) + "/preset" + std::to_string(number);
 }
 
-struct NewFile {
-    std::string path; // of the appliance
-    std::string text;
-    bool secret = false;
-};
-
-bool store_file(const NewFile &file)
+bool log_failure(const std::string &path, int error)
 {
-    const std::string path = qv_sysroot_path(file.path);
-    const int error = file.secret ? replace_secret_file(path, file.text) : replace_file(path, file.text);
     if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", file.path.c_str(), std::strerror(error));
+        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
     return error == 0;
 }
 
-// No newline: readers in the field take the rest of the line as it stands.
-NewFile conf_file(int current)
+// All of them or none. Keeps the command lock: memory changes with them.
+bool store_files(const std::vector<FileChange> &files)
 {
-    return {kConfFile, std::string(kCurrent) + "=" + std::to_string(current)};
+    FileSet wanted;
+    FileSet before;
+    std::vector<std::string> missing;
+    for (const FileChange &file : files) {
+        FileText old = read_whole_file(file.path);
+        if (old.missing())
+            missing.push_back(file.path);
+        else if (!log_failure(file.path, old.error))
+            return false;
+        else
+            before.add({file.path, std::move(old.text)});
+        wanted.add(file);
+    }
+    const std::vector<int> errors = wanted.commit_here();
+    bool good = true;
+    for (std::size_t i = 0; i < files.size(); ++i)
+        good &= log_failure(files[i].path, errors[i]);
+    if (good)
+        return true;
+    before.commit_here();
+    for (const std::string &path : missing)
+        remove_file(path);
+    return false;
+}
+
+// No newline: readers in the field take the rest of the line as it stands.
+FileChange conf_file(int current)
+{
+    return {qv_sysroot_path(kConfFile), std::string(kCurrent) + "=" + std::to_string(current)};
 }
 
 // The ends of a line are trimmed when it is read; a block keeps them.
@@ -101,13 +121,16 @@ void replace_controls(Tree &preset)
 }
 
 // The values below a node: of one preset, or of all. Nothing when a file cannot hold one of them.
-std::optional<NewFile> new_file(const std::string &path, Node node)
+std::optional<FileChange> new_file(const std::string &path, Node node)
 {
-    NewFile file{path, {}};
+    FileChange file{qv_sysroot_path(path), {}};
     hdfutils_traverse_tree(node, {}, has_value, [&](Node value, const std::string &parent) {
         const std::string name = join_name(parent, value.name());
         file.text += line(name, value.text());
-        file.secret |= meta_is_password(name.starts_with(kRoot) ? preset_api(name) : name);
+        if (meta_is_password(name.starts_with(kRoot) ? preset_api(name) : name)) {
+            file.kind = FileChange::Kind::secret;
+            file.mode = 0600;
+        }
     });
     if (has_only_lines(node))
         return file;
@@ -124,29 +147,6 @@ void count_presets()
         ++preset_max_num;
 }
 
-// All of them or none: what was replaced before one failed is put back.
-bool store_files(const std::vector<NewFile> &files)
-{
-    std::vector<std::pair<std::string, std::optional<std::string>>> before;
-    for (const NewFile &file : files) {
-        const std::string path = qv_sysroot_path(file.path);
-        before.emplace_back(file.path, read_file(path));
-        const bool known = before.back().second || !file_exists(path);
-        if (known && store_file(file))
-            continue;
-        if (!known) // it is not touched
-            before.pop_back();
-        for (auto &[name, text] : before) {
-            if (text)
-                store_file({name, std::move(*text)});
-            else
-                unlink(qv_sysroot_path(name).c_str());
-        }
-        return false;
-    }
-    return true;
-}
-
 // The file of a folder without a current preset names the first one, which counts from the next start on. A
 // file that cannot be read may be a good one.
 void load_conf()
@@ -155,7 +155,7 @@ void load_conf()
     if (read.result == HdfResult::error)
         qv_log_print(kLogError, "Error reading %s: %s\n", kConfFile, read.detail.c_str());
     else if (!presetDB.get(kCurrent))
-        store_file({kConfFile, "Preset.current=1\n"});
+        store_files({{qv_sysroot_path(kConfFile), "Preset.current=1\n"}});
 }
 
 void load_presets()
@@ -221,7 +221,7 @@ int preset_current()
 
 bool save_current_preset(int number)
 {
-    return store_file(conf_file(number)) && presetDB.set(kCurrent, std::to_string(number));
+    return store_files({conf_file(number)}) && presetDB.set(kCurrent, std::to_string(number));
 }
 
 std::string preset_name(int number)
@@ -276,8 +276,8 @@ void preset_enter(int number, const Tree &preset)
 
 bool preset_save(int number, const Tree &preset)
 {
-    const std::optional<NewFile> file = new_file(preset_file(number), preset.root());
-    if (!file || !store_file(*file))
+    const std::optional<FileChange> file = new_file(preset_file(number), preset.root());
+    if (!file || !store_files({*file}))
         return false;
     preset_enter(number, preset);
     return true;
@@ -285,8 +285,8 @@ bool preset_save(int number, const Tree &preset)
 
 bool preset_export(const std::string &path)
 {
-    const std::optional<NewFile> file = new_file(path, presetDB.root());
-    return file && store_file(*file);
+    const std::optional<FileChange> file = new_file(path, presetDB.root());
+    return file && log_failure(file->path, replace_named_file(file->path, file->text, file->mode));
 }
 
 PresetImport preset_import(Tree &imported)
@@ -301,11 +301,11 @@ PresetImport preset_import(Tree &imported)
         found |= merged.root().merge(preset_name(number), imported.find(preset_name(number)));
     if (!found || !has_only_lines(imported.root()))
         return PresetImport::no_good;
-    std::vector<NewFile> files;
+    std::vector<FileChange> files;
     if (merged.get(kCurrent))
         files.push_back(conf_file(current_in(merged)));
     for (int number = 1; number <= preset_max_num; ++number) {
-        std::optional<NewFile> file = new_file(preset_file(number), merged.find(preset_name(number)));
+        std::optional<FileChange> file = new_file(preset_file(number), merged.find(preset_name(number)));
         if (!file)
             return PresetImport::not_saved;
         files.push_back(std::move(*file));

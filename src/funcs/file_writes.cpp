@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <set>
 #include <sys/stat.h>
 
 namespace qvcd {
@@ -140,10 +141,12 @@ void FileWrites::add_text(const Target &target)
         return fail(target.file, target.entries, old.error, "reading: ");
     std::vector<Entry *> entries;
     std::map<const TextWriter *, Values> by_writer;
+    std::set<std::string_view> given;
     bool secret = false;
     for (Entry *entry : target.entries) {
         const TextWriter &writer = *entry->row->text;
-        if (entry->when == When::absent && writer.holds(old.text, entry->pair.key)) {
+        const bool is_first = given.insert(entry->pair.key).second;
+        if (entry->when == When::absent && (!is_first || writer.holds(old.text, entry->pair.key))) {
             const bool same = writer.rewrite(old.text, {{entry->pair}, {}}) == old.text;
             entry->result = same ? Result::written : Result::kept;
             continue;

@@ -1,5 +1,6 @@
 #include "platform/line_server.h"
 
+#include "platform/channel.h"
 #include "platform/line_buffers.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -18,12 +19,14 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <optional>
+#include <set>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -44,6 +47,7 @@ constexpr Milliseconds kDrainPatience = 1s;  // for a client that still talks wh
 constexpr Milliseconds kAcceptPause = 200ms; // after an error that only time can cure
 constexpr Milliseconds kLogPause = 60s;      // between log lines about such errors
 constexpr std::size_t kIdleThreads = 2;      // more of them end
+constexpr std::size_t kLoggedSources = 256;  // whose failed handshakes are not logged again
 
 // The kernel keeps it at hand: no system call, exact to a tick.
 Milliseconds now()
@@ -52,6 +56,29 @@ Milliseconds now()
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
     return std::chrono::duration_cast<Milliseconds>(std::chrono::seconds(time.tv_sec) +
                                                     std::chrono::nanoseconds(time.tv_nsec));
+}
+
+// As the kernel knew them at the connect: no look-up of the user that could wait for a directory service.
+std::vector<gid_t> groups_of_peer(int socket)
+{
+    std::vector<gid_t> groups(32);
+    for (;;) {
+        auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        const int result = ::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
+        const std::size_t count = size / sizeof(gid_t);
+        if (result == 0 || errno != ERANGE || count <= groups.size()) {
+            groups.resize(result == 0 ? count : 0);
+            return groups;
+        }
+        groups.resize(count);
+    }
+}
+
+// Those of poll(2) are the same bits.
+std::uint32_t epoll_events(short poll_events)
+{
+    static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT);
+    return static_cast<std::uint32_t>(poll_events);
 }
 
 Peer local_peer(int socket)
@@ -64,6 +91,8 @@ Peer local_peer(int socket)
         peer.uid = credentials.uid;
         peer.gid = credentials.gid;
         peer.pid = credentials.pid;
+        if (peer.uid != 0 && peer.uid != ::geteuid())
+            peer.groups = groups_of_peer(socket);
     }
     return peer;
 }
@@ -100,7 +129,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     {
     }
 
-    void add(UnixListener listener, bool local);
+    void add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls = nullptr);
     bool start();
     bool stop(Milliseconds patience);
 
@@ -117,12 +146,13 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     struct Listener {
         UnixListener socket;
         bool local;
+        std::shared_ptr<const TlsContext> tls; // none: in clear
     };
 
     struct Connection {
-        Fd socket;
+        Channel channel;
         Peer peer;
-        std::unique_ptr<LineHandler> handler;
+        std::unique_ptr<LineHandler> handler; // none before the handshake
         LineInput input;
         std::string output; // what the client did not take yet
         std::size_t sent = 0;
@@ -150,6 +180,8 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     void watch_listeners(std::uint32_t events);
     bool admit(const Peer &peer);
     bool make_room();
+    bool greet(Connection &connection);
+    void log_failed_handshake(const Connection &connection);
     void readable(Worker &worker, Connection &connection);
     void writable(Worker &worker, Connection &connection);
     void serve_waiting(Worker &worker);
@@ -196,7 +228,8 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     std::vector<char> buffer_ = std::vector<char>(kReadBytes);
     Milliseconds log_again_{0}; // about accept errors
     bool crowd_logged_ = false;
-    Milliseconds accept_again_{0}; // 0: listeners are watched
+    std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
+    Milliseconds accept_again_{0};                         // 0: listeners are watched
 };
 
 // A thread of the loop, and the connection that it serves.
@@ -208,6 +241,10 @@ class LineServer::Loop::Worker final : public LineConnection {
     std::FILE *out() override { return replies_.file(); }
     void begin_wait() noexcept override;
     void end_wait() noexcept override;
+    std::size_t unsent() noexcept override
+    {
+        return replies_.size() + connection_->output.size() - connection_->sent;
+    }
 
     bool leads_ = false;
     ReplyStream replies_;
@@ -220,10 +257,10 @@ class LineServer::Loop::Worker final : public LineConnection {
 
 // ---- Threads ----
 
-void LineServer::Loop::add(UnixListener listener, bool local)
+void LineServer::Loop::add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls)
 {
     ::fcntl(listener.socket.get(), F_SETFL, ::fcntl(listener.socket.get(), F_GETFL) | O_NONBLOCK);
-    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local}));
+    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local, std::move(tls)}));
 }
 
 bool LineServer::Loop::start()
@@ -314,7 +351,7 @@ void LineServer::Loop::lead(Worker &worker)
                 accept_all(worker, *reinterpret_cast<Listener *>(event.data.u64 & ~std::uint64_t{1}));
             } else if (auto &connection = *static_cast<Connection *>(event.data.ptr); connection.ready) {
                 // Nothing more is read before its waiting lines have had their turn.
-            } else if (connection.events == EPOLLOUT) {
+            } else if (connection.list == &sending_) {
                 writable(worker, connection);
             } else {
                 readable(worker, connection);
@@ -364,12 +401,12 @@ void LineServer::Loop::Worker::begin_wait() noexcept
         loop_.give_lead();
     }
     std::unique_lock lock(loop_.mutex_);
-    loop_.outside_.push_back(connection.socket.get());
+    loop_.outside_.push_back(connection.channel.fd());
     lock.unlock();
     // Only this thread touches the connection now, so a client that does not read holds up nobody else.
     const std::string_view left = std::string_view(connection.output).substr(connection.sent);
-    if (!send_all(connection.socket.get(), left, loop_.limits_.send) ||
-        !send_all(connection.socket.get(), replies_.text(), loop_.limits_.send))
+    if (!connection.channel.write_all(left, loop_.limits_.send) ||
+        !connection.channel.write_all(replies_.text(), loop_.limits_.send))
         connection.input_ended = connection.closing = true; // nobody is there to be told the rest
     replies_.clear();
     connection.output.clear();
@@ -388,7 +425,7 @@ void LineServer::Loop::Worker::begin_wait() noexcept
 void LineServer::Loop::Worker::end_wait() noexcept
 {
     const std::lock_guard lock(loop_.mutex_);
-    const auto here = std::ranges::find(loop_.outside_, connection_->socket.get());
+    const auto here = std::ranges::find(loop_.outside_, connection_->channel.fd());
     if (here != loop_.outside_.end())
         loop_.outside_.erase(here);
 }
@@ -418,9 +455,9 @@ void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
             continue;
         auto owned = std::make_unique<Connection>();
         Connection &connection = *owned;
-        connection.socket = std::move(socket);
+        connection.channel =
+            listener.tls ? Channel(std::move(socket), listener.tls->accept()) : Channel(std::move(socket));
         connection.peer = std::move(peer);
-        connection.handler = make_handler_(connection.peer);
         connections_.emplace(&connection, std::move(owned));
         wait_in(connection, &first_);
         readable(worker, connection); // the request is mostly there already
@@ -503,7 +540,7 @@ void LineServer::Loop::watch(Connection &connection, std::uint32_t events)
     const int operation = events == 0              ? EPOLL_CTL_DEL
                           : connection.events == 0 ? EPOLL_CTL_ADD
                                                    : EPOLL_CTL_MOD;
-    ::epoll_ctl(epoll_.get(), operation, connection.socket.get(), &event);
+    ::epoll_ctl(epoll_.get(), operation, connection.channel.fd(), &event);
     connection.events = events;
 }
 
@@ -563,6 +600,9 @@ void LineServer::Loop::end_late_ones(Worker &worker)
             if (list == &sending_ || list == &draining_) {
                 qv_log_print(kLogDebug, "connection closed: an answer was not read\n");
                 close(late);
+            } else if (!late.handler) {
+                qv_log_print(kLogDebug, "connection closed: no handshake in time\n");
+                close(late);
             } else {
                 serve(worker, late, late.input.empty() ? LineHandler::End::idle : LineHandler::End::bad);
             }
@@ -572,19 +612,52 @@ void LineServer::Loop::end_late_ones(Worker &worker)
 
 // ---- Input, handlers, output ----
 
+// Over TLS the handshake comes before the conversation, and what it proves about the peer. True when it is
+// done; else the connection waits for it, or ends.
+bool LineServer::Loop::greet(Connection &connection)
+{
+    if (connection.channel.handshake()) {
+        connection.peer.certificate_user = connection.channel.certificate_user();
+        connection.handler = make_handler_(connection.peer);
+        return true;
+    }
+    if (errno == EAGAIN) {
+        watch(connection, epoll_events(connection.channel.read_events()));
+        return false;
+    }
+    log_failed_handshake(connection);
+    connection.closing = true;
+    drain(connection);
+    return false;
+}
+
+void LineServer::Loop::log_failed_handshake(const Connection &connection)
+{
+    if (!qv_log_wants(kLogDebug))
+        return;
+    const std::string problem = connection.channel.problem();
+    if (failed_handshakes_.size() >= kLoggedSources)
+        failed_handshakes_.clear();
+    if (failed_handshakes_.insert(connection.peer.address).second)
+        qv_log_print(kLogDebug, "connection closed: no TLS with %s: %s; further ones are not logged\n",
+                     connection.peer.address.c_str(), problem.c_str());
+}
+
 void LineServer::Loop::readable(Worker &worker, Connection &connection)
 {
     if (connection.list == &draining_)
         return drain(connection);
-    const ssize_t n = ::recv(connection.socket.get(), buffer_.data(), buffer_.size(), 0);
+    if (!connection.handler && !greet(connection))
+        return;
+    const ssize_t n = connection.channel.read(buffer_.data(), buffer_.size());
     if (n < 0 && (errno == EAGAIN || errno == EINTR))
-        return watch(connection, EPOLLIN);
+        return watch(connection, epoll_events(connection.channel.read_events()));
     if (n < 0) {
-        qv_log_print(kLogDebug, "connection closed: %s\n", std::strerror(errno));
+        qv_log_print(kLogDebug, "connection closed: %s\n", connection.channel.problem().c_str());
         return close(connection);
     }
     connection.input_ended = n == 0;
-    connection.all_read = static_cast<std::size_t>(n) < buffer_.size();
+    connection.all_read = connection.channel.in_clear() && static_cast<std::size_t>(n) < buffer_.size();
     connection.input.append({buffer_.data(), static_cast<std::size_t>(n)});
     serve(worker, connection);
 }
@@ -677,8 +750,7 @@ bool LineServer::Loop::send_some(ReplyStream &replies, Connection &connection)
     }
     std::size_t taken = 0;
     while (good && taken < text.size()) {
-        const ssize_t n = ::send(connection.socket.get(), text.data() + taken, text.size() - taken,
-                                 MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t n = connection.channel.write(text.substr(taken));
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0 && errno == EAGAIN)
@@ -716,8 +788,10 @@ bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
 void LineServer::Loop::settle(Connection &connection)
 {
     const bool all_read = std::exchange(connection.all_read, false);
-    if (!connection.output.empty()) {
-        watch(connection, EPOLLOUT);
+    const bool unsent =
+        !connection.output.empty() || (connection.closing && !connection.channel.finish() && errno == EAGAIN);
+    if (unsent) {
+        watch(connection, epoll_events(connection.channel.write_events()));
         if (connection.list != &sending_)
             wait_in(connection, &sending_);
         return;
@@ -737,18 +811,20 @@ void LineServer::Loop::settle(Connection &connection)
 }
 
 // Closing a socket that still holds input throws away the end of the answer (TCP resets the connection), so
-// what the client still says is read and dropped.
+// what the client still says is read and dropped, as it comes from the socket.
 void LineServer::Loop::drain(Connection &connection)
 {
     std::array<char, 16384> waste;
     while (!connection.input_ended && connection.drained < kDrainBytes) {
-        const ssize_t n = ::recv(connection.socket.get(), waste.data(), waste.size(), MSG_DONTWAIT);
-        if (n < 0 && errno == EAGAIN && connection.drained == 0)
-            break; // a client that said nothing more hears the end from the close
+        const ssize_t n = ::recv(connection.channel.fd(), waste.data(), waste.size(), MSG_DONTWAIT);
+        // A client that said nothing more hears the end from the close. One whose handshake failed may think
+        // that it is done, and send its request, and is to read why.
+        if (n < 0 && errno == EAGAIN && connection.drained == 0 && connection.handler)
+            break;
         if (n < 0 && errno == EAGAIN) {
             watch(connection, EPOLLIN);
             if (connection.list != &draining_) {
-                ::shutdown(connection.socket.get(), SHUT_WR);
+                ::shutdown(connection.channel.fd(), SHUT_WR);
                 wait_in(connection, &draining_);
             }
             return;
@@ -815,11 +891,11 @@ void LineServer::listen(UnixListener listener)
     loop_->add(std::move(listener), true);
 }
 
-void LineServer::listen(Fd tcp_socket)
+void LineServer::listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls)
 {
     UnixListener listener;
     listener.socket = std::move(tcp_socket);
-    loop_->add(std::move(listener), false);
+    loop_->add(std::move(listener), false, std::move(tls));
 }
 
 bool LineServer::start()

@@ -3,7 +3,6 @@
 #include "base/file_text.h"
 #include "base/limits.h"
 #include "base/text.h"
-#include "platform/fd.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
@@ -12,11 +11,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace qvcd {
 
@@ -75,16 +72,10 @@ bool log_failure(const char *what, const std::string &file, int error)
     return error == 0;
 }
 
-int flush_folder()
-{
-    const Fd folder(open(qv_sysroot_path(kProfileFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder && fsync(folder.get()) == 0 ? 0 : errno;
-}
-
 bool remove_entry(const std::string &entry)
 {
     const std::string file = std::string(kProfileFolder) + "/" + entry;
-    return log_failure("remove", file, unlink(qv_sysroot_path(file).c_str()) == 0 ? 0 : errno);
+    return log_failure("remove", file, remove_file(qv_sysroot_path(file)));
 }
 
 } // namespace
@@ -211,10 +202,8 @@ std::optional<ProfileText> profile_read_text(const std::string &name)
 {
     const std::string file = qv_sysroot_path(profile_file(name));
     struct stat st {};
-    if (stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
-        return std::nullopt;
     auto text = read_file(file);
-    if (!text || text->size() != static_cast<std::size_t>(st.st_size))
+    if (!text || stat(file.c_str(), &st) != 0)
         return std::nullopt;
     return ProfileText{std::move(*text), st.st_mode & 0777U};
 }
@@ -227,7 +216,7 @@ bool profile_write_text(const std::string &name, const ProfileText &file)
 
 bool profile_remove_file(const std::string &name)
 {
-    return remove_entry(name + std::string(kSuffix)) && log_failure("flush", kProfileFolder, flush_folder());
+    return remove_entry(name + std::string(kSuffix));
 }
 
 bool profile_remove_files()
@@ -236,7 +225,7 @@ bool profile_remove_files()
     bool removed = true;
     for (const std::string &entry : profile_entries(error))
         removed &= remove_entry(entry);
-    return error ? removed : removed && log_failure("flush", kProfileFolder, flush_folder());
+    return removed;
 }
 
 std::string profile_group(const Tree &document)

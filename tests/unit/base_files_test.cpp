@@ -1,16 +1,17 @@
 #include "base/file_text.h"
-#include "base/file_utils.h"
 #include "base/kv_file.h"
 #include "temp_folder.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace qvcd {
 namespace {
 
-TEST(KvFile, FindsTheFirstMatchingLine)
+TEST(KvFile, FindsTheValue)
 {
     const struct {
         const char *text;
@@ -18,7 +19,9 @@ TEST(KvFile, FindsTheFirstMatchingLine)
         std::optional<std::string> value;
     } cases[] = {
         {"port=554\n", "port", "554"},
-        {"#port=554\n", "port", "554"}, // a commented-out line counts
+        {"#port=554\n", "port", "554"}, // commented out, but there is no other
+        {"#Port 22\n#Port = 21 is used by\nPort 8022\n", "Port", "8022"},
+        {"#Port 22\nPortX 1\n", "Port", "22"},
         {"##port=554\n", "port", std::nullopt},
         {"port : 554\n", "port", "554"},
         {"port\t= :x y \n", "port", "x y "},
@@ -27,11 +30,17 @@ TEST(KvFile, FindsTheFirstMatchingLine)
         {"name=\n", "name", ""},
         {"name=x", "name", "x"},
         {"name", "name", std::nullopt},
+        {"a=1\r\nname=x\r\n", "name", "x"},
+        {"listen ::\nbind=::1\n", "bind", "::1"}, // an address, not separators
+        {"listen ::\nbind=::1\n", "listen", "::"},
+        {"port::80\n", "port", "80"},
         {"first line = whole\nsecond\n", "", "first line = whole"},
         {"", "", std::nullopt},
     };
     for (const auto &c : cases)
         EXPECT_EQ(kv_find(c.text, c.key), c.value) << c.text;
+    const std::string long_value(3000, 'v');
+    EXPECT_EQ(kv_find(std::string(5000, '#') + "\nk=" + long_value + "\n", "k"), long_value);
 }
 
 TEST(KvFile, Unquotes)
@@ -47,30 +56,117 @@ TEST(KvFile, Unquotes)
 
 TEST(KvFile, ReplacesAndKeepsTheFilesStyle)
 {
+    const std::string long_line = std::string(5000, 'x') + " k=1\n";
     const struct {
-        const char *text;
-        const char *key;
-        const char *value;
-        const char *result;
+        std::string text;
+        std::vector<KeyValue> values;
+        std::string result;
     } cases[] = {
-        {"a=1\n#b=2\nb:3\n", "b", "9", "a=1\n#b=2\nb:9\n"},
-        {"a=1\n", "c", "x", "a=1\nc=x\n"},
-        {"port = 80\nport = 81\n", "port", "554", "port = 554\nport = 81\n"},
-        {"k=\n", "k", "v", "k=v\n"},
-        {"no newline=1", "c", "x", "no newline=1\nc=x\n"},
-        {"c=old", "c", "new", "c=new\n"},
-        {"whatever\n", "", "v", "v\n"},
-        {"", "k", "", "k=\n"},
+        {"a=1\n#b=2\nb:3\n", {{"b", "9"}}, "a=1\n#b=2\nb:9\n"},
+        {"#Port 22\n#Port = 21 is used by\n",
+         {{"Port", "8022"}},
+         "#Port 22\n#Port = 21 is used by\nPort=8022\n"},
+        {"port = 80\nport = 81\n", {{"port", "554"}}, "port = 554\nport = 81\n"},
+        {"k=\n", {{"k", "v"}}, "k=v\n"},
+        {"no newline=1", {{"c", "x"}}, "no newline=1\nc=x\n"},
+        {"c=old", {{"c", "new"}}, "c=new"},
+        {"a=1\r\nb=2\r\n", {{"b", "3"}, {"c", "4"}}, "a=1\r\nb=3\r\nc=4\r\n"},
+        {"\n", {{"c", "4"}}, "\nc=4\n"},
+        {"", {{"k", ""}}, "k=\n"},
+        {"", {{"b", "1"}, {"a", "2"}, {"b", "3"}}, "b=3\na=2\n"},
+        {"bind=::1\n", {{"bind", "::"}}, "bind=::\n"},
+        {"a b=1\na=2\n", {{"a b", "3"}}, "a b=3\na=2\n"},
+        {long_line + "k=1\n", {{"k", "2"}}, long_line + "k=2\n"},
+        {"k=" + std::string(3000, 'v') + "\nrest", {{"k", "2"}}, "k=2\nrest"},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(kv_replace(c.text, c.key, c.value), c.result) << c.text;
+        EXPECT_EQ(kv_replace(c.text, c.values), c.result) << c.text;
 }
 
-TEST(KvFile, LongLinesAreNotLost)
+TEST(KvFile, RefusesWhatWouldNotReadBack)
 {
-    const std::string text = std::string(5000, 'x') + "\nk=1\n";
-    EXPECT_EQ(kv_replace(text, "k", "2"), std::string(5000, 'x') + "\nk=2\n");
-    EXPECT_EQ(kv_find("k=" + std::string(3000, 'v') + "\n", "k")->size(), 1021U); // what one piece holds
+    const struct {
+        const char *key;
+        const char *value;
+        bool fits;
+    } cases[] = {
+        {"k", "", true},      {"k", "a = b : c ", true}, {"k", "::1", true}, {"k", "\xc3\xa4", true},
+        {"k", " a", false},   {"k", "=a", false},        {"k", ":a", false}, {"k", ":: a", false},
+        {"k", "a\nb", false}, {"k", "a\rb", false},      {"", "a", false},   {"#k", "a", false},
+        {"k\nx", "a", false},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(kv_refuses(c.key, c.value) == nullptr, c.fits) << c.key << " " << c.value;
+}
+
+// Texts and values that are likely to meet: few letters, all that has a meaning, some of it long.
+class Random {
+  public:
+    std::size_t below(std::size_t n) { return engine_() % n; }
+    std::string of(std::string_view letters, std::size_t longest)
+    {
+        std::string text(below(longest + 1), ' ');
+        std::ranges::generate(text, [&] { return letters[below(letters.size())]; });
+        return text;
+    }
+
+  private:
+    std::mt19937 engine_{std::random_device{}()};
+};
+
+std::vector<std::string> lines_of(std::string_view text)
+{
+    std::vector<std::string> lines;
+    while (!text.empty())
+        lines.emplace_back(next_line(text).text);
+    return lines;
+}
+
+TEST(KvFile, WhatIsWrittenReadsBackAndNothingElseChanges)
+{
+    Random random;
+    for (int run = 0; run < 20000; ++run) {
+        const std::string text = random.of("kk=#: \t\r\n\n\"ab", 60);
+        const std::string key = random.of("kab", 2) + "k";
+        const std::string value =
+            random.below(50) ? random.of("kab=#: \"\x80", 8) : std::string(random.below(1024), 'v');
+        const std::string quoted = "\"" + value + "\"";
+        const std::string again = kv_replace(text, std::vector<KeyValue>{{key, quoted}});
+        ASSERT_EQ(kv_refuses(key, quoted), nullptr);
+        ASSERT_EQ(kv_unquote(*kv_find(again, key)), value) << "[" << text << "] " << key;
+        ASSERT_TRUE(kv_holds(again, key));
+        if (kv_refuses(key, value))
+            continue;
+        const std::string plain = kv_replace(text, std::vector<KeyValue>{{key, value}});
+        ASSERT_EQ(kv_find(plain, key), value) << "[" << text << "] " << key;
+        std::vector<std::string> old_lines = lines_of(text);
+        std::vector<std::string> new_lines = lines_of(plain);
+        const bool held = kv_holds(text, key);
+        ASSERT_EQ(new_lines.size(), old_lines.size() + (held ? 0 : 1)) << "[" << text << "] " << key;
+        old_lines.resize(new_lines.size());
+        const auto [changed, with] = std::ranges::mismatch(new_lines, old_lines);
+        if (changed == new_lines.end())
+            continue;
+        ASSERT_TRUE(changed->starts_with(key)) << "[" << text << "] " << key;
+        ASSERT_TRUE(std::equal(changed + 1, new_lines.end(), with + 1)) << "[" << text << "] " << key;
+    }
+}
+
+TEST(KvFile, ManyAtOnceAreAsOneAfterTheOther)
+{
+    Random random;
+    for (int run = 0; run < 2000; ++run) {
+        const std::string text = random.of("klm=#: \n\n\n", 60);
+        std::vector<KeyValue> values;
+        for (const char *key : {"k", "l", "m", "kk", "lm"}) {
+            if (random.below(2))
+                values.push_back({key, random.of("ab", 3)});
+        }
+        std::string one_by_one = text;
+        for (const KeyValue &pair : values)
+            one_by_one = kv_replace(one_by_one, std::vector<KeyValue>{pair});
+        ASSERT_EQ(kv_replace(text, values), one_by_one) << "[" << text << "]";
+    }
 }
 
 class Files : public testing::Test {
@@ -80,65 +176,96 @@ class Files : public testing::Test {
         struct stat st {};
         return stat(folder.path(name).c_str(), &st) == 0 ? st.st_mode & 07777U : 0;
     }
-    std::size_t entries() const
-    {
-        std::size_t n = 0;
-        for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator(folder.path()))
-            ++n;
-        return n;
-    }
     const TempFolder folder;
 };
 
-TEST_F(Files, ReplacingKeepsModeLinksAndNoTemporaries)
+TEST_F(Files, ReadingIsAllOrAnError)
 {
-    folder.write("real", "old");
-    chmod(folder.path("real").c_str(), 0640);
-    ASSERT_EQ(symlink("real", folder.path("link").c_str()), 0);
-    EXPECT_EQ(replace_file(folder.path("link"), "new"), 0);
-    EXPECT_EQ(folder.read("real"), "new");
-    EXPECT_EQ(mode_of("real"), 0640U);
-    EXPECT_TRUE(std::filesystem::is_symlink(folder.path("link")));
-    EXPECT_EQ(replace_file(folder.path("fresh"), "x"), 0);
-    EXPECT_EQ(mode_of("fresh"), 0644U);
-    EXPECT_EQ(replace_secret_file(folder.path("fresh"), "y"), 0);
-    EXPECT_EQ(mode_of("fresh"), 0600U);
-    EXPECT_EQ(entries(), 3U);
-}
-
-TEST_F(Files, FailuresLeaveTheOldFile)
-{
-    EXPECT_EQ(replace_file(folder.path("none/f"), "x"), ENOENT);
+    folder.write("text", "abc");
     std::filesystem::create_directory(folder.path("folder"));
-    EXPECT_EQ(replace_file(folder.path("folder"), "x"), EISDIR);
-    EXPECT_EQ(replace_file("/dev/full", "x"), ENOSPC); // a device is written in place
-    EXPECT_EQ(read_file(folder.path("folder")), std::nullopt);
-    EXPECT_EQ(read_file(folder.path("none")), std::nullopt);
+    std::filesystem::create_symlink("loop", folder.path("loop"));
+    ASSERT_EQ(mkfifo(folder.path("fifo").c_str(), 0600), 0);
+    const struct {
+        std::string path;
+        std::size_t limit;
+        int error;
+    } cases[] = {
+        {folder.path("text"), 3, 0},        {folder.path("text"), 2, EFBIG},
+        {folder.path("none"), 9, ENOENT},   {folder.path("text/none"), 9, ENOTDIR},
+        {folder.path("folder"), 9, EISDIR}, {folder.path("loop"), 9, ELOOP},
+        {folder.path("fifo"), 9, ESPIPE},                               // and does not wait
+        {"/dev/zero", 1U << 20U, EFBIG},    {"/proc/self/mem", 9, EIO}, // opens, but does not read
+    };
+    for (const auto &c : cases) {
+        const FileText file = read_whole_file(c.path, c.limit);
+        EXPECT_EQ(file.error, c.error) << c.path;
+        EXPECT_EQ(file.text, c.error ? "" : "abc") << c.path;
+        EXPECT_EQ(file.missing(), c.error == ENOENT || c.error == ENOTDIR) << c.path;
+        EXPECT_EQ(read_file(c.path, c.limit).has_value(), c.error == 0) << c.path;
+    }
+    EXPECT_FALSE(read_whole_file("/proc/self/stat").text.empty()); // its size reads as 0
 }
 
-TEST_F(Files, ScratchFilesAreNeverWrittenThroughALink)
+TEST_F(Files, RemovingIsToldOf)
 {
-    folder.write("target", "keep");
-    ASSERT_EQ(symlink(folder.path("target").c_str(), folder.path("planted").c_str()), 0);
-    EXPECT_EQ(write_scratch_file(folder.path("planted"), "x"), ELOOP);
-    EXPECT_EQ(folder.read("target"), "keep");
-    EXPECT_EQ(write_scratch_file(folder.path("mine"), "x"), 0);
-    EXPECT_EQ(mode_of("mine"), 0600U);
+    EXPECT_EQ(remove_file(folder.write("f", "")), 0);
+    EXPECT_EQ(remove_file(folder.path("f")), ENOENT);
 }
 
-TEST_F(Files, CopyAndMove)
+TEST_F(Files, NamedFilesInAFolderOfEverybody)
 {
-    folder.write("src", "text");
-    folder.write("empty", "");
-    EXPECT_EQ(utils_copy_file(folder.path("src"), folder.path("dst")), 0);
-    EXPECT_EQ(utils_copy_file(folder.path("empty"), folder.path("empty2")), 0);
-    EXPECT_TRUE(file_exists(folder.path("empty2")));
-    EXPECT_EQ(utils_copy_file(folder.path("none"), folder.path("dst")), 1);
-    EXPECT_EQ(folder.read("dst"), "text");
-    EXPECT_EQ(utils_move_file(folder.path("src"), folder.path("moved")), 0);
-    EXPECT_FALSE(file_exists(folder.path("src")));
-    EXPECT_EQ(utils_move_file(folder.path("moved"), folder.path("none/moved")), 1);
-    EXPECT_FALSE(file_exists(folder.path("moved"))); // gone before the destination is tried
+    const auto named = [&](const std::string &name, unsigned mode = 0666) {
+        return replace_named_file(folder.path("open/" + name), "new", mode);
+    };
+    folder.write("secret", "keep");
+    folder.write("safe/x", "keep");
+    const std::string open = folder.path("open");
+    std::filesystem::create_directory(open);
+    ASSERT_EQ(chmod(open.c_str(), 01777), 0);
+    std::filesystem::create_symlink("../secret", open + "/link");
+    std::filesystem::create_symlink("../none", open + "/dangling");
+    std::filesystem::create_directory_symlink("../safe", open + "/way");
+    EXPECT_EQ(named("link"), ELOOP);
+    EXPECT_EQ(named("dangling"), ELOOP);
+    EXPECT_NE(named("way/x"), 0); // somebody may turn the way elsewhere
+    EXPECT_EQ(folder.read("secret") + folder.read("safe/x"), "keepkeep");
+    EXPECT_FALSE(std::filesystem::exists(folder.path("none")));
+    ASSERT_EQ(mkfifo((open + "/fifo").c_str(), 0600), 0);
+    EXPECT_EQ(named("fifo"), EPERM);
+    EXPECT_EQ(named("fresh"), 0);
+    EXPECT_EQ(mode_of("open/fresh"), 0644U);
+    EXPECT_EQ(named("fresh", 0600), 0);
+    EXPECT_EQ(mode_of("open/fresh"), 0600U);
+    EXPECT_EQ(named("fresh"), 0); // what was narrow stays so
+    EXPECT_EQ(mode_of("open/fresh"), 0600U);
+    EXPECT_EQ(named("none/x"), ENOENT);
+    EXPECT_EQ(named(""), EISDIR);
+    if (geteuid() != 0)
+        return;
+    folder.write("open/strangers", "keep");
+    ASSERT_EQ(chown((open + "/strangers").c_str(), 12345, 12345), 0);
+    EXPECT_EQ(named("strangers", 0600), EPERM);
+    EXPECT_EQ(folder.read("open/strangers"), "keep");
+    std::filesystem::create_directory(open + "/theirs");
+    ASSERT_EQ(chown((open + "/theirs").c_str(), 12345, 12345), 0);
+    std::filesystem::create_symlink("../../secret", open + "/theirs/link");
+    EXPECT_EQ(named("theirs/link"), ELOOP);
+}
+
+TEST_F(Files, NamedFilesWhereNobodyElseWrites)
+{
+    folder.write("a/real", "old");
+    std::filesystem::create_symlink("a", folder.path("way"));
+    std::filesystem::create_symlink(folder.path("way") + "/real", folder.path("link"));
+    EXPECT_EQ(replace_named_file(folder.path("link"), "new"), 0);
+    EXPECT_EQ(folder.read("a/real"), "new");
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.path("link")));
+    EXPECT_EQ(replace_named_file(folder.path("way/../a/x"), "x"), 0);
+    EXPECT_EQ(folder.read("a/x"), "x");
+    EXPECT_EQ(replace_named_file("/dev/full", "x"), ENOSPC); // a device is written, not replaced
+    std::filesystem::create_symlink("round", folder.path("round"));
+    EXPECT_EQ(replace_named_file(folder.path("round"), "x"), ELOOP);
+    EXPECT_EQ(replace_named_file(folder.path("a"), "x"), EISDIR);
 }
 
 } // namespace

@@ -1,16 +1,16 @@
 #include "appliance_root.h"
+#include "base/file_text.h"
+#include "base/save_lock.h"
 #include "funcs/apply_map.h"
-#include "funcs/check_map.h"
+#include "funcs/file_writes.h"
 #include "funcs/generic_readers.h"
 #include "funcs/ntp.h"
 #include "funcs/read_map.h"
-#include "funcs/write_functions.h"
-#include "funcs/write_map.h"
 #include "model/populate.h"
-#include "model/template.h"
 #include "store/database.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace qvcd {
 namespace {
@@ -20,42 +20,43 @@ class Funcs : public OnEmptyRoot<testing::Test> {
     void SetUp() override
     {
         OnEmptyRoot::SetUp();
-        for (const char *name : {"tmp/qvcd/x", "etc/x"})
-            appliance_root().write(name, "");
         hdfdb_init();
-        cmd_create_cfuncmap_hdf();
-        cmd_create_rfuncmap_hdf();
-        cmd_create_wfuncmap_hdf();
-        cmd_create_afuncmap_hdf();
     }
-    void TearDown() override
-    {
-        cmd_destroy_afuncmap_hdf();
-        cmd_destroy_wfuncmap_hdf();
-        cmd_destroy_rfuncmap_hdf();
-        cmd_destroy_cfuncmap_hdf();
-        hdfdb_destroy();
-    }
+    void TearDown() override { hdfdb_destroy(); }
     static void meta(std::initializer_list<std::pair<const char *, const char *>> values)
     {
         for (const auto &[name, value] : values)
             ASSERT_TRUE(metaDB.set(name, value)) << name;
     }
-    static std::string read(const std::string &api)
+    static void api(const std::string &name, const std::string &write, const std::string &file,
+                    const std::string &attr, const std::string &shadow = {})
     {
-        std::string out;
-        return rfuncmap_read(api, out) ? out : "(none)";
+        metaDB.set(name + ".write", write);
+        metaDB.set(name + ".file", file);
+        metaDB.set(name + ".attr", attr);
+        metaDB.set(name + ".shadow", shadow);
     }
+    std::string read(const std::string &name) { return rfuncmap_read(request, name).value_or("(none)"); }
+    static std::string file(const std::string &name) { return appliance_root().read(name); }
+    static void file(const std::string &name, const std::string &text) { appliance_root().write(name, text); }
+    static bool exists(const std::string &name) { return file_exists(appliance_root().path(name)); }
+    static mode_t mode_of(const std::string &name)
+    {
+        struct stat st {};
+        return stat(appliance_root().path(name).c_str(), &st) == 0 ? st.st_mode & 07777U : 0;
+    }
+    Request request{0xffff};
 };
 
 TEST_F(Funcs, GenericReaders)
 {
-    appliance_root().write("etc/f.conf", "plain=a b\nquoted=\"c d\"\nempty=\"\"\n");
+    file("etc/f.conf",
+         "plain=a b\nquoted=\"c d\"\nempty=\"\"\nin=\"a\"b\"\nlong=\"" + std::string(1023, '"') + "\"\n");
     hdfDB.set("Other.api", "mirror");
     const struct {
         const char *read;
         const char *attr;
-        const char *value;
+        std::string value;
     } cases[] = {
         {"na_rfunc", "x", "n/a"},
         {"hidden_rfunc", "x", "******"},
@@ -70,6 +71,8 @@ TEST_F(Funcs, GenericReaders)
         {"kv_rfunc", "quoted", "\"c d\""},
         {"quotedkv_rfunc", "quoted", "c d"},
         {"quotedkv_rfunc", "plain", "a b"},
+        {"quotedkv_rfunc", "in", "a\"b"},
+        {"quotedkv_rfunc", "long", std::string(1023, '"')},
         {"eeprom_rfunc", "x", "n/a"},
         {"ipc_rfunc", "status", "n/a"}, // nobody answers at that name
         {"syscall_rfunc", "echo '  42 x'", "42"},
@@ -79,109 +82,200 @@ TEST_F(Funcs, GenericReaders)
     for (const auto &c : cases) {
         meta({{"A.file", "/etc/f.conf"}, {"A.read", c.read}, {"A.attr", c.attr}});
         EXPECT_EQ(read("A"), c.value) << c.read << " " << c.attr;
+        EXPECT_EQ(read_error(request), 0);
     }
     EXPECT_EQ(read("Unknown"), "(none)");
+    EXPECT_EQ(ipc_attr_rfunc(request, "nobody", "status rate"), "");
+    EXPECT_EQ(kv_rfunc(request, nullptr, "k"), std::nullopt);
+    EXPECT_EQ(syscall_rfunc(request, nullptr, nullptr), std::nullopt);
 }
 
-TEST_F(Funcs, ReadersLeaveTheCallersTextWhereTheySaySo)
+TEST_F(Funcs, ReadersTellMissingFromFailed)
 {
-    std::string out = "before";
-    EXPECT_TRUE(ipc_attr_rfunc("nobody", "status rate", out, false));
-    EXPECT_EQ(out, "before");
-    EXPECT_TRUE(password_rfunc("/etc/none", "k", out, false)); // the caller's text counts
-    EXPECT_EQ(out, "********");
-    EXPECT_FALSE(kv_rfunc(nullptr, "k", out, false));
-    EXPECT_FALSE(syscall_rfunc(nullptr, nullptr, out, false));
+    std::filesystem::create_directories(appliance_root().path("etc/folder"));
+    for (const auto reader : {kv_rfunc, quoted_rfunc, ntp_rfunc, password_rfunc}) {
+        read_error(request) = 0;
+        EXPECT_EQ(reader(request, "/etc/none", "server"), std::nullopt);
+        EXPECT_EQ(read_error(request), 0);
+        EXPECT_EQ(reader(request, "/etc/folder", "server"), std::nullopt);
+        EXPECT_EQ(read_error(request), EISDIR);
+    }
 }
 
-TEST_F(Funcs, NtpConfiguration)
+TEST_F(Funcs, NtpConfigurationReads)
 {
-    hdfDB.set("Services.NTP.interval", "daily");
-    EXPECT_EQ(ntp_replace_server("server a\ndriftfile x\nserver b\n", "server", "v"),
-              "server pool.ntp.org minpoll 12 maxpoll 16 iburst\ndriftfile x\n"
-              "server pool.ntp.org minpoll 12 maxpoll 16 iburst\n");
-    EXPECT_EQ(ntp_replace_server("driftfile x\n", "interval", "daily"), "driftfile x\ninterval=daily\n");
     const struct {
-        const char *line;
+        const char *text;
         const char *server;
         const char *interval;
     } cases[] = {
         {"server h minpoll 12 maxpoll 15 iburst\n", "h", "twiceday"},
-        {"server h minpoll 12 maxpoll 16 iburst\n", "h", "daily"},
+        {"server h maxpoll 16\n", "h", "daily"},
         {"server h minpoll 12 maxpoll 12 iburst\n", "h", "hourly"},
         {"server h\n", "h", "hourly"},
-        {"driftfile x\nserver h minpoll 12 maxpoll 16 iburst\n", "(none)", "hourly"},
+        {"# a comment\r\nservers x\n\tserver\th minpoll 12 maxpoll 16\r\n", "h", "daily"},
+        {"pool p maxpoll 15\nserver h\nserver i\n", "h", "hourly"},
+        {"pool p maxpoll 15\n", "p", "twiceday"},
+        {"#server h\nserver\nserverx h\nserver=h\n", "(none)", "(none)"},
+        {"", "(none)", "(none)"},
     };
     for (const auto &c : cases) {
-        std::string out = "(none)";
-        ntp_find(c.line, "server", out);
-        EXPECT_EQ(out, c.server) << c.line;
-        EXPECT_TRUE(ntp_find(c.line, "interval", out));
-        EXPECT_EQ(out, c.interval) << c.line;
-        EXPECT_FALSE(ntp_find(c.line, "other", out));
+        EXPECT_EQ(ntp_find(c.text, "server").value_or("(none)"), c.server) << c.text;
+        EXPECT_EQ(ntp_find(c.text, "interval").value_or("(none)"), c.interval) << c.text;
+        EXPECT_EQ(ntp_find(c.text, "other"), std::nullopt);
     }
+}
+
+TEST_F(Funcs, NtpConfigurationTakesWhatIsSaved)
+{
+    const std::vector<KeyValue> settings = {{"server", "set"}, {"interval", "daily"}};
+    const struct {
+        const char *text;
+        std::vector<KeyValue> given;
+        const char *result;
+    } cases[] = {
+        {"# server x\nserver a maxpoll 15\ndriftfile f\nserver b\n",
+         {{"server", "v"}},
+         "# server x\nserver v minpoll 12 maxpoll 15 iburst\ndriftfile f\nserver v minpoll 12 maxpoll 15 "
+         "iburst\n"},
+        {"serverx 1\r\nserver a\r\n",
+         {{"interval", "daily"}},
+         "serverx 1\r\nserver a minpoll 12 maxpoll 16 iburst\r\n"},
+        {"server a", {{"interval", "twiceday"}, {"server", "b"}}, "server b minpoll 12 maxpoll 15 iburst"},
+        {"driftfile f", {{"server", "v"}}, "driftfile f\nserver v minpoll 12 maxpoll 16 iburst\n"},
+        {"", {{"interval", "hourly"}}, "server set minpoll 12 maxpoll 12 iburst\n"},
+        {"pool p\n", {{"server", "v"}}, "pool p\nserver v minpoll 12 maxpoll 12 iburst\n"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(ntp_replace(c.text, {c.given, settings}), c.result) << c.text;
+    for (const char *bad : {"", "a b", "a\tb", "a\nb", "#a"})
+        EXPECT_TRUE(ntp_refuses("server", bad)) << bad;
+    EXPECT_TRUE(ntp_refuses("interval", "weekly") && ntp_refuses("other", "x") && ntp_refuses("", "x"));
+    EXPECT_FALSE(ntp_refuses("server", "fd00::1") || ntp_refuses("interval", "daily"));
+    // From the settings, where they can be written; else from the API's own default.
+    hdfDB.set("Services.NTP.server", "two words");
+    meta({{"Services.NTP.server.default", "own.example"}, {"Services.NTP.interval.default", "weekly"}});
+    EXPECT_EQ(ntp_replace("", {{}, ntp_settings()}), "server own.example minpoll 12 maxpoll 12 iburst\n");
 }
 
 TEST_F(Funcs, WritersAndTheirResults)
 {
-    appliance_root().write("etc/f.conf", "a = 1\n");
-    const auto write = [](const char *function, const char *file, const char *value) {
-        meta({{"A.file", file}, {"A.write", function}, {"A.attr", "a"}});
+    const auto write = [](const char *function, const char *where, const char *value, const char *key = "a") {
+        api("A", function, where, key);
         return wfuncmap_write("A", value);
     };
-    EXPECT_EQ(write("kv_wfunc", "/etc/f.conf", "2"), 0);
-    EXPECT_EQ(appliance_root().read("etc/f.conf"), "a = 2\n");
-    EXPECT_EQ(write("quotedkv_wfunc", "/etc/f.conf", "x y"), 0);
-    EXPECT_EQ(appliance_root().read("etc/f.conf"), "a = \"x y\"\n");
-    EXPECT_EQ(write("kv_wfunc", "/etc/f.conf", "two\nlines = 1"), 1); // would be a line of its own
-    EXPECT_EQ(appliance_root().read("etc/f.conf"), "a = \"x y\"\n");
-    EXPECT_EQ(write("kv_wfunc", "/etc/new.conf", "n"), 0);
-    EXPECT_EQ(appliance_root().read("etc/new.conf"), "a=n\n");
-    EXPECT_EQ(write("kv_wfunc", "/none/new.conf", "n"), 1);
-    EXPECT_EQ(write("quotedkv_wfunc", "/none/new.conf", "n"), 0);
-    EXPECT_EQ(write("io_wfunc", "/sys/none", "1"), 0);
-    EXPECT_FALSE(std::filesystem::exists(appliance_root().path("sys/none")));
-    EXPECT_EQ(write("io_wfunc", "/etc/f.conf", "1"), 0);
-    EXPECT_EQ(appliance_root().read("etc/f.conf"), "1\n");
-    EXPECT_EQ(write("no_wfunc", "/etc/f.conf", "1"), 1);
-    EXPECT_EQ(write("bogus", "/etc/f.conf", "1"), 1);
-    EXPECT_EQ(write("ntp_wfunc", "/etc/none.conf", "1"), 1);
-    EXPECT_EQ(write("syncclock_wfunc", "/x", ""), -1);
-    EXPECT_EQ(write("syncclock_wfunc", "/x", "yesterday"), 1);
-    EXPECT_EQ(write("syncclock_wfunc", "/x", "20240229T12:00:00"), 0);
-    EXPECT_EQ(appliance_root().read("var/run/qv/clock"), "20240229T12:00:00\n");
+    const struct {
+        const char *function;
+        const char *file;
+        const char *value;
+        int result;
+        const char *text; // of the file after it; null: it does not exist
+        const char *key = "a";
+    } cases[] = {
+        {"kv_wfunc", "/etc/f.conf", "2", 0, "a = 2\n"},
+        {"quotedkv_wfunc", "/etc/f.conf", "x y", 0, "a = \"x y\"\n"},
+        {"kv_wfunc", "/etc/f.conf", "two\nlines = 1", 1, "a = \"x y\"\n"},
+        {"quotedkv_wfunc", "/etc/f.conf", "two\nlines = 1", 1, "a = \"x y\"\n"},
+        {"kv_wfunc", "/etc/f.conf", "all", 1, "a = \"x y\"\n", ""},
+        {"kv_wfunc", "/etc/new.conf", "n", 0, "a=n\n"},
+        {"kv_wfunc", "/none/new.conf", "n", 1, nullptr},
+        {"quotedkv_wfunc", "/none/new.conf", "n", 1, nullptr},
+        {"kv_wfunc", "", "n", 1, nullptr},
+        {"io_wfunc", "/sys/none", "1", 0, nullptr},
+        {"io_wfunc", "/etc/f.conf", "1", 0, "1\n"},
+        {"no_wfunc", "/etc/f.conf", "2", 1, "1\n"},
+        {"bogus", "/etc/f.conf", "2", 1, "1\n"},
+        {"ntp_wfunc", "/etc/ntp.conf", "h", 0, "server h minpoll 12 maxpoll 12 iburst\n", "server"},
+        {"ntp_wfunc", "/etc/ntp.conf", "", 1, "server h minpoll 12 maxpoll 12 iburst\n", "server"},
+        {"syncclock_wfunc", "/x", "", 1, nullptr},
+        {"syncclock_wfunc", "/x", "yesterday", 1, nullptr},
+        {"syncclock_wfunc", "/x", "20240229T12:00:00", 0, nullptr},
+    };
+    file("etc/f.conf", "a = 1\n");
+    for (const auto &c : cases) {
+        EXPECT_EQ(write(c.function, c.file, c.value, c.key), c.result) << c.function << " " << c.value;
+        const std::string name = std::string(c.file).substr(*c.file ? 1 : 0);
+        EXPECT_EQ(!name.empty() && exists(name), c.text != nullptr) << c.function << " " << c.file;
+        EXPECT_EQ(c.text ? file(name) : "", c.text ? c.text : "") << c.function << " " << c.value;
+    }
+    EXPECT_EQ(file("var/run/qv/clock"), "20240229T12:00:00\n");
 }
 
-TEST_F(Funcs, WhatAKilledSaveLeftBehindIsTidiedUp)
+TEST_F(Funcs, ValuesOfOneFileGoTogetherAndFailAlone)
 {
-    namespace fs = std::filesystem;
-    appliance_root().write("tmp/qvcd/old", "");
-    appliance_root().write("tmp/qvcd/folder/x", "");
-    appliance_root().write("tmp/target", "");
-    fs::create_symlink("../target", appliance_root().path("tmp/qvcd/link"));
-    const auto hour_ago = fs::file_time_type::clock::now() - std::chrono::hours(1);
-    for (const char *name : {"tmp/qvcd/old", "tmp/target"})
-        fs::last_write_time(appliance_root().path(name), hour_ago);
-    cmd_create_wfuncmap_hdf();
-    const auto exists = [](const char *name) { return fs::exists(appliance_root().path(name)); };
-    EXPECT_FALSE(exists("tmp/qvcd/old"));
-    EXPECT_TRUE(exists("tmp/qvcd/x") && exists("tmp/qvcd/link") && exists("tmp/qvcd/folder/x") &&
-                exists("tmp/target"));
+    using Result = FileWrites::Result;
+    file("etc/f.conf", "a=1\nb=2\n# c=3\n");
+    std::filesystem::create_symlink("f.conf", appliance_root().path("etc/link"));
+    std::filesystem::create_directories(appliance_root().path("etc/folder"));
+    api("Kv", "kv_wfunc", "/etc/f.conf", "a", "/etc/shadow");
+    api("Quoted", "quotedkv_wfunc", "/etc/../etc/f.conf", "c");
+    api("Linked", "kv_wfunc", "/etc/link", "b");
+    api("Bad", "kv_wfunc", "/etc/f.conf", "d");
+    api("Folder", "kv_wfunc", "/etc/folder", "a", "/etc/second");
+    api("BadShadow", "kv_wfunc", "/etc/f.conf", "e", "/etc/folder");
+    api("None", "no_wfunc", "/etc/f.conf", "f");
+    FileWrites writes;
+    for (const char *name : {"Kv", "Quoted", "Linked", "Bad", "Folder", "BadShadow", "None"})
+        writes.add(name, std::string(name) == "Bad" ? " x" : "x");
+    writes.commit();
+    const Result results[] = {Result::written, Result::written, Result::written, Result::failed,
+                              Result::failed,  Result::failed,  Result::failed};
+    for (std::size_t i = 0; i < std::size(results); ++i)
+        EXPECT_EQ(writes.result(i), results[i]) << i;
+    EXPECT_EQ(file("etc/f.conf"), "a=x\nb=x\n# c=3\ne=x\nc=\"x\"\n");
+    EXPECT_EQ(file("etc/shadow"), file("etc/f.conf"));
+    EXPECT_FALSE(exists("etc/second"));
+    EXPECT_TRUE(std::filesystem::is_symlink(appliance_root().path("etc/link")));
 }
 
-TEST_F(Funcs, ShadowGetsTheNewTextFirst)
+TEST_F(Funcs, WhatDoesNotChangeIsNotWritten)
 {
-    appliance_root().write("etc/f.conf", "a=1\nb=2\n");
-    meta({{"A.file", "/etc/f.conf"}, {"A.shadow", "/etc/s.conf"}, {"A.write", "kv_wfunc"}, {"A.attr", "b"}});
-    EXPECT_EQ(wfuncmap_write("A", "3"), 0);
-    EXPECT_EQ(appliance_root().read("etc/s.conf"), "a=1\nb=3\n");
-    EXPECT_EQ(appliance_root().read("etc/f.conf"), "a=1\nb=3\n");
+    file("etc/f.conf", "a=1\n");
+    file("etc/shadow", "a=1\n");
+    const auto inode = [](const char *name) {
+        struct stat st {};
+        return stat(appliance_root().path(name).c_str(), &st) == 0 ? st.st_ino : 0;
+    };
+    const std::vector<ino_t> before = {inode("etc/f.conf"), inode("etc/shadow")};
+    api("A", "kv_wfunc", "/etc/f.conf", "a", "/etc/shadow");
+    EXPECT_EQ(wfuncmap_write("A", "1"), 0);
+    EXPECT_EQ((std::vector<ino_t>{inode("etc/f.conf"), inode("etc/shadow")}), before);
+    file("etc/shadow", "torn");
+    EXPECT_EQ(wfuncmap_write("A", "1"), 0);
+    EXPECT_EQ(file("etc/shadow"), "a=1\n");
+    EXPECT_EQ(inode("etc/f.conf"), before[0]);
+}
+
+TEST_F(Funcs, NewFilesWithSecretsAreOurs)
+{
+    const struct {
+        const char *type;
+        int mode; // of the file before; 0: it is new
+        mode_t file;
+        mode_t shadow;
+    } cases[] = {
+        {"string", 0, 0644, 0644},    {"password 1 32", 0, 0600, 0600},    {"string", 0600, 0600, 0600},
+        {"string", 0640, 0640, 0640}, {"password 1 32", 0644, 0644, 0600}, // other programs of the appliance
+                                                                           // read the file
+    };
+    for (const auto &c : cases) {
+        std::filesystem::remove_all(appliance_root().path("etc"));
+        if (c.mode)
+            file("etc/f.conf", "");
+        chmod(appliance_root().path("etc/f.conf").c_str(), static_cast<mode_t>(c.mode));
+        std::filesystem::create_directories(appliance_root().path("etc"));
+        api("A", "kv_wfunc", "/etc/f.conf", "a", "/etc/shadow");
+        metaDB.set("A.type", c.type);
+        EXPECT_EQ(wfuncmap_write("A", "x"), 0);
+        EXPECT_EQ(mode_of("etc/f.conf"), c.file) << c.type << c.mode;
+        EXPECT_EQ(mode_of("etc/shadow"), c.shadow) << c.type << c.mode;
+    }
 }
 
 TEST_F(Funcs, ApplyFunctions)
 {
     const std::string log = appliance_root().path("log");
-    appliance_root().write("etc/init.d/web", "#!/bin/sh\necho \"web $*\" >> " + log + "\n");
+    file("etc/init.d/web", "#!/bin/sh\necho \"web $*\" >> " + log + "\n");
     std::filesystem::permissions(appliance_root().path("etc/init.d/web"), std::filesystem::perms::owner_all);
     hdfDB.set("A.time", "20240101T01:02:03");
     const struct {
@@ -202,127 +296,104 @@ TEST_F(Funcs, ApplyFunctions)
     };
     for (const auto &c : cases) {
         int result = -99;
-        EXPECT_EQ(afuncmap_apply_direct("apply", "A.time", c.call, result), 0) << c.call;
+        EXPECT_EQ(afuncmap_apply_direct(request, "apply", "A.time", c.call, result), 0) << c.call;
         EXPECT_EQ(result, c.result) << c.call;
     }
-    EXPECT_EQ(appliance_root().read("log"), "web restart\n");
-    EXPECT_EQ(appliance_root().read("var/run/qv/clock"), "20240101T01:02:03\n");
+    EXPECT_EQ(file("log"), "web restart\n");
+    EXPECT_EQ(file("var/run/qv/clock"), "20240101T01:02:03\n");
     int result = 0;
-    afuncmap_apply_direct("other", "A.time", "syscall exit 3", result);
+    afuncmap_apply_direct(request, "other", "A.time", "syscall exit 3", result);
     EXPECT_EQ(result, 0); // only "apply" runs something
-    afuncmap_apply_direct("apply", "A.none", "settime_apply", result);
+    afuncmap_apply_direct(request, "apply", "A.none", "settime_apply", result);
     EXPECT_EQ(result, -1);
     meta({{"B.apply", "initd_restart web, syscall exit 2"}});
-    EXPECT_EQ(afuncmap_apply("apply", "B"), 2 << 8);
-    EXPECT_EQ(appliance_root().read("log"), "web restart\nweb restart\n");
+    EXPECT_EQ(afuncmap_apply(request, "apply", "B"), 2 << 8);
+    EXPECT_EQ(file("log"), "web restart\nweb restart\n");
 }
 
-TEST_F(Funcs, TemplatesAreCopiedForEachNumber)
-{
-    meta({{"Out.__i.range", "1 2"},
-          {"Out.__i.port.attr", "port__i"},
-          {"Out.__i.port.help", "__i and __i at __i"},
-          {"Out.__i.In.__j.range", "0 4 2"},
-          {"Out.__i.In.__j.key.attr", "key__j"},
-          {"None.__i.range", "3 1"},
-          {"Bare.__i.x.attr", "x"},
-          {"Still.__i.range", "5 9 0"},
-          {"Still.__i.x.attr", "x__i"},
-          {"Huge.__i.range", "1 100000"},
-          {"Huge.__i.x.attr", "x"},
-          {"Live.count.read", "kv_rfunc"},
-          {"Live.count.file", "/etc/count"},
-          {"Live.count.attr", "n"},
-          {"Live.__i.range", "1 Live.count"},
-          {"Live.__i.x.attr", "x"},
-          {"Dead.__i.range", "0 Dead.count"},
-          {"Dead.count.attr", "n"},
-          {"Dead.__i.x.attr", "x"}});
-    appliance_root().write("etc/count", "n=3\n");
-    for (int run = 0; run < 2; ++run) { // each metadata file expands the whole tree again
-        dyngroup_expand_meta();
-        const struct {
-            const char *name;
-            std::optional<std::string> value;
-        } cases[] = {
-            {"Out.1.port.attr", "port1"},
-            {"Out.2.port.help", "2 and 2 at 2"},
-            {"Out.3.port.attr", std::nullopt},
-            {"Out.1.In.0.key.attr", "key0"},
-            {"Out.2.In.4.key.attr", "key4"},
-            {"Out.2.In.1.key.attr", std::nullopt},
-            {"Out.__i.port.attr", "port__i"},
-            {"None.3.range", std::nullopt},
-            {"Bare.1.x.attr", std::nullopt},
-            {"Still.5.x.attr", "x5"},
-            {"Still.6.x.attr", std::nullopt},
-            {"Huge.1.x.attr", std::nullopt},
-            {"Live.3.x.attr", "x"},
-            {"Live.4.x.attr", std::nullopt},
-            {"Dead.0.x.attr", "x"},
-            {"Dead.1.x.attr", std::nullopt},
-        };
-        for (const auto &c : cases) {
-            const auto value = metaDB.get(c.name);
-            EXPECT_EQ(value ? std::optional<std::string>(*value) : std::nullopt, c.value)
-                << c.name << " " << run;
-        }
-    }
-}
+// ---- Population ----
 
-TEST_F(Funcs, PopulationTakesTheSystemThenTheDefaultThenNothing)
-{
-    appliance_root().write("etc/f.conf", "good=5\nbad=x\n");
-    const std::string path = appliance_root().write("m.hdf", R"(G {
+constexpr char kModel[] = R"(G {
   file = /etc/f.conf
   read = kv_rfunc
   write = kv_wfunc
   type = integer
-  good { attr = good }
-)");
-    EXPECT_EQ(hdfdb_load_meta_file(qv_host_file(path)), 1); // text behind a brace
-    const std::string fine = appliance_root().write("n.hdf", R"(G {
-  good {
-    attr = good
-    default = 1
-  }
-  bad {
-    attr = bad
-    default = 2
-  }
-  absent {
-    attr = absent
-    default = 3
-  }
-  blank {
-    attr = nothing
-  }
-  live {
-    attr = good
-    dynamic = true
-    default = 4
-  }
-  __t {
-    range = 7 7
-    x {
-      attr = t__n
-      default = 8
-    }
-  }
+  good.attr = good
+  good.default = 1
+  bad.attr = bad
+  bad.default = 2
+  absent.attr = absent
+  absent.default = 3
+  blank.attr = nothing
+  live.attr = good
+  live.dynamic = true
+  live.default = 4
+  blind.attr = good
+  blind.read = syscall_rfunc
+  blind.default = 5
+  same.attr = absent
+  same.default = 6
+  __t.range = 7 7
+  __t.x.attr = t__n
+  __t.x.default = 8
 }
-)");
-    EXPECT_EQ(hdfdb_load_meta_file(qv_host_file(fine)), 0);
-    EXPECT_EQ(hdfdb_populate(), 0);
-    const struct {
-        const char *name;
-        const char *value;
-    } cases[] = {{"G.good", "5"}, {"G.bad", "2"},  {"G.absent", "3"},
-                 {"G.blank", ""}, {"G.live", "4"}, {"G.7.x", "8"}};
-    for (const auto &c : cases)
-        EXPECT_EQ(hdfDB.get(c.name), c.value) << c.name;
+N {
+  file = /etc/ntp.conf
+  read = ntp_rfunc
+  write = ntp_wfunc
+  interval.attr = interval
+  interval.default = daily
+  server.attr = server
+  server.default = own.example
+}
+)";
+
+class PopulationTest : public Funcs {
+  protected:
+    void populate()
+    {
+        EXPECT_EQ(hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("m.hdf", kModel))), 0);
+        EXPECT_EQ(hdfdb_populate(request), 0);
+    }
+    static void expect(std::initializer_list<std::pair<const char *, const char *>> values)
+    {
+        for (const auto &[name, value] : values)
+            EXPECT_EQ(hdfDB.get(name), value) << name;
+    }
+};
+
+TEST_F(PopulationTest, TakesTheSystemThenTheDefaultThenNothing)
+{
+    file("etc/f.conf", "good=5\nbad=x\n");
+    file("etc/ntp.conf", "# server of the first series\ndriftfile f\n");
+    populate();
+    expect({{"G.good", "5"},
+            {"G.bad", "2"},
+            {"G.absent", "3"},
+            {"G.blank", ""},
+            {"G.live", "4"},
+            {"G.7.x", "8"}});
+    expect({{"N.server", "own.example"}, {"N.interval", "daily"}});
     EXPECT_FALSE(hdfDB.find("G.__t"));
-    EXPECT_EQ(appliance_root().read("etc/f.conf"), "good=5\nbad=2\nabsent=3\nt7=8\n");
-    EXPECT_EQ(hdfdb_load_meta_file(qv_device_file("/none.hdf")), 1);
+    EXPECT_EQ(file("etc/ntp.conf"),
+              "# server of the first series\ndriftfile f\nserver own.example minpoll 12 "
+              "maxpoll 16 iburst\n");
+    expect({{"G.same", "3"}}); // its key is that of "absent", and the file holds one value
+    EXPECT_EQ(file("etc/f.conf"), "good=5\nbad=2\nabsent=3\nt7=8\n");
+    expect({{"G.blind", "5"}}); // its reader says nothing, but the file has a value: it stays
+    EXPECT_EQ(hdfdb_load_meta_file(request, qv_device_file("/none.hdf")), 1);
+    EXPECT_EQ(hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("m", "G {\n } x\n"))), 1);
+}
+
+TEST_F(PopulationTest, LeavesAloneWhatItCannotRead)
+{
+    std::filesystem::create_directories(appliance_root().path("etc/f.conf"));
+    std::filesystem::create_symlink("round", appliance_root().path("etc/round"));
+    std::filesystem::create_symlink("round", appliance_root().path("etc/ntp.conf"));
+    populate();
+    expect({{"G.good", "1"}, {"G.bad", "2"}, {"N.server", "own.example"}});
+    EXPECT_TRUE(std::filesystem::is_directory(appliance_root().path("etc/f.conf")));
+    EXPECT_TRUE(std::filesystem::is_symlink(appliance_root().path("etc/ntp.conf")));
 }
 
 } // namespace
