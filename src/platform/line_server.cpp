@@ -213,7 +213,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     bool stopping_ = false;
     std::size_t threads_ = 0;
     std::size_t idle_threads_ = 0;
-    std::size_t waiting_ = 0;
+    std::size_t waiting_ = 0;            // commands that wait or have waited, and have not ended
     std::vector<Connection *> returned_; // their commands waited and have ended
     std::vector<int> outside_;           // sockets of those that wait, for stop()
 
@@ -392,8 +392,9 @@ void LineServer::Loop::serve_waiting(Worker &worker)
 void LineServer::Loop::Worker::begin_wait() noexcept
 {
     Connection &connection = *connection_;
-    connection.all_read = false;
-    if (leads_) {
+    const bool first = leads_;
+    if (first) {
+        connection.all_read = false;
         loop_.watch(connection, 0);
         loop_.wait_in(connection, nullptr);
         leads_ = false;
@@ -412,7 +413,10 @@ void LineServer::Loop::Worker::begin_wait() noexcept
     connection.output.clear();
     connection.sent = 0;
 
-    std::unique_lock lock(loop_.mutex_);
+    if (!first)
+        return;
+    // A place is kept to the end of the command: a short wait must not queue again behind long ones.
+    lock.lock();
     const std::size_t places =
         loop_.limits_.waiting + (connection.handler->is_privileged() ? loop_.limits_.reserved : 0);
     loop_.places_.wait(lock, [&] { return loop_.waiting_ < places; });
@@ -422,11 +426,9 @@ void LineServer::Loop::Worker::begin_wait() noexcept
 void LineServer::Loop::Worker::end_wait() noexcept
 {
     const std::lock_guard lock(loop_.mutex_);
-    --loop_.waiting_;
     const auto here = std::ranges::find(loop_.outside_, connection_->channel.fd());
     if (here != loop_.outside_.end())
         loop_.outside_.erase(here);
-    loop_.places_.notify_all();
 }
 
 // ---- Connections come and go ----
@@ -654,7 +656,7 @@ void LineServer::Loop::readable(Worker &worker, Connection &connection)
         return close(connection);
     }
     connection.input_ended = n == 0;
-    connection.all_read = static_cast<std::size_t>(n) < buffer_.size();
+    connection.all_read = connection.channel.in_clear() && static_cast<std::size_t>(n) < buffer_.size();
     connection.input.append({buffer_.data(), static_cast<std::size_t>(n)});
     serve(worker, connection);
 }
@@ -690,6 +692,8 @@ void LineServer::Loop::serve(Worker &worker, Connection &connection, std::option
     if (!send_some(worker.replies_, connection))
         connection.closing = connection.input_ended = true;
     const std::lock_guard lock(mutex_);
+    --waiting_;
+    places_.notify_all();
     returned_.push_back(&connection);
     wake();
 }
@@ -858,7 +862,6 @@ bool LineServer::Loop::stop(Milliseconds patience)
         ::shutdown(socket, SHUT_RDWR);
     wake();
     followers_.notify_all();
-    places_.notify_all();
     const bool ended = followers_.wait_for(lock, patience, [this] { return threads_ == 0; });
     if (!ended) {
         qv_log_print(kLogWarning, "server threads did not end in time: %zu\n", threads_);

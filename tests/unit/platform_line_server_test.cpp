@@ -50,7 +50,7 @@ class Gate {
 // Echoes lines until an empty one; tells how the conversation ended.
 class Echo : public LineHandler {
   public:
-    Echo(Gate &gate, const Peer &peer) : gate_(gate), peer_(peer) {}
+    Echo(Gate &gate, Gate &second, const Peer &peer) : gate_(gate), second_(second), peer_(peer) {}
 
     Next line(std::string_view line, LineConnection &connection) override
     {
@@ -62,8 +62,12 @@ class Echo : public LineHandler {
         if (line == "throw\n")
             throw std::runtime_error("on demand");
         wait_at_end_ = line == "wait at the end\n";
-        if (line.starts_with("wait") && !wait_at_end_)
-            wait(connection);
+        if (line == "wait for the second\n")
+            wait(connection, second_);
+        else if (line.starts_with("wait") && !wait_at_end_)
+            wait(connection, gate_);
+        if (line.ends_with("wait again\n"))
+            wait(connection, gate_);
         if (line.ends_with("nap\n")) {
             ++naps;
             std::this_thread::sleep_for(5ms);
@@ -83,7 +87,7 @@ class Echo : public LineHandler {
     void end(End why, LineConnection &connection) override
     {
         if (wait_at_end_)
-            wait(connection);
+            wait(connection, gate_);
         constexpr const char *kTexts[] = {"input\n", "idle\n", "bad\n", "crowded\n"};
         say(kTexts[static_cast<int>(why)], connection);
     }
@@ -92,17 +96,17 @@ class Echo : public LineHandler {
     static inline std::atomic<int> naps{0};
 
   private:
-    void wait(LineConnection &connection)
+    static void wait(LineConnection &connection, Gate &gate)
     {
         connection.begin_wait();
-        gate_.pass();
+        gate.pass();
         connection.end_wait();
     }
     static void say(const std::string &text, LineConnection &connection)
     {
         std::fputs(text.c_str(), connection.out());
     }
-    Gate &gate_;
+    Gate &gate_, &second_;
     Peer peer_;
     bool wait_at_end_ = false;
 };
@@ -130,7 +134,7 @@ class Lines : public testing::Test {
     void start(ServerLimits limits = {})
     {
         server = std::make_unique<LineServer>(
-            [this](const Peer &peer) { return std::make_unique<Echo>(gate, peer); }, limits);
+            [this](const Peer &peer) { return std::make_unique<Echo>(gate, second, peer); }, limits);
         auto listener = listen_unix("lines");
         ASSERT_TRUE(listener);
         server->listen(std::move(*listener));
@@ -145,6 +149,7 @@ class Lines : public testing::Test {
     void TearDown() override
     {
         gate.open();
+        second.open();
         if (server) {
             EXPECT_TRUE(server->stop(kLong));
         }
@@ -152,7 +157,7 @@ class Lines : public testing::Test {
     static TestClient local() { return TestClient::of("lines"); }
     TestClient tcp() const { return TestClient(connect_tcp("127.0.0.1", port, kLong)); }
 
-    Gate gate;
+    Gate gate, second;
     std::unique_ptr<LineServer> server;
     std::string port;
 };
@@ -238,6 +243,21 @@ TEST_F(Lines, WhoWaitsHoldsUpNobody)
     for (TestClient &client : waiting)
         EXPECT_EQ(client.all(), "<wait\n<after\n@\n");
     EXPECT_EQ(gate.inside, 5);
+}
+
+TEST_F(Lines, WhoWaitsTwiceQueuesOnce)
+{
+    start({.waiting = 1, .reserved = 0});
+    TestClient twice = local();
+    ASSERT_TRUE(twice.say("wait, then wait again\n"));
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
+    TestClient queues = local();
+    ASSERT_TRUE(queues.say("x\nwait for the second\n\n"));
+    EXPECT_EQ(queues.line(), "<x\n");
+    gate.open();
+    EXPECT_EQ(twice.line(), "<wait, then wait again\n");
+    second.open();
+    EXPECT_EQ(queues.all(), "<wait for the second\n@\n");
 }
 
 TEST_F(Lines, WhoDoesNotReadHoldsUpNobodyAndGetsAllInTheEnd)
