@@ -180,10 +180,11 @@ std::optional<Options> take_options(int argc, char **argv, std::string &refusal)
     while ((option = getopt_long(argc, argv, kOptionString, longs.data(), nullptr)) != -1) {
         if (option >= kFirstLongOption) {
             const LongOption &row = kLongOptions[option - kFirstLongOption];
-            refusal = row.take(optarg, options);
-            if (refusal.empty())
+            const std::string reason = row.take(optarg, options);
+            if (reason.empty())
                 continue;
-            refusal = "--" + std::string(row.name) + "=" + (optarg ? optarg : "") + ": " + refusal;
+            refusal.append("--").append(row.name).append("=").append(optarg ? optarg : "");
+            refusal.append(": ").append(reason);
             return std::nullopt;
         }
         if (option == 'b') {
