@@ -203,10 +203,11 @@ std::optional<Options> take_options(int argc, char **argv, std::string &refusal)
                 help_with_long_options(argv[0]);
                 return std::nullopt;
             }
-            refusal = row.take(optarg, options);
-            if (refusal.empty())
+            const std::string reason = row.take(optarg, options);
+            if (reason.empty())
                 continue;
-            refusal = "--" + std::string(row.name) + "=" + (optarg ? optarg : "") + ": " + refusal;
+            refusal.append("--").append(row.name).append("=").append(optarg ? optarg : "");
+            refusal.append(": ").append(reason);
             return std::nullopt;
         }
         if (option == 'b') {

@@ -400,10 +400,9 @@ void LineServer::Loop::Worker::begin_wait() noexcept
         leads_ = false;
         loop_.give_lead();
     }
-    {
-        const std::lock_guard lock(loop_.mutex_);
-        loop_.outside_.push_back(connection.channel.fd());
-    }
+    std::unique_lock lock(loop_.mutex_);
+    loop_.outside_.push_back(connection.channel.fd());
+    lock.unlock();
     // Only this thread touches the connection now, so a client that does not read holds up nobody else.
     const std::string_view left = std::string_view(connection.output).substr(connection.sent);
     if (!connection.channel.write_all(left, loop_.limits_.send) ||
