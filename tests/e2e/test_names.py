@@ -49,6 +49,9 @@ Linked.secret.default = topsecret
 Linked.to.attr = t
 Linked.to.default = d
 Linked.to.link = Linked.secret
+Linked.far.attr = f
+Linked.far.default = d
+Linked.far.link = Linked.to
 List.perm = 7777
 List.read = no_rfunc
 List.file = none
@@ -197,8 +200,8 @@ def test_passwords_are_shown_to_nobody(a):
         lines = a.command(command).lines
         assert not any("topsecret" in line for line in lines if ".default=" not in line), command
     assert a.command("get Linked.to,Live.secret").lines == ["Linked.to=*******", "Live.secret=*******"]
-    a.command("set Linked.secret=anothersecret")
-    for command in ("checkmod", "save", "revert"):
+    a.command("set Linked.secret=anothersecret Linked.to=anothersecret2")
+    for command in ("checkmod", "get", "geti", "save", "revert"):
         assert "anothersecret" not in "".join(a.command(f"{command} Linked").lines)
 
 
