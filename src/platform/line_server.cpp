@@ -341,7 +341,7 @@ void LineServer::Loop::give_lead()
 void LineServer::Loop::lead(Worker &worker)
 {
     for (;;) {
-        for (; next_event_ < event_count_ && worker.leads_;) {
+        while (worker.leads_ && next_event_ < event_count_) {
             const epoll_event event = events_[static_cast<std::size_t>(next_event_++)];
             if (event.data.ptr == nullptr) {
                 eventfd_t count = 0;
@@ -376,10 +376,10 @@ void LineServer::Loop::lead(Worker &worker)
 
 void LineServer::Loop::serve_waiting(Worker &worker)
 {
-    if (ready_.empty())
+    if (!worker.leads_ || ready_.empty())
         return;
     const Deadline until = std::chrono::steady_clock::now() + kTurnsTime;
-    for (std::size_t turns = ready_.size(); turns > 0 && worker.leads_; --turns) {
+    for (std::size_t turns = ready_.size(); worker.leads_ && turns > 0; --turns) {
         Connection &connection = *ready_.front();
         ready_.pop_front();
         connection.ready = false;
