@@ -379,7 +379,7 @@ void LineServer::Loop::serve_waiting(Worker &worker)
     if (!worker.leads_ || ready_.empty()) // what is the leader's may be another thread's now
         return;
     const Deadline until = std::chrono::steady_clock::now() + kTurnsTime;
-    for (std::size_t turns = ready_.size(); turns > 0 && worker.leads_; --turns) {
+    for (std::size_t turns = ready_.size(); worker.leads_ && turns > 0; --turns) {
         Connection &connection = *ready_.front();
         ready_.pop_front();
         connection.ready = false;

@@ -372,7 +372,10 @@ TEST_F(Lines, TimeIsLimited)
     EXPECT_EQ(dribbling.all(), "<x\nbad\n");
     TestClient deaf = local();
     ASSERT_TRUE(deaf.say("big\n"));
-    std::this_thread::sleep_for(300ms); // it could have read
+    EXPECT_TRUE(comes_true([&] { // it could have read
+        pollfd entry{deaf.fd(), 0, 0};
+        return ::poll(&entry, 1, 0) > 0 && (entry.revents & POLLHUP) != 0;
+    }));
     EXPECT_LT(deaf.all().size(), 8U << 20);
 }
 
