@@ -1,13 +1,16 @@
 #include "auth/server_login.h"
 
 #include "auth/session.h"
+#include "auth/user.h"
 #include "base/command_lock.h"
+#include "base/limits.h"
 #include "base/options.h"
 #include "platform/log.h"
 
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace qvcd {
 
@@ -17,29 +20,45 @@ constexpr unsigned kEverything = 0xffff;
 
 std::optional<int> session_number(const std::string &line)
 {
-    int n = 0;
+    long long n = 0; // a number that does not fit must not become that of a session
     int unused = 0;
-    if (std::sscanf(line.c_str(), "%*s %d %d", &n, &unused) != 2)
+    if (std::sscanf(line.c_str(), "%*s %lld %d", &n, &unused) != 2 || !std::in_range<int>(n))
         return std::nullopt;
-    return n;
+    return static_cast<int>(n);
+}
+
+// The users may have changed since the certificate was made.
+unsigned rights_by_certificate(const std::string &user)
+{
+    user_reread_db_file();
+    if (is_user_name(user) && user_exists(user))
+        return user_get_perm(user);
+    qv_log_print(kLogInfo, "Access denied: the certificate's name '%s' is no user\n",
+                 cut(user, kMaxLoggedWordBytes).c_str());
+    return 0;
 }
 
 } // namespace
 
-unsigned server_login(std::string_view first_line)
+Admission server_login(std::string_view first_line, const Caller &caller,
+                       const std::optional<std::string> &certificate_user)
 {
-    if (disable_login)
-        return kEverything;
+    if (disable_login && (caller.local || caller.trusted))
+        return {kEverything};
     const std::optional<int> n = session_number(std::string(first_line));
     const CommandLock lock;
     if (!n || !lock.held())
-        return 0;
+        return {};
+    if (*n == 0 && certificate_user)
+        return {rights_by_certificate(*certificate_user)};
+    if (*n == 0 && !caller.trusted)
+        return {0, true};
     SessionFacts session;
     session_get(*n, session);
-    if (*n == 0 || (session.user && session.group))
-        return session.perm;
+    if (*n == 0 || (session.user && session.group && session_is_for(*n, caller)))
+        return {session.perm};
     qv_log_print(kLogDebug, "Access denied for nonsession\n");
-    return 0;
+    return {};
 }
 
 } // namespace qvcd

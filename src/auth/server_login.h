@@ -1,12 +1,27 @@
 #pragma once
 
+#include "base/caller.h"
+
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace qvcd {
 
-/// The permission mask of a connection by its first line, "<client name> <session number> <number>"; 0:
-/// access is denied. 0xffff for every line when session checking is off. Takes the command lock: do not hold
+/// What the first line of a connection makes of it.
+struct Admission {
+    unsigned mask = 0;     ///< the permission mask
+    bool stranger = false; ///< it may run what is open to strangers (base/caller.h)
+
+    bool admitted() const { return mask != 0 || stranger; }
+};
+
+/// By the first line, "<client name> <session number> <number>", and where it comes from. When session
+/// checking is off, every line of a local or trusted caller gives 0xffff. Takes the command lock: do not hold
 /// it.
-unsigned server_login(std::string_view first_line);
+///
+/// Session 0 of a client that showed a certificate stands for the user of this name, who needs no log-in.
+Admission server_login(std::string_view first_line, const Caller &caller,
+                       const std::optional<std::string> &certificate_user = std::nullopt);
 
 } // namespace qvcd

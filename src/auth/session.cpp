@@ -1,5 +1,6 @@
 #include "auth/session.h"
 
+#include "auth/password_check.h"
 #include "auth/session_list.h"
 #include "auth/user.h"
 #include "base/limits.h"
@@ -9,9 +10,11 @@
 #include "platform/log.h"
 #include "store/hdf_file.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <iomanip>
+#include <map>
 #include <sstream>
 #include <vector>
 
@@ -50,6 +53,25 @@ LoginName split_login_name(std::string_view name)
 }
 
 bool lists_root = false; // session checking is off
+
+// Where a session was logged in.
+struct Origin {
+    std::string source;
+    bool local;
+};
+constexpr std::size_t kMaxOrigins = 16; // of one session; the one that was noted first goes
+
+std::map<int, std::vector<Origin>> origins;
+
+void note_origin(int n, const Caller &caller)
+{
+    std::vector<Origin> &noted = origins[n];
+    if (std::ranges::find(noted, caller.source, &Origin::source) != noted.end())
+        return;
+    if (noted.size() >= kMaxOrigins)
+        noted.erase(noted.begin());
+    noted.push_back({caller.source, caller.local});
+}
 
 // Names, addresses and servers are printed in replies.
 std::string noted(std::optional<std::string_view> text)
@@ -90,14 +112,19 @@ int credentials_session_number(const LoginName &login, std::string_view password
     return session_get_hdf(n) ? new_session_number() : n;
 }
 
-void write_list()
+std::vector<int> session_numbers()
 {
     std::vector<int> numbers;
-    for (const Node session : sessionDB.find("Session")) {
-        const int n = c_int(session.name());
-        if (n != 0 || lists_root)
-            numbers.push_back(n);
-    }
+    for (const Node session : sessionDB.find("Session"))
+        numbers.push_back(c_int(session.name()));
+    return numbers;
+}
+
+void write_list()
+{
+    std::vector<int> numbers = session_numbers();
+    if (!lists_root)
+        std::erase(numbers, 0);
     session_write_list(numbers);
 }
 
@@ -118,12 +145,17 @@ std::string lower_hex(unsigned number)
     return text.data();
 }
 
+void write_rights(const std::string &session, const std::string &user)
+{
+    sessionDB.set(session + ".perm", lower_hex(user_get_perm(user)));
+    sessionDB.set(session + ".group", user_get_group(user).value_or(""));
+}
+
 void write_session(int n, const std::string &user, const std::string &address, const std::string &server)
 {
     const std::string name = session_name(n);
     sessionDB.set(name + ".user", user);
-    sessionDB.set(name + ".perm", lower_hex(user_get_perm(user)));
-    sessionDB.set(name + ".group", user_get_group(user).value_or(""));
+    write_rights(name, user);
     sessionDB.set(name + ".login", local_time_text());
     sessionDB.set(name + ".ip", address);
     sessionDB.set(name + ".server", server);
@@ -148,25 +180,44 @@ int session_unload_db_file()
 {
     session_write_list({});
     sessionDB.destroy();
+    origins.clear();
     return 0;
 }
 
-int session_login(std::string_view name, std::optional<std::string_view> password,
-                  std::optional<std::string_view> ip, std::optional<std::string_view> server)
+LoginResult session_login(const Credentials &credentials, const Caller &caller)
 {
     user_reread_db_file();
-    const LoginName login = split_login_name(name);
-    if (user_get_perm(login.user) == 0 || !is_one_line(login.prefix.value_or("")))
-        return kUnknownUser;
-    if (!password || !user_check_passwd(login.user, *password))
-        return kWrongPassword;
-    const std::string address = login.prefix ? *login.prefix : noted(ip);
-    if (const std::optional<int> n = find_session(login.user, address))
-        return *n;
-    const int n = login.prefix ? credentials_session_number(login, *password) : new_session_number();
-    write_session(n, login.user, address, noted(server));
-    write_list();
-    return n;
+    const LoginName login = split_login_name(credentials.name);
+    const bool known = user_get_perm(login.user) != 0 && is_one_line(login.prefix.value_or(""));
+    const PasswordCheck check =
+        check_password(known ? login.user : "", credentials.passwords, caller, credentials.ip.value_or(""));
+    if (check.verdict == Verdict::early)
+        return {kTooEarly, check.wait};
+    if (!known || user_get_perm(login.user) == 0) // he may have gone meanwhile
+        return {kUnknownUser};
+    if (check.verdict != Verdict::right)
+        return {check.verdict == Verdict::built_in ? kBuiltInPassword : kWrongPassword};
+    const std::string address = login.prefix ? *login.prefix : noted(credentials.ip);
+    std::optional<int> n = find_session(login.user, address);
+    if (!n) {
+        n = login.prefix ? credentials_session_number(login, check.password) : new_session_number();
+        write_session(*n, login.user, address, noted(credentials.server));
+        write_list();
+    }
+    note_origin(*n, caller);
+    return {*n};
+}
+
+bool session_is_for(int n, const Caller &caller)
+{
+    if (caller.local && caller.trusted)
+        return true;
+    const auto found = origins.find(n);
+    if (found == origins.end())
+        return caller.trusted;
+    return std::ranges::any_of(found->second, [&](const Origin &origin) {
+        return origin.source == caller.source || (origin.local && caller.trusted);
+    });
 }
 
 int session_logout(int n)
@@ -175,6 +226,7 @@ int session_logout(int n)
         return 0;
     if (!sessionDB.remove(session_name(n)))
         return -1;
+    origins.erase(n);
     write_list();
     return 0;
 }
@@ -202,6 +254,30 @@ Node session_get_hdf(int n)
     return sessionDB.find(session_name(n));
 }
 
+Node session_seen_by(unsigned rights, int n)
+{
+    const Node session = session_get_hdf(n);
+    return n == 0 || is_within(rights, c_hex16(session.get_or("perm", ""))) ? session : Node();
+}
+
+void session_follow_users()
+{
+    bool ended = false;
+    for (const int n : session_numbers()) {
+        const std::string user = session_get_user(n).value_or("");
+        if (n == 0)
+            continue;
+        if (user_get_perm(user) == 0) {
+            sessionDB.remove(session_name(n));
+            ended = true;
+        } else {
+            write_rights(session_name(n), user);
+        }
+    }
+    if (ended)
+        write_list();
+}
+
 std::optional<std::string> session_get_user(int n)
 {
     SessionFacts facts;
@@ -212,10 +288,9 @@ std::optional<std::string> session_get_user(int n)
 int session_list(unsigned rights, std::FILE *out)
 {
     Tree shown = Tree::make();
-    for (const Node session : sessionDB.find("Session")) {
-        const std::string number(session.name());
-        if (number == "0" || is_within(rights, c_hex16(session.get_or("perm", ""))))
-            shown.root().merge("Session." + number, session);
+    for (const int n : session_numbers()) {
+        if (const Node session = session_seen_by(rights, n))
+            shown.root().merge(session_name(n), session);
     }
     reply_text(out, hdf_text(shown.root()));
     return 0;

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "base/caller.h"
 #include "store/tree.h"
 
+#include <chrono>
 #include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
@@ -25,14 +28,32 @@ int session_unload_db_file();
 
 inline constexpr int kUnknownUser = -1;
 inline constexpr int kWrongPassword = -2;
+inline constexpr int kTooEarly = -3;        ///< too many wrong passwords before
+inline constexpr int kBuiltInPassword = -4; ///< right, but everybody knows it: not for an untrusted caller
 
-/// Logs a user in and returns the session's number, kUnknownUser or kWrongPassword. `name` is "user" or
-/// "prefix:user"; the prefix replaces the client's address `ip`, and the number is then derived from prefix,
+/// What a client says to log in.
+struct Credentials {
+    std::string_view name;              ///< "user" or "prefix:user"
+    std::vector<std::string> passwords; ///< the one as it may have been meant; none: it cannot be right
+    std::optional<std::string_view> ip, server;
+};
+
+struct LoginResult {
+    int session;                  ///< its number, or one of the above
+    std::chrono::seconds wait{0}; ///< kTooEarly: so long from now
+};
+
+/// Logs a user in. A prefix replaces the client's address `ip`, and the number is then derived from prefix,
 /// user and password, so that a client can compute it, unless another session has that number. A session of
-/// the same user from the same address is returned as it is. Without an address or a server "local" is noted;
-/// control characters in them become blanks.
-int session_login(std::string_view name, std::optional<std::string_view> password,
-                  std::optional<std::string_view> ip, std::optional<std::string_view> server);
+/// the same user from the same address is returned as it is, and can be used from where the caller is, too.
+/// Without an address or a server "local" is noted; control characters in them become blanks. May let go of
+/// the command lock (auth/password_check.h).
+LoginResult session_login(const Credentials &credentials, const Caller &caller = kOwnCaller);
+
+/// True when the caller's connections may have the session's rights: it was logged in from his address, or
+/// locally by his own user; every session for who is trusted on the local socket, and the local ones for who
+/// is trusted over TCP.
+bool session_is_for(int n, const Caller &caller);
 
 /// Ends a session: 0, or -1 when there is none. Session 0 cannot be ended; the result for it is 0.
 int session_logout(int n);
@@ -50,10 +71,17 @@ int session_get(int n, SessionFacts &facts);
 /// The session's node; none for an unknown number.
 Node session_get_hdf(int n);
 
+/// The same, for a caller with these rights: none either for a session that may do more, whose number would
+/// lend it to him. Session 0 is seen by all.
+Node session_seen_by(unsigned rights, int n);
+
+/// Gives each session the rights and the group that its user has now, and ends those of users who have none.
+/// For whoever changed users.
+void session_follow_users();
+
 std::optional<std::string> session_get_user(int n);
 
-/// Writes the sessions in the nested text form, but for those that may do more than `rights`: their numbers
-/// would lend it to the caller. Session 0 is always there. Returns 0.
+/// Writes those that session_seen_by() gives, in the nested text form. Returns 0.
 int session_list(unsigned rights, std::FILE *out);
 
 } // namespace qvcd

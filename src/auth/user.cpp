@@ -1,10 +1,12 @@
 #include "auth/user.h"
 
+#include "auth/stored_password.h"
 #include "base/limits.h"
+#include "base/options.h"
 #include "base/text.h"
 #include "platform/api_errors.h"
-#include "platform/crypto.h"
 #include "platform/log.h"
+#include "platform/password_hash.h"
 #include "store/hdf_file.h"
 
 #include <algorithm>
@@ -28,6 +30,7 @@ struct Ceiling {
 // What a group may hold at most, whatever the user file says of it.
 constexpr Ceiling kCeilings[] = {{0, 0xffff}, {1, 0x0fff}, {2, 0x00ff}};
 constexpr unsigned kLowestCeiling = 0x000f;
+constexpr unsigned kEverything = 0xffff;
 
 struct BuiltIn {
     const char *name;
@@ -76,10 +79,14 @@ unsigned mask_of_user(const Tree &groups, const Tree &users, std::string_view na
     return group ? mask_of_group(groups, *group) : 0;
 }
 
+std::optional<std::string> own_copy(std::optional<std::string_view> view)
+{
+    return view ? std::optional<std::string>(*view) : std::nullopt;
+}
+
 std::optional<std::string> user_get(std::string_view name, std::string_view field)
 {
-    const std::optional<std::string_view> value = find_user(userDB, name).get(field);
-    return value ? std::optional<std::string>(*value) : std::nullopt;
+    return own_copy(find_user(userDB, name).get(field));
 }
 
 void copy_subtree(const Tree &from, std::string_view name, Tree &to)
@@ -144,6 +151,22 @@ std::set<std::string> children_of(Node node)
     for (const Node child : node)
         names.emplace(child.name());
     return names;
+}
+
+// The passwords of a tree of our own that are to be stored otherwise than they stand there. By name: other
+// threads work on their trees meanwhile.
+void hash_passwords_of(Tree &fresh)
+{
+    for (const std::string &user : children_of(fresh.find("User"))) {
+        for (const char *field : {".passwd", ".default"}) {
+            const std::string name = "User." + user + field;
+            const std::optional<std::string> text = own_copy(fresh.get(name));
+            if (!text || qv_is_password_hash(*text))
+                continue;
+            if (const std::optional<std::string> stored = stored_form(*text))
+                fresh.set(name, *stored);
+        }
+    }
 }
 
 // Asks of what was before and of what would be: of the users that the change names, even where it gives them
@@ -258,15 +281,21 @@ std::optional<std::string> user_get_default(std::string_view name)
     return user_get(name, "default");
 }
 
-bool user_check_passwd(std::string_view name, std::string_view password)
+std::optional<std::string> user_get_stored(std::string_view name, std::string_view field)
 {
-    const std::optional<std::string> stored = user_get_passwd(name);
-    return stored && qvcrypto_equal(*stored, password);
+    return user_get(name, field);
+}
+
+bool user_has_built_in_password(std::string_view name, std::string_view password)
+{
+    const std::string field = "User." + std::string(name) + ".passwd";
+    return std::ranges::any_of(
+        kBuiltIn, [&](const BuiltIn &row) { return row.name == field && row.value == password; });
 }
 
 const char *user_passwd_error(std::string_view password)
 {
-    if (password.size() > kMaxValueBytes)
+    if (password.size() > (hash_passwords ? kMaxHashedPasswordBytes : kMaxValueBytes))
         return API_E_INVALID_PASSWORD_TOO_LONG;
     return is_line_value(password) ? nullptr : API_E_INVALID_PASSWORD_CHARACTER;
 }
@@ -284,13 +313,37 @@ const char *user_set_group(unsigned rights, std::string_view name, std::string_v
 
 const char *user_set_passwd(unsigned rights, const std::vector<NewPassword> &passwords)
 {
+    std::vector<std::string> stored;
+    for (const NewPassword &one : passwords) {
+        const bool is_hash = one.is_stored && qv_is_password_hash(one.password);
+        std::optional<std::string> form = is_hash ? one.password : stored_form(one.password);
+        if (!form)
+            return kUserFileError;
+        stored.push_back(std::move(*form));
+    }
     Tree next = groups_and_users();
     std::set<std::string> named;
-    for (const NewPassword &one : passwords) {
-        next.set("User." + one.user + ".passwd", one.password);
-        named.insert(one.user);
+    for (std::size_t i = 0; i < passwords.size(); ++i) {
+        const std::string &user = passwords[i].user;
+        if (!user_exists(user)) // he went while the passwords were hashed
+            continue;
+        next.set("User." + user + ".passwd", stored[i]);
+        named.insert(user);
     }
-    return change_to(next, rights, named);
+    return named.empty() ? API_E_INVALID_USER : change_to(next, rights, named);
+}
+
+const char *user_replace_stored(std::string_view name, const std::vector<StoredPassword> &changes)
+{
+    Tree next = groups_and_users();
+    bool changed = false;
+    for (const StoredPassword &change : changes) {
+        if (user_get(name, change.field) != change.before)
+            continue;
+        next.set("User." + std::string(name) + "." + change.field, change.after);
+        changed = true;
+    }
+    return changed ? change_to(next, kEverything, {}) : nullptr;
 }
 
 const char *user_remove(unsigned rights, std::string_view name)
@@ -319,10 +372,12 @@ const char *user_import(unsigned rights, const std::string &path)
     }
     if (!groups && !users)
         return nullptr;
+    const std::set<std::string> named = children_of(users);
+    hash_passwords_of(fresh);
     Tree next = groups_and_users();
     copy_subtree(fresh, "Group", next);
     copy_subtree(fresh, "User", next);
-    return change_to(next, rights, children_of(users));
+    return change_to(next, rights, named);
 }
 
 Tree user_shown_to(unsigned rights)

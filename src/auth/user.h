@@ -15,8 +15,8 @@ namespace qvcd {
 // The user file is an HDF file of mode 0600 with two subtrees:
 //   Group.<number>.perm    permission mask of the group, hexadecimal digits
 //   User.<name>.group      number of the user's group
-//   User.<name>.passwd     password, plain text
-//   User.<name>.default    factory default password, plain text; optional
+//   User.<name>.passwd     password, plain text or its hash (platform/password_hash.h)
+//   User.<name>.default    factory default password, likewise; optional
 
 extern Tree userDB;  ///< the "User" subtree
 extern Tree groupDB; ///< the "Group" subtree
@@ -47,9 +47,11 @@ std::optional<std::string> user_get_group(std::string_view name);
 std::optional<std::string> user_get_passwd(std::string_view name);
 std::optional<std::string> user_get_default(std::string_view name);
 
-/// True when the password is the user's. Takes equally long whatever the stored password holds; false for a
-/// user without one.
-bool user_check_passwd(std::string_view name, std::string_view password);
+/// Either of them, by the name of its field.
+std::optional<std::string> user_get_stored(std::string_view name, std::string_view field);
+
+/// True for the user and the password that are there without a user file: everybody may know them.
+bool user_has_built_in_password(std::string_view name, std::string_view password);
 
 /// True when the caller's `rights` hold all that `mask` allows: only then may he give it to somebody, change
 /// or remove who has it, or see that one's password.
@@ -59,8 +61,8 @@ inline bool is_within(unsigned rights, unsigned mask)
     return (mask & ~rights & kAllRights) == 0;
 }
 
-/// Null, or the error text for a password that no user can have: over kMaxValueBytes, with a control
-/// character, or with a blank at an end.
+/// Null, or the error text for a password that no user can have: over kMaxValueBytes (or what can be hashed,
+/// where passwords are), with a control character, or with a blank at an end.
 const char *user_passwd_error(std::string_view password);
 
 // Changes, on behalf of a caller with these rights. A change is made whole, in memory and in the user file,
@@ -74,16 +76,27 @@ const char *user_set_group(unsigned rights, std::string_view name, std::string_v
 
 struct NewPassword {
     std::string user;
-    std::string password; ///< has passed user_passwd_error()
+    std::string password;   ///< has passed user_passwd_error()
+    bool is_stored = false; ///< it comes from the user file, and may be a hash
 };
 
-/// Sets passwords of existing users.
+/// Sets passwords of existing users; API_E_INVALID_USER when none of them exists. Lets go of the command lock
+/// where they are hashed.
 const char *user_set_passwd(unsigned rights, const std::vector<NewPassword> &passwords);
+
+struct StoredPassword {
+    std::string field; ///< "passwd" or "default"
+    std::string before, after;
+};
+
+/// Replaces what is stored for the user, where it is still what it was before.
+const char *user_replace_stored(std::string_view name, const std::vector<StoredPassword> &changes);
 
 /// Removes an existing user.
 const char *user_remove(unsigned rights, std::string_view name);
 
 /// Merges the users and groups of a file that a client named, a path of this machine, into the present ones.
+/// Hashes are taken as they are, plain passwords like new ones; lets go of the command lock for that.
 /// Errors: no such file; a file that is no user file.
 const char *user_import(unsigned rights, const std::string &path);
 

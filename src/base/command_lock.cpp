@@ -90,6 +90,13 @@ Unlocked::~Unlocked()
     mine = true;
 }
 
+void send_long_reply()
+{
+    constexpr std::size_t kLongBytes = std::size_t{256} << 10;
+    if (mine && wait_hooks && wait_hooks->unsent() > kLongBytes)
+        const Unlocked unlocked;
+}
+
 bool command_lock_is_mine()
 {
     return mine;

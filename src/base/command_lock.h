@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 
 namespace qvcd {
 
@@ -11,6 +12,9 @@ class WaitHooks {
   public:
     virtual void before_waiting() noexcept = 0;
     virtual void after_waiting() noexcept = 0;
+
+    /// Bytes of the reply that were not sent yet.
+    virtual std::size_t unsent() noexcept = 0;
 
   protected:
     ~WaitHooks() = default;
@@ -47,6 +51,10 @@ class Unlocked {
   private:
     bool was_held_;
 };
+
+/// Between the names of a command: sends a reply that has become long, with the command lock let go, so that
+/// it neither piles up in memory nor holds up others. Nothing is held over it, as over Unlocked.
+void send_long_reply();
 
 /// True when the calling thread holds the command lock.
 bool command_lock_is_mine();

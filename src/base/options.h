@@ -4,8 +4,9 @@ namespace qvcd {
 
 // Options of the command line that other modules ask for. Set before any request is served.
 
-inline int verbose = 2;       ///< -v: 0 error, 1 warn, 2 info, 3 chitchat, 4 debug
-inline int disable_login = 0; ///< -c: 1 when session checking is off
+inline int verbose = 2;             ///< -v: 0 error, 1 warn, 2 info, 3 chitchat, 4 debug
+inline int disable_login = 0;       ///< -c: 1 when session checking is off
+inline bool hash_passwords = false; ///< --hash-passwords: the user file holds no plain ones
 
 /// Commands and their parts are timed for the log; true at every level that the option text offers.
 inline bool timing_is_on()

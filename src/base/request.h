@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/caller.h"
+
 #include <any>
 #include <map>
 #include <memory>
@@ -12,13 +14,14 @@ namespace qvcd {
 /// for every line; everything that works for the command is handed it. Used by one thread.
 class Request {
   public:
-    /// `rights`: the caller's permission word.
-    explicit Request(unsigned rights) : mask(rights) {}
+    /// `rights`: the caller's permission word. `who` lives longer than the request.
+    explicit Request(unsigned rights, const Caller &who = kOwnCaller) : mask(rights), caller(who) {}
 
     /// The same command with other rights: for commands that run others on the appliance's behalf.
-    Request as(unsigned rights) { return {rights, seen()}; }
+    Request as(unsigned rights) { return {rights, caller, seen()}; }
 
     const unsigned mask;
+    const Caller &caller;
 
     /// The command's only `T`: what `make()` gave when it was asked for first. Values that belong together
     /// are read once so, and another client's command reads its own. The reference is good as long as the
@@ -34,7 +37,10 @@ class Request {
 
   private:
     using Seen = std::map<std::type_index, std::any>;
-    Request(unsigned rights, std::shared_ptr<Seen> seen) : mask(rights), seen_(std::move(seen)) {}
+    Request(unsigned rights, const Caller &who, std::shared_ptr<Seen> seen)
+        : mask(rights), caller(who), seen_(std::move(seen))
+    {
+    }
 
     // Made when it is needed: most commands read nothing live.
     const std::shared_ptr<Seen> &seen()

@@ -116,14 +116,15 @@ pid_t spawn_shell(const std::string &command, int stdout_fd)
 // What a command prints. Only as much as somebody wants is kept.
 class Output {
   public:
-    explicit Output(std::size_t size) : size_(size)
+    explicit Output(std::size_t size) : size_(size) {}
+    bool open()
     {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0)
-            return;
+            return false;
         reader_.reset(ends[0]);
         writer_.reset(ends[1]);
-        fcntl(reader_.get(), F_SETFL, O_NONBLOCK);
+        return fcntl(reader_.get(), F_SETFL, O_NONBLOCK) == 0;
     }
     int writer() const { return writer_.get(); }
     int reader() const { return reader_.get(); }
@@ -150,7 +151,8 @@ class Output {
         while (text_.size() < size_ && reader_ && read_block()) {
         }
     }
-    std::string take() { return std::move(text_); }
+    const std::string &text() const { return text_; }
+    void set(const std::string &text) { text_ = cut(text, size_); }
 
   private:
     Fd reader_;
@@ -226,22 +228,30 @@ void end_group(pid_t child, std::unique_ptr<Turn> turn)
 std::optional<int> run(const std::string &command, milliseconds limit, const std::string &key, Output *output)
 {
     const Unlocked unlocked;
-    auto turn = std::make_unique<Turn>(key, deadline_in(bounded(limit)));
+    auto turn = std::make_unique<Turn>(key, deadline_in(bounded(limit)),
+                                       output ? Turn::Result::shared : Turn::Result::own);
+    if (output && turn->shared()) {
+        output->set(*turn->shared());
+        return 0;
+    }
     limit = bounded(limit);
     if (!turn->mine() || limit == 0ms) {
         warn(limit == 0ms ? "not run, no time is left" : "not run, the one before it has not ended", command);
         return std::nullopt;
     }
-    const bool can_print = !output || output->writer() >= 0;
-    const pid_t child = can_print ? spawn_shell(command, output ? output->writer() : -1) : -1;
+    const bool ready = !output || output->open();
+    const pid_t child = ready ? spawn_shell(command, output ? output->writer() : -1) : -1;
     if (child < 0) {
         warn(std::strerror(errno), command);
         return std::nullopt;
     }
     if (output)
         output->close_writer();
-    if (ends_in_time(child, output, deadline_in(limit)))
+    if (ends_in_time(child, output, deadline_in(limit))) {
+        if (output)
+            turn->share(output->text());
         return reap(child);
+    }
     warn("ended, its time is over", command);
     end_group(child, std::move(turn));
     return SIGTERM;
@@ -264,7 +274,7 @@ std::optional<std::string> shell_capture(const std::string &command, std::size_t
     Output output(size);
     if (!run(command, limit, command, &output))
         return std::nullopt;
-    return output.take();
+    return output.text();
 }
 
 ShellLimits::ShellLimits(milliseconds each, Deadline until)

@@ -11,8 +11,9 @@ namespace {
 
 struct Turns {
     std::mutex mutex;
-    std::condition_variable next;
-    std::map<std::string, std::deque<const Turn *>> lines; // the first of each has its turn
+    std::condition_variable changed;
+    std::map<std::string, std::deque<Turn *>> lines; // the first of each has its turn
+    std::uint64_t clock = 0;                         // orders arrivals and beginnings
 };
 
 // Never destroyed: threads that are left behind at shutdown may still wait here.
@@ -24,14 +25,18 @@ Turns &turns()
 
 } // namespace
 
-Turn::Turn(const std::string &key, Deadline deadline) : key_(key)
+Turn::Turn(const std::string &key, Deadline deadline, Result result) : key_(key), wanted_(result)
 {
     Turns &t = turns();
     std::unique_lock lock(t.mutex);
-    std::deque<const Turn *> &line = t.lines[key_];
+    arrived_ = ++t.clock;
+    std::deque<Turn *> &line = t.lines[key_];
     line.push_back(this);
-    mine_ = t.next.wait_until(lock, deadline, [&] { return line.front() == this; });
-    if (!mine_)
+    t.changed.wait_until(lock, deadline, [&] { return line.front() == this || shared_; });
+    mine_ = line.front() == this && !shared_;
+    if (mine_)
+        began_ = ++t.clock;
+    else
         leave();
 }
 
@@ -43,6 +48,17 @@ Turn::~Turn()
     leave();
 }
 
+void Turn::share(const std::string &result)
+{
+    Turns &t = turns();
+    const std::lock_guard lock(t.mutex);
+    for (Turn *other : t.lines.find(key_)->second) {
+        if (other != this && other->wanted_ == Result::shared && other->arrived_ < began_)
+            other->shared_ = result;
+    }
+    t.changed.notify_all();
+}
+
 void Turn::leave()
 {
     Turns &t = turns();
@@ -50,7 +66,7 @@ void Turn::leave()
     std::erase(line->second, this);
     if (line->second.empty())
         t.lines.erase(line);
-    t.next.notify_all();
+    t.changed.notify_all();
 }
 
 } // namespace qvcd

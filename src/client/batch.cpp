@@ -83,12 +83,14 @@ class CommandInput {
 };
 
 // One wait for whatever can go on: input, sending, or the reply.
-void exchange(const Fd &socket, CommandInput &input, std::string &request, ReplyParser &parser,
+void exchange(Channel &channel, CommandInput &input, std::string &request, ReplyParser &parser,
               std::optional<Deadline> deadline)
 {
+    const short reading = channel.read_events();
+    const short sending = channel.write_events();
     const bool wants_input = !input.at_end() && request.size() < kMostWaiting;
     std::array<pollfd, 2> wanted{
-        pollfd{socket.get(), static_cast<short>(request.empty() ? POLLIN : POLLIN | POLLOUT), 0},
+        pollfd{channel.fd(), static_cast<short>(request.empty() ? reading : reading | sending), 0},
         pollfd{wants_input ? STDIN_FILENO : -1, POLLIN, 0}};
     const int ready = poll(wanted.data(), wanted.size(), deadline ? milliseconds_left(*deadline) : -1);
     if (ready == 0)
@@ -97,10 +99,10 @@ void exchange(const Fd &socket, CommandInput &input, std::string &request, Reply
         return;
     if (wanted[1].revents != 0)
         input.read_into(request);
-    if ((wanted[0].revents & POLLOUT) != 0)
-        send_some(socket, request);
-    if ((wanted[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
-        receive_some(socket, parser);
+    if (!request.empty() && (wanted[0].revents & sending) != 0)
+        send_some(channel, request);
+    if ((wanted[0].revents & (reading | POLLHUP | POLLERR)) != 0) {
+        receive_some(channel, parser);
         std::fflush(stdout);
     }
 }
@@ -109,7 +111,7 @@ void exchange(const Fd &socket, CommandInput &input, std::string &request, Reply
 
 int run_batch(const Options &options)
 {
-    const Fd socket = connect_to(options.endpoint, options.timeout);
+    Channel channel = connect_to(options.endpoint, options.timeout);
     CommandInput input;
     std::string request = greeting(options.session);
     ReplyParser parser(print_line);
@@ -117,7 +119,7 @@ int run_batch(const Options &options)
     while (!parser.result()) {
         if (input.at_end() && !deadline)
             deadline = deadline_in(options.timeout);
-        exchange(socket, input, request, parser, deadline);
+        exchange(channel, input, request, parser, deadline);
     }
     return input.last_line_was_wrong() ? kExitUsage : exit_status(*parser.result());
 }

@@ -41,7 +41,9 @@ Takes takes(std::string_view command)
 // One command's reply, from the cache or from the daemon; empty when there is none.
 std::string reply_text(const Options &options, const std::string &line)
 {
-    const std::string key = options.endpoint.text() + " " + std::to_string(options.session) + " " + line;
+    const std::string certificate = options.endpoint.tls ? " " + options.endpoint.tls->certificate : "";
+    const std::string key =
+        options.endpoint.text() + certificate + " " + std::to_string(options.session) + " " + line;
     if (const auto kept = cached_text(key))
         return *kept;
     std::string text;
@@ -53,6 +55,8 @@ std::string reply_text(const Options &options, const std::string &line)
         if (ask(options.endpoint, options.session, {line}, kPatience, keep) != 0)
             return {};
     } catch (const WireError &) {
+        return {};
+    } catch (const UsageError &) { // a file for TLS
         return {};
     }
     cache_text(key, text);

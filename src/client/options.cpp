@@ -10,12 +10,16 @@ namespace qvcd::client {
 
 const char kUsage[] = R"(Usage: qvc [-s SESSION] [-H HOST:PORT] [-t SECONDS] COMMAND [ARG ...]
        qvc [-s SESSION] [-H HOST:PORT] [-t SECONDS]
+       qvc -H HOST:PORT --tls [--ca FILE] [--cert FILE --key FILE] ...
 
 Sends one command to the configuration daemon, prints its reply and exits with its result code.
 Without a command, reads commands: with line editing on a terminal, else line by line from standard input.
 
   -s SESSION     session number from "qvc login" (default 0, the local root session)
   -H HOST:PORT   ask over TCP instead of the local socket; an IPv6 address as [ADDRESS]:PORT
+  --tls          speak TLS with HOST, whose certificate must be for this name or address
+  --ca FILE      trust the authorities in this file, not those of the system
+  --cert FILE, --key FILE   show this certificate; session 0 then stands for the user whom it names
   -t SECONDS     give up when the whole reply is not there in time (default 30)
   -h, --help     this text
   -V, --version  the version
@@ -83,7 +87,36 @@ Endpoint tcp_endpoint(const std::string &text)
     return endpoint;
 }
 
-void take_option(Options &options, int option, const std::string &refused)
+enum LongOption { kTls = 256, kAuthorities, kCertificate, kKey };
+
+// What the options for TLS name; the endpoint gets it when all of them are known.
+struct TlsChoice {
+    bool wanted = false;
+    TlsFiles files;
+};
+
+void take_tls(Endpoint &endpoint, const TlsChoice &tls)
+{
+    const TlsFiles &files = tls.files;
+    if (!tls.wanted && !(files.authorities + files.certificate + files.key).empty())
+        throw UsageError("--ca, --cert and --key need --tls");
+    if (files.certificate.empty() != files.key.empty())
+        throw UsageError("--cert and --key belong together");
+    if (!tls.wanted)
+        return;
+    if (endpoint.local())
+        throw UsageError("--tls needs -H");
+    endpoint.tls = files;
+}
+
+std::string file_name(const char *text)
+{
+    if (*text == '\0')
+        throw UsageError("'' is no file");
+    return text;
+}
+
+void take_option(Options &options, TlsChoice &tls, int option, const std::string &refused)
 {
     switch (option) {
     case 's':
@@ -94,6 +127,18 @@ void take_option(Options &options, int option, const std::string &refused)
         break;
     case 't':
         options.timeout = time_limit(optarg);
+        break;
+    case kTls:
+        tls.wanted = true;
+        break;
+    case kAuthorities:
+        tls.files.authorities = file_name(optarg);
+        break;
+    case kCertificate:
+        tls.files.certificate = file_name(optarg);
+        break;
+    case kKey:
+        tls.files.key = file_name(optarg);
         break;
     case 'h':
         options.action = Options::Action::help;
@@ -113,6 +158,10 @@ void take_option(Options &options, int option, const std::string &refused)
 Options parse_options(const std::vector<std::string> &arguments)
 {
     static constexpr option kLongOptions[] = {
+        {"tls", no_argument, nullptr, kTls},
+        {"ca", required_argument, nullptr, kAuthorities},
+        {"cert", required_argument, nullptr, kCertificate},
+        {"key", required_argument, nullptr, kKey},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'V'},
         {nullptr, 0, nullptr, 0},
@@ -126,6 +175,7 @@ Options parse_options(const std::vector<std::string> &arguments)
     argv[0] = name.data();
 
     Options options;
+    TlsChoice tls;
     optind = 0; // getopt starts afresh
     const int argc = static_cast<int>(argv.size()) - 1;
     for (int option = 0; options.action == Options::Action::run;) {
@@ -133,10 +183,12 @@ Options parse_options(const std::vector<std::string> &arguments)
         option = getopt_long(argc, argv.data(), "+:s:H:t:hV", kLongOptions, nullptr);
         if (option == -1)
             break;
-        take_option(options, option, argv[static_cast<std::size_t>(at)]);
+        take_option(options, tls, option, argv[static_cast<std::size_t>(at)]);
     }
-    if (options.action == Options::Action::run)
+    if (options.action == Options::Action::run) {
+        take_tls(options.endpoint, tls);
         options.words.assign(argv.begin() + optind, argv.end() - 1);
+    }
     return options;
 }
 

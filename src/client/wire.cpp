@@ -33,6 +33,48 @@ std::string why(int error)
     throw WireError("cannot reach the daemon at " + where + ": " + reason);
 }
 
+// Waits until one of the `events` of poll(2) has come, or throws.
+void wait_for(const Channel &channel, short events, Deadline deadline)
+{
+    pollfd wanted{channel.fd(), events, 0};
+    for (;;) {
+        const int left = milliseconds_left(deadline);
+        const int ready = left > 0 ? poll(&wanted, 1, left) : 0;
+        if (ready > 0)
+            return;
+        if (ready == 0)
+            throw WireError(kTimeUp);
+        if (errno != EINTR)
+            throw WireError("poll: " + why(errno));
+        if (interrupted != 0)
+            throw WireError("interrupted");
+    }
+}
+
+// OpenSSL is set up here, and so only for those who want it.
+SslHandle prepare_tls(const Endpoint &endpoint)
+{
+    try {
+        return TlsContext::client(*endpoint.tls).connect(endpoint.host);
+    } catch (const TlsError &error) {
+        throw UsageError(error.what());
+    }
+}
+
+void shake_hands(Channel &channel, const std::string &where, Deadline deadline)
+{
+    while (!channel.handshake()) {
+        if (errno == EAGAIN) {
+            wait_for(channel, channel.read_events(), deadline);
+            continue;
+        }
+        const std::string problem = channel.problem();
+        const std::string distrust = channel.distrust();
+        throw WireError(distrust.empty() ? "no TLS with " + where + ": " + problem
+                                         : "certificate of " + where + " is not trusted: " + distrust);
+    }
+}
+
 } // namespace
 
 std::string Endpoint::text() const
@@ -42,14 +84,20 @@ std::string Endpoint::text() const
     return host.find(':') == std::string::npos ? host + ":" + port : "[" + host + "]:" + port;
 }
 
-Fd connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
+Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
 {
     if (endpoint.local())
-        return connect_local("qvcd", timeout);
+        return Channel(connect_local("qvcd", timeout));
+    const Deadline deadline = deadline_in(timeout);
+    SslHandle ssl = endpoint.tls ? prepare_tls(endpoint) : nullptr;
     Fd socket = connect_tcp(endpoint.host, endpoint.port, timeout);
     if (!socket)
         throw_unreachable(endpoint.text(), errno);
-    return socket;
+    if (!ssl)
+        return Channel(std::move(socket));
+    Channel channel(std::move(socket), std::move(ssl));
+    shake_hands(channel, endpoint.text(), deadline);
+    return channel;
 }
 
 Fd connect_local(const std::string &name, std::chrono::milliseconds timeout)
@@ -73,44 +121,27 @@ void interrupt_request()
     interrupted = 1;
 }
 
-void wait_for(const Fd &socket, short events, Deadline deadline)
+void send_some(Channel &channel, std::string &text)
 {
-    pollfd wanted{socket.get(), events, 0};
-    for (;;) {
-        const int left = milliseconds_left(deadline);
-        const int ready = left > 0 ? poll(&wanted, 1, left) : 0;
-        if (ready > 0)
-            return;
-        if (ready == 0)
-            throw WireError(kTimeUp);
-        if (errno != EINTR)
-            throw WireError("poll: " + why(errno));
-        if (interrupted != 0)
-            throw WireError("interrupted");
-    }
-}
-
-void send_some(const Fd &socket, std::string &text)
-{
-    const ssize_t sent = send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    const ssize_t sent = channel.write(text);
     if (sent >= 0)
         text.erase(0, static_cast<std::size_t>(sent));
     else if (errno == EPIPE || errno == ECONNRESET)
         text.clear();
     else if (errno != EAGAIN && errno != EINTR)
-        throw WireError("cannot send: " + why(errno));
+        throw WireError("cannot send: " + channel.problem());
 }
 
-void receive_some(const Fd &socket, ReplyParser &parser)
+void receive_some(Channel &channel, ReplyParser &parser)
 {
     std::array<char, 65536> buffer;
-    const ssize_t got = recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+    const ssize_t got = channel.read(buffer.data(), buffer.size());
     if (got > 0)
         parser.feed({buffer.data(), static_cast<std::size_t>(got)});
     else if (got == 0)
         throw WireError("the daemon closed the connection before the end of its reply");
     else if (errno != EAGAIN && errno != EINTR)
-        throw WireError("the connection broke before the end of the reply: " + why(errno));
+        throw WireError("the connection broke before the end of the reply: " + channel.problem());
 }
 
 std::string greeting(int session)
@@ -128,15 +159,15 @@ int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &l
 
     interrupted = 0;
     const Deadline deadline = deadline_in(timeout);
-    const Fd socket = connect_to(endpoint, timeout);
+    Channel channel = connect_to(endpoint, timeout);
     while (!request.empty()) {
-        wait_for(socket, POLLOUT, deadline);
-        send_some(socket, request);
+        wait_for(channel, channel.write_events(), deadline);
+        send_some(channel, request);
     }
     ReplyParser parser(sink);
     while (!parser.result()) {
-        wait_for(socket, POLLIN, deadline);
-        receive_some(socket, parser);
+        wait_for(channel, channel.read_events(), deadline);
+        receive_some(channel, parser);
     }
     return *parser.result();
 }

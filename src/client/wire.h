@@ -1,12 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "client/reply.h"
+#include "platform/channel.h"
 #include "platform/fd.h"
 #include "platform/socket.h"
+#include "platform/tls.h"
 
 namespace qvcd::client {
 
@@ -14,6 +17,7 @@ namespace qvcd::client {
 struct Endpoint {
     std::string host;
     std::string port;
+    std::optional<TlsFiles> tls; ///< over TCP: speak TLS
 
     bool local() const { return host.empty(); }
     std::string text() const; ///< for messages
@@ -21,10 +25,10 @@ struct Endpoint {
 
 // All of these throw WireError when the daemon cannot be reached, breaks off, or the deadline passes.
 
-/// A connected socket.
-Fd connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout);
+/// A connection that can be used. Throws UsageError when a file for TLS cannot.
+Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout);
 
-/// The same for the local socket of endpoint `name`.
+/// A connected socket to the local endpoint `name`.
 Fd connect_local(const std::string &name, std::chrono::milliseconds timeout);
 
 /// What is left until the deadline, for poll(2); 0 when it has passed.
@@ -33,15 +37,12 @@ int milliseconds_left(Deadline deadline);
 /// For a signal handler: what waits now gives up.
 void interrupt_request();
 
-/// Waits until `events` of poll(2) are there, or throws.
-void wait_for(const Fd &socket, short events, Deadline deadline);
-
-/// Sends what the socket takes now and removes it from `text`. When the other side has closed, `text` is
+/// Sends what the connection takes now and removes it from `text`. When the other side has closed, `text` is
 /// dropped: what it answered before can still be read.
-void send_some(const Fd &socket, std::string &text);
+void send_some(Channel &channel, std::string &text);
 
 /// Hands what has arrived to `parser`. Throws at the end of the stream.
-void receive_some(const Fd &socket, ReplyParser &parser);
+void receive_some(Channel &channel, ReplyParser &parser);
 
 /// The first line of a connection: who asks.
 std::string greeting(int session);

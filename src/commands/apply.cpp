@@ -79,7 +79,7 @@ int apply_param(Request &request, const std::string &api, ApplyCache &cache, std
     const std::string value = hdfDB.get_or(api, "");
     const bool secret = meta_is_password(api);
     reply_value(out, api, shown_value(api, value));
-    qv_log_print(kLogNotice, "Apply %s=%s\n", api.c_str(), secret ? kHiddenPassword : value.c_str());
+    qv_log_print(kLogNotice, "Apply %s=%s\n", api.c_str(), value_for_log(api, value).c_str());
     notify_publish_on("apply", api, value, secret ? Secret::yes : Secret::no);
     return 0;
 }

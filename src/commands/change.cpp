@@ -28,8 +28,7 @@ int revert_param(Request &request, const std::string &api, std::FILE *out)
     store_setting(api, *value);
     flag_restored(api, *value);
     reply_value(out, api, shown_value(api, *value));
-    qv_log_print(kLogNotice, "Revert %s=%s\n", api.c_str(),
-                 meta_is_password(api) ? kHiddenPassword : value->c_str());
+    qv_log_print(kLogNotice, "Revert %s=%s\n", api.c_str(), value_for_log(api, *value).c_str());
     return 0;
 }
 
@@ -69,7 +68,7 @@ std::optional<Member> parse_member(const Args &argv, const char *attribute)
 {
     // A value ends at its next "=".
     const std::vector<std::string> words = split_words(argv.empty() ? "" : argv.front(), "=");
-    if (words.size() < 2)
+    if (words.size() < 2 || name_kind(words[0]) == NameKind::nothing)
         return std::nullopt;
     const auto value = url_unescape(words[1]);
     const auto file = meta_get(words[0], "file");
@@ -105,7 +104,8 @@ int command_remove(Request &request, Args &argv, std::FILE *out)
     if (const char *error = member_error(request, *member))
         return refuse(member->api, error, out);
     const int result = removefuncmap_remove(request, member->file, member->api, member->value, out);
-    qv_log_print(kLogInfo, "Remove %s from %s using %s func\n", member->value.c_str(), member->api.c_str(),
+    qv_log_print(kLogInfo, "Remove %s from %s using %s func\n",
+                 value_for_log(member->api, member->value).c_str(), member->api.c_str(),
                  member->function.c_str());
     return result;
 }
@@ -160,6 +160,7 @@ const CommandRecord updateRecord = {
     .description =
         "Sets APIs, saves them, and makes them take effect. Values are URL-escaped. It stands for the "
         "commands set, save and apply, each of which runs when the one before it succeeded.",
+    .assigns = true,
 };
 
 const CommandRecord modifyRecord = {
@@ -172,6 +173,7 @@ const CommandRecord modifyRecord = {
     .description =
         "Sets APIs and saves them, without making them take effect: it stands for the commands sets "
         "and save. Values are URL-escaped.",
+    .assigns = true,
 };
 
 const CommandRecord addRecord = {
@@ -185,6 +187,7 @@ const CommandRecord addRecord = {
     .description = "Adds a value to an API that is a list, such as the profiles of a group, with the "
                    "function that the API's "
                    "metadata names. The value is URL-escaped and ends at a second \"=\".",
+    .assigns = true,
 };
 
 const CommandRecord removeRecord = {
@@ -198,6 +201,7 @@ const CommandRecord removeRecord = {
     .description = "Removes a value from an API that is a list, such as the profiles of a group, with the "
                    "function that the API's "
                    "metadata names. The value is URL-escaped and ends at a second \"=\".",
+    .assigns = true,
 };
 
 } // namespace qvcd

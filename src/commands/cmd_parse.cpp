@@ -3,8 +3,10 @@
 #include "base/command_lock.h"
 #include "base/limits.h"
 #include "base/options.h"
+#include "base/reply.h"
 #include "base/text.h"
 #include "commands/cmd_table.h"
+#include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/meta.h"
 
@@ -44,7 +46,7 @@ bool split_line(std::string_view text, Line &line)
 
 // A word of the line as the log shows it: decoded, secrets hidden. Behind a secret word all are: a password
 // with a comma or a blank in it comes as several.
-std::string for_log(const std::string &word, bool &secret)
+std::string for_log(const std::string &word, bool assigns, bool &secret)
 {
     const std::optional<std::string> text = url_unescape(cut(word, kMaxValueBytes));
     const std::size_t equals = text ? text->find('=') : std::string::npos;
@@ -55,7 +57,7 @@ std::string for_log(const std::string &word, bool &secret)
     }
     if (equals == std::string::npos) {
         secret = meta_is_password(name);
-        return name;
+        return assigns ? name_for_log(name) : name;
     }
     const std::string value = value_for_log(name, text->substr(equals + 1));
     secret = value == kHiddenPassword;
@@ -76,7 +78,7 @@ void log_line(int number, const Line &line, const CommandRecord &record)
     bool secret = false;
     for (std::size_t i = 0; i < line.argv.size(); ++i) {
         secret = secret || i >= record.secret_from;
-        const std::string word = for_log(line.argv[i], secret);
+        const std::string word = for_log(line.argv[i], record.assigns, secret);
         if (i < line.first_arg)
             qv_log_print(kLogInfo, "       %d: sub: [%s]\n", number, cut(word, kMaxLoggedWordBytes).c_str());
         else if (timing_is_on())
@@ -86,7 +88,7 @@ void log_line(int number, const Line &line, const CommandRecord &record)
 
 } // namespace
 
-int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks)
+int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks, const Caller &caller)
 {
     const int number = cmdcounter++;
     const Stopwatch watch;
@@ -101,7 +103,11 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *h
         return 1;
     const CommandRecord &record = cmd_find(line.command);
     log_line(number, line, record);
-    Request request(mask);
+    if (caller.stranger && !record.open_to_strangers) {
+        reply_line(out, API_E_INVALID_PERMISSION);
+        return 1;
+    }
+    Request request(mask, caller);
     if (&record == cmd_map().front().record)
         qv_log_print(kLogError, "Invalid command: %s\n", command_for_log(line).c_str());
     const int result = record.handler(request, line.argv, out);

@@ -6,9 +6,14 @@
 
 namespace qvcd {
 
+bool is_for_caller(const Request &request)
+{
+    return request.caller.stranger || (request.mask & kLevel1Bits) != 0;
+}
+
 int run_subcommand(const CommandRecord &record, Request &request, Args &argv, std::FILE *out, SubResult keep)
 {
-    if ((request.mask & kLevel1Bits) == 0)
+    if (!is_for_caller(request))
         return 0;
     if (argv.empty() || argv.front() == "help") {
         subcmd_help(record, out);

@@ -29,13 +29,21 @@ struct CommandRecord {
     /// Index of the first argument (the sub-command counts as one) that the log does not show, and none
     /// behind it: where passwords and session numbers may stand.
     std::size_t secret_from = std::numeric_limits<std::size_t>::max();
+    /// Whoever can connect may run it; all others are refused to strangers by the dispatcher.
+    bool open_to_strangers = false;
+    /// The arguments are "name=value": what has no "=" may be a value.
+    bool assigns = false;
 };
 
 /// What becomes of a sub-command's result.
 enum class SubResult { zero, hand_on };
 
-/// The common way of commands with sub-commands: without a level-1 bit in the mask nothing happens; no
-/// sub-command or "help" prints the list; an unknown word runs the first row.
+/// True for callers with a level-1 bit, and for strangers: the dispatcher lets those reach nothing but what
+/// is open to them.
+bool is_for_caller(const Request &request);
+
+/// The common way of commands with sub-commands: nothing happens unless is_for_caller(); no sub-command or
+/// "help" prints the list; an unknown word runs the first row.
 int run_subcommand(const CommandRecord &record, Request &request, Args &argv, std::FILE *out, SubResult keep);
 
 /// "<name>: This menu" and one line a sub-command.

@@ -82,8 +82,7 @@ int restore_param_to_default(Request &request, const std::string &api, std::FILE
     raise_flags(request, api, SetMode::set);
     store_setting(api, *fallback);
     reply_value(out, api, *fallback);
-    qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(),
-                 meta_is_password(api) ? kHiddenPassword : fallback->c_str());
+    qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(), value_for_log(api, *fallback).c_str());
     return 0;
 }
 
@@ -125,6 +124,10 @@ const FactoryScope *find_scope(const std::string &word)
 
 int command_factory(Request &request, Args &argv, std::FILE *out)
 {
+    if ((request.mask & kLevel1Bits) == 0) {
+        reply_line(out, API_E_INVALID_PERMISSION);
+        return 1;
+    }
     const FactoryScope *scope = find_scope(argv.empty() ? "all" : argv.front());
     if (!scope) {
         reply_text(out, kFactoryUsage);
@@ -143,21 +146,30 @@ int command_factory(Request &request, Args &argv, std::FILE *out)
     return 0;
 }
 
+// What is read again takes the place of what others set and did not save: not for a caller who may not write
+// it. What nobody may write is nobody's change.
+bool may_reload(const Request &request, const std::string &api)
+{
+    const unsigned writers = meta_get_perm(api) & kWriteBits;
+    return writers == 0 || (writers & request.mask) != 0;
+}
+
 int command_reload(Request &request, Args &argv, std::FILE *out)
 {
+    const auto wanted = [&](const std::string &api) { return may_reload(request, api); };
     for (const std::string &argument : argv) {
         const std::string name = cut(argument, kMaxNameBytes);
         const Node node = name.empty() ? Node() : metaDB.find(name);
         if (node.first_child()) {
-            hdfdb_populate(request, name);
+            hdfdb_populate(request, name, wanted);
             reply_line(out, name);
         } else {
             reply_value(out, name, API_E_PARAM_NOT_FOUND);
-            qv_log_print(kLogInfo, "Reload %s=%s\n", name.c_str(), API_E_PARAM_NOT_FOUND);
+            qv_log_print(kLogInfo, "Reload %s=%s\n", name_for_log(name).c_str(), API_E_PARAM_NOT_FOUND);
         }
     }
     if (argv.empty())
-        hdfdb_populate(request);
+        hdfdb_populate(request, "", wanted);
     return 0;
 }
 
@@ -208,6 +220,7 @@ const CommandRecord factoryResetRecord = {
     .handler = command_factory,
     .summary = "Perform a factory reset",
     .synopsis = "all, network, nonetwork",
+    .errors = "##Invalid permission#: only administrators may reset the appliance. The result is 1.",
     .notes = "This command will default all the settings",
 };
 
@@ -217,7 +230,8 @@ const CommandRecord reloadRecord = {
     .summary = "Re-read from the source of the API",
     .synopsis = "API or group to reload",
     .return_values = "Key/value of API(s) reloaded",
-    .notes = "Mostly used for debugging",
+    .notes =
+        "Mostly used for debugging. What the caller may not write is passed over, but for what nobody may.",
 };
 
 } // namespace qvcd

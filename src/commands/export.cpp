@@ -82,7 +82,7 @@ void Export::setting(const std::string &api)
     document_.set(api, value);
     secret_ |= password;
     if (qv_log_wants(kLogTrace))
-        qv_log_print(kLogTrace, "exporting %s=%s\n", api.c_str(), password ? kHiddenPassword : value.c_str());
+        qv_log_print(kLogTrace, "exporting %s=%s\n", api.c_str(), value_for_log(api, value).c_str());
 }
 
 // By name: reading a live value may let go of the command lock.

@@ -51,19 +51,21 @@ std::string current_value(Request &request, const std::string &api, const GetPla
     return live ? std::move(*live) : plan.fallback.value_or("");
 }
 
+// Values of passwords are not shown, defaults are.
 void print_value(Request &request, GetMode mode, const std::string &api, const std::string &value,
                  const GetPlan &plan, std::FILE *out)
 {
+    const std::string shown = plan.password && value.size() > 1 ? kHiddenPassword : value;
     switch (mode) {
     case GetMode::value:
-        reply_value(out, api, value);
+        reply_value(out, api, shown);
         break;
     case GetMode::introspection:
-        reply_value(out, api, value);
-        ifuncmap_introspect(request, "", api, false, out);
+        reply_value(out, api, shown);
+        ifuncmap_introspect(request, "", api, false, out, plan.dynamic ? std::optional(value) : std::nullopt);
         break;
     case GetMode::value_only:
-        reply_line(out, value);
+        reply_line(out, shown);
         break;
     case GetMode::fallback:
         if (plan.fallback)
@@ -76,16 +78,13 @@ void print_value(Request &request, GetMode mode, const std::string &api, const s
     }
 }
 
-// One API; 1 when the caller may not read it. Defaults are printed as they are, values of passwords are not.
+// One API; 1 when the caller may not read it.
 int print_param_to_out(Request &request, const std::string &api, std::FILE *out, GetMode mode)
 {
     const GetPlan plan = plan_get(request, api, mode);
     if (plan.hidden)
         return plan.refused ? 1 : 0;
-    std::string value = current_value(request, api, plan);
-    if (plan.password && value.size() > 1)
-        value = kHiddenPassword;
-    print_value(request, mode, api, value, plan, out);
+    print_value(request, mode, api, current_value(request, api, plan), plan, out);
     return 0;
 }
 
@@ -112,7 +111,8 @@ int do_command_get(Request &request, const Args &argv, std::FILE *out, GetMode m
         result |= visit_setting(name, out, group, api);
         if (timing_is_on())
             qv_log_print(kLogDebug, "  get: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
-                         name.c_str());
+                         name_for_log(name).c_str());
+        send_long_reply();
     }
     if (argv.empty()) {
         const Stopwatch watch;

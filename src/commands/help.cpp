@@ -1,5 +1,6 @@
 #include "commands/help.h"
 
+#include "base/command_lock.h"
 #include "base/reply.h"
 #include "commands/cmd_table.h"
 #include "commands/wordwrap.h"
@@ -62,6 +63,7 @@ const CommandRecord helpRecord = {
         "what, and which values are valid. help.apihdf prints the texts alone, as key=value lines for "
         "programs. Without a sub-command the sub-commands are listed.",
     .sub_commands = kSubCommands,
+    .open_to_strangers = true,
 };
 
 namespace {
@@ -202,6 +204,7 @@ int do_cmd_help_api(Request &request, const Args &argv, const ApiHelp &how, std:
             print_group(request, node, name, how, out);
         else
             print_text(request, name, name, how, out); // a text that was named is shown under its own name
+        send_long_reply();
     }
     if (argv.size() <= 1)
         print_group(request, metaDB.root(), "", how, out);

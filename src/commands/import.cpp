@@ -3,6 +3,7 @@
 #include "base/value.h"
 #include "commands/defaults.h"
 #include "commands/set.h"
+#include "commands/snapshot.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
 #include "platform/log.h"
@@ -45,15 +46,14 @@ bool read_document(const std::string &file, Tree &document)
 void log_setting(const char *what, const std::string &api, const std::string &value)
 {
     if (qv_log_wants(kLogTrace))
-        qv_log_print(kLogTrace, "%s %s=%s\n", what, api.c_str(),
-                     meta_is_password(api) ? kHiddenPassword : value.c_str());
+        qv_log_print(kLogTrace, "%s %s=%s\n", what, api.c_str(), value_for_log(api, value).c_str());
 }
 
 // Clients know the reply to a value that is not valid: "default" does not find an API named "name=value". The
 // API keeps its value.
 void refuse_value(Request &request, const std::string &api, const std::string &escaped, std::FILE *out)
 {
-    Args argument = {cut(api + "=" + escaped, kMaxValueBytes)};
+    Args argument = {cut(api + "=" + shown_value(api, escaped), kMaxValueBytes)};
     command_default(request, argument, out);
     log_setting("import default", api, escaped);
 }
@@ -72,10 +72,7 @@ void import_setting(Request &request, const std::string &api, const std::string 
         return refuse_value(request, api, escaped, out);
     if (meta_get(api, "type") == "timecode")
         return log_setting("ignore", api, escaped);
-    if (name_kind(api) == NameKind::api)
-        set_param(request, api, *value, out, mode);
-    else
-        refuse(api, API_E_PARAM_NOT_FOUND, out);
+    set_stored(request, {api, *value}, out, mode);
     log_setting("import", api, escaped);
 }
 
@@ -112,7 +109,9 @@ const CommandRecord importRecord = {
     .errors =
         "##Import failed#: the file is missing, empty or no valid document. Nothing is set, and the result "
         "is 1.\n"
-        "<name>=<value>=##Parameter not found#: the value is not valid. The API keeps the one it has.",
+        "<name>=<value>=##Parameter not found#: the value, seven asterisks for a password, is not valid. The "
+        "API "
+        "keeps the one it has.",
     .description =
         "Sets every API of a document that the export command wrote; without a file name "
         "/tmp/user_settings.hdf is read. Nothing is saved and nothing applied. Mode 0 sets as the set "

@@ -1,5 +1,6 @@
 #include "commands/insert.h"
 
+#include "base/text.h"
 #include "base/value.h"
 #include "commands/targets.h"
 #include "platform/log.h"
@@ -35,14 +36,15 @@ bool is_new_name(std::string_view name)
 }
 
 // The rights that a name inherits decide who may make and delete it; where there are none, administrators do.
+// The group above stores nothing: it is to go with the last name in it.
 bool may_change(const Request &request, std::string_view name)
 {
     for (auto above = meta_get_parent(name); above; above = meta_get_parent(*above)) {
         const MetaApi group(*above);
         if (!group)
             continue;
-        if (group.look("perm"))
-            return (request.mask & MetaApi(*above).perm() & kWriteBits) != 0;
+        if (const auto perm = group.look("perm"))
+            return (request.mask & c_hex16(*perm) & kWriteBits) != 0;
         break; // looking up goes all the way
     }
     return (request.mask & kLevel1Bits) != 0;
@@ -72,8 +74,7 @@ int command_insert(Request &request, Args &argv, std::FILE *out)
     if (!hdfDB.set(name, *value) || !metaDB.set(name + ".inserted", "1"))
         return 1;
     inserted.insert(name);
-    qv_log_print(kLogInfo, "Insert %s=%s\n", name.c_str(),
-                 meta_is_password(name) ? kHiddenPassword : value->c_str());
+    qv_log_print(kLogInfo, "Insert %s=%s\n", name.c_str(), value_for_log(name, *value).c_str());
     return 0;
 }
 
@@ -122,6 +123,7 @@ const CommandRecord insertRecord = {
     .errors =
         "<name>=##Invalid name#: the name is taken, stands at, above or below another API, or is too deep.\n"
         "<name>=##Invalid permission#: the caller may not write where the name would stand.",
+    .assigns = true,
 };
 
 const CommandRecord deleteRecord = {

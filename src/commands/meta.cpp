@@ -1,5 +1,6 @@
 #include "commands/meta.h"
 
+#include "base/command_lock.h"
 #include "base/reply.h"
 #include "platform/api_errors.h"
 #include "store/database.h"
@@ -25,8 +26,10 @@ void dump_api(const std::string &name, std::FILE *out)
 
 int meta_dump(Request &, Args &argv, std::FILE *out)
 {
-    for (std::size_t i = 1; i < argv.size(); ++i)
+    for (std::size_t i = 1; i < argv.size(); ++i) {
         dump_api(argv[i], out);
+        send_long_reply();
+    }
     if (argv.size() <= 1)
         hdfutils_dump(metaDB.root(), "", out);
     return 0;

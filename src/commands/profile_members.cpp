@@ -183,6 +183,7 @@ int profile_removefunc(Request &request, std::string_view, std::string_view api,
         reply_line(out, error_profile_not_found);
         return 0;
     }
+    const bool was_there = profile_exists(name) == 0;
     const bool was_selected = before.name == name;
     if (was_selected && select(request, selection, {}) != 0)
         return refuse(selection.name, kSaveFailed, out);
@@ -191,11 +192,9 @@ int profile_removefunc(Request &request, std::string_view, std::string_view api,
     if (command_profile(internal, remove, out) == 0)
         return 0;
     qv_log_print(kLogError, "Error executing profile command\n");
-    if (profile_exists(name) != 0)
-        return 0; // there was none
-    if (was_selected)
+    if (was_selected && profile_exists(name) == 0)
         select(request, selection, before);
-    return 1;
+    return was_there ? 1 : 0;
 }
 
 std::optional<std::string> profile_rfunc(Request &request, const char *file, const char *attr)

@@ -1,5 +1,6 @@
 #include "commands/profile_switch.h"
 
+#include "commands/apply.h"
 #include "commands/change.h"
 #include "commands/save.h"
 #include "commands/snapshot.h"
@@ -63,14 +64,20 @@ int save_names(Request &internal, Args names)
     return names.empty() || command_save(internal, names, nullptr) == 0 ? 0 : 1; // no name is not all names
 }
 
-// The group's description goes with the selection.
+// The group's description goes with the selection. What was loaded takes effect now: the apply that selected the
+// profile settles it.
 int load_into_group(Request &internal, const std::string &api, const std::string &name)
 {
     const std::string description = join_name(meta_get_parent(api).value_or(""), "desc");
+    std::optional<Args> names = Args();
     if (name.empty())
         set_stored(internal, {description, ""}, nullptr, SetMode::sets);
-    else if (!switch_to_profile(internal, name, api, SetMode::set, nullptr))
+    else
+        names = switch_to_profile(internal, name, api, SetMode::set, nullptr);
+    if (!names)
         return 1;
+    if (!names->empty())
+        command_apply(internal, *names, nullptr);
     return name_kind(description) == NameKind::api ? save_names(internal, {description}) : 0;
 }
 

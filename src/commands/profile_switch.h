@@ -18,7 +18,7 @@ std::optional<Args> switch_to_profile(Request &request, const std::string &name,
                                       const std::string &selected_by, SetMode mode, std::FILE *out);
 
 /// What applying an API that selects a profile does: it loads the one that the API's value names. The unit's
-/// profile is saved, too; one of a group is left to be saved and applied, but for the group's description.
+/// profile is saved, too; one of a group is applied, and but for the group's description left to be saved.
 /// Prints nothing. 0; 1 when it could not be loaded or saved. Lets go of the command lock.
 int load_selected_profile(Request &request, const std::string &api);
 

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
@@ -33,8 +34,13 @@ const CommandRecord loginRecord = {
     .return_values = "Session=<number>: the number that the client's connections give on their first line.\n"
                      "##Invalid command arguments#: user name or password is missing.\n"
                      "##Invalid user#: the user is unknown or may do nothing.\n"
-                     "##Invalid password#: the password is wrong.",
+                     "##Invalid password#: the password is wrong.\n"
+                     "##Try again in <seconds> s#: too many wrong passwords came for this user from the same "
+                     "place; this one was not looked at.\n"
+                     "##Change the password of admin locally first#: the built-in password does not log in "
+                     "from where the client is not trusted.",
     .secret_from = 1,
+    .open_to_strangers = true,
 };
 
 const CommandRecord logoutRecord = {
@@ -42,8 +48,10 @@ const CommandRecord logoutRecord = {
     .handler = command_logout,
     .summary = "Perform a logout",
     .synopsis = "logout <session number>",
-    .errors = "##Invalid command arguments#: No session number\n"
-              "##Session <number> not valid#: there is no such session, or it is the local session 0.",
+    .errors =
+        "##Invalid command arguments#: No session number\n"
+        "##Session <number> not valid#: there is no such session, it may do more than the caller, or it is "
+        "the local session 0.",
     .description = "Ends a session. Its number opens no further connection; those that are open go on.",
     .secret_from = 0,
 };
@@ -65,7 +73,7 @@ const CommandRecord getSessionRecord = {
     .summary = "Return info about a particular session",
     .synopsis = "get_session <session number>",
     .errors = "##Need to specify a session number#\n"
-              "##Session <number> does not exist#",
+              "##Session <number> does not exist#: or it may do more than the caller.",
     .description =
         "Prints the session's number, user, permission mask, group, login time, address and server. When "
         "the daemon does not check sessions, it prints session=1 for every number.",
@@ -80,13 +88,12 @@ std::optional<std::string_view> argument(const Args &argv, std::size_t i)
 }
 
 // A client that escapes nothing sends a "+" or "%" of its password as it stands.
-int login_either_way(const std::string &name, const Args &argv)
+std::vector<std::string> either_way(const std::string &word)
 {
-    const std::optional<std::string> password = url_unescape(argv[1]);
-    const int n = session_login(name, password, argument(argv, 2), argument(argv, 3));
-    if (n != kWrongPassword || !password || password == argv[1])
-        return n;
-    return session_login(name, argv[1], argument(argv, 2), argument(argv, 3));
+    const std::optional<std::string> password = url_unescape(word);
+    if (!password)
+        return {};
+    return *password == word ? std::vector{word} : std::vector{*password, word};
 }
 
 // Session numbers are credentials, and no part of it.
@@ -105,23 +112,37 @@ int command_login(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(API_E_INVALID_CMD_ARGS, out);
-    if (!(request.mask & kLevel1Bits))
+    if (!is_for_caller(request))
         return 1;
     const std::optional<std::string> unescaped = url_unescape(argv[0]);
     const std::string name = unescaped.value_or(argv[0]);
-    const int n = unescaped ? login_either_way(name, argv) : kUnknownUser;
-    if (n == kUnknownUser) {
-        qv_log_print(kLogWarning, "Failed login for nonuser %s\n", for_log(name).c_str());
+    const std::string by = request.caller.trusted ? "" : " by " + request.caller.source;
+    const auto [n, wait] = session_login({.name = unescaped ? name : "",
+                                          .passwords = either_way(argv[1]),
+                                          .ip = argument(argv, 2),
+                                          .server = argument(argv, 3)},
+                                         request.caller);
+    switch (n) {
+    case kUnknownUser:
+        qv_log_print(kLogWarning, "Failed login for nonuser %s%s\n", for_log(name).c_str(), by.c_str());
         return refuse(API_E_INVALID_USER, out);
-    }
-    if (n == kWrongPassword) {
-        qv_log_print(kLogWarning, "Failed login for user %s\n", for_log(name).c_str());
+    case kWrongPassword:
+        qv_log_print(kLogWarning, "Failed login for user %s%s\n", for_log(name).c_str(), by.c_str());
         return refuse(API_E_INVALID_PASSWORD, out);
+    case kTooEarly:
+        reply_printf(out, "##Try again in %lld s#\n", static_cast<long long>(wait.count()));
+        return 1;
+    case kBuiltInPassword:
+        qv_log_print(kLogWarning, "Refused the built-in password of user %s%s\n", for_log(name).c_str(),
+                     by.c_str());
+        return refuse("##Change the password of admin locally first#", out);
+    default:
+        break;
     }
     const std::string user = session_get_user(n).value_or("");
     reply_printf(out, "Session=%i\n", n);
-    qv_log_print(kLogNotice, "User %s login on %s\n", for_log(user).c_str(),
-                 for_log(argument(argv, 2).value_or("local")).c_str());
+    qv_log_print(kLogNotice, "User %s login on %s%s\n", for_log(user).c_str(),
+                 for_log(argument(argv, 2).value_or("local")).c_str(), by.c_str());
     notify_publish_on("login", user, std::to_string(n), Secret::outside);
     return 0;
 }
@@ -136,7 +157,7 @@ int command_logout(Request &request, Args &argv, std::FILE *out)
         return 1;
     const int n = c_int(argv[0]);
     const std::string user = session_get_user(n).value_or("");
-    if (n == 0 || session_logout(n) != 0) {
+    if (n == 0 || !session_seen_by(request.mask, n) || session_logout(n) != 0) {
         reply_printf(out, "##Session %d not valid#\n", n);
         return 1;
     }
@@ -153,7 +174,7 @@ int command_sessions(Request &request, Args &, std::FILE *out)
 
 } // namespace
 
-int command_get_session(Request &, Args &argv, std::FILE *out)
+int command_get_session(Request &request, Args &argv, std::FILE *out)
 {
     if (disable_login) {
         reply_line(out, "session=1");
@@ -162,7 +183,7 @@ int command_get_session(Request &, Args &argv, std::FILE *out)
     if (argv.empty())
         return refuse("##Need to specify a session number#", out);
     const int n = c_int(argv[0]);
-    const Node session = session_get_hdf(n);
+    const Node session = session_seen_by(request.mask, n);
     if (!session) {
         reply_printf(out, "##Session %i does not exist#\n", n);
         return 1;

@@ -14,10 +14,10 @@ namespace qvcd {
 
 namespace {
 
-// An argument without "=" may be a value that lost its name: only what looks like a name is logged.
+// What is no name may be a value that lost its own.
 int refuse_and_log(const std::string &api, const char *error, std::FILE *out)
 {
-    qv_log_print(kLogInfo, "Set %s=%s\n", is_tree_name(api) ? api.c_str() : kHiddenPassword, error);
+    qv_log_print(kLogInfo, "Set %s=%s\n", name_for_log(api).c_str(), error);
     return refuse(api, error, out);
 }
 
@@ -83,15 +83,15 @@ int set_param(Request &request, const std::string &api, const std::string &value
         return 0;
     if (const auto error = cfuncmap_check(api, value))
         return refuse(api, *error, out);
+    const bool secret = meta_is_password(api);
     if (!dynamic)
         raise_flags(request, api, mode);
     else if (can_be_written(api) && wfuncmap_write(api, value) != 0)
         return refuse(api, kSaveFailed, out);
     if (name_kind(api) == NameKind::api) // it may have been deleted while the write waited
         store_setting(api, value);
-    const bool secret = meta_is_password(api);
     reply_value(out, api, value);
-    qv_log_print(kLogNotice, "Set %s=%s\n", api.c_str(), secret ? kHiddenPassword : value.c_str());
+    qv_log_print(kLogNotice, "Set %s=%s\n", api.c_str(), value_for_log(api, value).c_str());
     notify_publish_on("set", api, value, secret ? Secret::yes : Secret::no);
     return 0;
 }
@@ -122,6 +122,7 @@ const CommandRecord setRecord = {
     .summary = "Set an API",
     .synopsis = kSetSynopsis,
     .notes = "More to come",
+    .assigns = true,
 };
 
 const CommandRecord setsRecord = {
@@ -130,6 +131,7 @@ const CommandRecord setsRecord = {
     .summary = "Set an API and mark as modified",
     .synopsis = kSetSynopsis,
     .notes = kInternalNote,
+    .assigns = true,
 };
 
 const CommandRecord setaRecord = {
@@ -138,6 +140,7 @@ const CommandRecord setaRecord = {
     .summary = "Set an API and mark as applied",
     .synopsis = kSetSynopsis,
     .notes = kInternalNote,
+    .assigns = true,
 };
 
 // Runs the handler of "seta", whatever the summary says: scripts in the field count on the flag.
@@ -147,6 +150,7 @@ const CommandRecord setnRecord = {
     .summary = "Set an API and don't mark any modified or applied flags",
     .synopsis = kSetSynopsis,
     .notes = kInternalNote,
+    .assigns = true,
 };
 
 } // namespace qvcd

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/args.h"
+#include "base/command_lock.h"
 #include "base/reply.h"
 #include "platform/api_errors.h"
 #include "store/database.h"
@@ -45,8 +46,10 @@ template <class Group, class Api>
 int for_each_setting(const Args &names, std::FILE *out, const Group &group, const Api &api)
 {
     int result = 0;
-    for (const std::string &name : names)
+    for (const std::string &name : names) {
         result |= visit_setting(name, out, group, api);
+        send_long_reply();
+    }
     if (names.empty())
         group("");
     return result;

@@ -1,5 +1,6 @@
 #include "commands/user.h"
 
+#include "auth/session.h"
 #include "auth/user.h"
 #include "base/reply.h"
 #include "platform/api_errors.h"
@@ -58,7 +59,8 @@ const CommandRecord userRecord = {
         "##Can not write user file#: nothing has changed, and the log says why.\n"
         "The result is 0 even then: look for the hash marks.",
     .description =
-        "Users, their groups and passwords. A user may do what the group's permission mask allows. "
+        "Users, their groups and passwords. A user may do what the group's permission mask allows, in "
+        "sessions that he has already too; those of a removed user end. "
         "Every change is written to the user file at once. A new user can not log in before a password "
         "is set. Passwords are URL-escaped; lists show seven asterisks for those of users who may do more "
         "than the caller. The user admin can not be removed. An import is taken as a whole or not at all.",
@@ -182,6 +184,7 @@ struct Default {
     const char *error;
 };
 
+// A hash passes too.
 Default default_of(const std::string &name, unsigned rights)
 {
     if (!is_within(rights, user_get_perm(name)))
@@ -207,13 +210,16 @@ int user_default(Request &request, Args &argv, std::FILE *out)
     if (names.size() == 1 && !user_exists(names.front()))
         return reply_unknown_user(names.front(), out);
     std::vector<NewPassword> passwords;
+    std::vector<Default> defaults;
     for (const std::string &name : names) {
-        if (const Default d = default_of(name, request.mask); !d.error)
-            passwords.push_back({name, d.password});
+        const Default &d = defaults.emplace_back(default_of(name, request.mask));
+        if (!d.error)
+            passwords.push_back({name, d.password, true});
     }
     const char *failed = passwords.empty() ? nullptr : user_set_passwd(request.mask, passwords);
-    for (const std::string &name : names) {
-        const Default d = default_of(name, request.mask);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const std::string &name = names[i];
+        const Default &d = defaults[i];
         const char *error = d.error ? d.error : failed;
         reply_field(name, ".passwd", error ? error : d.password, out);
         if (!error)
@@ -227,7 +233,9 @@ int user_default(Request &request, Args &argv, std::FILE *out)
 int command_user(Request &request, Args &argv, std::FILE *out)
 {
     user_reread_db_file();
-    return run_subcommand(userRecord, request, argv, out, SubResult::zero);
+    run_subcommand(userRecord, request, argv, out, SubResult::zero);
+    session_follow_users();
+    return 0;
 }
 
 } // namespace qvcd

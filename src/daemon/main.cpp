@@ -8,6 +8,7 @@
 #include "commands/cmd_table.h"
 #include "commands/profile.h"
 #include "daemon/options.h"
+#include "daemon/out_of_memory.h"
 #include "daemon/request_server.h"
 #include "daemon/watchdog.h"
 #include "funcs/add_remove_map.h"
@@ -27,6 +28,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <optional>
 #include <sys/stat.h>
 #include <time.h>
@@ -111,10 +113,18 @@ void load_databases(const Options &options)
     load_profile(request);
 }
 
-// False when another daemon has the root; then nothing was touched.
-bool claim_root(const Options &options)
+// False when the daemon must not start: another one has the root, or a file for TLS cannot be used. Then
+// nothing was touched.
+bool claim_root(const Options &options, std::shared_ptr<const TlsContext> &tls)
 {
-    const std::string refusal = qv_claim_root();
+    std::string refusal;
+    try {
+        if (!options.tls.certificate.empty())
+            tls = std::make_shared<TlsContext>(TlsContext::server(options.tls));
+        refusal = qv_claim_root();
+    } catch (const TlsError &error) {
+        refusal = error.what();
+    }
     if (refusal.empty())
         return true;
     start_logging(options);
@@ -124,7 +134,7 @@ bool claim_root(const Options &options)
 }
 
 // False when there would be nobody to ask the daemon anything.
-bool start_up(const Options &options)
+bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
 {
     install_signals();
     if (!options.foreground)
@@ -142,7 +152,7 @@ bool start_up(const Options &options)
         create_maps();
         load_databases(options);
     }
-    if (socket_init(options.tcp_port) != 0)
+    if (socket_init(options.tcp_port, options.trust, std::move(tls)) != 0)
         return false;
     qv_log_print(kLogNotice, "running\n");
     qv_claim_running();
@@ -196,9 +206,10 @@ bool shut_down(const Options &options)
 int run_daemon(const Options &options)
 {
     umask(022);
-    if (!claim_root(options))
+    std::shared_ptr<const TlsContext> tls;
+    if (!claim_root(options, tls))
         return 1;
-    const bool serving = start_up(options);
+    const bool serving = start_up(options, std::move(tls));
     if (serving)
         main_loop();
     const int status = serving ? 0 : 1;
@@ -214,6 +225,7 @@ int run_daemon(const Options &options)
 int main(int argc, char **argv)
 {
     using namespace qvcd;
+    end_in_order();
     qv_fill_standard_descriptors();
     int status = 0;
     const std::optional<Options> options = parse_options(argc, argv, status);

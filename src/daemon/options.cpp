@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <unistd.h>
+#include <getopt.h>
 
 namespace qvcd {
 
@@ -41,6 +41,56 @@ constexpr UsageLine kUsage[] = {
     {"-w", "Disable the watchdog"},
     {"-h", "This help menu"},
 };
+
+// An option with two dashes. `take` returns why it does not take the value; empty: it did.
+struct LongOption {
+    const char *name;
+    const char *argument; // as the usage text calls it; null: it has none
+    const char *text;
+    std::string (*take)(const char *argument, Options &options);
+};
+
+std::string take_hash_passwords(const char *, Options &)
+{
+    hash_passwords = true;
+    return "";
+}
+
+std::string take_trust_tcp(const char *argument, Options &options)
+{
+    return options.trust.set_tcp(argument)
+               ? ""
+               : "none, all, or loopback and ADDRESS/BITS, separated by commas, is wanted";
+}
+
+template <std::string TlsFiles::*Path>
+std::string take_tls_file(const char *argument, Options &options)
+{
+    options.tls.*Path = qv_host_file(argument).path;
+    return "";
+}
+
+constexpr LongOption kLongOptions[] = {
+    {"hash-passwords", nullptr, "Keep hashes in place of passwords in the user file", take_hash_passwords},
+    {"trust-tcp", "<sources>",
+     "From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all", take_trust_tcp},
+    {"tls-cert", "<file>", "Speak TLS on the network socket, with this certificate",
+     take_tls_file<&TlsFiles::certificate>},
+    {"tls-key", "<file>", "Private key of the certificate", take_tls_file<&TlsFiles::key>},
+    {"tls-client-ca", "<file>", "Demand certificates of these authorities; their common name is the user",
+     take_tls_file<&TlsFiles::authorities>},
+};
+constexpr int kFirstLongOption = 256; // above all characters
+
+std::vector<option> long_options()
+{
+    std::vector<option> options;
+    for (const LongOption &row : kLongOptions)
+        options.push_back({row.name, row.argument ? required_argument : no_argument, nullptr,
+                           kFirstLongOption + static_cast<int>(options.size())});
+    options.push_back({});
+    return options;
+}
 
 // The metadata files as the options name them: -m fills the next place, -f replaces the first.
 struct MetaFiles {
@@ -125,17 +175,29 @@ void help(const char *name)
     std::printf("\n[OPTIONS]\n");
     for (const UsageLine &line : kUsage)
         std::printf("\t%-10s: %s\n", line.option, line.text);
+    for (const LongOption &row : kLongOptions)
+        std::printf("\t--%s%s%s: %s\n", row.name, row.argument ? "=" : "", row.argument ? row.argument : "",
+                    row.text);
 }
 
 namespace {
 
-// Nothing when the program has nothing more to do.
-std::optional<Options> take_options(int argc, char **argv)
+// Nothing when the program has nothing more to do, or `refusal` says why it cannot go on.
+std::optional<Options> take_options(int argc, char **argv, std::string &refusal)
 {
     Options options;
     MetaFiles meta;
+    const std::vector<struct option> longs = long_options();
     int option = 0;
-    while ((option = getopt(argc, argv, kOptionString)) != -1) {
+    while ((option = getopt_long(argc, argv, kOptionString, longs.data(), nullptr)) != -1) {
+        if (option >= kFirstLongOption) {
+            const LongOption &row = kLongOptions[option - kFirstLongOption];
+            refusal = row.take(optarg, options);
+            if (refusal.empty())
+                continue;
+            refusal = "--" + std::string(row.name) + "=" + (optarg ? optarg : "") + ": " + refusal;
+            return std::nullopt;
+        }
         if (option == 'b') {
             std::printf("Built on %s %s\n", __DATE__, __TIME__);
             return std::nullopt;
@@ -165,11 +227,17 @@ std::optional<Options> parse_options(int argc, char **argv, int &status)
     std::string refusal;
     status = 0;
     try {
-        std::optional<Options> options = take_options(argc, argv);
-        if (!options)
+        std::optional<Options> options = take_options(argc, argv, refusal);
+        if (!options && refusal.empty())
             return options;
-        if (optind < argc)
+        if (!refusal.empty())
+            options.reset();
+        else if (optind < argc)
             refusal = "unexpected arguments:" + left_over(argc, argv);
+        else if (options->tls.certificate.empty() != options->tls.key.empty())
+            refusal = "--tls-cert and --tls-key belong together";
+        else if (!options->tls.authorities.empty() && options->tls.certificate.empty())
+            refusal = "--tls-client-ca needs --tls-cert";
         else if (!qv_ipc_paths_fit())
             refusal = "QV_SYSROOT is too long for the addresses of its sockets: " + qv_sysroot();
         else

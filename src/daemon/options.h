@@ -1,6 +1,8 @@
 #pragma once
 
+#include "auth/trust.h"
 #include "platform/sysroot.h"
+#include "platform/tls.h"
 
 #include <optional>
 #include <string>
@@ -27,12 +29,14 @@ struct Options {
     bool foreground = false;
     bool no_watchdog = false;
     int tcp_port = 0; ///< 0: no TCP server
+    Trust trust;      ///< --trust-tcp
+    TlsFiles tls;     ///< of the TCP server; no certificate: it speaks in clear
 };
 
-/// Parses the command line with getopt(3); also sets `verbose` and `disable_login` (base/options.h). Nothing
-/// when the program ends with `status`: 0 after -b, -h, unknown options, more than 10 -m and paths of more
-/// than 4,095 bytes, which print their text to stdout; 1 after a message on stderr about arguments that are
-/// no options, or paths that lead nowhere.
+/// Parses the command line with getopt_long(3); also sets what base/options.h holds. Nothing when the program
+/// ends with `status`: 0 after -b, -h, unknown options, more than 10 -m and paths of more than 4,095 bytes,
+/// which print their text to stdout; 1 after a message on stderr about arguments that are no options, values
+/// that a long option does not take, or paths that lead nowhere.
 std::optional<Options> parse_options(int argc, char **argv, int &status);
 
 /// The usage text, to stdout.

@@ -22,6 +22,7 @@ class ConnectionWaits final : public WaitHooks {
     explicit ConnectionWaits(LineConnection &connection) : connection_(connection) {}
     void before_waiting() noexcept override { connection_.begin_wait(); }
     void after_waiting() noexcept override { connection_.end_wait(); }
+    std::size_t unsent() noexcept override { return connection_.unsent(); }
 
   private:
     LineConnection &connection_;
@@ -32,6 +33,8 @@ class ConnectionWaits final : public WaitHooks {
 // its behaviour.
 class RequestHandler final : public LineHandler {
   public:
+    explicit RequestHandler(Caller caller) : caller_(std::move(caller)) {}
+
     Next line(std::string_view line, LineConnection &connection) override
     {
         if (!identified_)
@@ -39,7 +42,7 @@ class RequestHandler final : public LineHandler {
         if (line == "\n")
             return close(connection, result_);
         ConnectionWaits waits(connection);
-        result_ = cmd_parse(mask_, line, connection.out(), &waits);
+        result_ = cmd_parse(mask_, line, connection.out(), &waits, caller_);
         return Next::go_on;
     }
 
@@ -66,13 +69,16 @@ class RequestHandler final : public LineHandler {
             reply_text(connection.out(), "!\n");
             return Next::close;
         }
-        mask_ = server_login(line);
-        if (mask_ == 0)
+        const Admission admission = server_login(line, caller_, connection.peer().certificate_user);
+        if (!admission.admitted())
             return close(connection, 1);
+        mask_ = admission.mask;
+        caller_.stranger = admission.stranger;
         identified_ = true;
         return Next::go_on;
     }
 
+    Caller caller_;
     bool identified_ = false;
     unsigned mask_ = 0;
     int result_ = 0;
@@ -92,17 +98,19 @@ void raise_descriptor_limit()
 
 } // namespace
 
-int socket_init(int port)
+int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls)
 {
     raise_descriptor_limit();
-    std::optional<UnixListener> local = listen_unix("qvcd");
+    trust.set_group(qv_socket_group());
+    std::optional<UnixListener> local = listen_unix("qvcd", SocketMode::of_all);
     if (!local)
         return -1;
-    the_server =
-        std::make_unique<LineServer>([](const Peer &) { return std::make_unique<RequestHandler>(); });
+    the_server = std::make_unique<LineServer>([trust = std::move(trust)](const Peer &peer) {
+        return std::make_unique<RequestHandler>(trust.caller(peer));
+    });
     the_server->listen(std::move(*local));
     if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
-        the_server->listen(std::move(tcp));
+        the_server->listen(std::move(tcp), std::move(tls));
     return the_server->start() ? 0 : -1;
 }
 

@@ -1,13 +1,18 @@
 #pragma once
 
+#include "auth/trust.h"
+#include "platform/tls.h"
+
 #include <chrono>
+#include <memory>
 
 namespace qvcd {
 
 /// Starts to serve requests (docs/protocol.md) on the local endpoint "qvcd" and, for a port that is not 0,
-/// over TCP on all addresses. Returns 0, or -1 after reporting that the local endpoint cannot be served; of
-/// TCP that is reported only.
-int socket_init(int port);
+/// over TCP on all addresses, to those whom `trust` trusts and, for what is open to strangers, to everybody;
+/// with `tls` in TLS only. Trusts the group "qv" too. Returns 0, or -1 after reporting that the local
+/// endpoint cannot be served; of TCP that is reported only.
+int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls);
 
 /// Ends all connections and waits for the requests that run. False when one did not end in time.
 bool socket_exit(std::chrono::milliseconds patience = std::chrono::seconds{2});

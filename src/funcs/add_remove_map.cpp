@@ -15,7 +15,7 @@ int undefined_addfunc(Request &, std::string_view, std::string_view api, std::st
 {
     if (qv_log_wants(kLogDebug))
         qv_log_print(kLogDebug, "Undefined add function: param=%s value=%s\n", std::string(api).c_str(),
-                     log_value(api, value).c_str());
+                     value_for_log(api, value).c_str());
     return 0;
 }
 
@@ -24,7 +24,7 @@ int undefined_removefunc(Request &, std::string_view, std::string_view api, std:
 {
     if (qv_log_wants(kLogDebug))
         qv_log_print(kLogDebug, "Undefined remove function: param=%s value=%s\n", std::string(api).c_str(),
-                     log_value(api, value).c_str());
+                     value_for_log(api, value).c_str());
     return 0;
 }
 
@@ -48,7 +48,8 @@ constexpr std::size_t kProfileRow = 1;
 void log_call(const char *what, std::string_view api, std::string_view value)
 {
     if (qv_log_wants(kLogTrace))
-        qv_log_print(kLogTrace, "%s: %s %s\n", what, std::string(api).c_str(), log_value(api, value).c_str());
+        qv_log_print(kLogTrace, "%s: %s %s\n", what, std::string(api).c_str(),
+                     value_for_log(api, value).c_str());
 }
 
 } // namespace

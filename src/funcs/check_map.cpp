@@ -70,7 +70,7 @@ const char *check_undefined(std::string_view api, CheckArgs, std::string_view va
 {
     if (qv_log_wants(kLogInfo))
         qv_log_print(kLogInfo, "Undefined check function: param:%s value:%s\n", std::string(api).c_str(),
-                     log_value(api, value).c_str());
+                     value_for_log(api, value).c_str());
     return "Undefined check function"; // clients know it without hash marks
 }
 
@@ -119,7 +119,8 @@ std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view
     }
     if (qv_log_wants(kLogDebug))
         qv_log_print(kLogDebug, "   %s: %s fail [%s]\n", std::string(api).c_str(),
-                     alternatives.back().front().c_str(), error_line(error, log_value(api, value)).c_str());
+                     alternatives.back().front().c_str(),
+                     error_line(error, value_for_log(api, value)).c_str());
     return error_line(error, value);
 }
 

@@ -57,11 +57,12 @@ std::optional<std::string> described_value(Request &request, const std::string &
 }
 
 // What a get would refuse is not written. Reading may let go of the command lock: after it no view is used.
-void describe_values(Request &request, const std::string &api, MetaApi &meta, bool secret, std::FILE *out)
+void describe_values(Request &request, const std::string &api, MetaApi &meta, bool secret,
+                     const std::optional<std::string> &read, std::FILE *out)
 {
     if (const auto preset = own_copy(meta.own("default")))
         reply_value(out, api + ".default", shown(*preset, secret));
-    if (const auto value = described_value(request, api, meta.is_true("dynamic"), secret))
+    if (const auto value = read ? read : described_value(request, api, meta.is_true("dynamic"), secret))
         reply_value(out, api + ".value", shown(*value, secret));
 }
 
@@ -88,7 +89,7 @@ int cmd_create_ifuncmap_hdf()
 }
 
 int ifuncmap_introspect(Request &request, std::string_view prefix, std::string_view api, bool compact,
-                        std::FILE *out)
+                        std::FILE *out, const std::optional<std::string> &read)
 {
     const std::string name(api); // may point into the trees
     MetaApi meta(name);
@@ -99,7 +100,7 @@ int ifuncmap_introspect(Request &request, std::string_view prefix, std::string_v
     const bool visible = meta.visible_to(request.mask);
     const bool secret = meta.is_password() || spec.find("password") != std::string::npos;
     if (visible)
-        describe_values(request, name, meta, secret, out);
+        describe_values(request, name, meta, secret, read, out);
     describe_alternatives({.prefix = prefix, .api = name, .compact = compact, .visible = visible, .out = out},
                           spec);
     return 0;

@@ -51,8 +51,7 @@ class Population {
 void Population::store(const std::string &api, const std::string &value, const char *what)
 {
     hdfDB.set(api, value);
-    qv_log_print(kLogDebug, "populate %s%s=%s\n", what, api.c_str(),
-                 meta_is_password(api) ? kHiddenPassword : value.c_str());
+    qv_log_print(kLogDebug, "populate %s%s=%s\n", what, api.c_str(), value_for_log(api, value).c_str());
 }
 
 // What is not valid is replaced in its file too, and what is missing is added. What could not be read stays
@@ -134,12 +133,13 @@ int hdfdb_load_meta_file(Request &request, const FileName &file)
     return dyngroup_expand_meta(request);
 }
 
-int hdfdb_populate(Request &request, std::string_view name)
+int hdfdb_populate(Request &request, std::string_view name,
+                   const std::function<bool(const std::string &api)> &wanted)
 {
     // By name: a reader may let go of the command lock, and the tree may change meanwhile.
     Population population(request);
     for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, what_node)) {
-        if (metaDB.find(api))
+        if (metaDB.find(api) && (!wanted || wanted(api)))
             population.add(api);
     }
     population.write_defaults();

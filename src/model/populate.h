@@ -3,6 +3,7 @@
 #include "base/request.h"
 #include "platform/sysroot.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -12,8 +13,9 @@ namespace qvcd {
 /// metaDB then keeps what stood before the error, unexpanded.
 int hdfdb_load_meta_file(Request &request, const FileName &file);
 
-/// Fills hdfDB for every API below the metadata node `name` (empty: for all), from the system or from
-/// defaults. May let go of the command lock.
-int hdfdb_populate(Request &request, std::string_view name = {});
+/// Fills hdfDB for every API below the metadata node `name` (empty: for all) that is `wanted` (none: all
+/// are), from the system or from defaults. May let go of the command lock.
+int hdfdb_populate(Request &request, std::string_view name = {},
+                   const std::function<bool(const std::string &api)> &wanted = {});
 
 } // namespace qvcd

@@ -1,5 +1,6 @@
 #include "platform/line_server.h"
 
+#include "platform/channel.h"
 #include "platform/line_buffers.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -17,12 +18,14 @@
 #include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <set>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -42,6 +45,7 @@ constexpr std::size_t kDrainBytes = std::size_t{4} << 20;
 constexpr Milliseconds kDrainPatience = 1s;  // for a client that still talks when its answer is complete
 constexpr Milliseconds kAcceptPause = 200ms; // after an error that only time can cure
 constexpr std::size_t kIdleThreads = 2;      // more of them end
+constexpr std::size_t kLoggedSources = 256;  // whose failed handshakes are not logged again
 
 // The kernel keeps it at hand: no system call, exact to a tick.
 Milliseconds now()
@@ -50,6 +54,29 @@ Milliseconds now()
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
     return std::chrono::duration_cast<Milliseconds>(std::chrono::seconds(time.tv_sec) +
                                                     std::chrono::nanoseconds(time.tv_nsec));
+}
+
+// As the kernel knew them at the connect: no look-up of the user that could wait for a directory service.
+std::vector<gid_t> groups_of_peer(int socket)
+{
+    std::vector<gid_t> groups(32);
+    for (;;) {
+        auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        const int result = ::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
+        const std::size_t count = size / sizeof(gid_t);
+        if (result == 0 || errno != ERANGE || count <= groups.size()) {
+            groups.resize(result == 0 ? count : 0);
+            return groups;
+        }
+        groups.resize(count);
+    }
+}
+
+// Those of poll(2) are the same bits.
+std::uint32_t epoll_events(short poll_events)
+{
+    static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT);
+    return static_cast<std::uint32_t>(poll_events);
 }
 
 Peer local_peer(int socket)
@@ -62,6 +89,8 @@ Peer local_peer(int socket)
         peer.uid = credentials.uid;
         peer.gid = credentials.gid;
         peer.pid = credentials.pid;
+        if (peer.uid != 0 && peer.uid != ::geteuid())
+            peer.groups = groups_of_peer(socket);
     }
     return peer;
 }
@@ -98,7 +127,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     {
     }
 
-    void add(UnixListener listener, bool local);
+    void add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls = nullptr);
     bool start();
     bool stop(Milliseconds patience);
 
@@ -115,12 +144,13 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     struct Listener {
         UnixListener socket;
         bool local;
+        std::shared_ptr<const TlsContext> tls; // none: in clear
     };
 
     struct Connection {
-        Fd socket;
+        Channel channel;
         Peer peer;
-        std::unique_ptr<LineHandler> handler;
+        std::unique_ptr<LineHandler> handler; // none before the handshake
         LineInput input;
         std::string output; // what the client did not take yet
         std::size_t sent = 0;
@@ -144,6 +174,8 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     void accept_all(Worker &worker, Listener &listener);
     bool admit(const Peer &peer);
     void make_room();
+    bool greet(Connection &connection);
+    void log_failed_handshake(const Connection &connection);
     void readable(Worker &worker, Connection &connection);
     void writable(Worker &worker, Connection &connection);
     void serve(Worker &worker, Connection &connection);
@@ -186,6 +218,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     int next_event_ = 0;
     bool in_trouble_ = false; // an accept error was logged
     bool crowd_logged_ = false;
+    std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
     Milliseconds accept_again_{0};
 };
 
@@ -198,6 +231,10 @@ class LineServer::Loop::Worker final : public LineConnection {
     std::FILE *out() override { return replies_.file(); }
     void begin_wait() noexcept override;
     void end_wait() noexcept override;
+    std::size_t unsent() noexcept override
+    {
+        return replies_.size() + connection_->output.size() - connection_->sent;
+    }
 
     bool leads_ = false;
     ReplyStream replies_;
@@ -211,10 +248,10 @@ class LineServer::Loop::Worker final : public LineConnection {
 
 // ---- Threads ----
 
-void LineServer::Loop::add(UnixListener listener, bool local)
+void LineServer::Loop::add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls)
 {
     ::fcntl(listener.socket.get(), F_SETFL, ::fcntl(listener.socket.get(), F_GETFL) | O_NONBLOCK);
-    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local}));
+    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local, std::move(tls)}));
 }
 
 bool LineServer::Loop::start()
@@ -303,7 +340,7 @@ void LineServer::Loop::lead(Worker &worker)
             } else if (event.data.u64 & 1U) {
                 accept_all(worker, *reinterpret_cast<Listener *>(event.data.u64 & ~std::uint64_t{1}));
             } else if (auto &connection = *static_cast<Connection *>(event.data.ptr);
-                       connection.events == EPOLLOUT) {
+                       connection.list == &sending_) {
                 writable(worker, connection);
             } else {
                 readable(worker, connection);
@@ -340,8 +377,8 @@ void LineServer::Loop::Worker::begin_wait() noexcept
     }
     // Only this thread touches the connection now, so a client that does not read holds up nobody else.
     const std::string_view left = std::string_view(connection.output).substr(connection.sent);
-    if (!send_all(connection.socket.get(), left, loop_.limits_.send) ||
-        !send_all(connection.socket.get(), replies_.text(), loop_.limits_.send))
+    if (!connection.channel.write_all(left, loop_.limits_.send) ||
+        !connection.channel.write_all(replies_.text(), loop_.limits_.send))
         connection.input_ended = connection.closing = true; // nobody is there to be told the rest
     replies_.clear();
     connection.output.clear();
@@ -350,7 +387,7 @@ void LineServer::Loop::Worker::begin_wait() noexcept
     std::unique_lock lock(loop_.mutex_);
     const std::size_t places =
         loop_.limits_.waiting + (connection.handler->is_privileged() ? loop_.limits_.reserved : 0);
-    loop_.outside_.push_back(connection.socket.get());
+    loop_.outside_.push_back(connection.channel.fd());
     loop_.places_.wait(lock, [&] { return loop_.waiting_ < places || loop_.stopping_; });
     ++loop_.waiting_;
 }
@@ -359,7 +396,7 @@ void LineServer::Loop::Worker::end_wait() noexcept
 {
     const std::lock_guard lock(loop_.mutex_);
     --loop_.waiting_;
-    const auto here = std::ranges::find(loop_.outside_, connection_->socket.get());
+    const auto here = std::ranges::find(loop_.outside_, connection_->channel.fd());
     if (here != loop_.outside_.end())
         loop_.outside_.erase(here);
     loop_.places_.notify_all();
@@ -392,9 +429,9 @@ void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
             continue;
         auto owned = std::make_unique<Connection>();
         Connection &connection = *owned;
-        connection.socket = std::move(socket);
+        connection.channel =
+            listener.tls ? Channel(std::move(socket), listener.tls->accept()) : Channel(std::move(socket));
         connection.peer = std::move(peer);
-        connection.handler = make_handler_(connection.peer);
         connections_.emplace(&connection, std::move(owned));
         wait_in(connection, &first_);
         readable(worker, connection); // the request is mostly there already
@@ -439,7 +476,7 @@ void LineServer::Loop::watch(Connection &connection, std::uint32_t events)
     const int operation = events == 0              ? EPOLL_CTL_DEL
                           : connection.events == 0 ? EPOLL_CTL_ADD
                                                    : EPOLL_CTL_MOD;
-    ::epoll_ctl(epoll_.get(), operation, connection.socket.get(), &event);
+    ::epoll_ctl(epoll_.get(), operation, connection.channel.fd(), &event);
     connection.events = events;
 }
 
@@ -504,15 +541,48 @@ void LineServer::Loop::end_late_ones(Worker &worker)
 
 // ---- Input, handlers, output ----
 
+// Over TLS the handshake comes before the conversation, and what it proves about the peer. True when it is
+// done; else the connection waits for it, or ends.
+bool LineServer::Loop::greet(Connection &connection)
+{
+    if (connection.channel.handshake()) {
+        connection.peer.certificate_user = connection.channel.certificate_user();
+        connection.handler = make_handler_(connection.peer);
+        return true;
+    }
+    if (errno == EAGAIN) {
+        watch(connection, epoll_events(connection.channel.read_events()));
+        return false;
+    }
+    log_failed_handshake(connection);
+    connection.closing = true;
+    drain(connection);
+    return false;
+}
+
+void LineServer::Loop::log_failed_handshake(const Connection &connection)
+{
+    if (!qv_log_wants(kLogDebug))
+        return;
+    const std::string problem = connection.channel.problem();
+    if (failed_handshakes_.size() >= kLoggedSources)
+        failed_handshakes_.clear();
+    if (failed_handshakes_.insert(connection.peer.address).second)
+        qv_log_print(kLogDebug, "connection closed: no TLS with %s: %s; further ones are not logged\n",
+                     connection.peer.address.c_str(), problem.c_str());
+}
+
 void LineServer::Loop::readable(Worker &worker, Connection &connection)
 {
     if (connection.list == &draining_)
         return drain(connection);
-    const ssize_t n = ::recv(connection.socket.get(), worker.buffer_.data(), worker.buffer_.size(), 0);
+    if (!connection.handler && !greet(connection))
+        return;
+    const ssize_t n = connection.channel.read(worker.buffer_.data(), worker.buffer_.size());
     if (n < 0 && (errno == EAGAIN || errno == EINTR))
-        return watch(connection, EPOLLIN);
+        return watch(connection, epoll_events(connection.channel.read_events()));
     if (n < 0) {
-        qv_log_print(kLogDebug, "connection closed: %s\n", std::strerror(errno));
+        qv_log_print(kLogDebug, "connection closed: %s\n", connection.channel.problem().c_str());
         return close(connection);
     }
     connection.input_ended = n == 0;
@@ -585,6 +655,10 @@ void LineServer::Loop::converse(Worker &worker, Connection &connection)
 
 void LineServer::Loop::conclude(Worker &worker, Connection &connection, LineHandler::End why)
 {
+    if (!connection.handler) {
+        qv_log_print(kLogDebug, "connection closed: no handshake in time\n");
+        return close(connection);
+    }
     worker.connection_ = &connection;
     connection.handler->end(why, worker);
     worker.connection_ = nullptr;
@@ -608,8 +682,7 @@ bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
     }
     std::size_t taken = 0;
     while (taken < text.size()) {
-        const ssize_t n = ::send(connection.socket.get(), text.data() + taken, text.size() - taken,
-                                 MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t n = connection.channel.write(text.substr(taken));
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0 && errno == EAGAIN)
@@ -638,8 +711,10 @@ bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
 // What the connection waits for from now on.
 void LineServer::Loop::settle(Connection &connection)
 {
-    if (!connection.output.empty()) {
-        watch(connection, EPOLLOUT);
+    const bool unsent =
+        !connection.output.empty() || (connection.closing && !connection.channel.finish() && errno == EAGAIN);
+    if (unsent) {
+        watch(connection, epoll_events(connection.channel.write_events()));
         if (connection.list != &sending_)
             wait_in(connection, &sending_);
         return;
@@ -658,18 +733,20 @@ void LineServer::Loop::settle(Connection &connection)
 }
 
 // Closing a socket that still holds input throws away the end of the answer (TCP resets the connection), so
-// what the client still says is read and dropped.
+// what the client still says is read and dropped, as it comes from the socket.
 void LineServer::Loop::drain(Connection &connection)
 {
     std::array<char, 16384> waste;
     while (!connection.input_ended && connection.drained < kDrainBytes) {
-        const ssize_t n = ::recv(connection.socket.get(), waste.data(), waste.size(), MSG_DONTWAIT);
-        if (n < 0 && errno == EAGAIN && connection.drained == 0)
-            break; // a client that said nothing more hears the end from the close
+        const ssize_t n = ::recv(connection.channel.fd(), waste.data(), waste.size(), MSG_DONTWAIT);
+        // A client that said nothing more hears the end from the close. One whose handshake failed may think
+        // that it is done, and send its request, and is to read why.
+        if (n < 0 && errno == EAGAIN && connection.drained == 0 && connection.handler)
+            break;
         if (n < 0 && errno == EAGAIN) {
             watch(connection, EPOLLIN);
             if (connection.list != &draining_) {
-                ::shutdown(connection.socket.get(), SHUT_WR);
+                ::shutdown(connection.channel.fd(), SHUT_WR);
                 wait_in(connection, &draining_);
             }
             return;
@@ -739,11 +816,11 @@ void LineServer::listen(UnixListener listener)
     loop_->add(std::move(listener), true);
 }
 
-void LineServer::listen(Fd tcp_socket)
+void LineServer::listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls)
 {
     UnixListener listener;
     listener.socket = std::move(tcp_socket);
-    loop_->add(std::move(listener), false);
+    loop_->add(std::move(listener), false, std::move(tls));
 }
 
 bool LineServer::start()

@@ -1,15 +1,18 @@
 #pragma once
 
 #include "platform/socket.h"
+#include "platform/tls.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 namespace qvcd {
 
@@ -19,7 +22,9 @@ struct Peer {
     uid_t uid = static_cast<uid_t>(-1); ///< of a local one (SO_PEERCRED, unix(7))
     gid_t gid = static_cast<gid_t>(-1); ///< its effective group
     pid_t pid = 0;                      ///< and process
+    std::vector<gid_t> groups;          ///< its further groups; not looked up of root and of our own user
     std::string address;                ///< of one over TCP, numeric; an IPv4 address in IPv4 form
+    std::optional<std::string> certificate_user; ///< where clients show certificates: the common name in it
 };
 
 /// A connection as its handler sees it, on the thread that serves it.
@@ -34,6 +39,9 @@ class LineConnection {
     /// served meanwhile. Only so many wait at once (ServerLimits): begin_wait() returns when there is room.
     virtual void begin_wait() noexcept = 0;
     virtual void end_wait() noexcept = 0;
+
+    /// Bytes of replies that were not sent yet.
+    virtual std::size_t unsent() noexcept = 0;
 
   protected:
     ~LineConnection() = default;
@@ -93,7 +101,8 @@ class LineServer {
 
     /// Before start(). The Unix socket's name is removed when the server stops.
     void listen(UnixListener listener);
-    void listen(Fd tcp_socket);
+    /// With `tls` that is all that is spoken there; its handshake counts into ServerLimits::first_line.
+    void listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls = nullptr);
 
     /// Starts the threads. False, after reporting why, when the kernel gives none or no epoll descriptor.
     bool start();

@@ -172,6 +172,19 @@ void qv_log_stop()
     log.to_syslog = false;
 }
 
+void qv_log_last_line(const char *text)
+{
+    const Log &log = the_log(); // its lock may be held by the one who has no memory
+    for (const int fd : {STDERR_FILENO, log.file.get()}) {
+        if (fd >= 0) {
+            write_all(fd, text);
+            write_all(fd, "\n");
+        }
+    }
+    if (log.to_syslog)
+        ::syslog(kLogError, "%s", text);
+}
+
 void qv_report_failure(const std::string &text)
 {
     Log &log = the_log();

@@ -44,4 +44,8 @@ void qv_log_stop();
 /// Reports a failed platform call of start-up: on the log (priority 3) and on stderr. `text` has no newline.
 void qv_report_failure(const std::string &text);
 
+/// The line before the end of a process that has no memory left: to stderr, the log file and syslog(3). Takes
+/// neither memory nor a lock.
+void qv_log_last_line(const char *text);
+
 } // namespace qvcd

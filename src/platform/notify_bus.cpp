@@ -14,6 +14,7 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -37,15 +38,18 @@ struct Subscriber {
     bool gone = false;
 };
 
+// A payload is what a client sent, not always UTF-8.
+std::string quoted(const std::string &text)
+{
+    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+// Not by an object of the library's: to destroy one takes memory, which there may be none of.
 std::string json_line(const Notification &n)
 {
-    const nlohmann::ordered_json object = {{"identity", n.identity},
-                                           {"class", n.message_class},
-                                           {"event", n.event},
-                                           {"payload", n.payload},
-                                           {"topic", n.topic}};
-    // A payload is what a client sent, not always UTF-8.
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return "{\"identity\":" + quoted(n.identity) + ",\"class\":" + quoted(n.message_class) +
+           ",\"event\":" + quoted(n.event) + ",\"payload\":" + quoted(n.payload) +
+           ",\"topic\":" + quoted(n.topic) + "}\n";
 }
 
 /// The bus. Publishers only append to `inbox_` and wake the thread, which never blocks in a send. It accepts
@@ -66,6 +70,8 @@ class Bus {
 
   private:
     void run();
+    bool turn();
+    void lose_events();
     void wait();
     void accept_all();
     bool take_inbox(std::vector<Notification> &events);
@@ -84,6 +90,7 @@ class Bus {
     bool stopping_ = false;
 
     std::vector<Subscriber> subscribers_; // the thread's own, like what follows
+    std::vector<Notification> events_;
     std::vector<pollfd> waits_;
     bool in_trouble_ = false; // accept failed and was logged
 
@@ -118,16 +125,34 @@ void Bus::publish(Notification notification)
 
 void Bus::run()
 {
-    std::vector<Notification> events;
     for (bool last = false; !last;) {
-        wait();
-        last = take_inbox(events);
-        accept_all();
-        distribute(events);
-        for (Subscriber &subscriber : subscribers_)
-            send_queue(subscriber);
-        std::erase_if(subscribers_, [](const Subscriber &s) { return s.gone; });
+        try {
+            last = turn();
+        } catch (const std::bad_alloc &) {
+            lose_events();
+        }
     }
+}
+
+// Who misses an event must know it: he comes again.
+void Bus::lose_events()
+{
+    ::eventfd_write(wake_.get(), 1); // the turn that failed may have been the last one
+    subscribers_.clear();
+    qv_log_print(kLogError, "notify: events are lost and all subscribers dropped: there is no memory\n");
+}
+
+// Distributes what was published meanwhile; true when the bus stops.
+bool Bus::turn()
+{
+    wait();
+    const bool last = take_inbox(events_);
+    accept_all();
+    distribute(events_);
+    for (Subscriber &subscriber : subscribers_)
+        send_queue(subscriber);
+    std::erase_if(subscribers_, [](const Subscriber &s) { return s.gone; });
+    return last;
 }
 
 // True when the bus stops; what came before is among the events.

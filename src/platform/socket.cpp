@@ -28,7 +28,6 @@ using namespace std::chrono_literals;
 constexpr char kSocketFolder[] = "/var/run/qv";
 constexpr char kSocketGroup[] = "qv";
 constexpr mode_t kFolderMode = 0755;
-constexpr mode_t kSocketMode = 0660;
 constexpr auto kFolderLockPatience = 2s; // another daemon's check and bind takes milliseconds
 
 // The casts that the socket interface asks for, in one place.
@@ -95,23 +94,10 @@ void set_send_timeout(int fd, std::chrono::milliseconds timeout)
 
 bool send_all(int fd, std::string_view bytes, std::chrono::milliseconds patience)
 {
-    while (!bytes.empty()) {
-        const ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (n >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(n));
-            continue;
-        }
-        if (errno == EINTR)
-            continue;
-        if (errno != EAGAIN)
-            return false;
-        const int events = poll_until(fd, POLLOUT, deadline_in(patience));
-        if (events == 0)
-            errno = ETIMEDOUT;
-        if (events <= 0)
-            return false;
-    }
-    return true;
+    const auto write = [fd](std::string_view rest) {
+        return ::send(fd, rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    };
+    return write_all(fd, bytes, patience, write, [] { return short{POLLOUT}; });
 }
 
 Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout)
@@ -260,29 +246,25 @@ std::string free_name(const std::string &path)
 
 void give_to_group(const std::string &path)
 {
-    group entry{};
-    group *found = nullptr;
-    std::vector<char> buffer(16384);
-    if (::getgrnam_r(kSocketGroup, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
-        return;
-    if (::lchown(path.c_str(), static_cast<uid_t>(-1), entry.gr_gid) != 0)
+    const std::optional<gid_t> group = qv_socket_group();
+    if (group && ::lchown(path.c_str(), static_cast<uid_t>(-1), *group) != 0)
         qv_log_print(kLogWarning, "%s: cannot give it to group %s: %s\n", path.c_str(), kSocketGroup,
                      std::strerror(errno));
 }
 
 // The socket is born with mode 0660 less the umask, so nobody gets in before its group is set.
-bool bind_and_listen(UnixListener &listener)
+bool bind_and_listen(UnixListener &listener, SocketMode mode)
 {
     const auto address = unix_address(listener.path);
     listener.socket.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int fd = listener.socket.get();
-    if (!address || fd < 0 || ::fchmod(fd, kSocketMode) != 0 ||
+    if (!address || fd < 0 || ::fchmod(fd, static_cast<mode_t>(SocketMode::of_group)) != 0 ||
         ::bind(fd, as_sockaddr(&*address), sizeof *address) != 0)
         return false;
     give_to_group(listener.path);
     struct stat status {};
-    if (::chmod(listener.path.c_str(), kSocketMode) != 0 || ::lstat(listener.path.c_str(), &status) != 0 ||
-        ::listen(fd, SOMAXCONN) != 0)
+    if (::chmod(listener.path.c_str(), static_cast<mode_t>(mode)) != 0 ||
+        ::lstat(listener.path.c_str(), &status) != 0 || ::listen(fd, SOMAXCONN) != 0)
         return false;
     listener.device = status.st_dev;
     listener.inode = status.st_ino;
@@ -315,7 +297,17 @@ bool qv_ipc_paths_fit()
     return unix_address(qv_ipc_socket_path("notify")).has_value();
 }
 
-std::optional<UnixListener> listen_unix(std::string_view name)
+std::optional<gid_t> qv_socket_group()
+{
+    group entry{};
+    group *found = nullptr;
+    std::vector<char> buffer(16384);
+    if (::getgrnam_r(kSocketGroup, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+        return std::nullopt;
+    return entry.gr_gid;
+}
+
+std::optional<UnixListener> listen_unix(std::string_view name, SocketMode mode)
 {
     const std::string where = "cannot serve " + device_path(name) + ": ";
     UnixListener listener;
@@ -333,7 +325,7 @@ std::optional<UnixListener> listen_unix(std::string_view name)
         qv_report_failure(where + taken);
         return std::nullopt;
     }
-    if (!bind_and_listen(listener)) {
+    if (!bind_and_listen(listener, mode)) {
         qv_report_failure(where + std::strerror(errno));
         return std::nullopt;
     }

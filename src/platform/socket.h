@@ -2,6 +2,7 @@
 
 #include "platform/fd.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -34,6 +35,30 @@ void set_send_timeout(int fd, std::chrono::milliseconds timeout);
 /// nothing for `patience` (ETIMEDOUT). The socket may be blocking or not.
 bool send_all(int fd, std::string_view bytes, std::chrono::milliseconds patience);
 
+/// The same with other ways to write and to wait: `write(bytes)` returns as send(2), `events()` the events of
+/// poll(2) for which its EAGAIN waits.
+template <class Write, class Events>
+bool write_all(int fd, std::string_view bytes, std::chrono::milliseconds patience, Write write, Events events)
+{
+    while (!bytes.empty()) {
+        const ssize_t n = write(bytes);
+        if (n >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(n));
+            continue;
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN)
+            return false;
+        const int came = poll_until(fd, events(), deadline_in(patience));
+        if (came == 0)
+            errno = ETIMEDOUT;
+        if (came <= 0)
+            return false;
+    }
+    return true;
+}
+
 /// Connects to a Unix stream socket; the send time-out of the new socket is `timeout`.
 Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout);
 
@@ -53,10 +78,16 @@ struct UnixListener {
     ino_t inode = 0;
 };
 
-/// Listens on the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot; folder 0755, socket 0660 and
-/// of group "qv" when that group exists). Replaces the socket of a dead server. Reports every failure: a live
-/// server answers there, something else bears the name, the folder cannot be made, the path is too long.
-std::optional<UnixListener> listen_unix(std::string_view name);
+/// Who may connect to an endpoint: root and the group "qv", or everybody.
+enum class SocketMode : mode_t { of_group = 0660, of_all = 0666 };
+
+/// Listens on the endpoint `name` ("/var/run/qv/<name>.sock" below the sysroot; folder 0755, socket of group
+/// "qv" when that group exists). Replaces the socket of a dead server. Reports every failure: a live server
+/// answers there, something else bears the name, the folder cannot be made, the path is too long.
+std::optional<UnixListener> listen_unix(std::string_view name, SocketMode mode = SocketMode::of_group);
+
+/// The number of the group "qv"; nothing when there is none. May wait for a directory service.
+std::optional<gid_t> qv_socket_group();
 
 /// The path of the Unix socket of endpoint `name`, below the sysroot. See unix(7): at most 107 bytes fit.
 std::string qv_ipc_socket_path(std::string_view name);

@@ -146,6 +146,11 @@ std::string value_for_log(std::string_view api, std::string_view value)
     return std::string(name_kind(api) == NameKind::api && !meta_is_password(api) ? value : kHiddenPassword);
 }
 
+std::string name_for_log(std::string_view name)
+{
+    return std::string(name_kind(name) == NameKind::nothing ? kHiddenPassword : name);
+}
+
 bool meta_is_hidden(unsigned mask, std::string_view api)
 {
     return (mask & kLevel0Bits) == 0 && meta_is_true(api, "private");

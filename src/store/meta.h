@@ -88,6 +88,10 @@ std::string shown_value(std::string_view api, std::string_view value);
 /// an API that holds no secret. A misspelt name may be meant for one that does.
 std::string value_for_log(std::string_view api, std::string_view value);
 
+/// What a log line shows of a name that somebody gave: seven asterisks, unless there is such an API or group.
+/// Who forgets a "=" gives the value as the name.
+std::string name_for_log(std::string_view name);
+
 /// The API is private and the mask has no level-0 bit.
 bool meta_is_hidden(unsigned mask, std::string_view api);
 

@@ -77,14 +77,42 @@ def as_bytes(text):
     return text if isinstance(text, bytes) else text.encode()
 
 
+def connect_as(user, path):
+    """A connection to a Unix socket that another user made: a child connects and hands its descriptor over."""
+    ours, theirs = socket.socketpair()
+    child = os.fork()
+    if child == 0:
+        with contextlib.suppress(BaseException):
+            os.setgroups([])
+            os.setgid(user)
+            os.setuid(user)
+            connected = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+            connected.connect(path)
+            socket.send_fds(theirs, [b"+"], [connected.fileno()])
+        os._exit(0)
+    theirs.close()
+    with ours:
+        _, descriptors, _, _ = socket.recv_fds(ours, 1, 1)
+    os.waitpid(child, 0)
+    assert descriptors, f"user {user} cannot connect to {path}"
+    return socket.socket(fileno=descriptors[0])
+
+
 class Connection:
     """One connection to the daemon, for what talk() cannot do: waiting, dribbling, vanishing."""
 
-    def __init__(self, address, patience=PATIENCE):
-        family = socket.AF_INET if isinstance(address, tuple) else socket.AF_UNIX
-        self.socket = socket.socket(family, socket.SOCK_STREAM)
+    def __init__(self, address, patience=PATIENCE, source=None, user=None):
+        """source: the address of this machine to come from. user: the local user to be, without groups; needs root."""
+        if user is not None:
+            self.socket = connect_as(user, address)
+        else:
+            family = socket.AF_INET if isinstance(address, tuple) else socket.AF_UNIX
+            self.socket = socket.socket(family, socket.SOCK_STREAM)
         self.socket.settimeout(patience)
-        self.socket.connect(address)
+        if source:
+            self.socket.bind((source, 0))
+        if user is None:
+            self.socket.connect(address)
         self.received = b""
 
     def send(self, data):

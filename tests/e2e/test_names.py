@@ -39,14 +39,21 @@ Live {
     forged.attr = printf 'a\\001b'
     secret.attr = printf topsecret
     secret.type = password
+    counted.attr = echo x >>"$QV_SYSROOT/reads"; echo 5
+    counted.type = integer
 }
 Linked.perm = 7774
 Linked.secret.attr = s
-Linked.secret.type = password
+Linked.secret.type = password 1 64
 Linked.secret.default = topsecret
 Linked.to.attr = t
 Linked.to.default = d
 Linked.to.link = Linked.secret
+List.perm = 7777
+List.read = no_rfunc
+List.file = none
+List.add = profile_addfunc
+List.names.attr = n
 Unread.perm = 2222
 Unread.x.attr = x
 Unread.x.type = integer
@@ -102,6 +109,7 @@ def test_a_change_without_a_name_reverts_nothing(a, command):
     [
         (1, "Web.extra=a%20b", None),
         (2, "Web.extra=1", None),
+        (2, "Web.new.group.x=1", None),
         (3, "Web.extra=1", PERMISSION),  # the group may only read
         (1, "Maker.extra=1", PERMISSION),
         (1, "Bare.extra=1", None),  # no perm is inherited: administrators only
@@ -184,6 +192,28 @@ def test_passwords_are_shown_to_nobody(a):
     a.command("set Linked.secret=anothersecret")
     for command in ("checkmod", "save", "revert"):
         assert "anothersecret" not in "".join(a.command(f"{command} Linked").lines)
+
+
+def test_an_import_does_not_show_passwords(a):
+    for value, line in (("filesecret", "Linked.secret=*******"), (64 * "secret", f"Linked.secret=*******={NOT_FOUND}")):
+        a.write("/tmp/in.hdf", f"Linked.secret = {value}\n")
+        assert a.command("import /tmp/in.hdf").lines == [line]
+    a.command("default Linked.secret")
+
+
+def test_a_live_value_is_read_once_a_command(a):
+    a.write("/reads", "")
+    assert "Live.counted.value=5" in a.command("geti Live.counted").lines
+    assert a.read("/reads") == "x\n"
+
+
+def test_reload_keeps_what_the_caller_may_not_write(a):
+    a.command("set Web.title=changed")
+    for command in ("reload", "reload Web", "reload Web.title"):
+        a.command(command, a.login("u3", "u3"))
+        assert a.get("Web.title") == "changed", command
+    a.command("reload Web", a.login("u2", "u2"))
+    assert a.get("Web.title") == "web"
 
 
 def test_what_may_not_be_read_is_not_told_otherwise(a):

@@ -269,9 +269,38 @@ def test_nobody_reaches_above_himself(a):
         assert "User.maker.passwd=m" in a.command(command).lines
     assert f"  {maker} {{" in a.command("sessions").lines
     assert f"  {maker} {{" not in a.command("sessions", session).lines
+    assert a.command(f"get_session {maker}", session) == Reply([f"##Session {maker} does not exist#"], 1)
+    assert a.command(f"logout {maker}", session) == Reply([f"##Session {maker} not valid#"], 1)
+    assert fields(a, 0)["user"] == "root" and a.command("get_session 0", session).code == 0
     assert f"User.maker.passwd={refused}" in a.command("factory_reset network", session).lines
     assert a.command("user.mod operator 1", session) == Reply(["User.operator.group=1"], 0)
     assert a.login("maker", "m") == maker
+
+
+def test_sessions_follow_their_users(a):
+    session = a.login("operator", "operator")
+    for group, mask in ((3, "4"), (2, "77"), (1, "777")):
+        a.command(f"user.mod operator {group}")
+        found = fields(a, session)
+        assert (found["perm"], found["group"]) == (mask, str(group))
+        assert a.command("set Level.operator=x", session).code == (1 if group == 3 else 0)
+    other = a.login("viewer", "viewer")
+    a.command("user.rem operator")
+    assert a.talk("get Level", session) == b"@\n1\n"
+    assert a.read("/tmp/current_sessions") == f"{other}\n"
+
+
+def test_factory_reset_is_for_administrators(a):
+    a.write("/usr/share/qvcontrol/pre_default_script", '#!/bin/sh\ntouch "$QV_SYSROOT/ran"\n', 0o755)
+    assert a.command("factory_reset", a.login("operator", "operator")) == Reply(["##Invalid permission#"], 1)
+    assert not a.path("/ran").exists()
+    assert a.command("factory_reset", a.login("admin", "kelpo")).code == 0
+    assert a.path("/ran").exists()
+
+
+@pytest.mark.parametrize("number", [1 << 32, 1 << 64, -(1 << 32), 1])
+def test_only_the_number_of_a_session_opens(shared, number):
+    assert shared.exchange(f"e2e {number} 0\nget Level\n\n") == b"@\n1\n"
 
 
 def test_changes_that_do_not_reach_the_disk_are_refused(appliance):
@@ -379,6 +408,11 @@ def test_log_holds_no_secret(appliance):
         "set Web.password%3Dsecret",
         "set Web.password=secret%00",
         "set Web.password top-secret",
+        "set Web.password secret,secret=secret",
+        "set Web.password%20secret",
+        "modify secret",
+        "get Web.password secret",
+        "reload Web.password,secret",
         "set Web.pasword=secret",
         "set Web.password.x=secret",
         "set we-b=secret",

@@ -30,7 +30,12 @@ Usage: {QVCD} [OPTIONS] arguments
 \t-u <file> : User permission file
 \t-v <level>: Log level. 0-error, 1-warn, 2-info, 3-chitchat, 4-debug
 \t-w        : Disable the watchdog
+\t--tls-cert <file>: Speak TLS on the network socket, with this certificate
+\t--tls-key <file>: Private key of the certificate
+\t--tls-client-ca <file>: Demand certificates of these authorities; their common name is the user
 \t-h        : This help menu
+\t--hash-passwords: Keep hashes in place of passwords in the user file
+\t--trust-tcp=<sources>: From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all
 """
 
 
@@ -199,6 +204,11 @@ def listeners(pid):
 # ---- Start and stop ----
 
 
+def runs(a):
+    """The last step of start-up comes after the first answer."""
+    wait_until(lambda: a.read("/var/run/qv/qvcd.lock") == "running\n", "the end of start-up")
+
+
 @contextlib.contextmanager
 def running(a, *options):
     """A daemon on the appliance's root beside or instead of the harness's own."""
@@ -254,7 +264,7 @@ def test_order_of_start_and_stop(appliance):
 def test_stop_leaves_nothing_but_the_files(appliance):
     a = appliance(model("A")).start(tcp=True)
     modes = {p.name: p.stat().st_mode & 0o777 for p in a.path("/var/run/qv").iterdir()}
-    assert modes == {"qvcd.sock": 0o660, "notify.sock": 0o660, "qvcd.lock": 0o600}
+    assert modes == {"qvcd.sock": 0o666, "notify.sock": 0o660, "qvcd.lock": 0o600}
     assert a.path("/var/run/qv").stat().st_mode & 0o777 == 0o755
     a.login("admin", "kelpo")
     a.connect(greeting="me 0 0\nget A.a\n").read_lines(1)  # an open connection does not hold up the end
@@ -270,7 +280,7 @@ def test_standard_descriptors_that_are_closed(appliance, closed):
     a.start("-d", "-e", "/nonexistent", in_child=lambda: [os.close(fd) for fd in closed])
     assert a.command("get A.a").code == 0
     assert a.read("/var/run/qvcd.pid") == f"{a.process.pid}\n"
-    assert a.read("/var/run/qv/qvcd.lock") == "running\n"
+    runs(a)
     assert {os.readlink(f"/proc/{a.process.pid}/fd/{fd}") for fd in closed} == {"/dev/null"}
 
 
@@ -354,6 +364,7 @@ def test_second_daemon_touches_nothing(appliance, options):
     a = appliance(model("A"), {"/second.log": "kept\n", "/changed": model("B")}).start()
     session = a.login("admin", "kelpo")
     a.command("set A.a=2")
+    runs(a)
     before = everything(a)
     with contextlib.closing(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)) as manager:
         manager.bind("\0" + a.root.name)

@@ -79,6 +79,22 @@ def test_stop_forgets_delayed_commands(appliance):
     assert a.logged("not run any more, the daemon stops: touch $QV_SYSROOT/late  >/dev/null 2>&1")
 
 
+def test_stop_leaves_behind_what_does_not_end(appliance):
+    """After its patience the daemon goes, and who still waits sees nothing of what is gone already."""
+    actions = {"now": "apply = syscall touch $QV_SYSROOT/now; sleep 60", "later": "apply = syscall_delay 0 sleep 61"}
+    reader = "A.r {\n dynamic = true\n read = syscall_rfunc\n attr = touch $QV_SYSROOT/read; sleep 62\n}\n"
+    a = appliance(model(calm="", **actions) + reader).start()
+    applying = ask(a, "seta A.later=1 A.now=1", "apply A.later A.now", "get A")
+    reading = ask(a, "get A.calm", "get A.r", "get A")
+    for name in ("/now", "/read"):
+        wait_until(a.path(name).exists, "the commands")
+    a.stop()
+    assert applying.read_all() == 2 * b"A.later=1\nA.now=1\n"
+    assert reading.read_all() == b"A.calm=0\n"
+    assert a.logged("a connection did not end in time")
+    assert a.log().endswith("\nexit\n")
+
+
 # ---- Turns ----
 
 

@@ -9,7 +9,7 @@ import signal
 
 from box import Box, is_refusal, wait_for
 from disk import differences
-from scenarios import BASE
+from scenarios import BASE, TEMPORARY
 from appliance import Connection
 
 # What each writes depends on nothing that another does, so that one may be refused alone. True: when it is not
@@ -91,7 +91,7 @@ def check_end(box):
         return "crashed", f"it ended with {box.process.returncode}\n{log}"
     if not any(text in log for text in SAYS_WHY):
         return "silent end", log
-    return "ended in order", ""
+    return "ended in order", log
 
 
 def check_alive(box, listener):
@@ -110,7 +110,10 @@ def check_alive(box, listener):
 def check_files(tree):
     _, trees = good_run()
     torn = [p for p in {*tree, *trees[0]} if all(tree.get(p) != t.get(p) for t in trees)]
-    return ("torn", "; ".join(d for d in differences(tree, trees[0]) if d.split()[0] in torn)) if torn else None
+    if not torn:
+        return None
+    what = "left over" if all(TEMPORARY in p for p in torn) else "torn"
+    return what, "; ".join(d for d in differences(tree, trees[0]) if d.split()[0] in torn)
 
 
 def run(fail_at):
@@ -129,12 +132,9 @@ def run(fail_at):
                 break
         reached = box.shim.allocations_failed()
         box.shim.stop_allocations()
-        if not reached:
-            result = ("not reached", "")
-        elif box.has_ended():
+        result = ("not reached", "") if not reached else check_alive(box, listener)
+        if result[0] not in GOOD and wait_for(box.has_ended, 1):
             result = check_end(box)
-        else:
-            result = check_alive(box, listener)
         listener.close()
         if not box.has_ended():
             box.kill()

@@ -7,15 +7,24 @@
 #include <ctime>
 #include <functional>
 #include <unistd.h>
+#include <vector>
 
 namespace qvcd {
 namespace {
 
 using SessionTest = AuthTest;
 
-int login(std::string_view name, std::string_view password, std::optional<std::string_view> ip = std::nullopt)
+int login(std::string_view name, std::optional<std::string> password,
+          std::optional<std::string_view> ip = std::nullopt, const Caller &caller = kOwnCaller)
 {
-    return session_login(name, password, ip, std::nullopt);
+    const auto passwords = password ? std::vector{*password} : std::vector<std::string>{};
+    return session_login({name, passwords, ip, "we\x1b"}, caller).session;
+}
+
+// Each caller's failures count by themselves.
+Caller from(const std::string &source, bool local, bool trusted)
+{
+    return {source, local, trusted};
 }
 
 std::string field(int n, const char *name)
@@ -32,7 +41,7 @@ TEST_F(SessionTest, WithoutSessionCheckingZeroIsOnTheList)
 
 TEST_F(SessionTest, LoginWritesTheSession)
 {
-    const int n = session_login("viewer", "a b", "10.0.0.7", "we\x1b");
+    const int n = login("viewer", "a b", "10.0.0.7");
     ASSERT_GE(n, 10);
     ASSERT_LE(n, 97612903);
     EXPECT_EQ("viewer", field(n, "user"));
@@ -47,7 +56,7 @@ TEST_F(SessionTest, LoginWritesTheSession)
     EXPECT_EQ(std::to_string(n) + "\n", list());
     EXPECT_EQ(0600U, mode_of("tmp/current_sessions"));
 
-    const int local = login("admin", "kelpo");
+    const int local = session_login({"admin", {"kelpo"}, {}, {}}).session;
     EXPECT_EQ("777", field(local, "perm"));
     EXPECT_EQ("local", field(local, "ip"));
     EXPECT_EQ("local", field(local, "server"));
@@ -81,7 +90,8 @@ TEST_F(SessionTest, RefusedLogins)
         {"silent", "x", kWrongPassword},
     };
     for (const auto &row : rows)
-        EXPECT_EQ(row.result, session_login(row.name, row.password, {}, {})) << row.name.substr(0, 40);
+        EXPECT_EQ(row.result, login(row.name, row.password, {}, from(row.name, true, true)))
+            << row.name.substr(0, 40);
     EXPECT_EQ("", list());
     EXPECT_FALSE(session_get_hdf(0).next());
 }
@@ -100,11 +110,10 @@ TEST_F(SessionTest, SameUserFromTheSameAddressGetsTheSameSession)
 
 TEST_F(SessionTest, PrefixGivesANumberThatClientsCanCompute)
 {
-    const int n = session_login("box:admin:more", "kelpo", "10.0.0.7", "web");
+    const int n = login("box:admin:more", "kelpo", "10.0.0.7");
     EXPECT_EQ(qvcrypto_get_md5_session("box:admin:kelpo"), n);
     EXPECT_EQ("admin", field(n, "user"));
     EXPECT_EQ("box", field(n, "ip"));
-    EXPECT_EQ("web", field(n, "server"));
     EXPECT_EQ(n, login("box:admin", "kelpo"));
     EXPECT_EQ(std::to_string(n) + "\n", list());
 }
@@ -178,12 +187,79 @@ TEST_F(SessionTest, FirstLineOfAConnection)
         {std::string("qvc 0\0 1\n", 9), 0},
     };
     for (const auto &row : rows)
-        EXPECT_EQ(row.mask, server_login(row.line)) << row.line;
+        EXPECT_EQ(row.mask, server_login(row.line, kOwnCaller).mask) << row.line;
 
     disable_login = 1;
     for (const auto &row : rows)
-        EXPECT_EQ(0xffffU, server_login(row.line)) << row.line;
+        EXPECT_EQ(0xffffU, server_login(row.line, kOwnCaller).mask) << row.line;
     disable_login = 0;
+}
+
+// Rows: who wants in. Columns: session 0 of his, with and without session checking, and whose sessions he may
+// use, in the order of the rows.
+TEST_F(SessionTest, WhoMayUseWhichSession)
+{
+    const Caller callers[] = {
+        from("user 0", true, true),     from("user 33", true, false),    from("user 34", true, false),
+        from("127.0.0.1", false, true), from("192.0.2.1", false, false), from("192.0.2.2", false, false),
+    };
+    constexpr std::size_t kCallers = std::size(callers);
+    const struct {
+        bool root, root_unchecked, uses[kCallers];
+    } rows[kCallers] = {
+        {true, true, {true, true, true, true, true, true}},
+        {false, true, {false, true, false, false, false, false}},
+        {false, true, {false, false, true, false, false, false}},
+        {true, true, {true, true, true, true, false, false}},
+        {false, false, {false, false, false, false, true, false}},
+        {false, false, {false, false, false, false, false, true}},
+    };
+    int numbers[kCallers];
+    for (std::size_t i = 0; i < kCallers; ++i)
+        numbers[i] = login("viewer", "a b", callers[i].source, callers[i]);
+    for (std::size_t i = 0; i < kCallers; ++i) {
+        const Admission zero = server_login("qvc 0 0\n", callers[i]);
+        EXPECT_EQ(rows[i].root ? 0x7777U : 0U, zero.mask) << callers[i].source;
+        EXPECT_EQ(!rows[i].root, zero.stranger) << callers[i].source;
+        disable_login = 1;
+        const Admission unchecked = server_login("qvc 0 0\n", callers[i]);
+        EXPECT_EQ(rows[i].root_unchecked ? 0xffffU : 0U, unchecked.mask) << callers[i].source;
+        EXPECT_EQ(!rows[i].root_unchecked, unchecked.stranger) << callers[i].source;
+        EXPECT_FALSE(server_login("\n", callers[i]).stranger) << callers[i].source;
+        disable_login = 0;
+        for (std::size_t j = 0; j < kCallers; ++j) {
+            const Admission in = server_login("qvc " + std::to_string(numbers[j]) + " 0\n", callers[i]);
+            EXPECT_EQ(rows[i].uses[j], in.admitted()) << callers[i].source << " as " << callers[j].source;
+            EXPECT_EQ(rows[i].uses[j] ? 0x77U : 0U, in.mask);
+            EXPECT_FALSE(in.stranger);
+        }
+    }
+    // Who knows the password from another place shares the session from then on, and only then.
+    EXPECT_EQ(numbers[4], login("viewer", "a b", "192.0.2.1", callers[5]));
+    EXPECT_TRUE(server_login("qvc " + std::to_string(numbers[4]) + " 0\n", callers[5]).admitted());
+    session_logout(numbers[4]);
+    EXPECT_FALSE(session_is_for(numbers[4], callers[5]));
+}
+
+TEST_F(SessionTest, WrongPasswordsHoldUpNobodyElse)
+{
+    const Caller web = from("user 33 again", true, true);
+    const Caller stranger = from("192.0.2.77", false, false);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(kWrongPassword, login("viewer", "guess", "10.0.0.7", web));
+        EXPECT_EQ(kWrongPassword, login("viewer", "guess", "10.0.0." + std::to_string(i), stranger));
+        EXPECT_EQ(kUnknownUser, login("x" + std::to_string(i), "guess", {}, stranger));
+    }
+    const LoginResult early = session_login({"viewer", {"a b"}, "10.0.0.7", {}}, web);
+    EXPECT_EQ(kTooEarly, early.session);
+    EXPECT_EQ(1, early.wait.count());
+    EXPECT_EQ(kTooEarly,
+              login("viewer", "a b", "10.0.0.7", stranger));  // what he says he is does not help him
+    EXPECT_EQ(kTooEarly, login("x9", "guess", {}, stranger)); // as for names that exist
+    EXPECT_LT(0, login("viewer", "a b", "10.0.0.8", web));
+    EXPECT_LT(0, login("viewer", "a b", "10.0.0.7", from("192.0.2.78", false, false)));
+    EXPECT_EQ(kBuiltInPassword, login("admin", "kelpo", {}, stranger));
+    EXPECT_LT(0, login("admin", "kelpo", "10.0.0.7", web));
 }
 
 TEST_F(SessionTest, ListFileIsReplacedNeverWrittenInto)

@@ -66,6 +66,8 @@ TEST(CommandLock, HooksRunAroundWaitsWithoutTheLock)
         }
         void before_waiting() noexcept override { note("before "); }
         void after_waiting() noexcept override { note("after "); }
+        std::size_t unsent() noexcept override { return reply; }
+        std::size_t reply = 0;
     } hooks;
     {
         const CommandLock lock(&hooks);
@@ -74,10 +76,13 @@ TEST(CommandLock, HooksRunAroundWaitsWithoutTheLock)
             const Unlocked inner; // waits already
             hooks.seen += "waits ";
         }
+        send_long_reply();
+        hooks.reply = 1 << 20;
+        send_long_reply();
     }
     const CommandLock without;
     const Unlocked unlocked;
-    EXPECT_EQ(hooks.seen, "before waits after before waits after ");
+    EXPECT_EQ(hooks.seen, "before waits after before waits after before after ");
 }
 
 TEST(Text, WordsNumbersAndNames)

@@ -151,6 +151,26 @@ TEST(Shell, OneOfAKindRunsAtATime)
     EXPECT_EQ(folder.read("notes"), "+a\n-a\n+b\n-b\n");
 }
 
+// The first one's output is too old for those who come while it runs; one of them gets it anew for all.
+TEST(Shell, ReadersThatWaitShareAFreshOutput)
+{
+    const TempFolder folder;
+    const std::string command =
+        "cd " + folder.path() + "; echo >>runs; wc -l <runs; until [ -e go ]; do sleep 0.01; done";
+    const auto read = [&] { return std::stoi(shell_capture(command, 10, kLong).value_or("0")); };
+    std::vector<std::future<int>> readers;
+    readers.push_back(std::async(std::launch::async, read));
+    EXPECT_TRUE(comes_true([&] { return std::filesystem::exists(folder.path("runs")); }));
+    for (int i = 0; i < 20; ++i)
+        readers.push_back(std::async(std::launch::async, read));
+    std::this_thread::sleep_for(300ms); // most of them wait now
+    folder.write("go", "");
+    EXPECT_EQ(readers.front().get(), 1);
+    for (std::size_t i = 1; i < readers.size(); ++i)
+        EXPECT_GE(readers[i].get(), 2);
+    EXPECT_LT(std::ranges::count(folder.read("runs"), '\n'), 20);
+}
+
 // The last test: nothing runs later once that is stopped.
 TEST(ShellLater, RunsInTimeUntilItIsStopped)
 {

@@ -78,6 +78,10 @@ TEST(ClientOptions, WrongOnesAreRefused)
         {"-H", "[]:80"},
         {"-H", "box:http"},
         {"-H", ""},
+        {"--tls"},
+        {"-H", "box:80", "--ca", "f"},
+        {"-H", "box:80", "--tls", "--cert", "f"},
+        {"-H", "box:80", "--tls", "--ca", ""},
     };
     for (const auto &arguments : cases)
         EXPECT_THROW(parse_options(arguments), UsageError) << arguments.back();

@@ -9,7 +9,10 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace qvcd {
@@ -60,6 +63,11 @@ class Echo : public LineHandler {
         }
         if (line == "big\n")
             return say(std::string(8 << 20, 'x') + "\n", connection), Next::go_on;
+        if (line == "groups\n") {
+            for (const gid_t group : peer_.groups)
+                say(std::to_string(group) + " ", connection);
+            return say("\n", connection), Next::go_on;
+        }
         if (line == "who\n")
             return say(peer_.local ? std::to_string(peer_.uid) + "\n" : peer_.address + "\n", connection),
                    Next::go_on;
@@ -141,6 +149,38 @@ TEST_F(Lines, ConversationsAndTheirEnds)
     TestClient client = tcp();
     ASSERT_TRUE(client.say("who\n\n"));
     EXPECT_EQ(client.all(), "127.0.0.1\n@\n");
+}
+
+// The kernel tells the groups that the client had when it connected.
+TEST_F(Lines, GroupsOfLocalClients)
+{
+    start();
+    TestClient own = local();
+    EXPECT_TRUE(own.say("groups\n\n"));
+    EXPECT_EQ(own.all(), "\n@\n");
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become somebody else";
+    const std::filesystem::path folder = test_root.folder.path();
+    std::filesystem::permissions(folder, std::filesystem::perms(0755));
+    ASSERT_EQ(chmod(qv_ipc_socket_path("lines").c_str(), 0666), 0);
+    for (const std::size_t count : {0U, 3U, 100U}) {
+        std::vector<gid_t> groups;
+        std::string expected;
+        for (std::size_t i = 0; i < count; ++i) {
+            groups.push_back(static_cast<gid_t>(50000 + i));
+            expected += std::to_string(groups.back()) + " ";
+        }
+        // Rights are a thread's own where the C library does not spread them.
+        Fd socket;
+        std::thread([&] {
+            if (syscall(SYS_setgroups, groups.size(), groups.data()) == 0 &&
+                syscall(SYS_setresuid, -1, 65534, -1) == 0)
+                socket = connect_unix(qv_ipc_socket_path("lines"), kLong);
+        }).join();
+        TestClient client(std::move(socket));
+        EXPECT_TRUE(client.say("who\ngroups\n\n"));
+        EXPECT_EQ(client.all(), "65534\n" + expected + "\n@\n");
+    }
 }
 
 TEST_F(Lines, WhoWaitsHoldsUpNobody)

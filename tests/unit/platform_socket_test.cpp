@@ -51,6 +51,9 @@ TEST(UnixEndpoint, SocketAndFolderHaveTheirModesAndTheNameGoes)
     EXPECT_TRUE(fcntl(listener->socket.get(), F_GETFD) & FD_CLOEXEC);
     remove_unix_socket(*listener);
     EXPECT_NE(stat(path.c_str(), &status), 0);
+    const auto open = listen_unix("modes", SocketMode::of_all);
+    ASSERT_TRUE(open && stat(path.c_str(), &status) == 0);
+    EXPECT_EQ(status.st_mode, S_IFSOCK | 0666U);
 }
 
 TEST(UnixEndpoint, OnlyADeadServersSocketIsReplaced)

@@ -3,7 +3,8 @@
 qvcd_unit_test(NAME store_profiles SOURCES store_profile_files_test.cpp LIBRARIES qvcd_store)
 qvcd_unit_test(NAME funcs_check SOURCES funcs_check_test.cpp LIBRARIES qvcd_funcs)
 qvcd_unit_test(NAME funcs_introspect SOURCES funcs_introspect_test.cpp LIBRARIES qvcd_funcs)
-qvcd_unit_test(NAME auth SOURCES auth_session_test.cpp auth_user_test.cpp LIBRARIES qvcd_auth)
+qvcd_unit_test(NAME auth SOURCES auth_access_test.cpp auth_hash_test.cpp auth_session_test.cpp auth_user_test.cpp
+  LIBRARIES qvcd_auth)
 qvcd_unit_test(NAME commands_auth SOURCES auth_commands_test.cpp LIBRARIES qvcd_commands)
 qvcd_unit_test(NAME client
   SOURCES client_escape_test.cpp client_options_test.cpp client_reply_test.cpp
@@ -18,7 +19,7 @@ qvcd_unit_test(NAME base SOURCES base_files_test.cpp base_lock_test.cpp base_rep
 qvcd_unit_test(NAME platform
   SOURCES platform_api_errors_test.cpp platform_claim_test.cpp platform_crypto_test.cpp platform_ipc_client_test.cpp
     platform_line_server_test.cpp platform_log_test.cpp platform_notify_test.cpp platform_process_test.cpp
-    platform_socket_test.cpp platform_watchdog_test.cpp
+    platform_socket_test.cpp platform_tls_test.cpp platform_watchdog_test.cpp
   LIBRARIES qvcd_platform LABELS concurrent)
 qvcd_unit_test(NAME base_notify SOURCES base_notify_test.cpp LIBRARIES qvcd_base)
 qvcd_unit_test(NAME funcs SOURCES funcs_files_test.cpp LIBRARIES qvcd_model)
