@@ -53,10 +53,11 @@ Admission server_login(std::string_view first_line, const Caller &caller,
         return {rights_by_certificate(*certificate_user)};
     if (*n == 0 && !caller.trusted)
         return {0, true};
+    session_end_idle();
     SessionFacts session;
     session_get(*n, session);
     if (*n == 0 || (session.user && session.group && session_is_for(*n, caller)))
-        return {session.perm};
+        return {session.perm, false, session_use(*n)};
     qv_log_print(kLogDebug, "Access denied for nonsession\n");
     return {};
 }

@@ -2,16 +2,20 @@
 
 #include "base/caller.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace qvcd {
 
+class SessionUse;
+
 /// What the first line of a connection makes of it.
 struct Admission {
-    unsigned mask = 0;     ///< the permission mask
-    bool stranger = false; ///< it may run what is open to strangers (base/caller.h)
+    unsigned mask = 0;                         ///< the permission mask
+    bool stranger = false;                     ///< it may run what is open to strangers (base/caller.h)
+    std::shared_ptr<SessionUse> use = nullptr; ///< of its session; each command notes it
 
     bool admitted() const { return mask != 0 || stranger; }
 };

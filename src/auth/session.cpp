@@ -4,6 +4,7 @@
 #include "auth/session_list.h"
 #include "auth/user.h"
 #include "base/limits.h"
+#include "base/options.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "platform/crypto.h"
@@ -61,11 +62,19 @@ struct Origin {
 };
 constexpr std::size_t kMaxOrigins = 16; // of one session; the one that was noted first goes
 
-std::map<int, std::vector<Origin>> origins;
+// What is not shown of a session.
+struct Login {
+    std::vector<Origin> origins;
+    std::shared_ptr<SessionUse> use = std::make_shared<SessionUse>();
+};
+std::map<int, Login> logins; // all but session 0
+
+SessionUse::Time looked_for_idle_ones; // last
+bool told_of_too_many = false;
 
 void note_origin(int n, const Caller &caller)
 {
-    std::vector<Origin> &noted = origins[n];
+    std::vector<Origin> &noted = logins[n].origins;
     if (std::ranges::find(noted, caller.source, &Origin::source) != noted.end())
         return;
     if (noted.size() >= kMaxOrigins)
@@ -151,6 +160,32 @@ void write_rights(const std::string &session, const std::string &user)
     sessionDB.set(session + ".group", user_get_group(user).value_or(""));
 }
 
+void end_session(int n)
+{
+    sessionDB.remove(session_name(n));
+    logins.erase(n);
+}
+
+bool was_logged_in_from(const Login &login, const std::string &source)
+{
+    return std::ranges::find(login.origins, source, &Origin::source) != login.origins.end();
+}
+
+// One source that logs in again and again must not end the sessions of others.
+void make_room(const std::string &source)
+{
+    if (logins.size() < kMaxSessions)
+        return;
+    const auto rank = [&](const auto &login) {
+        return std::pair(!was_logged_in_from(login.second, source), login.second.use->last());
+    };
+    const auto oldest = std::ranges::min_element(logins, {}, rank);
+    if (!told_of_too_many)
+        qv_log_print(kLogWarning, "More than %zu sessions: those that were idle longest end\n", kMaxSessions);
+    told_of_too_many = true;
+    end_session(oldest->first);
+}
+
 void write_session(int n, const std::string &user, const std::string &address, const std::string &server)
 {
     const std::string name = session_name(n);
@@ -180,13 +215,16 @@ int session_unload_db_file()
 {
     session_write_list({});
     sessionDB.destroy();
-    origins.clear();
+    logins.clear();
+    looked_for_idle_ones = {};
+    told_of_too_many = false;
     return 0;
 }
 
 LoginResult session_login(const Credentials &credentials, const Caller &caller)
 {
     user_reread_db_file();
+    session_end_idle();
     const LoginName login = split_login_name(credentials.name);
     const bool known = user_get_perm(login.user) != 0 && is_one_line(login.prefix.value_or(""));
     const std::string user = known ? login.user : cut(credentials.name, kMaxNameBytes);
@@ -201,11 +239,13 @@ LoginResult session_login(const Credentials &credentials, const Caller &caller)
     const std::string address = login.prefix ? *login.prefix : noted(credentials.ip);
     std::optional<int> n = find_session(login.user, address);
     if (!n) {
+        make_room(caller.source);
         n = login.prefix ? credentials_session_number(login, check.password) : new_session_number();
         write_session(*n, login.user, address, noted(credentials.server));
         write_list();
     }
     note_origin(*n, caller);
+    logins[*n].use->note();
     return {*n};
 }
 
@@ -213,21 +253,43 @@ bool session_is_for(int n, const Caller &caller)
 {
     if (caller.local && caller.trusted)
         return true;
-    const auto found = origins.find(n);
-    if (found == origins.end())
+    const auto found = logins.find(n);
+    if (found == logins.end())
         return caller.trusted;
-    return std::ranges::any_of(found->second, [&](const Origin &origin) {
+    return std::ranges::any_of(found->second.origins, [&](const Origin &origin) {
         return origin.source == caller.source || (origin.local && caller.trusted);
     });
+}
+
+std::shared_ptr<SessionUse> session_use(int n)
+{
+    const auto found = logins.find(n);
+    return found == logins.end() ? nullptr : found->second.use;
+}
+
+void session_end_idle(SessionUse::Time now)
+{
+    if (session_idle.count() == 0 || now - looked_for_idle_ones < std::chrono::seconds(1))
+        return;
+    looked_for_idle_ones = now;
+    std::vector<int> idle;
+    for (const auto &[n, login] : logins) {
+        if (now - login.use->last() >= session_idle)
+            idle.push_back(n);
+    }
+    for (const int n : idle)
+        end_session(n);
+    if (!idle.empty())
+        write_list();
 }
 
 int session_logout(int n)
 {
     if (n == 0)
         return 0;
-    if (!sessionDB.remove(session_name(n)))
+    if (!session_get_hdf(n))
         return -1;
-    origins.erase(n);
+    end_session(n);
     write_list();
     return 0;
 }
@@ -269,8 +331,7 @@ void session_follow_users()
         if (n == 0)
             continue;
         if (user_get_perm(user) == 0) {
-            sessionDB.remove(session_name(n));
-            origins.erase(n);
+            end_session(n);
             ended = true;
         } else {
             write_rights(session_name(n), user);
@@ -289,6 +350,7 @@ std::optional<std::string> session_get_user(int n)
 
 int session_list(unsigned rights, std::FILE *out)
 {
+    session_end_idle();
     Tree shown = Tree::make();
     for (const int n : session_numbers()) {
         if (const Node session = session_seen_by(rights, n))

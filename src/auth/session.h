@@ -3,8 +3,10 @@
 #include "base/caller.h"
 #include "store/tree.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,13 +14,32 @@
 
 namespace qvcd {
 
-// Sessions: numbered logins of users. They last until their logout or the daemon's end. Changed and read only
-// under the command lock.
+// Sessions: numbered logins of users. They last until their logout or the daemon's end, and with
+// "--session-idle" until nobody has used them for that time. Beyond kMaxSessions the one that was idle
+// longest ends, of those from where the new one is logged in if there is any. Changed and read only under the
+// command lock.
 //
 // A session's node is "Session.<number>", its children are user, perm (lower-case hexadecimal), group, login
 // (local time, strftime(3) "%c"), ip and server. Session 0 is the local root session; it is always there.
 
 extern Tree sessionDB;
+
+inline constexpr std::size_t kMaxSessions = 1000; ///< without session 0
+
+/// When a session was used last. For the connections that use it, on any thread, without the command lock.
+class SessionUse {
+  public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    void note(Time at = std::chrono::steady_clock::now()) noexcept
+    {
+        last_.store(at, std::memory_order_relaxed);
+    }
+    Time last() const noexcept { return last_.load(std::memory_order_relaxed); }
+
+  private:
+    std::atomic<Time> last_ = std::chrono::steady_clock::now();
+};
 
 /// Makes the tree with session 0 and a list file (auth/session_list.h) without sessions; with `unchecked`
 /// (session checking is off) session 0 stands on the list. Returns 0.
@@ -54,6 +75,12 @@ LoginResult session_login(const Credentials &credentials, const Caller &caller =
 /// locally by his own user; every session for who is trusted on the local socket, and the local ones for who
 /// is trusted over TCP.
 bool session_is_for(int n, const Caller &caller);
+
+/// What the connections of a session tell of its use; none for session 0 and those that do not exist.
+std::shared_ptr<SessionUse> session_use(int n);
+
+/// Ends the sessions that nobody has used for `session_idle` (base/options.h). Looks at most once a second.
+void session_end_idle(SessionUse::Time now = std::chrono::steady_clock::now());
 
 /// Ends a session: 0, or -1 when there is none. Session 0 cannot be ended; the result for it is 0.
 int session_logout(int n);

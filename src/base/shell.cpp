@@ -31,6 +31,7 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
 constexpr auto kGrace = 1s;       // between SIGTERM and SIGKILL
+constexpr auto kLong = 10s;       // the log names who runs for so long
 constexpr auto kLookAgain = 20ms; // where the kernel cannot tell of a child's end
 constexpr std::size_t kLoggedBytes = 255;
 constexpr int kNotRun = 1; // as if fork(2) had failed
@@ -247,7 +248,13 @@ std::optional<int> run(const std::string &command, milliseconds limit, const std
     }
     if (output)
         output->close_writer();
-    if (ends_in_time(child, output, deadline_in(limit))) {
+    const Deadline deadline = deadline_in(limit);
+    bool ended = ends_in_time(child, output, deadline_in(std::min<milliseconds>(limit, kLong)));
+    if (!ended && limit > kLong) {
+        warn("still runs after 10 s", command);
+        ended = ends_in_time(child, output, deadline);
+    }
+    if (ended) {
         if (output)
             turn->share(output->text());
         return reap(child);

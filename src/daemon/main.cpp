@@ -152,7 +152,7 @@ bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
         create_maps();
         load_databases(options);
     }
-    if (socket_init(options.tcp_port, options.trust, std::move(tls)) != 0)
+    if (socket_init(options.tcp_port, options.trust, std::move(tls), options.limits) != 0)
         return false;
     qv_log_print(kLogNotice, "running\n");
     qv_claim_running();

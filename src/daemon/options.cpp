@@ -7,6 +7,7 @@
 #include "platform/socket.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <getopt.h>
@@ -63,6 +64,34 @@ std::string take_trust_tcp(const char *argument, Options &options)
                : "none, all, or loopback and ADDRESS/BITS, separated by commas, is wanted";
 }
 
+// `take` gets the number when it is one from `least` to `most`; else why not is returned.
+template <class Take>
+std::string take_number(std::string_view text, unsigned least, unsigned most, Take take)
+{
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number < least || number > most)
+        return "a number from " + std::to_string(least) + " to " + std::to_string(most) + " is wanted";
+    take(number);
+    return "";
+}
+
+std::string take_connections(const char *argument, Options &options)
+{
+    return take_number(argument, 8, 65'536, [&](unsigned n) { options.limits.connections = n; });
+}
+
+std::string take_waiting(const char *argument, Options &options)
+{
+    return take_number(argument, 1, 1'024, [&](unsigned n) { options.limits.waiting = n; });
+}
+
+std::string take_session_idle(const char *argument, Options &)
+{
+    constexpr unsigned kMostMinutes = 366 * 24 * 60;
+    return take_number(argument, 0, kMostMinutes, [](unsigned n) { session_idle = std::chrono::minutes(n); });
+}
+
 template <std::string TlsFiles::*Path>
 std::string take_tls_file(const char *argument, Options &options)
 {
@@ -75,6 +104,10 @@ constexpr LongOption kLongOptions[] = {
     {"hash-passwords", nullptr, "Keep hashes in place of passwords in the user file", take_hash_passwords},
     {"trust-tcp", "<sources>",
      "From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all", take_trust_tcp},
+    {"connections", "<number>", "Connections at once; the one that was idle longest makes room (1024)",
+     take_connections},
+    {"waiting", "<number>", "Commands that wait for scripts and devices at once (64)", take_waiting},
+    {"session-idle", "<minutes>", "Unused sessions end after it; 0: never (0)", take_session_idle},
     {"tls-cert", "<file>", "Speak TLS on the network socket, with this certificate",
      take_tls_file<&TlsFiles::certificate>},
     {"tls-key", "<file>", "Private key of the certificate", take_tls_file<&TlsFiles::key>},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "auth/trust.h"
+#include "platform/line_server.h"
 #include "platform/sysroot.h"
 #include "platform/tls.h"
 
@@ -28,9 +29,10 @@ struct Options {
     bool to_syslog = false;
     bool foreground = false;
     bool no_watchdog = false;
-    int tcp_port = 0; ///< 0: no TCP server
-    Trust trust;      ///< --trust-tcp
-    TlsFiles tls;     ///< of the TCP server; no certificate: it speaks in clear
+    int tcp_port = 0;    ///< 0: no TCP server
+    Trust trust;         ///< --trust-tcp
+    TlsFiles tls;        ///< of the TCP server; no certificate: it speaks in clear
+    ServerLimits limits; ///< --connections, --waiting
 };
 
 /// Parses the command line with getopt_long(3); also sets what base/options.h holds. Nothing when the program

@@ -1,6 +1,7 @@
 #include "daemon/request_server.h"
 
 #include "auth/server_login.h"
+#include "auth/session.h"
 #include "base/command_lock.h"
 #include "base/reply.h"
 #include "commands/cmd_parse.h"
@@ -41,6 +42,8 @@ class RequestHandler final : public LineHandler {
             return identify(line, connection);
         if (line == "\n")
             return close(connection, result_);
+        if (use_)
+            use_->note();
         ConnectionWaits waits(connection);
         result_ = cmd_parse(mask_, line, connection.out(), &waits, caller_);
         return Next::go_on;
@@ -73,6 +76,9 @@ class RequestHandler final : public LineHandler {
         if (!admission.admitted())
             return close(connection, 1);
         mask_ = admission.mask;
+        use_ = admission.use;
+        if (use_)
+            use_->note();
         caller_.stranger = admission.stranger;
         identified_ = true;
         return Next::go_on;
@@ -81,6 +87,7 @@ class RequestHandler final : public LineHandler {
     Caller caller_;
     bool identified_ = false;
     unsigned mask_ = 0;
+    std::shared_ptr<SessionUse> use_;
     int result_ = 0;
 };
 
@@ -98,16 +105,18 @@ void raise_descriptor_limit()
 
 } // namespace
 
-int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls)
+int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls, ServerLimits limits)
 {
     raise_descriptor_limit();
     trust.set_group(qv_socket_group());
     std::optional<UnixListener> local = listen_unix("qvcd", SocketMode::of_all);
     if (!local)
         return -1;
-    the_server = std::make_unique<LineServer>([trust = std::move(trust)](const Peer &peer) {
-        return std::make_unique<RequestHandler>(trust.caller(peer));
-    });
+    the_server = std::make_unique<LineServer>(
+        [trust = std::move(trust)](const Peer &peer) {
+            return std::make_unique<RequestHandler>(trust.caller(peer));
+        },
+        limits);
     the_server->listen(std::move(*local));
     if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
         the_server->listen(std::move(tcp), std::move(tls));

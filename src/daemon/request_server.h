@@ -1,6 +1,7 @@
 #pragma once
 
 #include "auth/trust.h"
+#include "platform/line_server.h"
 #include "platform/tls.h"
 
 #include <chrono>
@@ -12,7 +13,7 @@ namespace qvcd {
 /// over TCP on all addresses, to those whom `trust` trusts and, for what is open to strangers, to everybody;
 /// with `tls` in TLS only. Trusts the group "qv" too. Returns 0, or -1 after reporting that the local
 /// endpoint cannot be served; of TCP that is reported only.
-int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls);
+int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls, ServerLimits limits);
 
 /// Ends all connections and waits for the requests that run. False when one did not end in time.
 bool socket_exit(std::chrono::milliseconds patience = std::chrono::seconds{2});

@@ -180,11 +180,15 @@ def test_trusted_sources(make, option, trusted):
     assert Place(a).is_root()
 
 
-@pytest.mark.parametrize("value", ["", "localhost", "10.0.0.0/33", "none,loopback", "10.0.0.0/8,"])
-def test_bad_sources(appliance, value):
+BAD_SOURCES = ["", "localhost", "10.0.0.0/33", "none,loopback", "10.0.0.0/8,"]
+BAD_NUMBERS = ["--connections=0", "--connections=1e3", "--waiting=", "--waiting=1025", "--session-idle=-1", "--session-idle=5 "]
+
+
+@pytest.mark.parametrize("option", [f"--trust-tcp={sources}" for sources in BAD_SOURCES] + BAD_NUMBERS)
+def test_values_that_options_do_not_take(appliance, option):
     a = appliance()
-    code, out, err = run_qvcd("-g", f"--trust-tcp={value}", env={"QV_SYSROOT": str(a.root)})
-    assert (code, out) == (1, "") and f"--trust-tcp={value}:" in err
+    code, out, err = run_qvcd("-g", option, env={"QV_SYSROOT": str(a.root)})
+    assert (code, out) == (1, "") and f"{option}:" in err
     assert not a.path("/var/run/qv").exists()
 
 

@@ -70,6 +70,15 @@ def test_actions_that_never_end(appliance):
     assert a.logged("ended, its time is over: sleep 61  >/dev/null 2>&1")
 
 
+def test_an_action_that_takes_long_is_named_while_it_runs(appliance):
+    a = appliance(model(n="apply = syscall $QV_SYSROOT/long"), {"/long": (WAIT_FOR_GO, 0o755)}).start()
+    applying = ask(a, "set A.n=1", "apply A.n")
+    line = "still runs after 10 s: $QV_SYSROOT/long  >/dev/null 2>&1"
+    wait_until(lambda: a.logged(line), "the line in the log", 40)
+    a.write("/go", "")
+    assert applying.read_all() == b"A.n=1\nA.n=1\n@\n0\n"
+
+
 def test_stop_forgets_delayed_commands(appliance):
     later = "syscall_delay 3600 touch $QV_SYSROOT/late"
     a = appliance(model(n=f"apply = {later}", m="apply = syscall_delay 0 sleep 60")).start()

@@ -4,6 +4,8 @@
 #include "base/options.h"
 #include "platform/crypto.h"
 
+#include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <functional>
 #include <unistd.h>
@@ -260,6 +262,43 @@ TEST_F(SessionTest, WrongPasswordsHoldUpNobodyElse)
     EXPECT_LT(0, login("viewer", "a b", "10.0.0.7", from("192.0.2.78", false, false)));
     EXPECT_EQ(kBuiltInPassword, login("admin", "kelpo", {}, stranger));
     EXPECT_LT(0, login("admin", "kelpo", "10.0.0.7", web));
+}
+
+TEST_F(SessionTest, TheLongestIdleOneOfTheSameSourceMakesRoom)
+{
+    const auto now = std::chrono::steady_clock::now();
+    const Caller web = from("10.0.0.1", false, false);
+    const Caller other = from("10.0.0.2", false, false);
+    const int others = login("viewer", "a b", "him", other);
+    session_use(others)->note(now - std::chrono::hours(2));
+    std::vector<int> webs;
+    while (webs.size() + 1 < kMaxSessions)
+        webs.push_back(login("viewer", "a b", "web " + std::to_string(webs.size()), web));
+    session_use(webs[7])->note(now - std::chrono::hours(1));
+    login("viewer", "a b", "one more", web);
+    EXPECT_FALSE(session_get_hdf(webs[7]));
+    EXPECT_TRUE(session_get_hdf(others));
+    login("viewer", "a b", {}, from("10.0.0.3", false, false)); // has none of its own there
+    EXPECT_FALSE(session_get_hdf(others));
+    EXPECT_FALSE(session_is_for(others, other));
+    EXPECT_EQ(kMaxSessions, static_cast<std::size_t>(std::ranges::count(list(), '\n')));
+}
+
+TEST_F(SessionTest, UnusedOnesEnd)
+{
+    const auto now = std::chrono::steady_clock::now();
+    const int used = login("admin", "kelpo");
+    const int unused = login("viewer", "a b");
+    session_end_idle(now + std::chrono::hours(1000)); // nobody asked for it
+    EXPECT_TRUE(session_get_hdf(unused));
+    session_idle = std::chrono::minutes(10);
+    const Admission connection = server_login("x " + std::to_string(used) + " 0", kOwnCaller);
+    ASSERT_TRUE(connection.use);
+    connection.use->note(now + std::chrono::minutes(9));
+    session_end_idle(now + std::chrono::minutes(11));
+    session_idle = std::chrono::minutes(0);
+    EXPECT_EQ(std::to_string(used) + "\n", list());
+    EXPECT_FALSE(server_login("x " + std::to_string(unused) + " 0", kOwnCaller).admitted());
 }
 
 TEST_F(SessionTest, ListFileIsReplacedNeverWrittenInto)
