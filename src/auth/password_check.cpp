@@ -11,6 +11,7 @@
 #include "platform/password_hash.h"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 
 namespace qvcd {
@@ -20,6 +21,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMaxAddressBytes = 64; // of one that a client names
+constexpr std::size_t kUnknownNames = 64;    // that are told apart, of one source
 
 LoginDelays delays;
 
@@ -33,8 +35,9 @@ Attempt attempt(const std::string &user, const Caller &caller, std::string_view 
     Attempt a{user, source_of_address(caller.source), ""};
     if (caller.trusted && !on_behalf_of.empty())
         a.source += " for " + one_line(cut(on_behalf_of, kMaxAddressBytes));
-    // Names that nobody has count together: they are without number.
-    a.key = a.source + "\n" + (user_exists(user) ? user : "");
+    // Names that nobody has are without number, and must not drive the others out of the table.
+    a.key = a.source + "\n" +
+            (user_exists(user) ? user : "?" + std::to_string(std::hash<std::string>{}(user) % kUnknownNames));
     return a;
 }
 

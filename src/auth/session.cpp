@@ -189,8 +189,9 @@ LoginResult session_login(const Credentials &credentials, const Caller &caller)
     user_reread_db_file();
     const LoginName login = split_login_name(credentials.name);
     const bool known = user_get_perm(login.user) != 0 && is_one_line(login.prefix.value_or(""));
+    const std::string user = known ? login.user : cut(credentials.name, kMaxNameBytes);
     const PasswordCheck check =
-        check_password(known ? login.user : "", credentials.passwords, caller, credentials.ip.value_or(""));
+        check_password(user, credentials.passwords, caller, credentials.ip.value_or(""));
     if (check.verdict == Verdict::early)
         return {kTooEarly, check.wait};
     if (!known || user_get_perm(login.user) == 0) // he may have gone meanwhile
@@ -269,6 +270,7 @@ void session_follow_users()
             continue;
         if (user_get_perm(user) == 0) {
             sessionDB.remove(session_name(n));
+            origins.erase(n);
             ended = true;
         } else {
             write_rights(session_name(n), user);

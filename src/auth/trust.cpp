@@ -45,7 +45,7 @@ std::optional<AddressRange> AddressRange::parse(std::string_view text)
             return std::nullopt;
         range.family_ = AF_INET;
         range.bits_ -= kMappedBits;
-        std::ranges::rotate(range.bytes_, range.bytes_.begin() + kMappedPrefix.size());
+        std::rotate(range.bytes_.begin(), range.bytes_.begin() + kMappedPrefix.size(), range.bytes_.end());
     }
     return range;
 }

@@ -106,7 +106,7 @@ Tree user_shown_to(unsigned rights);
 /// True when no user may do more than the caller: only then is what he exports whole.
 bool user_all_within(unsigned rights);
 
-/// Writes groups and users to a file of mode 0600, in place of what bears the name (base/fresh_file.h); false
+/// Writes groups and users to a file of mode 0600, in place of what bears the name (base/file_text.h); false
 /// after logging why not. `path` as in user_import().
 bool user_export(const std::string &path);
 

@@ -132,8 +132,11 @@ std::string kv_replace(std::string_view text, std::span<const KeyValue> values)
             continue;
         }
         found->second.done = true;
-        result.append(line.text.substr(0, value_start(line.text, found->first.size())));
-        result.append(found->second.value).append(line.end);
+        const std::size_t key = found->first.size();
+        std::string_view lead = line.text.substr(0, value_start(line.text, key));
+        while (lead.ends_with("::") && lead.size() > key + 2) // would count as the value's beginning
+            lead.remove_suffix(1);
+        result.append(lead).append(found->second.value).append(line.end);
     }
     for (const KeyValue &pair : values) {
         Wanted &rest = wanted[pair.key];

@@ -70,8 +70,9 @@ void shake_hands(Channel &channel, const std::string &where, Deadline deadline)
         }
         const std::string problem = channel.problem();
         const std::string distrust = channel.distrust();
-        throw WireError(distrust.empty() ? "no TLS with " + where + ": " + problem
-                                         : "certificate of " + where + " is not trusted: " + distrust);
+        if (distrust.empty())
+            throw WireError("no TLS with " + where + ": " + problem);
+        throw WireError("certificate of " + where + " is not trusted: " + distrust);
     }
 }
 

@@ -3,7 +3,6 @@
 
 #include "commands/cmd_table.h"
 
-#include "base/command_door.h"
 #include "commands/apply.h"
 #include "commands/browse.h"
 #include "commands/change.h"
@@ -45,11 +44,6 @@ constexpr CommandRow cmdMap[] = {
     {0, &deleteRecord},
 };
 
-int run_by_name(Request &request, std::string_view name, Args args, std::FILE *out)
-{
-    return cmd_find(name).handler(request, args, out);
-}
-
 } // namespace
 
 std::span<const CommandRow> cmd_map()
@@ -59,7 +53,6 @@ std::span<const CommandRow> cmd_map()
 
 int cmd_create_cmdmap_hdf()
 {
-    set_command_door(run_by_name);
     for (std::size_t i = 0; i < std::size(cmdMap); ++i) {
         const CommandRecord &record = *cmdMap[i].record;
         qv_log_print(kLogTrace, "adding %s to cmdmap %zu\n", record.name, i);
@@ -78,7 +71,6 @@ int cmd_destroy_cmdmap_hdf()
         if (row.record->exit)
             row.record->exit();
     }
-    set_command_door(nullptr);
     return 0;
 }
 

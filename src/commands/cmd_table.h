@@ -15,7 +15,7 @@ struct CommandRow {
 /// All commands; row 0 is "undefined".
 std::span<const CommandRow> cmd_map();
 
-/// Calls the init functions and opens the door of base/command_door.h.
+/// Calls the init functions, or the exit functions, of all commands.
 int cmd_create_cmdmap_hdf();
 int cmd_destroy_cmdmap_hdf();
 

@@ -55,8 +55,10 @@ const CommandRecord helpRecord = {
                 "help.cmd [<command> or all]\n"
                 "help.api [<API or group> ...]\n"
                 "help.apihdf [<API or group> ...]",
-    .errors = "Callers without administration rights get no reply. What the caller may not see, or does not "
-              "exist, is left out. The result is 0 in every case.",
+    .errors =
+        "Callers without administration rights get no reply; who has not logged in may read the help of "
+        "commands. What the caller may not see, or does not exist, is left out. The result is 0 in every "
+        "case.",
     .description =
         "help.cmd lists the commands with one line each, or prints the manual page of one command or of "
         "all. help.api prints the documentation of one API, of a group, or of all: what it is, who may do "
@@ -195,6 +197,8 @@ void print_group(Request &request, Node node, const std::string &name, const Api
 
 int do_cmd_help_api(Request &request, const Args &argv, const ApiHelp &how, std::FILE *out)
 {
+    if (request.mask == 0)
+        return 0; // nothing can be seen, and a search takes its time
     // The sub-command's own word is looked up like the others: an API may have that name.
     for (const std::string &name : argv) {
         const Node node = name.empty() ? Node() : metaDB.find(name);

@@ -109,9 +109,8 @@ const CommandRecord importRecord = {
     .errors =
         "##Import failed#: the file is missing, empty or no valid document. Nothing is set, and the result "
         "is 1.\n"
-        "<name>=<value>=##Parameter not found#: the value, seven asterisks for a password, is not valid. The "
-        "API "
-        "keeps the one it has.",
+        "<name>=<value>=##Parameter not found#: the value, seven asterisks for a password, is not valid. "
+        "The API keeps the one it has.",
     .description =
         "Sets every API of a document that the export command wrote; without a file name "
         "/tmp/user_settings.hdf is read. Nothing is saved and nothing applied. Mode 0 sets as the set "

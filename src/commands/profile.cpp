@@ -162,10 +162,10 @@ int profile_list(Request &, Args &argv, std::FILE *out)
 }
 
 // Whether an API is private counts only where "dynamic" is spoken of at all: clients rely on what is shown.
-bool is_shown(const std::string &api)
+bool is_shown(const Request &request, const std::string &api)
 {
     MetaApi meta(api);
-    if ((meta.perm() & kUserWriteBits) == 0)
+    if ((meta.perm() & kUserWriteBits) == 0 || !meta.readable_by(request.mask))
         return false;
     const auto dynamic = meta.get("dynamic");
     if (!dynamic)
@@ -190,7 +190,7 @@ int profile_read(Request &request, Args &argv, std::FILE *out)
         return refuse(out, error_loading_profile);
     const auto print = [&](Node leaf, const std::string &parent) {
         const std::string api = join_name(parent, leaf.name());
-        if (is_shown(api))
+        if (is_shown(request, api))
             reply_value(out, api, shown_value(api, leaf.text()));
     };
     hdfutils_traverse_tree(profile.root(), {}, hdfutils_check_endnode, print);

@@ -64,8 +64,8 @@ int save_names(Request &internal, Args names)
     return names.empty() || command_save(internal, names, nullptr) == 0 ? 0 : 1; // no name is not all names
 }
 
-// The group's description goes with the selection. What was loaded takes effect now: the apply that selected the
-// profile settles it.
+// The group's description goes with the selection. What was loaded takes effect now: the apply that selected
+// the profile settles it.
 int load_into_group(Request &internal, const std::string &api, const std::string &name)
 {
     const std::string description = join_name(meta_get_parent(api).value_or(""), "desc");

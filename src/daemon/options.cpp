@@ -71,6 +71,7 @@ std::string take_tls_file(const char *argument, Options &options)
 }
 
 constexpr LongOption kLongOptions[] = {
+    {"help", nullptr, "This help, with the long options", nullptr},
     {"hash-passwords", nullptr, "Keep hashes in place of passwords in the user file", take_hash_passwords},
     {"trust-tcp", "<sources>",
      "From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all", take_trust_tcp},
@@ -81,6 +82,15 @@ constexpr LongOption kLongOptions[] = {
      take_tls_file<&TlsFiles::authorities>},
 };
 constexpr int kFirstLongOption = 256; // above all characters
+
+// What "--help" prints behind the usage text, which scripts know as it is.
+void help_with_long_options(const char *name)
+{
+    help(name);
+    for (const LongOption &row : kLongOptions)
+        std::printf("\t--%s%s%s: %s\n", row.name, row.argument ? "=" : "", row.argument ? row.argument : "",
+                    row.text);
+}
 
 std::vector<option> long_options()
 {
@@ -175,9 +185,6 @@ void help(const char *name)
     std::printf("\n[OPTIONS]\n");
     for (const UsageLine &line : kUsage)
         std::printf("\t%-10s: %s\n", line.option, line.text);
-    for (const LongOption &row : kLongOptions)
-        std::printf("\t--%s%s%s: %s\n", row.name, row.argument ? "=" : "", row.argument ? row.argument : "",
-                    row.text);
 }
 
 namespace {
@@ -192,10 +199,15 @@ std::optional<Options> take_options(int argc, char **argv, std::string &refusal)
     while ((option = getopt_long(argc, argv, kOptionString, longs.data(), nullptr)) != -1) {
         if (option >= kFirstLongOption) {
             const LongOption &row = kLongOptions[option - kFirstLongOption];
-            refusal = row.take(optarg, options);
-            if (refusal.empty())
+            if (!row.take) {
+                help_with_long_options(argv[0]);
+                return std::nullopt;
+            }
+            const std::string reason = row.take(optarg, options);
+            if (reason.empty())
                 continue;
-            refusal = "--" + std::string(row.name) + "=" + (optarg ? optarg : "") + ": " + refusal;
+            refusal.append("--").append(row.name).append("=").append(optarg ? optarg : "");
+            refusal.append(": ").append(reason);
             return std::nullopt;
         }
         if (option == 'b') {

@@ -205,17 +205,4 @@ int afuncmap_apply_direct(Request &request, std::string_view action, std::string
     return 0;
 }
 
-int afuncmap_apply(Request &request, std::string_view action, std::string_view api)
-{
-    const std::string name(api);
-    const auto calls = meta_get(name, "apply");
-    if (!calls)
-        return 0;
-    qv_log_print(kLogInfo, "%s %s with %s\n", std::string(action).c_str(), name.c_str(), calls->c_str());
-    int result = 0;
-    for (const std::string &call : split_words(*calls, ","))
-        result = run_call(request, "apply", action, name, split_call(call));
-    return result;
-}
-
 } // namespace qvcd

@@ -54,7 +54,8 @@ class Population {
 void Population::store(const std::string &api, const std::string &value, const char *what)
 {
     hdfDB.set(api, value);
-    qv_log_print(kLogDebug, "populate %s%s=%s\n", what, api.c_str(), value_for_log(api, value).c_str());
+    if (qv_log_wants(kLogDebug))
+        qv_log_print(kLogDebug, "populate %s%s=%s\n", what, api.c_str(), value_for_log(api, value).c_str());
 }
 
 // What is not valid is replaced in its file too, and what is missing is added. What could not be read stays

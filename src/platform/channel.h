@@ -29,6 +29,7 @@ class Channel {
     ~Channel();
 
     int fd() const { return socket_.get(); }
+    bool in_clear() const { return !tls_; }
 
     /// True when bytes can be exchanged: at once in clear, with TLS when both sides have said who they are.
     bool handshake();

@@ -87,7 +87,8 @@ void LineInput::tidy()
     text_.erase(0, begin_);
     scanned_ = scanned_ > begin_ ? scanned_ - begin_ : 0;
     begin_ = 0;
-    if (text_.empty() || text_.capacity() > kKeepBytes)
+    // A long line that comes in small pieces must not be copied with each of them.
+    if (text_.empty() || (text_.capacity() > kKeepBytes && text_.size() < text_.capacity() / 4))
         text_.shrink_to_fit();
 }
 

@@ -18,6 +18,7 @@
 #include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <optional>
 #include <set>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -37,13 +38,14 @@ using namespace std::chrono_literals;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
-constexpr std::size_t kSliceLines = 64; // of one connection, then the others have their turn
+constexpr auto kSliceTime = 250us; // for lines of one connection, then the others have their turn
+constexpr auto kTurnsTime = 2ms;   // for those with lines that wait, and for those that come
 constexpr std::size_t kSliceReplyBytes = std::size_t{256} << 10;
 constexpr int kMaxEvents = 64;
-constexpr int kMaxAccepts = 64; // of one listener, then the connections have their turn
 constexpr std::size_t kDrainBytes = std::size_t{4} << 20;
 constexpr Milliseconds kDrainPatience = 1s;  // for a client that still talks when its answer is complete
 constexpr Milliseconds kAcceptPause = 200ms; // after an error that only time can cure
+constexpr Milliseconds kLogPause = 60s;      // between log lines about such errors
 constexpr std::size_t kIdleThreads = 2;      // more of them end
 constexpr std::size_t kLoggedSources = 256;  // whose failed handshakes are not logged again
 
@@ -157,6 +159,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
         std::size_t drained = 0;
         std::uint32_t events = 0; // what epoll watches; 0: the connection is not registered
         bool input_ended = false;
+        bool all_read = false; // the socket was empty a moment ago
         bool closing = false;  // the conversation is over, `output` is still to be sent
         bool ready = false;    // in ready_
         bool answered = false; // a line was handled since the connection began to wait
@@ -172,15 +175,20 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     void wake();
 
     void accept_all(Worker &worker, Listener &listener);
+    void pause_accepting(int error);
+    void accept_again();
+    void watch_listeners(std::uint32_t events);
     bool admit(const Peer &peer);
-    void make_room();
+    bool make_room();
     bool greet(Connection &connection);
     void log_failed_handshake(const Connection &connection);
     void readable(Worker &worker, Connection &connection);
     void writable(Worker &worker, Connection &connection);
-    void serve(Worker &worker, Connection &connection);
+    void serve_waiting(Worker &worker);
+    void serve(Worker &worker, Connection &connection, std::optional<LineHandler::End> end = std::nullopt);
     void converse(Worker &worker, Connection &connection);
     void conclude(Worker &worker, Connection &connection, LineHandler::End why);
+    bool send_some(ReplyStream &replies, Connection &connection);
     bool send_replies(Worker &worker, Connection &connection);
     void settle(Connection &connection);
     void drain(Connection &connection);
@@ -190,6 +198,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     void take_returned(Worker &worker);
     void end_late_ones(Worker &worker);
     int milliseconds_to_wait() const;
+    static std::size_t line_limit(const Connection &connection);
 
     const MakeHandler make_handler_;
     const ServerLimits limits_;
@@ -204,7 +213,7 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     bool stopping_ = false;
     std::size_t threads_ = 0;
     std::size_t idle_threads_ = 0;
-    std::size_t waiting_ = 0;
+    std::size_t waiting_ = 0;            // commands that wait or have waited, and have not ended
     std::vector<Connection *> returned_; // their commands waited and have ended
     std::vector<int> outside_;           // sockets of those that wait, for stop()
 
@@ -216,16 +225,17 @@ class LineServer::Loop : public std::enable_shared_from_this<LineServer::Loop> {
     std::array<epoll_event, kMaxEvents> events_{};
     int event_count_ = 0;
     int next_event_ = 0;
-    bool in_trouble_ = false; // an accept error was logged
+    std::vector<char> buffer_ = std::vector<char>(kReadBytes);
+    Milliseconds log_again_{0}; // about accept errors
     bool crowd_logged_ = false;
     std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
-    Milliseconds accept_again_{0};
+    Milliseconds accept_again_{0};                         // 0: listeners are watched
 };
 
 // A thread of the loop, and the connection that it serves.
 class LineServer::Loop::Worker final : public LineConnection {
   public:
-    explicit Worker(Loop &loop) : loop_(loop), buffer_(kReadBytes) {}
+    explicit Worker(Loop &loop) : loop_(loop) {}
 
     const Peer &peer() const override { return connection_->peer; }
     std::FILE *out() override { return replies_.file(); }
@@ -243,7 +253,6 @@ class LineServer::Loop::Worker final : public LineConnection {
   private:
     friend class Loop;
     Loop &loop_;
-    std::vector<char> buffer_;
 };
 
 // ---- Threads ----
@@ -282,7 +291,7 @@ bool LineServer::Loop::spawn_locked()
         ++threads_;
         ++idle_threads_;
         return true;
-    } catch (const std::system_error &error) {
+    } catch (const std::exception &error) {
         qv_log_print(kLogError, "cannot start a server thread: %s\n", error.what());
         return false;
     }
@@ -318,7 +327,8 @@ void LineServer::Loop::wake()
     ::eventfd_write(wake_.get(), 1);
 }
 
-// Somebody else goes on with the loop, in the middle of its events.
+// Somebody else goes on with the loop, in the middle of its events. When the kernel gives no thread for it,
+// that is the first whose wait ends.
 void LineServer::Loop::give_lead()
 {
     const std::lock_guard lock(mutex_);
@@ -331,7 +341,7 @@ void LineServer::Loop::give_lead()
 void LineServer::Loop::lead(Worker &worker)
 {
     for (;;) {
-        for (; next_event_ < event_count_ && worker.leads_;) {
+        while (worker.leads_ && next_event_ < event_count_) {
             const epoll_event event = events_[static_cast<std::size_t>(next_event_++)];
             if (event.data.ptr == nullptr) {
                 eventfd_t count = 0;
@@ -339,22 +349,20 @@ void LineServer::Loop::lead(Worker &worker)
                 take_returned(worker);
             } else if (event.data.u64 & 1U) {
                 accept_all(worker, *reinterpret_cast<Listener *>(event.data.u64 & ~std::uint64_t{1}));
-            } else if (auto &connection = *static_cast<Connection *>(event.data.ptr);
-                       connection.list == &sending_) {
+            } else if (auto &connection = *static_cast<Connection *>(event.data.ptr); connection.ready) {
+                // Nothing more is read before its waiting lines have had their turn.
+            } else if (connection.list == &sending_) {
                 writable(worker, connection);
             } else {
                 readable(worker, connection);
             }
         }
-        for (std::size_t turns = ready_.size(); turns > 0 && worker.leads_; --turns) {
-            Connection &connection = *ready_.front();
-            ready_.pop_front();
-            connection.ready = false;
-            serve(worker, connection);
-        }
+        serve_waiting(worker);
+        if (worker.leads_)
+            end_late_ones(worker);
         if (!worker.leads_)
             return;
-        end_late_ones(worker);
+        accept_again();
         {
             const std::lock_guard lock(mutex_);
             if (stopping_)
@@ -366,15 +374,35 @@ void LineServer::Loop::lead(Worker &worker)
     }
 }
 
+void LineServer::Loop::serve_waiting(Worker &worker)
+{
+    if (!worker.leads_ || ready_.empty()) // what is the leader's may be another thread's now
+        return;
+    const Deadline until = std::chrono::steady_clock::now() + kTurnsTime;
+    for (std::size_t turns = ready_.size(); worker.leads_ && turns > 0; --turns) {
+        Connection &connection = *ready_.front();
+        ready_.pop_front();
+        connection.ready = false;
+        serve(worker, connection);
+        if (std::chrono::steady_clock::now() >= until)
+            break;
+    }
+}
+
 void LineServer::Loop::Worker::begin_wait() noexcept
 {
     Connection &connection = *connection_;
-    if (leads_) {
+    const bool first = leads_;
+    if (first) {
+        connection.all_read = false;
         loop_.watch(connection, 0);
         loop_.wait_in(connection, nullptr);
         leads_ = false;
         loop_.give_lead();
     }
+    std::unique_lock lock(loop_.mutex_);
+    loop_.outside_.push_back(connection.channel.fd());
+    lock.unlock();
     // Only this thread touches the connection now, so a client that does not read holds up nobody else.
     const std::string_view left = std::string_view(connection.output).substr(connection.sent);
     if (!connection.channel.write_all(left, loop_.limits_.send) ||
@@ -384,29 +412,32 @@ void LineServer::Loop::Worker::begin_wait() noexcept
     connection.output.clear();
     connection.sent = 0;
 
-    std::unique_lock lock(loop_.mutex_);
+    if (!first)
+        return;
+    // A place is kept to the end of the command: a short wait must not queue again behind long ones.
+    lock.lock();
     const std::size_t places =
         loop_.limits_.waiting + (connection.handler->is_privileged() ? loop_.limits_.reserved : 0);
-    loop_.outside_.push_back(connection.channel.fd());
-    loop_.places_.wait(lock, [&] { return loop_.waiting_ < places || loop_.stopping_; });
+    loop_.places_.wait(lock, [&] { return loop_.waiting_ < places; });
     ++loop_.waiting_;
 }
 
 void LineServer::Loop::Worker::end_wait() noexcept
 {
     const std::lock_guard lock(loop_.mutex_);
-    --loop_.waiting_;
     const auto here = std::ranges::find(loop_.outside_, connection_->channel.fd());
     if (here != loop_.outside_.end())
         loop_.outside_.erase(here);
-    loop_.places_.notify_all();
 }
 
 // ---- Connections come and go ----
 
 void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
 {
-    for (int i = 0; i < kMaxAccepts && worker.leads_; ++i) {
+    // One that comes alone needs no second look: epoll will tell of the next.
+    const bool alone = ready_.empty() && event_count_ == 1;
+    const Deadline until = alone ? Deadline() : std::chrono::steady_clock::now() + kTurnsTime;
+    do {
         sockaddr_storage address{};
         socklen_t size = sizeof address;
         Fd socket(::accept4(listener.socket.socket.get(),
@@ -415,15 +446,10 @@ void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
         if (!socket) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                if (!std::exchange(in_trouble_, true))
-                    qv_log_print(kLogError, "cannot accept a connection: %s\n", std::strerror(errno));
-                make_room();
-                accept_again_ = now() + kAcceptPause;
-            }
+            if (errno != EAGAIN)
+                pause_accepting(errno);
             return;
         }
-        in_trouble_ = false;
         Peer peer = listener.local ? local_peer(socket.get()) : tcp_peer(address);
         if (!admit(peer))
             continue;
@@ -435,11 +461,46 @@ void LineServer::Loop::accept_all(Worker &worker, Listener &listener)
         connections_.emplace(&connection, std::move(owned));
         wait_in(connection, &first_);
         readable(worker, connection); // the request is mostly there already
+    } while (worker.leads_ && !alone && std::chrono::steady_clock::now() < until);
+}
+
+// A listener that cannot be served stays readable: it is not watched for a while, or the loop would spin.
+void LineServer::Loop::pause_accepting(int error)
+{
+    if (now() >= log_again_)
+        qv_log_print(kLogError, "cannot accept a connection: %s\n", std::strerror(error));
+    log_again_ = now() + kLogPause;
+    make_room();
+    watch_listeners(0);
+    accept_again_ = now() + kAcceptPause;
+}
+
+void LineServer::Loop::accept_again()
+{
+    if (accept_again_ == 0ms || now() < accept_again_)
+        return;
+    accept_again_ = 0ms;
+    watch_listeners(EPOLLIN);
+}
+
+void LineServer::Loop::watch_listeners(std::uint32_t events)
+{
+    for (const auto &listener : listeners_) {
+        epoll_event event{};
+        event.events = events;
+        event.data.u64 = reinterpret_cast<std::uintptr_t>(listener.get()) | 1U;
+        ::epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, listener->socket.socket.get(), &event);
     }
 }
 
 bool LineServer::Loop::admit(const Peer &peer)
 {
+    if (connections_.size() >= limits_.connections && !make_room()) {
+        if (!std::exchange(crowd_logged_, true))
+            qv_log_print(kLogWarning, "all %zu connections are busy, further ones are closed\n",
+                         connections_.size());
+        return false;
+    }
     if (!peer.local) {
         std::size_t &count = sources_[peer.address];
         if (count >= limits_.per_source) {
@@ -450,20 +511,23 @@ bool LineServer::Loop::admit(const Peer &peer)
         }
         ++count;
     }
-    if (connections_.size() >= limits_.connections)
-        make_room();
     return true;
 }
 
-void LineServer::Loop::make_room()
+// The one that was idle longest goes; where all have something to do, the one that takes no answer. False
+// when all are served.
+bool LineServer::Loop::make_room()
 {
     Connection *oldest = nullptr;
     for (const Patience *list : {&first_, &idle_, &draining_}) {
         if (!list->waiting.empty() && (!oldest || list->waiting.front()->since < oldest->since))
             oldest = list->waiting.front();
     }
+    if (!oldest && !sending_.waiting.empty())
+        oldest = sending_.waiting.front();
     if (oldest)
         close(*oldest);
+    return oldest != nullptr;
 }
 
 void LineServer::Loop::watch(Connection &connection, std::uint32_t events)
@@ -508,7 +572,9 @@ void LineServer::Loop::close(Connection &connection)
         if (source != sources_.end() && --source->second == 0)
             sources_.erase(source);
     }
-    connections_.erase(&connection); // closing the socket takes it out of epoll
+    // Closing the socket is not enough: a child that has not reached its exec yet holds it too.
+    watch(connection, 0);
+    connections_.erase(&connection);
 }
 
 int LineServer::Loop::milliseconds_to_wait() const
@@ -518,6 +584,8 @@ int LineServer::Loop::milliseconds_to_wait() const
         if (!list->waiting.empty())
             first = std::min(first, list->waiting.front()->since + list->patience);
     }
+    if (accept_again_ != 0ms)
+        first = std::min(first, accept_again_);
     if (first == Milliseconds::max())
         return -1;
     return static_cast<int>(std::clamp<long long>((first - now()).count() + 1, 0, 1000000));
@@ -529,11 +597,12 @@ void LineServer::Loop::end_late_ones(Worker &worker)
         while (worker.leads_ && !list->waiting.empty() &&
                list->waiting.front()->since + list->patience <= now()) {
             Connection &late = *list->waiting.front();
-            if (list == &sending_ || list == &draining_) {
-                qv_log_print(kLogDebug, "connection closed: an answer was not read\n");
+            if (list == &sending_ || list == &draining_ || !late.handler) {
+                qv_log_print(kLogDebug, "connection closed: %s\n",
+                             late.handler ? "an answer was not read" : "no handshake in time");
                 close(late);
             } else {
-                conclude(worker, late, late.input.empty() ? LineHandler::End::idle : LineHandler::End::bad);
+                serve(worker, late, late.input.empty() ? LineHandler::End::idle : LineHandler::End::bad);
             }
         }
     }
@@ -578,7 +647,7 @@ void LineServer::Loop::readable(Worker &worker, Connection &connection)
         return drain(connection);
     if (!connection.handler && !greet(connection))
         return;
-    const ssize_t n = connection.channel.read(worker.buffer_.data(), worker.buffer_.size());
+    const ssize_t n = connection.channel.read(buffer_.data(), buffer_.size());
     if (n < 0 && (errno == EAGAIN || errno == EINTR))
         return watch(connection, epoll_events(connection.channel.read_events()));
     if (n < 0) {
@@ -586,26 +655,28 @@ void LineServer::Loop::readable(Worker &worker, Connection &connection)
         return close(connection);
     }
     connection.input_ended = n == 0;
-    connection.input.append({worker.buffer_.data(), static_cast<std::size_t>(n)});
+    connection.all_read = connection.channel.in_clear() && static_cast<std::size_t>(n) < buffer_.size();
+    connection.input.append({buffer_.data(), static_cast<std::size_t>(n)});
     serve(worker, connection);
 }
 
 void LineServer::Loop::writable(Worker &worker, Connection &connection)
 {
-    if (!send_replies(worker, connection))
-        return;
-    if (connection.output.empty() && !connection.closing)
-        serve(worker, connection); // lines may have come before
-    else
+    if (send_replies(worker, connection))
         settle(connection);
 }
 
-// Runs the handler over what is there and leaves the connection in the state that follows. When the handler
-// waited, the thread does not lead any more: another leader takes the connection from here.
-void LineServer::Loop::serve(Worker &worker, Connection &connection)
+// Runs the handler over what is there, or tells it the end, and leaves the connection in the state that
+// follows. When the handler waited, the thread does not lead any more: what it can send is sent, for the loop
+// may have ended by now, then a leader takes the connection from here.
+void LineServer::Loop::serve(Worker &worker, Connection &connection, std::optional<LineHandler::End> end)
 {
+    worker.connection_ = &connection;
     try {
-        converse(worker, connection);
+        if (end)
+            conclude(worker, connection, *end);
+        else
+            converse(worker, connection);
     } catch (const std::exception &error) {
         qv_log_print(kLogError, "a connection failed: %s\n", error.what());
         connection.closing = connection.input_ended = true;
@@ -617,37 +688,44 @@ void LineServer::Loop::serve(Worker &worker, Connection &connection)
             settle(connection);
         return;
     }
-    connection.output.append(worker.replies_.text());
-    worker.replies_.clear();
+    if (!send_some(worker.replies_, connection))
+        connection.closing = connection.input_ended = true;
     const std::lock_guard lock(mutex_);
+    --waiting_;
+    places_.notify_all();
     returned_.push_back(&connection);
     wake();
 }
 
+std::size_t LineServer::Loop::line_limit(const Connection &connection)
+{
+    const std::size_t limit = connection.handler->max_line_bytes();
+    return limit == kMaxLineBytes ? limit + 1 : limit; // with the newline
+}
+
 void LineServer::Loop::converse(Worker &worker, Connection &connection)
 {
-    worker.connection_ = &connection;
     LineHandler &handler = *connection.handler;
-    for (std::size_t lines = 0; lines < kSliceLines && !connection.closing; ++lines) {
-        const std::size_t limit = handler.max_line_bytes();
-        const bool whole = connection.input.has_line(limit + (limit == kMaxLineBytes ? 1 : 0));
-        if (!whole && (!connection.input_ended || connection.input.empty())) {
-            if (connection.input_ended) {
-                handler.end(LineHandler::End::input, worker);
-                connection.closing = true;
-            }
+    std::optional<Deadline> until; // a line that comes alone needs no clock
+    while (!connection.closing) {
+        const std::size_t limit = line_limit(connection);
+        const bool whole = connection.input.has_line(limit);
+        if (!whole && connection.input_ended && connection.input.empty())
+            conclude(worker, connection, LineHandler::End::input);
+        if (!whole && (connection.closing || !connection.input_ended))
             break;
-        }
-        const std::string_view line = connection.input.take(limit + (limit == kMaxLineBytes ? 1 : 0));
+        const std::string_view line = connection.input.take(limit);
+        if (!until && !connection.input.empty())
+            until = std::chrono::steady_clock::now() + kSliceTime;
         connection.answered = true;
         if (line.size() > kMaxLineBytes && line.back() != '\n') {
             qv_log_print(kLogDebug, "connection closed: a line is too long\n");
-            handler.end(LineHandler::End::bad, worker);
-            connection.closing = true;
+            conclude(worker, connection, LineHandler::End::bad);
         } else if (handler.line(line, worker) == LineHandler::Next::close) {
             connection.closing = true;
         }
-        if (worker.replies_.size() > kSliceReplyBytes)
+        if (worker.replies_.size() > kSliceReplyBytes ||
+            (until && std::chrono::steady_clock::now() >= *until))
             break;
     }
     connection.input.tidy();
@@ -655,46 +733,31 @@ void LineServer::Loop::converse(Worker &worker, Connection &connection)
 
 void LineServer::Loop::conclude(Worker &worker, Connection &connection, LineHandler::End why)
 {
-    if (!connection.handler) {
-        qv_log_print(kLogDebug, "connection closed: no handshake in time\n");
-        return close(connection);
-    }
-    worker.connection_ = &connection;
     connection.handler->end(why, worker);
-    worker.connection_ = nullptr;
     connection.closing = true;
-    if (send_replies(worker, connection))
-        settle(connection);
 }
 
-// False when the connection is gone.
-bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
+// Sends what the client takes now, the rest is kept. False when nobody is there to be told the rest.
+bool LineServer::Loop::send_some(ReplyStream &replies, Connection &connection)
 {
-    std::string_view text = worker.replies_.text();
-    if (worker.replies_.broken()) {
-        worker.replies_.clear();
-        close(connection);
-        return false;
-    }
+    std::string_view text = replies.text();
+    bool good = !replies.broken();
     if (!connection.output.empty()) {
         connection.output.append(text);
         text = std::string_view(connection.output).substr(connection.sent);
     }
     std::size_t taken = 0;
-    while (taken < text.size()) {
+    while (good && taken < text.size()) {
         const ssize_t n = connection.channel.write(text.substr(taken));
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0 && errno == EAGAIN)
             break;
-        if (n < 0) {
-            worker.replies_.clear();
-            close(connection);
-            return false;
-        }
-        taken += static_cast<std::size_t>(n);
+        good = n >= 0;
+        if (good)
+            taken += static_cast<std::size_t>(n);
     }
-    if (taken == text.size()) {
+    if (!good || taken == text.size()) {
         connection.output = std::string();
         connection.sent = 0;
     } else if (!connection.output.empty()) {
@@ -702,15 +765,27 @@ bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
     } else {
         connection.output = text.substr(taken);
     }
-    if (taken > 0 && connection.list == &sending_)
+    replies.clear();
+    return good;
+}
+
+// False when the connection is gone.
+bool LineServer::Loop::send_replies(Worker &worker, Connection &connection)
+{
+    const std::size_t sent = connection.sent;
+    if (!send_some(worker.replies_, connection)) {
+        close(connection);
+        return false;
+    }
+    if (connection.sent > sent && connection.list == &sending_)
         wait_in(connection, &sending_); // it reads: its patience begins anew
-    worker.replies_.clear();
     return true;
 }
 
 // What the connection waits for from now on.
 void LineServer::Loop::settle(Connection &connection)
 {
+    const bool all_read = std::exchange(connection.all_read, false);
     const bool unsent =
         !connection.output.empty() || (connection.closing && !connection.channel.finish() && errno == EAGAIN);
     if (unsent) {
@@ -720,10 +795,11 @@ void LineServer::Loop::settle(Connection &connection)
         return;
     }
     if (connection.closing)
-        return drain(connection);
-    if (connection.input.has_line(connection.handler->max_line_bytes()) || connection.input_ended) {
-        if (!std::exchange(connection.ready, true))
-            ready_.push_back(&connection);
+        return all_read ? close(connection) : drain(connection);
+    if (connection.input.has_line(line_limit(connection)) || connection.input_ended) {
+        wait_in(connection, nullptr); // now it is we who are late
+        connection.ready = true;
+        ready_.push_back(&connection);
         return;
     }
     watch(connection, EPOLLIN);
@@ -766,9 +842,7 @@ void LineServer::Loop::take_returned(Worker &worker)
         returned.swap(returned_);
     }
     for (Connection *connection : returned) {
-        if (connection->output.empty() && !connection->closing)
-            settle(*connection);
-        else if (send_replies(worker, *connection))
+        if (send_replies(worker, *connection))
             settle(*connection);
     }
 }
@@ -787,10 +861,9 @@ bool LineServer::Loop::stop(Milliseconds patience)
         ::shutdown(socket, SHUT_RDWR);
     wake();
     followers_.notify_all();
-    places_.notify_all();
     const bool ended = followers_.wait_for(lock, patience, [this] { return threads_ == 0; });
     if (!ended) {
-        qv_log_print(kLogWarning, "%zu server threads did not end in time\n", threads_);
+        qv_log_print(kLogWarning, "server threads did not end in time: %zu\n", threads_);
         return false;
     }
     connections_.clear();

@@ -36,7 +36,8 @@ class LineConnection {
     virtual std::FILE *out() = 0;
 
     /// Around what makes a command wait on the outside world: replies are sent, and other connections are
-    /// served meanwhile. Only so many wait at once (ServerLimits): begin_wait() returns when there is room.
+    /// served meanwhile. Only so many commands that wait run at once (ServerLimits): the first begin_wait()
+    /// of a line returns when there is room.
     virtual void begin_wait() noexcept = 0;
     virtual void end_wait() noexcept = 0;
 

@@ -41,7 +41,7 @@ Version ask_version()
     const Unlocked unlocked;
     std::string reply;
     if (qvcd_remote_buf_send_command(kUnitAddress, kUnitPort, 0, "getv System.Info.Version.firmware", reply,
-                                     kMaxValueBytes) < 0 ||
+                                     kMaxValueBytes) != 0 ||
         reply.empty())
         return {};
     if (reply.ends_with('\n'))

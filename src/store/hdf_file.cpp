@@ -109,34 +109,6 @@ int replace(const std::string &path, const std::string &text, FileKind kind)
     return EINVAL;
 }
 
-bool write_text(const std::string &path, const std::string &text, Node node, FileKind kind)
-{
-    if (!reads_back(text, node)) {
-        qv_log_print(kLogError, "Can not write %s: a value does not fit into the file's syntax\n",
-                     qv_device_path(path).c_str());
-        return false;
-    }
-    if (const int error = replace(path, text, kind)) {
-        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
-        return false;
-    }
-    return true;
-}
-
-void append_lines(Node node, std::string &name, std::string &text)
-{
-    for (const Node child : node) {
-        const std::size_t size = name.size();
-        if (size)
-            name += '.';
-        name += child.name();
-        if (const auto value = child.value())
-            text.append(name).append("=").append(*value).append("\n");
-        append_lines(child, name, text);
-        name.resize(size);
-    }
-}
-
 } // namespace
 
 HdfRead hdf_read_own_file(const std::string &path, Tree &into)
@@ -190,15 +162,17 @@ std::string hdf_text(Node node)
 
 bool hdf_write_file(const std::string &path, Node node, FileKind kind)
 {
-    return write_text(path, hdf_text(node), node, kind);
-}
-
-bool hdf_write_flat_file(const std::string &path, Node node, FileKind kind)
-{
-    std::string text;
-    std::string name;
-    append_lines(node, name, text);
-    return write_text(path, text, node, kind);
+    const std::string text = hdf_text(node);
+    if (!reads_back(text, node)) {
+        qv_log_print(kLogError, "Can not write %s: a value does not fit into the file's syntax\n",
+                     qv_device_path(path).c_str());
+        return false;
+    }
+    if (const int error = replace(path, text, kind)) {
+        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
+        return false;
+    }
+    return true;
 }
 
 } // namespace qvcd

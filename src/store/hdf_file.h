@@ -45,7 +45,4 @@ enum class FileKind {
 /// success, else the reason is logged at priority 3 and the old file is as it was. Keeps the command lock.
 bool hdf_write_file(const std::string &path, Node node, FileKind kind = FileKind::open);
 
-/// The same as one "dotted.name=value" line for every node below that has a value.
-bool hdf_write_flat_file(const std::string &path, Node node, FileKind kind = FileKind::open);
-
 } // namespace qvcd

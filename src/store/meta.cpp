@@ -11,6 +11,16 @@ namespace qvcd {
 namespace {
 
 constexpr std::size_t kUsualDepth = 8;
+constexpr int kMaxLinks = 8;
+
+// Links in a circle lead nowhere that could be shown.
+bool is_or_leads_to_password(const MetaApi &api, int links)
+{
+    if (links == 0 || api.look("type").value_or("").find("password") != std::string_view::npos)
+        return true;
+    const auto link = api.own("link");
+    return link && is_or_leads_to_password(MetaApi(*link), links - 1);
+}
 
 // Clients may name attributes as if they were APIs.
 bool is_attribute(Node node)
@@ -82,10 +92,7 @@ unsigned MetaApi::perm()
 
 bool MetaApi::is_password() const
 {
-    const auto speaks_of_it = [](const MetaApi &api) {
-        return api.look("type").value_or("").find("password") != std::string_view::npos;
-    };
-    return speaks_of_it(*this) || speaks_of_it(MetaApi(own("link").value_or("")));
+    return is_or_leads_to_password(*this, kMaxLinks);
 }
 
 bool MetaApi::visible_to(unsigned mask)
@@ -143,7 +150,9 @@ std::string shown_value(std::string_view api, std::string_view value)
 
 std::string value_for_log(std::string_view api, std::string_view value)
 {
-    return std::string(name_kind(api) == NameKind::api && !meta_is_password(api) ? value : kHiddenPassword);
+    const MetaApi meta(api);
+    const bool known = name_kind(api) == NameKind::api || meta.own("attr"); // it may have no value yet
+    return std::string(known && !meta.is_secret() ? value : kHiddenPassword);
 }
 
 std::string name_for_log(std::string_view name)

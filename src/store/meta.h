@@ -37,7 +37,8 @@ class MetaApi {
 
     unsigned perm();
     bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
-    /// The inherited "type", or that of the API that "link" names, speaks of a password: no reply shows it.
+    /// The inherited "type", or that of an API to which "link" leads, over others too, speaks of a password:
+    /// no reply shows it.
     bool is_password() const;
 
     /// A password, or what a reader built from one and marked with the API's own "secret": not for logs and

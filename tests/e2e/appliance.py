@@ -212,12 +212,13 @@ class Events:
 
 
 class Reservation:
-    """A free TCP port that nobody else draws while we hold it. The server that is to have it must set SO_REUSEADDR."""
+    """A free TCP port that nobody else draws, on whatever address, while we hold it. The server that is to have it must
+    set SO_REUSEADDR."""
 
     def __init__(self):
         self.socket = socket.socket()
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        self.socket.bind(("127.0.0.1", 0))
+        self.socket.bind(("0.0.0.0", 0))
         self.port = self.socket.getsockname()[1]
 
     def close(self):

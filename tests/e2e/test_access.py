@@ -215,9 +215,9 @@ def test_wrong_passwords_hold_up_who_gives_them(make):
     for password in ("oper", "guess"):
         reply = guesser.ask(f"login op {password} 10.1.1.1")
         assert re.fullmatch(r"##Try again in \d+ s#", reply.lines[0]) and reply.code == 1
-    for i in range(5):
-        assert guesser.ask(f"login nobody{i} x") == Reply(["##Invalid user#"], 1)
-    assert guesser.ask("login nobody9 x").lines[0].startswith("##Try again in ")
+    for _ in range(5):
+        assert guesser.ask("login nobody x") == Reply(["##Invalid user#"], 1)
+    assert guesser.ask("login nobody x").lines[0].startswith("##Try again in ")
     # Nobody else, and nothing else of his, is slowed; not a thread waits.
     refused = [guesser.connect() for _ in range(40)]
     for connection in refused:

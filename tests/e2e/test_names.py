@@ -49,10 +49,14 @@ Linked.secret.default = topsecret
 Linked.to.attr = t
 Linked.to.default = d
 Linked.to.link = Linked.secret
+Linked.far.attr = f
+Linked.far.default = d
+Linked.far.link = Linked.to
 List.perm = 7777
 List.read = no_rfunc
 List.file = none
 List.add = profile_addfunc
+List.remove = profile_removefunc
 List.names.attr = n
 Unread.perm = 2222
 Unread.x.attr = x
@@ -164,6 +168,13 @@ def test_delete_takes_only_what_was_inserted(a, argument):
     assert everything(a) == before
 
 
+@pytest.mark.parametrize("command", ["add List.names.attr=x", "remove List.names.attr=x", "add Nowhere=x"])
+def test_an_attribute_is_no_list(a, command):
+    before = everything(a)
+    assert a.command(command) == Reply([], 0)
+    assert everything(a) == before
+
+
 def test_queries_change_nothing(a):
     before = everything(a)
     for query in ("metav sub.attr Web.group", "metav default Web.clone", "metav introspect Web.port", "metav mod Web.port",
@@ -189,8 +200,8 @@ def test_passwords_are_shown_to_nobody(a):
         lines = a.command(command).lines
         assert not any("topsecret" in line for line in lines if ".default=" not in line), command
     assert a.command("get Linked.to,Live.secret").lines == ["Linked.to=*******", "Live.secret=*******"]
-    a.command("set Linked.secret=anothersecret")
-    for command in ("checkmod", "save", "revert"):
+    a.command("set Linked.secret=anothersecret Linked.to=anothersecret2")
+    for command in ("checkmod", "get", "geti", "save", "revert"):
         assert "anothersecret" not in "".join(a.command(f"{command} Linked").lines)
 
 

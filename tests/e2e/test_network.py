@@ -192,15 +192,18 @@ def test_bonding_takes_the_servers_address_and_asks_its_unit(network):
     assert a.get("VideoStreamer.Links.1.Eth0.rtsp") == "rtsp://bond.example/stream1"
     assert bond(network) == {"mode": "bond", "state": "up", "status": "paused", "version": "n/a"}
 
-    with Appliance(shipped=True) as unit:  # another box, at the unit's address
-        joined = ["nsenter", "--target", str(a.process.pid), "--net", str(BIN_DIR / "qvcd"), "-g", "-P", "81"]
-        daemon = subprocess.Popen(joined, env=unit.environment(), start_new_session=True)
-        try:
-            wait_until(unit_answers(unit), "the unit's first answer")
-            assert bond(network)["version"] == unit.command("getv System.Info.Version.firmware").lines[0]
-        finally:
-            daemon.send_signal(2)
-            assert daemon.wait(30) == 0
+    # Another box, at the unit's address: it tells its version to whom it trusts.
+    for options, tells in (["--trust-tcp=none"], False), ([f"--trust-tcp={UNIT}"], True):
+        with Appliance(shipped=True) as unit:
+            joined = ["nsenter", "--target", str(a.process.pid), "--net", str(BIN_DIR / "qvcd"), "-g", "-P", "81", *options]
+            daemon = subprocess.Popen(joined, env=unit.environment(), start_new_session=True)
+            try:
+                wait_until(unit_answers(unit), "the unit's first answer")
+                version = unit.command("getv System.Info.Version.firmware").lines[0]
+                assert bond(network)["version"] == (version if tells else "n/a")
+            finally:
+                daemon.send_signal(2)
+                assert daemon.wait(30) == 0
     a.write("/var/run/bond/state", "down\n")
     assert bond(network) == {"mode": "disabled", "state": "down", "status": "paused", "version": "n/a"}
 

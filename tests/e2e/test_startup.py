@@ -30,12 +30,7 @@ Usage: {QVCD} [OPTIONS] arguments
 \t-u <file> : User permission file
 \t-v <level>: Log level. 0-error, 1-warn, 2-info, 3-chitchat, 4-debug
 \t-w        : Disable the watchdog
-\t--tls-cert <file>: Speak TLS on the network socket, with this certificate
-\t--tls-key <file>: Private key of the certificate
-\t--tls-client-ca <file>: Demand certificates of these authorities; their common name is the user
 \t-h        : This help menu
-\t--hash-passwords: Keep hashes in place of passwords in the user file
-\t--trust-tcp=<sources>: From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all
 """
 
 

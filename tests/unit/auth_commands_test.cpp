@@ -199,7 +199,7 @@ TEST_F(CommandsTest, LifeOfASession)
     const std::string time = sessionDB.get_or("Session." + n + ".login", "");
     EXPECT_EQ((Answer{0, "session=" + n + "\nuser=admin\nperm=777\ngroup=1\nlogin=" + time +
                              "\nip=10.0.0.7\nserver=web\n"}),
-              ask(getSessionRecord.handler, 0, {n}));
+              ask(getSessionRecord.handler, kAdmin, {n}));
     EXPECT_EQ(
         (Answer{0,
                 "Session {\n  0 {\n    user = root\n    perm = 7777\n    group = 0\n    login = root\n  }\n"

@@ -248,7 +248,7 @@ TEST_F(SessionTest, WrongPasswordsHoldUpNobodyElse)
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(kWrongPassword, login("viewer", "guess", "10.0.0.7", web));
         EXPECT_EQ(kWrongPassword, login("viewer", "guess", "10.0.0." + std::to_string(i), stranger));
-        EXPECT_EQ(kUnknownUser, login("x" + std::to_string(i), "guess", {}, stranger));
+        EXPECT_EQ(kUnknownUser, login("x9", "guess", {}, stranger));
     }
     const LoginResult early = session_login({"viewer", {"a b"}, "10.0.0.7", {}}, web);
     EXPECT_EQ(kTooEarly, early.session);

@@ -299,6 +299,7 @@ TEST_F(CheckTest, ErrorsAndLogs)
               std::string(API_E_INVALID_BOOLEAN_VALUE) + ": " + times(255 - 24 - 2, 'v'));
     EXPECT_EQ(check("boolean", "a\nb\r\t\x7f\x1b[c"),
               std::string(API_E_INVALID_BOOLEAN_VALUE) + ": a b    [c");
+    metaDB.set(std::string(kApi) + ".attr", "name");
     const TempFolder folder;
     qv_log_start(4, false, false, folder.path("log").c_str(), false, "test");
     check("password 8 63", "Secret");
@@ -311,11 +312,12 @@ TEST_F(CheckTest, ErrorsAndLogs)
     check("no_such_type", "Public\nforged");
     qv_log_stop();
     const std::string log = folder.read("log");
-    for (const char *line : {"   Encoder.Profiles.name: password fail [##Password too short#: *******]\n",
-                             "Undefined check function: param:Encoder.Profiles.name value:*******\n",
-                             "boolean fail [##Invalid boolean value#: *******]\n",
-                             "boolean fail [##Invalid boolean value#: Public forged]\n",
-                             "Undefined check function: param:Encoder.Profiles.name value:Public forged\n"})
+    for (const char *line :
+         {"   Encoder.Profiles.name: password fail [##Password too short#: *******]\n",
+          "Undefined check function: param:Encoder.Profiles.name value:*******\n",
+          "boolean fail [##Invalid boolean value#: *******]\n",
+          "boolean fail [##Invalid boolean value#: Public forged]\n",
+          "Undefined check function: param:Encoder.Profiles.name value:Public\\x0Aforged\n"})
         EXPECT_NE(log.find(line), std::string::npos) << line << log;
     EXPECT_EQ(log.find("Secret"), std::string::npos);
     EXPECT_EQ(log.find("\nforged"), std::string::npos);

@@ -306,9 +306,6 @@ TEST_F(Funcs, ApplyFunctions)
     EXPECT_EQ(result, 0); // only "apply" runs something
     afuncmap_apply_direct(request, "apply", "A.none", "settime_apply", result);
     EXPECT_EQ(result, -1);
-    meta({{"B.apply", "initd_restart web, syscall exit 2"}});
-    EXPECT_EQ(afuncmap_apply(request, "apply", "B"), 2 << 8);
-    EXPECT_EQ(file("log"), "web restart\nweb restart\n");
 }
 
 // ---- Population ----

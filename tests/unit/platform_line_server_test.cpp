@@ -9,8 +9,10 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -48,18 +50,27 @@ class Gate {
 // Echoes lines until an empty one; tells how the conversation ended.
 class Echo : public LineHandler {
   public:
-    Echo(Gate &gate, const Peer &peer) : gate_(gate), peer_(peer) {}
+    Echo(Gate &gate, Gate &second, const Peer &peer) : gate_(gate), second_(second), peer_(peer) {}
 
     Next line(std::string_view line, LineConnection &connection) override
     {
         if (line == "\n")
             return say("@\n", connection), Next::close;
+        ++lines;
+        if (line.starts_with('#'))
+            return Next::go_on;
         if (line == "throw\n")
             throw std::runtime_error("on demand");
-        if (line == "wait\n") {
-            connection.begin_wait();
-            gate_.pass();
-            connection.end_wait();
+        wait_at_end_ = line == "wait at the end\n";
+        if (line == "wait for the second\n")
+            wait(connection, second_);
+        else if (line.starts_with("wait") && !wait_at_end_)
+            wait(connection, gate_);
+        if (line.ends_with("wait again\n"))
+            wait(connection, gate_);
+        if (line.ends_with("nap\n")) {
+            ++naps;
+            std::this_thread::sleep_for(5ms);
         }
         if (line == "big\n")
             return say(std::string(8 << 20, 'x') + "\n", connection), Next::go_on;
@@ -75,25 +86,55 @@ class Echo : public LineHandler {
     }
     void end(End why, LineConnection &connection) override
     {
+        if (wait_at_end_)
+            wait(connection, gate_);
         constexpr const char *kTexts[] = {"input\n", "idle\n", "bad\n", "crowded\n"};
         say(kTexts[static_cast<int>(why)], connection);
     }
 
+    static inline std::atomic<std::size_t> lines{0};
+    static inline std::atomic<int> naps{0};
+
   private:
+    static void wait(LineConnection &connection, Gate &gate)
+    {
+        connection.begin_wait();
+        gate.pass();
+        connection.end_wait();
+    }
     static void say(const std::string &text, LineConnection &connection)
     {
         std::fputs(text.c_str(), connection.out());
     }
-    Gate &gate_;
+    Gate &gate_, &second_;
     Peer peer_;
+    bool wait_at_end_ = false;
 };
+
+std::chrono::microseconds cpu_time_used()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto of = [](const timeval &t) {
+        return std::chrono::seconds(t.tv_sec) + std::chrono::microseconds(t.tv_usec);
+    };
+    return of(usage.ru_utime) + of(usage.ru_stime);
+}
+
+std::string times(int n, const std::string &text)
+{
+    std::string all;
+    while (n-- > 0)
+        all += text;
+    return all;
+}
 
 class Lines : public testing::Test {
   protected:
     void start(ServerLimits limits = {})
     {
         server = std::make_unique<LineServer>(
-            [this](const Peer &peer) { return std::make_unique<Echo>(gate, peer); }, limits);
+            [this](const Peer &peer) { return std::make_unique<Echo>(gate, second, peer); }, limits);
         auto listener = listen_unix("lines");
         ASSERT_TRUE(listener);
         server->listen(std::move(*listener));
@@ -108,6 +149,7 @@ class Lines : public testing::Test {
     void TearDown() override
     {
         gate.open();
+        second.open();
         if (server) {
             EXPECT_TRUE(server->stop(kLong));
         }
@@ -115,7 +157,7 @@ class Lines : public testing::Test {
     static TestClient local() { return TestClient::of("lines"); }
     TestClient tcp() const { return TestClient(connect_tcp("127.0.0.1", port, kLong)); }
 
-    Gate gate;
+    Gate gate, second;
     std::unique_ptr<LineServer> server;
     std::string port;
 };
@@ -203,20 +245,28 @@ TEST_F(Lines, WhoWaitsHoldsUpNobody)
     EXPECT_EQ(gate.inside, 5);
 }
 
+TEST_F(Lines, WhoWaitsTwiceQueuesOnce)
+{
+    start({.waiting = 1, .reserved = 0});
+    TestClient twice = local();
+    ASSERT_TRUE(twice.say("wait, then wait again\n"));
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
+    TestClient queues = local();
+    ASSERT_TRUE(queues.say("x\nwait for the second\n\n"));
+    EXPECT_EQ(queues.line(), "<x\n");
+    gate.open();
+    EXPECT_EQ(twice.line(), "<wait, then wait again\n");
+    second.open();
+    EXPECT_EQ(queues.all(), "<wait for the second\n@\n");
+}
+
 TEST_F(Lines, WhoDoesNotReadHoldsUpNobodyAndGetsAllInTheEnd)
 {
     start();
     TestClient slow = local();
     ASSERT_TRUE(slow.say("big\nbig\nx\n"));
     TestClient flood = local();
-    std::thread flooding([&] {
-        flood.say(std::string(200000, '\n').replace(0, 199999, [] {
-            std::string lines;
-            while (lines.size() + 2 <= 199999)
-                lines += "y\n";
-            return lines;
-        }()));
-    });
+    std::thread flooding([&] { flood.say(times(100000, "y\n")); });
     TestClient quick = tcp();
     ASSERT_TRUE(quick.say("x\n\n"));
     EXPECT_EQ(quick.all(), "<x\n@\n");
@@ -228,6 +278,67 @@ TEST_F(Lines, WhoDoesNotReadHoldsUpNobodyAndGetsAllInTheEnd)
     flood.end_input();
     flood.all();
     flooding.join();
+}
+
+TEST_F(Lines, WhoSaysTooMuchWaitsHisTurn)
+{
+    start();
+    TestClient flood = local();
+    Echo::lines = 0;
+    const std::string remark = "#" + std::string(30, '-') + "\n";
+    ASSERT_TRUE(flood.say(times(100000, remark))); // 3 MB; what is not handled is not read either
+    EXPECT_GT(Echo::lines, 100000U - (1U << 20) / remark.size());
+
+    std::vector<TestClient> floods;
+    for (int i = 0; i < 20; ++i) {
+        floods.push_back(local());
+        ASSERT_TRUE(floods.back().say(times(100, "nap\n")));
+    }
+    TestClient polite = tcp();
+    const int before = Echo::naps;
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(polite.say("x\n"));
+        EXPECT_EQ(polite.line(), "<x\n");
+    }
+    EXPECT_LT(Echo::naps - before, 1000); // of 2000
+}
+
+// What the loop can do nothing about just now must not keep it running.
+TEST_F(Lines, TheLoopRestsWhenThereIsNothingToDo)
+{
+    start();
+    const auto rests = [](const char *what) {
+        std::this_thread::sleep_for(100ms);
+        const auto before = cpu_time_used();
+        std::this_thread::sleep_for(400ms);
+        EXPECT_LT(cpu_time_used() - before, 40ms) << what;
+    };
+    TestClient longest = local();
+    ASSERT_TRUE(longest.say(std::string(kMaxLineBytes, 'x')));
+    rests("the longest line, without its end");
+    ASSERT_TRUE(longest.say("\n\n"));
+    EXPECT_EQ(longest.all().size(), kMaxLineBytes + 4);
+
+    TestClient waiting = local();
+    ASSERT_TRUE(waiting.say("wait\n")); // makes no room
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    Fd client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const rlimit none{static_cast<rlim_t>(::dup(client.get())), limit.rlim_max};
+    ::close(static_cast<int>(none.rlim_cur));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qv_ipc_socket_path("lines").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const int connected =
+        ::connect(client.get(), static_cast<sockaddr *>(static_cast<void *>(&address)), sizeof address);
+    rests("a connection, and no descriptors left");
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_EQ(connected, 0);
+    TestClient late(std::move(client));
+    ASSERT_TRUE(late.say("x\n\n"));
+    EXPECT_EQ(late.all(), "<x\n@\n");
 }
 
 TEST_F(Lines, TimeIsLimited)
@@ -242,6 +353,18 @@ TEST_F(Lines, TimeIsLimited)
     ASSERT_TRUE(pausing.say("x\n"));
     EXPECT_EQ(pausing.line(), "<x\n");
     EXPECT_EQ(pausing.all(), "idle\n");
+    TestClient busy = local();
+    ASSERT_TRUE(busy.say(times(150, "nap\n"))); // its time does not run while the server works for it
+    busy.end_input();
+    EXPECT_EQ(busy.all(), times(150, "<nap\n") + "input\n");
+    TestClient waiting = local();
+    ASSERT_TRUE(waiting.say("wait at the end\n"));
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
+    TestClient other = local();
+    ASSERT_TRUE(other.say("x\n\n"));
+    EXPECT_EQ(other.all(), "<x\n@\n");
+    gate.open();
+    EXPECT_EQ(waiting.all(), "<wait at the end\nidle\n");
     TestClient dribbling = local();
     ASSERT_TRUE(dribbling.say("x\n"));
     for (bool open = true; open; std::this_thread::sleep_for(5ms))
@@ -249,7 +372,10 @@ TEST_F(Lines, TimeIsLimited)
     EXPECT_EQ(dribbling.all(), "<x\nbad\n");
     TestClient deaf = local();
     ASSERT_TRUE(deaf.say("big\n"));
-    std::this_thread::sleep_for(300ms); // it could have read
+    EXPECT_TRUE(comes_true([&] { // it could have read
+        pollfd entry{deaf.fd(), 0, 0};
+        return ::poll(&entry, 1, 0) > 0 && (entry.revents & POLLHUP) != 0;
+    }));
     EXPECT_LT(deaf.all().size(), 8U << 20);
 }
 
@@ -271,6 +397,21 @@ TEST_F(Lines, TheLongestIdleMakesRoom)
     EXPECT_EQ(one_source.back().all(), "");
     ASSERT_TRUE(one_source.front().say("\n"));
     EXPECT_EQ(one_source.front().all(), "@\n");
+}
+
+TEST_F(Lines, WhoIsBusyMakesNoRoom)
+{
+    start({.connections = 1});
+    TestClient waiting = local();
+    ASSERT_TRUE(waiting.say("wait, then nap\n\n"));
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
+    EXPECT_EQ(tcp().all(), "");
+    Echo::naps = 0;
+    gate.open();
+    EXPECT_TRUE(comes_true([] { return Echo::naps == 1; }));
+    EXPECT_TRUE(server->stop(kLong));
+    server.reset();
+    EXPECT_EQ(waiting.line(), "<wait, then nap\n"); // what was done is told, though the server stops
 }
 
 TEST_F(Lines, ManyAtOnce)

@@ -111,7 +111,7 @@ TEST(TlsChannel, TheFarewellWaitsForItsPlace)
 {
     Ends ends;
     char byte = 'x';
-    read_told(ends.client); // the session tickets
+    read_told(ends.client);                                     // the session tickets
     while (send(ends.server.fd(), &byte, 1, MSG_DONTWAIT) == 1) // fills the socket behind its back
         continue;
     EXPECT_FALSE(ends.server.finish());
