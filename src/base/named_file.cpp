@@ -117,6 +117,7 @@ int write_device(const Place &place, std::string_view text)
 
 int put_new_file(const Place &place, std::string_view text, unsigned mode)
 {
+    remove_left_overs(place.folder.get());
     NewFile file(place.folder.get());
     if (const int error = file.make())
         return error;

@@ -8,6 +8,8 @@
 #include "platform/sysroot.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -53,6 +55,19 @@ std::vector<JournalEntry> journal_entries(const Replacements &files, const Error
     return entries;
 }
 
+bool is_canceled(const FileChange &change, const Errors &errors)
+{
+    return std::ranges::any_of(change.after, [&](std::size_t before) { return errors[before] != 0; });
+}
+
+void cancel(const std::vector<FileChange> &changes, Errors &errors)
+{
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        if (!errors[i] && is_canceled(changes[i], errors))
+            errors[i] = ECANCELED;
+    }
+}
+
 class Folders {
   public:
     int flush(const std::string &folder)
@@ -81,7 +96,7 @@ bool recover(const JournalEntry &entry)
     if (text.missing())
         return false; // it has its place already
     const bool torn = !text.error && (text.text.size() != entry.size || text_hash(text.text) != entry.hash);
-    const bool finished = !torn && finish(entry, text);
+    const bool finished = !torn && (finish(entry, text) || finish(entry, text));
     unlink(entry.new_path.c_str());
     qv_log_print(finished ? kLogNotice : kLogError, "%s the replacement of %s that was cut off\n",
                  finished ? "Finished" : "Can not finish", qv_device_path(entry.target).c_str());
@@ -101,6 +116,7 @@ std::vector<int> FileSet::commit_here()
     Replacements files(changes_.begin(), changes_.end());
     Errors errors(files.size(), 0);
     prepare(files, errors);
+    cancel(changes_, errors);
     const std::vector<JournalEntry> entries = journal_entries(files, errors);
     Folders before;
     for (const JournalEntry &entry : entries) // what the journal names must be there after a power cut
@@ -108,7 +124,7 @@ std::vector<int> FileSet::commit_here()
     const Journal journal(entries);
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!errors[i])
-            errors[i] = files[i].put();
+            errors[i] = is_canceled(changes_[i], errors) ? ECANCELED : files[i].put();
     }
     Folders after;
     for (std::size_t i = 0; i < files.size(); ++i) {
@@ -122,10 +138,16 @@ std::vector<int> FileSet::commit_here()
 
 int recover_file_sets()
 {
-    const FileText text = read_whole_file(qv_sysroot_path(kJournal));
-    if (text.missing() || (!text.error && text.text.empty()))
+    const std::string path = qv_sysroot_path(kJournal);
+    FileText text = read_whole_file(path);
+    if (text.error && !text.missing())
+        text = read_whole_file(path); // what was short may be there now
+    if (text.error && !text.missing())
+        qv_log_print(kLogError, "Can not read %s: %s. A save may be half done\n", kJournal,
+                     std::strerror(text.error));
+    if (text.error || text.text.empty())
         return 0;
-    const auto entries = text.error ? std::nullopt : parse_journal(text.text);
+    const auto entries = parse_journal(text.text);
     if (!entries)
         qv_log_print(kLogNotice, "%s is not whole: no file was replaced yet\n", kJournal);
     const auto finished =

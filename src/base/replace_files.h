@@ -30,13 +30,18 @@ struct FileChange {
     std::string text;
     unsigned mode = 0666;
     Kind kind = Kind::plain;
+    std::vector<std::size_t> after = {}; ///< changes of the set that come before it: ECANCELED when one fails
 };
 
 /// Files that change together, once. What can be replaced is, whatever becomes of the others.
 class FileSet {
   public:
-    void add(FileChange change) { changes_.push_back(std::move(change)); }
-    bool empty() const { return changes_.empty(); }
+    /// Returns how many were added before.
+    std::size_t add(FileChange change)
+    {
+        changes_.push_back(std::move(change));
+        return changes_.size() - 1;
+    }
 
     /// Replaces the files. Returns for each, in the order they were added, 0 or the errno of what failed: its
     /// old text is there then, but where the folder could not be flushed, which leaves the new text for as
@@ -50,15 +55,18 @@ class FileSet {
     std::vector<FileChange> changes_;
 };
 
-/// The file that a path stands for: the target of its symbolic links, existing or not, in the real folder.
-/// Two names of one file give one path.
-std::string real_file(const std::string &path);
+/// The file that a path stands for: the target of its symbolic links, existing or not, in the real folder, so
+/// that two names of one file give one path. Returns 0, or the errno of what keeps it from being known.
+int real_file(const std::string &path, std::string &real);
 
 inline constexpr char kJournal[] = "/var/lib/qv/save.journal"; // of the appliance
 
-/// After a crash: finishes the replacements that the journal names and whose new text is there whole, and
-/// removes what they left behind. Call it before any file is read that a FileSet may have been replacing, and
-/// only in the one daemon of an appliance. Returns how many it finished.
+/// After a crash: finishes the replacements that the journal names and whose new text is there whole. Call it
+/// before any file is read that a FileSet may have been replacing, and only in the one daemon of an
+/// appliance. Returns how many it finished.
 int recover_file_sets();
+
+/// Removes the new texts that processes left in a folder that are no more.
+void remove_left_overs(const std::string &folder);
 
 } // namespace qvcd

@@ -43,6 +43,18 @@ bool read_number(std::string_view field, Number &number)
     return error == std::errc() && end == field.data() + field.size();
 }
 
+// Paths below the sysroot begin with "./": the root may be elsewhere at the next start.
+std::string journal_path(const std::string &path)
+{
+    const std::string &root = qv_sysroot();
+    return path.starts_with(root + "/") ? "." + path.substr(root.size()) : path;
+}
+
+std::string machine_path(std::string_view path)
+{
+    return path.starts_with("./") ? qv_sysroot() + std::string(path.substr(1)) : std::string(path);
+}
+
 void append_field(std::string &text, std::string_view field)
 {
     text.append(field).push_back('\0');
@@ -90,8 +102,8 @@ std::string journal_text(const std::vector<JournalEntry> &entries)
     std::string text;
     append_field(text, kMark);
     for (const JournalEntry &entry : entries) {
-        append_field(text, entry.new_path);
-        append_field(text, entry.target);
+        append_field(text, journal_path(entry.new_path));
+        append_field(text, journal_path(entry.target));
         append_field(text, std::to_string(entry.size));
         append_field(text, std::to_string(entry.hash));
     }
@@ -109,7 +121,7 @@ std::optional<std::vector<JournalEntry>> parse_journal(std::string_view text)
         return std::nullopt;
     std::vector<JournalEntry> entries;
     for (std::size_t i = 1; i + 1 < fields.size(); i += kFieldsOfEntry) {
-        JournalEntry entry{std::string(fields[i]), std::string(fields[i + 1])};
+        JournalEntry entry{machine_path(fields[i]), machine_path(fields[i + 1])};
         if (!read_number(fields[i + 2], entry.size) || !read_number(fields[i + 3], entry.hash) ||
             !is_ours(entry))
             return std::nullopt;

@@ -15,8 +15,6 @@
 #include <cstring>
 #include <dirent.h>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <sys/random.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -35,15 +33,17 @@ std::string_view name_of(std::string_view path)
     return path.substr(path.rfind('/') + 1); // npos + 1 is 0
 }
 
-// Where a symbolic link leads; empty for what is none.
-std::string link_target(const std::string &path)
+// Where a symbolic link leads. 0; EINVAL and ENOENT: there is no link.
+int read_link(const std::string &path, std::string &target)
 {
     std::array<char, PATH_MAX> link{};
     const ssize_t n = readlink(path.c_str(), link.data(), link.size() - 1);
-    if (n <= 0)
-        return {};
-    const std::string target(link.data(), static_cast<std::size_t>(n));
-    return target.front() == '/' ? target : folder_of(path) + "/" + target;
+    if (n < 0)
+        return errno;
+    target.assign(link.data(), static_cast<std::size_t>(n));
+    if (!target.starts_with('/'))
+        target.insert(0, folder_of(path) + "/");
+    return 0;
 }
 
 // The numbers of this process's own files.
@@ -84,35 +84,6 @@ bool is_in_use(const char *name)
     return kill(pid, 0) == 0 || errno == EPERM;
 }
 
-void sweep(int at, const std::string &folder)
-{
-    struct Close {
-        void operator()(DIR *dir) const { closedir(dir); }
-    };
-    Fd fd(openat(at, folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, Close> dir(fd ? fdopendir(fd.get()) : nullptr);
-    if (!dir)
-        return;
-    fd.release();
-    while (const dirent *entry = readdir(dir.get())) {
-        if (NewFile::is_name(entry->d_name) && !is_in_use(entry->d_name))
-            unlinkat(dirfd(dir.get()), entry->d_name, 0);
-    }
-}
-
-// Folders that are open have no name to remember.
-void sweep_once(int at, const std::string &folder)
-{
-    static std::mutex *const mutex = new std::mutex; // threads may be left behind at the exit
-    static auto *const swept = new std::set<std::string>;
-    {
-        const std::lock_guard lock(*mutex);
-        if (!folder.empty() && !swept->insert(folder).second)
-            return;
-    }
-    sweep(at, folder);
-}
-
 // A shortage may be over when somebody tries again; what else keeps a sibling from being made or renamed lies
 // in the kind of the place.
 bool is_shortage(int error)
@@ -131,10 +102,11 @@ bool is_mounted_on_its_own(const std::string &path)
 // Labels, access lists and what users attach. What cannot be given to the new file is not worth the save.
 int copy_extended_attributes(const std::string &from, int fd, bool with_access)
 {
-    const ssize_t size = listxattr(from.c_str(), nullptr, 0);
-    std::string names(static_cast<std::size_t>(std::max<ssize_t>(size, 0)), '\0');
-    names.resize(static_cast<std::size_t>(
-        std::max<ssize_t>(size > 0 ? listxattr(from.c_str(), names.data(), names.size()) : 0, 0)));
+    std::string names(XATTR_LIST_MAX, '\0');
+    const ssize_t size = listxattr(from.c_str(), names.data(), names.size());
+    if (size < 0)
+        return is_shortage(errno) ? errno : 0;
+    names.resize(static_cast<std::size_t>(size));
     for (std::size_t at = 0; at < names.size(); at += std::strlen(names.c_str() + at) + 1) {
         const char *name = names.c_str() + at;
         if (!with_access && std::string_view(name).starts_with("system."))
@@ -151,9 +123,7 @@ int copy_extended_attributes(const std::string &from, int fd, bool with_access)
 int take_over_attributes(int fd, const std::string &target, const struct stat &old, unsigned mode,
                          bool secret)
 {
-    // Only root may give files away; for others the owner is right already.
-    if ((old.st_uid != geteuid() || old.st_gid != getegid()) && fchown(fd, old.st_uid, old.st_gid) != 0 &&
-        is_shortage(errno))
+    if ((old.st_uid != geteuid() || old.st_gid != getegid()) && fchown(fd, old.st_uid, old.st_gid) != 0)
         return errno;
     if (fchmod(fd, mode) != 0)
         return errno;
@@ -186,21 +156,24 @@ std::string folder_of(const std::string &path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-std::string real_file(const std::string &path)
+int real_file(const std::string &path, std::string &real)
 {
-    std::string target = path;
-    for (int links = 0; links < kMaxLinks; ++links) {
-        std::string next = link_target(target);
-        if (next.empty())
-            break;
-        target = std::move(next);
+    real = path;
+    int error = 0;
+    for (int links = 0; !error; ++links) {
+        std::string next;
+        error = links < kMaxLinks ? read_link(real, next) : ELOOP;
+        if (!error)
+            real = std::move(next);
     }
-    char *const folder = realpath(folder_of(target).c_str(), nullptr);
-    if (!folder)
-        return target;
-    std::string real = folder;
-    std::free(folder);
-    return (real == "/" ? real : real + "/").append(name_of(target));
+    if (error != EINVAL && error != ENOENT && error != ENOTDIR)
+        return error;
+    // What has no real folder cannot be opened either.
+    if (char *const folder = realpath(folder_of(real).c_str(), nullptr)) {
+        real = (std::strcmp(folder, "/") == 0 ? "/" : std::string(folder) + "/").append(name_of(real));
+        std::free(folder);
+    }
+    return 0;
 }
 
 int flush_folder(const std::string &folder)
@@ -258,6 +231,29 @@ int write_in_place(const std::string &path, std::string_view text)
     return error;
 }
 
+void remove_left_overs(int folder)
+{
+    struct Close {
+        void operator()(DIR *dir) const { closedir(dir); }
+    };
+    Fd fd(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::unique_ptr<DIR, Close> dir(fd ? fdopendir(fd.get()) : nullptr);
+    if (!dir)
+        return;
+    fd.release();
+    while (const dirent *entry = readdir(dir.get())) {
+        if (NewFile::is_name(entry->d_name) && !is_in_use(entry->d_name))
+            unlinkat(dirfd(dir.get()), entry->d_name, 0);
+    }
+}
+
+void remove_left_overs(const std::string &folder)
+{
+    const Fd fd(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (fd)
+        remove_left_overs(fd.get());
+}
+
 bool NewFile::is_name(std::string_view path)
 {
     return name_of(path).starts_with(kNewName);
@@ -265,7 +261,6 @@ bool NewFile::is_name(std::string_view path)
 
 int NewFile::make(const std::string &folder)
 {
-    sweep_once(folder_, folder);
     const std::string prefix = folder.empty() || folder == "/" ? folder : folder + "/";
     for (int i = 0; i < kMaxNames; ++i) {
         std::string path = prefix + next_name();
@@ -301,7 +296,7 @@ void NewFile::remove()
     path_.clear();
 }
 
-Replacement::Replacement(const FileChange &change) : change_(change), target_(real_file(change.path)) {}
+Replacement::Replacement(const FileChange &change) : change_(change) {}
 
 // `old`: the replaced file's state, or null for a new file.
 int Replacement::write_beside(const std::string &folder, const struct stat *old)
@@ -333,6 +328,8 @@ void Replacement::write_spare(const struct stat &old)
 
 int Replacement::prepare()
 {
+    if (const int error = real_file(change_.path, target_))
+        return error;
     struct stat old {};
     const bool exists = stat(target_.c_str(), &old) == 0;
     if (!exists && errno != ENOENT)

@@ -30,8 +30,11 @@ int flush_file(int fd);
 /// Gives an existing file another text where it stands. After a failure the old one is put back.
 int write_in_place(const std::string &path, std::string_view text);
 
-/// A file for a new text, open for writing, mode 0600, under a name that nobody else has. The first one in a
-/// folder removes what daemons that are no more left there. The destructor removes the file.
+/// As base/replace_files.h has it, for a folder that is open.
+void remove_left_overs(int folder);
+
+/// A file for a new text, open for writing, mode 0600, under a name that nobody else has. The destructor
+/// removes it.
 class NewFile {
   public:
     /// Below this open folder, for openat(2), or by whole paths.

@@ -25,6 +25,7 @@
 #include "platform/socket.h"
 #include "store/database.h"
 #include "store/menu.h"
+#include "store/profile_files.h"
 
 #include <chrono>
 #include <csignal>
@@ -94,9 +95,17 @@ void create_maps()
     cmd_create_cmdmap_hdf();
 }
 
+// What a crash left beside files that are replaced.
+void tidy_folders(const Options &options)
+{
+    for (const char *folder : {kProfileFolder, "/etc/presets", "/var/lib/qv"})
+        remove_left_overs(qv_sysroot_path(folder));
+    remove_left_overs(options.user_file.path.substr(0, options.user_file.path.rfind('/') + 1));
+    model_remove_left_overs();
+}
+
 void load_databases(const Options &options)
 {
-    recover_file_sets(); // before anything is read that a crash may have left half replaced
     Request request(kInternalMask);
     menu_load_db_file(options.menu_file);
     hdfdb_init();
@@ -109,6 +118,7 @@ void load_databases(const Options &options)
         hdfdb_load_meta_file(request, file);
     }
     session_load_db_file(disable_login);
+    tidy_folders(options);
     hdfdb_populate(request);
     load_profile(request);
 }
@@ -149,6 +159,7 @@ bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
     {
         const CommandLock lock; // readers that wait let go of it, as in any command
         const ShellLimits limits(kShellReadLimit, deadline_in(kStartUpShellTime));
+        recover_file_sets(); // before anything is read that a crash may have left half replaced
         create_maps();
         load_databases(options);
     }

@@ -108,8 +108,9 @@ std::vector<FileWrites::Target> FileWrites::targets()
             continue;
         const auto [known, fresh] = by_name.try_emplace(entry.file, targets.size());
         if (fresh) {
-            const auto [real, first] =
-                by_real_file.try_emplace(real_file(qv_sysroot_path(entry.file)), targets.size());
+            std::string path;
+            real_file(qv_sysroot_path(entry.file), path);
+            const auto [real, first] = by_real_file.try_emplace(path, targets.size());
             known->second = real->second;
             if (first)
                 targets.push_back({entry.file, {}});
@@ -119,27 +120,31 @@ std::vector<FileWrites::Target> FileWrites::targets()
     return targets;
 }
 
-void FileWrites::add_part(Target part, FileChange change)
+std::size_t FileWrites::add_part(Target part, FileChange change)
 {
     for (Entry *entry : part.entries)
         entry->result = Result::written; // unless it fails
     parts_.push_back(std::move(part));
-    set_.add(std::move(change));
+    return set_.add(std::move(change));
 }
 
-void FileWrites::add_shadows(const std::vector<Entry *> &entries, const std::string &text, unsigned mode)
+// Their numbers in the set.
+std::vector<std::size_t> FileWrites::add_shadows(const std::vector<Entry *> &entries, const std::string &text,
+                                                 unsigned mode)
 {
     std::map<std::string, std::vector<Entry *>> shadows;
     for (Entry *entry : entries) {
         if (!entry->shadow.empty())
             shadows[entry->shadow].push_back(entry);
     }
+    std::vector<std::size_t> numbers;
     for (auto &[file, its_entries] : shadows) {
         const std::string path = qv_sysroot_path(file);
         const FileText old = read_whole_file(path);
         if (old.error || old.text != text)
-            add_part({file, std::move(its_entries)}, {path, text, mode});
+            numbers.push_back(add_part({file, std::move(its_entries)}, {path, text, mode}));
     }
+    return numbers;
 }
 
 void FileWrites::add_text(const Target &target)
@@ -173,9 +178,14 @@ void FileWrites::add_text(const Target &target)
         text = writer->rewrite(text, values);
     }
     const unsigned mode = secret ? kSecretMode : kNewMode;
-    add_shadows(entries, text, secret ? mode : mode_of(path).value_or(mode));
+    // A default has no flag that would have it written again: without its shadows it is not written.
+    const bool defaults = entries.front()->when != When::always;
+    std::vector<std::size_t> shadows =
+        add_shadows(entries, text, secret ? mode : mode_of(path).value_or(mode));
     if (old.missing() || text != old.text)
-        add_part({target.file, std::move(entries)}, {path, std::move(text), mode});
+        add_part({target.file, std::move(entries)},
+                 {path, std::move(text), mode, FileChange::Kind::plain,
+                  defaults ? std::move(shadows) : std::vector<std::size_t>()});
 }
 
 // Not compared with what is there: a device's line is a request even when it reads the same.

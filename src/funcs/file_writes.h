@@ -14,8 +14,12 @@ namespace qvcd {
 /// Take the SaveLock (base/save_lock.h) before commit(). Paths are paths of the appliance.
 class FileWrites {
   public:
-    /// Whether a value is written over one that is there.
-    enum class When { always, absent };
+    /// What a value is, and so whether it is written over another one that is there.
+    enum class When {
+        always,
+        invalid, ///< a default, because what is there is not valid
+        absent,  ///< a default, where there is none
+    };
 
     enum class Result {
         failed,
@@ -67,8 +71,9 @@ class FileWrites {
     std::vector<Target> targets();
     void add_text(const Target &target);
     void add_device(Entry &entry);
-    void add_shadows(const std::vector<Entry *> &entries, const std::string &text, unsigned mode);
-    void add_part(Target part, FileChange change);
+    std::vector<std::size_t> add_shadows(const std::vector<Entry *> &entries, const std::string &text,
+                                         unsigned mode);
+    std::size_t add_part(Target part, FileChange change);
 
     std::vector<Entry> entries_;
     std::vector<KeyValue> settings_; // Values::otherwise

@@ -1,5 +1,6 @@
 #include "model/populate.h"
 
+#include "base/replace_files.h"
 #include "base/save_lock.h"
 #include "funcs/check_map.h"
 #include "funcs/file_writes.h"
@@ -12,6 +13,8 @@
 #include "store/hdf_file.h"
 
 #include <cstring>
+#include <functional>
+#include <set>
 
 namespace qvcd {
 
@@ -84,7 +87,7 @@ void Population::add(const std::string &api)
     if (value && !cfuncmap_check(api, *value)) {
         store(api, *value, "");
     } else if (fallback) {
-        use_default(api, *fallback, value ? FileWrites::When::always : FileWrites::When::absent);
+        use_default(api, *fallback, value ? FileWrites::When::invalid : FileWrites::When::absent);
     } else {
         hdfDB.set(api, "");
         qv_log_print(kLogDebug, "populate blank %s\n", api.c_str());
@@ -132,6 +135,28 @@ int hdfdb_load_meta_file(Request &request, const FileName &file)
         return 1;
     }
     return dyngroup_expand_meta(request);
+}
+
+void model_remove_left_overs()
+{
+    const Classifier files = [](Node node) {
+        if (node.name() == "file" || node.name() == "shadow")
+            return Walk::visit;
+        return node.name().starts_with("__") ? Walk::skip : Walk::descend;
+    };
+    std::set<std::string, std::less<>> names;
+    hdfutils_traverse_tree(metaDB.root(), {}, files, [&](Node node, const std::string &) {
+        if (node.text().starts_with('/'))
+            names.emplace(node.text());
+    });
+    std::set<std::string> folders;
+    std::string path;
+    for (const std::string &name : names) {
+        if (real_file(qv_sysroot_path(name), path) == 0)
+            folders.insert(path.substr(0, path.rfind('/') + 1));
+    }
+    for (const std::string &folder : folders)
+        remove_left_overs(folder);
 }
 
 int hdfdb_populate(Request &request, std::string_view name,

@@ -13,6 +13,9 @@ namespace qvcd {
 /// metaDB then keeps what stood before the error, unexpanded.
 int hdfdb_load_meta_file(Request &request, const FileName &file);
 
+/// Removes the new texts that a crash left beside the files of APIs (base/replace_files.h).
+void model_remove_left_overs();
+
 /// Fills hdfDB for every API below the metadata node `name` (empty: for all) that is `wanted` (none: all
 /// are), from the system or from defaults. May let go of the command lock.
 int hdfdb_populate(Request &request, std::string_view name = {},

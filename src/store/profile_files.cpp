@@ -154,7 +154,8 @@ std::size_t profiledb_count_group(std::string_view group)
 
 int check_valid_profile(std::string_view name)
 {
-    return name == kDefaultProfile || profileDB.contains(name) ? 1 : 0;
+    // A folder that could not be read for once makes no selected profile invalid.
+    return name == kDefaultProfile || profileDB.contains(name) || profile_exists(name) == 0 ? 1 : 0;
 }
 
 std::vector<std::string> profile_names_of_group(std::string_view group)

@@ -165,18 +165,36 @@ TEST_F(Replacing, WritingInPlacePutsTheOldTextBack)
     EXPECT_EQ(read("etc/f"), "shorter");
 }
 
-TEST_F(Replacing, LeftOversOfTheDeadAreRemovedOnce)
+TEST_F(Replacing, LeftOversOfTheDeadAreRemoved)
 {
     const pid_t dead = fork();
     if (dead == 0)
         _exit(0);
     ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
     const std::string of_dead = ".qvcd-new-" + std::to_string(dead) + "-1";
-    const std::string of_living = ".qvcd-new-1-1"; // the first process
-    for (const std::string &name : {of_dead, of_living, std::string(".qvcd-new"), std::string("other")})
+    const std::string of_living = ".qvcd-new-1-1";                               // the first process
+    const std::string before_us = ".qvcd-new-" + std::to_string(getpid()) + "-"; // of another number
+    for (const std::string &name :
+         {of_dead, of_living, before_us, std::string(".qvcd-new"), std::string("other")})
         write("swept/" + name, "");
-    EXPECT_EQ(replace_file(path("swept/f"), "x"), 0);
-    EXPECT_EQ(names_in("swept"), (std::vector<std::string>{of_living, "f", "other"}));
+    remove_left_overs(path("swept"));
+    remove_left_overs(path("none"));
+    EXPECT_EQ(names_in("swept"), (std::vector<std::string>{of_living, "other"}));
+}
+
+TEST_F(Replacing, WhatComesBeforeItMustBeThere)
+{
+    for (const char *shadow : {"none/shadow", "etc"}) {
+        fs::create_directories(path("etc"));
+        FileSet set;
+        const std::size_t first = set.add({path(shadow), "new"});
+        set.add({path("etc/f"), "new", 0666, FileChange::Kind::plain, {first}});
+        set.add({path("etc/g"), "new"});
+        const Errors errors = set.commit();
+        EXPECT_NE(errors[0], 0);
+        EXPECT_EQ(errors[1], ECANCELED);
+        EXPECT_EQ(names_in("etc"), std::vector<std::string>{"g"});
+    }
 }
 
 // ---- After a crash ----
