@@ -10,6 +10,8 @@
 #include "platform/sysroot.h"
 #include "store/hdf_file.h"
 
+#include <malloc.h>
+
 namespace qvcd {
 
 namespace {
@@ -85,20 +87,27 @@ void import_settings(Request &request, const Tree &document, SetMode mode, std::
     }
 }
 
-} // namespace
-
-int command_import(Request &request, Args &argv, std::FILE *out)
+int import_file(Request &request, const std::string &file, SetMode mode, std::FILE *out)
 {
-    const std::string file = argv.empty() ? kDefaultFile : argv[0];
-    const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
     Tree document;
     if (!read_document(file, document)) {
         reply_line(out, API_E_IMPORT_FAILED);
         return 1;
     }
     qv_log_print(kLogNotice, "Import file %s\n", file.c_str());
-    import_settings(request, document, import_mode(mode), out);
+    import_settings(request, document, mode, out);
     return 0;
+}
+
+} // namespace
+
+int command_import(Request &request, Args &argv, std::FILE *out)
+{
+    const std::string file = argv.empty() ? kDefaultFile : argv[0];
+    const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
+    const int result = import_file(request, file, import_mode(mode), out);
+    malloc_trim(0); // a document of 4 MiB takes four times that, which nobody needs again
+    return result;
 }
 
 const CommandRecord importRecord = {
