@@ -1,12 +1,15 @@
 #!/bin/bash
 # Builds and runs the tests, on a fresh Debian 12 too.
-# Usage: ./test.sh [format|release|asan|tsan|bench ...]     default: format release asan tsan
+# Usage: ./test.sh [PART ...]     default: format release asan tsan faults, and fuzz where clang is installed
 #
-# release  the whole suite, optimised
-# asan     the whole suite under the address and undefined behaviour sanitizers
-# tsan     the concurrent tests (ctest label "concurrent") under the thread sanitizer
-# bench    the benchmarks of tests/bench, in release
-# format   clang-format over our sources, where clang-format 14 is installed
+# release     the whole suite, optimised
+# asan        the whole suite under the address and undefined behaviour sanitizers
+# tsan        the concurrent tests (ctest label "concurrent") under the thread sanitizer
+# faults      a sample of the runs on a disk that fails, tests/faults/run.py
+# faults-all  all of them: some minutes
+# fuzz        the fuzz targets of tests/fuzz for FUZZ_SECONDS each (20; 5 when not asked for); installs clang
+# bench       the benchmarks of tests/bench, in release
+# format      clang-format over our sources, where clang-format 14 is installed
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -59,26 +62,42 @@ check_format() {
     git ls-files -z 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' | xargs -0 clang-format --dry-run -Werror
 }
 
+fuzz() {
+    build fuzz fuzz_targets && /usr/bin/python3 tests/fuzz/run.py
+}
+
 run_part() {
     case $1 in
     format) step "format" check_format ;;
     release | asan) step "build $1" build "$1" && step "tests $1" run_tests "$1" ;;
     tsan) step "build tsan" build tsan qvcd qvc concurrent_tests && step "concurrent tests tsan" run_tests tsan -L concurrent ;;
+    faults) step "build release" build release && step "faults" /usr/bin/python3 tests/faults/run.py ;;
+    faults-all) step "build release" build release && step "all faults" /usr/bin/python3 tests/faults/run.py --all ;;
+    fuzz) step "fuzz" fuzz ;;
     bench) step "build release" build release && step "benchmarks" cmake --build --preset release --target bench ;;
     esac
 }
 
 parts=("$@")
-[ $# -eq 0 ] && parts=(format release asan tsan)
 for part in "${parts[@]}"; do
     case $part in
-    format | release | asan | tsan | bench) ;;
+    format | release | asan | tsan | faults | faults-all | bench) ;;
+    fuzz) scripts/install_deps.sh fuzz || exit 1 ;;
     *)
-        echo "usage: $0 [format|release|asan|tsan|bench ...]" >&2
+        echo "usage: $0 [format|release|asan|tsan|faults|faults-all|fuzz|bench ...]" >&2
         exit 2
         ;;
     esac
 done
+if [ $# -eq 0 ]; then
+    parts=(format release asan tsan faults)
+    if command -v clang++ >/dev/null; then
+        export FUZZ_SECONDS=${FUZZ_SECONDS:-5}
+        parts+=(fuzz)
+    else
+        results+=("skipped fuzz: needs clang (scripts/install_deps.sh fuzz)")
+    fi
+fi
 
 scripts/install_deps.sh test || exit 1
 mkdir -p "$logs"

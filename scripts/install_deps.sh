@@ -1,6 +1,7 @@
 #!/bin/bash
-# Installs the Debian packages that are missing: what the build needs, and with "test" what the tests need too.
-# Usage: scripts/install_deps.sh [build|test]
+# Installs the Debian packages that are missing: what the build needs, with "test" what the tests need too, and with
+# "fuzz" what fuzzing needs too.
+# Usage: scripts/install_deps.sh [build|test|fuzz]
 set -euo pipefail
 
 build_packages=(
@@ -12,12 +13,14 @@ build_packages=(
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
 )
+fuzz_packages=(clang libclang-rt-14-dev)
 
 case "${1:-test}" in
 build) wanted=("${build_packages[@]}") ;;
 test) wanted=("${build_packages[@]}" "${test_packages[@]}") ;;
+fuzz) wanted=("${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
 *)
-    echo "usage: $0 [build|test]" >&2
+    echo "usage: $0 [build|test|fuzz]" >&2
     exit 2
     ;;
 esac
