@@ -1,13 +1,13 @@
 #!/bin/bash
 # Builds and runs the tests, on a fresh Debian 12 too.
-# Usage: ./test.sh [PART ...]     default: format release asan tsan faults, and fuzz where clang is installed
+# Usage: ./test.sh [PART ...]     default: format release asan tsan
 #
 # release     the whole suite, optimised
 # asan        the whole suite under the address and undefined behaviour sanitizers
 # tsan        the concurrent tests (ctest label "concurrent") under the thread sanitizer
 # faults      a sample of the runs on a disk that fails, tests/faults/run.py
 # faults-all  all of them: some minutes
-# fuzz        the fuzz targets of tests/fuzz for FUZZ_SECONDS each (20; 5 when not asked for); installs clang
+# fuzz        the fuzz targets of tests/fuzz for FUZZ_SECONDS each (20); installs clang
 # bench       the benchmarks of tests/bench, in release
 # format      clang-format over our sources, where clang-format 14 is installed
 set -uo pipefail
@@ -89,15 +89,7 @@ for part in "${parts[@]}"; do
         ;;
     esac
 done
-if [ $# -eq 0 ]; then
-    parts=(format release asan tsan faults)
-    if command -v clang++ >/dev/null; then
-        export FUZZ_SECONDS=${FUZZ_SECONDS:-5}
-        parts+=(fuzz)
-    else
-        results+=("skipped fuzz: needs clang (scripts/install_deps.sh fuzz)")
-    fi
-fi
+[ $# -eq 0 ] && parts=(format release asan tsan)
 
 scripts/install_deps.sh test || exit 1
 mkdir -p "$logs"
