@@ -14,11 +14,34 @@ namespace qvcd {
 
 namespace {
 
-int replace_one(const std::string &path, std::string_view text, unsigned mode, FileChange::Kind kind)
+int replace(const std::string &path, std::string_view text, unsigned mode, FileChange::Kind kind)
 {
     FileSet set;
     set.add({path, std::string(text), mode, kind});
     return set.commit_here().front();
+}
+
+// What the file holds; ENODEV: that is nothing to go back to.
+FileText old_text(const std::string &path)
+{
+    struct stat st {};
+    const bool is_device = stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode);
+    return is_device ? FileText{ENODEV, {}} : read_whole_file(path);
+}
+
+// Callers take a failure for "nothing has changed", so a new text that got its name without being flushed
+// goes again.
+int replace_one(const std::string &path, std::string_view text, unsigned mode, FileChange::Kind kind)
+{
+    const FileText old = old_text(path);
+    const int error = replace(path, text, mode, kind);
+    if (!error || (old.error && !old.missing()) || old.text == text || read_file(path) != text)
+        return error;
+    if (old.missing())
+        remove_file(path);
+    else
+        replace(path, old.text, mode, kind);
+    return error;
 }
 
 } // namespace

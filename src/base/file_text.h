@@ -31,7 +31,7 @@ std::optional<std::string> read_file(const std::string &path, std::size_t limit 
 bool file_exists(const std::string &path);
 
 // One file gets a new text in one step: base/replace_files.h says how. All return 0, or the errno of what
-// failed. They wait for the disk and do not let go of the command lock: a caller who can bear it does
+// failed; the old text is there then. They wait for the disk and do not let go of the command lock: a caller who can bear it does
 // (base/command_lock.h).
 
 /// An existing file keeps its mode; a new one gets `mode` less the umask.

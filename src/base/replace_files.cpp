@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <fcntl.h>
 #include <map>
 #include <unistd.h>
 
@@ -68,19 +69,52 @@ void cancel(const std::vector<FileChange> &changes, Errors &errors)
     }
 }
 
+// The folders of a set. They are opened before their names change: what keeps one from being flushed is
+// better known then.
 class Folders {
   public:
+    int open(const std::string &folder)
+    {
+        const auto [known, fresh] = folders_.try_emplace(folder);
+        if (!fresh)
+            return known->second.error;
+        known->second.fd.reset(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        known->second.error = known->second.fd ? 0 : errno;
+        if (folders_.size() > kFilesAtOnce)
+            known->second.fd.reset();
+        return known->second.error;
+    }
+    /// Each once, after what changed in it.
     int flush(const std::string &folder)
     {
-        const auto [known, fresh] = flushed_.try_emplace(folder, 0);
-        if (fresh)
-            known->second = flush_folder(folder);
-        return known->second;
+        Folder &known = folders_[folder];
+        if (!known.flushed && !known.error)
+            known.error = known.fd ? flush_file(known.fd.get()) : flush_folder(folder);
+        known.flushed = true;
+        return known.error;
+    }
+    void changed()
+    {
+        for (auto &[path, folder] : folders_)
+            folder.flushed = false;
     }
 
   private:
-    std::map<std::string, int> flushed_; // and what failed
+    struct Folder {
+        Fd fd;
+        int error = 0;
+        bool flushed = false;
+    };
+    std::map<std::string, Folder> folders_;
 };
+
+void flush(Folders &folders, const Replacements &files, Errors &errors)
+{
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (!errors[i] && !files[i].in_place())
+            errors[i] = folders.flush(folder_of(files[i].target()));
+    }
+}
 
 bool finish(const JournalEntry &entry, const FileText &text)
 {
@@ -115,22 +149,26 @@ std::vector<int> FileSet::commit_here()
 {
     Replacements files(changes_.begin(), changes_.end());
     Errors errors(files.size(), 0);
+    Folders folders;
     prepare(files, errors);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (!errors[i] && !files[i].in_place())
+            errors[i] = folders.open(folder_of(files[i].target()));
+    }
     cancel(changes_, errors);
-    const std::vector<JournalEntry> entries = journal_entries(files, errors);
-    Folders before;
-    for (const JournalEntry &entry : entries) // what the journal names must be there after a power cut
-        before.flush(folder_of(entry.new_path));
+    std::vector<JournalEntry> entries = journal_entries(files, errors);
+    if (!entries.empty()) { // what the journal names must be there after a power cut
+        flush(folders, files, errors);
+        folders.changed();
+        cancel(changes_, errors);
+        entries = journal_entries(files, errors);
+    }
     const Journal journal(entries);
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!errors[i])
             errors[i] = is_canceled(changes_[i], errors) ? ECANCELED : files[i].put();
     }
-    Folders after;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        if (!errors[i] && !files[i].in_place())
-            errors[i] = after.flush(folder_of(files[i].target()));
-    }
+    flush(folders, files, errors);
     if (!entries.empty() && std::ranges::any_of(errors, [](int error) { return error != 0; }))
         forget_journal(); // before what it names goes: a power cut must not bring it back
     return errors;

@@ -178,14 +178,12 @@ void FileWrites::add_text(const Target &target)
         text = writer->rewrite(text, values);
     }
     const unsigned mode = secret ? kSecretMode : kNewMode;
-    // A default has no flag that would have it written again: without its shadows it is not written.
-    const bool defaults = entries.front()->when != When::always;
+    // Without its shadows a file is not written: they would not follow any more.
     std::vector<std::size_t> shadows =
         add_shadows(entries, text, secret ? mode : mode_of(path).value_or(mode));
     if (old.missing() || text != old.text)
         add_part({target.file, std::move(entries)},
-                 {path, std::move(text), mode, FileChange::Kind::plain,
-                  defaults ? std::move(shadows) : std::vector<std::size_t>()});
+                 {path, std::move(text), mode, FileChange::Kind::plain, std::move(shadows)});
 }
 
 // Not compared with what is there: a device's line is a request even when it reads the same.

@@ -14,12 +14,8 @@ namespace qvcd {
 /// Take the SaveLock (base/save_lock.h) before commit(). Paths are paths of the appliance.
 class FileWrites {
   public:
-    /// What a value is, and so whether it is written over another one that is there.
-    enum class When {
-        always,
-        invalid, ///< a default, because what is there is not valid
-        absent,  ///< a default, where there is none
-    };
+    /// Whether a value is written over one that is there.
+    enum class When { always, absent };
 
     enum class Result {
         failed,

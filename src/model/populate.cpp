@@ -87,7 +87,7 @@ void Population::add(const std::string &api)
     if (value && !cfuncmap_check(api, *value)) {
         store(api, *value, "");
     } else if (fallback) {
-        use_default(api, *fallback, value ? FileWrites::When::invalid : FileWrites::When::absent);
+        use_default(api, *fallback, value ? FileWrites::When::always : FileWrites::When::absent);
     } else {
         hdfDB.set(api, "");
         qv_log_print(kLogDebug, "populate blank %s\n", api.c_str());

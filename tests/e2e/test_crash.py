@@ -356,7 +356,8 @@ def test_shadow_that_cannot_be_written(a):
     failed = ["A.first=##Save failed#", "A.second=##Save failed#"]
     assert a.command("save") == Reply(["B.only=1", *failed], 1)
     assert a.logged("Can not save /etc/shadow.d/a.conf: Not a directory")
-    assert a.read("/etc/a.conf") == texts(1)["/etc/a.conf"]
+    # Nor is the file that it follows: it could not follow any more.
+    assert a.read("/etc/a.conf") == texts(0)["/etc/a.conf"]
     assert a.read("/etc/shadow.d") == "in the way\n"
     a.path("/etc/shadow.d").unlink()
     a.path("/etc/shadow.d").mkdir()
