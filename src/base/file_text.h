@@ -31,8 +31,8 @@ std::optional<std::string> read_file(const std::string &path, std::size_t limit 
 bool file_exists(const std::string &path);
 
 // One file gets a new text in one step: base/replace_files.h says how. All return 0, or the errno of what
-// failed; the old text is there then. They wait for the disk and do not let go of the command lock: a caller who can bear it does
-// (base/command_lock.h).
+// failed; the old text is there then. They wait for the disk with the command lock held: who can bear it lets
+// go (base/command_lock.h).
 
 /// An existing file keeps its mode; a new one gets `mode` less the umask.
 int replace_file(const std::string &path, std::string_view text, unsigned mode = 0666);
