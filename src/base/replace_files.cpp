@@ -159,6 +159,10 @@ std::vector<int> FileSet::commit_here()
     std::vector<JournalEntry> entries = journal_entries(files, errors);
     if (!entries.empty()) { // what the journal names must be there after a power cut
         flush(folders, files, errors);
+        for (const Replacement &file : files) {
+            if (file.in_place() && !file.new_path().empty())
+                folders.flush(folder_of(file.new_path()));
+        }
         folders.changed();
         cancel(changes_, errors);
         entries = journal_entries(files, errors);
