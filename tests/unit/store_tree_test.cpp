@@ -238,10 +238,18 @@ TEST(HdfFile, WritesOnlyWhatReadsBack)
         ASSERT_EQ(hdf_read_own_file_whole(path, back).result, HdfResult::ok);
         EXPECT_EQ(back.get("g.k") == c.value, c.fits) << c.value;
     }
-    struct stat st {};
-    ASSERT_TRUE(hdf_write_file(path, tree_of({{"a", "1"}}).root(), FileKind::secret));
-    ASSERT_EQ(stat(path.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777U, 0600U);
+    const std::pair<FileKind, unsigned> kinds[] = {{FileKind::open, 0644},
+                                                   {FileKind::secret, 0600},
+                                                   {FileKind::named, 0644},
+                                                   {FileKind::named_secret, 0600}};
+    const Tree tree = tree_of({{"a", "1"}});
+    for (const auto &[kind, mode] : kinds) {
+        const std::string fresh = folder.path("fresh");
+        std::filesystem::remove(fresh);
+        struct stat st {};
+        EXPECT_TRUE(hdf_write_file(fresh, tree.root(), kind) && stat(fresh.c_str(), &st) == 0);
+        EXPECT_EQ(st.st_mode & 0777U, mode);
+    }
 }
 
 } // namespace
