@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <stdexcept>
 #include <sys/epoll.h>
@@ -21,6 +22,16 @@ const sockaddr *generic(const Address &address)
 {
     const void *raw = &address;
     return static_cast<const sockaddr *>(raw);
+}
+
+// Of all threads of a process.
+double processor_seconds(pid_t process)
+{
+    clockid_t clock{};
+    timespec time{};
+    if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0)
+        throw std::runtime_error("no processor time of process " + std::to_string(process));
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 sockaddr_in ipv4(const std::string &address, const std::string &port)
@@ -107,29 +118,27 @@ void Connection::expect_silence()
         throw std::runtime_error("an answer is longer than expected");
 }
 
-double one_client(Contender &contender, double seconds)
+std::size_t one_client(Contender &contender, double seconds)
 {
     Connection connection(contender);
     std::size_t count = 0;
-    double passed = 0;
-    for (const auto start = Clock::now(); passed < seconds; passed = seconds_since(start), ++count)
+    for (const auto start = Clock::now(); seconds_since(start) < seconds; ++count)
         connection.ask(contender.next());
     connection.expect_silence();
-    return static_cast<double>(count) / passed;
+    return count;
 }
 
-double connection_each(Contender &contender, double seconds)
+std::size_t connection_each(Contender &contender, double seconds)
 {
     std::size_t count = 0;
-    double passed = 0;
-    for (const auto start = Clock::now(); passed < seconds; passed = seconds_since(start), ++count) {
+    for (const auto start = Clock::now(); seconds_since(start) < seconds; ++count) {
         Connection connection(contender);
         connection.ask(contender.next());
     }
-    return static_cast<double>(count) / passed;
+    return count;
 }
 
-double ten_clients(Contender &contender, double seconds)
+std::size_t ten_clients(Contender &contender, double seconds)
 {
     const Fd epoll(epoll_create1(EPOLL_CLOEXEC));
     std::vector<std::unique_ptr<Connection>> connections;
@@ -146,8 +155,8 @@ double ten_clients(Contender &contender, double seconds)
         connections[i]->send((asked[i] = &contender.next())->request);
     std::size_t count = 0;
     std::size_t under_way = kClients;
-    double passed = 0;
     while (under_way > 0) {
+        const bool go_on = seconds_since(start) < seconds;
         epoll_event events[kClients];
         const int ready =
             epoll_wait(epoll.get(), events, kClients, static_cast<int>(kPatience.tv_sec) * 1000);
@@ -158,14 +167,22 @@ double ten_clients(Contender &contender, double seconds)
             if (!connections[which]->receive(*asked[which]))
                 continue;
             ++count;
-            if (passed < seconds)
+            if (go_on)
                 connections[which]->send((asked[which] = &contender.next())->request);
             else
                 --under_way;
         }
-        passed = seconds_since(start);
     }
-    return static_cast<double>(count) / passed;
+    return count;
+}
+
+Rate rate_of(Drive drive, Contender &contender, double seconds)
+{
+    const auto spent = [&] { return processor_seconds(0) + processor_seconds(contender.process); };
+    const auto start = Clock::now();
+    const double before = spent();
+    const auto count = static_cast<double>(drive(contender, seconds));
+    return {count / seconds_since(start), count / (spent() - before)};
 }
 
 } // namespace qvcd::bench

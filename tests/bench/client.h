@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace qvcd::bench {
@@ -29,6 +30,7 @@ struct Contender {
     std::string socket; ///< path of a Unix socket, or an IPv4 address and port, "127.0.0.1:80"
     std::string hello;  ///< sent once a connection, not answered
     std::vector<Exchange> script;
+    pid_t process = 0; ///< of the server, on this machine
     bool exact = true; ///< are replies what the script says, or only as long?
     std::size_t at = 0;
 
@@ -56,9 +58,17 @@ class Connection {
     std::size_t received_ = 0;
 };
 
-// Three ways to ask, each for `seconds`. They return exchanges a second.
-double one_client(Contender &contender, double seconds);
-double ten_clients(Contender &contender, double seconds); ///< each has one request under way
-double connection_each(Contender &contender, double seconds);
+// Three ways to ask, each for `seconds`. They return the number of exchanges.
+std::size_t one_client(Contender &contender, double seconds);
+std::size_t ten_clients(Contender &contender, double seconds); ///< each has one request under way
+std::size_t connection_each(Contender &contender, double seconds);
+using Drive = std::size_t (*)(Contender &, double);
+
+/// Exchanges a second.
+struct Rate {
+    double wall = 0;
+    double cpu = 0; ///< of processor time that client and server took together
+};
+Rate rate_of(Drive drive, Contender &contender, double seconds);
 
 } // namespace qvcd::bench

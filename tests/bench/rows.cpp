@@ -18,6 +18,17 @@ constexpr Row kRows[] = {
     {"idle", "the same with idle connections beside without", measure_idle},
 };
 
+Rate medians(const std::vector<Rate> &rates)
+{
+    std::vector<double> wall;
+    std::vector<double> cpu;
+    for (const Rate &rate : rates) {
+        wall.push_back(rate.wall);
+        cpu.push_back(rate.cpu);
+    }
+    return {median(wall), median(cpu)};
+}
+
 } // namespace
 
 std::span<const Row> rows()
@@ -58,17 +69,27 @@ void Comparison::run()
     }
 }
 
-double Comparison::value(std::size_t work) const
+Rate Comparison::value(std::size_t work) const
 {
-    return median(values_[work]);
+    return medians(values_[work]);
 }
 
-double Comparison::ratio(std::size_t work, std::size_t other) const
+Rate Comparison::ratio(std::size_t work, std::size_t other) const
 {
-    std::vector<double> ratios;
-    for (std::size_t round = 0; round < values_[work].size(); ++round)
-        ratios.push_back(values_[work][round] / values_[other][round]);
-    return median(ratios);
+    std::vector<Rate> ratios;
+    for (std::size_t round = 0; round < values_[work].size(); ++round) {
+        const Rate &ours = values_[work][round];
+        const Rate &theirs = values_[other][round];
+        ratios.push_back({ours.wall / theirs.wall, ours.cpu / theirs.cpu});
+    }
+    return medians(ratios);
+}
+
+Line Comparison::line(const std::string &name, std::size_t other, const std::string &beside, Goal goal,
+                      double values) const
+{
+    const Rate compared = ratio(0, other);
+    return {name, value(0).wall * values, "/s", beside, compared.wall, compared.cpu, goal};
 }
 
 } // namespace qvcd::bench

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client.h"
 #include "servers.h"
 
 #include <functional>
@@ -23,6 +24,7 @@ struct Line {
     std::string unit;
     std::string beside; ///< what the ratio refers to
     std::optional<double> ratio;
+    std::optional<double> cpu_ratio; ///< the same of processor time
     Goal goal;
 
     bool judged() const { return goal.kind != Goal::none && (ratio || goal.kind == Goal::value_at_most); }
@@ -57,15 +59,18 @@ void measure_idle(const Settings &settings, const Report &report);
 class Comparison {
   public:
     explicit Comparison(const Settings &settings) : rounds_(settings.rounds) {}
-    void add(std::function<double()> work) { works_.push_back(std::move(work)); }
+    void add(std::function<Rate()> work) { works_.push_back(std::move(work)); }
     void run();
-    double value(std::size_t work) const;              ///< median
-    double ratio(std::size_t work, std::size_t) const; ///< median of the ratios of each round
+    Rate value(std::size_t work) const;                    ///< median
+    Rate ratio(std::size_t work, std::size_t other) const; ///< median of the ratios of each round
+    /// The first work beside another; `values`: what one exchange brings.
+    Line line(const std::string &name, std::size_t other, const std::string &beside, Goal goal,
+              double values = 1) const;
 
   private:
     int rounds_;
-    std::vector<std::function<double()>> works_;
-    std::vector<std::vector<double>> values_; // of each work
+    std::vector<std::function<Rate()>> works_;
+    std::vector<std::vector<Rate>> values_; // of each work
 };
 
 double median(std::vector<double> values);

@@ -11,14 +11,13 @@ namespace qvcd::bench {
 namespace {
 
 using namespace std::chrono_literals;
-using Drive = double (*)(Contender &, double);
 
 constexpr auto kSettle = 50ms; // while qvcd notices that a thousand connections are gone
 
 Contender qvcd_contender(Kind kind, const Daemon &daemon)
 {
     return {"qvcd", daemon.socket(), kind == Kind::visit ? "" : kHello,
-            make_script(kind, kQvcdLanguage, daemon.model())};
+            make_script(kind, kQvcdLanguage, daemon.model()), daemon.process()};
 }
 
 std::string with_size(const std::string &name, const Model &model)
@@ -48,14 +47,18 @@ void compare(const RequestRow &row, const Settings &settings, std::size_t apis, 
     std::vector<std::unique_ptr<Child>> servers;
     if (row.echo > 0) {
         servers.push_back(start_echo(settings, folder));
-        contenders.push_back(
-            {"echo", folder + "/echo.sock", {}, echo_script(contenders.front().script), false});
+        contenders.push_back({"echo",
+                              folder + "/echo.sock",
+                              {},
+                              echo_script(contenders.front().script),
+                              servers.back()->id(),
+                              false});
     }
     if (auto redis = start_redis(folder)) {
         load_redis(folder + "/redis.sock", model);
-        servers.push_back(std::move(redis));
         contenders.push_back(
-            {"redis", folder + "/redis.sock", {}, make_script(row.kind, kRedisLanguage, model)});
+            {"redis", folder + "/redis.sock", {}, make_script(row.kind, kRedisLanguage, model), redis->id()});
+        servers.push_back(std::move(redis));
     }
     if (row.kind == Kind::tree) { // compared once; Redis has an order of its own
         Connection(contenders.front()).ask(contenders.front().next());
@@ -64,27 +67,18 @@ void compare(const RequestRow &row, const Settings &settings, std::size_t apis, 
     }
     Comparison comparison(settings);
     for (Contender &contender : contenders)
-        comparison.add([&] { return row.drive(contender, settings.slice); });
+        comparison.add([&] { return rate_of(row.drive, contender, settings.slice); });
     comparison.run();
 
-    Line line{with_size(row.name, model),
-              comparison.value(0) * static_cast<double>(values_of(row.kind, model)),
-              "/s",
-              {},
-              {},
-              {}};
+    const auto values = static_cast<double>(values_of(row.kind, model));
+    const std::string name = with_size(row.name, model);
     for (std::size_t i = 1; i < contenders.size(); ++i) {
-        line.beside = contenders[i].name;
-        line.ratio = comparison.ratio(0, i);
-        line.goal = at_least(line.beside == "echo" ? row.echo : row.redis);
-        report(line);
+        const std::string &other = contenders[i].name;
+        report(comparison.line(name, i, other, at_least(other == "echo" ? row.echo : row.redis), values));
     }
-    if (contenders.back().name != "redis") {
-        line.beside = "no redis-server";
-        line.ratio.reset();
-        line.goal = at_least(row.redis);
-        report(line);
-    }
+    if (contenders.back().name != "redis")
+        report(
+            {name, comparison.value(0).wall * values, "/s", "no redis-server", {}, {}, at_least(row.redis)});
 }
 
 // Connections that have said who they are and then nothing.
@@ -147,11 +141,11 @@ void measure_sizes(const Settings &settings, const Report &report)
     Contender few = qvcd_contender(Kind::get, small);
     Contender many = qvcd_contender(Kind::get, large);
     Comparison comparison(settings);
-    comparison.add([&] { return one_client(many, settings.slice); });
-    comparison.add([&] { return one_client(few, settings.slice); });
+    comparison.add([&] { return rate_of(one_client, many, settings.slice); });
+    comparison.add([&] { return rate_of(one_client, few, settings.slice); });
     comparison.run();
-    report({with_size("single get", large.model()), comparison.value(0), "/s",
-            with_size("single get", small.model()), comparison.ratio(0, 1), at_least(0.9)});
+    report(comparison.line(with_size("single get", large.model()), 1, with_size("single get", small.model()),
+                           at_least(0.9)));
 }
 
 // apply says nothing when it finds nothing; the get behind it tells that it is done.
@@ -167,15 +161,10 @@ void measure_apply(const Settings &settings, const Report &report)
     for (Exchange &exchange : apply.script)
         exchange.request.insert(0, "apply\n");
     Comparison comparison(settings);
-    comparison.add([&] { return one_client(apply, settings.slice); });
-    comparison.add([&] { return one_client(get, settings.slice); });
+    comparison.add([&] { return rate_of(one_client, apply, settings.slice); });
+    comparison.add([&] { return rate_of(one_client, get, settings.slice); });
     comparison.run();
-    report({with_size("apply of nothing, get", daemon.model()),
-            comparison.value(0),
-            "/s",
-            "two gets",
-            comparison.ratio(0, 1),
-            {}});
+    report(comparison.line(with_size("apply of nothing, get", daemon.model()), 1, "two gets", at_least(0.9)));
 }
 
 void measure_idle(const Settings &settings, const Report &report)
@@ -190,17 +179,17 @@ void measure_idle(const Settings &settings, const Report &report)
         Comparison comparison(settings);
         comparison.add([&] {
             IdleConnections idle(silent, settings.connections);
-            const double rate = row.drive(qvcd, settings.slice);
+            const Rate rate = rate_of(row.drive, qvcd, settings.slice);
             idle.expect_open();
             return rate;
         });
         comparison.add([&] {
             std::this_thread::sleep_for(kSettle);
-            return row.drive(qvcd, settings.slice);
+            return rate_of(row.drive, qvcd, settings.slice);
         });
         comparison.run();
-        report({row.name + (", " + std::to_string(settings.connections)) + " idle", comparison.value(0), "/s",
-                "without them", comparison.ratio(0, 1), at_least(0.95)});
+        const std::string name = row.name + (", " + std::to_string(settings.connections)) + " idle";
+        report(comparison.line(name, 1, "without them", at_least(0.95)));
     }
 }
 

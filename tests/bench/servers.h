@@ -58,6 +58,7 @@ class Daemon {
     const Root &root() const { return root_; }
     const Model &model() const { return model_; }
     std::string socket() const { return root_.path() + "/var/run/qv/qvcd.sock"; }
+    pid_t process() const { return child_->id(); }
     double start_seconds() const { return start_seconds_; } ///< exec to first answered get
     double resident_bytes() const;
 
