@@ -32,7 +32,7 @@ Api::Api(const std::string &name, Node setting) : name_(&name), setting_(setting
     is_private_ = meta.is_true("private");
     is_dynamic_ = meta.is_true("dynamic");
     is_password_ = meta.is_password();
-    is_secret_ = meta.is_secret();
+    is_secret_ = is_password_ || meta.own("secret") == "true";
     has_link_ = meta.own("link").has_value();
 }
 

@@ -14,7 +14,7 @@ qvcd_unit_test(NAME status
   SOURCES status_bonding_test.cpp status_codec_test.cpp status_links_test.cpp status_network_test.cpp
     status_system_test.cpp status_uplink_test.cpp
   LIBRARIES qvcd_status)
-qvcd_unit_test(NAME store SOURCES store_flags_test.cpp store_meta_test.cpp store_tree_test.cpp LIBRARIES qvcd_store)
+qvcd_unit_test(NAME store SOURCES store_api_test.cpp store_flags_test.cpp store_meta_test.cpp store_tree_test.cpp LIBRARIES qvcd_store)
 qvcd_unit_test(NAME base SOURCES base_files_test.cpp base_lock_test.cpp base_replace_test.cpp base_shell_test.cpp LIBRARIES qvcd_base LABELS concurrent)
 qvcd_unit_test(NAME platform
   SOURCES platform_api_errors_test.cpp platform_claim_test.cpp platform_crypto_test.cpp platform_ipc_client_test.cpp
