@@ -1,4 +1,4 @@
-// The benchmark of the whole daemon; see README.md beside it.
+// The benchmark of the whole daemon; see docs/performance.md.
 
 #include "report.h"
 

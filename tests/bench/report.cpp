@@ -1,7 +1,9 @@
 #include "report.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 namespace qvcd::bench {
 
@@ -33,6 +35,9 @@ std::string bound(const Line &line)
 
 void print_heading(std::FILE *out)
 {
+    double load = 0;
+    getloadavg(&load, 1);
+    std::fprintf(out, "%ld processors, load %.1f before\n", sysconf(_SC_NPROCESSORS_ONLN), load);
     std::fprintf(out, "%-34s %15s  %-20s %6s %6s  %-13s\n", "", "measured", "beside", "ratio", "cpu", "goal");
 }
 

@@ -44,7 +44,7 @@ struct Row {
 /// In the order in which they run.
 std::span<const Row> rows();
 
-// What the rows measure; see rows.cpp and README.md. Each throws when an answer is wrong.
+// What the rows measure; see rows.cpp and docs/performance.md. Each throws when an answer is wrong.
 void measure_get(const Settings &settings, const Report &report);
 void measure_clients(const Settings &settings, const Report &report);
 void measure_connection(const Settings &settings, const Report &report);

@@ -102,9 +102,10 @@ void measure_start(const Settings &settings, const Report &report)
         double best = 1e9;
         for (int round = 0; round < std::min(settings.rounds, kMostStarts); ++round)
             best = std::min(best, Daemon(settings, settings.apis[i]).start_seconds());
-        Line line{"exec to first answer, " + std::to_string(settings.apis[i]), best * kMilli, "ms"};
-        line.goal = {Goal::value_at_most, kGoals[i]};
-        report(line);
+        report({.name = "exec to first answer, " + std::to_string(settings.apis[i]),
+                .value = best * kMilli,
+                .unit = "ms",
+                .goal = {Goal::value_at_most, kGoals[i]}});
     }
 }
 
@@ -113,12 +114,11 @@ void measure_memory(const Settings &settings, const Report &report)
     const Daemon small(settings, settings.apis[1]);
     const Daemon large(settings, settings.apis[2]);
     const auto report_bytes = [&](const char *name) {
-        Line line{name,
-                  (large.resident_bytes() - small.resident_bytes()) /
-                      static_cast<double>(settings.apis[2] - settings.apis[1]),
-                  "B"};
-        line.goal = {Goal::value_at_most, 1600};
-        report(line);
+        const double bytes = large.resident_bytes() - small.resident_bytes();
+        report({.name = name,
+                .value = bytes / static_cast<double>(settings.apis[2] - settings.apis[1]),
+                .unit = "B",
+                .goal = {Goal::value_at_most, 1600}});
     };
     report_bytes("resident memory of an API");
     read_everything(small);
