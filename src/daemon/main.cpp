@@ -152,7 +152,6 @@ bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
     qv_create_pid_file(options.pid_file.path);
     start_logging(options);
     qv_log_print(kLogNotice, "started\n");
-    tree_library_init();
     if (!options.no_watchdog)
         watchdog_start();
     qvnotify_start();

@@ -3,14 +3,10 @@
 #include "base/file_text.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
-#include "store/hdf_scan.h"
 
 #include <cerrno>
 #include <cstring>
 #include <sys/stat.h>
-
-#include <util/neo_hdf.h>
-#include <util/neo_str.h>
 
 namespace qvcd {
 
@@ -18,25 +14,6 @@ namespace {
 
 constexpr std::size_t kMaxForeignBytes = std::size_t{4} << 20;
 constexpr std::size_t kMaxOwnBytes = std::size_t{1} << 30;
-
-std::string take_error(NEOERR *error)
-{
-    STRING text;
-    string_init(&text);
-    nerr_error_string(error, &text);
-    std::string result = text.buf ? text.buf : "unknown error";
-    string_clear(&text);
-    nerr_ignore(&error);
-    return result;
-}
-
-HdfRead parse_into(const std::string &text, Tree &into)
-{
-    into.root().note_changes();
-    if (NEOERR *error = hdf_read_string(into.root().raw(), text.c_str()))
-        return {HdfResult::error, take_error(error)};
-    return {};
-}
 
 // A regular file's text; FIFOs, folders and devices are no files of ours.
 HdfRead load(const std::string &path, std::size_t limit, std::string &text)
@@ -48,18 +25,12 @@ HdfRead load(const std::string &path, std::size_t limit, std::string &text)
     if (content.error)
         return {content.missing() ? HdfResult::missing : HdfResult::error, std::strerror(content.error)};
     text = std::move(content.text);
-    if (!text.empty() && text.back() != '\n')
-        text += '\n'; // the library does not see a block's end on an unfinished last line
     return {};
 }
 
-HdfRead load_whole(const std::string &path, std::size_t limit, std::string &text)
+HdfRead result_of(std::string error)
 {
-    HdfRead read = load(path, limit, text);
-    if (read.result != HdfResult::ok)
-        return read;
-    const HdfScan scan = hdf_scan(text);
-    return scan.error.empty() ? read : HdfRead{HdfResult::error, scan.error};
+    return {error.empty() ? HdfResult::ok : HdfResult::error, std::move(error)};
 }
 
 // Equal in everything that a text can carry: a leaf without a value leaves no trace in it.
@@ -85,10 +56,8 @@ bool same_content(Node a, Node b)
 
 bool reads_back(const std::string &text, Node node)
 {
-    if (!hdf_scan(text).error.empty())
-        return false;
     Tree copy = Tree::make();
-    if (parse_into(text, copy).result != HdfResult::ok)
+    if (!hdf_parse(text, copy.root()).empty())
         return false;
     if (const auto value = node.value()) // the node's own value is not part of its text
         copy.set("", *value);
@@ -115,50 +84,29 @@ int replace(const std::string &path, const std::string &text, FileKind kind)
 HdfRead hdf_read_own_file(const std::string &path, Tree &into)
 {
     std::string text;
-    HdfRead read = load(path, kMaxOwnBytes, text);
-    if (read.result != HdfResult::ok)
-        return read;
-    const HdfScan scan = hdf_scan(text);
-    text.resize(scan.good_bytes);
-    read = parse_into(text, into);
-    if (read.result == HdfResult::ok && !scan.error.empty())
-        return {HdfResult::error, scan.error};
-    return read;
+    const HdfRead read = load(path, kMaxOwnBytes, text);
+    return read.result == HdfResult::ok ? result_of(hdf_parse(text, into.root())) : read;
 }
 
 HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into)
 {
     std::string text;
-    const HdfRead read = load_whole(path, kMaxOwnBytes, text);
-    return read.result == HdfResult::ok ? parse_into(text, into) : read;
+    HdfRead read = load(path, kMaxOwnBytes, text);
+    if (read.result == HdfResult::ok)
+        read = result_of(hdf_parse(text, Node()));
+    return read.result == HdfResult::ok ? result_of(hdf_parse(text, into.root())) : read;
 }
 
 HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh)
 {
     std::string text;
-    HdfRead read = load_whole(path, kMaxForeignBytes, text);
-    if (read.result != HdfResult::ok)
-        return read;
+    HdfRead read = load(path, kMaxForeignBytes, text);
     Tree tree = Tree::make();
-    read = parse_into(text, tree);
+    if (read.result == HdfResult::ok)
+        read = result_of(hdf_parse(text, tree.root()));
     if (read.result == HdfResult::ok)
         fresh = std::move(tree);
     return read;
-}
-
-std::string hdf_text(Node node)
-{
-    if (!node)
-        return {};
-    STRING text;
-    string_init(&text);
-    std::string result;
-    if (NEOERR *error = hdf_dump_str(node.raw(), nullptr, 2, &text))
-        qv_log_print(kLogError, "Can not turn a tree into text: %s\n", take_error(error).c_str());
-    else if (text.buf)
-        result.assign(text.buf, static_cast<std::size_t>(text.len));
-    string_clear(&text);
-    return result;
 }
 
 bool hdf_write_file(const std::string &path, Node node, FileKind kind)

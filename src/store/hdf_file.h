@@ -1,5 +1,6 @@
 #pragma once
 
+#include "store/hdf_text.h"
 #include "store/tree.h"
 
 #include <cstdio>
@@ -8,9 +9,7 @@
 
 namespace qvcd {
 
-// HDF files and texts: "name = value" and "name {" ... "}" lines, "name << MARK" blocks, "#" comments. Files
-// may not include other files, hold links (":") or attributes, nest deeper than kMaxTreeDepth, or hold a NUL
-// byte. Paths are paths of this machine.
+// Files of trees, in the text form of store/hdf_text.h. Paths are paths of this machine.
 
 enum class HdfResult { ok, missing, error };
 
@@ -29,9 +28,6 @@ HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into);
 /// Reads a file that a client named or sent: at most 4 MiB, braces balanced, all or nothing, into a fresh
 /// tree.
 HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh);
-
-/// The children of `node` in the nested text form.
-std::string hdf_text(Node node);
 
 enum class FileKind {
     open,         ///< a new file can be read by all

@@ -1,44 +1,29 @@
 #include "store/tree.h"
 
-#include "base/text.h"
-
-#include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
-
-#include <util/neo_hdf.h>
-#include <util/neo_str.h>
-
-#include <cgi/cgi.h>
 
 namespace qvcd {
 
+using detail::Children;
+using detail::TreeNode;
+
 namespace {
 
-std::atomic<std::uint64_t> changes{0};
+constexpr std::size_t kManyChildren = 16; // fewer are searched one by one
+
+std::atomic<std::uint64_t> changes{0}; // of all trees
 
 enum class Change { value, made, removed };
 
-// Marks stand where the library keeps a context for whoever loads its files, which we do ourselves.
-void mark(const HDF *node, Change what)
+void mark(TreeMarks &marks, Change what)
 {
     const std::uint64_t now = changes.fetch_add(1, std::memory_order_relaxed) + 1;
-    auto *marks = static_cast<TreeMarks *>(node->top->fileload_ctx);
-    marks->changed = now;
+    marks.changed = now;
     if (what != Change::value)
-        marks->nodes = now;
+        marks.nodes = now;
     if (what == Change::removed)
-        marks->removed = now;
-}
-
-bool ignore(NEOERR *error)
-{
-    const bool ok = error == nullptr;
-    nerr_ignore(&error);
-    return ok;
+        marks.removed = now;
 }
 
 bool is_name_char(char c)
@@ -70,89 +55,102 @@ bool is_taken(std::string_view name, Names names)
     return has_good_components(name, [](char c) { return c != '\0'; });
 }
 
-// As the library's own search does it, which wants the name as a C string and goes over it byte by byte. Our
-// trees hold no links, which it would follow.
-HDF *find_child(const HDF *node, std::string_view name)
+// Takes the first component off a name.
+std::string_view next_component(std::string_view &name)
 {
-    if (node->hash) {
-        HDF key{};
-        key.name = const_cast<char *>(name.data()); // only read
-        key.name_len = static_cast<int>(name.size());
-        return static_cast<HDF *>(ne_hash_lookup(node->hash, &key));
+    const std::size_t dot = std::min(name.find('.'), name.size());
+    const std::string_view component = name.substr(0, dot);
+    name.remove_prefix(std::min(dot + 1, name.size()));
+    return component;
+}
+
+TreeNode *find_child(const TreeNode &node, std::string_view name)
+{
+    if (!node.children)
+        return nullptr;
+    if (const auto &by_name = node.children->by_name) {
+        const auto found = by_name->find(name);
+        return found == by_name->end() ? nullptr : *found;
     }
-    for (HDF *child = node->child; child; child = child->next) {
-        if (static_cast<std::size_t>(child->name_len) == name.size() &&
-            std::memcmp(child->name, name.data(), name.size()) == 0)
+    for (TreeNode *child = node.children->first; child; child = child->next) {
+        if (child->name == name)
             return child;
     }
     return nullptr;
 }
 
-// hdf_remove_tree leaves the parent's set cache on freed memory.
-void forget_set_cache(HDF *parent)
+void index_children(Children &children)
 {
-    parent->last_hp = nullptr;
-    parent->last_hs = nullptr;
+    auto by_name = std::make_unique<decltype(children.by_name)::element_type>();
+    for (TreeNode *child = children.first; child; child = child->next)
+        by_name->insert(child);
+    children.by_name = std::move(by_name);
 }
 
-struct FreeDeleter {
-    void operator()(char *text) const noexcept { std::free(text); }
-};
-using CText = std::unique_ptr<char, FreeDeleter>;
+TreeNode &add_child(TreeNode &node, std::string_view name)
+{
+    if (!node.children)
+        node.children = std::make_unique<Children>();
+    Children &children = *node.children;
+    auto child = std::make_unique<TreeNode>();
+    child->name = name;
+    if (children.by_name)
+        children.by_name->insert(child.get());
+    TreeNode *&end = children.last ? children.last->next : children.first;
+    children.last = end = child.release();
+    if (++children.count == kManyChildren)
+        index_children(children);
+    return *children.last;
+}
+
+void remove_child(TreeNode &node, TreeNode &child)
+{
+    Children &children = *node.children;
+    TreeNode *before = nullptr;
+    for (TreeNode *n = children.first; n != &child; n = n->next)
+        before = n;
+    if (children.by_name)
+        children.by_name->erase(&child);
+    (before ? before->next : children.first) = child.next;
+    if (children.last == &child)
+        children.last = before;
+    --children.count;
+    const std::unique_ptr<TreeNode> gone(&child);
+    if (children.count == 0)
+        node.children.reset();
+}
 
 } // namespace
+
+Children::~Children()
+{
+    while (first) {
+        const std::unique_ptr<TreeNode> gone(first);
+        first = gone->next;
+    }
+}
 
 bool is_tree_name(std::string_view name)
 {
     return has_good_components(name, is_name_char);
 }
 
-std::string_view Node::name() const noexcept
-{
-    return n_ && n_->name ? std::string_view(n_->name, static_cast<std::size_t>(n_->name_len))
-                          : std::string_view();
-}
-
-std::optional<std::string_view> Node::value() const noexcept
-{
-    if (!n_ || !n_->value)
-        return std::nullopt;
-    return std::string_view(n_->value);
-}
-
-std::string_view Node::text() const noexcept
-{
-    return n_ && n_->value ? std::string_view(n_->value) : std::string_view("");
-}
-
-Node Node::first_child() const noexcept
-{
-    return Node(n_ ? n_->child : nullptr);
-}
-
-Node Node::next() const noexcept
-{
-    return Node(n_ ? n_->next : nullptr);
-}
-
 Node Node::child(std::string_view name) const
 {
-    return Node(n_ ? find_child(n_, name) : nullptr);
+    return {n_ ? find_child(*n_, name) : nullptr, marks_};
 }
 
 // A name that the tree cannot hold has a component that no node bears.
 Node Node::find(std::string_view name) const
 {
-    if (name.empty())
+    if (name.empty() || !n_)
         return *this;
-    Node node = *this;
-    for (bool last = false; node && !last;) {
-        const std::size_t dot = name.find('.');
-        last = dot == std::string_view::npos;
-        node = node.child(name.substr(0, dot));
-        name.remove_prefix(last ? name.size() : dot + 1);
-    }
-    return node;
+    if (name.ends_with('.'))
+        return {};
+    TreeNode *node = n_;
+    while (node && !name.empty())
+        node = find_child(*node, next_component(name));
+    return {node, marks_};
 }
 
 std::optional<std::string_view> Node::get(std::string_view name) const
@@ -167,27 +165,52 @@ std::string Node::get_or(std::string_view name, std::string_view fallback) const
 
 long long Node::get_int(std::string_view name, long long fallback) const
 {
-    const auto value = get(name);
-    if (!value)
+    const Node node = find(name);
+    if (!node.value())
         return fallback;
+    const char *text = node.n_->value.c_str();
     char *end = nullptr;
-    const long long number = std::strtoll(value->data(), &end, 10);
-    return end == value->data() ? fallback : number;
+    const long long number = std::strtoll(text, &end, 10);
+    return end == text ? fallback : number;
+}
+
+// The value may be a view into the node's own, which assign() allows for.
+void Node::give_value(std::string_view value)
+{
+    if (n_->has_value && n_->value == value)
+        return;
+    mark(*marks_, Change::value);
+    n_->value.assign(value);
+    n_->has_value = true;
+}
+
+Node Node::make(std::string_view name)
+{
+    TreeNode *node = n_;
+    while (!name.empty()) {
+        const std::string_view component = next_component(name);
+        TreeNode *child = find_child(*node, component);
+        if (!child) {
+            mark(*marks_, Change::made);
+            child = &add_child(*node, component);
+        }
+        node = child;
+    }
+    return {node, marks_};
 }
 
 bool Node::set(std::string_view name, std::string_view value, Names names)
 {
     if (!n_ || value.find('\0') != std::string_view::npos)
         return false;
-    const Node there = find(name);
-    if (there.value() == value)
-        return true;
-    if (!there && !is_taken(name, names))
-        return false;
-    mark(n_, there ? Change::value : Change::made);
-    const std::string copy(value); // the view may point into the node's old value
-    return ignore(there ? hdf_set_value(there.n_, "", copy.c_str())
-                        : hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
+    Node there = find(name);
+    if (!there) {
+        if (!is_taken(name, names))
+            return false;
+        there = make(name);
+    }
+    there.give_value(value);
+    return true;
 }
 
 bool Node::remove(std::string_view name)
@@ -197,66 +220,35 @@ bool Node::remove(std::string_view name)
         return false;
     const std::size_t dot = name.rfind('.');
     const Node parent = dot == std::string_view::npos ? *this : find(name.substr(0, dot));
-    const std::string last(dot == std::string_view::npos ? name : name.substr(dot + 1));
-    mark(n_, Change::removed);
-    const bool removed = ignore(hdf_remove_tree(parent.n_, last.c_str()));
-    forget_set_cache(parent.n_);
-    return removed;
+    mark(*marks_, Change::removed);
+    remove_child(*parent.n_, *gone.n_);
+    return true;
 }
 
 bool Node::merge(std::string_view name, Node source)
 {
     if (!n_ || !source || (!name.empty() && !is_tree_name(name)))
         return false;
-    Node target = find(name);
-    if (!target) {
-        // A node without a value is what the library makes for a missing parent.
-        mark(n_, Change::made);
-        HDF *made = nullptr;
-        if (!ignore(hdf_get_node(n_, std::string(name).c_str(), &made)))
-            return false;
-        target = Node(made);
-    }
+    Node target = make(name);
     if (const auto value = source.value())
-        target.set("", *value);
+        target.give_value(*value);
     for (Node child = source.first_child(); child; child = child.next())
         target.merge(child.name(), child);
     return true;
-}
-
-void Node::note_changes() noexcept
-{
-    mark(n_, Change::removed);
 }
 
 Tree Tree::make()
 {
     Tree tree;
     tree.marks_ = std::make_unique<TreeMarks>();
-    if (!ignore(hdf_init(&tree.h_)))
-        throw std::bad_alloc();
-    hdf_register_fileload(tree.h_, tree.marks_.get(), nullptr);
-    mark(tree.h_, Change::removed);
+    tree.root_ = std::make_unique<TreeNode>();
+    mark(*tree.marks_, Change::removed);
     return tree;
-}
-
-Tree &Tree::operator=(Tree &&other) noexcept
-{
-    if (this != &other) {
-        destroy();
-        h_ = std::exchange(other.h_, nullptr);
-        marks_ = std::move(other.marks_);
-    }
-    return *this;
 }
 
 void Tree::destroy() noexcept
 {
-    if (h_) {
-        hdf_destroy(&h_);
-        changes.fetch_add(1, std::memory_order_relaxed);
-    }
-    h_ = nullptr;
+    root_.reset();
     marks_.reset();
 }
 
@@ -274,37 +266,50 @@ Tree::Unmarked::~Unmarked()
 
 std::string url_escape(std::string_view text)
 {
+    constexpr char kHex[] = "0123456789ABCDEF";
     std::string escaped;
-    // The library works on C strings; a NUL byte is the one byte it cannot see.
-    for (std::size_t at = 0; at <= text.size();) {
-        const std::size_t nul = std::min(text.find('\0', at), text.size());
-        const std::string piece(text.substr(at, nul - at));
-        char *out = nullptr;
-        if (!ignore(cgi_url_escape(piece.c_str(), &out)))
-            throw std::bad_alloc();
-        escaped += CText(out).get();
-        if (nul < text.size())
-            escaped += "%00";
-        at = nul + 1;
+    escaped.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((is_name_char(c) && c != '_') || std::string_view("!()*-._").find(c) != std::string_view::npos)
+            escaped += c;
+        else if (c == ' ')
+            escaped += '+';
+        else
+            escaped += {'%', kHex[byte >> 4U], kHex[byte & 15U]};
     }
     return escaped;
 }
 
-std::optional<std::string> url_unescape(std::string_view text)
+namespace {
+
+int hex_digit(char c)
 {
-    if (text.find('\0') != std::string_view::npos)
-        return std::nullopt;
-    // "%" is no hexadecimal digit, so wherever these three bytes stand they decode to a NUL byte.
-    if (text.find("%00") != std::string_view::npos)
-        return std::nullopt;
-    std::string copy(text);
-    copy.resize(std::char_traits<char>::length(cgi_url_unescape(copy.data())));
-    return copy;
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    const int letter = (c | 0x20) - 'a';
+    return letter >= 0 && letter < 6 ? letter + 10 : -1;
 }
 
-void tree_library_init()
+} // namespace
+
+std::optional<std::string> url_unescape(std::string_view text)
 {
-    ignore(nerr_init());
+    std::string plain;
+    plain.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const int high = text[i] == '%' && i + 2 < text.size() ? hex_digit(text[i + 1]) : -1;
+        const int low = high >= 0 ? hex_digit(text[i + 2]) : -1;
+        if (low >= 0) {
+            plain += static_cast<char>(high << 4 | low);
+            i += 2;
+        } else {
+            plain += text[i] == '+' ? ' ' : text[i];
+        }
+        if (plain.back() == '\0')
+            return std::nullopt;
+    }
+    return plain;
 }
 
 } // namespace qvcd

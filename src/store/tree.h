@@ -5,9 +5,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
-
-struct _hdf; // NOLINT: ClearSilver's node, under its own name; only tree.cpp and hdf_file.cpp know more
 
 namespace qvcd {
 
@@ -24,22 +23,79 @@ enum class Names {
     any,      ///< components of any bytes but '.' and NUL: for trees that are never written to a file
 };
 
+/// When a tree changed last, in numbers that grow with each change of any tree: while a number stays, nothing
+/// of its kind happened.
+struct TreeMarks {
+    std::uint64_t changed = 0; ///< anything: a node, another value
+    std::uint64_t nodes = 0;   ///< a node was made or removed
+    std::uint64_t removed = 0; ///< a node was removed
+};
+
+namespace detail {
+
+struct TreeNode;
+
+struct NodesByName {
+    using is_transparent = void;
+    static std::string_view name_of(const TreeNode *node);
+    static std::string_view name_of(std::string_view name) { return name; }
+    std::size_t operator()(const auto &node) const { return std::hash<std::string_view>()(name_of(node)); }
+    bool operator()(const auto &a, const auto &b) const { return name_of(a) == name_of(b); }
+};
+
+// The children of one node: a list in the order in which they came and, when they are many, a hash.
+struct Children {
+    TreeNode *first = nullptr; // owned, each by the one before it
+    TreeNode *last = nullptr;
+    std::size_t count = 0;
+    std::unique_ptr<std::unordered_set<TreeNode *, NodesByName, NodesByName>> by_name;
+
+    Children() = default;
+    ~Children();
+    Children(const Children &) = delete;
+    Children &operator=(const Children &) = delete;
+};
+
+struct TreeNode {
+    std::string name;
+    std::string value;
+    bool has_value = false;
+    TreeNode *next = nullptr;
+    std::unique_ptr<Children> children; // none for most
+};
+
+inline std::string_view NodesByName::name_of(const TreeNode *node)
+{
+    return node->name;
+}
+
+} // namespace detail
+
 /// A node of a tree, not owned; may be no node at all. Every view it hands out points into the tree and ends
 /// with a '\0'; it is good until its node is set or removed, and at the latest until the command lock is let
 /// go.
 class Node {
   public:
     Node() noexcept = default;
-    explicit Node(_hdf *n) noexcept : n_(n) {}
     explicit operator bool() const noexcept { return n_ != nullptr; }
     bool operator==(const Node &) const = default;
 
-    std::string_view name() const noexcept; ///< empty for a root
-    std::optional<std::string_view> value() const noexcept;
-    std::string_view text() const noexcept; ///< the value, or ""
+    /// Empty for a root.
+    std::string_view name() const noexcept { return n_ ? std::string_view(n_->name) : std::string_view(); }
+    std::optional<std::string_view> value() const noexcept
+    {
+        return n_ && n_->has_value ? std::optional<std::string_view>(n_->value) : std::nullopt;
+    }
+    std::string_view text() const noexcept ///< the value, or ""
+    {
+        return n_ ? std::string_view(n_->value) : std::string_view("");
+    }
 
-    Node first_child() const noexcept;
-    Node next() const noexcept; ///< next sibling, in the order in which they were added
+    Node first_child() const noexcept { return {n_ && n_->children ? n_->children->first : nullptr, marks_}; }
+    Node next() const noexcept ///< next sibling, in the order in which they were added
+    {
+        return {n_ ? n_->next : nullptr, marks_};
+    }
 
     Node child(std::string_view name) const; ///< the child of this name, one component
 
@@ -65,52 +121,56 @@ class Node {
     bool merge(std::string_view name, Node source);
 
     /// Children in order, for loops that change nothing in this node.
-    class Iterator {
-      public:
-        explicit Iterator(_hdf *n) : n_(n) {}
-        Node operator*() const { return Node(n_); }
-        Iterator &operator++()
-        {
-            n_ = Node(n_).next().n_;
-            return *this;
-        }
-        bool operator!=(const Iterator &o) const { return n_ != o.n_; }
+    class Iterator;
+    Iterator begin() const;
+    static Iterator end();
 
-      private:
-        _hdf *n_;
-    };
-    Iterator begin() const { return Iterator(first_child().n_); }
-    static Iterator end() { return Iterator(nullptr); }
-
-    _hdf *raw() const noexcept { return n_; } ///< for the store's own sources
-
-    /// For the store's own sources: the library changed the tree by itself.
-    void note_changes() noexcept;
+    /// The node below with this name of good components, made where it is missing, without a value.
+    Node make(std::string_view name);
 
   private:
-    _hdf *n_ = nullptr;
+    friend class Tree;
+    Node(detail::TreeNode *n, TreeMarks *marks) noexcept : n_(n), marks_(marks) {}
+    void give_value(std::string_view value);
+
+    detail::TreeNode *n_ = nullptr;
+    TreeMarks *marks_ = nullptr; // of its tree
 };
 
-/// When a tree changed last, in numbers that grow with each change of any tree: while a number stays, nothing
-/// of its kind happened.
-struct TreeMarks {
-    std::uint64_t changed = 0; ///< anything: a node, another value
-    std::uint64_t nodes = 0;   ///< a node was made or removed
-    std::uint64_t removed = 0; ///< a node was removed
+class Node::Iterator {
+  public:
+    explicit Iterator(Node node) : node_(node) {}
+    Node operator*() const { return node_; }
+    Iterator &operator++()
+    {
+        node_ = node_.next();
+        return *this;
+    }
+    bool operator!=(const Iterator &o) const { return node_ != o.node_; }
+
+  private:
+    Node node_;
 };
+
+inline Node::Iterator Node::begin() const
+{
+    return Iterator(first_child());
+}
+
+inline Node::Iterator Node::end()
+{
+    return Iterator({});
+}
 
 /// Owns a tree, or nothing: a tree that was not made yet reads as empty and cannot be set.
 class Tree {
   public:
     Tree() noexcept = default;
     static Tree make();
-    Tree(Tree &&other) noexcept : h_(std::exchange(other.h_, nullptr)), marks_(std::move(other.marks_)) {}
-    Tree &operator=(Tree &&other) noexcept;
-    ~Tree() { destroy(); }
 
-    explicit operator bool() const noexcept { return h_ != nullptr; }
+    explicit operator bool() const noexcept { return root_ != nullptr; }
     void destroy() noexcept;
-    Node root() const noexcept { return Node(h_); }
+    Node root() const noexcept { return {root_.get(), marks_.get()}; }
 
     Node find(std::string_view name) const { return root().find(name); }
     std::optional<std::string_view> get(std::string_view name) const { return root().get(name); }
@@ -142,18 +202,15 @@ class Tree {
     };
 
   private:
-    _hdf *h_ = nullptr;
-    std::unique_ptr<TreeMarks> marks_; // its nodes know it too
+    std::unique_ptr<detail::TreeNode> root_;
+    std::unique_ptr<TreeMarks> marks_; // handles of nodes know it
 };
 
-/// The library's URL escaping: letters, digits and !()*-._ stand, a blank becomes "+", all else %XX.
+/// URL escaping of values: letters, digits and !()*-._ stand, a blank becomes "+", all else %XX.
 std::string url_escape(std::string_view text);
 
 /// "+" and %XX decoded once; malformed escapes stay as they are. Nothing when the result would hold a NUL
 /// byte.
 std::optional<std::string> url_unescape(std::string_view text);
-
-/// Call once, before any thread starts and before any tree is made.
-void tree_library_init();
 
 } // namespace qvcd

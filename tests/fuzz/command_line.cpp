@@ -155,7 +155,6 @@ class Appliance {
     {
         for (const File &file : kFiles)
             root_.write(file.name, file.text);
-        qvcd::tree_library_init();
         const qvcd::CommandLock lock;
         qvcd::Request request(qvcd::kInternalMask);
         qvcd::cmd_create_afuncmap_hdf();

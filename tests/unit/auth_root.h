@@ -18,7 +18,6 @@ inline const TempFolder &auth_root()
     static const bool ready = [] {
         setenv("QV_SYSROOT", root.path().c_str(), 1);
         std::filesystem::create_directories(root.path("tmp"));
-        tree_library_init();
         return true;
     }();
     static_cast<void>(ready);

@@ -138,7 +138,6 @@ class SelfDescriptionTest : public OnEmptyRoot<testing::Test> {
     void SetUp() override
     {
         OnEmptyRoot::SetUp();
-        tree_library_init();
         cmd_create_cmdmap_hdf();
         hdfdb_init();
         Request request(kMaker);

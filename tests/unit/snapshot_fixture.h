@@ -104,7 +104,6 @@ class SnapshotTest : public OnEmptyRoot<testing::Test> {
     void SetUp() override
     {
         OnEmptyRoot::SetUp();
-        tree_library_init();
         write("etc/enc.conf", "");
         std::filesystem::create_directory(appliance_root().path("tmp"));
     }

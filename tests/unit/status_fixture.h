@@ -18,7 +18,6 @@ class StatusTest : public OnEmptyRoot<testing::Test> {
     void SetUp() override
     {
         OnEmptyRoot::SetUp();
-        tree_library_init();
         hdfdb_init();
     }
     void TearDown() override { hdfdb_destroy(); }

@@ -1,0 +1,205 @@
+#include "store/hdf_text.h"
+
+#include "base/text.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace qvcd {
+
+namespace {
+
+bool is_blank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v';
+}
+
+std::string_view trim(std::string_view text)
+{
+    while (!text.empty() && is_blank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && is_blank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+// What the text begins with that may be a name.
+std::string_view name_at(std::string_view text)
+{
+    const auto *end =
+        std::ranges::find_if_not(text, [](char c) { return is_ascii_alnum(c) || c == '_' || c == '.'; });
+    return {text.data(), static_cast<std::size_t>(end - text.begin())};
+}
+
+int depth_of(std::string_view name)
+{
+    return 1 + static_cast<int>(std::count(name.begin(), name.end(), '.'));
+}
+
+class Parser {
+  public:
+    Parser(std::string_view text, Node into) : text_(text), group_(into) {}
+
+    std::string run()
+    {
+        while (at_ < text_.size()) {
+            if (const char *error = line(next_line()))
+                return "line " + std::to_string(line_number_) + ": " + error;
+        }
+        if (!open_.empty())
+            return "line " + std::to_string(line_number_) + ": " + std::to_string(open_.size()) +
+                   " open brace(s) at the end";
+        return "";
+    }
+
+  private:
+    std::string_view next_line()
+    {
+        const std::size_t end = std::min(text_.find('\n', at_), text_.size());
+        const std::string_view found = text_.substr(at_, end - at_);
+        at_ = std::min(end + 1, text_.size());
+        ++line_number_;
+        return found;
+    }
+
+    // Returns what is wrong with the line, or null.
+    const char *line(std::string_view whole)
+    {
+        if (whole.find('\0') != std::string_view::npos)
+            return "a NUL byte";
+        const std::string_view text = trim(whole);
+        if (text.empty())
+            return nullptr;
+        if (text.front() == '#')
+            return text.starts_with("#include ") ? "files cannot include others" : nullptr;
+        if (text == "}")
+            return close();
+        const std::string_view name = name_at(text);
+        if (!is_tree_name(name))
+            return name.empty() ? "no name" : "bad name";
+        return statement(name, trim(text.substr(name.size())));
+    }
+
+    const char *statement(std::string_view name, std::string_view rest)
+    {
+        if (depth_ + depth_of(name) > kMaxTreeDepth)
+            return "nested too deeply";
+        if (rest.starts_with("=")) {
+            give(name, trim(rest.substr(1)));
+            return nullptr;
+        }
+        if (rest == "{") {
+            open_.push_back({group_, depth_});
+            depth_ += depth_of(name);
+            if (group_)
+                group_ = group_.make(name);
+            return nullptr;
+        }
+        if (rest.starts_with("<<"))
+            return block(name, trim(rest.substr(2)));
+        if (rest.starts_with("{"))
+            return "text behind a brace";
+        if (rest.starts_with(":") || rest.starts_with("["))
+            return "links and attributes are not supported";
+        return "neither a value nor a group";
+    }
+
+    const char *close()
+    {
+        if (open_.empty())
+            return "a closing brace too many";
+        group_ = open_.back().group;
+        depth_ = open_.back().depth;
+        open_.pop_back();
+        return nullptr;
+    }
+
+    void give(std::string_view name, std::string_view value)
+    {
+        if (group_)
+            group_.set(name, value);
+    }
+
+    // Other readers of the format may see the mark in the middle of a line: it must stand nowhere else.
+    const char *block(std::string_view name, std::string_view mark)
+    {
+        if (mark.empty())
+            return "a block without a mark";
+        const std::size_t begin = at_;
+        while (at_ < text_.size()) {
+            const std::size_t end = at_;
+            const std::string_view found = next_line();
+            if (found == mark) {
+                give(name, text_.substr(begin, end - begin));
+                return nullptr;
+            }
+            if (found.find(mark) != std::string_view::npos)
+                return "the block's mark stands inside the block";
+            if (found.find('\0') != std::string_view::npos)
+                return "a NUL byte";
+        }
+        return "a block without an end";
+    }
+
+    std::string_view text_;
+    std::size_t at_ = 0;
+    std::size_t line_number_ = 0;
+    struct Outer {
+        Node group;
+        int depth;
+    };
+    std::vector<Outer> open_; // what is around each open brace
+    Node group_;              // what names are relative to
+    int depth_ = 0;
+};
+
+// A mark that does not stand in the value.
+std::string block_mark(std::string_view value)
+{
+    std::string mark = "EOM";
+    for (int i = 1; value.find(mark) != std::string_view::npos; ++i)
+        mark = "EOM" + std::to_string(i);
+    return mark;
+}
+
+void write_value(std::string_view value, std::string &text)
+{
+    if (value.find('\n') == std::string_view::npos) {
+        text.append(" = ").append(value).append("\n");
+        return;
+    }
+    const std::string mark = block_mark(value);
+    text.append(" << ").append(mark).append("\n").append(value);
+    text.append(value.ends_with('\n') ? "" : "\n").append(mark).append("\n");
+}
+
+void write_below(Node node, std::size_t level, std::string &text)
+{
+    for (const Node child : node) {
+        if (const auto value = child.value()) {
+            text.append(2 * level, ' ').append(child.name());
+            write_value(*value, text);
+        }
+        if (!child.first_child())
+            continue;
+        text.append(2 * level, ' ').append(child.name()).append(" {\n");
+        write_below(child, level + 1, text);
+        text.append(2 * level, ' ').append("}\n");
+    }
+}
+
+} // namespace
+
+std::string hdf_parse(std::string_view text, Node into)
+{
+    return Parser(text, into).run();
+}
+
+std::string hdf_text(Node node)
+{
+    std::string text;
+    write_below(node, 0, text);
+    return text;
+}
+
+} // namespace qvcd
