@@ -23,6 +23,7 @@ class ConnectionWaits final : public WaitHooks {
     explicit ConnectionWaits(LineConnection &connection) : connection_(connection) {}
     void before_waiting() noexcept override { connection_.begin_wait(); }
     void after_waiting() noexcept override { connection_.end_wait(); }
+    bool can_wait() noexcept override { return connection_.can_wait(); }
     std::size_t unsent() noexcept override { return connection_.unsent(); }
 
   private:
@@ -57,7 +58,7 @@ class RequestHandler final : public LineHandler {
     }
 
     std::size_t max_line_bytes() const override { return identified_ ? kMaxLineBytes : kFirstLineBytes; }
-    bool is_privileged() const override { return (mask_ & kLevel1Bits) != 0; }
+    bool is_privileged() const override { return identified_ ? (mask_ & kLevel1Bits) != 0 : caller_.local && caller_.trusted; }
 
   private:
     static Next close(LineConnection &connection, int result)
