@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -17,23 +16,10 @@ using namespace std::chrono_literals;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
-constexpr auto kTurnsTime = 2ms;             // for those with lines that wait, and for those that come
-constexpr Milliseconds kDrainPatience = 1s;  // for a client that still talks when its answer is complete
-constexpr Milliseconds kAcceptPause = 200ms; // after an error that only time can cure
-constexpr std::size_t kLoggedSources = 256;  // whose failed handshakes are not logged again
+constexpr auto kTurnsTime = 2ms;            // for those with lines that wait, and for those that come
+constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
 
 } // namespace
-
-struct LineLoop::Member : ServedConnection {
-    using ServedConnection::ServedConnection;
-
-    std::string source;       // as it is counted; empty: it is not
-    std::size_t counted = 0;  // of held_
-    std::uint32_t events = 0; // what epoll watches; 0: the connection is not registered
-    Stage *stage = nullptr;
-    std::list<Member>::iterator place;
-    Milliseconds since{0};
-};
 
 // A thread of the loop, and the connection that it serves.
 class LineLoop::Worker final : public LineConnection {
@@ -60,18 +46,9 @@ class LineLoop::Worker final : public LineConnection {
 // ---- Threads ----
 
 LineLoop::LineLoop(MakeHandler make_handler, const ServerLimits &limits)
-    : make_handler_(std::move(make_handler)), limits_(limits), first_{limits.first_line, {}},
-      idle_{limits.idle, {}}, sending_{limits.send, {}}, draining_{kDrainPatience, {}},
+    : make_handler_(std::move(make_handler)), limits_(limits), table_(limits),
       crew_([this] { return [this, worker = std::make_shared<Worker>(*this)] { return lead(*worker); }; })
 {
-}
-
-LineLoop::~LineLoop() = default;
-
-void LineLoop::add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls)
-{
-    ::fcntl(listener.socket.get(), F_SETFL, ::fcntl(listener.socket.get(), F_GETFL) | O_NONBLOCK);
-    listeners_.push_back(std::make_unique<Listener>(Listener{std::move(listener), local, std::move(tls)}));
 }
 
 bool LineLoop::start()
@@ -81,12 +58,8 @@ bool LineLoop::start()
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.ptr = nullptr;
-    bool good = epoll_ && wake_ && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) == 0;
-    for (const auto &listener : listeners_) {
-        // A listener's address is told from a connection's by its lowest bit.
-        event.data.u64 = reinterpret_cast<std::uintptr_t>(listener.get()) | 1U;
-        good = good && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, listener->socket.socket.get(), &event) == 0;
-    }
+    const bool good = epoll_ && wake_ && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) == 0 &&
+                      listeners_.watch(epoll_.get());
     if (!good) {
         qv_report_failure(std::string("cannot serve connections: ") + std::strerror(errno));
         return false;
@@ -96,10 +69,7 @@ bool LineLoop::start()
 
 bool LineLoop::stop(Milliseconds patience)
 {
-    for (const auto &listener : listeners_) {
-        if (!listener->socket.path.empty())
-            remove_unix_socket(listener->socket);
-    }
+    listeners_.remove_names();
     stopping_ = true;
     places_.cut();
     wake();
@@ -107,8 +77,7 @@ bool LineLoop::stop(Milliseconds patience)
         qv_log_print(kLogWarning, "server threads did not end in time: %zu\n", left);
         return false;
     }
-    for (Stage *stage : {&first_, &idle_, &sending_, &draining_, &ready_, &busy_})
-        stage->members.clear();
+    table_.clear();
     listeners_.clear();
     return true;
 }
@@ -132,14 +101,11 @@ bool LineLoop::lead(Worker &worker)
             return false;
         if (stopping_)
             return true;
-        if (accept_again_ != 0ms)
-            accept_again();
-        while (held_ > limits_.held && close_largest()) {
-        }
+        bound_memory();
         next_event_ = 0;
         event_count_ =
             std::max(0, ::epoll_wait(epoll_.get(), events_.data(), static_cast<int>(events_.size()),
-                                     ready_.members.empty() ? milliseconds_to_wait() : 0));
+                                     table_.ready.members.empty() ? milliseconds_to_wait() : 0));
     }
 }
 
@@ -150,25 +116,26 @@ void LineLoop::dispatch(Worker &worker, const epoll_event &event)
         ::eventfd_read(wake_.get(), &count);
         return take_returned(worker);
     }
-    if (event.data.u64 & 1U)
-        return accept_all(worker, *reinterpret_cast<Listener *>(event.data.u64 & ~std::uint64_t{1}));
+    if (Listener *const listener = Listeners::of(event))
+        return accept_all(worker, *listener);
     Member &member = *static_cast<Member *>(event.data.ptr);
-    if (member.stage == &sending_)
+    if (member.stage == &table_.sending)
         answer(worker, member);
-    else if (member.stage == &draining_)
+    else if (member.stage == &table_.draining)
         drain(member);
-    else if (member.stage != &ready_) // nothing more is read before its waiting lines have had their turn
+    else if (member.stage !=
+             &table_.ready) // nothing more is read before its waiting lines have had their turn
         readable(worker, member);
 }
 
 void LineLoop::serve_ready(Worker &worker)
 {
-    if (ready_.members.empty())
+    if (table_.ready.members.empty())
         return;
     const Deadline until = std::chrono::steady_clock::now() + kTurnsTime;
-    for (std::size_t turns = ready_.members.size(); worker.leads_ && turns > 0; --turns) {
-        Member &member = ready_.members.front();
-        move(member, busy_); // not late: we are
+    for (std::size_t turns = table_.ready.members.size(); worker.leads_ && turns > 0; --turns) {
+        Member &member = table_.ready.members.front();
+        table_.move(member, table_.busy); // not late: we are
         serve(worker, member);
         if (std::chrono::steady_clock::now() >= until)
             break;
@@ -195,7 +162,7 @@ void LineLoop::Worker::begin_wait() noexcept
     if (first) {
         member.has_just_read_all(); // soon it will not be true any more
         loop_.watch(member, 0);
-        loop_.move(member, loop_.busy_);
+        loop_.table_.move(member, loop_.table_.busy);
         leads_ = false;
         loop_.crew_.hand_over();
     }
@@ -213,87 +180,62 @@ void LineLoop::Worker::begin_wait() noexcept
 void LineLoop::accept_all(Worker &worker, Listener &listener)
 {
     // One that comes alone needs no second look: epoll will tell of the next.
-    const bool alone = ready_.members.empty() && event_count_ == 1;
+    const bool alone = table_.ready.members.empty() && event_count_ == 1;
     const Deadline until = alone ? Deadline() : std::chrono::steady_clock::now() + kTurnsTime;
     do {
-        sockaddr_storage address{};
-        socklen_t size = sizeof address;
-        Fd socket(::accept4(listener.socket.socket.get(),
-                            static_cast<sockaddr *>(static_cast<void *>(&address)), &size,
-                            SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (!socket) {
-            if (errno == EINTR || errno == ECONNABORTED)
-                continue;
-            if (errno != EAGAIN)
-                pause_accepting(worker, errno);
+        std::optional<Listeners::Arrival> arrival = listeners_.accept(listener);
+        if (!arrival) {
+            if (listeners_.is_pausing())
+                make_room(worker);
             return;
         }
-        if (Member *const member = admit(worker, listener, std::move(socket), address))
+        if (Member *const member = admit(worker, listener, std::move(*arrival)))
             readable(worker, *member); // the request is mostly there already
     } while (worker.leads_ && !alone && std::chrono::steady_clock::now() < until);
 }
 
-LineLoop::Member *LineLoop::admit(Worker &worker, Listener &listener, Fd socket,
-                                  const sockaddr_storage &address)
+// Null when there is no place.
+LineLoop::Member *LineLoop::admit(Worker &worker, Listener &listener, Listeners::Arrival arrival)
 {
-    Peer peer = listener.local ? local_peer(socket.get()) : tcp_peer(address);
-    std::unique_ptr<LineHandler> handler = listener.tls ? nullptr : make_handler_(peer);
-    const bool is_privileged = handler && handler->is_privileged();
-    std::string source = is_privileged ? "" : peer.source();
-    if (!find_place(worker, source, is_privileged))
+    std::unique_ptr<LineHandler> handler = listener.tls ? nullptr : make_handler_(arrival.peer);
+    std::string source = handler && handler->is_privileged() ? "" : arrival.peer.source();
+    if (!find_place(worker, source))
         return nullptr;
-    Channel channel =
-        listener.tls ? Channel(std::move(socket), listener.tls->accept()) : Channel(std::move(socket));
-    const auto place =
-        first_.members.emplace(first_.members.end(), std::move(channel), std::move(peer), std::move(handler));
-    if (!is_privileged)
-        ++sources_[source];
-    place->source = std::move(source);
-    place->place = place;
-    place->stage = &first_;
-    place->since = coarse_now();
-    ++size_;
-    return &*place;
+    Channel channel = listener.tls ? Channel(std::move(arrival.socket), listener.tls->accept())
+                                   : Channel(std::move(arrival.socket));
+    return &table_.add(std::move(channel), std::move(arrival.peer), std::move(handler), std::move(source));
 }
 
-// False, once after a log line, when there is none.
-bool LineLoop::find_place(Worker &worker, const std::string &source, bool is_privileged)
+// Without a source: of an administrator.
+bool LineLoop::find_place(Worker &worker, const std::string &source)
 {
-    const auto found = is_privileged ? sources_.end() : sources_.find(source);
-    if (found != sources_.end() && found->second >= limits_.per_source) {
+    if (!source.empty() && table_.of_source(source) >= limits_.per_source) {
         if (crowded_source_.over())
             qv_log_print(kLogWarning, "%s has %zu connections, further ones are closed\n", source.c_str(),
-                         found->second);
+                         table_.of_source(source));
         return false;
     }
-    if (size_ < limits_.connections || make_room(worker))
+    if (table_.size() < limits_.connections || make_room(worker))
         return true;
-    if (is_privileged && size_ < limits_.connections + limits_.reserved)
+    if (source.empty() && table_.size() < limits_.connections + limits_.reserved)
         return true;
     if (crowd_.over())
-        qv_log_print(kLogWarning, "all %zu connections are busy, further ones are closed\n", size_);
+        qv_log_print(kLogWarning, "all %zu connections are busy, further ones are closed\n", table_.size());
     return false;
 }
 
-// The one that was idle longest goes; where all have something to do, the one that takes no answer. False
-// when all are served.
+// Who can be missed is told why, and goes. False when all are served.
 bool LineLoop::make_room(Worker &worker)
 {
-    Member *oldest = nullptr;
-    for (Stage *stage : {&first_, &idle_, &draining_}) {
-        if (!stage->members.empty() && (!oldest || stage->members.front().since < oldest->since))
-            oldest = &stage->members.front();
-    }
-    if (!oldest && !sending_.members.empty())
-        oldest = &sending_.members.front();
-    if (!oldest)
+    Member *const member = table_.least_missed();
+    if (!member)
         return false;
-    if (oldest->is_greeted() && !oldest->is_closing()) {
-        worker.member_ = oldest;
+    if (member->is_greeted() && !member->is_closing() && member->unsent() == 0) {
+        worker.member_ = member;
         worker.must_not_wait_ = true;
         try {
-            oldest->conclude(LineHandler::End::crowded, worker);
-            oldest->send(worker.replies_);
+            member->conclude(LineHandler::End::crowded, worker);
+            member->send(worker.replies_);
         } catch (const std::exception &error) {
             qv_log_print(kLogError, "a connection failed: %s\n", error.what());
         }
@@ -301,64 +243,24 @@ bool LineLoop::make_room(Worker &worker)
         worker.must_not_wait_ = false;
         worker.member_ = nullptr;
     }
-    close(*oldest);
+    close(*member);
     return true;
-}
-
-// A listener that cannot be served stays readable: it is not watched for a while, or the loop would spin.
-void LineLoop::pause_accepting(Worker &worker, int error)
-{
-    if (accept_trouble_.over())
-        qv_log_print(kLogError, "cannot accept a connection: %s\n", std::strerror(error));
-    make_room(worker);
-    watch_listeners(0);
-    accept_again_ = coarse_now() + kAcceptPause;
-}
-
-void LineLoop::accept_again()
-{
-    if (coarse_now() < accept_again_)
-        return;
-    accept_again_ = 0ms;
-    watch_listeners(EPOLLIN);
-}
-
-void LineLoop::watch_listeners(std::uint32_t events)
-{
-    for (const auto &listener : listeners_) {
-        epoll_event event{};
-        event.events = events;
-        event.data.u64 = reinterpret_cast<std::uintptr_t>(listener.get()) | 1U;
-        ::epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, listener->socket.socket.get(), &event);
-    }
 }
 
 void LineLoop::close(Member &member)
 {
-    for (int i = next_event_; i < event_count_;
-         ++i) { // it may be among the events that are still to be served
+    // It may be among the events that are still to be served.
+    for (int i = next_event_; i < event_count_; ++i) {
         epoll_event &event = events_[static_cast<std::size_t>(i)];
         if (event.data.ptr == &member)
             event.data.ptr = nullptr;
     }
-    const auto source = sources_.find(member.source);
-    if (source != sources_.end() && --source->second == 0)
-        sources_.erase(source);
-    held_ -= member.counted;
-    --size_;
     // Closing the socket is not enough: a child that has not reached its exec yet holds it too.
     watch(member, 0);
-    member.stage->members.erase(member.place);
+    table_.remove(member);
 }
 
 // ---- What they wait for ----
-
-void LineLoop::move(Member &member, Stage &stage)
-{
-    member.since = coarse_now();
-    stage.members.splice(stage.members.end(), member.stage->members, member.place);
-    member.stage = &stage;
-}
 
 void LineLoop::watch(Member &member, std::uint32_t events)
 {
@@ -376,20 +278,20 @@ void LineLoop::watch(Member &member, std::uint32_t events)
 void LineLoop::settle(Member &member)
 {
     const bool all_read = member.has_just_read_all();
-    count_held(member);
+    table_.count(member);
     if (member.has_unsent()) {
         watch(member, member.write_events());
-        if (member.stage != &sending_)
-            move(member, sending_);
+        if (member.stage != &table_.sending)
+            table_.move(member, table_.sending);
     } else if (member.is_closing()) {
         all_read ? close(member) : drain(member);
     } else if (member.has_work()) {
-        move(member, ready_);
+        table_.move(member, table_.ready);
     } else {
         watch(member, EPOLLIN);
         // A line that dribbles in is held to the time of the whole.
-        if (member.was_answered() || member.stage == &sending_ || member.stage == &busy_)
-            move(member, idle_);
+        if (member.was_answered() || member.stage == &table_.sending || member.stage == &table_.busy)
+            table_.move(member, table_.idle);
     }
 }
 
@@ -398,21 +300,15 @@ void LineLoop::drain(Member &member)
     if (member.drain())
         return close(member);
     watch(member, EPOLLIN);
-    if (member.stage != &draining_) {
+    if (member.stage != &table_.draining) {
         ::shutdown(member.fd(), SHUT_WR);
-        move(member, draining_);
+        table_.move(member, table_.draining);
     }
 }
 
 int LineLoop::milliseconds_to_wait() const
 {
-    Milliseconds first = Milliseconds::max();
-    for (const Stage *stage : patient_) {
-        if (!stage->members.empty())
-            first = std::min(first, stage->members.front().since + stage->patience);
-    }
-    if (accept_again_ != 0ms)
-        first = std::min(first, accept_again_);
+    const Milliseconds first = std::min(table_.next_late(), listeners_.resume_at());
     if (first == Milliseconds::max())
         return -1;
     return static_cast<int>(std::clamp<long long>((first - coarse_now()).count() + 1, 0, 1000000));
@@ -421,45 +317,31 @@ int LineLoop::milliseconds_to_wait() const
 void LineLoop::end_late_ones(Worker &worker)
 {
     const Milliseconds now = coarse_now();
-    for (Stage *stage : patient_) {
-        while (worker.leads_ && !stage->members.empty() &&
-               stage->members.front().since + stage->patience <= now) {
-            Member &late = stage->members.front();
-            if (stage == &sending_ || stage == &draining_ || !late.is_greeted()) {
-                qv_log_print(kLogDebug, "connection closed: %s\n",
-                             late.is_greeted() ? "an answer was not read" : "no handshake in time");
-                close(late);
-            } else {
-                serve(worker, late, Reason::late);
-            }
+    while (Member *const late = worker.leads_ ? table_.late(now) : nullptr) {
+        if (late->stage == &table_.sending || late->stage == &table_.draining || !late->is_greeted()) {
+            qv_log_print(kLogDebug, "connection closed: %s\n",
+                         late->is_greeted() ? "an answer was not read" : "no handshake in time");
+            close(*late);
+        } else {
+            serve(worker, *late, Reason::late);
         }
     }
+    if (worker.leads_ && listeners_.resume_at() <= now)
+        listeners_.resume();
 }
 
-void LineLoop::count_held(Member &member)
+// Who holds most goes, without a word: it does not read, or talks without an end.
+void LineLoop::bound_memory()
 {
-    const std::size_t now = member.held();
-    held_ += now - member.counted;
-    member.counted = now;
-}
-
-// Who holds most goes, without a word: it does not read, or talks without an end. False when nobody does.
-bool LineLoop::close_largest()
-{
-    Member *largest = nullptr;
-    for (Stage *stage : {&first_, &idle_, &sending_, &ready_}) {
-        for (Member &member : stage->members) {
-            if (!largest || member.counted > largest->counted)
-                largest = &member;
-        }
+    while (table_.held() > limits_.held) {
+        Member *const largest = table_.largest();
+        if (!largest)
+            return;
+        if (memory_.over())
+            qv_log_print(kLogWarning, "connections hold %zu bytes: the one of %s is closed, maybe more\n",
+                         table_.held(), largest->peer().source().c_str());
+        close(*largest);
     }
-    if (!largest || largest->counted == 0)
-        return false;
-    if (memory_.over())
-        qv_log_print(kLogWarning, "connections hold %zu bytes: the one of %s is closed, maybe more\n", held_,
-                     largest->peer().source().c_str());
-    close(*largest);
-    return true;
 }
 
 // ---- Serving one ----
@@ -545,8 +427,8 @@ void LineLoop::answer(Worker &worker, Member &member)
     const std::size_t unsent = member.unsent();
     if (!member.send(worker.replies_))
         return close(member);
-    if (member.stage == &sending_ && member.unsent() < unsent)
-        move(member, sending_); // it reads: its patience begins anew
+    if (member.stage == &table_.sending && member.unsent() < unsent)
+        table_.move(member, table_.sending); // it reads: its patience begins anew
     settle(member);
 }
 

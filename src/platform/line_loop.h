@@ -1,15 +1,15 @@
 #pragma once
 
 #include "platform/coarse_clock.h"
+#include "platform/connection_table.h"
 #include "platform/crew.h"
-#include "platform/served_connection.h"
+#include "platform/line_server.h"
+#include "platform/listeners.h"
 #include "platform/wait_places.h"
 
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <list>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -24,30 +24,14 @@ namespace qvcd {
 class LineLoop : public std::enable_shared_from_this<LineLoop> {
   public:
     LineLoop(MakeHandler make_handler, const ServerLimits &limits);
-    ~LineLoop();
-    LineLoop(const LineLoop &) = delete;
-    LineLoop &operator=(const LineLoop &) = delete;
 
-    void add(UnixListener listener, bool local, std::shared_ptr<const TlsContext> tls = nullptr);
+    void add(Listener listener) { listeners_.add(std::move(listener)); }
     bool start();
     bool stop(std::chrono::milliseconds patience);
 
   private:
-    struct Member;
+    using Member = ConnectionTable::Member;
     class Worker;
-
-    // Every connection is in one of these, and ends when it is there for `patience`. Who waited longest is
-    // the first.
-    struct Stage {
-        std::chrono::milliseconds patience{0}; // 0: as long as it takes
-        std::list<Member> members;
-    };
-
-    struct Listener {
-        UnixListener socket;
-        bool local;
-        std::shared_ptr<const TlsContext> tls; // none: in clear
-    };
 
     // Threads
     bool lead(Worker &worker);
@@ -58,23 +42,18 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
 
     // Connections come and go
     void accept_all(Worker &worker, Listener &listener);
-    Member *admit(Worker &worker, Listener &listener, Fd socket, const sockaddr_storage &address);
-    bool find_place(Worker &worker, const std::string &source, bool is_privileged);
+    Member *admit(Worker &worker, Listener &listener, Listeners::Arrival arrival);
+    bool find_place(Worker &worker, const std::string &source);
     bool make_room(Worker &worker);
-    void pause_accepting(Worker &worker, int error);
-    void accept_again();
-    void watch_listeners(std::uint32_t events);
     void close(Member &member);
 
     // What they wait for
-    void move(Member &member, Stage &stage);
     void watch(Member &member, std::uint32_t events);
     void settle(Member &member);
     void drain(Member &member);
     int milliseconds_to_wait() const;
     void end_late_ones(Worker &worker);
-    void count_held(Member &member);
-    bool close_largest();
+    void bound_memory();
 
     // Serving one
     void readable(Worker &worker, Member &member);
@@ -86,7 +65,6 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
 
     const MakeHandler make_handler_;
     const ServerLimits limits_;
-    std::vector<std::unique_ptr<Listener>> listeners_;
     Fd epoll_;
     Fd wake_; // eventfd(2)
     std::atomic<bool> stopping_{false};
@@ -96,18 +74,12 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     std::vector<Member *> returned_; // their commands waited and have ended
 
     // The leader's.
-    Stage first_, idle_, sending_, draining_;
-    Stage ready_; // with lines that wait their turn
-    Stage busy_;  // being served, on whatever thread
-    const std::array<Stage *, 4> patient_ = {&first_, &idle_, &sending_, &draining_};
-    std::size_t size_ = 0; // of all stages
-    std::size_t held_ = 0; // bytes of all members, as they were counted last
-    std::map<std::string, std::size_t, std::less<>> sources_; // members of each, but for privileged ones
+    Listeners listeners_;
+    ConnectionTable table_;
     std::array<epoll_event, 64> events_{};
     int event_count_ = 0;
     int next_event_ = 0;
-    std::chrono::milliseconds accept_again_{0}; // 0: listeners are watched
-    LogPause accept_trouble_, crowd_, crowded_source_, memory_;
+    LogPause crowd_, crowded_source_, memory_;
     std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
 
     Crew crew_; // last: its threads use everything above

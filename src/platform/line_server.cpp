@@ -17,14 +17,14 @@ LineServer::~LineServer()
 
 void LineServer::listen(UnixListener listener)
 {
-    loop_->add(std::move(listener), true);
+    loop_->add({std::move(listener), true, nullptr});
 }
 
 void LineServer::listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls)
 {
     UnixListener listener;
     listener.socket = std::move(tcp_socket);
-    loop_->add(std::move(listener), false, std::move(tls));
+    loop_->add({std::move(listener), false, std::move(tls)});
 }
 
 bool LineServer::start()
