@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <malloc.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -17,6 +18,7 @@ using Milliseconds = std::chrono::milliseconds;
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
 constexpr auto kTurnsTime = 2ms;            // for those with lines that wait, and for those that come
+constexpr std::size_t kTrimBytes = std::size_t{2} << 20;
 constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
 
 } // namespace
@@ -336,11 +338,16 @@ void LineLoop::bound_memory()
     while (table_.held() > limits_.held) {
         Member *const largest = table_.largest();
         if (!largest)
-            return;
+            break;
         if (memory_.over())
             qv_log_print(kLogWarning, "connections hold %zu bytes: the one of %s is closed, maybe more\n",
                          table_.held(), largest->peer().source().c_str());
         close(*largest);
+    }
+    most_held_ = std::max(most_held_, table_.held());
+    if (most_held_ > kTrimBytes && table_.held() < most_held_ / 4) {
+        ::malloc_trim(0); // else the C library keeps what nobody needs again
+        most_held_ = table_.held();
     }
 }
 

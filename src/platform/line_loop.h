@@ -79,6 +79,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     std::array<epoll_event, 64> events_{};
     int event_count_ = 0;
     int next_event_ = 0;
+    std::size_t most_held_ = 0; // bytes, since memory was given back last
     LogPause crowd_, crowded_source_, memory_;
     std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
 
