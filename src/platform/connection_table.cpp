@@ -26,16 +26,16 @@ ConnectionTable::Member &ConnectionTable::add(Channel channel, Peer peer,
     place->place = place;
     place->stage = &first;
     place->since = coarse_now();
-    place->source = std::move(source);
-    if (!place->source.empty())
-        ++sources_[place->source];
+    place->source_ = std::move(source);
+    if (!place->source_.empty())
+        ++sources_[place->source_];
     ++size_;
     return *place;
 }
 
 void ConnectionTable::remove(Member &member)
 {
-    const auto source = sources_.find(member.source);
+    const auto source = sources_.find(member.source_);
     if (source != sources_.end() && --source->second == 0)
         sources_.erase(source);
     held_ -= member.counted;

@@ -32,12 +32,14 @@ class ConnectionTable {
         std::uint32_t events = 0; ///< what epoll(7) watches; 0: it is not registered
         Stage *stage = nullptr;
 
+        const std::string &source() const { return source_; } ///< as it was added
+
       private:
         friend class ConnectionTable;
         std::list<Member>::iterator place;
         std::chrono::milliseconds since{0}; // in the stage
-        std::string source;                 // as it is counted; empty: it is not
-        std::size_t counted = 0;            // of held_
+        std::string source_;
+        std::size_t counted = 0; // of held_
     };
 
     explicit ConnectionTable(const ServerLimits &limits);

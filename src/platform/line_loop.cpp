@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
-constexpr auto kTurnsTime = 2ms;            // for those with lines that wait, and for those that come
+constexpr auto kTurnsTime = 2ms; // for those with lines that wait, and for those that come
 constexpr std::size_t kTrimBytes = std::size_t{2} << 20;
 constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
 
@@ -43,6 +43,7 @@ class LineLoop::Worker final : public LineConnection {
     Member *member_ = nullptr; // the one whose handler runs
     bool leads_ = false;
     bool must_not_wait_ = false;
+    std::string place_of_; // for whom it has taken one of the places for waits
 };
 
 // ---- Threads ----
@@ -172,9 +173,12 @@ void LineLoop::Worker::begin_wait() noexcept
     // Only this thread touches the connection now, so a client that does not read holds up nobody else.
     if (!member.send_all(replies_, loop_.limits_.send))
         member.give_up();
+    if (!first)
+        return;
     // A place is kept to the end of the command: a short wait must not queue again behind long ones.
-    if (first)
-        loop_.places_.take(loop_.limits_.waiting + (member.is_privileged() ? loop_.limits_.reserved : 0));
+    const bool is_privileged = member.is_privileged();
+    place_of_ = is_privileged ? "" : member.source();
+    loop_.places_.take(loop_.limits_.waiting + (is_privileged ? loop_.limits_.reserved : 0), place_of_);
 }
 
 // ---- Connections come and go ----
@@ -420,7 +424,7 @@ void LineLoop::serve(Worker &worker, Member &member, Reason reason)
         return answer(worker, member);
     if (!member.send(worker.replies_))
         member.give_up();
-    places_.leave();
+    places_.leave(worker.place_of_);
     {
         const std::lock_guard lock(returned_mutex_);
         returned_.push_back(&member);

@@ -72,7 +72,7 @@ using MakeHandler = std::function<std::unique_ptr<LineHandler>(const Peer &)>;
 struct ServerLimits {
     std::size_t connections = 1024; ///< the one that was idle longest makes room for the next
     std::size_t per_source = 64;    ///< of one TCP address or local user; further ones are closed at once
-    std::size_t waiting = 64;       ///< commands that wait on the outside world at once
+    std::size_t waiting = 64;       ///< commands that wait on the outside world at once; half for one source
     std::size_t reserved = 8;       ///< further places of both kinds, for administrators
     std::size_t held = std::size_t{64} << 20; ///< bytes of input and output; who holds most goes
     std::chrono::milliseconds first_line{std::chrono::seconds{30}}; ///< from the connect to the whole line

@@ -5,17 +5,24 @@
 
 namespace qvcd {
 
-void WaitPlaces::take(std::size_t places)
+void WaitPlaces::take(std::size_t places, const std::string &source)
 {
+    const std::size_t half = source.empty() ? places : (places + 1) / 2;
     std::unique_lock lock(mutex_);
-    one_is_free_.wait(lock, [&] { return taken_ < places; });
+    one_is_free_.wait(lock, [&] {
+        const auto own = sources_.find(source);
+        return taken_ < places && (own == sources_.end() || own->second < half);
+    });
     ++taken_;
+    ++sources_[source];
 }
 
-void WaitPlaces::leave()
+void WaitPlaces::leave(const std::string &source)
 {
     const std::lock_guard lock(mutex_);
     --taken_;
+    if (const auto own = sources_.find(source); --own->second == 0)
+        sources_.erase(own);
     one_is_free_.notify_all(); // not all wait for the same number
 }
 

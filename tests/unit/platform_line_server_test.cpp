@@ -251,6 +251,28 @@ TEST_F(Lines, WhoWaitsHoldsUpNobody)
     EXPECT_EQ(gate.inside, 5);
 }
 
+TEST_F(Lines, OneSourceLeavesPlacesForWaitsToOthers)
+{
+    Echo::local_is_privileged = false;
+    start({.waiting = 4, .reserved = 0});
+    std::vector<TestClient> waiting;
+    for (int i = 0; i < 3; ++i) {
+        waiting.push_back(tcp());
+        ASSERT_TRUE(waiting.back().say("x\nwait\n\n"));
+        EXPECT_EQ(waiting.back().line(), "<x\n");
+    }
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 2; }));
+    TestClient other = local();
+    ASSERT_TRUE(other.say("wait for the second\n\n"));
+    EXPECT_TRUE(comes_true([this] { return second.inside == 1; }));
+    EXPECT_EQ(gate.inside, 2);
+    gate.open();
+    second.open();
+    EXPECT_EQ(other.all(), "<wait for the second\n@\n");
+    for (TestClient &client : waiting)
+        EXPECT_EQ(client.all(), "<wait\n@\n");
+}
+
 TEST_F(Lines, WhoWaitsTwiceQueuesOnce)
 {
     start({.waiting = 1, .reserved = 0});
