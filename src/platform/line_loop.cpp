@@ -18,6 +18,9 @@ using Milliseconds = std::chrono::milliseconds;
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
 constexpr auto kTurnsTime = 2ms; // for those with lines that wait, and for those that come
+constexpr auto kRoundTime = 5ms; // for one slice of everybody's lines
+constexpr std::chrono::microseconds kLeastSlice = 25us;
+constexpr std::chrono::microseconds kMostSlice = 250us;
 constexpr std::size_t kTrimBytes = std::size_t{2} << 20;
 constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
 
@@ -402,6 +405,13 @@ void LineLoop::log_failed_handshake(const Member &member)
                      member.peer().address.c_str(), problem.c_str());
 }
 
+// The more have something to say, the shorter is each one's turn, so that the last one's comes soon.
+std::chrono::microseconds LineLoop::slice() const
+{
+    const auto speakers = table_.ready.members.size() + static_cast<std::size_t>(event_count_) + 1;
+    return std::clamp<std::chrono::microseconds>(kRoundTime / speakers, kLeastSlice, kMostSlice);
+}
+
 // Runs the handler over what is there, or tells it the end, and leaves the connection in the state that
 // follows. When the handler waited, the thread does not lead any more: what it can send is sent, for the loop
 // may have ended by now, then a leader takes the connection from here.
@@ -412,7 +422,7 @@ void LineLoop::serve(Worker &worker, Member &member, Reason reason)
         if (reason == Reason::late)
             member.conclude_late(worker);
         else
-            member.converse(worker, worker.replies_);
+            member.converse(worker, worker.replies_, slice());
         member.keep_input();
     } catch (const std::exception &error) {
         qv_log_print(kLogError, "a connection failed: %s\n", error.what());

@@ -60,6 +60,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     bool greet(Member &member);
     void log_failed_handshake(const Member &member);
     enum class Reason { input, late };
+    std::chrono::microseconds slice() const;
     void serve(Worker &worker, Member &member, Reason reason = Reason::input);
     void answer(Worker &worker, Member &member);
 

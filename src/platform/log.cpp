@@ -126,12 +126,17 @@ void tell_locked(Log &log, const std::string &text)
         write_line_locked(log, kLogWarning, text);
 }
 
+const char *kind_of(int priority)
+{
+    return priority == kLogError ? " errors " : priority == kLogWarning ? " warnings " : " lines ";
+}
+
 void tell_left_out_locked(Log &log, LogBudget::Time now)
 {
     if (log.budget.due() > now)
         return;
-    for (const auto &[source, lines] : log.budget.left_out(now))
-        tell_locked(log, source + ": " + std::to_string(lines) + " lines were left out");
+    for (const auto &[source, priority, lines] : log.budget.left_out(now))
+        tell_locked(log, source + ": " + std::to_string(lines) + kind_of(priority) + "were left out");
 }
 
 bool is_limited(int priority)
@@ -141,13 +146,14 @@ bool is_limited(int priority)
 }
 
 // False when the source has logged enough.
-bool has_budget_locked(Log &log, LogBudget::Time now)
+bool has_budget_locked(Log &log, int priority, LogBudget::Time now)
 {
-    switch (log.budget.take(*source_of_lines.name, now)) {
+    switch (log.budget.take(*source_of_lines.name, priority, now)) {
     case LogBudget::Verdict::log:
         return true;
     case LogBudget::Verdict::leave_out_from_now:
-        tell_locked(log, *source_of_lines.name + ": further lines are left out for some seconds");
+        tell_locked(log, *source_of_lines.name + ": further" + kind_of(priority) +
+                             "are left out for some seconds");
         return false;
     case LogBudget::Verdict::leave_out:
         return false;
@@ -161,7 +167,7 @@ void write_line(int priority, std::string_view text)
     const std::lock_guard lock(log.mutex);
     const LogBudget::Time now = coarse_now();
     tell_left_out_locked(log, now);
-    if (!is_limited(priority) || has_budget_locked(log, now))
+    if (!is_limited(priority) || has_budget_locked(log, priority, now))
         write_line_locked(log, priority, text);
 }
 

@@ -4,12 +4,14 @@
 
 namespace qvcd {
 
-LogBudget::Verdict LogBudget::take(const std::string &source, Time now)
+LogBudget::Verdict LogBudget::take(const std::string &source, int priority, Time now)
 {
-    auto found = windows_.find(source);
-    if (found == windows_.end())
-        found = windows_.try_emplace(windows_.size() < kSources ? source : "others", Window{now + kWindow, 0})
-                    .first;
+    auto found = windows_.find({source, priority});
+    if (found == windows_.end()) {
+        const bool has_room = windows_.size() < kMost;
+        found =
+            windows_.try_emplace({has_room ? source : "others", priority}, Window{now + kWindow, 0}).first;
+    }
     Window &window = found->second;
     due_ = std::min(due_, window.end);
     const unsigned long before = window.lines++;
@@ -30,7 +32,7 @@ std::vector<LogBudget::LeftOut> LogBudget::left_out(Time now)
             continue;
         }
         if (window.lines > kLines)
-            told.push_back({it->first, window.lines - kLines});
+            told.push_back({it->first.first, it->first.second, window.lines - kLines});
         it = windows_.erase(it);
     }
     return told;

@@ -12,9 +12,6 @@ namespace qvcd {
 
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr auto kSliceTime = 250us; // for lines of one connection, then the others have their turn
 constexpr std::size_t kSliceReplyBytes = std::size_t{64} << 10;
 constexpr std::size_t kDrainBytes = std::size_t{4} << 20;
 
@@ -70,7 +67,7 @@ std::size_t ServedConnection::line_limit() const
     return limit == kMaxLineBytes ? limit + 1 : limit; // with the newline
 }
 
-void ServedConnection::converse(LineConnection &face, ReplyStream &replies)
+void ServedConnection::converse(LineConnection &face, ReplyStream &replies, std::chrono::microseconds slice)
 {
     std::optional<Deadline> until; // a line that comes alone needs no clock
     while (!closing_) {
@@ -83,7 +80,7 @@ void ServedConnection::converse(LineConnection &face, ReplyStream &replies)
             line = input_.take_all();
         }
         if (!until && !input_.empty())
-            until = std::chrono::steady_clock::now() + kSliceTime;
+            until = std::chrono::steady_clock::now() + slice;
         answered_ = true;
         if (line.size() > kMaxLineBytes && line.back() != '\n') {
             qv_log_print(kLogDebug, "connection closed: a line is too long\n");

@@ -40,8 +40,8 @@ class ServedConnection {
     /// What epoll(7) is to tell of when nothing came.
     std::uint32_t read_events() const;
 
-    /// Hands lines to the handler for a slice of time, then to the end of input its end.
-    void converse(LineConnection &face, ReplyStream &replies);
+    /// Hands lines to the handler for a slice of time, and the end of input.
+    void converse(LineConnection &face, ReplyStream &replies, std::chrono::microseconds slice);
 
     /// Tells the handler the end.
     void conclude(LineHandler::End why, LineConnection &face);

@@ -126,20 +126,21 @@ TEST(LogBudget, ASourceHasItsLinesInItsTime)
     LogBudget budget;
     const LogBudget::Time start{5};
     for (unsigned long i = 0; i < LogBudget::kLines; ++i)
-        ASSERT_EQ(budget.take("a", start), Verdict::log);
-    EXPECT_EQ(budget.take("a", start), Verdict::leave_out_from_now);
-    EXPECT_EQ(budget.take("a", start), Verdict::leave_out);
-    EXPECT_EQ(budget.take("b", start), Verdict::log);
+        ASSERT_EQ(budget.take("a", 3, start), Verdict::log);
+    EXPECT_EQ(budget.take("a", 3, start), Verdict::leave_out_from_now);
+    EXPECT_EQ(budget.take("a", 3, start), Verdict::leave_out);
+    EXPECT_EQ(budget.take("b", 3, start), Verdict::log);
+    EXPECT_EQ(budget.take("a", 4, start), Verdict::log);
     EXPECT_EQ(budget.due(), start + LogBudget::kWindow);
     EXPECT_TRUE(budget.left_out(budget.due() - LogBudget::Time(1)).empty());
     const auto left_out = budget.left_out(budget.due());
     ASSERT_EQ(left_out.size(), 1U);
     EXPECT_EQ(left_out[0].source + std::to_string(left_out[0].lines), "a2");
     EXPECT_EQ(budget.due(), LogBudget::Time::max());
-    EXPECT_EQ(budget.take("a", start + LogBudget::kWindow), Verdict::log);
-    for (std::size_t i = 0; i < 3 * LogBudget::kSources; ++i)
-        budget.take(std::to_string(i), start);
-    EXPECT_EQ(budget.take("another", start), Verdict::leave_out); // they share what others have
+    EXPECT_EQ(budget.take("a", 3, start + LogBudget::kWindow), Verdict::log);
+    for (std::size_t i = 0; i < 2 * LogBudget::kMost; ++i)
+        budget.take(std::to_string(i), 3, start);
+    EXPECT_EQ(budget.take("another", 3, start), Verdict::leave_out); // they share what others have
 }
 
 TEST(Log, WhatASourceBringsAboutIsLimited)
@@ -163,7 +164,7 @@ TEST(Log, WhatASourceBringsAboutIsLimited)
     qv_log_stop();
     EXPECT_NE(folder.read("log").find("\n6: further lines are left out for some seconds\n"),
               std::string::npos);
-    EXPECT_NE(folder.read("log").find("\n3 trusted: 200 lines were left out\n"), std::string::npos);
+    EXPECT_NE(folder.read("log").find("\n3 trusted: 200 errors were left out\n"), std::string::npos);
 }
 
 } // namespace
