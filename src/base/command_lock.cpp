@@ -90,6 +90,11 @@ Unlocked::~Unlocked()
     mine = true;
 }
 
+bool command_can_wait()
+{
+    return !mine || !wait_hooks || wait_hooks->can_wait();
+}
+
 void send_long_reply()
 {
     constexpr std::size_t kLongBytes = std::size_t{256} << 10;

@@ -13,6 +13,9 @@ class WaitHooks {
     virtual void before_waiting() noexcept = 0;
     virtual void after_waiting() noexcept = 0;
 
+    /// False when everybody else would wait too: there are no threads to serve them.
+    virtual bool can_wait() noexcept = 0;
+
     /// Bytes of the reply that were not sent yet.
     virtual std::size_t unsent() noexcept = 0;
 
@@ -51,6 +54,9 @@ class Unlocked {
   private:
     bool was_held_;
 };
+
+/// False when what may take long must be given up rather than waited for. Call it with the command lock.
+bool command_can_wait();
 
 /// Between the names of a command: sends a reply that has become long, with the command lock let go, so that
 /// it neither piles up in memory nor holds up others. Nothing is held over it, as over Unlocked.

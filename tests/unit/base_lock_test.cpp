@@ -66,6 +66,7 @@ TEST(CommandLock, HooksRunAroundWaitsWithoutTheLock)
         }
         void before_waiting() noexcept override { note("before "); }
         void after_waiting() noexcept override { note("after "); }
+        bool can_wait() noexcept override { return true; }
         std::size_t unsent() noexcept override { return reply; }
         std::size_t reply = 0;
     } hooks;
