@@ -1,6 +1,7 @@
 #pragma once
 
 #include "appliance_root.h"
+#include "captured.h"
 
 #include "base/options.h"
 #include "commands/cmd_table.h"
@@ -8,21 +9,9 @@
 #include "store/database.h"
 #include "store/hdf_file.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace qvcd {
-
-struct Answer {
-    int result;
-    std::string text;
-    bool operator==(const Answer &) const = default;
-};
-
-inline void PrintTo(const Answer &answer, std::ostream *out)
-{
-    *out << answer.result << " \"" << answer.text << "\"";
-}
 
 inline constexpr unsigned kMaker = 0x7777;
 inline constexpr unsigned kAdmin = 0x0777;
@@ -31,27 +20,13 @@ inline constexpr unsigned kViewer = 0x0077;
 /// Runs the row of the command table, as the dispatcher does.
 inline Answer ask(const char *command, unsigned mask, Args args)
 {
-    char *text = nullptr;
-    std::size_t size = 0;
-    std::FILE *out = open_memstream(&text, &size);
     Request request(mask);
-    const int result = cmd_find(command).handler(request, args, out);
-    std::fclose(out);
-    Answer answer{result, std::string(text, size)};
-    std::free(text);
-    return answer;
+    return answer_of([&](std::FILE *out) { return cmd_find(command).handler(request, args, out); });
 }
 
 inline std::string tree_text(const Tree &tree)
 {
-    char *text = nullptr;
-    std::size_t size = 0;
-    std::FILE *out = open_memstream(&text, &size);
-    hdfutils_dump(tree.root(), "", out);
-    std::fclose(out);
-    std::string result(text, size);
-    std::free(text);
-    return result;
+    return captured([&](std::FILE *out) { hdfutils_dump(tree.root(), "", out); });
 }
 
 /// One API of each kind that the commands tell apart.

@@ -1,29 +1,17 @@
 #pragma once
 
 #include "appliance_root.h"
+#include "captured.h"
 #include "commands/cmd_parse.h"
 #include "commands/cmd_table.h"
 #include "funcs/read_map.h"
 #include "model/populate.h"
 #include "store/database.h"
 
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <ostream>
 
 namespace qvcd {
-
-struct Answer {
-    int result;
-    std::string text;
-    bool operator==(const Answer &) const = default;
-};
-
-inline void PrintTo(const Answer &answer, std::ostream *out)
-{
-    *out << answer.result << " \"" << answer.text << "\"";
-}
 
 /// An appliance with an encoder, a group of profiles and a few APIs of each kind.
 inline constexpr char kModel[] = R"(
@@ -143,14 +131,7 @@ class SnapshotTest : public OnEmptyRoot<testing::Test> {
     /// The reply to one line of a session.
     static Answer ask(const std::string &line, unsigned mask = 0x0777)
     {
-        char *text = nullptr;
-        std::size_t size = 0;
-        std::FILE *out = open_memstream(&text, &size);
-        const int result = cmd_parse(mask, line, out);
-        std::fclose(out);
-        Answer answer{result, std::string(text, size)};
-        std::free(text);
-        return answer;
+        return answer_of([&](std::FILE *out) { return cmd_parse(mask, line, out); });
     }
     static std::string reply(const std::string &line) { return ask(line).text; }
 
