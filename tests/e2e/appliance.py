@@ -73,6 +73,18 @@ def escape(text):
     return "".join(c if c.isalnum() and c.isascii() else "".join(f"%{b:02X}" for b in c.encode()) for c in text)
 
 
+def user_file(groups, users):
+    """A user file as the daemon writes it. groups: {number: perm}. users: {name: (group, password, default)}."""
+    lines = ["Group {"]
+    for number, perm in groups.items():
+        lines += [f"  {number} {{", f"    perm = {perm}", "  }"]
+    lines += ["}", "User {"]
+    for name, values in users.items():
+        fields = zip(("group", "passwd", "default"), values)
+        lines += [f"  {name} {{", *(f"    {field} = {value}" for field, value in fields), "  }"]
+    return "\n".join([*lines, "}", ""])
+
+
 def as_bytes(text):
     return text if isinstance(text, bytes) else text.encode()
 
