@@ -209,12 +209,6 @@ TEST_F(Files, ReadingIsAllOrAnError)
     EXPECT_FALSE(read_whole_file("/proc/self/stat").text.empty()); // its size reads as 0
 }
 
-TEST_F(Files, RemovingIsToldOf)
-{
-    EXPECT_EQ(remove_file(folder.write("f", "")), 0);
-    EXPECT_EQ(remove_file(folder.path("f")), ENOENT);
-}
-
 TEST_F(Files, NamedFilesInAFolderOfEverybody)
 {
     const auto named = [&](const std::string &name, unsigned mode = 0666) {

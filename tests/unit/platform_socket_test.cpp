@@ -37,25 +37,6 @@ std::string why_not(const std::string &name)
     return listener ? "" : reported;
 }
 
-TEST(UnixEndpoint, SocketAndFolderHaveTheirModesAndTheNameGoes)
-{
-    const auto listener = listen_unix("modes");
-    ASSERT_TRUE(listener);
-    const std::string path = qv_ipc_socket_path("modes");
-    EXPECT_EQ(path, test_root.folder.path("var/run/qv/modes.sock"));
-    struct stat status {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, S_IFSOCK | 0660U);
-    ASSERT_EQ(stat(test_root.folder.path("var/run/qv").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, S_IFDIR | 0755U);
-    EXPECT_TRUE(fcntl(listener->socket.get(), F_GETFD) & FD_CLOEXEC);
-    remove_unix_socket(*listener);
-    EXPECT_NE(stat(path.c_str(), &status), 0);
-    const auto open = listen_unix("modes", SocketMode::of_all);
-    ASSERT_TRUE(open && stat(path.c_str(), &status) == 0);
-    EXPECT_EQ(status.st_mode, S_IFSOCK | 0666U);
-}
-
 TEST(UnixEndpoint, OnlyADeadServersSocketIsReplaced)
 {
     ASSERT_TRUE(listen_unix("folder"));
