@@ -58,6 +58,10 @@ List.file = none
 List.add = profile_addfunc
 List.remove = profile_removefunc
 List.names.attr = n
+Odd.perm = 7777
+Odd.names.attr = n
+Odd.names.add = unknown
+Odd.names.remove = unknown
 Unread.perm = 2222
 Unread.x.attr = x
 Unread.x.type = integer
@@ -168,7 +172,7 @@ def test_delete_takes_only_what_was_inserted(a, argument):
     assert everything(a) == before
 
 
-@pytest.mark.parametrize("command", ["add List.names.attr=x", "remove List.names.attr=x", "add Nowhere=x"])
+@pytest.mark.parametrize("command", ["add List.names.attr=x", "remove List.names.attr=x", "add Nowhere=x", "add Odd.names=x", "remove Odd.names=x"])
 def test_an_attribute_is_no_list(a, command):
     before = everything(a)
     assert a.command(command) == Reply([], 0)
