@@ -55,13 +55,7 @@ TRANSCRIPTS = {
     "binary name is given back": (b"me 0 0\nget \x80\xfe\n\n", b"\x80\xfe=##Parameter not found#\n@\n1\n"),
     "a NUL ends the line": (b"me 0 0\nget A.b\0 A.c\n\n", b"A.b=1\n@\n0\n"),
     "a NUL begins the line": (b"me 0 0\n\0get A.b\n\n", b"@\n1\n"),
-    "first line is empty": (b"\nget A.b\n\n", b"@\n1\n"),
-    "first line is one word": (b"get\nget A.b\n\n", b"@\n1\n"),
     "first line has two fields": (b"me 0\nget A.b\n\n", b"@\n1\n"),
-    "first line has no number": (b"me zero 0\nget A.b\n\n", b"@\n1\n"),
-    "unknown session": (b"me 5 0\nget A.b\n\n", b"@\n1\n"),
-    "negative session": (b"me -1 0\nget A.b\n\n", b"@\n1\n"),
-    "a number beyond int is no session": (b"me 4294967301 0\nget A.b\n\n", b"@\n1\n"),
     "nothing at all": (b"", b"@\n1\n"),
     "end of input instead of an empty line": (b"me 0 0\nget A.b\n", b"A.b=1\n@\n0\n"),
     "end of input within a line": (b"me 0 0\nget X\nget A.b", b"X=##Parameter not found#\nA.b=1\n@\n0\n"),
@@ -98,13 +92,6 @@ def test_answers_come_before_the_request_ends(wire):
         assert c.read_lines(2) == b"A.c=2\nX=##Parameter not found#\n"
         c.send("\n")
         assert c.read_all() == b"@\n1\n"
-
-
-def test_bytes_may_come_one_by_one(wire):
-    with wire.connect(wire.over_tcp) as c:
-        for byte in b"me 0 0\nget A.b,A.c\n\n":
-            c.send(bytes([byte]))
-        assert c.read_all() == b"A.b=1\nA.c=2\n@\n0\n"
 
 
 def test_pipelined_batch(wire):

@@ -101,16 +101,6 @@ def test_an_ntp_configuration_keeps_the_saved_server(appliance):
     assert a.read("/etc/ntp.conf") == text + line % ("b", 16)
 
 
-def test_any_number_of_files(appliance):
-    a = appliance("F.__d {\n range = 1 100\n perm = 7777\n read = kv_rfunc\n write = kv_wfunc\n file = /etc/f__d\n v.attr = v\n v.default = 0\n}\n")
-    a.start()
-    lines = [f"F.{i}.v=1" for i in range(1, 101)]
-    assert a.command("set " + " ".join(lines[:99])).code == 0
-    assert a.command("save") == Reply(lines[:99], 0)
-    assert [a.read(f"/etc/f{i}") for i in range(1, 101)] == 99 * ["v=1\n"] + ["v=0\n"]
-    assert is_modified(a)
-
-
 def test_secrets_are_not_for_others(appliance):
     secret = "v.type = password 0 99\n shadow = /etc/shadow.conf"
     a = appliance(group("P", "/new/p.conf", "kv", secret) + group("Q", "/etc/q.conf", "kv", "shadow = /etc/q.shadow"), {"/etc/q.conf": ("", 0o600)})
@@ -235,10 +225,3 @@ def test_the_start_leaves_alone_what_it_cannot_read(appliance):
         a.path(f"/etc/{name}.real").rename(a.path(f"/etc/{name}.conf"))
     a.restart(level=1)
     assert (a.get("A.v"), a.get("B.v")) == ("5", "6")
-
-
-def test_nothing_in_tmp_is_needed(appliance):
-    a = appliance(group("A", "/etc/a.conf"), {"/tmp/qvcd": "put there by somebody else\n"}).start()
-    assert a.command("update A.v=1") == Reply(2 * ["A.v=1"], 0)
-    a.stop()
-    assert a.read("/etc/a.conf") == "v=1\n" and a.read("/tmp/qvcd") == "put there by somebody else\n"

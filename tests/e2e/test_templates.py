@@ -100,34 +100,6 @@ def test_placeholders_in_values(appliance):
     assert "T.__d.two.default=a__db__zc" in a.command("meta.get T").lines  # templates stay
 
 
-def test_nested_templates(appliance):
-    a = appliance(
-        """
-        S {
-            __d {
-                range = 1 3
-                perm = 7777
-                read = no_rfunc
-                name.attr = x
-                name.default = outer __d
-                P {
-                    __i {
-                        range = 0 1
-                        a.attr = x
-                        a.default = inner __i
-                    }
-                }
-            }
-        }
-        """
-    ).start()
-    expected = []
-    for outer in (1, 2, 3):
-        expected.append(f"S.{outer}.name=outer {outer}")
-        expected += [f"S.{outer}.P.{inner}.a=inner {inner}" for inner in (0, 1)]
-    assert a.command("get") == Reply(expected, 0)
-
-
 def test_template_in_a_template_counted_by_the_outer_number(appliance):
     """An inner range may name an API of the very copy."""
     a = appliance(
@@ -213,13 +185,6 @@ def test_huge_ranges_are_refused(appliance, range_text):
     a = appliance(template(range_text) + "Good.perm = 7777\nGood.a.attr = x\nGood.a.default = 1\n").start()
     assert a.command("get") == Reply(["Good.a=1"], 0)
     assert re.search(r"^Template T.__d asks for \d+ copies, which is too many$", a.log(), re.M)
-
-
-def test_largest_range(appliance):
-    a = appliance(template("1 65536").replace("read =", "write = no_wfunc\n read ="), {"/etc/user.conf": ""})
-    a.start(level=1)
-    assert len(a.command("get T").lines) == 65536
-    assert a.log() == ""
 
 
 def test_nested_ranges_do_not_exhaust_the_daemon(appliance):

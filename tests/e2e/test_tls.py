@@ -12,7 +12,7 @@ import threading
 
 import pytest
 
-from appliance import PATIENCE, QVC, Appliance, Connection, Reply, Reservation, run_qvcd, wait_until
+from appliance import PATIENCE, QVC, Appliance, Connection, Reply, Reservation, run_qvcd
 
 LONG = "x" * 1000
 META = f"""
@@ -193,23 +193,6 @@ def test_megabytes_both_ways_to_a_client_that_reads_late(box):
             assert other.read_all() == b"A.b=1\n@\n0\n"
         assert c.read_all() == asked * f"A.long={LONG}\n".encode() + b"@\n0\n"
         writer.join()
-
-
-def test_twenty_at_once(box):
-    answers = []
-
-    def talk():
-        for _ in range(5):
-            with TlsConnection(box) as c:
-                c.send(300 * "get A.b,A.long\n" + "\n")
-                answers.append(c.read_all())
-
-    threads = [threading.Thread(target=talk) for _ in range(20)]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
-    assert len(answers) == 100 and set(answers) == {300 * f"A.b=1\nA.long={LONG}\n".encode() + b"@\n0\n"}
 
 
 def half_closed(a, farewell):

@@ -39,23 +39,6 @@ def ask(a, *lines):
 
 # ---- Limits ----
 
-ENDLESS = {"hangs": "echo 5; sleep 60", "prints": "yes 6", "service": "echo 7; sleep 61 &"}
-
-
-def test_readers_that_never_end(appliance):
-    """Were one of them waited for, the test would take a minute."""
-    apis = {name: f"attr = {command}" for name, command in ENDLESS.items()}
-    started = time.monotonic()
-    a = appliance(model("syscall_rfunc", "timeout = 1", **apis)).start()
-    values = ["A.hangs=5", "A.prints=6", "A.service=7"]
-    assert a.command("get A") == Reply(values, 0)
-    for name, command in ENDLESS.items():
-        assert a.logged(f"ended, its time is over: {command}") == (name != "service")
-    asked = [ask(a, f"reload A.{name}", f"get A.{name}") for name in ENDLESS]
-    assert [c.read_all().decode().splitlines()[1] for c in asked] == values
-    assert time.monotonic() - started < 45
-
-
 def test_actions_that_never_end(appliance):
     scripts = {"/etc/init.d/hangs": ("#!/bin/sh\nsleep 60\n", 0o755)}
     words = {"calls": "syscall sleep 61", "script": "initd_restart hangs", "well": "syscall true"}
@@ -131,15 +114,6 @@ def test_answers_come_before_the_action_ends_the_daemon(appliance):
     a = appliance(model(n="apply = initd_restart network"), {"/etc/init.d/network": (script, 0o755)}).start()
     assert ask(a, "set A.n=1", "save", "apply", "get A.n").read_all() == 2 * b"A.n=1\n"
     a.reap()
-
-
-def test_answers_come_before_the_action_ends(appliance):
-    a = appliance(model(n="apply = initd_restart web"), {"/etc/init.d/web": (WAIT_FOR_GO, 0o755)}).start()
-    c = ask(a, "get A", "set A.n=1", "apply", "get A.n")
-    assert c.read_lines(3) == b"A.n=0\nA.n=1\nA.n=1\n"
-    assert c.silent_for(0.05)
-    a.write("/go", "")
-    assert c.read_all() == b"A.n=1\n@\n0\n"
 
 
 def test_many_actions_that_ask_the_daemon_themselves(appliance):
