@@ -7,6 +7,7 @@
 #include "funcs/ntp.h"
 #include "funcs/read_map.h"
 #include "model/populate.h"
+#include "model_text.h"
 #include "store/database.h"
 
 #include <gtest/gtest.h>
@@ -248,46 +249,29 @@ TEST_F(Funcs, WhatDoesNotChangeIsNotWritten)
 
 // ---- Population ----
 
-constexpr char kModel[] = R"(G {
-  file = /etc/f.conf
-  read = kv_rfunc
-  write = kv_wfunc
-  type = integer
-  good.attr = good
-  good.default = 1
-  bad.attr = bad
-  bad.default = 2
-  absent.attr = absent
-  absent.default = 3
-  blank.attr = nothing
-  live.attr = good
-  live.dynamic = true
-  live.default = 4
-  blind.attr = good
-  blind.read = syscall_rfunc
-  blind.default = 5
-  same.attr = absent
-  same.default = 6
-  __t.range = 7 7
-  __t.x.attr = t__n
-  __t.x.default = 8
-}
-N {
-  file = /etc/ntp.conf
-  read = ntp_rfunc
-  write = ntp_wfunc
-  interval.attr = interval
-  interval.default = daily
-  server.attr = server
-  server.default = own.example
-}
+constexpr char kModel[] = R"(
+G: file = /etc/f.conf; read = kv_rfunc; write = kv_wfunc; type = integer
+G.good: attr = good; default = 1
+G.bad: attr = bad; default = 2
+G.absent: attr = absent; default = 3
+G.blank: attr = nothing
+G.live: attr = good; dynamic = true; default = 4
+G.blind: attr = good; read = syscall_rfunc; default = 5
+G.same: attr = absent; default = 6
+G.__t: range = 7 7
+G.__t.x: attr = t__n; default = 8
+N: file = /etc/ntp.conf; read = ntp_rfunc; write = ntp_wfunc
+N.interval: attr = interval; default = daily
+N.server: attr = server; default = own.example
 )";
 
 class PopulationTest : public Funcs {
   protected:
     void populate()
     {
-        EXPECT_EQ(hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("m.hdf", kModel))), 0);
+        EXPECT_EQ(
+            hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("m.hdf", model_text(kModel)))),
+            0);
         EXPECT_EQ(hdfdb_populate(request), 0);
     }
     static void expect(std::initializer_list<std::pair<const char *, const char *>> values)

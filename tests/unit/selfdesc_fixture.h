@@ -6,6 +6,7 @@
 #include "base/options.h"
 #include "commands/cmd_table.h"
 #include "model/populate.h"
+#include "model_text.h"
 #include "store/database.h"
 #include "store/hdf_file.h"
 
@@ -31,63 +32,19 @@ inline std::string tree_text(const Tree &tree)
 
 /// One API of each kind that the commands tell apart.
 inline constexpr char kModel[] = R"(
-Box {
-  perm = 7744
-  name {
-    attr = name
-    type = string_length 1 1023
-    default = unit
-    apply = syscall true
-    help = Name of the box
-    desc = Shown on the front panel.
-  }
-  color {
-    attr = color
-    type = string_set red blue
-    default = red
-    help = Color of the box
-  }
-  pin {
-    attr = pin
-    type = password
-    desc = Opens the box.
-  }
-  clock {
-    attr = clock
-    type = timecode
-    help = Clock of the box
-  }
-  state {
-    attr = state
-    dynamic = true
-    default = none
-    read = kv_rfunc
-    file = /etc/state
-  }
-  fixed {
-    attr = fixed
-    perm = 4444
-    help = Never changes
-  }
-  shy {
-    attr = shy
-    private = true
-    help = Hidden
-  }
-  maker {
-    attr = maker
-    perm = 7000
-    help = For the maker
-  }
-}
-Web {
-  perm = 7744
-  Configuration.show_pageload_stats.attr = stats
-  Wizard.firstrun {
-    attr = firstrun
-    type = boolean
-  }
-}
+Box: perm = 7744
+Box.name: attr = name; type = string_length 1 1023; default = unit; apply = syscall true; help = Name of the box
+Box.name: desc = Shown on the front panel.
+Box.color: attr = color; type = string_set red blue; default = red; help = Color of the box
+Box.pin: attr = pin; type = password; desc = Opens the box.
+Box.clock: attr = clock; type = timecode; help = Clock of the box
+Box.state: attr = state; dynamic = true; default = none; read = kv_rfunc; file = /etc/state
+Box.fixed: attr = fixed; perm = 4444; help = Never changes
+Box.shy: attr = shy; private = true; help = Hidden
+Box.maker: attr = maker; perm = 7000; help = For the maker
+Web: perm = 7744
+Web.Configuration.show_pageload_stats: attr = stats
+Web.Wizard.firstrun: attr = firstrun; type = boolean
 )";
 
 struct StartValue {
@@ -117,7 +74,8 @@ class SelfDescriptionTest : public OnEmptyRoot<testing::Test> {
         cmd_create_cmdmap_hdf();
         hdfdb_init();
         Request request(kMaker);
-        ASSERT_EQ(0, hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("model", kModel))));
+        ASSERT_EQ(0, hdfdb_load_meta_file(request,
+                                          qv_host_file(appliance_root().write("model", model_text(kModel)))));
         for (const StartValue &row : kStartValues)
             ASSERT_TRUE(hdfDB.set(row.api, row.value));
         appliance_root().write("etc/state", "state=awake\n");
