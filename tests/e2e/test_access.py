@@ -10,19 +10,12 @@ import threading
 
 import pytest
 
-from appliance import REPOSITORY, Connection, Reply, run_qvcd, user_file, wait_until
+from appliance import REPOSITORY, Connection, Reply, metadata, run_qvcd, user_file, wait_until
 
-META = """
-A {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/a.conf
-    one.attr = one
-    one.default = 1
-    one.help = The one
-}
-"""
+META = metadata("""
+A: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf
+A.one: attr = one; default = 1; help = The one
+""")
 USERS = user_file({0: 7777, 1: 777, 2: 77}, {"admin": (1, "kelpo", "kelpo"), "chief": (1, "c h"), "op": (2, "oper")})
 FORBIDDEN = "##Invalid permission#"
 BUILT_IN = "##Change the password of admin locally first#"

@@ -5,75 +5,29 @@ import threading
 
 import pytest
 
-from appliance import Appliance, Reply, escape, wait_until
+from appliance import WAIT_FOR_GO, Appliance, Reply, escape, metadata, wait_until
 
 NOT_FOUND = "##Parameter not found#"
 
 NOTE = '#!/bin/sh\necho "$*" >>"$QV_SYSROOT/notes"\n'
-# Waits until the test lets it go on.
-READER = (
-    'echo >>"$QV_SYSROOT/started"; n=0; '
-    'while [ ! -e "$QV_SYSROOT/go" ] && [ $n -lt 3000 ]; do n=$((n+1)); sleep 0.01; done; echo 42'
-)
-WAIT_FOR_GO = f"#!/bin/sh\n{READER}\n"
 
-META = """
-Web {
-    perm = 7774
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/web.conf
-    shadow = /etc/shadow.d/web.conf
-    apply = initd_restart web
-    port.attr = port
-    port.type = portnumber
-    port.default = 80
-    title.attr = title
-    title.type = blank,string_length 1 200
-    title.default =
-    free.attr = free
-}
-Plain {
-    perm = 7774
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/plain.conf
-    size.attr = size
-    size.type = integer_range 1 10
-    size.default = 5
-    secret.attr = secret
-    secret.type = password 1 64
-    secret.default = initial
-    follower.attr = follower
-    follower.type = integer
-    follower.default = 1
-    leader.attr = leader
-    leader.default = 1
-    leader.link = Plain.follower
-}
-Odd {
-    perm = 7777
-    unreadable.read = no_rfunc
-    unreadable.write = kv_wfunc
-    unreadable.file = /etc/unreadable.conf
-    unreadable.attr = x
-    unreadable.default = 1
-}
-Live {
-    perm = 7777
-    dynamic = true
-    apply = no_apply
-    light.read = kv_rfunc
-    light.write = io_wfunc
-    light.file = /sys/light
-    light.attr =
-    light.type = integer_range 0 255
-    gone.read = kv_rfunc
-    gone.write = io_wfunc
-    gone.file = /sys/gone
-    gone.attr =
-}
-"""
+META = metadata("""
+Web: perm = 7774; read = kv_rfunc; write = kv_wfunc; file = /etc/web.conf; shadow = /etc/shadow.d/web.conf
+Web: apply = initd_restart web
+Web.port: attr = port; type = portnumber; default = 80
+Web.title: attr = title; type = blank,string_length 1 200; default =
+Web.free: attr = free
+Plain: perm = 7774; read = kv_rfunc; write = kv_wfunc; file = /etc/plain.conf
+Plain.size: attr = size; type = integer_range 1 10; default = 5
+Plain.secret: attr = secret; type = password 1 64; default = initial
+Plain.follower: attr = follower; type = integer; default = 1
+Plain.leader: attr = leader; default = 1; link = Plain.follower
+Odd: perm = 7777
+Odd.unreadable: read = no_rfunc; write = kv_wfunc; file = /etc/unreadable.conf; attr = x; default = 1
+Live: perm = 7777; dynamic = true; apply = no_apply
+Live.light: read = kv_rfunc; write = io_wfunc; file = /sys/light; attr =; type = integer_range 0 255
+Live.gone: read = kv_rfunc; write = io_wfunc; file = /sys/gone; attr =
+""")
 FILES = {
     "/etc/web.conf": "# The web server.\nport = 80\n#title=commented\nother: kept\n",
     "/etc/plain.conf": "size=5\n",
@@ -421,12 +375,8 @@ def test_factory_reset(appliance, word, reset):
 
 
 def test_factory_reset_of_an_unknown_word(a):
-    assert a.command("factory_reset everything").lines == [
-        "all       - reset entire settings tree and user settings",
-        "network   - reset Network.Interfaces,Network.hostname,Services.HTTP,",
-        "            Services.Zeroconf and user settings",
-        "nonetwork - reset entire settings tree but the above, and user settings",
-    ]
+    lines = a.command("factory_reset everything").lines
+    assert [line.split(" ")[0] for line in lines] == ["all", "network", "", "nonetwork"]
 
 
 def test_reload(a):
@@ -538,8 +488,12 @@ def test_clients_that_save_at_once_lose_nothing(appliance):
 
 
 def test_delete_while_a_get_of_the_group_waits(appliance):
-    meta = f"G {{\n perm = 7777\n dynamic = true\n read = syscall_rfunc\n slow.attr = {READER}\n last.attr = echo 1\n}}\n"
-    a = appliance(meta).start()
+    meta = metadata("""
+        G: perm = 7777; dynamic = true; read = syscall_rfunc
+        G.slow: attr = $QV_SYSROOT/slow
+        G.last: attr = echo 1
+    """)
+    a = appliance(meta, {"/slow": (WAIT_FOR_GO, 0o755)}).start()
     for name in ("G.temporary", "G.other"):
         assert a.command(f"insert {name}=x").code == 0
     waiting = [a.connect(greeting=f"me 0 0\n{command}\n\n") for command in ("get G", "get", "geti G.slow")]

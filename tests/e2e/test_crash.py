@@ -12,31 +12,17 @@ import time
 
 import pytest
 
-from appliance import Reply, die_with_us, user_file, wait_until
+from appliance import Reply, die_with_us, metadata, user_file, wait_until
 
 KILLS = 200
 
-META = """
-A {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/a.conf
-    shadow = /etc/shadow.d/a.conf
-    first.attr = first
-    first.default = 0
-    second.attr = second
-    second.default = 0
-}
-B {
-    perm = 7777
-    read = quotedkv_rfunc
-    write = quotedkv_wfunc
-    file = /etc/b.conf
-    only.attr = only
-    only.default = 0
-}
-"""
+META = metadata("""
+A: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf; shadow = /etc/shadow.d/a.conf
+A.first: attr = first; default = 0
+A.second: attr = second; default = 0
+B: perm = 7777; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/b.conf
+B.only: attr = only; default = 0
+""")
 FILLER = "".join(f"# line {i} of somebody else's settings\n" for i in range(400))
 APIS = ("A.first", "A.second", "B.only")
 
@@ -180,24 +166,12 @@ def set_all(a, n):
 
 # ---- Files that cannot be written ----
 
-PAIR = """
-Full {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /full/etc/full.conf
-    value.attr = value
-    value.default =
-}
-Other {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/other.conf
-    value.attr = value
-    value.default =
-}
-"""
+PAIR = metadata("""
+Full: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /full/etc/full.conf
+Full.value: attr = value; default =
+Other: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/other.conf
+Other.value: attr = value; default =
+""")
 BIG_FILLER = "".join(f"# {i:04} {'x' * 92}\n" for i in range(160))  # 16,000 bytes
 OLD = BIG_FILLER + "value=old\n"
 LIMIT = 16384  # not enough for the old text and a new value of 900 bytes
@@ -256,14 +230,6 @@ def test_full_disk(appliance):
     disk.path("filler").unlink()
     assert a.command("save") == Reply([f"Full.value={NEW}"], 0)
     assert disk.path("etc/full.conf").read_text() == BIG_FILLER + f"value={NEW}\n"
-
-
-@pytest.mark.parametrize("place", ["missing", "file"])
-def test_folder_that_is_none(appliance, place):
-    a = appliance(PAIR, {"/etc/other.conf": "value=0\n", **({"/full": "in the way\n"} if place == "file" else {})})
-    a.start()
-    refuse_save(a, "No such file or directory" if place == "missing" else "Not a directory")
-    assert a.path("/full").exists() == (place == "file")
 
 
 def test_shadow_that_cannot_be_written(a):

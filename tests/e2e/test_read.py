@@ -7,112 +7,47 @@ import threading
 
 import pytest
 
-from appliance import Appliance, Reply
+from appliance import WAIT_FOR_GO, Appliance, Reply, metadata
 
 NOT_FOUND = "##Parameter not found#"
 MASKED = "*******"
 
-# The reader waits until the test lets it go on.
-WAIT_FOR_GO = 'n=0; while [ ! -e "$QV_SYSROOT/go" ] && [ $n -lt 3000 ]; do n=$((n+1)); sleep 0.01; done; echo 42'
-
-META = f"""
-Plain {{
-    perm = 7777
-    read = kv_rfunc
-    file = /etc/plain.conf
-    kept.attr = kept
-    kept.type = string
-    kept.default = fallback
-    kept.help = A value of the file
-    missing.attr = missing
-    missing.type = blank,integer_range 1 10
-    missing.default = 5
-    invalid.attr = invalid
-    invalid.type = integer
-    invalid.default = 7
-    invalid.write = kv_wfunc
-    blank.attr = blank
-    nodefault.attr = kept
-    group.default = 9
-    group.inner.attr = kept
-}}
-Secret {{
-    perm = 7777
-    read = quotedkv_rfunc
-    file = /etc/secret.conf
-    long.attr = long
-    long.type = blank,password 1 64
-    long.default = standard
-    short.attr = short
-    short.type = password
-    none.attr = none
-    none.type = password
-    star.read = password_rfunc
-    star.attr = long
-}}
-Live {{
-    perm = 7777
-    dynamic = true
-    word.read = syscall_rfunc
-    word.attr = echo "  42 x"
-    word.default = never
-    silent.read = syscall_rfunc
-    silent.attr = true
-    silent.default = was silent
-    nothing.read = no_rfunc
-    nothing.attr = x
-    unknown.read = misspelt_rfunc
-    unknown.attr = x
-    mirror.read = model_rfunc
-    mirror.attr = Plain.kept
-}}
-Ipc {{
-    perm = 7777
-    dynamic = true
-    file = other
-    all.read = ipc_rfunc
-    all.attr = status
-    rate.read = ipc_attr_rfunc
-    rate.attr = status rate
-    lost.read = ipc_attr_rfunc
-    lost.attr = status lost
-    away.read = ipc_rfunc
-    away.file = nobody
-    away.attr = status
-}}
-Linked {{
-    perm = 7777
-    own.attr = x
-    own.default = mine
-    own.link = Plain.kept
-    dangling.attr = x
-    dangling.default = mine
-    dangling.link = Nowhere.at.all
-}}
-Levels {{
-    maker.perm = 7000
-    maker.attr = x
-    maker.default = m
-    admin.perm = 7700
-    admin.attr = x
-    admin.default = a
-    operator.perm = 7770
-    operator.attr = x
-    operator.default = o
-    viewer.perm = 7774
-    viewer.attr = x
-    viewer.default = v
-    writeonly.perm = 2222
-    writeonly.attr = x
-    writeonly.default = w
-    noperm.attr = x
-    noperm.default = n
-    private.perm = 7777
-    private.private = true
-    private.attr = x
-    private.default = p
-}}
-"""
+META = metadata("""
+Plain: perm = 7777; read = kv_rfunc; file = /etc/plain.conf
+Plain.kept: attr = kept; type = string; default = fallback; help = A value of the file
+Plain.missing: attr = missing; type = blank,integer_range 1 10; default = 5
+Plain.invalid: attr = invalid; type = integer; default = 7; write = kv_wfunc
+Plain.blank: attr = blank
+Plain.nodefault: attr = kept
+Plain.group: default = 9
+Plain.group.inner: attr = kept
+Secret: perm = 7777; read = quotedkv_rfunc; file = /etc/secret.conf
+Secret.long: attr = long; type = blank,password 1 64; default = standard
+Secret.short: attr = short; type = password
+Secret.none: attr = none; type = password
+Secret.star: read = password_rfunc; attr = long
+Live: perm = 7777; dynamic = true
+Live.word: read = syscall_rfunc; attr = echo "  42 x"; default = never
+Live.silent: read = syscall_rfunc; attr = true; default = was silent
+Live.nothing: read = no_rfunc; attr = x
+Live.unknown: read = misspelt_rfunc; attr = x
+Live.mirror: read = model_rfunc; attr = Plain.kept
+Ipc: perm = 7777; dynamic = true; file = other
+Ipc.all: read = ipc_rfunc; attr = status
+Ipc.rate: read = ipc_attr_rfunc; attr = status rate
+Ipc.lost: read = ipc_attr_rfunc; attr = status lost
+Ipc.away: read = ipc_rfunc; file = nobody; attr = status
+Linked: perm = 7777
+Linked.own: attr = x; default = mine; link = Plain.kept
+Linked.dangling: attr = x; default = mine; link = Nowhere.at.all
+Levels.maker: perm = 7000; attr = x; default = m
+Levels.admin: perm = 7700; attr = x; default = a
+Levels.operator: perm = 7770; attr = x; default = o
+Levels.viewer: perm = 7774; attr = x; default = v
+Levels.writeonly: perm = 2222; attr = x; default = w
+Levels.noperm: attr = x; default = n
+Levels.private: perm = 7777; private = true; attr = x; default = p
+""")
 FILES = {
     "/etc/plain.conf": "kept=1 2, 3\ninvalid=abc\nblank=\n",
     "/etc/secret.conf": 'long="secret word"\nshort="x"\nnone=""\n',
@@ -246,16 +181,10 @@ def test_introspect(a):
 
 
 def test_a_mirror_of_a_password_is_for_who_may_read_it(appliance):
-    meta = """
-    P.perm = 7700
-    P.word.type = password 1 32
-    P.word.attr = word
-    P.word.default = hush
-    M.perm = 7774
-    M.word.dynamic = true
-    M.word.read = model_rfunc
-    M.word.attr = P.word
-    """
+    meta = metadata("""
+        P.word: perm = 7700; type = password 1 32; attr = word; default = hush
+        M.word: perm = 7774; dynamic = true; read = model_rfunc; attr = P.word
+    """)
     a = appliance(meta, {"/etc/user.conf": FILES["/etc/user.conf"]}).start()
     assert [a.get("M.word", a.login(user, user)) for user in ("u1", "u2")] == ["hush", ""]
 
@@ -303,25 +232,12 @@ def test_ipc_readers(a):
 
 
 def test_reader_that_waits_holds_up_nobody(appliance):
-    meta = f"""
-    W {{
-        perm = 7777
-        dynamic = true
-        slow.read = syscall_rfunc
-        slow.attr = {WAIT_FOR_GO}
-    }}
-    I {{
-        perm = 7777
-        dynamic = true
-        slow.read = ipc_rfunc
-        slow.file = other
-        slow.attr = status
-    }}
-    Quick.perm = 7777
-    Quick.a.attr = a
-    Quick.a.default = 1
-    """
-    a = appliance(meta).start()
+    meta = metadata("""
+        W.slow: perm = 7777; dynamic = true; read = syscall_rfunc; attr = $QV_SYSROOT/slow
+        I.slow: perm = 7777; dynamic = true; read = ipc_rfunc; file = other; attr = status
+        Quick.a: perm = 7777; attr = a; default = 1
+    """)
+    a = appliance(meta, {"/slow": (WAIT_FOR_GO, 0o755)}).start()
     go = threading.Event()
     other = OtherDaemon(a.path("/var/run/qv/other.sock"), [lambda: go.wait(60) and b"done\n@\n"])
     with contextlib.closing(other):

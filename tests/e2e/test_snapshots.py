@@ -5,9 +5,8 @@ import threading
 
 import pytest
 
-from appliance import Reply, wait_until
+from appliance import WAIT_FOR_GO, Reply, metadata, wait_until
 
-ENCODER = "VideoEncoder.Configuration.bitrate"
 CURRENT = "System.Configuration.Profiles.current"
 
 
@@ -19,26 +18,6 @@ def box(appliance):
 def change(box, assignment):
     reply = box.command("update " + assignment)
     assert reply.code == 0, reply
-
-
-def test_switching_profiles(box):
-    change(box, f"{ENCODER}=5000000")
-    assert "Profile.fast.name=fast" in box.command("profile.save fast VideoEncoder.Configuration").lines
-    change(box, f"{ENCODER}=1000000")
-    assert "Profile.slow.name=slow" in box.command("profile.save slow VideoEncoder.Configuration").lines
-    change(box, f"{CURRENT}=fast")
-    assert box.get(ENCODER) == "5000000"
-    assert box.command(f"checkmod {ENCODER}").lines == []  # the load saved it
-    assert f"{CURRENT}=fast" in box.command(f"get {CURRENT}").lines
-    change(box, f"{CURRENT}=slow")
-    assert box.get(ENCODER) == "1000000"
-    box.restart()
-    assert (box.get(CURRENT), box.get(ENCODER)) == ("slow", "1000000")
-    assert "Profile.current=slow" in box.command("profile.list").lines
-    reply = box.command("profile.remove slow")
-    assert reply == Reply([*reply.lines[:-1], "Profile.default.name=default"], 0)
-    assert box.get(CURRENT) == "default"
-    assert not box.path("/etc/profiles/slow.hdf").exists() and box.path("/etc/profiles/fast.hdf").exists()
 
 
 def test_loading_and_applying_a_preset(box):
@@ -56,28 +35,23 @@ def test_loading_and_applying_a_preset(box):
 
 # ---- A small model of its own ----
 
-APIS = {
-    "Enc": "perm = 7774; file = /etc/enc.conf; read = quotedkv_rfunc; write = quotedkv_wfunc",
-    "Enc.rate": "attr = RATE; type = integer_range 1 99; default = 10; apply = initd_restart enc",
-    "Enc.text": "attr = TEXT; type = string_length 0 1023; default = plain",
-    "Enc.look": "attr = LOOK; perm = 4444; default = seen",
-    "Enc.key": "attr = KEY; perm = 7700; type = password 1 32; default = hush",
-    "Enc.live": "dynamic = true; default = 0; read = syscall_rfunc; attr = $QV_SYSROOT/reader",
-    "Enc.last": "attr = LAST; type = integer_range 1 99; default = 10",
-    "Enc.Profiles": "file = /etc/group/selection.conf",
-    "Enc.Profiles.name": "attr = NAME; type = blank,profile2; default =; apply = profile2_apply;"
-    " add = profile_addfunc Enc.rate Enc.text; remove = profile_removefunc",
-    "Enc.Profiles.desc": "attr = DESC; type = blank,string_length 1 255; default =; apply = no_apply",
-    CURRENT: "perm = 7774; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/profiles.conf; attr = CURRENT;"
-    " type = profile; default = default; apply = profile_apply current",
-    "State": "perm = 4444; dynamic = true; read = profile_rfunc; file = /etc/profiles.conf; attr = CURRENT; default =",
-}
-META = "".join(f"{api}.{line.strip()}\n" for api, lines in APIS.items() for line in lines.split(";"))
+META = metadata(f"""
+Enc: perm = 7774; file = /etc/enc.conf; read = quotedkv_rfunc; write = quotedkv_wfunc
+Enc.rate: attr = RATE; type = integer_range 1 99; default = 10; apply = initd_restart enc
+Enc.text: attr = TEXT; type = string_length 0 1023; default = plain
+Enc.look: attr = LOOK; perm = 4444; default = seen
+Enc.key: attr = KEY; perm = 7700; type = password 1 32; default = hush
+Enc.live: dynamic = true; default = 0; read = syscall_rfunc; attr = $QV_SYSROOT/reader
+Enc.last: attr = LAST; type = integer_range 1 99; default = 10
+Enc.Profiles: file = /etc/group/selection.conf
+Enc.Profiles.name: attr = NAME; type = blank,profile2; default =; apply = profile2_apply
+Enc.Profiles.name: add = profile_addfunc Enc.rate Enc.text; remove = profile_removefunc
+Enc.Profiles.desc: attr = DESC; type = blank,string_length 1 255; default =; apply = no_apply
+{CURRENT}: perm = 7774; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/profiles.conf
+{CURRENT}: attr = CURRENT; type = profile; default = default; apply = profile_apply current
+State: perm = 4444; dynamic = true; read = profile_rfunc; file = /etc/profiles.conf; attr = CURRENT; default =
+""")
 NAME = "Enc.Profiles.name"
-READER = """#!/bin/sh
-echo >>"$QV_SYSROOT/started"; n=0
-while [ ! -e "$QV_SYSROOT/go" ] && [ $n -lt 1000 ]; do n=$((n+1)); sleep 0.01; done; echo 42
-"""
 
 
 @pytest.fixture
@@ -132,7 +106,7 @@ def test_a_profile_holds_what_a_load_sets(make):
 
 def test_a_profile_is_of_one_moment(make):
     a = make()
-    a.write("/reader", READER, 0o755)
+    a.write("/reader", WAIT_FOR_GO, 0o755)
     done = []
     saver = threading.Thread(target=lambda: done.append(a.command("profile.save p")))
     saver.start()
@@ -157,7 +131,7 @@ def test_loading_reads_before_it_reverts(make, text):
 
 def test_what_is_set_while_a_load_waits_goes_too(make):
     a = make({"p": "Enc.rate = 20\n"})
-    a.write("/usr/share/qvcontrol/post_revert_script", READER, 0o755)
+    a.write("/usr/share/qvcontrol/post_revert_script", WAIT_FOR_GO, 0o755)
     loader = threading.Thread(target=a.command, args=["profile.load p"])
     loader.start()
     wait_until(a.path("/started").exists, "the script that the revert runs")

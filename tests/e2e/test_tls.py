@@ -12,24 +12,16 @@ import threading
 
 import pytest
 
-from appliance import PATIENCE, QVC, Appliance, Connection, Reply, Reservation, run_qvcd
+from appliance import PATIENCE, QVC, WAIT_FOR_GO, Appliance, Connection, Reply, Reservation, metadata, run_qvcd
 
 LONG = "x" * 1000
-META = f"""
-A {{
-    perm = 7777
-    b.attr = b
-    b.default = 1
-    long.attr = long
-    long.default = {LONG}
-    slow.attr = slow
-    slow.default = 1
-    slow.apply = initd_restart slow
-    mine.perm = 7700
-    mine.attr = mine
-    mine.default = 1
-}}
-"""
+META = metadata(f"""
+A: perm = 7777
+A.b: attr = b; default = 1
+A.long: attr = long; default = {LONG}
+A.slow: attr = slow; default = 1; apply = initd_restart slow
+A.mine: perm = 7700; attr = mine; default = 1
+""")
 USERS = """Group {
   1.perm = 777
   3.perm = 4
@@ -43,7 +35,6 @@ User {
   nobody.passwd = n
 }
 """
-WAIT_FOR_GO = '#!/bin/sh\nwhile [ ! -e "$QV_SYSROOT/go" ]; do sleep 0.01; done\n'
 
 
 class Certificates:

@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from appliance import Reply, Reservation, wait_until
+from appliance import Reply, Reservation, metadata, wait_until
 
 FAILED = "##Apply failed#"
 
@@ -132,22 +132,12 @@ def test_many_actions_that_ask_the_daemon_themselves(appliance):
 
 # ---- Probes ----
 
-UPLINK = """
-System.Configuration.Uplink {
-    perm = 7777
-    read = no_rfunc
-    maker_url.attr = x
-    maker_url.default = %s
-    public_url.attr = x
-    public_url.default = %s
-}
-Net.uplink {
-    perm = 7777
-    dynamic = true
-    attr = x
-    read = uplink_rfunc
-}
-"""
+UPLINK = metadata("""
+System.Configuration.Uplink: perm = 7777; read = no_rfunc
+System.Configuration.Uplink.maker_url: attr = x; default = %s
+System.Configuration.Uplink.public_url: attr = x; default = %s
+Net.uplink: perm = 7777; dynamic = true; attr = x; read = uplink_rfunc
+""")
 
 
 def test_uplink_over_https(appliance):
