@@ -105,19 +105,14 @@ TEST_F(PresetTest, WithoutAFolderTheDatabaseIsEmpty)
     set("Enc.rate", "77");
     meta_set("Enc.rate", "mod", "1");
     const std::pair<const char *, const char *> rows[] = {
-        {"current", ""},
         {"check", kNoPreset},
         {"load", kNoPreset},
         {"load 1", kInvalidNumber},
-        {"load_name one", ""},
-        {"load_apply", kNoPreset},
         {"load_apply_name one", ""},
         {"info", kCustom},
-        {"get", kCustom},
         {"get current", kNoPreset},
         {"set", kInvalidNumber},
         {"save", kNoPreset},
-        {"read", ""},
         {"export", ""},
         {"import /import", "##Can not save preset#\n"},
         {"export", ""},

@@ -2,12 +2,8 @@
 #include "platform_root.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <atomic>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <thread>
 #include <vector>
@@ -67,21 +63,6 @@ TEST(UnixEndpoint, OfServersThatStartAtOnceOneWins)
             starter.join();
         ASSERT_EQ(std::ranges::count_if(listeners, [](const auto &l) { return l.has_value(); }), 1) << name;
     }
-    testing::internal::GetCapturedStderr();
-}
-
-TEST(TcpEndpoint, ListensAndReportsWhatCannotBe)
-{
-    const Fd listener = listen_tcp("127.0.0.1", 0);
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    ASSERT_EQ(getsockname(listener.get(), static_cast<sockaddr *>(static_cast<void *>(&address)), &size), 0);
-    const int port = ntohs(address.sin_port);
-    EXPECT_TRUE(connect_tcp("127.0.0.1", std::to_string(port), 30s));
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(listen_tcp("127.0.0.1", port)) << "taken";
-    EXPECT_FALSE(listen_tcp("no address", port));
-    EXPECT_FALSE(listen_tcp("127.0.0.1", 70000));
     testing::internal::GetCapturedStderr();
 }
 
