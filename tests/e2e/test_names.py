@@ -29,7 +29,7 @@ Linked.to: attr = t; default = d; link = Linked.secret
 Linked.far: attr = f; default = d; link = Linked.to
 List: perm = 7777; read = no_rfunc; file = none; add = profile_addfunc; remove = profile_removefunc
 List.names: attr = n
-Odd: perm = 7777
+Odd: perm = 7777; file = none
 Odd.names: attr = n; add = unknown; remove = unknown
 Unread: perm = 2222
 Unread.x: attr = x; type = integer; default = 4711
@@ -139,8 +139,11 @@ def test_delete_takes_only_what_was_inserted(a, argument):
     assert everything(a) == before
 
 
-@pytest.mark.parametrize("command", ["add List.names.attr=x", "remove List.names.attr=x", "add Nowhere=x", "add Odd.names=x", "remove Odd.names=x"])
-def test_an_attribute_is_no_list(a, command):
+@pytest.mark.parametrize(
+    "command",
+    [f"{command} {name}=x" for command in ("add", "remove") for name in ("List.names.attr", "Nowhere", "Odd.names")],
+)
+def test_what_is_no_list(a, command):
     before = everything(a)
     assert a.command(command) == Reply([], 0)
     assert everything(a) == before

@@ -66,12 +66,6 @@ def test_metadata_options(appliance, options, loaded):
     assert len(re.findall(r"^Loading .* into meta DB$", a.log(), re.M)) == max(options.count("-m"), 1)
 
 
-def test_later_metadata_overrides_earlier(appliance):
-    a = appliance(files={"/1": model("A", "old"), "/2": "A.a.default = new\nA.b.attr = b\nA.b.default = 2\n"})
-    a.start("-m", a.path("/1"), "-m", a.path("/2"))
-    assert a.command("get").lines == ["A.a=new", "A.b=2"]
-
-
 def test_arguments_that_are_no_options(appliance):
     a = appliance(model("A"))
     code, out, err = run_qvcd("-g", "stray", "-v3", "two\nlines", env=a.environment())

@@ -247,6 +247,15 @@ TEST_F(Funcs, WhatDoesNotChangeIsNotWritten)
     EXPECT_EQ(inode("etc/f.conf"), before[0]);
 }
 
+TEST_F(Funcs, ActionsThatAreNone)
+{
+    for (const char *call : {"bogus", "", " , "}) {
+        int result = 0;
+        EXPECT_EQ(afuncmap_apply_direct(request, "apply", "A", call, result), 0) << call;
+        EXPECT_EQ(result, 1) << call;
+    }
+}
+
 // ---- Population ----
 
 constexpr char kModel[] = R"(
