@@ -171,15 +171,6 @@ def test_metav(a):
     assert a.command("metav") == Reply(['##Invalid command#: "metav "'], -1)
 
 
-def test_introspect(a):
-    lines = a.command("introspect Plain.missing")
-    assert lines.code == 0 and lines.lines
-    assert a.command("geti Plain.missing") == Reply(["Plain.missing=5", *lines.lines], 0)
-    assert a.command("introspect Plain").lines.count(lines.lines[0]) >= 1
-    assert a.command("introspect Nowhere,Plain.missing") == Reply([f"Nowhere={NOT_FOUND}", *lines.lines], 1)
-    assert len(a.command("introspect").lines) > len(a.command("introspect Plain").lines)
-
-
 def test_a_mirror_of_a_password_is_for_who_may_read_it(appliance):
     meta = metadata("""
         P.word: perm = 7700; type = password 1 32; attr = word; default = hush

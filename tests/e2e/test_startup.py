@@ -82,16 +82,6 @@ def test_preloaded_values_and_user_file(appliance):
     assert a.command("user.list").lines == ["User.admin.passwd=x"]
 
 
-def test_last_pid_file_wins_and_relative_paths_hold(appliance):
-    a = appliance(model("A"))
-    a.start("-p", a.path("/first"), "-p", a.path("/second"), "-l", os.path.relpath(a.path("/other.log")))
-    assert not a.path("/first").exists()
-    assert a.read("/second") == f"{a.process.pid}\n"
-    wait_until(lambda: "running" in a.read("/other.log"), "the log")
-    a.stop()
-    assert not a.path("/second").exists()
-
-
 def test_debug_logs_to_stderr_and_timestamps_alone_do_nothing(appliance):
     a = appliance(model("A"))
     for options, pattern in (
@@ -159,29 +149,6 @@ def running(a, *options):
     finally:
         process.kill()
         process.communicate()
-
-
-def test_order_of_start_and_stop(appliance):
-    a = appliance(model("A"), {"/etc/user.conf": "User.admin.group = 1\n", "/2": model("B")})
-    a.start("-m", a.path("/usr/share/qvapi/apimeta.hdf"), "-m", a.path("/2"))
-    a.stop()
-    order = [
-        "started",
-        "Loading /etc/user.conf into user DB",
-        f"Loading {a.path('/usr/share/qvapi/apimeta.hdf')} into meta DB",
-        f"Loading {a.path('/2')} into meta DB",
-        "Load session DB",
-        "populate default A.a=1",
-        "populate default B.a=1",
-        "running",
-        "Signal 2 caught, shutting down",
-        "alive",
-        "stopping",
-        "exit",
-    ]
-    log = a.log().splitlines()
-    assert [line for line in log if line in order] == order
-    assert log[-1] == "exit"
 
 
 def test_stop_leaves_nothing_but_the_files(appliance):

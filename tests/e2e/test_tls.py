@@ -12,7 +12,7 @@ import threading
 
 import pytest
 
-from appliance import PATIENCE, QVC, WAIT_FOR_GO, Appliance, Connection, Reply, Reservation, metadata, run_qvcd
+from appliance import PATIENCE, QVC, WAIT_FOR_GO, Appliance, Connection, Reservation, metadata, run_qvcd
 
 LONG = "x" * 1000
 META = metadata(f"""
@@ -170,20 +170,6 @@ def test_qvc_on_a_terminal(box):
         assert p.wait(PATIENCE) == 0
     os.close(keyboard)
     os.close(terminal)
-
-
-def test_megabytes_both_ways_to_a_client_that_reads_late(box):
-    asked = 8400
-    lines = [b"get A.long".ljust(1000) + b"\n"] * asked
-    with TlsConnection(box) as c:
-        writer = threading.Thread(target=lambda: c.send(b"".join(lines) + b"\n"))
-        writer.start()
-        assert box.command("get A.b") == Reply(["A.b=1"], 0)  # others are not held up
-        with TlsConnection(box) as other:
-            other.send("get A.b\n\n")
-            assert other.read_all() == b"A.b=1\n@\n0\n"
-        assert c.read_all() == asked * f"A.long={LONG}\n".encode() + b"@\n0\n"
-        writer.join()
 
 
 def half_closed(a, farewell):

@@ -46,17 +46,6 @@ TEST(KvFile, FindsTheValue)
     EXPECT_EQ(kv_find(std::string(5000, '#') + "\nk=" + long_value + "\n", "k"), long_value);
 }
 
-TEST(KvFile, Unquotes)
-{
-    const struct {
-        const char *value;
-        const char *plain;
-    } cases[] = {{"\"abc\"", "abc"},  {"abc", "abc"}, {"\"", ""},   {"\"abc", "abc"},
-                 {"a\"b\"c", "a\"b"}, {"ab\"", "ab"}, {"\"\"", ""}, {"", ""}};
-    for (const auto &c : cases)
-        EXPECT_EQ(kv_unquote(c.value), c.plain) << c.value;
-}
-
 TEST(KvFile, ReplacesAndKeepsTheFilesStyle)
 {
     const std::string long_line = std::string(5000, 'x') + " k=1\n";

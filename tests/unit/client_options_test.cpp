@@ -19,15 +19,6 @@ TEST(ClientOptions, EndAtTheCommand)
     EXPECT_EQ(options.action, Options::Action::run);
 }
 
-TEST(ClientOptions, Defaults)
-{
-    const Options options = parse_options({});
-    EXPECT_EQ(options.session, 0);
-    EXPECT_EQ(options.timeout, milliseconds(30000));
-    EXPECT_TRUE(options.endpoint.local());
-    EXPECT_TRUE(options.words.empty());
-}
-
 TEST(ClientOptions, HelpAndVersionWinOverWhatFollows)
 {
     EXPECT_EQ(parse_options({"--help", "--bogus"}).action, Options::Action::help);

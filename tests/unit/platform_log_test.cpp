@@ -59,15 +59,6 @@ TEST(Log, OneCallIsOneLine)
         EXPECT_EQ(logged(2, [&] { qv_log_print(kLogInfo, "%s", row.text.c_str()); }), row.line);
 }
 
-TEST(Log, NothingIsWrittenBeforeStartAndAfterStop)
-{
-    qv_log_stop();
-    EXPECT_FALSE(qv_log_wants(kLogError));
-    const std::string text = logged(4, [] { EXPECT_TRUE(qv_log_wants(kLogTrace)); });
-    qv_log_print(kLogError, "dropped\n");
-    EXPECT_EQ(text, "");
-}
-
 TEST(Log, AFileThatCannotBeOpenedIsReportedAndTheRestWorks)
 {
     testing::internal::CaptureStderr();
