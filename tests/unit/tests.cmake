@@ -17,11 +17,10 @@ qvcd_unit_test(NAME status
 qvcd_unit_test(NAME store SOURCES store_api_test.cpp store_flags_test.cpp store_meta_test.cpp store_tree_test.cpp LIBRARIES qvcd_store)
 qvcd_unit_test(NAME base SOURCES base_files_test.cpp base_lock_test.cpp base_replace_test.cpp base_shell_test.cpp LIBRARIES qvcd_base LABELS concurrent)
 qvcd_unit_test(NAME platform
-  SOURCES platform_api_errors_test.cpp platform_claim_test.cpp platform_crypto_test.cpp platform_ipc_client_test.cpp
+  SOURCES platform_claim_test.cpp platform_crypto_test.cpp platform_ipc_client_test.cpp
     platform_line_server_test.cpp platform_log_test.cpp platform_notify_test.cpp platform_process_test.cpp
     platform_socket_test.cpp platform_tls_test.cpp platform_watchdog_test.cpp
   LIBRARIES qvcd_platform LABELS concurrent)
-qvcd_unit_test(NAME base_notify SOURCES base_notify_test.cpp LIBRARIES qvcd_base)
 qvcd_unit_test(NAME funcs SOURCES funcs_files_test.cpp LIBRARIES qvcd_model)
 qvcd_unit_test(NAME commands_selfdesc
   SOURCES commands_export_test.cpp commands_help_test.cpp commands_menu_test.cpp
