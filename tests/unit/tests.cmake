@@ -8,7 +8,7 @@ qvcd_unit_test(NAME auth SOURCES auth_access_test.cpp auth_hash_test.cpp auth_se
 qvcd_unit_test(NAME commands_auth SOURCES auth_commands_test.cpp LIBRARIES qvcd_commands)
 qvcd_unit_test(NAME client
   SOURCES client_escape_test.cpp client_options_test.cpp client_reply_test.cpp
-  LIBRARIES qvcd_client)
+  LIBRARIES qvcd_client_full)
 qvcd_unit_test(NAME platform_device SOURCES platform_device_test.cpp LIBRARIES qvcd_platform)
 qvcd_unit_test(NAME status
   SOURCES status_bonding_test.cpp status_codec_test.cpp status_links_test.cpp status_network_test.cpp
