@@ -2,8 +2,10 @@
 // linked statically and starts as fast as a program can. All else (TCP, TLS, a terminal, commands of the
 // client's own) takes libraries, and is done by qvc-full, which takes this program's place.
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <filesystem>
+#include <climits>
 #include <system_error>
 #include <unistd.h>
 
@@ -19,9 +21,12 @@ namespace {
 // The build and the installation have it at the same place beside this program.
 [[noreturn]] void become_full_client(char **arguments)
 {
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
-    const std::string full = (program.parent_path() / "../libexec/qvc-full").lexically_normal().string();
-    execv(full.c_str(), arguments);
+    std::array<char, PATH_MAX> buffer;
+    const ssize_t size = readlink("/proc/self/exe", buffer.data(), buffer.size());
+    const std::string program(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    const std::string full = program.substr(0, program.rfind('/') + 1) + "../libexec/qvc-full";
+    if (size > 0)
+        execv(full.c_str(), arguments);
     throw std::system_error(errno, std::generic_category(), "cannot run " + full);
 }
 
