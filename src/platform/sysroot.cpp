@@ -23,7 +23,7 @@ std::string absolute(std::string_view path)
         return std::string(path);
     const std::unique_ptr<char, Free> folder(::getcwd(nullptr, 0));
     if (!folder)
-        throw std::system_error(errno, std::generic_category(), "the working folder of " + std::string(path));
+        throw std::system_error(errno, std::generic_category(), std::string(path));
     return std::string(folder.get()).append("/").append(path);
 }
 

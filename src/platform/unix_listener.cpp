@@ -101,12 +101,16 @@ bool make_endpoint_folder()
 
 std::optional<gid_t> qv_socket_group()
 {
-    group entry{};
-    group *found = nullptr;
-    std::vector<char> buffer(16384);
-    if (::getgrnam_r(kSocketGroup, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
-        return std::nullopt;
-    return entry.gr_gid;
+    // The answer may come from a directory service, or from a dozen files.
+    static const std::optional<gid_t> number = []() -> std::optional<gid_t> {
+        group entry{};
+        group *found = nullptr;
+        std::vector<char> buffer(16384);
+        if (::getgrnam_r(kSocketGroup, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+            return std::nullopt;
+        return entry.gr_gid;
+    }();
+    return number;
 }
 
 std::optional<UnixListener> listen_unix(std::string_view name, SocketMode mode)
