@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <system_error>
 #include <getopt.h>
+#include <system_error>
 
 namespace qvcd {
 

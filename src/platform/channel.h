@@ -22,8 +22,8 @@ namespace qvcd {
 class Channel {
   public:
     Channel() = default;
-    explicit Channel(Fd socket) : socket_(std::move(socket)) {}  ///< in clear
-    Channel(Fd socket, std::unique_ptr<TlsStream> tls); ///< with TLS
+    explicit Channel(Fd socket) : socket_(std::move(socket)) {} ///< in clear
+    Channel(Fd socket, std::unique_ptr<TlsStream> tls);         ///< with TLS
 
     int fd() const { return socket_.get(); }
     bool in_clear() const { return !tls_; }
@@ -62,7 +62,7 @@ class Channel {
     std::string problem() const;
 
   private:
-    Fd socket_; // outlives tls_
+    Fd socket_;                      // outlives tls_
     std::unique_ptr<TlsStream> tls_; // none in clear
 };
 

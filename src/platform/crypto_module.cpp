@@ -85,7 +85,8 @@ int as_int(std::size_t size)
     return static_cast<int>(std::min<std::size_t>(size, INT_MAX));
 }
 
-// The first error that OpenSSL noted on this thread since its list was cleared, as a text without a full stop.
+// The first error that OpenSSL noted on this thread since its list was cleared, as a text without a full
+// stop.
 std::string error_text()
 {
     const unsigned long error = ERR_peek_error();

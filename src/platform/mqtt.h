@@ -32,8 +32,8 @@ std::optional<MqttConfig> parse_mqtt_config(std::string_view text);
 /// twice as long each time, up to 30 s. That the broker is away and that it is back is logged once each.
 class MqttClient {
   public:
-    /// Starts the thread. Null after logging why: the cafile cannot be used, or memory or the module is missing. Throws
-    /// std::system_error when there are no threads left.
+    /// Starts the thread. Null after logging why: the cafile cannot be used, or memory or the module is
+    /// missing. Throws std::system_error when there are no threads left.
     static std::unique_ptr<MqttClient> start(MqttConfig config);
 
     /// Ends the connection; while the broker is there, events that still wait are given a second.

@@ -102,11 +102,10 @@ bool State::prepare()
         rc = ::mosquitto_username_pw_set(client.get(), config.user.c_str(),
                                          config.password.empty() ? nullptr : config.password.c_str());
     if (rc == MOSQ_ERR_SUCCESS && !config.cafile.empty())
-        rc = ::mosquitto_tls_set(client.get(), config.cafile.c_str(), nullptr, nullptr,
-                                 nullptr, nullptr);
+        rc = ::mosquitto_tls_set(client.get(), config.cafile.c_str(), nullptr, nullptr, nullptr, nullptr);
     if (rc != MOSQ_ERR_SUCCESS)
         log(kLogError, "notify: no events to the broker, user or cafile cannot be used: %s\n",
-                     ::mosquitto_strerror(rc));
+            ::mosquitto_strerror(rc));
     return rc == MOSQ_ERR_SUCCESS;
 }
 
@@ -132,8 +131,7 @@ bool State::work_left()
 void State::note_down(const char *reason)
 {
     if (!down_logged && !is_stopping())
-        log(kLogWarning, "notify: broker %s port %d is away: %s\n", config.host.c_str(), config.port,
-                     reason);
+        log(kLogWarning, "notify: broker %s port %d is away: %s\n", config.host.c_str(), config.port, reason);
     down_logged = true;
 }
 
@@ -141,7 +139,7 @@ void State::note_up()
 {
     if (down_logged || !up_logged)
         log(kLogNotice, "notify: broker %s port %d is %s\n", config.host.c_str(), config.port,
-                     up_logged ? "back" : "there");
+            up_logged ? "back" : "there");
     down_logged = false;
     up_logged = true;
 }
@@ -245,7 +243,7 @@ void State::hand_over()
         }
         if (dropped > 0)
             log(kLogWarning, "notify: %llu events did not reach the broker\n",
-                         static_cast<unsigned long long>(dropped));
+                static_cast<unsigned long long>(dropped));
         publish_one(message);
     }
 }

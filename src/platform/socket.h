@@ -99,8 +99,8 @@ enum class SocketMode : mode_t { of_group = 0660, of_all = 0666 };
 /// answers there, something else bears the name, the folder cannot be made, the path is too long.
 std::optional<UnixListener> listen_unix(std::string_view name, SocketMode mode = SocketMode::of_group);
 
-/// The number of the group "qv"; nothing when there is none. Asked once in a process; may wait for a directory
-/// service then.
+/// The number of the group "qv"; nothing when there is none. Asked once in a process; may wait for a
+/// directory service then.
 std::optional<gid_t> qv_socket_group();
 
 /// The path of the Unix socket of endpoint `name`, below the sysroot. See unix(7): at most 107 bytes fit.

@@ -11,7 +11,8 @@ namespace qvcd {
 
 namespace {
 
-// Programs that must start fast need these, and std::filesystem would bring more code than all else of theirs.
+// Programs that must start fast need these, and std::filesystem would bring more code than all else of
+// theirs.
 
 struct Free {
     void operator()(char *text) const noexcept { std::free(text); }

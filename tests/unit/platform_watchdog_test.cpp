@@ -126,7 +126,7 @@ TEST_F(Watchdog, AnIntervalMustBeMeantForThisProcess)
     const struct {
         const char *microseconds, *process;
         bool asked;
-    } cases[] = {{"20000", nullptr, true}, {"20000", "1", false}, {"20000", "", false},
+    } cases[] = {{"20000", nullptr, true}, {"20000", "1", false},  {"20000", "", false},
                  {"0", nullptr, false},    {"2s", nullptr, false}, {"", nullptr, false}};
     for (const auto &c : cases) {
         setenv("WATCHDOG_USEC", c.microseconds, 1);
