@@ -27,19 +27,20 @@ namespace {
 // What population takes: the parents of nodes named "attr", outside templates.
 Walk what_node(Node node)
 {
-    if (node.name() == "attr")
+    const std::string_view name = node.name();
+    if (name == "attr")
         return Walk::visit;
-    return node.name().starts_with("__") ? Walk::skip : Walk::descend;
+    return name.starts_with("__") ? Walk::skip : Walk::descend;
 }
 
 // All files that "file" and "shadow" name, outside templates.
 void collect_files(Node group, std::set<std::string, std::less<>> &names)
 {
     for (const Node node : group) {
-        if (node.name().starts_with("__"))
+        const std::string_view name = node.name();
+        if (name.starts_with("__"))
             continue;
-        const bool is_file = node.name() == "file" || node.name() == "shadow";
-        if (is_file && node.text().starts_with('/') && !names.contains(node.text()))
+        if ((name == "file" || name == "shadow") && node.text().starts_with('/'))
             names.emplace(node.text());
         collect_files(node, names);
     }
