@@ -90,17 +90,25 @@ class KeptTexts {
   public:
     struct Text {
         FileText file;
+        bool asked = false;
         std::optional<KvIndex> index; // from the second question on
 
         std::optional<std::string> value_of(std::string_view key);
-        bool asked = false;
     };
+
+    KeptTexts() = default;
+    KeptTexts(const KeptTexts &) = delete; // indexes point into the texts
+    KeptTexts &operator=(const KeptTexts &) = delete;
 
     // Good until the next call.
     Text &text_of(const char *file);
 
   private:
-    static constexpr std::size_t kMostBytes = std::size_t{4} << 20;
+    // Of all texts together, the last one excepted; and of one that gets an index, which is several times
+    // larger.
+    static constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+
+    void forget();
 
     std::uint64_t turn_ = 0;
     std::size_t bytes_ = 0;
@@ -109,27 +117,32 @@ class KeptTexts {
 
 std::optional<std::string> KeptTexts::Text::value_of(std::string_view key)
 {
-    if (!std::exchange(asked, true))
+    if (!std::exchange(asked, true) || file.text.size() > kMostBytes)
         return kv_find(file.text, key);
     if (!index)
         index.emplace(file.text);
     return index->find(key);
 }
 
+void KeptTexts::forget()
+{
+    texts_.clear();
+    bytes_ = 0;
+}
+
 KeptTexts::Text &KeptTexts::text_of(const char *file)
 {
     const std::uint64_t now = command_lock_turns();
-    if (now != turn_ || bytes_ > kMostBytes || !command_lock_is_mine()) {
-        texts_.clear();
-        bytes_ = 0;
-        turn_ = now;
-    }
-    const auto [place, is_new] = texts_.try_emplace(file);
-    Text &text = place->second;
-    if (is_new) {
-        text.file = read_whole_file(qv_sysroot_path(file));
-        bytes_ += text.file.text.size() + place->first.size();
-    }
+    if (std::exchange(turn_, now) != now || !command_lock_is_mine())
+        forget();
+    const std::string name(file);
+    if (const auto known = texts_.find(name); known != texts_.end())
+        return known->second;
+    if (bytes_ > kMostBytes)
+        forget();
+    Text &text = texts_[name];
+    text.file = read_whole_file(qv_sysroot_path(name));
+    bytes_ += text.file.text.size() + name.size();
     return text;
 }
 
