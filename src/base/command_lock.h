@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 
 namespace qvcd {
 
@@ -61,6 +62,10 @@ bool command_can_wait();
 /// Between the names of a command: sends a reply that has become long, with the command lock let go, so that
 /// it neither piles up in memory nor holds up others. Nothing is held over it, as over Unlocked.
 void send_long_reply();
+
+/// How often a thread has got the command lock. What a command read of the outside world is out of date once
+/// this number has changed: others may have run, and changed it.
+std::uint64_t command_lock_turns();
 
 /// True when the calling thread holds the command lock.
 bool command_lock_is_mine();

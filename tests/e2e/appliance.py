@@ -305,7 +305,7 @@ class Appliance:
         kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_"))}
         return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
 
-    def start(self, *options, level=4, tcp=False, env=None, wrapper=(), in_child=lambda: None):
+    def start(self, *options, level=4, tcp=False, env=None, program=QVCD, wrapper=(), in_child=lambda: None):
         """Starts the daemon in the foreground with a fresh log, and waits until it answers.
 
         wrapper: words of a command that executes the daemon in its own place. in_child: runs before it.
@@ -313,7 +313,7 @@ class Appliance:
         assert self.process is None, "it runs already"
         for name in ("/log", "/stderr"):
             self.path(name).unlink(missing_ok=True)
-        command = [*wrapper, QVCD, "-g", "-l", self.path("/log"), f"-v{level}", *map(str, options)]
+        command = [*wrapper, program, "-g", "-l", self.path("/log"), f"-v{level}", *map(str, options)]
         if tcp:
             self.tcp = self.tcp or Reservation()
             command += ["-P", str(self.tcp.port)]

@@ -1,15 +1,18 @@
 """Options, start, stop, and what start-up finds on disk."""
 
 import contextlib
+import functools
 import os
 import re
+import shutil
 import signal
 import socket
 import subprocess
 
 import pytest
 
-from appliance import LIBC, PATIENCE, QVCD, WAIT_FOR_GO, Reply, die_with_us, run_qvcd, wait_until
+from appliance import LIBC, PATIENCE, QVC, QVCD, WAIT_FOR_GO, Reply, die_with_us, run_qvcd, wait_until
+
 
 def model(name, value="1"):
     return f"{name} {{\n perm = 7777\n a {{\n attr = a\n default = {value}\n }}\n}}\n"
@@ -71,6 +74,24 @@ def test_arguments_that_are_no_options(appliance):
     code, out, err = run_qvcd("-g", "stray", "-v3", "two\nlines", env=a.environment())
     assert (code, out, err) == (1, "", "qvcd: unexpected arguments: stray two\\x0Alines\n")
     assert not a.path("/var/run/qv").exists()
+
+
+def test_programs_without_the_files_that_belong_to_them(appliance, tmp_path):
+    """Somebody copied qvcd and qvc alone: what they do by themselves works, all else says what is missing."""
+    (tmp_path / "bin").mkdir()
+    qvcd, qvc = (shutil.copy(program, tmp_path / "bin") for program in (QVCD, QVC))
+    a = appliance(model("A"), {"/etc/qv/notify.conf": "host=127.0.0.1\n"})
+    tls = subprocess.run([qvcd, "-g", "--tls-cert", "c", "--tls-key", "k"], env=a.environment(), capture_output=True, timeout=PATIENCE)
+    assert tls.returncode == 1
+    assert f"TLS is not available: {tmp_path}/lib/qvcd/crypto.so: cannot open" in tls.stderr.decode()
+    a.start(program=qvcd)
+    assert a.command("get A.a") == Reply(["A.a=1"], 0)
+    assert f"no events to the broker: {tmp_path}/lib/qvcd/mqtt.so: cannot open" in a.log()
+    ask = functools.partial(subprocess.run, env=a.environment(), capture_output=True, timeout=PATIENCE, stdin=subprocess.DEVNULL)
+    assert ask([qvc, "get", "A.a"]).stdout == b"A.a=1\n"
+    batch = ask([qvc])
+    assert batch.returncode == 1
+    assert batch.stderr.decode() == f"qvc: cannot run {tmp_path}/bin/../libexec/qvc-full: No such file or directory\n"
 
 
 def test_preloaded_values_and_user_file(appliance):

@@ -40,8 +40,10 @@ TEST(KvFile, FindsTheValue)
         {"first line = whole\nsecond\n", "", "first line = whole"},
         {"", "", std::nullopt},
     };
-    for (const auto &c : cases)
+    for (const auto &c : cases) {
         EXPECT_EQ(kv_find(c.text, c.key), c.value) << c.text;
+        EXPECT_EQ(KvIndex(c.text).find(c.key), c.value) << c.text;
+    }
     const std::string long_value(3000, 'v');
     EXPECT_EQ(kv_find(std::string(5000, '#') + "\nk=" + long_value + "\n", "k"), long_value);
 }
@@ -137,6 +139,17 @@ TEST(KvFile, WhatIsWrittenReadsBackAndNothingElseChanges)
             continue;
         ASSERT_TRUE(changed->starts_with(key)) << "[" << text << "] " << key;
         ASSERT_TRUE(std::equal(changed + 1, new_lines.end(), with + 1)) << "[" << text << "] " << key;
+    }
+}
+
+TEST(KvFile, AnIndexFindsWhatASearchFinds)
+{
+    Random random;
+    for (int run = 0; run < 2000; ++run) {
+        const std::string text = random.of("klm=#: \r\n\n\n", 60);
+        const KvIndex index(text);
+        for (const char *key : {"k", "l", "m", "kk", "l=m", "k ", ":", "#k", "", "#"})
+            ASSERT_EQ(index.find(key), kv_find(text, key)) << "[" << text << "] " << key;
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/typed_line.h"
 #include "platform/socket.h"
 
 namespace qvcd::client {

@@ -1,4 +1,5 @@
 #include "appliance_root.h"
+#include "base/command_lock.h"
 #include "base/file_text.h"
 #include "base/save_lock.h"
 #include "funcs/apply_map.h"
@@ -10,6 +11,7 @@
 #include "model_text.h"
 #include "store/database.h"
 
+#include <cstdio>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -48,6 +50,28 @@ class Funcs : public OnEmptyRoot<testing::Test> {
     }
     Request request{0xffff};
 };
+
+TEST_F(Funcs, ACommandReadsAFileAgainWhenOthersMayHaveWrittenIt)
+{
+    meta({{"A.read", "kv_rfunc"}, {"A.file", "/etc/f.conf"}, {"A.attr", "a"}});
+    file("etc/f.conf", "a=1\n");
+    EXPECT_EQ(read("A"), "1");
+    file("etc/f.conf", "a=2\n");
+    EXPECT_EQ(read("A"), "2"); // nothing is kept without the command lock
+    const CommandLock lock;
+    EXPECT_EQ(read("A"), "2");
+    file("etc/f.conf", "a=3\n");
+    EXPECT_EQ(read("A"), "2"); // one state of the file for one turn of the command
+    {
+        const Unlocked unlocked;
+    }
+    EXPECT_EQ(read("A"), "3");
+    std::remove(appliance_root().path("etc/f.conf").c_str());
+    {
+        const Unlocked unlocked;
+    }
+    EXPECT_EQ(read("A"), "(none)");
+}
 
 TEST_F(Funcs, GenericReaders)
 {
