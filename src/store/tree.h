@@ -78,7 +78,7 @@ class Node {
   public:
     Node() noexcept = default;
     explicit operator bool() const noexcept { return n_ != nullptr; }
-    bool operator==(const Node &) const = default;
+    bool operator==(const Node &other) const noexcept { return n_ == other.n_; }
 
     /// Empty for a root.
     std::string_view name() const noexcept { return n_ ? std::string_view(n_->name) : std::string_view(); }
