@@ -15,6 +15,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <sys/random.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -136,6 +138,39 @@ bool holds_bytes(const struct stat &st, const FileText &text)
     return S_ISREG(st.st_mode) && !text.error && text.text.size() == static_cast<std::size_t>(st.st_size);
 }
 
+// Folders whose names changed and could not be flushed since.
+class Unflushed {
+  public:
+    void note(const std::string &folder, int error)
+    {
+        const std::scoped_lock lock(mutex_);
+        if (error)
+            folders_.insert(folder);
+        else
+            folders_.erase(folder);
+    }
+    bool is_empty()
+    {
+        const std::scoped_lock lock(mutex_);
+        return folders_.empty();
+    }
+    bool holds(const std::string &folder)
+    {
+        const std::scoped_lock lock(mutex_);
+        return folders_.contains(folder);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::set<std::string> folders_;
+};
+
+Unflushed &unflushed()
+{
+    static auto *const folders = new Unflushed; // threads may be left behind at the exit
+    return *folders;
+}
+
 int overwrite(int fd, std::string_view text, const struct stat &old)
 {
     if (const int error = write_all(fd, text))
@@ -176,15 +211,34 @@ int real_file(const std::string &path, std::string &real)
     return 0;
 }
 
+int flush_folder(const std::string &folder, int fd)
+{
+    const int error = flush_file(fd);
+    unflushed().note(folder, error);
+    return error;
+}
+
 int flush_folder(const std::string &folder)
 {
     const Fd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd ? flush_file(fd.get()) : errno;
+    if (fd)
+        return flush_folder(folder, fd.get());
+    const int error = errno;
+    unflushed().note(folder, error);
+    return error;
+}
+
+bool is_flushed(const std::string &path)
+{
+    if (unflushed().is_empty())
+        return true;
+    std::string real;
+    return real_file(path, real) == 0 && !unflushed().holds(folder_of(real));
 }
 
 int make_folder(const std::string &folder)
 {
-    if (mkdir(folder.c_str(), 0755) == 0)
+    if (mkdir(folder.c_str(), 0755) == 0 || (errno == EEXIST && unflushed().holds(folder_of(folder))))
         return flush_folder(folder_of(folder));
     if (errno != ENOENT || folder_of(folder) == folder)
         return errno == EEXIST ? 0 : errno;
@@ -288,12 +342,14 @@ int NewFile::rename_to(const std::string &target)
     return 0;
 }
 
-void NewFile::remove()
+int NewFile::remove()
 {
     fd_.reset();
-    if (!path_.empty())
-        unlinkat(folder_, path_.c_str(), 0);
+    if (path_.empty())
+        return 0;
+    const int error = unlinkat(folder_, path_.c_str(), 0) == 0 ? 0 : errno;
     path_.clear();
+    return error;
 }
 
 Replacement::Replacement(const FileChange &change) : change_(change) {}

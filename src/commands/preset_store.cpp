@@ -1,6 +1,5 @@
 #include "commands/preset_store.h"
 
-#include "base/file_text.h"
 #include "base/limits.h"
 #include "base/replace_files.h"
 #include "base/text.h"
@@ -11,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 namespace qvcd {
 
@@ -25,6 +25,8 @@ constexpr char kConfFile[] = "/etc/presets/preset.conf";
 constexpr char kTemplateFile[] = "/etc/presets/template";
 constexpr char kRoot[] = "Preset.";
 constexpr char kCurrent[] = "Preset.current";
+std::set<int> has_file; // the presets whose file was read or written
+
 constexpr std::string_view kTemplateComment = "Config"; // the presets' own description, no API
 
 std::string preset_file(int number)
@@ -32,39 +34,24 @@ std::string preset_file(int number)
     return std::string(kFolder) + "/preset" + std::to_string(number);
 }
 
-bool log_failure(const std::string &path, int error)
+bool log_failure(const char *what, const std::string &path, int error)
 {
     if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
+        qv_log_print(kLogError, "Can not %s %s: %s\n", what, qv_device_path(path).c_str(),
+                     std::strerror(error));
     return error == 0;
 }
 
-// All of them or none. Keeps the command lock: memory changes with them.
-bool store_files(const std::vector<FileChange> &files)
+// Keeps the command lock: memory changes with them.
+std::vector<FileResult> store_files(const std::vector<FileChange> &files)
 {
-    FileSet wanted;
-    FileSet before;
-    std::vector<std::string> missing;
-    for (const FileChange &file : files) {
-        FileText old = read_whole_file(file.path);
-        if (old.missing())
-            missing.push_back(file.path);
-        else if (!log_failure(file.path, old.error))
-            return false;
-        else
-            before.add({file.path, std::move(old.text)});
-        wanted.add(file);
-    }
-    const std::vector<int> errors = wanted.commit_here();
-    bool good = true;
+    FileSet set;
+    for (const FileChange &file : files)
+        set.add(file);
+    std::vector<FileResult> results = set.commit_here();
     for (std::size_t i = 0; i < files.size(); ++i)
-        good &= log_failure(files[i].path, errors[i]);
-    if (good)
-        return true;
-    before.commit_here();
-    for (const std::string &path : missing)
-        remove_file(path);
-    return false;
+        log_failure("write", files[i].path, results[i].error);
+    return results;
 }
 
 // No newline: readers in the field take the rest of the line as it stands.
@@ -143,7 +130,7 @@ void count_presets()
 {
     preset_max_num = 0;
     while (preset_max_num < kMaxPresets && preset_node(preset_max_num + 1) &&
-           preset_file_exists(preset_max_num + 1))
+           has_file.contains(preset_max_num + 1))
         ++preset_max_num;
 }
 
@@ -162,7 +149,7 @@ void load_presets()
 {
     Tree scratch = Tree::make(); // one for all: what a preset lacks it takes over from the one before
     for (int number = 1; number <= kMaxPresets; ++number) {
-        if (!preset_file_exists(number) || !preset_read_file(number, scratch))
+        if (!preset_read_file(number, scratch))
             break;
         presetDB.root().merge(preset_name(number), scratch.root());
     }
@@ -178,12 +165,12 @@ void add_template_line(std::string_view line)
 
 void load_template()
 {
-    const auto text = read_file(qv_sysroot_path(kTemplateFile));
-    if (!text) {
-        qv_log_print(kLogDebug, "Can't read preset template file\n");
-        return;
-    }
-    for (const std::string &line : split_words(*text, "\n"))
+    const FileText file = read_whole_file(qv_sysroot_path(kTemplateFile));
+    if (file.missing())
+        qv_log_print(kLogDebug, "There is no preset template file\n");
+    else
+        log_failure("read", kTemplateFile, file.error);
+    for (const std::string &line : split_words(file.text, "\n"))
         add_template_line(line);
     if (preset_settings.size() <= kMaxPresetSettings)
         return;
@@ -197,9 +184,13 @@ int cmd_preset_init()
 {
     presetDB = Tree::make();
     preset_settings.clear();
+    has_file.clear();
     preset_max_num = 0;
-    if (!file_exists(qv_sysroot_path(kFolder)))
+    if (const int error = look_for_file(qv_sysroot_path(kFolder))) {
+        if (error != ENOENT)
+            log_failure("look for", kFolder, error);
         return 0;
+    }
     load_conf();
     load_presets();
     load_template();
@@ -210,6 +201,7 @@ int cmd_preset_exit()
 {
     presetDB.destroy();
     preset_settings.clear();
+    has_file.clear();
     preset_max_num = 0;
     return 0;
 }
@@ -219,9 +211,15 @@ int preset_current()
     return current_in(presetDB);
 }
 
-bool save_current_preset(int number)
+FileResult save_current_preset(int number)
 {
-    return store_files({conf_file(number)}) && presetDB.set(kCurrent, std::to_string(number));
+    const FileChange file = conf_file(number);
+    if (number == preset_current() && is_flushed(file.path))
+        return {0, true};
+    const FileResult result = store_files({file}).front();
+    if (result.changed)
+        presetDB.set(kCurrent, std::to_string(number));
+    return result;
 }
 
 std::string preset_name(int number)
@@ -241,11 +239,6 @@ Node preset_node(int number)
     return presetDB.find(preset_name(number));
 }
 
-bool preset_file_exists(int number)
-{
-    return file_exists(qv_sysroot_path(preset_file(number)));
-}
-
 Tree preset_copy(int number)
 {
     Tree copy = Tree::make();
@@ -260,10 +253,11 @@ bool preset_read_file(int number, Tree &into)
     if (read.result == HdfResult::ok) {
         strip_line_ends(into);
         replace_controls(into);
+        has_file.insert(number);
         return true;
     }
-    qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
-    qv_log_print(kLogDebug, "%s: %s\n", file.c_str(), read.detail.c_str());
+    if (read.result == HdfResult::error)
+        qv_log_print(kLogError, "Error loading preset file %s: %s\n", file.c_str(), read.detail.c_str());
     return false;
 }
 
@@ -274,47 +268,65 @@ void preset_enter(int number, const Tree &preset)
     count_presets();
 }
 
-bool preset_save(int number, const Tree &preset)
+FileResult preset_save(int number, const Tree &preset)
 {
-    const std::optional<FileChange> file = new_file(preset_file(number), preset.root());
-    if (!file || !store_files({*file}))
-        return false;
-    preset_enter(number, preset);
-    return true;
+    const std::string name = preset_file(number);
+    Tree whole = Tree::make();
+    if (!has_file.contains(number)) { // what could not be read at the start is not lost now
+        const FileText old = read_whole_file(qv_sysroot_path(name));
+        if (!old.missing() && !log_failure("read", name, old.error))
+            return {old.error, false};
+        preset_read_file(number, whole);
+    }
+    whole.root().merge("", preset.root());
+    const std::optional<FileChange> file = new_file(name, whole.root());
+    if (!file)
+        return {EINVAL, false};
+    const FileResult result = store_files({*file}).front();
+    if (result.changed) {
+        has_file.insert(number);
+        preset_enter(number, whole);
+    }
+    return result;
 }
 
 bool preset_export(const std::string &path)
 {
     const std::optional<FileChange> file = new_file(path, presetDB.root());
-    return file && log_failure(file->path, replace_named_file(file->path, file->text, file->mode));
+    return file && log_failure("write", file->path, replace_named_file(file->path, file->text, file->mode));
 }
 
 PresetImport preset_import(Tree &imported)
 {
     strip_line_ends(imported);
-    Tree merged = Tree::make();
-    merged.root().merge("", presetDB.root());
-    bool found = false;
-    if (imported.get(kCurrent))
-        found = merged.set(kCurrent, std::to_string(current_in(imported)));
+    bool found = imported.get(kCurrent).has_value();
     for (int number = 1; number <= kMaxPresets; ++number)
-        found |= merged.root().merge(preset_name(number), imported.find(preset_name(number)));
+        found |= static_cast<bool>(imported.find(preset_name(number)));
     if (!found || !has_only_lines(imported.root()))
         return PresetImport::no_good;
     std::vector<FileChange> files;
-    if (merged.get(kCurrent))
-        files.push_back(conf_file(current_in(merged)));
     for (int number = 1; number <= preset_max_num; ++number) {
-        std::optional<FileChange> file = new_file(preset_file(number), merged.find(preset_name(number)));
+        Tree merged = preset_copy(number);
+        merged.root().merge("", imported.find(preset_name(number)));
+        std::optional<FileChange> file = new_file(preset_file(number), merged.root());
         if (!file)
             return PresetImport::not_saved;
         files.push_back(std::move(*file));
     }
-    if (!store_files(files))
-        return PresetImport::not_saved;
-    presetDB = std::move(merged);
+    if (imported.get(kCurrent))
+        files.push_back(conf_file(current_in(imported)));
+    const std::vector<FileResult> results = store_files(files);
+    if (imported.get(kCurrent) && results.back().changed)
+        presetDB.set(kCurrent, std::to_string(current_in(imported)));
+    for (int number = 1; number <= kMaxPresets; ++number) {
+        if (number > preset_max_num || results[static_cast<std::size_t>(number) - 1].changed)
+            presetDB.root().merge(preset_name(number), imported.find(preset_name(number)));
+    }
     count_presets();
-    return PresetImport::done;
+    if (!std::ranges::all_of(results, &FileResult::changed))
+        return PresetImport::not_saved;
+    const auto flushed = [](const FileResult &result) { return result.error == 0; };
+    return std::ranges::all_of(results, flushed) ? PresetImport::done : PresetImport::not_flushed;
 }
 
 } // namespace qvcd

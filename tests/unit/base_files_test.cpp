@@ -211,8 +211,8 @@ TEST_F(Files, ReadingIsAllOrAnError)
 
 TEST_F(Files, RemovingIsToldOf)
 {
-    EXPECT_EQ(remove_file(folder.write("f", "")), 0);
-    EXPECT_EQ(remove_file(folder.path("f")), ENOENT);
+    EXPECT_EQ(remove_file(folder.write("f", "")), (FileResult{0, true}));
+    EXPECT_EQ(remove_file(folder.path("f")), (FileResult{ENOENT, false}));
 }
 
 TEST_F(Files, NamedFilesInAFolderOfEverybody)

@@ -24,6 +24,19 @@ namespace {
 
 namespace fs = std::filesystem;
 using Errors = std::vector<int>;
+using Results = std::vector<FileResult>;
+
+constexpr FileResult kReplaced{0, true};
+
+Errors errors_of(const Results &results)
+{
+    Errors errors;
+    for (const FileResult &result : results) {
+        EXPECT_EQ(result.changed, result.error == 0);
+        errors.push_back(result.error);
+    }
+    return errors;
+}
 
 class Replacing : public OnEmptyRoot<testing::Test> {
   protected:
@@ -58,8 +71,8 @@ TEST_F(Replacing, KeepsModeOwnerAttributesAndLinks)
     fs::create_symlink("real", path("etc/second"));
     fs::create_symlink("third", path("etc/dangling"));
     fs::create_symlink("nowhere", path("etc/third"));
-    EXPECT_EQ(replace_file(path("etc/link"), "new"), 0);
-    EXPECT_EQ(replace_file(path("etc/dangling"), "made"), 0);
+    EXPECT_EQ(replace_file(path("etc/link"), "new"), kReplaced);
+    EXPECT_EQ(replace_file(path("etc/dangling"), "made"), kReplaced);
     EXPECT_EQ(read("etc/real") + read("etc/nowhere"), "newmade");
     EXPECT_EQ(mode_of("etc/real"), 0640U);
     EXPECT_EQ(mode_of("etc/nowhere"), 0644U);
@@ -71,7 +84,7 @@ TEST_F(Replacing, KeepsModeOwnerAttributesAndLinks)
                 (getxattr(path("etc/real").c_str(), "user.note", &note, 1) == 1 && note == 'n'));
     for (const char *link : {"etc/link", "etc/second", "etc/dangling", "etc/third"})
         EXPECT_TRUE(fs::is_symlink(path(link))) << link;
-    EXPECT_EQ(replace_secret_file(path("etc/nowhere"), "y"), 0);
+    EXPECT_EQ(replace_secret_file(path("etc/nowhere"), "y"), kReplaced);
     EXPECT_EQ(mode_of("etc/nowhere"), 0600U);
     EXPECT_EQ(names_in("etc").size(), 6U);
     EXPECT_FALSE(fs::exists(path("var"))); // one rename needs no journal
@@ -90,7 +103,7 @@ TEST_F(Replacing, WhatCanBeReplacedIs)
     set.add({"/dev/full", "new"});
     set.add({path("etc/no-device"), "new", 0, FileChange::Kind::device});
     set.add({path("etc/b"), "new"});
-    EXPECT_EQ(set.commit(), (Errors{0, EISDIR, ENOENT, ENOTDIR, ENOSPC, ENOENT, 0}));
+    EXPECT_EQ(errors_of(set.commit()), (Errors{0, EISDIR, ENOENT, ENOTDIR, ENOSPC, ENOENT, 0}));
     EXPECT_EQ(read("etc/a") + read("etc/b"), "newnew");
     EXPECT_EQ(names_in("etc"), (std::vector<std::string>{"a", "b", "folder"}));
     EXPECT_EQ(read("var/lib/qv/save.journal"), ""); // its work is done
@@ -104,7 +117,7 @@ TEST_F(Replacing, GoesOnWithoutAJournal)
     FileSet set;
     for (int i = 0; i < 70; ++i) // more than are open at once
         set.add({path("f" + std::to_string(i)), std::to_string(i)});
-    EXPECT_EQ(set.commit(), Errors(70, 0));
+    EXPECT_EQ(errors_of(set.commit()), Errors(70, 0));
     EXPECT_EQ(read("f0") + read("f69"), "069");
     EXPECT_EQ(names_in("").size(), 71U);
 }
@@ -131,13 +144,13 @@ TEST_F(Replacing, FilesOfTheKernelAreWrittenInPlace)
         for (const char *value : {"1\n", "0\n"}) {
             FileSet set;
             set.add({file, value, 0666, kind});
-            EXPECT_EQ(set.commit(), Errors{0});
+            EXPECT_EQ(set.commit(), Results{kReplaced});
             EXPECT_EQ(read_file(file), value);
         }
     }
     FileSet wrong;
     wrong.add({file, "nonsense\n"});
-    EXPECT_EQ(wrong.commit(), Errors{EINVAL});
+    EXPECT_EQ(wrong.commit(), (Results{{EINVAL, false}}));
     EXPECT_EQ(read_file(file), "0\n");
     rmdir(group.c_str());
 }
@@ -148,7 +161,7 @@ TEST_F(Replacing, WritingInPlacePutsTheOldTextBack)
     const auto put = [&](const char *text) {
         FileSet set;
         set.add({file, text, 0666, FileChange::Kind::device});
-        return set.commit().front();
+        return set.commit().front().error;
     };
     const pid_t child = fork();
     if (child == 0) {
@@ -190,7 +203,7 @@ TEST_F(Replacing, WhatComesBeforeItMustBeThere)
         const std::size_t first = set.add({path(shadow), "new"});
         set.add({path("etc/f"), "new", 0666, FileChange::Kind::plain, {first}});
         set.add({path("etc/g"), "new"});
-        const Errors errors = set.commit();
+        const Errors errors = errors_of(set.commit());
         EXPECT_NE(errors[0], 0);
         EXPECT_EQ(errors[1], ECANCELED);
         EXPECT_EQ(names_in("etc"), std::vector<std::string>{"g"});
