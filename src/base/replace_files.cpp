@@ -156,6 +156,11 @@ class Standing {
                                       (unlink(entry.new_path.c_str()) == 0 || errno == ENOENT));
         });
     }
+    bool is_empty()
+    {
+        const std::scoped_lock lock(mutex_);
+        return entries_.empty();
+    }
     bool holds(const std::string &target)
     {
         const std::scoped_lock lock(mutex_);
@@ -234,6 +239,14 @@ std::vector<FileResult> FileSet::commit_here()
     if (!entries.empty() && std::ranges::any_of(errors, [](int error) { return error != 0; }))
         forget(journal, entries, files, results);
     return results;
+}
+
+bool is_flushed(const std::string &path)
+{
+    if (all_folders_flushed() && standing().is_empty())
+        return true;
+    std::string real;
+    return real_file(path, real) == 0 && is_folder_flushed(folder_of(real)) && !standing().holds(real);
 }
 
 int recover_file_sets()

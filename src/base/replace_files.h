@@ -60,8 +60,9 @@ class FileSet {
 /// that two names of one file give one path. Returns 0, or the errno of what keeps it from being known.
 int real_file(const std::string &path, std::string &real);
 
-/// False when the names in the file's folder changed and could not be flushed since. Whoever finds in a file
-/// what he was to write there asks this before he says that it is saved.
+/// False when a replacement of the file may have happened without being on the disk: a name in its folder
+/// changed and could not be flushed since. Whoever finds in a file what he was to write there asks this
+/// before he says that it is saved.
 bool is_flushed(const std::string &path);
 
 inline constexpr char kJournal[] = "/var/lib/qv/save.journal"; // of the appliance

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <sys/random.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -48,8 +48,24 @@ int read_link(const std::string &path, std::string &target)
     return 0;
 }
 
+// When a process began, in ticks since the boot: another one gets its number one day. 0: not known.
+unsigned long long start_of(int pid)
+{
+    constexpr int kFieldsBefore = 19; // between the name, which may hold anything, and the time
+    const FileText stat = read_whole_file("/proc/" + std::to_string(pid) + "/stat");
+    const std::size_t name_end = stat.text.rfind(')');
+    std::istringstream fields(name_end == std::string::npos ? "" : stat.text.substr(name_end + 1));
+    std::string field;
+    for (int i = 0; i < kFieldsBefore; ++i)
+        fields >> field;
+    unsigned long long start = 0;
+    fields >> start;
+    return start;
+}
+
 // The numbers of this process's own files.
 struct Numbers {
+    unsigned long long start = start_of(getpid());
     std::uint32_t first = 0;
     std::atomic<std::uint32_t> next;
     Numbers()
@@ -69,8 +85,8 @@ Numbers &numbers()
 std::string next_name()
 {
     std::array<char, 64> name{};
-    std::snprintf(name.data(), name.size(), "%s-%d-%08x", kNewName.data(), static_cast<int>(getpid()),
-                  numbers().next++);
+    std::snprintf(name.data(), name.size(), "%s-%d-%llu-%08x", kNewName.data(), static_cast<int>(getpid()),
+                  numbers().start, numbers().next++);
     return name.data();
 }
 
@@ -78,12 +94,13 @@ std::string next_name()
 bool is_in_use(const char *name)
 {
     int pid = 0;
+    unsigned long long start = 0;
     std::uint32_t number = 0;
-    if (std::sscanf(name + kNewName.size(), "-%d-%8x", &pid, &number) != 2 || pid <= 0)
+    if (std::sscanf(name + kNewName.size(), "-%d-%llu-%8x", &pid, &start, &number) != 3 || pid <= 0)
         return false;
     if (pid == getpid())
         return number - numbers().first < numbers().next - numbers().first;
-    return kill(pid, 0) == 0 || errno == EPERM;
+    return start != 0 && start_of(pid) == start;
 }
 
 // A shortage may be over when somebody tries again; what else keeps a sibling from being made or renamed lies
@@ -148,12 +165,9 @@ class Unflushed {
             folders_.insert(folder);
         else
             folders_.erase(folder);
+        is_empty_ = folders_.empty();
     }
-    bool is_empty()
-    {
-        const std::scoped_lock lock(mutex_);
-        return folders_.empty();
-    }
+    bool is_empty() const { return is_empty_; }
     bool holds(const std::string &folder)
     {
         const std::scoped_lock lock(mutex_);
@@ -163,6 +177,7 @@ class Unflushed {
   private:
     std::mutex mutex_;
     std::set<std::string> folders_;
+    std::atomic<bool> is_empty_ = true;
 };
 
 Unflushed &unflushed()
@@ -228,17 +243,19 @@ int flush_folder(const std::string &folder)
     return error;
 }
 
-bool is_flushed(const std::string &path)
+bool all_folders_flushed()
 {
-    if (unflushed().is_empty())
-        return true;
-    std::string real;
-    return real_file(path, real) == 0 && !unflushed().holds(folder_of(real));
+    return unflushed().is_empty();
+}
+
+bool is_folder_flushed(const std::string &folder)
+{
+    return !unflushed().holds(folder);
 }
 
 int make_folder(const std::string &folder)
 {
-    if (mkdir(folder.c_str(), 0755) == 0 || (errno == EEXIST && unflushed().holds(folder_of(folder))))
+    if (mkdir(folder.c_str(), 0755) == 0 || (errno == EEXIST && !is_folder_flushed(folder_of(folder))))
         return flush_folder(folder_of(folder));
     if (errno != ENOENT || folder_of(folder) == folder)
         return errno == EEXIST ? 0 : errno;

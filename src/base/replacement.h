@@ -18,10 +18,12 @@ inline constexpr unsigned kUmask = 022; // the daemon's own; asking for it would
 /// The folder of a file.
 std::string folder_of(const std::string &path);
 
-/// Flushes the names in a folder to the disk; the second one a folder that is open. Keeps what is_flushed()
-/// says of its files.
+/// Flushes the names in a folder to the disk; the second one a folder that is open. Keeps what the third one
+/// says: false when they changed and could not be flushed since.
 int flush_folder(const std::string &folder);
 int flush_folder(const std::string &folder, int fd);
+bool is_folder_flushed(const std::string &folder);
+bool all_folders_flushed();
 
 /// Makes a folder and those above it that are missing, mode 0755, to stay.
 int make_folder(const std::string &folder);

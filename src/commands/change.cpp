@@ -27,6 +27,8 @@ int revert_param(Request &request, const std::string &api, std::FILE *out)
         return 1;
     store_setting(api, *value);
     flag_restored(api, *value);
+    if (!is_on_disk(api)) // a save failed, but the file has its value: it is still to be saved
+        meta_set(api, "mod", "1");
     reply_value(out, api, shown_value(api, *value));
     qv_log_print(kLogNotice, "Revert %s=%s\n", api.c_str(), value_for_log(api, *value).c_str());
     return 0;

@@ -271,9 +271,10 @@ int save_number(int number, const Tree &preset, std::FILE *out)
 int preset_to_file(Request &, Args &argv, std::FILE *out)
 {
     const int number = number_argument(argv, preset_current());
-    const int result = save_number(number, preset_copy(number), out);
+    const Tree preset = preset_copy(number);
+    const int result = save_number(number, preset, out);
     if (result == 0)
-        print_values(preset_node(number), preset_name(number), out);
+        print_values(preset.root(), preset_name(number), out);
     return result;
 }
 
@@ -282,10 +283,11 @@ int preset_store(Request &, Args &argv, std::FILE *out)
     const int number = number_argument(argv, preset_current());
     if (!can_have_file(number))
         return refuse(out, kInvalidNumber);
-    if (const int result = save_number(number, preset_of_settings(number), out))
+    const Tree preset = preset_of_settings(number);
+    if (const int result = save_number(number, preset, out))
         return result;
     print_settings(number, out);
-    print_values(preset_node(number), preset_name(number), out);
+    print_values(preset.root(), preset_name(number), out);
     return 0;
 }
 
@@ -348,6 +350,7 @@ int preset_from_export(Request &, Args &argv, std::FILE *out)
     const PresetImport result =
         read.result == HdfResult::ok ? preset_import(imported) : PresetImport::no_good;
     if (result == PresetImport::no_good) {
+        qv_log_print(kLogDebug, "Error loading preset file %s\n", argv[1].c_str());
         qv_log_print(kLogError, "Can not import presets from %s: %s\n", argv[1].c_str(),
                      read.detail.empty() ? "it has none, or a control character" : read.detail.c_str());
         return refuse(out, API_E_IMPORT_FAILED);

@@ -166,9 +166,9 @@ void add_template_line(std::string_view line)
 void load_template()
 {
     const FileText file = read_whole_file(qv_sysroot_path(kTemplateFile));
-    if (file.missing())
-        qv_log_print(kLogDebug, "There is no preset template file\n");
-    else
+    if (file.error)
+        qv_log_print(kLogDebug, "Can't read preset template file\n");
+    if (!file.missing())
         log_failure("read", kTemplateFile, file.error);
     for (const std::string &line : split_words(file.text, "\n"))
         add_template_line(line);
@@ -256,8 +256,10 @@ bool preset_read_file(int number, Tree &into)
         has_file.insert(number);
         return true;
     }
-    if (read.result == HdfResult::error)
-        qv_log_print(kLogError, "Error loading preset file %s: %s\n", file.c_str(), read.detail.c_str());
+    if (read.result == HdfResult::error) {
+        qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
+        qv_log_print(kLogError, "Can not read %s: %s\n", file.c_str(), read.detail.c_str());
+    }
     return false;
 }
 
@@ -276,7 +278,8 @@ FileResult preset_save(int number, const Tree &preset)
         const FileText old = read_whole_file(qv_sysroot_path(name));
         if (!old.missing() && !log_failure("read", name, old.error))
             return {old.error, false};
-        preset_read_file(number, whole);
+        if (!preset_read_file(number, whole) && has_file.contains(number - 1))
+            whole = preset_copy(number - 1); // what a start would take over
     }
     whole.root().merge("", preset.root());
     const std::optional<FileChange> file = new_file(name, whole.root());

@@ -88,7 +88,9 @@ Selecting select(Request &request, const Selection &selection, const Selected &v
     if (save_selected(request, selection) == 0)
         return Selecting::saved;
     set_selected(selection, before);
-    return was_saved && save_selected(request, selection) == 0 ? Selecting::undone : Selecting::modified;
+    const bool undone = was_saved && save_selected(request, selection) == 0;
+    return undone || (is_on_disk(selection.name) && is_on_disk(selection.desc)) ? Selecting::undone
+                                                                                : Selecting::modified;
 }
 
 // Who may change one group may not touch the profiles of others. A file that is no good belongs to nobody.

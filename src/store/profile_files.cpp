@@ -76,6 +76,8 @@ std::optional<std::vector<std::string>> profile_entries()
         if (std::string name = entry->path().filename().string(); name.find(kSuffix) != std::string::npos)
             entries.push_back(std::move(name));
     }
+    if (error == std::errc::no_such_file_or_directory)
+        return entries;
     log_failure("read", kProfileFolder, error.value());
     return error ? std::nullopt : std::optional(std::move(entries));
 }

@@ -512,7 +512,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--all", action="store_true", help="every point and kind, and 1,000 random power cuts")
     parser.add_argument("--only", default="", help="scenarios whose name matches this expression")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--jobs", type=int, default=2 * os.cpu_count(), help="they wait as much as they work")
     parser.add_argument("--scenario", help="one run; without --fault its calls")
     parser.add_argument("--point", type=int, default=0)
     parser.add_argument("--fault", help=", ".join([*FAULTS, *CHOICES, "power-random:SEED"]))

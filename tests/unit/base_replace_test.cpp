@@ -184,11 +184,16 @@ TEST_F(Replacing, LeftOversOfTheDeadAreRemoved)
     if (dead == 0)
         _exit(0);
     ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
-    const std::string of_dead = ".qvcd-new-" + std::to_string(dead) + "-1";
-    const std::string of_living = ".qvcd-new-1-1";                               // the first process
-    const std::string before_us = ".qvcd-new-" + std::to_string(getpid()) + "-"; // of another number
+    std::ifstream stat("/proc/1/stat"); // of the first process
+    std::string start;
+    for (int i = 0; i < 22; ++i)
+        stat >> start;
+    const std::string of_living = ".qvcd-new-1-" + start + "-1";
+    const std::string of_dead = ".qvcd-new-" + std::to_string(dead) + "-" + start + "-1";
+    const std::string before_first = ".qvcd-new-1-" + start + "1-1"; // it began at another time
+    const std::string before_us = ".qvcd-new-" + std::to_string(getpid()) + "-";
     for (const std::string &name :
-         {of_dead, of_living, before_us, std::string(".qvcd-new"), std::string("other")})
+         {of_dead, of_living, before_first, before_us, std::string(".qvcd-new"), std::string("other")})
         write("swept/" + name, "");
     remove_left_overs(path("swept"));
     remove_left_overs(path("none"));

@@ -83,9 +83,9 @@ TEST_F(ProfileFilesTest, WhatIsWrittenCanBeRead)
         return profile_write_hdf("p", document, FileKind::open);
     };
     Tree read;
-    EXPECT_TRUE(write(kMaxProfileBytes));
+    EXPECT_EQ(write(kMaxProfileBytes), (FileResult{0, true}));
     EXPECT_EQ(profile_read_hdf("p", read), 0);
-    EXPECT_FALSE(write(kMaxProfileBytes + 1));
+    EXPECT_EQ(write(kMaxProfileBytes + 1), (FileResult{EFBIG, false}));
     EXPECT_EQ(appliance_root().read("etc/profiles/p.hdf").size(), kMaxProfileBytes);
 }
 
