@@ -10,7 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
+#include <map>
 
 namespace qvcd {
 
@@ -25,7 +25,7 @@ constexpr char kConfFile[] = "/etc/presets/preset.conf";
 constexpr char kTemplateFile[] = "/etc/presets/template";
 constexpr char kRoot[] = "Preset.";
 constexpr char kCurrent[] = "Preset.current";
-std::set<int> has_file; // the presets whose file was read or written
+std::map<int, Tree> in_file; // the presets that have a file, and what it holds
 
 constexpr std::string_view kTemplateComment = "Config"; // the presets' own description, no API
 
@@ -130,8 +130,21 @@ void count_presets()
 {
     preset_max_num = 0;
     while (preset_max_num < kMaxPresets && preset_node(preset_max_num + 1) &&
-           has_file.contains(preset_max_num + 1))
+           in_file.contains(preset_max_num + 1))
         ++preset_max_num;
+}
+
+// A start gives a preset what it lacks from the one before. That goes into its file only where it came from
+// there.
+void drop_taken_over(int number, Tree &preset)
+{
+    const auto own = in_file.find(number);
+    for (const std::string &name : hdfutils_names(preset.root(), {}, has_value)) {
+        const bool is_own = own != in_file.end() && own->second.get(name);
+        if (name.starts_with(kTemplateComment) && !is_own &&
+            preset.get(name) == preset_node(number - 1).get(name))
+            preset.remove(name);
+    }
 }
 
 // The file of a folder without a current preset names the first one, which counts from the next start on. A
@@ -184,7 +197,7 @@ int cmd_preset_init()
 {
     presetDB = Tree::make();
     preset_settings.clear();
-    has_file.clear();
+    in_file.clear();
     preset_max_num = 0;
     if (const int error = look_for_file(qv_sysroot_path(kFolder))) {
         if (error != ENOENT)
@@ -201,7 +214,7 @@ int cmd_preset_exit()
 {
     presetDB.destroy();
     preset_settings.clear();
-    has_file.clear();
+    in_file.clear();
     preset_max_num = 0;
     return 0;
 }
@@ -249,11 +262,13 @@ Tree preset_copy(int number)
 bool preset_read_file(int number, Tree &into)
 {
     const std::string file = preset_file(number);
-    const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(file), into);
+    Tree own = Tree::make();
+    const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(file), own);
     if (read.result == HdfResult::ok) {
-        strip_line_ends(into);
-        replace_controls(into);
-        has_file.insert(number);
+        strip_line_ends(own);
+        replace_controls(own);
+        into.root().merge("", own.root());
+        in_file[number] = std::move(own);
         return true;
     }
     if (read.result == HdfResult::error) {
@@ -274,21 +289,24 @@ FileResult preset_save(int number, const Tree &preset)
 {
     const std::string name = preset_file(number);
     Tree whole = Tree::make();
-    if (!has_file.contains(number)) { // what could not be read at the start is not lost now
+    if (!in_file.contains(number)) { // what could not be read at the start is not lost now
         const FileText old = read_whole_file(qv_sysroot_path(name));
         if (!old.missing() && !log_failure("read", name, old.error))
             return {old.error, false};
-        if (!preset_read_file(number, whole) && has_file.contains(number - 1))
-            whole = preset_copy(number - 1); // what a start would take over
+        preset_read_file(number, whole);
     }
     whole.root().merge("", preset.root());
+    drop_taken_over(number, whole);
     const std::optional<FileChange> file = new_file(name, whole.root());
     if (!file)
         return {EINVAL, false};
     const FileResult result = store_files({*file}).front();
     if (result.changed) {
-        has_file.insert(number);
+        if (in_file.contains(number - 1))
+            presetDB.root().merge(preset_name(number), preset_node(number - 1));
         preset_enter(number, whole);
+        in_file[number] = std::move(whole);
+        count_presets();
     }
     return result;
 }
@@ -322,8 +340,12 @@ PresetImport preset_import(Tree &imported)
     if (imported.get(kCurrent) && results.back().changed)
         presetDB.set(kCurrent, std::to_string(current_in(imported)));
     for (int number = 1; number <= kMaxPresets; ++number) {
-        if (number > preset_max_num || results[static_cast<std::size_t>(number) - 1].changed)
-            presetDB.root().merge(preset_name(number), imported.find(preset_name(number)));
+        const bool has_file = number <= preset_max_num;
+        if (has_file && !results[static_cast<std::size_t>(number) - 1].changed)
+            continue;
+        presetDB.root().merge(preset_name(number), imported.find(preset_name(number)));
+        if (has_file)
+            in_file[number] = preset_copy(number);
     }
     count_presets();
     if (!std::ranges::all_of(results, &FileResult::changed))

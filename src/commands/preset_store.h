@@ -44,9 +44,9 @@ bool preset_read_file(int number, Tree &into);
 /// Puts values over those that a preset has in memory.
 void preset_enter(int number, const Tree &preset);
 
-/// The same, after writing `preset` as its file; logs the reason of an error. Below it a new preset has what
-/// the one before it has, as after a start, and a file that was never read is kept. One with a password is
-/// readable for the owner only.
+/// The same, after writing `preset` as its file; logs the reason of an error. What a start would give it from
+/// the preset before is in memory too; a file that was never read is kept below what is written. One with a
+/// password is readable for the owner only.
 FileResult preset_save(int number, const Tree &preset);
 
 /// Writes all presets as one document to a path of the appliance; false, after logging why, when it cannot be
