@@ -32,7 +32,7 @@ struct FileChange {
     std::string text;
     unsigned mode = 0666;
     Kind kind = Kind::plain;
-    std::vector<std::size_t> after = {}; ///< changes of the set that come before it: ECANCELED when one fails
+    std::vector<std::size_t> after = {}; ///< changes of the set without which it is not made: ECANCELED
 };
 
 /// Files that change together, once. What can be replaced is, whatever becomes of the others.

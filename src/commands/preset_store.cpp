@@ -42,12 +42,18 @@ bool log_failure(const char *what, const std::string &path, int error)
     return error == 0;
 }
 
-// Keeps the command lock: memory changes with them.
+// None when one of them cannot be written; what fails after that leaves a part. Keeps the command lock:
+// memory changes with them.
 std::vector<FileResult> store_files(const std::vector<FileChange> &files)
 {
     FileSet set;
-    for (const FileChange &file : files)
-        set.add(file);
+    for (FileChange file : files) {
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            if (files[i].path != file.path)
+                file.after.push_back(i);
+        }
+        set.add(std::move(file));
+    }
     std::vector<FileResult> results = set.commit_here();
     for (std::size_t i = 0; i < files.size(); ++i)
         log_failure("write", files[i].path, results[i].error);

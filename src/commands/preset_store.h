@@ -54,9 +54,9 @@ FileResult preset_save(int number, const Tree &preset);
 bool preset_export(const std::string &path);
 
 /// Puts the presets and the current number of such a document over those in memory and in the files that
-/// there are. Nothing is changed when it holds neither or a value with a control character (no_good). A
-/// preset whose file cannot be written, which is logged, stays as it was, and the others change (not_saved).
-/// not_flushed: all change, but a power failure may undo it.
+/// there are. Nothing is changed when it holds neither or a value with a control character (no_good), or when
+/// a file cannot be written, which is logged (not_saved); a disk that fails in the middle leaves some presets
+/// changed, in memory as in their files. not_flushed: all change, but a power failure may undo it.
 enum class PresetImport { done, no_good, not_saved, not_flushed };
 PresetImport preset_import(Tree &imported);
 
