@@ -8,7 +8,7 @@
 # faults      a sample of the runs on a disk that fails, tests/faults/run.py
 # faults-all  all of them: a quarter of an hour
 # fuzz        the fuzz targets of tests/fuzz for FUZZ_SECONDS each (20); installs clang
-# bench       the benchmarks of tests/bench, in release
+# bench       the benchmark of tests/bench, in release; installs redis-server, which it compares with
 # format      clang-format over our sources, where clang-format 14 is installed
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
@@ -79,15 +79,15 @@ run_part() {
     faults) step "build release" build release && step "faults" /usr/bin/python3 tests/faults/run.py ;;
     faults-all) step "build release" build release && step "all faults" /usr/bin/python3 tests/faults/run.py --all ;;
     fuzz) step "fuzz" fuzz ;;
-    bench) step "build release" build release && step "benchmarks" cmake --build --preset release --target bench ;;
+    bench) step "build release" build release && step "benchmark" cmake --build --preset release --target bench ;;
     esac
 }
 
 parts=("$@")
 for part in "${parts[@]}"; do
     case $part in
-    format | release | asan | tsan | faults | faults-all | bench) ;;
-    fuzz) scripts/install_deps.sh fuzz || exit 1 ;;
+    format | release | asan | tsan | faults | faults-all) ;;
+    fuzz | bench) scripts/install_deps.sh "$part" || exit 1 ;;
     *)
         echo "usage: $0 [format|release|asan|tsan|faults|faults-all|fuzz|bench ...]" >&2
         exit 2

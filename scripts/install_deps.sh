@@ -1,7 +1,7 @@
 #!/bin/bash
-# Installs the Debian packages that are missing: what the build needs, with "test" what the tests need too, and with
-# "fuzz" what fuzzing needs too.
-# Usage: scripts/install_deps.sh [build|test|fuzz]
+# Installs the Debian packages that are missing: what the build needs, with "test" what the tests need too, with "fuzz"
+# what fuzzing needs too, and with "bench" what the benchmark compares with.
+# Usage: scripts/install_deps.sh [build|test|fuzz|bench]
 set -euo pipefail
 
 build_packages=(
@@ -14,13 +14,15 @@ test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
 )
 fuzz_packages=(clang libclang-rt-14-dev)
+bench_packages=(redis-server)
 
 case "${1:-test}" in
 build) wanted=("${build_packages[@]}") ;;
 test) wanted=("${build_packages[@]}" "${test_packages[@]}") ;;
 fuzz) wanted=("${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
+bench) wanted=("${build_packages[@]}" "${test_packages[@]}" "${bench_packages[@]}") ;;
 *)
-    echo "usage: $0 [build|test|fuzz]" >&2
+    echo "usage: $0 [build|test|fuzz|bench]" >&2
     exit 2
     ;;
 esac
@@ -44,7 +46,7 @@ else
     exit 1
 fi
 
-# The broker is for the tests, which start their own: its service must not come up by being installed.
+# The broker and the key-value store are for tests, which start their own: no service must come up by being installed.
 policy=/usr/sbin/policy-rc.d
 if [ ! -e $policy ]; then
     trap '"${as_root[@]}" rm -f $policy' EXIT

@@ -65,22 +65,21 @@ std::vector<std::string> commands_of(const std::string &api)
 }
 
 // Gathers the actions of one API; 1 when the caller may not apply it.
-int apply_param(Request &request, const std::string &api, ApplyCache &cache, std::FILE *out)
+int apply_param(Request &request, const Api &api, ApplyCache &cache, std::FILE *out)
 {
-    if ((request.mask & meta_get_perm(api) & kApplyBits) == 0)
+    if (!api.applicable_by(request.mask))
         return 1;
-    if (api.find("__d") != std::string::npos)
+    const std::string &name = api.name();
+    if (name.find("__d") != std::string::npos)
         return 0;
-    const std::vector<std::string> commands = commands_of(api);
+    const std::vector<std::string> commands = commands_of(name);
     for (const std::string &command : commands)
-        cache_command(cache, command, api);
+        cache_command(cache, command, name);
     if (commands.empty())
         return 0;
-    const std::string value = hdfDB.get_or(api, "");
-    const bool secret = meta_is_password(api);
-    reply_value(out, api, shown_value(api, value));
-    qv_log_print(kLogNotice, "Apply %s=%s\n", api.c_str(), value_for_log(api, value).c_str());
-    notify_publish_on("apply", api, value, secret ? Secret::yes : Secret::no);
+    reply_value(out, name, api.shown(api.value()));
+    qv_log_print(kLogNotice, "Apply %s=%s\n", name.c_str(), api.for_log(api.value()).c_str());
+    notify_publish_on("apply", name, api.value(), api.is_secret() ? Secret::yes : Secret::no);
     return 0;
 }
 
@@ -104,9 +103,8 @@ void run_cached(Request &request, const ApplyCache &cache, std::FILE *out)
 int command_apply(Request &request, Args &argv, std::FILE *out)
 {
     ApplyCache cache;
-    const int result = for_each_flagged(argv, out, flag_apply_pending, [&](const std::string &api) {
-        return apply_param(request, api, cache, out);
-    });
+    const int result = for_each_flagged(
+        argv, out, flag_apply_pending, [&](const Api &api) { return apply_param(request, api, cache, out); });
     run_cached(request, cache, out);
     flush_file_systems();
     return result;

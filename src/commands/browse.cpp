@@ -8,27 +8,19 @@ namespace qvcd {
 
 namespace {
 
-// One API: 1 when the caller may not read it.
-int browse_param(Request &request, const std::string &api, std::FILE *out)
+// 1 when the caller may not read it.
+int browse_api(const Request &request, const Api &api, std::FILE *out)
 {
-    MetaApi meta(api);
-    if (!meta.readable_by(request.mask))
+    if (!api.readable_by(request.mask))
         return 1;
-    if (meta.visible_to(request.mask))
-        reply_value(out, api, "leaf");
+    if (api.visible_to(request.mask))
+        reply_value(out, api.name(), "leaf");
     return 0;
 }
 
 int command_browse(Request &request, Args &argv, std::FILE *out)
 {
-    const auto group = [&](const std::string &name) {
-        hdfutils_traverse_tree(hdfDB.find(name), name, hdfutils_check_endnode,
-                               [&](Node leaf, const std::string &parent) {
-                                   browse_param(request, join_name(parent, leaf.name()), out);
-                               });
-    };
-    return for_each_setting(argv, out, group,
-                            [&](const std::string &api) { return browse_param(request, api, out); });
+    return for_each_setting(argv, out, [&](const Api &api) { return browse_api(request, api, out); });
 }
 
 } // namespace

@@ -18,19 +18,21 @@ namespace {
 constexpr char kPostRevertScript[] = "/usr/share/qvcontrol/post_revert_script";
 
 // 1 when the caller may not write the API or the system does not tell its value.
-int revert_param(Request &request, const std::string &api, std::FILE *out)
+int revert_param(Request &request, const Api &changed, std::FILE *out)
 {
-    if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
+    if (!changed.writable_by(request.mask))
         return 1;
-    const std::optional<std::string> value = rfuncmap_read(request, api);
-    if (!value || !metaDB.find(api)) // it may have been deleted while the reader waited
+    const std::string name = changed.name();
+    const std::optional<std::string> value = rfuncmap_read(request, name);
+    Api *api = find_api(name); // it may have been deleted while the reader waited
+    if (!value || !api)
         return 1;
-    store_setting(api, *value);
-    flag_restored(api, *value);
-    if (!is_on_disk(api)) // a save failed, but the file has its value: it is still to be saved
-        meta_set(api, "mod", "1");
-    reply_value(out, api, shown_value(api, *value));
-    qv_log_print(kLogNotice, "Revert %s=%s\n", api.c_str(), value_for_log(api, *value).c_str());
+    store_setting(*api, *value);
+    flag_restored(name, *value);
+    reply_value(out, name, api->shown(*value));
+    qv_log_print(kLogNotice, "Revert %s=%s\n", name.c_str(), api->for_log(*value).c_str());
+    if (!is_on_disk(name)) // a save failed, but the file has its value: it is still to be saved
+        meta_set(name, "mod", "1");
     return 0;
 }
 
@@ -116,9 +118,8 @@ int command_remove(Request &request, Args &argv, std::FILE *out)
 
 int command_revert(Request &request, Args &argv, std::FILE *out)
 {
-    const int result = for_each_flagged(argv, out, flag_modified_or_unapplied, [&](const std::string &api) {
-        return revert_param(request, api, out);
-    });
+    const int result = for_each_flagged(argv, out, flag_modified_or_unapplied,
+                                        [&](const Api &api) { return revert_param(request, api, out); });
     if (result == 0)
         cmd_script_hook(kPostRevertScript, argv);
     return result;

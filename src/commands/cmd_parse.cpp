@@ -10,7 +10,10 @@
 #include "platform/log.h"
 #include "store/meta.h"
 
+#include <algorithm>
 #include <atomic>
+#include <optional>
+#include <utility>
 
 namespace qvcd {
 
@@ -24,25 +27,62 @@ struct Line {
     std::size_t first_arg = 0; // 1 when argv begins with a sub-command
 };
 
-// Nothing for a line of separators only.
+void assign(Args &argv, std::size_t i, std::string_view word)
+{
+    if (i < argv.size())
+        argv[i].assign(word);
+    else
+        argv.emplace_back(word);
+}
+
+// Nothing for a line of separators only. The words go where those of the line before stood, so that most
+// lines take no memory.
 bool split_line(std::string_view text, Line &line)
 {
-    std::vector<std::string> words = split_words(text, kListSeparators);
-    if (words.empty())
-        return false;
-    if (words.size() > kMaxArgs + 1)
-        words.resize(kMaxArgs + 1); // further ones are dropped
-    line.command = std::move(words.front());
-    words.erase(words.begin());
-    line.argv = std::move(words);
-    const std::size_t dot = line.command.find('.');
-    if (dot != std::string::npos) {
-        line.argv.insert(line.argv.begin(), line.command.substr(dot + 1));
-        line.command.resize(dot);
-        line.first_arg = 1;
+    std::size_t count = 0;
+    bool first = true;
+    line.first_arg = 0;
+    for (std::size_t at = text.find_first_not_of(kListSeparators); at != std::string_view::npos;) {
+        const std::size_t end = std::min(text.find_first_of(kListSeparators, at), text.size());
+        const std::string_view word = text.substr(at, end - at);
+        at = text.find_first_not_of(kListSeparators, end);
+        if (std::exchange(first, false)) {
+            const std::size_t dot = std::min(word.find('.'), word.size());
+            line.command.assign(word.substr(0, dot));
+            if (dot < word.size()) {
+                assign(line.argv, count++, word.substr(dot + 1));
+                line.first_arg = 1;
+            }
+        } else if (count < kMaxArgs + line.first_arg) { // further ones are dropped
+            assign(line.argv, count++, word);
+        }
     }
-    return true;
+    line.argv.resize(count);
+    return !first;
 }
+
+// The thread's words: those of a command within a command are others. The memory of long lines is given back.
+class ThreadLine {
+  public:
+    explicit ThreadLine(std::string_view text) : line_(std::exchange(spare, {})), keep_(text.size() <= kKeepBytes)
+    {
+    }
+    ~ThreadLine()
+    {
+        if (keep_)
+            spare = std::move(line_);
+    }
+    ThreadLine(const ThreadLine &) = delete;
+    ThreadLine &operator=(const ThreadLine &) = delete;
+    Line &get() { return line_; }
+
+  private:
+    static constexpr std::size_t kKeepBytes = 4096;
+    static thread_local Line spare;
+    Line line_;
+    bool keep_;
+};
+thread_local Line ThreadLine::spare;
 
 // A word of the line as the log shows it: decoded, secrets hidden. Behind a secret word all are: a password
 // with a comma or a blank in it comes as several.
@@ -91,13 +131,15 @@ void log_line(int number, const Line &line, const CommandRecord &record)
 int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks, const Caller &caller)
 {
     const int number = cmdcounter++;
-    const Stopwatch watch;
     text = text.substr(0, text.find('\0'));
     if (text.empty() || text.front() == '\r' || text.front() == '\n' || text.front() == '#')
         return 1;
-    Line line;
+    ThreadLine words(text);
+    Line &line = words.get();
     if (!split_line(text, line))
         return 0;
+    const auto watch =
+        timing_is_on() && qv_log_wants(kLogInfo) ? std::optional<Stopwatch>(std::in_place) : std::nullopt;
     const CommandLock lock(hooks);
     if (!lock.held())
         return 1;
@@ -111,9 +153,9 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *h
     if (&record == cmd_map().front().record)
         qv_log_print(kLogError, "Invalid command: %s\n", command_for_log(line).c_str());
     const int result = record.handler(request, line.argv, out);
-    if (timing_is_on() && qv_log_wants(kLogInfo))
+    if (watch)
         qv_log_print(kLogInfo, "       %d: tot: [%s] [%lu.%03lus]\n", number, command_for_log(line).c_str(),
-                     watch.seconds(), watch.milliseconds());
+                     watch->seconds(), watch->milliseconds());
     return result;
 }
 

@@ -21,29 +21,23 @@ constexpr char kPreDefaultScript[] = "/usr/share/qvcontrol/pre_default_script";
 constexpr char kPostDefaultScript[] = "/usr/share/qvcontrol/post_default_script";
 constexpr char hide_password[] = "*****";
 
-void print_flag(Request &request, const std::string &api, std::FILE *out)
+void print_default(const Request &request, const Api &api, std::FILE *out)
 {
-    const auto value = hdfDB.get(api);
-    if (value && MetaApi(api).visible_to(request.mask))
-        reply_value(out, api, shown_value(api, *value));
+    if (api.name().find("__") != std::string::npos || !api.visible_to(request.mask))
+        return;
+    const auto fallback = api.fallback();
+    if (!fallback || *fallback == api.value())
+        return;
+    std::string line(api.is_secret() ? hide_password : api.value());
+    line.append(" (").append(*fallback).append(")");
+    reply_value(out, api.name(), line);
 }
 
-void print_default(Request &request, const std::string &api, std::FILE *out)
+int check_flag(const Request &request, const Args &argv, std::FILE *out, Classifier flag)
 {
-    const auto value = hdfDB.get(api);
-    if (!value || api.find("__") != std::string::npos || !MetaApi(api).visible_to(request.mask))
-        return;
-    const auto fallback = meta_get_this_level(api, "default");
-    if (!fallback || *fallback == *value)
-        return;
-    const std::string shown = meta_is_password(api) ? hide_password : std::string(*value);
-    reply_printf(out, "%s=%s (%s)\n", api.c_str(), shown.c_str(), fallback->c_str());
-}
-
-int check_flag(Request &request, const Args &argv, std::FILE *out, Classifier flag)
-{
-    for_each_flagged(argv, out, flag, [&](const std::string &api) {
-        print_flag(request, api, out);
+    for_each_flagged(argv, out, flag, [&](const Api &api) {
+        if (api.visible_to(request.mask))
+            reply_value(out, api.name(), api.shown(api.value()));
         return 0;
     });
     return 0;
@@ -62,34 +56,30 @@ int command_check_applied(Request &request, Args &argv, std::FILE *out)
 int command_check_default(Request &request, Args &argv, std::FILE *out)
 {
     const auto group = [&](const std::string &name) {
-        for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, meta_has_default))
-            print_default(request, api, out);
+        for (const std::string &one : hdfutils_parent_names(metaDB.find(name), name, meta_has_default)) {
+            if (const Api *api = find_api(one))
+                print_default(request, *api, out);
+        }
     };
-    for_each_setting(argv, out, group, [&](const std::string &api) {
+    for_each_setting(argv, out, group, [&](const Api &api) {
         print_default(request, api, out);
         return 0;
     });
     return 0;
 }
 
-int restore_param_to_default(Request &request, const std::string &api, std::FILE *out)
+int restore_param_to_default(const Request &request, Api &api, std::FILE *out)
 {
-    if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
+    if (!api.writable_by(request.mask))
         return 1;
-    const auto fallback = meta_get_this_level(api, "default");
-    if (meta_is_true(api, "dynamic") || !fallback || hdfDB.get(api) == *fallback)
+    const auto fallback = api.fallback();
+    if (api.is_dynamic() || !fallback || api.value() == *fallback)
         return 0;
     raise_flags(request, api, SetMode::set);
     store_setting(api, *fallback);
-    reply_value(out, api, *fallback);
-    qv_log_print(kLogNotice, "Default %s=%s\n", api.c_str(), value_for_log(api, *fallback).c_str());
+    reply_value(out, api.name(), *fallback);
+    qv_log_print(kLogNotice, "Default %s=%s\n", api.name().c_str(), api.for_log(*fallback).c_str());
     return 0;
-}
-
-void restore_group(Request &request, const std::string &name, std::FILE *out)
-{
-    for (const std::string &api : hdfutils_names(hdfDB.find(name), name, hdfutils_check_endnode))
-        restore_param_to_default(request, api, out);
 }
 
 const Args network_settings = {"Network.hostname", "Network.Interfaces", "Services.Zeroconf",
@@ -177,9 +167,7 @@ int command_reload(Request &request, Args &argv, std::FILE *out)
 
 int command_default(Request &request, Args &argv, std::FILE *out)
 {
-    const auto group = [&](const std::string &name) { restore_group(request, name, out); };
-    const auto api = [&](const std::string &name) { return restore_param_to_default(request, name, out); };
-    return for_each_setting(argv, out, group, api);
+    return for_each_setting(argv, out, [&](Api &api) { return restore_param_to_default(request, api, out); });
 }
 
 namespace {

@@ -45,9 +45,8 @@ class Export {
     bool write(const std::string &target, std::FILE *out) const;
 
   private:
-    bool goes_out(const std::string &api, bool password, bool dynamic) const;
-    void setting(const std::string &api);
-    void group(const std::string &name);
+    bool goes_out(const Api &api) const;
+    void setting(const Api &api);
 
     Request &request_;
     ExportMode mode_;
@@ -55,53 +54,41 @@ class Export {
     bool secret_ = false; // the document holds a password
 };
 
-bool Export::goes_out(const std::string &api, bool password, bool dynamic) const
+bool Export::goes_out(const Api &api) const
 {
-    MetaApi meta(api);
-    return meta.visible_to(request_.mask) && ((meta.perm() & kUserWriteBits) != 0 || mode_.read_only) &&
-           (!password || mode_.passwords) && (!dynamic || mode_.dynamic);
+    return api.visible_to(request_.mask) && ((api.perm() & kUserWriteBits) != 0 || mode_.read_only) &&
+           (!api.is_secret() || mode_.passwords) && (!api.is_dynamic() || mode_.dynamic);
 }
 
 // The tree holds no value of a dynamic API: a document with its placeholder would set that when it is
 // imported.
-std::string exported_value(Request &request, const std::string &api, bool dynamic)
+std::string exported_value(Request &request, const std::string &name, bool dynamic)
 {
     std::optional<std::string> live;
     if (dynamic)
-        live = rfuncmap_read(request, api);
-    return live ? std::move(*live) : hdfDB.get_or(api, "");
+        live = rfuncmap_read(request, name);
+    return live ? std::move(*live) : hdfDB.get_or(name, "");
 }
 
-void Export::setting(const std::string &api)
+// Reading a live value may let go of the command lock.
+void Export::setting(const Api &api)
 {
-    const bool password = meta_is_password(api);
-    const bool dynamic = meta_is_true(api, "dynamic");
-    if (!goes_out(api, password, dynamic))
+    if (!goes_out(api))
         return;
-    const std::string value = url_escape(exported_value(request_, api, dynamic));
-    document_.set(api, value);
-    secret_ |= password;
-    if (qv_log_wants(kLogTrace))
-        qv_log_print(kLogTrace, "exporting %s=%s\n", api.c_str(), value_for_log(api, value).c_str());
-}
-
-// By name: reading a live value may let go of the command lock.
-void Export::group(const std::string &name)
-{
-    for (const std::string &api : hdfutils_names(hdfDB.find(name), name, hdfutils_check_endnode)) {
-        if (name_kind(api) == NameKind::api)
-            setting(api);
-    }
+    const std::string name = api.name();
+    const bool secret = api.is_secret();
+    const std::string value = url_escape(exported_value(request_, name, api.is_dynamic()));
+    document_.set(name, value);
+    secret_ |= secret;
+    qv_log_print(kLogTrace, "exporting %s=%s\n", name.c_str(), secret ? kHiddenPassword : value.c_str());
 }
 
 void Export::names(const Args &names, std::FILE *out)
 {
-    const auto group_of = [this](const std::string &name) { group(name); };
-    const auto api = [this](const std::string &name) {
-        setting(name);
+    for_each_setting(names, out, [this](const Api &api) {
+        setting(api);
         return 0;
-    };
-    for_each_setting(names, out, group_of, api);
+    });
 }
 
 bool Export::write(const std::string &target, std::FILE *out) const

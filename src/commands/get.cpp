@@ -16,109 +16,103 @@ namespace {
 // What is printed for each API; the numbers are those of the commands get, geti, getv, getd, getdv.
 enum class GetMode { value, introspection, value_only, fallback, fallback_only };
 
-// What the attributes say of an API, gathered with one search of its node.
-struct GetPlan {
-    bool refused = false;
-    bool hidden = false;
-    bool dynamic = false;
-    bool password = false;
-    std::optional<std::string> fallback; // the own-level default
-    std::optional<std::string> link;
-};
-
-GetPlan plan_get(const Request &request, std::string_view api, GetMode mode)
+bool is_of_fallback(GetMode mode)
 {
-    MetaApi meta(api);
-    GetPlan plan;
-    plan.refused = !meta.readable_by(request.mask);
-    plan.hidden = plan.refused || !meta.visible_to(request.mask);
-    if (plan.hidden)
-        return plan;
-    plan.dynamic = meta.is_true("dynamic");
-    plan.password = meta.is_password();
-    if (plan.dynamic || mode == GetMode::fallback || mode == GetMode::fallback_only)
-        plan.fallback = own_copy(meta.own("default"));
-    if (const auto link = meta.own("link"); link && !plan.dynamic && name_kind(*link) == NameKind::api)
-        plan.link = std::string(*link);
-    return plan;
-}
-
-std::string current_value(Request &request, const std::string &api, const GetPlan &plan)
-{
-    if (!plan.dynamic)
-        return hdfDB.get_or(plan.link.value_or(api), "");
-    std::optional<std::string> live = rfuncmap_read(request, api);
-    return live ? std::move(*live) : plan.fallback.value_or("");
+    return mode == GetMode::fallback || mode == GetMode::fallback_only;
 }
 
 // Values of passwords are not shown, defaults are.
-void print_value(Request &request, GetMode mode, const std::string &api, const std::string &value,
-                 const GetPlan &plan, std::FILE *out)
+std::string_view shown(std::string_view value, bool password)
 {
-    const std::string shown = plan.password && value.size() > 1 ? kHiddenPassword : value;
-    switch (mode) {
-    case GetMode::value:
-        reply_value(out, api, shown);
-        break;
-    case GetMode::introspection:
-        reply_value(out, api, shown);
-        ifuncmap_introspect(request, "", api, false, out, plan.dynamic ? std::optional(value) : std::nullopt);
-        break;
-    case GetMode::value_only:
-        reply_line(out, shown);
-        break;
-    case GetMode::fallback:
-        if (plan.fallback)
-            reply_value(out, api, *plan.fallback);
-        break;
-    case GetMode::fallback_only:
-        if (plan.fallback)
-            reply_line(out, *plan.fallback);
-        break;
+    return password && value.size() > 1 ? kHiddenPassword : value;
+}
+
+void print_line(const std::string &name, std::string_view value, std::FILE *out, GetMode mode)
+{
+    if (mode == GetMode::value_only || mode == GetMode::fallback_only)
+        reply_line(out, value);
+    else
+        reply_value(out, name, value);
+}
+
+// The reader is asked for whatever is printed. It may let go of the command lock.
+void print_dynamic(Request &request, const Api &api, std::FILE *out, GetMode mode)
+{
+    const std::string name = api.name();
+    const bool password = api.is_password();
+    const auto fallback = own_copy(api.fallback());
+    const std::string value = rfuncmap_read(request, name).value_or(fallback.value_or(""));
+    if (!is_of_fallback(mode))
+        print_line(name, shown(value, password), out, mode);
+    else if (fallback)
+        print_line(name, *fallback, out, mode);
+    if (mode == GetMode::introspection)
+        ifuncmap_introspect(request, "", name, false, out, value);
+}
+
+void print_stored(Request &request, const Api &api, std::FILE *out, GetMode mode)
+{
+    if (is_of_fallback(mode)) {
+        if (const auto fallback = api.fallback())
+            print_line(api.name(), *fallback, out, mode);
+        return;
     }
+    const Api *linked = api.linked();
+    print_line(api.name(), shown((linked ? linked : &api)->value(), api.is_password()), out, mode);
+    if (mode == GetMode::introspection)
+        ifuncmap_introspect(request, "", api.name(), false, out);
 }
 
 // One API; 1 when the caller may not read it.
-int print_param_to_out(Request &request, const std::string &api, std::FILE *out, GetMode mode)
+int print_api(Request &request, const Api &api, std::FILE *out, GetMode mode)
 {
-    const GetPlan plan = plan_get(request, api, mode);
-    if (plan.hidden)
-        return plan.refused ? 1 : 0;
-    print_value(request, mode, api, current_value(request, api, plan), plan, out);
+    if (!api.readable_by(request.mask))
+        return 1;
+    if (!api.visible_to(request.mask))
+        return 0;
+    if (api.is_dynamic())
+        print_dynamic(request, api, out, mode);
+    else
+        print_stored(request, api, out, mode);
     return 0;
 }
 
 // Visits every API below a group, or below the root, and logs what each took.
-void visit_group(const std::string &name, const char *what, const LeafVisitor &visit)
+void visit_group(const std::string &group, const char *what, const ApiVisitor &visit)
 {
-    const bool timed = timing_is_on() && qv_log_wants(kLogTrace);
-    hdfutils_visit_leaves(hdfDB, name, [&](const std::string &api) {
+    if (!timing_is_on() || !qv_log_wants(kLogTrace))
+        return visit_apis(group, visit);
+    visit_apis(group, [&](Api &api) {
         const Stopwatch watch;
+        const std::string name = api.name();
         visit(api);
-        if (timed)
-            qv_log_print(kLogTrace, "    %s param: [%lu.%03lus] %s\n", what, watch.seconds(),
-                         watch.milliseconds(), api.c_str());
+        qv_log_print(kLogTrace, "    %s param: [%lu.%03lus] %s\n", what, watch.seconds(),
+                     watch.milliseconds(), name.c_str());
     });
+}
+
+void log_time(const Stopwatch &watch, const char *name)
+{
+    qv_log_print(kLogDebug, "  get: [%lu.%03lus]%s\n", watch.seconds(), watch.milliseconds(), name);
 }
 
 int do_command_get(Request &request, const Args &argv, std::FILE *out, GetMode mode)
 {
+    const bool timed = timing_is_on() && qv_log_wants(kLogDebug);
     int result = 0;
-    const auto api = [&](const std::string &name) { return print_param_to_out(request, name, out, mode); };
+    const auto api = [&](Api &one) { return print_api(request, one, out, mode); };
     const auto group = [&](const std::string &name) { visit_group(name, "get", api); };
     for (const std::string &name : argv) { // one at a time: each is timed
-        const Stopwatch watch;
+        const auto watch = timed ? std::optional<Stopwatch>(std::in_place) : std::nullopt;
         result |= visit_setting(name, out, group, api);
-        if (timing_is_on())
-            qv_log_print(kLogDebug, "  get: [%lu.%03lus] %s\n", watch.seconds(), watch.milliseconds(),
-                         name_for_log(name).c_str());
+        if (watch)
+            log_time(*watch, (" " + name_for_log(name)).c_str());
         send_long_reply();
     }
     if (argv.empty()) {
         const Stopwatch watch;
         group("");
-        if (timing_is_on())
-            qv_log_print(kLogDebug, "  get: [%lu.%03lus]\n", watch.seconds(), watch.milliseconds());
+        log_time(watch, "");
     }
     return result;
 }
@@ -152,9 +146,9 @@ int command_getd(Request &request, Args &argv, std::FILE *out)
 
 int command_introspect(Request &request, Args &argv, std::FILE *out)
 {
-    const auto api = [&](const std::string &name) {
-        if (!meta_is_hidden(request.mask, name))
-            ifuncmap_introspect(request, "", name, false, out);
+    const auto api = [&](const Api &one) {
+        if (!one.is_hidden_from(request.mask))
+            ifuncmap_introspect(request, "", one.name(), false, out);
         return 0;
     };
     const auto group = [&](const std::string &name) { visit_group(name, "introspect", api); };

@@ -22,10 +22,12 @@ struct Taken {
 };
 
 // What has no file or no write function stays modified.
-bool can_be_saved(const Request &request, const std::string &api)
+bool can_be_saved(const Request &request, const Api &api)
 {
-    MetaApi meta(api);
-    return (request.mask & meta.perm() & kWriteBits) != 0 && meta.get("file") && meta.get("write");
+    if (!api.writable_by(request.mask))
+        return false;
+    MetaApi meta(api.name());
+    return meta.get("file") && meta.get("write");
 }
 
 void report_saved(const Taken &taken, std::FILE *out)
@@ -46,12 +48,12 @@ bool is_file_flushed(const std::string &api, const char *attribute)
 
 class Save {
   public:
-    void take(const std::string &api)
+    void take(const Api &api)
     {
-        if (!names_.insert(api).second)
+        if (!names_.insert(api.name()).second)
             return;
-        taken_.push_back({api, hdfDB.get_or(api, ""), meta_is_password(api)});
-        writes_.add(api, taken_.back().value);
+        taken_.push_back({api.name(), std::string(api.value()), api.is_secret()});
+        writes_.add(api.name(), taken_.back().value);
     }
 
     // What failed comes after what was saved. 1 when something failed.
@@ -88,7 +90,7 @@ int command_save(Request &request, Args &argv, std::FILE *out)
 {
     const SaveLock lock; // from before the values are taken: the later save has the later values
     Save save;
-    const int unknown = for_each_flagged(argv, out, flag_modified, [&](const std::string &api) {
+    const int unknown = for_each_flagged(argv, out, flag_modified, [&](const Api &api) {
         if (can_be_saved(request, api))
             save.take(api);
         return 0;

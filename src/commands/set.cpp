@@ -21,28 +21,44 @@ int refuse_and_log(const std::string &api, const char *error, std::FILE *out)
     return refuse(api, error, out);
 }
 
-// The API that another follows, when it exists.
-std::optional<std::string> followed_by(const std::string &api)
+bool can_be_written(const Api &api)
 {
-    auto link = meta_get_this_level(api, "link");
-    return link && name_kind(*link) == NameKind::api ? link : std::nullopt;
-}
-
-bool can_be_written(const std::string &api)
-{
-    return write_row(meta_get(api, "write").value_or("")).kind != WriteKind::none;
+    return write_row(meta_get(api.name(), "write").value_or("")).kind != WriteKind::none;
 }
 
 int set_argument(Request &request, const std::string &argument, std::FILE *out, SetMode mode)
 {
     const std::size_t equals = argument.find('=');
-    const std::string api = argument.substr(0, equals);
     if (equals == std::string::npos)
         return refuse_and_log(argument, API_E_INVALID_FORMAT, out);
-    if (name_kind(api) != NameKind::api)
-        return refuse_and_log(api, API_E_PARAM_NOT_FOUND, out);
+    Api *api = find_api(std::string_view(argument).substr(0, equals));
+    if (!api)
+        return refuse_and_log(argument.substr(0, equals), API_E_PARAM_NOT_FOUND, out);
     const auto value = url_unescape(std::string_view(argument).substr(equals + 1));
-    return value ? set_param(request, api, *value, out, mode) : refuse(api, API_E_INVALID_CHARACTER, out);
+    return value ? set_param(request, *api, *value, out, mode)
+                 : refuse(api->name(), API_E_INVALID_CHARACTER, out);
+}
+
+void report_set(const Api &api, const std::string &value, std::FILE *out)
+{
+    reply_value(out, api.name(), value);
+    if (qv_log_wants(kLogNotice))
+        qv_log_print(kLogNotice, "Set %s=%s\n", api.name().c_str(), api.for_log(value).c_str());
+    notify_publish_on("set", api.name(), value, api.is_secret() ? Secret::yes : Secret::no);
+}
+
+// Written to the system at once, for which the command lock may be let go.
+int set_dynamic(const Api &api, const std::string &value, std::FILE *out)
+{
+    const std::string name = api.name();
+    if (can_be_written(api) && wfuncmap_write(name, value) != 0)
+        return refuse(name, kSaveFailed, out);
+    Api *written = find_api(name);
+    if (!written) // deleted while the write waited
+        return refuse(name, API_E_PARAM_NOT_FOUND, out);
+    store_setting(*written, value);
+    report_set(*written, value, out);
+    return 0;
 }
 
 int do_command_set(Request &request, const Args &argv, std::FILE *out, SetMode mode)
@@ -55,44 +71,38 @@ int do_command_set(Request &request, const Args &argv, std::FILE *out, SetMode m
 
 } // namespace
 
-void raise_flags(const Request &request, const std::string &api, SetMode mode)
+void raise_flags(const Request &request, Api &api, SetMode mode)
 {
     if (mode == SetMode::set || mode == SetMode::sets)
-        meta_set(api, "mod", "1");
+        flag_unsaved(api);
     const bool applies = mode == SetMode::set || mode == SetMode::seta;
-    if (applies && (request.mask & meta_get_perm(api) & kApplyBits) != 0 && meta_get(api, "apply"))
-        flag_unapplied(api, hdfDB.get_or(api, ""));
+    if (applies && api.applicable_by(request.mask) && api.has_action())
+        flag_unapplied(api);
 }
 
-void store_setting(const std::string &api, const std::string &value)
+void store_setting(Api &api, std::string_view value)
 {
-    hdfDB.set(api, value);
-    if (const auto follower = followed_by(api))
-        hdfDB.set(*follower, value);
+    Api *linked = api.linked();
+    api.store(value);
+    if (linked)
+        linked->store(value);
 }
 
-int set_param(Request &request, const std::string &api, const std::string &value, std::FILE *out,
-              SetMode mode)
+int set_param(Request &request, Api &api, const std::string &value, std::FILE *out, SetMode mode)
 {
-    if ((request.mask & meta_get_perm(api) & kWriteBits) == 0)
-        return refuse(api, API_E_INVALID_PERMISSION, out);
+    if (!api.writable_by(request.mask))
+        return refuse(api.name(), API_E_INVALID_PERMISSION, out);
     if (const char *error = value_error(value))
-        return refuse(api, error, out);
-    const bool dynamic = meta_is_true(api, "dynamic");
-    if (!dynamic && hdfDB.get(api) == value)
+        return refuse(api.name(), error, out);
+    if (!api.is_dynamic() && api.value() == value)
         return 0;
     if (const auto error = cfuncmap_check(api, value))
-        return refuse(api, *error, out);
-    const bool secret = meta_is_password(api);
-    if (!dynamic)
-        raise_flags(request, api, mode);
-    else if (can_be_written(api) && wfuncmap_write(api, value) != 0)
-        return refuse(api, kSaveFailed, out);
-    if (name_kind(api) == NameKind::api) // it may have been deleted while the write waited
-        store_setting(api, value);
-    reply_value(out, api, value);
-    qv_log_print(kLogNotice, "Set %s=%s\n", api.c_str(), value_for_log(api, value).c_str());
-    notify_publish_on("set", api, value, secret ? Secret::yes : Secret::no);
+        return refuse(api.name(), *error, out);
+    if (api.is_dynamic())
+        return set_dynamic(api, value, out);
+    raise_flags(request, api, mode);
+    store_setting(api, value);
+    report_set(api, value, out);
     return 0;
 }
 

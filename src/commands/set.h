@@ -1,6 +1,7 @@
 #pragma once
 
 #include "commands/command.h"
+#include "store/api.h"
 
 #include <string>
 
@@ -26,14 +27,13 @@ int command_seta(Request &request, Args &argv, std::FILE *out);
 
 /// Sets one API to a value; the reply is the new value or what is wrong with it. A dynamic API is written to
 /// the system at once, for which the command lock may be let go. 0, or 1 when it was refused.
-int set_param(Request &request, const std::string &api, const std::string &value, std::FILE *out,
-              SetMode mode);
+int set_param(Request &request, Api &api, const std::string &value, std::FILE *out, SetMode mode);
 
 /// Raises the flags of an API whose value is about to change. No apply flag where the caller may not apply,
 /// or there is nothing to apply.
-void raise_flags(const Request &request, const std::string &api, SetMode mode);
+void raise_flags(const Request &request, Api &api, SetMode mode);
 
 /// Stores a value in the settings, of the API and of the one that its "link" names.
-void store_setting(const std::string &api, const std::string &value);
+void store_setting(Api &api, std::string_view value);
 
 } // namespace qvcd

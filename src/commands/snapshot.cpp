@@ -10,11 +10,10 @@ namespace qvcd {
 namespace {
 
 // Live values are the system's own, and a time is over when it is loaded.
-bool can_be_loaded(const std::string &api)
+bool can_be_loaded(Api &api)
 {
-    MetaApi meta(api);
-    return name_kind(api) == NameKind::api && !api.starts_with(kUnitSelection) &&
-           (meta.perm() & kUserWriteBits) != 0 && !meta.is_true("dynamic") && meta.get("type") != "timecode";
+    return !api.name().starts_with(kUnitSelection) && (api.perm() & kUserWriteBits) != 0 &&
+           !api.is_dynamic() && api.type() != "timecode";
 }
 
 bool names_itself(const std::string &name, const std::string &api)
@@ -26,21 +25,18 @@ bool names_itself(const std::string &name, const std::string &api)
 
 int take_settings(const Request &request, const Args &names, std::FILE *out, Settings &taken)
 {
-    const auto take = [&](const std::string &name, const std::string &api) {
-        if (!can_be_loaded(api) || !MetaApi(api).visible_to(request.mask))
+    const auto take = [&](const std::string &name, Api &api) {
+        if (!can_be_loaded(api) || !api.visible_to(request.mask))
             return;
-        if (!is_profile_selection(api) || names_itself(name, api))
-            taken.push_back({api, hdfDB.get_or(api, "")});
+        if (!is_profile_selection(api.name()) || names_itself(name, api.name()))
+            taken.push_back({api.name(), std::string(api.value())});
     };
-    const auto group = [&](const std::string &name) {
-        for (const std::string &api : hdfutils_names(hdfDB.find(name), name, hdfutils_check_endnode))
-            take(name, api);
-    };
-    const auto api = [&](const std::string &name) {
-        take(name, name);
+    const auto group = [&](const std::string &name) { visit_apis(name, [&](Api &api) { take(name, api); }); };
+    const auto one = [&](Api &api) {
+        take(api.name(), api);
         return 0;
     };
-    return for_each_setting(names, out, group, api);
+    return for_each_setting(names, out, group, one);
 }
 
 Tree document_of(const Settings &settings)
@@ -56,7 +52,8 @@ Settings settings_of(const Tree &document)
     Settings settings;
     for (const std::string &api : hdfutils_names(document.root(), "", hdfutils_check_endnode)) {
         auto value = url_unescape(document.get(api).value_or(""));
-        if (value && can_be_loaded(api))
+        Api *known = find_api(api);
+        if (value && known && can_be_loaded(*known))
             settings.push_back({api, std::move(*value)});
     }
     return settings;
@@ -69,15 +66,17 @@ bool hold_password(const Settings &settings)
 
 int set_stored(Request &request, const Setting &setting, std::FILE *out, SetMode mode)
 {
-    if (name_kind(setting.api) != NameKind::api)
+    Api *api = find_api(setting.api);
+    if (!api)
         return refuse(setting.api, API_E_PARAM_NOT_FOUND, out);
-    if (!meta_is_password(setting.api))
-        return set_param(request, setting.api, setting.value, out, mode);
-    const bool changes = hdfDB.get(setting.api) != setting.value;
-    if (set_param(request, setting.api, setting.value, nullptr, mode) != 0)
+    if (!api->is_secret())
+        return set_param(request, *api, setting.value, out, mode);
+    const bool changes = api->value() != setting.value;
+    const std::string shown(api->shown(setting.value));
+    if (set_param(request, *api, setting.value, nullptr, mode) != 0)
         return refuse(setting.api, API_E_INVALID_PASSWORD, out);
     if (changes)
-        reply_value(out, setting.api, shown_value(setting.api, setting.value));
+        reply_value(out, setting.api, shown);
     return 0;
 }
 

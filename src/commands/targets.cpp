@@ -3,13 +3,13 @@
 namespace qvcd {
 
 int for_each_flagged(const Args &names, std::FILE *out, Classifier flag,
-                     const std::function<int(const std::string &api)> &visit)
+                     const std::function<int(Api &api)> &visit)
 {
     int result = 0;
     const auto visit_below = [&](const std::string &name) {
-        for (const std::string &api : flagged_apis(metaDB.find(name), name, flag)) {
+        for (const std::string &flagged : flagged_apis(metaDB.find(name), name, flag)) {
             // Who waited for an earlier visit may find that this one was deleted meanwhile.
-            if (name_kind(api) == NameKind::api && visit(api) != 0 && api == name)
+            if (Api *api = find_api(flagged); api && visit(*api) != 0 && flagged == name)
                 result = 1;
         }
     };

@@ -9,6 +9,7 @@
 #include "store/profile_files.h"
 
 #include <algorithm>
+#include <map>
 
 namespace qvcd {
 
@@ -103,25 +104,59 @@ std::vector<TypeWords> parse_type(std::string_view type)
     return alternatives;
 }
 
-std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view value)
+namespace {
+
+struct Alternative {
+    TypeWords words;
+    CheckFunction *check;
+};
+
+// Models have few types for many APIs. Good until the next call.
+const std::vector<Alternative> &alternatives_of(std::string_view type)
 {
-    const std::optional<std::string> type = meta_get(api, "type");
-    if (!type)
-        return std::nullopt;
-    const std::vector<TypeWords> alternatives = parse_type(*type);
+    constexpr std::size_t kMost = 4096; // of which clients can make none
+    static std::map<std::string, std::vector<Alternative>, std::less<>> known;
+    if (const auto found = known.find(type); found != known.end())
+        return found->second;
+    if (known.size() == kMost)
+        known.clear();
+    std::vector<Alternative> alternatives;
+    for (TypeWords &words : parse_type(type)) {
+        CheckFunction *check = row_or_first(cfuncCmdMap, words.front()).check;
+        alternatives.push_back({std::move(words), check});
+    }
+    return known.emplace(type, std::move(alternatives)).first->second;
+}
+
+std::optional<std::string> check_type(std::string_view type, std::string_view api, std::string_view value)
+{
+    const std::vector<Alternative> &alternatives = alternatives_of(type);
     std::string_view error;
-    for (const TypeWords &words : alternatives) {
-        const char *why =
-            row_or_first(cfuncCmdMap, words.front()).check(api, std::span(words).subspan(1), value);
+    for (const auto &[words, check] : alternatives) {
+        const char *why = check(api, std::span(words).subspan(1), value);
         if (!why)
             return std::nullopt;
         error = why;
     }
     if (qv_log_wants(kLogDebug))
         qv_log_print(kLogDebug, "   %s: %s fail [%s]\n", std::string(api).c_str(),
-                     alternatives.back().front().c_str(),
+                     alternatives.back().words.front().c_str(),
                      error_line(error, value_for_log(api, value)).c_str());
     return error_line(error, value);
+}
+
+} // namespace
+
+std::optional<std::string> cfuncmap_check(Api &api, std::string_view value)
+{
+    return api.type().empty() ? std::nullopt : check_type(api.type(), api.name(), value);
+}
+
+std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view value)
+{
+    MetaApi meta(api);
+    const auto type = meta.get("type");
+    return type ? check_type(*type, api, value) : std::nullopt;
 }
 
 } // namespace qvcd

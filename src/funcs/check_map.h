@@ -1,5 +1,7 @@
 #pragma once
 
+#include "store/api.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,7 +20,8 @@ std::vector<TypeWords> parse_type(std::string_view type);
 
 /// Checks a value against the API's "type". Nothing when it is acceptable (or the API has no type), else the
 /// error line "<error text>: <value>", at most kMaxErrorLineBytes, with a blank in place of each control
-/// character.
+/// character. Used under the command lock.
+std::optional<std::string> cfuncmap_check(Api &api, std::string_view value);
 std::optional<std::string> cfuncmap_check(std::string_view api, std::string_view value);
 
 } // namespace qvcd

@@ -74,10 +74,18 @@ void flags_note(std::string_view api)
         noted.emplace(api);
 }
 
-void flag_unapplied(std::string_view api, std::string_view before)
+void flag_unsaved(const Api &api)
 {
-    in_force.try_emplace(std::string(api), before);
-    meta_set(api, "noapp", "1");
+    if (!api.is_raised("mod"))
+        meta_set(api.name(), "mod", "1");
+}
+
+void flag_unapplied(const Api &api)
+{
+    if (api.is_raised("noapp"))
+        return;
+    in_force.try_emplace(api.name(), api.value());
+    meta_set(api.name(), "noapp", "1");
 }
 
 void flag_applied(std::string_view api)

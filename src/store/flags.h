@@ -1,5 +1,6 @@
 #pragma once
 
+#include "store/api.h"
 #include "store/hdfutils.h"
 
 #include <string>
@@ -18,9 +19,12 @@ std::vector<std::string> flagged_apis(Node node, std::string_view name, Classifi
 /// A flag of this API was raised.
 void flags_note(std::string_view api);
 
-/// The API's value was changed from `before` and waits to be applied: raises "noapp". What was in force when
+/// The API's value is about to change: raises "mod".
+void flag_unsaved(const Api &api);
+
+/// The API's value is about to change, and then waits to be applied: raises "noapp". What was in force when
 /// it was raised is remembered.
-void flag_unapplied(std::string_view api, std::string_view before);
+void flag_unapplied(const Api &api);
 
 /// The API's action is about to run with the value it has: clears "noapp".
 void flag_applied(std::string_view api);

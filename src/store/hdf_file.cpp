@@ -32,6 +32,7 @@ std::string take_error(NEOERR *error)
 
 HdfRead parse_into(const std::string &text, Tree &into)
 {
+    into.root().note_changes();
     if (NEOERR *error = hdf_read_string(into.root().raw(), text.c_str()))
         return {HdfResult::error, take_error(error)};
     return {};

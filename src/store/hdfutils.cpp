@@ -58,12 +58,12 @@ void visit_level(const Tree &tree, std::string &path, const LeafVisitor &visit)
     for (Node child = tree.find(path).first_child(); child;) {
         const std::string next(child.next().name());
         path.append(size ? "." : "").append(child.name());
-        const std::uint64_t before = tree_changes();
+        const std::uint64_t before = tree.marks().nodes;
         if (child.first_child())
             visit_level(tree, path, visit);
         else if (child.value())
             visit(path);
-        if (tree_changes() != before) {
+        if (tree.marks().nodes != before) {
             child = tree.find(path);
             path.resize(size);
             if (!child) {

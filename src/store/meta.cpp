@@ -70,6 +70,7 @@ std::optional<std::string_view> MetaApi::get(std::string_view attribute)
     std::size_t levels = 0;
     const std::optional<std::string_view> found = find(attribute, levels);
     if (found && levels > 1 && !is_attribute(chain_.back())) {
+        const Tree::Unmarked says_nothing_new(metaDB);
         chain_.back().set(attribute, *found);
         if (is_flag(attribute))
             flags_forget(); // a group has the flag: now the API has it too
@@ -113,9 +114,14 @@ std::optional<std::string> meta_get_this_level(std::string_view api, std::string
 int meta_set(std::string_view api, std::string_view attribute, std::string_view value)
 {
     Node node = api.empty() ? Node() : metaDB.find(api);
-    if (!node || is_attribute(node) || !node.set(attribute, value))
+    if (!node || is_attribute(node))
         return 1;
-    if (value != "0" && is_flag(attribute))
+    if (!is_flag(attribute))
+        return node.set(attribute, value) ? 0 : 1;
+    const Tree::Unmarked no_record_has_it(metaDB);
+    if (!node.set(attribute, value))
+        return 1;
+    if (value != "0")
         flags_note(api);
     return 0;
 }

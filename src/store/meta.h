@@ -24,6 +24,7 @@ class MetaApi {
   public:
     explicit MetaApi(std::string_view api);
     explicit operator bool() const { return !chain_.empty(); }
+    Node node() const { return chain_.empty() ? Node() : chain_.back(); } ///< the API's own
 
     /// Inherited; an empty value gives none. A value that comes from the grandparent or above is stored on
     /// the API's own node, where listings of the metadata show it from then on.

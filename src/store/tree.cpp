@@ -20,6 +20,20 @@ namespace {
 
 std::atomic<std::uint64_t> changes{0};
 
+enum class Change { value, made, removed };
+
+// Marks stand where the library keeps a context for whoever loads its files, which we do ourselves.
+void mark(const HDF *node, Change what)
+{
+    const std::uint64_t now = changes.fetch_add(1, std::memory_order_relaxed) + 1;
+    auto *marks = static_cast<TreeMarks *>(node->top->fileload_ctx);
+    marks->changed = now;
+    if (what != Change::value)
+        marks->nodes = now;
+    if (what == Change::removed)
+        marks->removed = now;
+}
+
 bool ignore(NEOERR *error)
 {
     const bool ok = error == nullptr;
@@ -165,11 +179,15 @@ bool Node::set(std::string_view name, std::string_view value, Names names)
 {
     if (!n_ || value.find('\0') != std::string_view::npos)
         return false;
+    const Node there = find(name);
+    if (there.value() == value)
+        return true;
+    if (!there && !is_taken(name, names))
+        return false;
+    mark(n_, there ? Change::value : Change::made);
     const std::string copy(value); // the view may point into the node's old value
-    if (const Node there = find(name))
-        return ignore(hdf_set_value(there.n_, "", copy.c_str()));
-    changes.fetch_add(1, std::memory_order_relaxed);
-    return is_taken(name, names) && ignore(hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
+    return ignore(there ? hdf_set_value(there.n_, "", copy.c_str())
+                        : hdf_set_value(n_, std::string(name).c_str(), copy.c_str()));
 }
 
 bool Node::remove(std::string_view name)
@@ -180,9 +198,9 @@ bool Node::remove(std::string_view name)
     const std::size_t dot = name.rfind('.');
     const Node parent = dot == std::string_view::npos ? *this : find(name.substr(0, dot));
     const std::string last(dot == std::string_view::npos ? name : name.substr(dot + 1));
+    mark(n_, Change::removed);
     const bool removed = ignore(hdf_remove_tree(parent.n_, last.c_str()));
     forget_set_cache(parent.n_);
-    changes.fetch_add(1, std::memory_order_relaxed);
     return removed;
 }
 
@@ -193,7 +211,7 @@ bool Node::merge(std::string_view name, Node source)
     Node target = find(name);
     if (!target) {
         // A node without a value is what the library makes for a missing parent.
-        changes.fetch_add(1, std::memory_order_relaxed);
+        mark(n_, Change::made);
         HDF *made = nullptr;
         if (!ignore(hdf_get_node(n_, std::string(name).c_str(), &made)))
             return false;
@@ -206,11 +224,19 @@ bool Node::merge(std::string_view name, Node source)
     return true;
 }
 
+void Node::note_changes() noexcept
+{
+    mark(n_, Change::removed);
+}
+
 Tree Tree::make()
 {
     Tree tree;
+    tree.marks_ = std::make_unique<TreeMarks>();
     if (!ignore(hdf_init(&tree.h_)))
         throw std::bad_alloc();
+    hdf_register_fileload(tree.h_, tree.marks_.get(), nullptr);
+    mark(tree.h_, Change::removed);
     return tree;
 }
 
@@ -219,6 +245,7 @@ Tree &Tree::operator=(Tree &&other) noexcept
     if (this != &other) {
         destroy();
         h_ = std::exchange(other.h_, nullptr);
+        marks_ = std::move(other.marks_);
     }
     return *this;
 }
@@ -230,6 +257,19 @@ void Tree::destroy() noexcept
         changes.fetch_add(1, std::memory_order_relaxed);
     }
     h_ = nullptr;
+    marks_.reset();
+}
+
+const TreeMarks &Tree::marks() const noexcept
+{
+    static constexpr TreeMarks kNone;
+    return marks_ ? *marks_ : kNone;
+}
+
+Tree::Unmarked::~Unmarked()
+{
+    if (tree_.marks_)
+        *tree_.marks_ = before_;
 }
 
 std::string url_escape(std::string_view text)
@@ -260,11 +300,6 @@ std::optional<std::string> url_unescape(std::string_view text)
     std::string copy(text);
     copy.resize(std::char_traits<char>::length(cgi_url_unescape(copy.data())));
     return copy;
-}
-
-std::uint64_t tree_changes()
-{
-    return changes.load(std::memory_order_relaxed);
 }
 
 void tree_library_init()

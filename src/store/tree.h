@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -83,8 +84,19 @@ class Node {
 
     _hdf *raw() const noexcept { return n_; } ///< for the store's own sources
 
+    /// For the store's own sources: the library changed the tree by itself.
+    void note_changes() noexcept;
+
   private:
     _hdf *n_ = nullptr;
+};
+
+/// When a tree changed last, in numbers that grow with each change of any tree: while a number stays, nothing
+/// of its kind happened.
+struct TreeMarks {
+    std::uint64_t changed = 0; ///< anything: a node, another value
+    std::uint64_t nodes = 0;   ///< a node was made or removed
+    std::uint64_t removed = 0; ///< a node was removed
 };
 
 /// Owns a tree, or nothing: a tree that was not made yet reads as empty and cannot be set.
@@ -92,7 +104,7 @@ class Tree {
   public:
     Tree() noexcept = default;
     static Tree make();
-    Tree(Tree &&other) noexcept : h_(std::exchange(other.h_, nullptr)) {}
+    Tree(Tree &&other) noexcept : h_(std::exchange(other.h_, nullptr)), marks_(std::move(other.marks_)) {}
     Tree &operator=(Tree &&other) noexcept;
     ~Tree() { destroy(); }
 
@@ -113,8 +125,25 @@ class Tree {
     bool set(std::string_view name, std::string_view value) { return root().set(name, value); }
     bool remove(std::string_view name) { return root().remove(name); }
 
+    const TreeMarks &marks() const noexcept;
+
+    /// As long as it lives, changes of the tree leave no mark: for changes that mean nothing to those who
+    /// look at the marks.
+    class Unmarked {
+      public:
+        explicit Unmarked(Tree &tree) noexcept : tree_(tree), before_(tree.marks()) {}
+        ~Unmarked();
+        Unmarked(const Unmarked &) = delete;
+        Unmarked &operator=(const Unmarked &) = delete;
+
+      private:
+        Tree &tree_;
+        TreeMarks before_;
+    };
+
   private:
     _hdf *h_ = nullptr;
+    std::unique_ptr<TreeMarks> marks_; // its nodes know it too
 };
 
 /// The library's URL escaping: letters, digits and !()*-._ stand, a blank becomes "+", all else %XX.
@@ -123,11 +152,6 @@ std::string url_escape(std::string_view text);
 /// "+" and %XX decoded once; malformed escapes stay as they are. Nothing when the result would hold a NUL
 /// byte.
 std::optional<std::string> url_unescape(std::string_view text);
-
-/// How often nodes were made or removed, in any tree. A walk whose visits may change the tree, or let go of
-/// the command lock, holds nodes for as long as this number stays. Setting the value of a node that is there
-/// does not count.
-std::uint64_t tree_changes();
 
 /// Call once, before any thread starts and before any tree is made.
 void tree_library_init();

@@ -6,23 +6,26 @@
 
 namespace qvcd::bench {
 
-/// A model that was written below a root: its metadata file and the configuration files that it names.
-struct GeneratedModel {
-    std::string metadata;              ///< path of the file
-    std::vector<std::string> apis;     ///< the names of all APIs
-    std::vector<std::string> settable; ///< those that take any integer from 64 to 60000
+/// One setting of the generated model. Both values are valid for its type.
+struct Api {
+    std::string name;
+    std::string value; ///< in its configuration file
+    std::string other; ///< to set
+    std::string file;  ///< below the root's /etc/bench
 };
 
-/// Writes a model of exactly `count` APIs of depth 4 and 5, in groups of 12 below ten areas. Attributes stand
-/// where people put them: permissions on the areas, readers and writers on the units, files on the groups,
-/// type, default and key on the APIs, actions on some. Half of the groups come from templates.
-GeneratedModel write_model(const std::string &root, std::size_t count);
+/// A model that was written below a root.
+struct Model {
+    std::string metadata; ///< path of the file
+    std::vector<Api> apis;
+};
 
-/// Where the APIs of the save model are stored.
-inline constexpr std::size_t kSpreadFiles = 30;
+inline constexpr std::size_t kApisOfOneFile = 100;
 
-/// Writes a model for `save`: `count` APIs "Recorder.Single.Slot<n>.title", all in one file, and as many
-/// "Recorder.Spread.Slot<n>.title" in kSpreadFiles files.
-GeneratedModel write_save_model(const std::string &root, std::size_t count);
+/// Writes a model of `count` APIs "Area.Unit.Channel.leaf" below `root`: ten areas of ten units of as many
+/// channels as it takes, ten leaves a channel. Each API has eight attributes of its own: type, default, perm,
+/// file, attr, read, write and apply. Successive APIs share a configuration file, kApisOfOneFile in each,
+/// which holds their values.
+Model write_model(const std::string &root, std::size_t count);
 
 } // namespace qvcd::bench

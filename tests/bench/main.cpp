@@ -1,13 +1,14 @@
 // The benchmark of the whole daemon; see README.md beside it.
 
-#include "generated_model.h"
-#include "measures.h"
-#include "store/tree.h"
+#include "report.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <getopt.h>
+#include <sched.h>
+#include <sys/resource.h>
 
 namespace qvcd::bench {
 
@@ -15,49 +16,54 @@ namespace {
 
 constexpr char kUsage[] =
     "Usage: qvcd_bench [options]\n"
-    "  --apis N[,N...]   sizes of the generated models (1000,10000,100000)\n"
-    "  --rounds N        rounds of each measure; the least disturbed one counts (5)\n"
-    "  --slice SECONDS   length of one round (0.1)\n"
-    "  --folder PATH     where the roots are made; its disk is what `save` is measured on (/tmp)\n"
-    "  --qvcd PATH       the daemon (qvcd beside this program)\n"
-    "  --share PATH      the shipped model\n"
-    "  --write PATH      only write the first generated model below PATH, to profile the daemon by hand\n"
-    "  --smoke           the smallest model, shortest rounds: does everything work?\n"
-    "  --json            JSON instead of a table\n";
+    "  --only ROW[,ROW...]  these rows\n"
+    "  --rounds N           rounds of each contender (9)\n"
+    "  --slice SECONDS      length of one round (0.15)\n"
+    "  --folder PATH        where the roots are made; its disk is what `save` is measured on (/tmp)\n"
+    "  --programs PATH      the folder of qvcd and qvc (that of this program)\n"
+    "  --write PATH         only write the middle model below PATH, to profile the daemon by hand\n"
+    "  --quick              tiny models, one short round: does everything work?\n"
+    "  --json               JSON in place of a table\n"
+    "Rows:\n";
 
 constexpr option kOptions[] = {
-    {"apis", required_argument, nullptr, 'a'},  {"rounds", required_argument, nullptr, 'r'},
+    {"only", required_argument, nullptr, 'o'},  {"rounds", required_argument, nullptr, 'r'},
     {"slice", required_argument, nullptr, 's'}, {"folder", required_argument, nullptr, 'f'},
-    {"qvcd", required_argument, nullptr, 'q'},  {"share", required_argument, nullptr, 'm'},
-    {"write", required_argument, nullptr, 'w'}, {"smoke", no_argument, nullptr, 'k'},
-    {"json", no_argument, nullptr, 'j'},        {nullptr, no_argument, nullptr, 0},
+    {"write", required_argument, nullptr, 'w'}, {"programs", required_argument, nullptr, 'p'},
+    {"quick", no_argument, nullptr, 'q'},       {"json", no_argument, nullptr, 'j'},
+    {nullptr, no_argument, nullptr, 0},
 };
 
-std::vector<std::size_t> parse_sizes(const char *text)
+struct Options {
+    Settings settings;
+    std::vector<std::string> only;
+    std::string write;
+    bool json = false;
+};
+
+bool is_row(const std::string &id)
 {
-    std::vector<std::size_t> sizes;
-    for (char *end = nullptr; *text; text = *end ? end + 1 : end) {
-        sizes.push_back(std::strtoul(text, &end, 10));
-        if (end == text)
-            break;
+    return std::ranges::any_of(rows(), [&](const Row &row) { return id == row.id; });
+}
+
+bool add_rows(std::string_view text, std::vector<std::string> &only)
+{
+    while (!text.empty()) {
+        const std::size_t comma = std::min(text.find(','), text.size());
+        only.emplace_back(text.substr(0, comma));
+        text.remove_prefix(std::min(comma + 1, text.size()));
     }
-    return sizes;
+    return std::ranges::all_of(only, is_row);
 }
 
-void smoke(Settings &settings)
+bool parse_options(int argc, char **argv, Options &options)
 {
-    settings.sizes = {200};
-    settings.rounds = 1;
-    settings.slice = 0.001;
-    settings.saved_apis = 100;
-}
-
-bool parse_options(int argc, char **argv, Settings &settings)
-{
+    Settings &settings = options.settings;
     for (int c = 0; (c = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
         switch (c) {
-        case 'a':
-            settings.sizes = parse_sizes(optarg);
+        case 'o':
+            if (!add_rows(optarg, options.only))
+                return false;
             break;
         case 'r':
             settings.rounds = std::max(1, std::atoi(optarg));
@@ -68,44 +74,77 @@ bool parse_options(int argc, char **argv, Settings &settings)
         case 'f':
             settings.folder = optarg;
             break;
-        case 'q':
-            settings.program = optarg;
-            break;
-        case 'm':
-            settings.share = optarg;
+        case 'p':
+            settings.programs = optarg;
             break;
         case 'w':
-            settings.write = optarg;
+            options.write = optarg;
             break;
-        case 'k':
-            smoke(settings);
+        case 'q':
+            settings = {settings.programs, settings.folder, {100, 200, 400}, 50, 1, 0.001};
             break;
         case 'j':
-            settings.json = true;
+            options.json = true;
             break;
         default:
             return false;
         }
     }
-    return optind == argc && !settings.sizes.empty();
+    return optind == argc;
 }
 
-int run(const Settings &settings)
+// Clients and servers share one processor: what counts is the work that a request makes.
+void pin_to_one_processor()
 {
-    if (!settings.write.empty()) {
-        std::puts(write_model(settings.write, settings.sizes.front()).metadata.c_str());
+    cpu_set_t allowed;
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    int last = CPU_SETSIZE - 1;
+    while (last > 0 && !CPU_ISSET(last, &allowed))
+        --last;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(last, &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
+
+void allow_many_descriptors()
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+int run(const Options &options)
+{
+    if (!options.write.empty()) {
+        std::puts(write_model(options.write, options.settings.apis[1]).metadata.c_str());
         return 0;
     }
-    std::vector<Figure> figures;
-    for (const std::size_t size : settings.sizes)
-        measure_model(settings, size, figures);
-    measure_save(settings, figures);
-    measure_shipped(settings, figures);
-    if (settings.json)
-        print_json(figures, stdout);
-    else
-        print_table(figures, stdout);
-    return 0;
+    pin_to_one_processor();
+    allow_many_descriptors();
+    std::vector<Line> lines;
+    if (!options.json)
+        print_heading(stdout);
+    const Report report = [&](const Line &line) {
+        lines.push_back(line);
+        if (!options.json)
+            print_line(line, stdout);
+    };
+    int result = 0;
+    for (const Row &row : rows()) {
+        if (!options.only.empty() && std::ranges::find(options.only, row.id) == options.only.end())
+            continue;
+        try {
+            row.measure(options.settings, report);
+        } catch (const std::exception &error) {
+            std::fprintf(stderr, "qvcd_bench: %s: %s\n", row.id, error.what());
+            result = 1;
+        }
+    }
+    if (options.json)
+        print_json(lines, stdout);
+    return result;
 }
 
 } // namespace
@@ -115,18 +154,12 @@ int run(const Settings &settings)
 int main(int argc, char **argv)
 {
     using namespace qvcd::bench;
-    Settings settings;
-    settings.program = (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "qvcd").string();
-    settings.share = QVCD_SHARE;
-    if (!parse_options(argc, argv, settings)) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
-    try {
-        qvcd::tree_library_init();
-        return run(settings);
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "qvcd_bench: %s\n", error.what());
-        return 1;
-    }
+    Options options;
+    options.settings.programs = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    if (parse_options(argc, argv, options))
+        return run(options);
+    std::fputs(kUsage, stderr);
+    for (const Row &row : rows())
+        std::fprintf(stderr, "  %-12s %s\n", row.id, row.what);
+    return 2;
 }

@@ -39,8 +39,9 @@ void load_model()
     std::string root = "/tmp/qvb.XXXXXX";
     if (!mkdtemp(root.data()))
         std::abort();
-    GeneratedModel model = write_model(root, kApis);
-    apis() = std::move(model.apis);
+    Model model = write_model(root, kApis);
+    for (const Api &api : model.apis)
+        apis().push_back(api.name);
     std::stringstream text;
     text << std::ifstream(model.metadata, std::ios::binary).rdbuf();
     metadata_text() = text.str();

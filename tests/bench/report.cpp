@@ -6,55 +6,60 @@ namespace qvcd::bench {
 
 namespace {
 
-int decimals(double value)
-{
-    if (value >= 100)
-        return 0;
-    return value >= 10 ? 1 : 3;
-}
-
-std::string number(double value, const std::string &unit)
+std::string number(double value, int decimals)
 {
     char text[64];
-    std::snprintf(text, sizeof text, "%.*f %s", decimals(value), value, unit.c_str());
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
     return text;
 }
 
-std::string bare_columns(const Figure &figure)
+std::string bound(const Line &line)
 {
-    if (!figure.bare)
-        return {};
-    char text[160];
-    std::snprintf(text, sizeof text, "%16s %8.2f  %s", number(*figure.bare, figure.unit).c_str(),
-                  *figure.bare > 0 ? figure.value / *figure.bare : 0.0, figure.bare_name.c_str());
-    return text;
+    switch (line.goal.kind) {
+    case Goal::ratio_at_least:
+        return ">= " + number(line.goal.bound, 2);
+    case Goal::ratio_at_most:
+        return "<= " + number(line.goal.bound, 2);
+    case Goal::value_at_most:
+        return "<= " + number(line.goal.bound, 1) + " " + line.unit;
+    case Goal::none:
+        break;
+    }
+    return {};
 }
 
 } // namespace
 
-void print_table(const std::vector<Figure> &figures, std::FILE *out)
+void print_heading(std::FILE *out)
 {
-    std::string model;
-    std::fprintf(out, "%-40s %16s %16s %8s\n", "", "qvcd", "bare", "ratio");
-    for (const Figure &figure : figures) {
-        if (figure.model != model)
-            std::fprintf(out, "%s\n", figure.model.c_str());
-        model = figure.model;
-        std::fprintf(out, "  %-38s %16s %s\n", figure.name.c_str(), number(figure.value, figure.unit).c_str(),
-                     bare_columns(figure).c_str());
-    }
+    std::fprintf(out, "%-34s %15s  %-20s %6s %6s  %-13s\n", "", "measured", "beside", "ratio", "cpu", "goal");
 }
 
-void print_json(const std::vector<Figure> &figures, std::FILE *out)
+void print_line(const Line &line, std::FILE *out)
+{
+    const std::string value = number(line.value, line.value < 100 ? 2 : 0) + " " + line.unit;
+    const auto text = [](const std::optional<double> &ratio) { return ratio ? number(*ratio, 2) : ""; };
+    std::fprintf(out, "%-34s %15s  %-20s %6s %6s  %-13s%s\n", line.name.c_str(), value.c_str(),
+                 line.beside.c_str(), text(line.ratio).c_str(), text(line.cpu_ratio).c_str(),
+                 bound(line).c_str(), line.falls_short() ? "  falls short" : "");
+    std::fflush(out);
+}
+
+void print_json(const std::vector<Line> &lines, std::FILE *out)
 {
     nlohmann::json rows = nlohmann::json::array();
-    for (const Figure &figure : figures) {
-        nlohmann::json row = {
-            {"model", figure.model}, {"name", figure.name}, {"value", figure.value}, {"unit", figure.unit}};
-        if (figure.bare) {
-            row["bare"] = *figure.bare;
-            row["bare_name"] = figure.bare_name;
-        }
+    for (const Line &line : lines) {
+        nlohmann::json row = {{"name", line.name}, {"value", line.value}, {"unit", line.unit}};
+        if (!line.beside.empty())
+            row["beside"] = line.beside;
+        if (line.ratio)
+            row["ratio"] = *line.ratio;
+        if (line.cpu_ratio)
+            row["cpu_ratio"] = *line.cpu_ratio;
+        if (line.goal.kind != Goal::none)
+            row["goal"] = bound(line);
+        if (line.judged())
+            row["falls_short"] = line.falls_short();
         rows.push_back(std::move(row));
     }
     std::fprintf(out, "%s\n", rows.dump(2).c_str());

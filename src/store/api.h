@@ -1,0 +1,103 @@
+#pragma once
+
+#include "base/text.h"
+#include "store/meta.h"
+#include "store/tree.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qvcd {
+
+/// What an API's metadata says, compiled at its first use, and the way to its value. Whoever changes
+/// metadata, or removes settings, need not care: records are made anew after it. Used under the command lock;
+/// a record is good until the trees change in that way, and at the latest until the lock is let go. The way
+/// to look at attributes that commands seldom ask for: MetaApi.
+class Api {
+  public:
+    Api() = default;
+    Api(const std::string &name, Node setting); ///< for find_api(); both live as long as the record
+
+    const std::string &name() const { return *name_; }
+    std::string_view value() const { return setting_.text(); } ///< as it stands in the settings
+
+    unsigned perm() const { return perm_; }
+
+    /// Whether a caller's permission word and "perm" share a bit for this.
+    bool readable_by(unsigned mask) const { return (mask & perm_ & kReadBits) != 0; }
+    bool writable_by(unsigned mask) const { return (mask & perm_ & kWriteBits) != 0; }
+    bool applicable_by(unsigned mask) const { return (mask & perm_ & kApplyBits) != 0; }
+
+    /// Private, for a caller without a level-0 bit.
+    bool is_hidden_from(unsigned mask) const { return is_private_ && (mask & kLevel0Bits) == 0; }
+
+    /// What listings show.
+    bool visible_to(unsigned mask) const { return readable_by(mask) && !is_hidden_from(mask); }
+
+    bool is_dynamic() const { return is_dynamic_; }
+    bool is_password() const { return is_password_; } ///< MetaApi::is_password()
+    bool is_secret() const { return is_secret_; }     ///< MetaApi::is_secret()
+
+    /// Stores a value in the settings, and in nothing else.
+    void store(std::string_view value) { setting_.set("", value); }
+
+    /// The own flag, "mod" or "noapp", is "1".
+    bool is_raised(std::string_view flag) const { return meta_.child(flag).text() == "1"; }
+
+    /// The own "default".
+    std::optional<std::string_view> fallback() const { return meta_.get("default"); }
+
+    /// The API whose value this one shows and sets, named by its own "link"; null when there is none.
+    Api *linked() const;
+
+    /// The inherited "type"; empty when there is none.
+    std::string_view type();
+
+    /// The inherited "apply" names an action.
+    bool has_action();
+
+    /// What others than its owner see of a value of this API: seven asterisks for a password, but a password
+    /// of one byte, which clients have always seen, and an empty one.
+    std::string_view shown(std::string_view value) const
+    {
+        return is_secret_ && value.size() > 1 ? kHiddenPassword : value;
+    }
+
+    /// What a log line shows of it.
+    std::string for_log(std::string_view value) const
+    {
+        return std::string(is_secret_ ? kHiddenPassword : value);
+    }
+
+  private:
+    friend class ApiIndex;
+    enum class Asked : std::uint8_t { not_yet, no, yes };
+
+    const std::string *name_ = nullptr;
+    Node setting_;
+    Node meta_;
+    std::optional<std::string_view> type_;
+    std::uint32_t position_ = 0; // among all APIs in tree order
+    std::uint16_t perm_ = 0;
+    Asked has_action_ = Asked::not_yet;
+    bool is_private_ = false;
+    bool is_dynamic_ = false;
+    bool is_password_ = false;
+    bool is_secret_ = false;
+    bool has_link_ = false;
+};
+
+/// The API of this name: a leaf with a value in the settings. Null when there is none.
+Api *find_api(std::string_view name);
+
+using ApiVisitor = std::function<void(Api &)>;
+
+/// Visits the APIs below a group, or all of them below "", in tree order. A visit may change the trees or let
+/// go of the command lock: APIs that are gone when their turn comes are passed over, and whether one that
+/// came meanwhile is visited is open.
+void visit_apis(std::string_view group, const ApiVisitor &visit);
+
+} // namespace qvcd
