@@ -64,7 +64,8 @@ bool split_line(std::string_view text, Line &line)
 // The thread's words: those of a command within a command are others. The memory of long lines is given back.
 class ThreadLine {
   public:
-    explicit ThreadLine(std::string_view text) : line_(std::exchange(spare, {})), keep_(text.size() <= kKeepBytes)
+    explicit ThreadLine(std::string_view text)
+        : line_(std::exchange(spare, {})), keep_(text.size() <= kKeepBytes)
     {
     }
     ~ThreadLine()
