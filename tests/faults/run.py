@@ -41,7 +41,7 @@ from scenarios import ANSWERS, JOURNAL, SCENARIOS, SPARE, TEMPORARY
 from shim import FAIL, FAIL_FROM_THERE, FAULTS, HALF, Shim
 
 RANDOM_CUTS = 1000  # with --all
-SAMPLE = {"faults": 32, "cuts": 6, "random cuts": 80, "memory": 60}  # else: of a scenario, and in all
+SAMPLE = {"faults": 20, "cuts": 4, "random cuts": 60, "memory": 40}  # else: of a scenario, and in all
 RANDOM = re.compile(r"power-random:(\d+)")
 
 
