@@ -79,7 +79,7 @@ run_part() {
     faults) step "build release" build release && step "faults" /usr/bin/python3 tests/faults/run.py ;;
     faults-all) step "build release" build release && step "all faults" /usr/bin/python3 tests/faults/run.py --all ;;
     fuzz) step "fuzz" fuzz ;;
-    bench) step "build release" build release && step "benchmark" cmake --build --preset release --target bench ;;
+    bench) step "build release" build release qvcd_bench && step "benchmark" cmake --build --preset release --target bench ;;
     esac
 }
 

@@ -22,5 +22,6 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT QVCD_SANITIZE)
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   target_compile_options(qvcd_flags INTERFACE
     -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS -fstack-protector-strong -fstack-clash-protection)
-  target_link_options(qvcd_flags INTERFACE -pie -Wl,-z,relro,-z,now,-z,noexecstack)
+  target_link_options(qvcd_flags INTERFACE
+    $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie> -Wl,-z,relro,-z,now,-z,noexecstack)
 endif()

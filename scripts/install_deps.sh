@@ -7,8 +7,8 @@ set -euo pipefail
 build_packages=(
     g++ cmake ninja-build pkg-config ccache
     clearsilver-dev zlib1g-dev libnl-3-dev libnl-route-3-dev libcurl4-openssl-dev libssl-dev libcrypt-dev
-    libsystemd-dev libmosquitto-dev libedit-dev nlohmann-json3-dev
-    libgtest-dev libgmock-dev libbenchmark-dev
+    libmosquitto-dev libedit-dev nlohmann-json3-dev
+    libgtest-dev libgmock-dev
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd

@@ -108,7 +108,7 @@ Caller Trust::caller(const Peer &peer) const
 {
     Caller caller;
     caller.local = peer.local;
-    caller.source = peer.local ? "user " + std::to_string(peer.uid) : peer.address;
+    caller.source = peer.source();
     caller.trusted = holds(peer);
     return caller;
 }

@@ -1,5 +1,6 @@
 #include "base/command_lock.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -14,6 +15,7 @@ struct State {
     std::condition_variable freed;
     bool busy = false;
     bool closed = false;
+    std::atomic<std::uint64_t> turns = 0;
     int running = 0; // commands begun and not ended, those in Unlocked included
 };
 
@@ -54,6 +56,7 @@ CommandLock::CommandLock(WaitHooks *hooks) : held_(false)
     if (s.closed)
         return;
     s.busy = true;
+    ++s.turns;
     ++s.running;
     mine = held_ = true;
     wait_hooks = hooks;
@@ -87,7 +90,13 @@ Unlocked::~Unlocked()
     s.freed.wait(lock, [&] { return !s.busy; });
     // While command_lock_close() is patient, a command that comes back may still end properly.
     s.busy = true;
+    ++s.turns;
     mine = true;
+}
+
+bool command_can_wait()
+{
+    return !mine || !wait_hooks || wait_hooks->can_wait();
 }
 
 void send_long_reply()
@@ -95,6 +104,11 @@ void send_long_reply()
     constexpr std::size_t kLongBytes = std::size_t{256} << 10;
     if (mine && wait_hooks && wait_hooks->unsent() > kLongBytes)
         const Unlocked unlocked;
+}
+
+std::uint64_t command_lock_turns()
+{
+    return state().turns;
 }
 
 bool command_lock_is_mine()

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 
 namespace qvcd {
 
@@ -12,6 +13,9 @@ class WaitHooks {
   public:
     virtual void before_waiting() noexcept = 0;
     virtual void after_waiting() noexcept = 0;
+
+    /// False when everybody else would wait too: there are no threads to serve them.
+    virtual bool can_wait() noexcept = 0;
 
     /// Bytes of the reply that were not sent yet.
     virtual std::size_t unsent() noexcept = 0;
@@ -52,9 +56,16 @@ class Unlocked {
     bool was_held_;
 };
 
+/// False when what may take long must be given up rather than waited for. Call it with the command lock.
+bool command_can_wait();
+
 /// Between the names of a command: sends a reply that has become long, with the command lock let go, so that
 /// it neither piles up in memory nor holds up others. Nothing is held over it, as over Unlocked.
 void send_long_reply();
+
+/// How often a thread has got the command lock. What a command read of the outside world is out of date once
+/// this number has changed: others may have run, and changed it.
+std::uint64_t command_lock_turns();
 
 /// True when the calling thread holds the command lock.
 bool command_lock_is_mine();

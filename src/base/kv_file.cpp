@@ -4,8 +4,6 @@
 #include "base/limits.h"
 
 #include <algorithm>
-#include <unordered_map>
-#include <vector>
 
 namespace qvcd {
 
@@ -74,13 +72,14 @@ void append_line(std::string &text, std::string_view line)
     text.append(line).append(end);
 }
 
-std::optional<std::string> kv_find(std::string_view text, std::string_view key)
+namespace {
+
+// The value of the first of the lines that are of `key`: next(line) gives them one after the other.
+template <class Next>
+std::optional<std::string> first_value(std::string_view key, Next next)
 {
     std::optional<std::string> commented_out;
-    while (!text.empty()) {
-        std::string_view line = next_line(text).text;
-        if (key.empty())
-            return std::string(line);
+    for (std::string_view line; next(line);) {
         const bool comment = line.starts_with('#') && !key.starts_with('#');
         if (comment)
             line.remove_prefix(1);
@@ -93,6 +92,46 @@ std::optional<std::string> kv_find(std::string_view text, std::string_view key)
             commented_out = std::move(value);
     }
     return commented_out;
+}
+
+} // namespace
+
+std::optional<std::string> kv_find(std::string_view text, std::string_view key)
+{
+    if (key.empty())
+        return text.empty() ? std::nullopt : std::optional<std::string>(next_line(text).text);
+    return first_value(key, [&](std::string_view &line) {
+        if (text.empty())
+            return false;
+        line = next_line(text).text;
+        return true;
+    });
+}
+
+KvIndex::KvIndex(std::string_view text) : text_(text)
+{
+    while (!text.empty()) {
+        const std::string_view line = next_line(text).text;
+        const std::string_view said = line.substr(line.starts_with('#') ? 1 : 0);
+        if (const std::size_t end = said.find_first_of(kSeparators); end != std::string_view::npos)
+            lines_[said.substr(0, end)].push_back(line);
+    }
+}
+
+std::optional<std::string> KvIndex::find(std::string_view key) const
+{
+    if (key.empty() || key.starts_with('#')) // keys that are found in other ways
+        return kv_find(text_, key);
+    const auto found = lines_.find(key.substr(0, key.find_first_of(kSeparators)));
+    if (found == lines_.end())
+        return std::nullopt;
+    auto at = found->second.begin();
+    return first_value(key, [&](std::string_view &line) {
+        if (at == found->second.end())
+            return false;
+        line = *at++;
+        return true;
+    });
 }
 
 bool kv_holds(std::string_view text, std::string_view key)

@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace qvcd {
 
@@ -25,6 +27,18 @@ struct KeyValue {
 /// The value of the first line of `key`, whole. An empty key gives the whole first line. Nothing: there is no
 /// such line.
 std::optional<std::string> kv_find(std::string_view text, std::string_view key);
+
+/// kv_find() for many keys of one text, which outlives the index.
+class KvIndex {
+  public:
+    explicit KvIndex(std::string_view text);
+    std::optional<std::string> find(std::string_view key) const;
+
+  private:
+    // Lines by what stands before their first separator, in the order of the text.
+    std::string_view text_;
+    std::unordered_map<std::string_view, std::vector<std::string_view>> lines_;
+};
 
 /// A line of the key stands there that is not commented out.
 bool kv_holds(std::string_view text, std::string_view key);

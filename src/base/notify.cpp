@@ -23,6 +23,8 @@ std::string payload_of(std::string_view key, std::string_view value)
 
 int notify_publish_on(std::string_view event, std::string_view key, std::string_view value, Secret secret)
 {
+    if (!qv_log_wants(kLogInfo) && !qvnotify_has_listeners())
+        return 0;
     Notification n;
     n.identity = NOTIFY_IDENTITY;
     n.message_class = NOTIFY_PRIORITY;

@@ -228,6 +228,10 @@ void end_group(pid_t child, std::unique_ptr<Turn> turn)
 // The status, or nothing when the command has not run.
 std::optional<int> run(const std::string &command, milliseconds limit, const std::string &key, Output *output)
 {
+    if (!command_can_wait()) {
+        warn("not run, the system gives no more threads", command);
+        return std::nullopt;
+    }
     const Unlocked unlocked;
     auto turn = std::make_unique<Turn>(key, deadline_in(bounded(limit)),
                                        output ? Turn::Result::shared : Turn::Result::own);

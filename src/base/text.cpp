@@ -70,7 +70,10 @@ std::tm local_time(const Timecode &code)
 
 bool is_one_line(std::string_view text)
 {
-    return std::ranges::none_of(text, is_control);
+    bool bad = false;
+    for (const char c : text) // to the end: the compiler makes vectors of it
+        bad |= is_control(c);
+    return !bad;
 }
 
 std::string one_line(std::string text)

@@ -8,9 +8,11 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "client/command.h"
+#include "client/connect.h"
 #include "client/errors.h"
-#include "client/escape.h"
 #include "client/local_commands.h"
+#include "client/typed_line.h"
 
 namespace qvcd::client {
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <set>
 
+#include "client/connect.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
 #include "client/reply_cache.h"

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <histedit.h>
-#include <memory>
 
 #include "client/errors.h"
 #include "platform/socket.h"
@@ -88,18 +86,6 @@ std::string wire_line(const std::vector<std::string> &words)
     if (line.size() >= kMaxLineBytes)
         throw UsageError("the command is longer than 1 MiB");
     return line;
-}
-
-std::vector<std::string> split_typed_line(const std::string &line)
-{
-    const std::unique_ptr<Tokenizer, decltype(&tok_end)> tokenizer(tok_init(nullptr), tok_end);
-    int count = 0;
-    const char **words = nullptr;
-    if (tok_str(tokenizer.get(), line.c_str(), &count, &words) != 0)
-        throw UsageError("a quote is left open");
-    if (count > 0 && words[0][0] == '#')
-        return {};
-    return {words, words + count};
 }
 
 } // namespace qvcd::client

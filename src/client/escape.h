@@ -20,8 +20,4 @@ std::string url_escape(std::string_view text);
 /// what is escaped, a line of over 1 MiB.
 std::string wire_line(const std::vector<std::string> &words);
 
-/// The words of a typed line, as a shell splits them: quotes and backslash keep blanks. Empty for a blank
-/// line and for a comment ("#" in front). Throws UsageError when a quote is left open.
-std::vector<std::string> split_typed_line(const std::string &line);
-
 } // namespace qvcd::client

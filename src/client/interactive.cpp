@@ -10,8 +10,8 @@
 
 #include "client/completion.h"
 #include "client/errors.h"
-#include "client/escape.h"
 #include "client/local_commands.h"
+#include "client/typed_line.h"
 
 namespace qvcd::client {
 

@@ -1,35 +1,13 @@
 #include "client/local_commands.h"
 
-#include <algorithm>
 #include <cstdio>
 
-#include "client/errors.h"
+#include "client/connect.h"
 #include "client/escape.h"
 
 namespace qvcd::client {
 
 namespace {
-
-int run_help(const Options &options, const Words &words);
-
-struct LocalCommand {
-    std::string_view name;
-    int (*run)(const Options &options, const Words &words);
-    bool client_only; // never a line of a command connection
-};
-
-constexpr LocalCommand kLocalCommands[] = {
-    {"help", run_help, false},
-    {"login", run_login, false},
-    {"watch", run_watch, true},
-    {"completion", run_completion, true},
-};
-
-const LocalCommand *find_local_command(std::string_view name)
-{
-    const auto *row = std::ranges::find(kLocalCommands, name, &LocalCommand::name);
-    return row == std::end(kLocalCommands) ? nullptr : row;
-}
 
 // Words that the daemon takes as a sub-command after "help".
 bool is_help_subcommand(std::string_view word)
@@ -75,29 +53,31 @@ std::vector<std::string> wire_lines(const Words &words)
 
 bool is_client_only(const std::string &command)
 {
-    const LocalCommand *local = find_local_command(command);
-    return local && local->client_only;
+    const LocalCommand local = local_command(command);
+    return local == LocalCommand::watch || local == LocalCommand::completion;
 }
 
 int run_command(const Options &options, const Words &words)
 {
-    const LocalCommand *local = find_local_command(words.at(0));
-    return local ? local->run(options, words) : run_on_daemon(options, words);
+    switch (local_command(words.at(0))) {
+    case LocalCommand::help:
+        return run_help(options, words);
+    case LocalCommand::login:
+        return run_login(options, words);
+    case LocalCommand::watch:
+        return run_watch(options, words);
+    case LocalCommand::completion:
+        return run_completion(options, words);
+    case LocalCommand::none:
+        break;
+    }
+    return run_on_daemon(options, words);
 }
 
 int run_on_daemon(const Options &options, const Words &words)
 {
-    constexpr std::size_t kMostArguments = 99; // the daemon drops further ones without a word
-    if (words.size() > kMostArguments + 1)
-        std::fprintf(stderr, "qvc: the daemon takes only the first %zu arguments\n", kMostArguments);
     return exit_status(
-        ask(options.endpoint, options.session, {wire_line(words)}, options.timeout, print_line));
-}
-
-int exit_status(int result)
-{
-    const int low_byte = result & 0xff;
-    return result != 0 && low_byte == 0 ? 1 : low_byte;
+        ask(options.endpoint, options.session, {command_line(words)}, options.timeout, print_line));
 }
 
 } // namespace qvcd::client

@@ -3,13 +3,12 @@
 #include <string>
 #include <vector>
 
+#include "client/command.h"
 #include "client/options.h"
 
 namespace qvcd::client {
 
 // Commands that the client knows by itself, and the way to all others.
-
-using Words = std::vector<std::string>; // a command and its arguments
 
 /// The lines that say `words` on the wire: one, but `help NAME` asks for a command and for a setting of that
 /// name. Throws UsageError for what the wire cannot say.
@@ -23,9 +22,6 @@ int run_command(const Options &options, const Words &words);
 
 /// Sends one command and prints its reply.
 int run_on_daemon(const Options &options, const Words &words);
-
-/// The exit status that stands for a command's result code: 0 stays 0, and no other becomes 0.
-int exit_status(int result);
 
 int run_login(const Options &options, const Words &words);
 int run_watch(const Options &options, const Words &words);

@@ -25,7 +25,9 @@ std::string why(int error)
     return std::generic_category().message(error);
 }
 
-[[noreturn]] void throw_unreachable(const std::string &where, int error)
+} // namespace
+
+void throw_unreachable(const std::string &where, int error)
 {
     if (error == EAGAIN || error == ETIMEDOUT)
         throw WireError("cannot reach the daemon at " + where + " within the time limit");
@@ -33,7 +35,6 @@ std::string why(int error)
     throw WireError("cannot reach the daemon at " + where + ": " + reason);
 }
 
-// Waits until one of the `events` of poll(2) has come, or throws.
 void wait_for(const Channel &channel, short events, Deadline deadline)
 {
     pollfd wanted{channel.fd(), events, 0};
@@ -51,54 +52,11 @@ void wait_for(const Channel &channel, short events, Deadline deadline)
     }
 }
 
-// OpenSSL is set up here, and so only for those who want it.
-SslHandle prepare_tls(const Endpoint &endpoint)
-{
-    try {
-        return TlsContext::client(*endpoint.tls).connect(endpoint.host);
-    } catch (const TlsError &error) {
-        throw UsageError(error.what());
-    }
-}
-
-void shake_hands(Channel &channel, const std::string &where, Deadline deadline)
-{
-    while (!channel.handshake()) {
-        if (errno == EAGAIN) {
-            wait_for(channel, channel.read_events(), deadline);
-            continue;
-        }
-        const std::string problem = channel.problem();
-        const std::string distrust = channel.distrust();
-        if (distrust.empty())
-            throw WireError("no TLS with " + where + ": " + problem);
-        throw WireError("certificate of " + where + " is not trusted: " + distrust);
-    }
-}
-
-} // namespace
-
 std::string Endpoint::text() const
 {
     if (local())
         return qv_ipc_socket_path("qvcd");
     return host.find(':') == std::string::npos ? host + ":" + port : "[" + host + "]:" + port;
-}
-
-Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
-{
-    if (endpoint.local())
-        return Channel(connect_local("qvcd", timeout));
-    const Deadline deadline = deadline_in(timeout);
-    SslHandle ssl = endpoint.tls ? prepare_tls(endpoint) : nullptr;
-    Fd socket = connect_tcp(endpoint.host, endpoint.port, timeout);
-    if (!socket)
-        throw_unreachable(endpoint.text(), errno);
-    if (!ssl)
-        return Channel(std::move(socket));
-    Channel channel(std::move(socket), std::move(ssl));
-    shake_hands(channel, endpoint.text(), deadline);
-    return channel;
 }
 
 Fd connect_local(const std::string &name, std::chrono::milliseconds timeout)
@@ -120,6 +78,11 @@ int milliseconds_left(Deadline deadline)
 void interrupt_request()
 {
     interrupted = 1;
+}
+
+void begin_request()
+{
+    interrupted = 0;
 }
 
 void send_some(Channel &channel, std::string &text)
@@ -150,17 +113,14 @@ std::string greeting(int session)
     return "qvc " + std::to_string(session) + " " + std::to_string(getpid()) + "\n";
 }
 
-int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines,
-        std::chrono::milliseconds timeout, const LineSink &sink)
+int ask(Channel channel, int session, const std::vector<std::string> &lines, Deadline deadline,
+        const LineSink &sink)
 {
     std::string request = greeting(session);
     for (const std::string &line : lines)
         request += line + "\n";
     request += "\n";
 
-    interrupted = 0;
-    const Deadline deadline = deadline_in(timeout);
-    Channel channel = connect_to(endpoint, timeout);
     while (!request.empty()) {
         wait_for(channel, channel.write_events(), deadline);
         send_some(channel, request);

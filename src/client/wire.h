@@ -25,17 +25,15 @@ struct Endpoint {
 
 // All of these throw WireError when the daemon cannot be reached, breaks off, or the deadline passes.
 
-/// A connection that can be used. Throws UsageError when a file for TLS cannot.
-Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout);
-
 /// A connected socket to the local endpoint `name`.
 Fd connect_local(const std::string &name, std::chrono::milliseconds timeout);
 
 /// What is left until the deadline, for poll(2); 0 when it has passed.
 int milliseconds_left(Deadline deadline);
 
-/// For a signal handler: what waits now gives up.
+/// For a signal handler: what waits now gives up, until the next request begins.
 void interrupt_request();
+void begin_request();
 
 /// Sends what the connection takes now and removes it from `text`. When the other side has closed, `text` is
 /// dropped: what it answered before can still be read.
@@ -49,7 +47,13 @@ std::string greeting(int session);
 
 /// Sends `lines` as the commands of one connection, hands the reply lines to `sink` and returns the result
 /// code of the last command.
-int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines,
-        std::chrono::milliseconds timeout, const LineSink &sink);
+int ask(Channel channel, int session, const std::vector<std::string> &lines, Deadline deadline,
+        const LineSink &sink);
+
+/// Waits until one of the `events` of poll(2) has come.
+void wait_for(const Channel &channel, short events, Deadline deadline);
+
+/// Says why there is no connection to `where`: the errno of what failed.
+[[noreturn]] void throw_unreachable(const std::string &where, int error);
 
 } // namespace qvcd::client

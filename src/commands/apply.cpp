@@ -105,6 +105,8 @@ int command_apply(Request &request, Args &argv, std::FILE *out)
     ApplyCache cache;
     const int result = for_each_flagged(
         argv, out, flag_apply_pending, [&](const Api &api) { return apply_param(request, api, cache, out); });
+    if (cache.empty())
+        return result;
     run_cached(request, cache, out);
     flush_file_systems();
     return result;

@@ -35,30 +35,39 @@ void assign(Args &argv, std::size_t i, std::string_view word)
         argv.emplace_back(word);
 }
 
+bool is_separator(char c)
+{
+    return c == ' ' || c == ',' || c == '\r' || c == '\n';
+}
+
+// Takes the next word off the text, with the separators around it; empty when there is none.
+std::string_view next_word(std::string_view &text)
+{
+    const char *word = std::find_if_not(text.begin(), text.end(), is_separator);
+    const char *end = std::find_if(word, text.end(), is_separator);
+    text = {end, static_cast<std::size_t>(text.end() - end)};
+    return {word, static_cast<std::size_t>(end - word)};
+}
+
 // Nothing for a line of separators only. The words go where those of the line before stood, so that most
 // lines take no memory.
 bool split_line(std::string_view text, Line &line)
 {
+    const std::string_view command = next_word(text);
+    const std::size_t dot = std::min(command.find('.'), command.size());
+    line.command.assign(command.substr(0, dot));
+    line.first_arg = dot < command.size() ? 1 : 0;
     std::size_t count = 0;
-    bool first = true;
-    line.first_arg = 0;
-    for (std::size_t at = text.find_first_not_of(kListSeparators); at != std::string_view::npos;) {
-        const std::size_t end = std::min(text.find_first_of(kListSeparators, at), text.size());
-        const std::string_view word = text.substr(at, end - at);
-        at = text.find_first_not_of(kListSeparators, end);
-        if (std::exchange(first, false)) {
-            const std::size_t dot = std::min(word.find('.'), word.size());
-            line.command.assign(word.substr(0, dot));
-            if (dot < word.size()) {
-                assign(line.argv, count++, word.substr(dot + 1));
-                line.first_arg = 1;
-            }
-        } else if (count < kMaxArgs + line.first_arg) { // further ones are dropped
-            assign(line.argv, count++, word);
-        }
+    if (line.first_arg)
+        assign(line.argv, count++, command.substr(dot + 1));
+    while (count < kMaxArgs + line.first_arg) { // further ones are dropped
+        const std::string_view word = next_word(text);
+        if (word.empty())
+            break;
+        assign(line.argv, count++, word);
     }
     line.argv.resize(count);
-    return !first;
+    return !command.empty();
 }
 
 // The thread's words: those of a command within a command are others. The memory of long lines is given back.

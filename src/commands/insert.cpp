@@ -43,7 +43,7 @@ bool may_change(const Request &request, std::string_view name)
         const MetaApi group(*above);
         if (!group)
             continue;
-        if (const auto perm = group.look("perm"))
+        if (const auto perm = group.get("perm"))
             return (request.mask & c_hex16(*perm) & kWriteBits) != 0;
         break; // looking up goes all the way
     }

@@ -3,6 +3,7 @@
 #include "base/command_lock.h"
 #include "base/reply.h"
 #include "platform/api_errors.h"
+#include "store/api.h"
 #include "store/database.h"
 #include "store/names.h"
 
@@ -10,28 +11,59 @@ namespace qvcd {
 
 namespace {
 
-void dump_api(const std::string &name, std::FILE *out)
+// All that is below a node; attributes that an API adopted come behind its own. `path` is one buffer for the
+// whole walk.
+void dump_below(Node node, std::string &path, std::FILE *out)
+{
+    const std::size_t size = path.size();
+    const auto print = [&](std::string_view name, std::string_view value) {
+        path.append(size ? "." : "").append(name);
+        reply_value(out, path, value);
+        path.resize(size);
+    };
+    for (const Node child : node) {
+        if (child.value())
+            print(child.name(), child.text());
+        if (!child.first_child())
+            continue;
+        path.append(size ? "." : "").append(child.name());
+        dump_below(child, path, out);
+        path.resize(size);
+    }
+    if (find_api(path))
+        meta_visit_adopted(path, print);
+}
+
+// An attribute by its full name; only one that its API adopted has no node.
+void dump_attribute(const std::string &name, Node node, std::FILE *out)
+{
+    if (node)
+        return reply_value(out, name, node.text());
+    const std::string api = meta_get_parent(name).value_or("");
+    const auto adopted =
+        find_api(api) ? MetaApi(api).adopted(std::string_view(name).substr(api.size() + 1)) : std::nullopt;
+    reply_value(out, name, adopted.value_or(API_E_PARAM_NOT_FOUND));
+}
+
+void dump_name(const std::string &name, std::FILE *out)
 {
     const Node node = name.empty() ? Node() : metaDB.find(name);
-    if (!node) {
-        reply_value(out, name, API_E_PARAM_NOT_FOUND);
-    } else if (node.first_child()) {
-        hdfutils_traverse_tree(node, name, hdfutils_check_endnode, [&](Node leaf, const std::string &parent) {
-            reply_value(out, join_name(parent, leaf.name()), leaf.text());
-        });
-    } else {
-        reply_value(out, name, node.text());
-    }
+    std::string path = name;
+    if (node.first_child())
+        dump_below(node, path, out);
+    else
+        dump_attribute(name, node, out);
 }
 
 int meta_dump(Request &, Args &argv, std::FILE *out)
 {
     for (std::size_t i = 1; i < argv.size(); ++i) {
-        dump_api(argv[i], out);
+        dump_name(argv[i], out);
         send_long_reply();
     }
+    std::string path;
     if (argv.size() <= 1)
-        hdfutils_dump(metaDB.root(), "", out);
+        dump_below(metaDB.root(), path, out);
     return 0;
 }
 
@@ -58,7 +90,7 @@ int command_metav(Request &, Args &argv, std::FILE *out)
     }
     if (name_kind(argv[1]) == NameKind::nothing)
         return 0;
-    if (const auto value = MetaApi(argv[1]).look(argv[0]))
+    if (const auto value = MetaApi(argv[1]).get(argv[0]))
         reply_line(out, *value);
     return 0;
 }

@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <filesystem>
 #include <getopt.h>
+#include <system_error>
 
 namespace qvcd {
 
@@ -287,8 +287,8 @@ std::optional<Options> parse_options(int argc, char **argv, int &status)
             refusal = "QV_SYSROOT is too long for the addresses of its sockets: " + qv_sysroot();
         else
             return options;
-    } catch (const std::filesystem::filesystem_error &error) { // a relative path in a folder that was removed
-        refusal = error.path1().string() + ": " + error.code().message();
+    } catch (const std::system_error &error) { // a relative path in a folder that was removed
+        refusal = error.what();
     }
     qv_report_failure(refusal);
     status = 1;

@@ -6,6 +6,7 @@
 #include "base/reply.h"
 #include "commands/cmd_parse.h"
 #include "platform/line_server.h"
+#include "platform/log.h"
 #include "store/meta.h"
 
 #include <memory>
@@ -23,6 +24,7 @@ class ConnectionWaits final : public WaitHooks {
     explicit ConnectionWaits(LineConnection &connection) : connection_(connection) {}
     void before_waiting() noexcept override { connection_.begin_wait(); }
     void after_waiting() noexcept override { connection_.end_wait(); }
+    bool can_wait() noexcept override { return connection_.can_wait(); }
     std::size_t unsent() noexcept override { return connection_.unsent(); }
 
   private:
@@ -44,6 +46,7 @@ class RequestHandler final : public LineHandler {
             return close(connection, result_);
         if (use_)
             use_->note();
+        const LogSource source(caller_.source, is_privileged());
         ConnectionWaits waits(connection);
         result_ = cmd_parse(mask_, line, connection.out(), &waits, caller_);
         return Next::go_on;
@@ -57,7 +60,10 @@ class RequestHandler final : public LineHandler {
     }
 
     std::size_t max_line_bytes() const override { return identified_ ? kMaxLineBytes : kFirstLineBytes; }
-    bool is_privileged() const override { return (mask_ & kLevel1Bits) != 0; }
+    bool is_privileged() const override
+    {
+        return identified_ ? (mask_ & kLevel1Bits) != 0 : caller_.local && caller_.trusted;
+    }
 
   private:
     static Next close(LineConnection &connection, int result)
@@ -68,6 +74,7 @@ class RequestHandler final : public LineHandler {
 
     Next identify(std::string_view line, LineConnection &connection)
     {
+        const LogSource source(caller_.source, is_privileged());
         if (line.starts_with('?')) {
             reply_text(connection.out(), "!\n");
             return Next::close;

@@ -13,6 +13,10 @@
 #include "store/database.h"
 
 #include <chrono>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <utility>
 
 namespace qvcd {
 
@@ -80,32 +84,98 @@ int &read_error(Request &request)
 
 namespace {
 
-using Finder = std::optional<std::string> (*)(std::string_view text, std::string_view key);
+// The texts that a command has read. They hold for as long as it has not let go of the command lock: then no
+// other command has written them, and the command sees one state of each file.
+class KeptTexts {
+  public:
+    struct Text {
+        FileText file;
+        bool asked = false;
+        std::optional<KvIndex> index; // from the second question on
 
-std::optional<std::string> find_in_file(Request &request, const char *file, const char *attr, Finder find)
+        std::optional<std::string> value_of(std::string_view key);
+    };
+
+    KeptTexts() = default;
+    KeptTexts(const KeptTexts &) = delete; // indexes point into the texts
+    KeptTexts &operator=(const KeptTexts &) = delete;
+
+    // Good until the next call.
+    Text &text_of(const char *file);
+
+  private:
+    // Of all texts together, the last one excepted; and of one that gets an index, which is several times
+    // larger.
+    static constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+
+    void forget();
+
+    std::uint64_t turn_ = 0;
+    std::size_t bytes_ = 0;
+    std::unordered_map<std::string, Text> texts_;
+};
+
+std::optional<std::string> KeptTexts::Text::value_of(std::string_view key)
 {
-    const FileText text = file ? read_whole_file(qv_sysroot_path(file)) : FileText{ENOENT, {}};
-    if (text.error && !text.missing())
-        read_error(request) = text.error;
-    return text.error ? std::nullopt : find(text.text, attr ? attr : "");
+    if (!std::exchange(asked, true) || file.text.size() > kMostBytes)
+        return kv_find(file.text, key);
+    if (!index)
+        index.emplace(file.text);
+    return index->find(key);
+}
+
+void KeptTexts::forget()
+{
+    texts_.clear();
+    bytes_ = 0;
+}
+
+KeptTexts::Text &KeptTexts::text_of(const char *file)
+{
+    const std::uint64_t now = command_lock_turns();
+    if (std::exchange(turn_, now) != now || !command_lock_is_mine())
+        forget();
+    const std::string name(file);
+    if (const auto known = texts_.find(name); known != texts_.end())
+        return known->second;
+    if (bytes_ > kMostBytes)
+        forget();
+    Text &text = texts_[name];
+    text.file = read_whole_file(qv_sysroot_path(name));
+    bytes_ += text.file.text.size() + name.size();
+    return text;
+}
+
+// The text of the file, or null when there is none.
+KeptTexts::Text *text_of(Request &request, const char *file)
+{
+    if (!file)
+        return nullptr;
+    const auto &kept = request.once<std::shared_ptr<KeptTexts>>([] { return std::make_shared<KeptTexts>(); });
+    KeptTexts::Text &text = kept->text_of(file);
+    if (text.file.error && !text.file.missing())
+        read_error(request) = text.file.error;
+    return text.file.error ? nullptr : &text;
 }
 
 } // namespace
 
 std::optional<std::string> kv_rfunc(Request &request, const char *file, const char *attr)
 {
-    return find_in_file(request, file, attr, kv_find);
+    KeptTexts::Text *const text = text_of(request, file);
+    return text ? text->value_of(attr ? attr : "") : std::nullopt;
 }
 
 std::optional<std::string> quoted_rfunc(Request &request, const char *file, const char *attr)
 {
-    auto value = find_in_file(request, file, attr, kv_find);
+    auto value = kv_rfunc(request, file, attr);
     return value ? std::optional(kv_unquote(std::move(*value))) : std::nullopt;
 }
 
 std::optional<std::string> ntp_rfunc(Request &request, const char *file, const char *attr)
 {
-    return find_in_file(request, file, attr, ntp_find);
+    const KeptTexts::Text *const text = text_of(request, file);
+    return text ? ntp_find(text->file.text, attr ? attr : "") : std::nullopt;
 }
 
 namespace {

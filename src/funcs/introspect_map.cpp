@@ -32,11 +32,14 @@ constexpr DescriberRow ifuncCmdMap[] = {
     {"quality", introspect_quality},
 };
 
-// The API's own "introspect", else its own "type"; empty when there is neither.
+// The API's own "introspect", else its own or adopted "type"; empty when there is neither.
 std::string specification(const MetaApi &meta)
 {
-    const auto text = meta.own("introspect");
-    return std::string(text ? *text : meta.own("type").value_or(""));
+    for (const auto &text : {meta.own("introspect"), meta.own("type"), meta.adopted("type")}) {
+        if (text)
+            return std::string(*text);
+    }
+    return "";
 }
 
 // A password of one byte shows as empty, as clients know it.

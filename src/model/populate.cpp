@@ -1,6 +1,8 @@
 #include "model/populate.h"
 
+#include "base/command_lock.h"
 #include "base/replace_files.h"
+#include "base/replacement.h"
 #include "base/save_lock.h"
 #include "funcs/check_map.h"
 #include "funcs/file_writes.h"
@@ -12,9 +14,11 @@
 #include "store/flags.h"
 #include "store/hdf_file.h"
 
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <set>
+#include <sys/stat.h>
 
 namespace qvcd {
 
@@ -23,14 +27,34 @@ namespace {
 // What population takes: the parents of nodes named "attr", outside templates.
 Walk what_node(Node node)
 {
-    if (node.name() == "attr")
+    const std::string_view name = node.name();
+    if (name == "attr")
         return Walk::visit;
-    return node.name().starts_with("__") ? Walk::skip : Walk::descend;
+    return name.starts_with("__") ? Walk::skip : Walk::descend;
+}
+
+// All files that "file" and "shadow" name, outside templates.
+void collect_files(Node group, std::set<std::string, std::less<>> &names)
+{
+    for (const Node node : group) {
+        const std::string_view name = node.name();
+        if (name.starts_with("__"))
+            continue;
+        if ((name == "file" || name == "shadow") && node.text().starts_with('/'))
+            names.emplace(node.text());
+        collect_files(node, names);
+    }
+}
+
+bool is_link(const std::string &path)
+{
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
 class Population {
   public:
-    explicit Population(Request &request) : request_(request) {}
+    explicit Population(Request &request) : request_(request), read_error_(read_error(request)) {}
 
     void add(const std::string &api);
     void write_defaults();
@@ -48,6 +72,7 @@ class Population {
     void read_again(const Default &kept);
 
     Request &request_;
+    int &read_error_;
     std::vector<Default> defaults_;
 };
 
@@ -63,7 +88,7 @@ void Population::store(const std::string &api, const std::string &value, const c
 void Population::use_default(const std::string &api, const std::string &fallback, FileWrites::When when)
 {
     store(api, fallback, "default ");
-    if (const int error = when == FileWrites::When::absent ? read_error(request_) : 0)
+    if (const int error = when == FileWrites::When::absent ? read_error_ : 0)
         qv_log_print(kLogWarning, "Can not read %s: %s. It has its default, its file stays\n", api.c_str(),
                      std::strerror(error));
     else
@@ -72,17 +97,21 @@ void Population::use_default(const std::string &api, const std::string &fallback
 
 void Population::add(const std::string &api)
 {
-    const auto before = own_copy(hdfDB.get(api));
-    const auto fallback = meta_get_this_level(api, "default");
-    if (meta_is_true(api, "dynamic")) {
+    MetaApi meta(api);
+    if (!meta) // deleted while the reader of another one waited
+        return;
+    const auto fallback = own_copy(meta.own("default"));
+    if (meta.is_true("dynamic")) {
         hdfDB.set(api, fallback.value_or(""));
         qv_log_print(kLogDebug, "populate dynamic %s\n", api.c_str());
         return;
     }
-    read_error(request_) = 0;
+    const auto before = own_copy(hdfDB.get(api));
+    const std::uint64_t turns = command_lock_turns();
+    read_error_ = 0;
     const std::optional<std::string> value = rfuncmap_read(request_, api);
     // While the reader waited the API may have been deleted, or set.
-    if (!metaDB.find(api) || own_copy(hdfDB.get(api)) != before)
+    if (turns != command_lock_turns() && (!metaDB.find(api) || own_copy(hdfDB.get(api)) != before))
         return;
     if (value && !cfuncmap_check(api, *value)) {
         store(api, *value, "");
@@ -139,21 +168,15 @@ int hdfdb_load_meta_file(Request &request, const FileName &file)
 
 void model_remove_left_overs()
 {
-    const Classifier files = [](Node node) {
-        if (node.name() == "file" || node.name() == "shadow")
-            return Walk::visit;
-        return node.name().starts_with("__") ? Walk::skip : Walk::descend;
-    };
     std::set<std::string, std::less<>> names;
-    hdfutils_traverse_tree(metaDB.root(), {}, files, [&](Node node, const std::string &) {
-        if (node.text().starts_with('/'))
-            names.emplace(node.text());
-    });
+    collect_files(metaDB.root(), names);
     std::set<std::string> folders;
-    std::string path;
     for (const std::string &name : names) {
-        if (real_file(qv_sysroot_path(name), path) == 0)
-            folders.insert(path.substr(0, path.rfind('/') + 1));
+        const std::string path = qv_sysroot_path(name);
+        folders.insert(folder_of(path));
+        std::string target; // a file is replaced where it is
+        if (is_link(path) && real_file(path, target) == 0)
+            folders.insert(folder_of(target));
     }
     for (const std::string &folder : folders)
         remove_left_overs(folder);
@@ -165,7 +188,7 @@ int hdfdb_populate(Request &request, std::string_view name,
     // By name: a reader may let go of the command lock, and the tree may change meanwhile.
     Population population(request);
     for (const std::string &api : hdfutils_parent_names(metaDB.find(name), name, what_node)) {
-        if (metaDB.find(api) && (!wanted || wanted(api)))
+        if (!wanted || wanted(api))
             population.add(api);
     }
     population.write_defaults();

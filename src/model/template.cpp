@@ -60,19 +60,24 @@ std::uint64_t count_copies(const Range &range, std::int64_t last)
     return range.step > 0 ? static_cast<std::uint64_t>((last - range.start) / range.step) + 1 : 1;
 }
 
-void expand_values(Node node, const std::string &name, const std::string &number)
+// `path` is the name of the node, in one buffer for all of them.
+void expand_values(Node node, std::string &path, const std::string &number)
 {
     if (const auto value = node.value(); value && value->find(kMark) != std::string_view::npos) {
         std::string text(*value);
         for (std::size_t at = text.find(kMark); at != std::string::npos; at = text.find(kMark)) {
             // The mark and the one character behind it make way for the number.
             text = cut(text.replace(at, kMark.size() + 1, number), kMaxValueBytes);
-            qv_log_print(kLogTrace, "Expanding value %s=%s\n", name.c_str(), text.c_str());
+            qv_log_print(kLogTrace, "Expanding value %s=%s\n", path.c_str(), text.c_str());
         }
         node.set("", text);
     }
-    for (const Node child : node)
-        expand_values(child, join_name(name, child.name()), number);
+    const std::size_t size = path.size();
+    for (const Node child : node) {
+        path.append(".").append(child.name());
+        expand_values(child, path, number);
+        path.resize(size);
+    }
 }
 
 // One run over the tree. The copies that it makes are expanded where they are made; met again as siblings of
@@ -107,9 +112,17 @@ class Expansion {
         const std::uint64_t copies = count_copies(*range, last);
         if (too_many(name, copies))
             return;
-        for (std::uint64_t i = 0; i < copies; ++i)
-            add_template(name, parent,
-                         std::to_string(range->start + static_cast<std::int64_t>(i) * range->step));
+        const bool is_nested = !hdfutils_names(metaDB.find(name), name, check_expansion).empty();
+        for (std::uint64_t i = 0; i < copies; ++i) {
+            const std::string number =
+                std::to_string(range->start + static_cast<std::int64_t>(i) * range->step);
+            std::string copy = join_name(parent, number);
+            metaDB.root().merge(copy, metaDB.find(name));
+            if (is_nested)
+                run_below(copy);
+            expand_values(metaDB.find(copy), copy, number);
+            copies_.insert(std::move(copy));
+        }
         qv_log_print(kLogDebug, "Expanding node %s for %s-%s\n", name.c_str(),
                      std::to_string(range->start).c_str(), std::to_string(last).c_str());
     }
@@ -128,15 +141,6 @@ class Expansion {
     {
         if (complaints_++ < kMaxComplaints)
             qv_log_print(priority, "Template %s %s\n", name.c_str(), what.c_str());
-    }
-
-    void add_template(const std::string &name, const std::string &parent, const std::string &number)
-    {
-        const std::string copy = join_name(parent, number);
-        metaDB.root().merge(copy, metaDB.find(name));
-        run_below(copy);
-        expand_values(metaDB.find(copy), copy, number);
-        copies_.insert(copy);
     }
 
     bool is_copy(const std::string &name) const

@@ -21,12 +21,9 @@ namespace qvcd {
 /// the socket may be used.
 class Channel {
   public:
-    Channel();
-    explicit Channel(Fd socket);       ///< in clear
-    Channel(Fd socket, SslHandle ssl); ///< with TLS
-    Channel(Channel &&) noexcept;
-    Channel &operator=(Channel &&) noexcept;
-    ~Channel();
+    Channel() = default;
+    explicit Channel(Fd socket) : socket_(std::move(socket)) {} ///< in clear
+    Channel(Fd socket, std::unique_ptr<TlsStream> tls);         ///< with TLS
 
     int fd() const { return socket_.get(); }
     bool in_clear() const { return !tls_; }
@@ -65,9 +62,8 @@ class Channel {
     std::string problem() const;
 
   private:
-    struct Tls;
-    Fd socket_;
-    std::unique_ptr<Tls> tls_; // none in clear
+    Fd socket_;                      // outlives tls_
+    std::unique_ptr<TlsStream> tls_; // none in clear
 };
 
 } // namespace qvcd

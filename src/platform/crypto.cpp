@@ -1,31 +1,42 @@
 #include "platform/crypto.h"
 
+#include "platform/crypto_module.h"
 #include "platform/log.h"
 
 #include <array>
 #include <cerrno>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
+#include <optional>
 #include <sys/random.h>
 #include <system_error>
 
 namespace qvcd {
 
 namespace {
+
 constexpr std::uint32_t kLow31Bits = 0x7fffffff;
+
+std::optional<std::array<unsigned char, 16>> md5(std::string_view text)
+{
+    try {
+        if (const auto digest = module<CryptoModule>().md5(text))
+            return digest;
+        qv_log_print(kLogError, "MD5 is not available\n");
+    } catch (const ModuleError &error) {
+        qv_log_print(kLogError, "MD5 is not available: %s\n", error.what());
+    }
+    return std::nullopt;
 }
+
+} // namespace
 
 std::int32_t qvcrypto_get_md5_session(std::string_view text)
 {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    if (EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_md5(), nullptr) != 1) {
-        // A constant would let strangers in; a random number only makes this one login useless.
-        qv_log_print(kLogError, "MD5 is not available\n");
+    const auto digest = md5(text);
+    if (!digest) // A constant would let strangers in; a random number only makes this one login useless.
         return static_cast<std::int32_t>(qvcrypto_random31());
-    }
     std::uint32_t number = 0;
     for (std::size_t i = 0; i < 4; ++i)
-        number = number << 8U | digest[i];
+        number = number << 8U | (*digest)[i];
     number &= kLow31Bits;
     return number == 0 ? 1 : static_cast<std::int32_t>(number);
 }
@@ -42,7 +53,12 @@ std::uint32_t qvcrypto_random31()
 
 bool qvcrypto_equal(std::string_view a, std::string_view b)
 {
-    return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
+    if (a.size() != b.size())
+        return false;
+    volatile unsigned difference = 0; // so that no compiler ends the loop early
+    for (std::size_t i = 0; i < a.size(); ++i)
+        difference = difference | (static_cast<unsigned char>(a[i]) ^ static_cast<unsigned char>(b[i]));
+    return difference == 0;
 }
 
 } // namespace qvcd

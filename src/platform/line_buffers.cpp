@@ -56,40 +56,45 @@ void ReplyStream::clear()
     broken_ = false;
 }
 
+void LineInput::add(std::string_view bytes)
+{
+    is_lent_ = rest_.empty();
+    if (!is_lent_)
+        own_.append(bytes);
+    rest_ = is_lent_ ? bytes : own_;
+}
+
 // The size of what can be handed out now; 0 when that is no whole line.
 std::size_t LineInput::line_size(std::size_t limit)
 {
-    scanned_ = std::max(scanned_, begin_);
-    const std::size_t newline = text_.find('\n', scanned_);
-    if (newline != std::string::npos && newline - begin_ < limit)
-        return newline - begin_ + 1;
-    scanned_ = newline == std::string::npos ? text_.size() : newline;
-    return size() >= limit ? limit : 0;
+    const std::size_t newline = rest_.find('\n', scanned_);
+    scanned_ = std::min(newline, rest_.size());
+    if (newline < limit) // and not npos
+        return newline + 1;
+    return rest_.size() >= limit ? limit : 0;
 }
 
-bool LineInput::has_line(std::size_t limit)
+std::string_view LineInput::take_off(std::size_t size)
 {
-    return line_size(limit) > 0;
-}
-
-std::string_view LineInput::take(std::size_t limit)
-{
-    std::size_t taken = line_size(limit);
-    if (taken == 0)
-        taken = size();
-    const std::string_view line(text_.data() + begin_, taken);
-    begin_ += taken;
-    return line;
+    const std::string_view taken = rest_.substr(0, size);
+    rest_.remove_prefix(size);
+    scanned_ -= std::min(scanned_, size);
+    return taken;
 }
 
 void LineInput::tidy()
 {
-    text_.erase(0, begin_);
-    scanned_ = scanned_ > begin_ ? scanned_ - begin_ : 0;
-    begin_ = 0;
+    if (rest_.empty())
+        own_ = std::string();
+    else if (is_lent_)
+        own_ = rest_;
+    else
+        own_.erase(0, own_.size() - rest_.size());
     // A long line that comes in small pieces must not be copied with each of them.
-    if (text_.empty() || (text_.capacity() > kKeepBytes && text_.size() < text_.capacity() / 4))
-        text_.shrink_to_fit();
+    if (own_.capacity() > kKeepBytes && own_.size() < own_.capacity() / 4)
+        own_.shrink_to_fit();
+    rest_ = own_;
+    is_lent_ = false;
 }
 
 } // namespace qvcd

@@ -37,27 +37,32 @@ class ReplyStream {
 /// Input of one connection that is no whole line yet, or waits its turn.
 class LineInput {
   public:
-    bool empty() const { return begin_ == text_.size(); }
-    void append(std::string_view bytes) { text_.append(bytes); }
+    /// Takes the bytes in without copying them: they stay where they are until tidy(), which comes before the
+    /// next add().
+    void add(std::string_view bytes);
+
+    bool empty() const { return rest_.empty(); }
+    std::size_t size() const { return rest_.size(); }
 
     /// True when a whole line, or `limit` bytes of one, are there.
-    bool has_line(std::size_t limit);
+    bool has_line(std::size_t limit) { return line_size(limit) > 0; }
 
-    /// Takes the next line off, with its newline, or `limit` bytes of a longer one; when there is neither,
-    /// all that is left. The view is good until the next append().
-    std::string_view take(std::size_t limit);
+    /// Takes the next line off, with its newline, or `limit` bytes of a longer one; empty when there is
+    /// neither. The view is good until tidy().
+    std::string_view take(std::size_t limit) { return take_off(line_size(limit)); }
+    std::string_view take_all() { return take_off(rest_.size()); }
 
-    std::size_t size() const { return text_.size() - begin_; }
-
-    /// Gives back what was taken; call when no view is used any more.
+    /// Keeps what was not taken; call when no view is used any more.
     void tidy();
 
   private:
     std::size_t line_size(std::size_t limit);
+    std::string_view take_off(std::size_t size);
 
-    std::string text_;
-    std::size_t begin_ = 0;   // first byte that was not taken
-    std::size_t scanned_ = 0; // no newline between begin_ and here
+    std::string own_;         // kept from one add() to the next
+    std::string_view rest_;   // not taken yet; of own_, or of what was added last
+    std::size_t scanned_ = 0; // there is no newline in so many bytes of it
+    bool is_lent_ = false;    // rest_ is not of own_
 };
 
 } // namespace qvcd

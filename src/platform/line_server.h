@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/peer.h"
 #include "platform/socket.h"
 #include "platform/tls.h"
 
@@ -8,24 +9,9 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
-#include <optional>
-#include <string>
 #include <string_view>
-#include <sys/types.h>
-#include <vector>
 
 namespace qvcd {
-
-/// Who connected.
-struct Peer {
-    bool local = false;                 ///< over the Unix socket
-    uid_t uid = static_cast<uid_t>(-1); ///< of a local one (SO_PEERCRED, unix(7))
-    gid_t gid = static_cast<gid_t>(-1); ///< its effective group
-    pid_t pid = 0;                      ///< and process
-    std::vector<gid_t> groups;          ///< its further groups; not looked up of root and of our own user
-    std::string address;                ///< of one over TCP, numeric; an IPv4 address in IPv4 form
-    std::optional<std::string> certificate_user; ///< where clients show certificates: the common name in it
-};
 
 /// A connection as its handler sees it, on the thread that serves it.
 class LineConnection {
@@ -40,6 +26,10 @@ class LineConnection {
     /// of a line returns when there is room.
     virtual void begin_wait() noexcept = 0;
     virtual void end_wait() noexcept = 0;
+
+    /// False when nobody could serve the others during a wait, because the system gives no more threads. Then
+    /// what takes long should be given up: begin_wait() works, but all wait too.
+    virtual bool can_wait() noexcept = 0;
 
     /// Bytes of replies that were not sent yet.
     virtual std::size_t unsent() noexcept = 0;
@@ -63,7 +53,7 @@ class LineHandler {
         input,   ///< the client sends no more
         idle,    ///< nothing came in time
         bad,     ///< half a line in time, or a line of over kMaxLineBytes
-        crowded, ///< the connection, idle for long, makes room for another
+        crowded, ///< the connection, idle for long, makes room for another: nothing may wait now
     };
 
     /// Nothing more comes: what is written now is sent before the connection is closed.
@@ -72,7 +62,8 @@ class LineHandler {
     /// More bytes than this of one line come with the next call. kMaxLineBytes: they end the connection.
     virtual std::size_t max_line_bytes() const { return kMaxLineBytes; }
 
-    /// True when the connection may take one of the places kept for administrators.
+    /// True when the connection may take one of the places kept for administrators. Asked at the connect too
+    /// (not where TLS is spoken); who is privileged then does not count into ServerLimits::per_source.
     virtual bool is_privileged() const { return false; }
 };
 
@@ -80,13 +71,16 @@ using MakeHandler = std::function<std::unique_ptr<LineHandler>(const Peer &)>;
 
 struct ServerLimits {
     std::size_t connections = 1024; ///< the one that was idle longest makes room for the next
-    std::size_t per_source = 64;    ///< of one TCP address; further ones are closed at once
-    std::size_t waiting = 64;       ///< commands that wait on the outside world at once
-    std::size_t reserved = 8;       ///< further places of those for administrators
+    std::size_t per_source = 64;    ///< of one TCP address or local user; further ones are closed at once
+    std::size_t waiting = 64;       ///< commands that wait on the outside world at once; half for one source
+    std::size_t reserved = 8;       ///< further places of both kinds, for administrators
+    std::size_t held = std::size_t{64} << 20; ///< bytes of input and output; who holds most goes
     std::chrono::milliseconds first_line{std::chrono::seconds{30}}; ///< from the connect to the whole line
     std::chrono::milliseconds idle{std::chrono::seconds{60}}; ///< from the last answer to the next whole line
     std::chrono::milliseconds send{std::chrono::seconds{30}}; ///< without the client taking anything
 };
+
+class LineLoop;
 
 /// Serves all connections of all its listeners from one loop (epoll(7)). The thread that reads a line runs
 /// its handler; when that begins to wait, another thread takes over the loop. An idle connection costs a
@@ -113,8 +107,7 @@ class LineServer {
     bool stop(std::chrono::milliseconds patience);
 
   private:
-    class Loop;
-    std::shared_ptr<Loop> loop_;
+    std::shared_ptr<LineLoop> loop_;
 };
 
 } // namespace qvcd

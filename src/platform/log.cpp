@@ -1,6 +1,8 @@
 #include "platform/log.h"
 
+#include "platform/coarse_clock.h"
 #include "platform/fd.h"
+#include "platform/log_budget.h"
 
 #include <algorithm>
 #include <array>
@@ -33,7 +35,14 @@ struct Log {
     bool to_syslog = false;
     Fd file;
     std::string identity; // openlog(3) keeps the pointer
+    LogBudget budget;
 };
+
+struct Source {
+    const std::string *name = nullptr; // null: the daemon itself
+    bool is_trusted = false;
+};
+thread_local Source source_of_lines;
 
 // Never destroyed: threads that are left behind at shutdown may still log.
 Log &the_log()
@@ -94,10 +103,8 @@ void write_all(int fd, std::string_view bytes)
 }
 
 // One write a target, so that lines of several processes do not mix.
-void write_line(int priority, std::string_view text)
+void write_line_locked(Log &log, int priority, std::string_view text)
 {
-    Log &log = the_log();
-    const std::lock_guard lock(log.mutex);
     std::string line;
     line.reserve(text.size() + 32);
     if (log.timestamp)
@@ -111,6 +118,57 @@ void write_line(int priority, std::string_view text)
         write_all(STDERR_FILENO, line);
     if (log.file)
         write_all(log.file.get(), line);
+}
+
+void tell_locked(Log &log, const std::string &text)
+{
+    if (qv_log_wants(kLogWarning))
+        write_line_locked(log, kLogWarning, text);
+}
+
+const char *kind_of(int priority)
+{
+    return priority == kLogError ? " errors " : priority == kLogWarning ? " warnings " : " lines ";
+}
+
+void tell_left_out_locked(Log &log, LogBudget::Time now)
+{
+    if (log.budget.due() > now)
+        return;
+    for (const auto &[source, priority, lines] : log.budget.left_out(now))
+        tell_locked(log, source + ": " + std::to_string(lines) + kind_of(priority) + "were left out");
+}
+
+bool is_limited(int priority)
+{
+    return source_of_lines.name &&
+           (priority <= kLogWarning || (priority == kLogInfo && !source_of_lines.is_trusted));
+}
+
+// False when the source has logged enough.
+bool has_budget_locked(Log &log, int priority, LogBudget::Time now)
+{
+    switch (log.budget.take(*source_of_lines.name, priority, now)) {
+    case LogBudget::Verdict::log:
+        return true;
+    case LogBudget::Verdict::leave_out_from_now:
+        tell_locked(log, *source_of_lines.name + ": further" + kind_of(priority) +
+                             "are left out for some seconds");
+        return false;
+    case LogBudget::Verdict::leave_out:
+        return false;
+    }
+    return true;
+}
+
+void write_line(int priority, std::string_view text)
+{
+    Log &log = the_log();
+    const std::lock_guard lock(log.mutex);
+    const LogBudget::Time now = coarse_now();
+    tell_left_out_locked(log, now);
+    if (!is_limited(priority) || has_budget_locked(log, priority, now))
+        write_line_locked(log, priority, text);
 }
 
 __attribute__((format(printf, 2, 0))) void print_formatted(int priority, const char *format, va_list args)
@@ -160,11 +218,22 @@ void qv_log_print(int priority, const char *format, ...)
     va_end(args);
 }
 
+LogSource::LogSource(const std::string &source, bool is_trusted)
+{
+    source_of_lines = {&source, is_trusted};
+}
+
+LogSource::~LogSource()
+{
+    source_of_lines = {};
+}
+
 void qv_log_stop()
 {
-    detail::log_threshold.store(-1, std::memory_order_relaxed);
     Log &log = the_log();
     const std::lock_guard lock(log.mutex);
+    tell_left_out_locked(log, LogBudget::Time::max());
+    detail::log_threshold.store(-1, std::memory_order_relaxed);
     log.to_stderr = false;
     log.file.reset();
     if (log.to_syslog)

@@ -38,6 +38,19 @@ void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool 
 /// rest is left out and "..." put in its place. Thread-safe.
 void qv_log_print(int priority, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
+/// While it lives, what this thread logs is what `source` brought about. Of one source 100 errors and 100
+/// warnings are logged in ten seconds, and 100 lines of information when it is not trusted; notices, which
+/// tell what was changed, always are. Of the rest a line tells how many they were, when somebody logs the
+/// next one. So nobody fills the log at will.
+class LogSource {
+  public:
+    /// `source` lives longer.
+    LogSource(const std::string &source, bool is_trusted);
+    ~LogSource();
+    LogSource(const LogSource &) = delete;
+    LogSource &operator=(const LogSource &) = delete;
+};
+
 /// Closes all targets; later lines are dropped.
 void qv_log_stop();
 

@@ -1,12 +1,10 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 
 namespace qvcd {
 
@@ -34,23 +32,20 @@ std::optional<MqttConfig> parse_mqtt_config(std::string_view text);
 /// twice as long each time, up to 30 s. That the broker is away and that it is back is logged once each.
 class MqttClient {
   public:
-    /// Starts the thread. Null after logging why: the cafile cannot be used, or memory is missing. Throws
-    /// std::system_error when there are no threads left.
+    /// Starts the thread. Null after logging why: the cafile cannot be used, or memory or the module is
+    /// missing. Throws std::system_error when there are no threads left.
     static std::unique_ptr<MqttClient> start(MqttConfig config);
 
     /// Ends the connection; while the broker is there, events that still wait are given a second.
-    ~MqttClient();
+    virtual ~MqttClient() = default;
     MqttClient(const MqttClient &) = delete;
     MqttClient &operator=(const MqttClient &) = delete;
 
     /// Queues a message for the topic "<prefix>/<host name>/<event>" and returns at once. Thread-safe.
-    void publish(std::string event, std::string payload);
+    virtual void publish(std::string event, std::string payload) = 0;
 
-  private:
-    struct State;
-    explicit MqttClient(std::shared_ptr<State> state);
-    std::shared_ptr<State> state_; // the thread's too: one that hangs in a name lookup is left behind
-    std::thread thread_;
+  protected:
+    MqttClient() = default;
 };
 
 } // namespace qvcd

@@ -3,10 +3,11 @@
 #include "platform/log.h"
 #include "platform/mqtt.h"
 #include "platform/socket.h"
+#include "platform/subscribers.h"
 #include "platform/sysroot.h"
 #include "platform/thread.h"
 
-#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -27,16 +28,9 @@ namespace qvcd {
 namespace {
 
 constexpr char kEndpoint[] = "notify";
-constexpr std::size_t kSubscriberLimit = 64;
-constexpr std::size_t kQueueBytes = 1 << 20; // of one subscriber; one that lets more pile up is dropped
-constexpr int kAcceptPauseMs = 200;          // while no descriptors are left
-
-struct Subscriber {
-    Fd socket;
-    std::string queue;   // lines not sent yet
-    bool silent = false; // it has closed its sending side
-    bool gone = false;
-};
+constexpr int kAcceptPauseMs = 200;                        // while no descriptors are left
+constexpr std::size_t kInboxBytes = std::size_t{16} << 20; // of events that were not distributed yet
+constexpr std::size_t kKeptEvents = 1024;                  // room for more is given back
 
 // A payload is what a client sent, not always UTF-8.
 std::string quoted(const std::string &text)
@@ -52,6 +46,11 @@ std::string json_line(const Notification &n)
            ",\"topic\":" + quoted(n.topic) + "}\n";
 }
 
+std::size_t size_of(const Notification &n)
+{
+    return sizeof n + n.payload.size() + n.public_payload.size() + n.event.size() + n.topic.size();
+}
+
 /// The bus. Publishers only append to `inbox_` and wake the thread, which never blocks in a send. It accepts
 /// before it distributes, so who was connected when an event was published gets it.
 class Bus {
@@ -65,21 +64,18 @@ class Bus {
     Bus(const Bus &) = delete;
     Bus &operator=(const Bus &) = delete;
 
+    bool has_listeners() const;
     void publish(Notification notification);
     void stop();
 
   private:
     void run();
     bool turn();
-    void lose_events();
+    void lose_events(const char *why);
     void wait();
     void accept_all();
-    bool take_inbox(std::vector<Notification> &events);
-    void distribute(const std::vector<Notification> &events);
-    void enqueue(Subscriber &subscriber, const std::string &line);
-    void send_queue(Subscriber &subscriber);
-    void notice(Subscriber &subscriber, short events);
-    void drop(Subscriber &subscriber, const char *reason);
+    void take_inbox(bool &last, bool &overflow);
+    void distribute();
 
     UnixListener listener_;
     Fd wake_; // eventfd(2)
@@ -87,12 +83,17 @@ class Bus {
 
     std::mutex mutex_; // guards what follows
     std::vector<Notification> inbox_;
+    std::size_t inbox_bytes_ = 0;
+    bool overflow_ = false; // an event found no room
     bool stopping_ = false;
 
-    std::vector<Subscriber> subscribers_; // the thread's own, like what follows
+    std::atomic<bool> has_subscribers_{false}; // or may have in a moment
+
+    Subscribers subscribers_; // the thread's own, like what follows
     std::vector<Notification> events_;
     std::vector<pollfd> waits_;
     bool in_trouble_ = false; // accept failed and was logged
+    LogPause losses_;
 
     std::thread thread_; // last: uses everything above
 };
@@ -111,13 +112,26 @@ void Bus::stop()
     mqtt_.reset();
 }
 
+// Who has connected, and was not taken in yet, listens too. That is looked at first: who is taken in between
+// the two is known as a subscriber by then.
+bool Bus::has_listeners() const
+{
+    if (mqtt_ || has_subscribers_)
+        return true;
+    pollfd entry{listener_.socket.get(), POLLIN, 0};
+    return ::poll(&entry, 1, 0) > 0 || has_subscribers_;
+}
+
 void Bus::publish(Notification notification)
 {
     bool was_empty = false;
     {
         const std::lock_guard lock(mutex_);
         was_empty = inbox_.empty();
-        inbox_.push_back(std::move(notification));
+        inbox_bytes_ += size_of(notification);
+        overflow_ = overflow_ || inbox_bytes_ > kInboxBytes;
+        if (!overflow_)
+            inbox_.push_back(std::move(notification));
     }
     if (was_empty)
         ::eventfd_write(wake_.get(), 1);
@@ -129,39 +143,47 @@ void Bus::run()
         try {
             last = turn();
         } catch (const std::bad_alloc &) {
-            lose_events();
+            ::eventfd_write(wake_.get(), 1); // this turn may have been the last one
+            lose_events("there is no memory");
         }
     }
 }
 
 // Who misses an event must know it: he comes again.
-void Bus::lose_events()
+void Bus::lose_events(const char *why)
 {
-    ::eventfd_write(wake_.get(), 1); // the turn that failed may have been the last one
-    subscribers_.clear();
-    qv_log_print(kLogError, "notify: events are lost and all subscribers dropped: there is no memory\n");
+    subscribers_.drop_all();
+    if (losses_.over())
+        qv_log_print(kLogError, "notify: events are lost and all subscribers dropped: %s\n", why);
 }
 
 // Distributes what was published meanwhile; true when the bus stops.
 bool Bus::turn()
 {
     wait();
-    const bool last = take_inbox(events_);
+    bool last = false;
+    bool overflow = false;
+    take_inbox(last, overflow);
     accept_all();
-    distribute(events_);
-    for (Subscriber &subscriber : subscribers_)
-        send_queue(subscriber);
-    std::erase_if(subscribers_, [](const Subscriber &s) { return s.gone; });
+    distribute();
+    subscribers_.send();
+    if (overflow)
+        lose_events("more came than could be sent");
+    has_subscribers_ = !subscribers_.empty();
     return last;
 }
 
-// True when the bus stops; what came before is among the events.
-bool Bus::take_inbox(std::vector<Notification> &events)
+// When the bus stops, what came before is among the events.
+void Bus::take_inbox(bool &last, bool &overflow)
 {
-    events.clear();
+    events_.clear();
+    if (events_.capacity() > kKeptEvents)
+        events_.shrink_to_fit();
     const std::lock_guard lock(mutex_);
-    events.swap(inbox_);
-    return stopping_;
+    events_.swap(inbox_);
+    inbox_bytes_ = 0;
+    last = stopping_;
+    overflow = std::exchange(overflow_, false);
 }
 
 void Bus::wait()
@@ -169,42 +191,25 @@ void Bus::wait()
     waits_.clear();
     waits_.push_back({wake_.get(), POLLIN, 0});
     waits_.push_back({in_trouble_ ? -1 : listener_.socket.get(), POLLIN, 0});
-    for (const Subscriber &s : subscribers_)
-        waits_.push_back({s.socket.get(),
-                          static_cast<short>((s.silent ? 0 : POLLIN) | (s.queue.empty() ? 0 : POLLOUT)), 0});
+    subscribers_.append_waits(waits_);
     if (::poll(waits_.data(), waits_.size(), in_trouble_ ? kAcceptPauseMs : -1) <= 0)
         return;
     if (waits_[0].revents != 0) {
         eventfd_t count = 0;
         ::eventfd_read(wake_.get(), &count);
     }
-    for (std::size_t i = 0; i < subscribers_.size(); ++i)
-        notice(subscribers_[i], waits_[i + 2].revents);
-}
-
-// Subscribers have nothing to say; reading shows that one has closed.
-void Bus::notice(Subscriber &subscriber, short events)
-{
-    if (events & POLLIN) {
-        char waste[1024];
-        if (::recv(subscriber.socket.get(), waste, sizeof waste, MSG_DONTWAIT) == 0)
-            subscriber.silent = true;
-    }
-    if (events & (POLLHUP | POLLERR))
-        subscriber.gone = true;
+    subscribers_.notice(waits_.data() + 2);
 }
 
 void Bus::accept_all()
 {
+    has_subscribers_ = true; // before there is one: see has_listeners()
     for (;;) {
         Fd socket(::accept4(listener_.socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         const int error = errno;
-        if (socket && subscribers_.size() >= kSubscriberLimit) {
-            qv_log_print(kLogWarning, "notify: a subscriber is refused, there are %zu\n",
-                         subscribers_.size());
-        } else if (socket) {
+        if (socket) {
             in_trouble_ = false;
-            subscribers_.push_back({std::move(socket), {}});
+            subscribers_.add(std::move(socket));
         } else if (error != EINTR && error != ECONNABORTED) {
             if (error != EAGAIN && !std::exchange(in_trouble_, true))
                 qv_log_print(kLogError, "notify: cannot accept a subscriber: %s\n", std::strerror(error));
@@ -214,51 +219,14 @@ void Bus::accept_all()
     }
 }
 
-void Bus::distribute(const std::vector<Notification> &events)
+void Bus::distribute()
 {
-    for (const Notification &event : events) {
-        if (!subscribers_.empty()) {
-            const std::string line = json_line(event);
-            for (Subscriber &subscriber : subscribers_)
-                enqueue(subscriber, line);
-        }
+    for (const Notification &event : events_) {
+        if (!subscribers_.empty())
+            subscribers_.queue(json_line(event));
         if (mqtt_)
             mqtt_->publish(event.event, event.public_payload);
     }
-}
-
-void Bus::enqueue(Subscriber &subscriber, const std::string &line)
-{
-    if (subscriber.gone)
-        return;
-    if (subscriber.queue.size() + line.size() > kQueueBytes)
-        send_queue(subscriber); // it may have read meanwhile
-    if (subscriber.queue.size() + line.size() > kQueueBytes)
-        drop(subscriber, "it does not read");
-    else
-        subscriber.queue += line;
-}
-
-void Bus::send_queue(Subscriber &subscriber)
-{
-    std::size_t sent = 0;
-    while (!subscriber.gone && sent < subscriber.queue.size()) {
-        const ssize_t n = ::send(subscriber.socket.get(), subscriber.queue.data() + sent,
-                                 subscriber.queue.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (n >= 0)
-            sent += static_cast<std::size_t>(n);
-        else if (errno == EAGAIN)
-            break;
-        else if (errno != EINTR)
-            subscriber.gone = true;
-    }
-    subscriber.queue.erase(0, sent);
-}
-
-void Bus::drop(Subscriber &subscriber, const char *reason)
-{
-    qv_log_print(kLogWarning, "notify: a subscriber is dropped, %s\n", reason);
-    subscriber.gone = true;
 }
 
 // ---- The bus of the process ----
@@ -272,6 +240,13 @@ TheBus &the_bus()
 {
     static TheBus *const b = new TheBus; // never destroyed: threads that are left behind may still publish
     return *b;
+}
+
+std::shared_ptr<Bus> current_bus()
+{
+    TheBus &the = the_bus();
+    const std::lock_guard lock(the.mutex);
+    return the.bus;
 }
 
 std::unique_ptr<MqttClient> start_mqtt()
@@ -308,15 +283,16 @@ int qvnotify_start()
     }
 }
 
+bool qvnotify_has_listeners()
+{
+    const std::shared_ptr<Bus> bus = current_bus();
+    return bus && bus->has_listeners();
+}
+
 void qvnotify_send_publish_message(Notification notification)
 {
-    std::shared_ptr<Bus> bus;
-    {
-        TheBus &the = the_bus();
-        const std::lock_guard lock(the.mutex);
-        bus = the.bus;
-    }
-    if (bus)
+    const std::shared_ptr<Bus> bus = current_bus();
+    if (bus && bus->has_listeners())
         bus->publish(std::move(notification));
 }
 

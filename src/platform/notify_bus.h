@@ -21,8 +21,12 @@ struct Notification {
 /// that the local socket cannot be served.
 int qvnotify_start();
 
-/// Queues one event for all subscribers and returns at once. A subscriber whose queue is full is dropped with
-/// a log line. Before qvnotify_start() or after qvnotify_stop() nothing happens. Thread-safe.
+/// False when an event would reach nobody: it need not be made.
+bool qvnotify_has_listeners();
+
+/// Queues one event for all subscribers and returns at once. A subscriber whose queue is full is dropped; all
+/// are when more events come than can be sent. Each is logged, once a minute at most. Before qvnotify_start()
+/// or after qvnotify_stop() nothing happens. Thread-safe.
 void qvnotify_send_publish_message(Notification notification);
 
 /// Ends the bus; events that are queued for the broker are given a second.

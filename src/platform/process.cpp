@@ -3,6 +3,7 @@
 #include "platform/fd.h"
 #include "platform/lock_file.h"
 #include "platform/log.h"
+#include "platform/service_manager.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,7 +12,6 @@
 #include <fcntl.h>
 #include <map>
 #include <sys/stat.h>
-#include <systemd/sd-daemon.h>
 
 namespace qvcd {
 
@@ -97,7 +97,7 @@ int qv_daemonize()
 
 void qv_daemon_ready()
 {
-    ::sd_notify(0, "READY=1");
+    tell_service_manager("READY=1");
     if (!process().daemon)
         return;
     put_on_dev_null({STDERR_FILENO});

@@ -9,7 +9,9 @@
 #include <poll.h>
 #include <string>
 #include <string_view>
+#include <sys/socket.h>
 #include <sys/types.h>
+#include <sys/un.h>
 
 namespace qvcd {
 
@@ -59,6 +61,15 @@ bool write_all(int fd, std::string_view bytes, std::chrono::milliseconds patienc
     return true;
 }
 
+/// The address of a Unix socket; nothing, with errno set, when the path is too long for one.
+std::optional<sockaddr_un> unix_address(const std::string &path);
+
+/// The cast that the socket interface asks for, in one place.
+inline const sockaddr *as_sockaddr(const void *address)
+{
+    return static_cast<const sockaddr *>(address);
+}
+
 /// Connects to a Unix stream socket; the send time-out of the new socket is `timeout`.
 Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout);
 
@@ -66,7 +77,9 @@ Fd connect_unix(const std::string &path, std::chrono::milliseconds timeout);
 /// `timeout`. Looking up a host name may take longer than that.
 Fd connect_tcp(const std::string &host, const std::string &port, std::chrono::milliseconds timeout);
 
-/// Makes the folder of the endpoints, "/var/run/qv" below the sysroot, 0755, if need be. False with errno
+inline constexpr char kSocketFolder[] = "/var/run/qv"; ///< of the endpoints, below the sysroot
+
+/// Makes the folder of the endpoints, 0755, if need be. False with errno
 /// set.
 bool make_endpoint_folder();
 
@@ -86,7 +99,8 @@ enum class SocketMode : mode_t { of_group = 0660, of_all = 0666 };
 /// answers there, something else bears the name, the folder cannot be made, the path is too long.
 std::optional<UnixListener> listen_unix(std::string_view name, SocketMode mode = SocketMode::of_group);
 
-/// The number of the group "qv"; nothing when there is none. May wait for a directory service.
+/// The number of the group "qv"; nothing when there is none. Asked once in a process; may wait for a
+/// directory service then.
 std::optional<gid_t> qv_socket_group();
 
 /// The path of the Unix socket of endpoint `name`, below the sysroot. See unix(7): at most 107 bytes fit.

@@ -1,9 +1,53 @@
 #include "platform/sysroot.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
-#include <filesystem>
+#include <memory>
+#include <system_error>
+#include <unistd.h>
 
 namespace qvcd {
+
+namespace {
+
+// Programs that must start fast need these, and std::filesystem would bring more code than all else of
+// theirs.
+
+struct Free {
+    void operator()(char *text) const noexcept { std::free(text); }
+};
+
+std::string absolute(std::string_view path)
+{
+    if (path.starts_with('/'))
+        return std::string(path);
+    const std::unique_ptr<char, Free> folder(::getcwd(nullptr, 0));
+    if (!folder)
+        throw std::system_error(errno, std::generic_category(), std::string(path));
+    return std::string(folder.get()).append("/").append(path);
+}
+
+// "." and ".." are resolved, and one "/" stands before each name. What ends like a folder ends with "/".
+void append_resolved(std::string &root, std::string_view path)
+{
+    const std::size_t start = root.size();
+    bool is_folder = true;
+    for (std::size_t at = 0; at <= path.size();) {
+        const std::size_t end = std::min(path.find('/', at), path.size());
+        const std::string_view name = path.substr(at, end - at);
+        at = end + 1;
+        is_folder = name.empty() || name == "." || name == "..";
+        if (!is_folder)
+            root.append("/").append(name);
+        else if (name == ".." && root.size() > start)
+            root.resize(root.rfind('/'));
+    }
+    if (is_folder)
+        root += '/';
+}
+
+} // namespace
 
 const std::string &qv_sysroot()
 {
@@ -13,15 +57,18 @@ const std::string &qv_sysroot()
         while (!text.empty() && text.back() == '/')
             text.pop_back();
         // A relative root would move with the working folder.
-        return text.empty() ? text : std::filesystem::absolute(text).string();
+        return text.empty() ? text : absolute(text);
     }();
     return root;
 }
 
 std::string qv_sysroot_path(std::string_view device_path)
 {
-    // In "/.." the dots stand for "/" itself, so normalising an absolute path cannot climb out.
-    return qv_sysroot() + (std::filesystem::path("/") / device_path).lexically_normal().string();
+    std::string path;
+    path.reserve(qv_sysroot().size() + device_path.size() + 2);
+    path = qv_sysroot();
+    append_resolved(path, device_path);
+    return path;
 }
 
 std::string qv_device_path(std::string_view path)
@@ -38,7 +85,7 @@ FileName qv_device_file(std::string_view device_path)
 
 FileName qv_host_file(std::string_view path)
 {
-    return {std::string(path), path.empty() ? std::string() : std::filesystem::absolute(path).string()};
+    return {std::string(path), path.empty() ? std::string() : absolute(path)};
 }
 
 } // namespace qvcd

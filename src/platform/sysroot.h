@@ -28,8 +28,8 @@ struct FileName {
 FileName qv_device_file(std::string_view device_path);
 
 /// A path from the command line: taken as it stands. A relative one is made absolute at once, because
-/// daemonising changes the working folder; that throws std::filesystem::filesystem_error when the working
-/// folder was removed.
+/// daemonising changes the working folder; that throws std::system_error when the working folder was
+/// removed.
 FileName qv_host_file(std::string_view path);
 
 } // namespace qvcd

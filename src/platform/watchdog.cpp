@@ -1,17 +1,15 @@
 #include "platform/watchdog.h"
 
 #include "platform/log.h"
+#include "platform/service_manager.h"
 #include "platform/thread.h"
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
-#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <system_error>
-#include <systemd/sd-daemon.h>
 
 namespace qvcd {
 
@@ -44,7 +42,7 @@ void watch(WatchdogHandle &handle)
         lock.unlock();
         const bool now_healthy = is_healthy(handle);
         if (now_healthy && handle.ticks)
-            ::sd_notify(0, "WATCHDOG=1");
+            tell_service_manager("WATCHDOG=1");
         if (now_healthy != healthy)
             qv_log_print(now_healthy ? kLogNotice : kLogError, "watchdog: %s is %s\n", handle.name.c_str(),
                          now_healthy ? "healthy again" : "not healthy");
@@ -56,10 +54,10 @@ void watch(WatchdogHandle &handle)
 
 void choose_interval(WatchdogHandle &handle, int interval_seconds)
 {
-    std::uint64_t manager_us = 0;
-    handle.ticks = ::sd_watchdog_enabled(0, &manager_us) > 0;
-    handle.interval = handle.ticks ? std::chrono::microseconds(std::max<std::uint64_t>(manager_us / 2, 1))
-                                   : std::chrono::seconds(std::max(interval_seconds, 1));
+    const auto asked = watchdog_interval();
+    handle.ticks = asked.has_value();
+    handle.interval = asked ? std::max(*asked / 2, std::chrono::microseconds(1))
+                            : std::chrono::seconds(std::max(interval_seconds, 1));
 }
 
 } // namespace
@@ -71,7 +69,7 @@ WatchdogHandle *qvwatchdog_start(const char *name, int interval_seconds, Watchdo
     handle->check = check;
     handle->context = context;
     choose_interval(*handle, interval_seconds);
-    if (!std::getenv("NOTIFY_SOCKET"))
+    if (!has_service_manager())
         qv_log_print(kLogDebug, "watchdog: there is no service manager to tell\n");
     try {
         handle->thread = start_quiet_thread([handle] { watch(*handle); });
@@ -85,7 +83,7 @@ void qvwatchdog_stop(WatchdogHandle *handle)
 {
     if (!handle)
         return;
-    ::sd_notify(0, "STOPPING=1");
+    tell_service_manager("STOPPING=1");
     {
         const std::lock_guard lock(handle->mutex);
         handle->stop = true;

@@ -32,7 +32,7 @@ Api::Api(const std::string &name, Node setting) : name_(&name), setting_(setting
     is_private_ = meta.is_true("private");
     is_dynamic_ = meta.is_true("dynamic");
     is_password_ = meta.is_password();
-    is_secret_ = meta.is_secret();
+    is_secret_ = is_password_ || meta.own("secret") == "true";
     has_link_ = meta.own("link").has_value();
 }
 
@@ -77,7 +77,9 @@ class ApiIndex {
     std::uint64_t metadata_; // the marks of the trees that the records were made from
     std::uint64_t settings_;
     std::unordered_map<std::string, Api, NameHash, std::equal_to<>> apis_;
-    std::vector<Api *> order_; // all APIs as they stand in the tree
+    // All APIs as they stand in the tree. A walk keeps the order that it began with.
+    using Order = std::vector<Api *>;
+    std::shared_ptr<const Order> order_ = std::make_shared<const Order>();
     std::uint64_t order_of_ = 0;
     std::size_t visited_one_by_one_ = 0; // since the order was lost
 };
@@ -105,22 +107,25 @@ Api *ApiIndex::find(std::string_view name)
 
 Api *ApiIndex::make(std::string_view name, Node setting)
 {
-    const auto entry = apis_.try_emplace(std::string(name)).first;
-    entry->second = Api(entry->first, setting);
+    std::string text(name);
+    const Api api(text, setting); // whole, or without memory none
+    const auto entry = apis_.insert_or_assign(std::move(text), api).first;
+    entry->second.name_ = &entry->first;
     return &entry->second;
 }
 
 void ApiIndex::put_in_order()
 {
-    order_.clear();
+    auto order = std::make_shared<Order>();
     hdfutils_traverse_tree(hdfDB.root(), {}, hdfutils_check_endnode,
                            [&](Node leaf, const std::string &parent) {
                                const std::string name = join_name(parent, leaf.name());
                                const auto known = apis_.find(name);
                                Api *api = known != apis_.end() ? &known->second : make(name, leaf);
-                               api->position_ = static_cast<std::uint32_t>(order_.size());
-                               order_.push_back(api);
+                               api->position_ = static_cast<std::uint32_t>(order->size());
+                               order->push_back(api);
                            });
+    order_ = std::move(order);
     order_of_ = hdfDB.marks().nodes;
     visited_one_by_one_ = 0;
 }
@@ -151,13 +156,13 @@ bool is_below(std::string_view name, std::string_view group)
 std::size_t ApiIndex::first_below(std::string_view group)
 {
     std::string path(group);
-    return append_first_api(hdfDB.find(group), path) ? find(path)->position_ : order_.size();
+    return append_first_api(hdfDB.find(group), path) ? find(path)->position_ : order_->size();
 }
 
 // To put all in order is worth it when as many were visited without it.
 void ApiIndex::visit(std::string_view group, const ApiVisitor &visit)
 {
-    if (!is_in_order() && (group.empty() || visited_one_by_one_ >= order_.size() + apis_.size()))
+    if (!is_in_order() && (group.empty() || visited_one_by_one_ >= order_->size() + apis_.size()))
         put_in_order();
     if (!is_in_order()) {
         hdfutils_visit_leaves(hdfDB, group, [&](const std::string &name) {
@@ -167,10 +172,15 @@ void ApiIndex::visit(std::string_view group, const ApiVisitor &visit)
         });
         return;
     }
-    for (std::size_t i = first_below(group); i < order_.size() && is_below(order_[i]->name(), group); ++i) {
-        if (is_current() && is_in_order())
-            visit(*order_[i]);
-        else if (Api *api = find_api(order_[i]->name()))
+    const std::shared_ptr<const Order> order = order_;
+    const std::uint64_t order_of = order_of_;
+    for (std::size_t i = first_below(group); i < order->size(); ++i) {
+        Api *api = (*order)[i];
+        if (!is_below(api->name(), group))
+            break;
+        if (!is_current() || order_of != hdfDB.marks().nodes)
+            api = find_api(api->name());
+        if (api)
             visit(*api);
     }
 }

@@ -19,6 +19,11 @@ std::string_view trim(std::string_view text)
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
+bool is_of_name(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.';
+}
+
 int depth_of(std::string_view name)
 {
     return 1 + static_cast<int>(std::count(name.begin(), name.end(), '.'));
@@ -67,12 +72,11 @@ class Scanner {
             return text.starts_with("#include ") ? "files cannot include others" : nullptr;
         if (text == "}")
             return close();
-        const std::size_t end =
-            text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.");
+        const auto end = static_cast<std::size_t>(std::ranges::find_if_not(text, is_of_name) - text.begin());
         const std::string_view name = text.substr(0, end);
         if (!is_tree_name(name))
             return name.empty() ? "no name" : "bad name";
-        return statement(name, end == std::string_view::npos ? std::string_view() : trim(text.substr(end)));
+        return statement(name, trim(text.substr(end)));
     }
 
     const char *statement(std::string_view name, std::string_view rest)

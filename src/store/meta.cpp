@@ -10,13 +10,12 @@ namespace qvcd {
 
 namespace {
 
-constexpr std::size_t kUsualDepth = 8;
 constexpr int kMaxLinks = 8;
 
 // Links in a circle lead nowhere that could be shown.
 bool is_or_leads_to_password(const MetaApi &api, int links)
 {
-    if (links == 0 || api.look("type").value_or("").find("password") != std::string_view::npos)
+    if (links == 0 || api.get("type").value_or("").find("password") != std::string_view::npos)
         return true;
     const auto link = api.own("link");
     return link && is_or_leads_to_password(MetaApi(*link), links - 1);
@@ -34,58 +33,49 @@ MetaApi::MetaApi(std::string_view api)
 {
     if (api.size() > kMaxNameBytes)
         return;
-    chain_.reserve(kUsualDepth);
     Node node = metaDB.root();
-    for (bool last = api.empty(); node && !last;) {
+    for (bool last = api.empty(); node && !last && depth_ < chain_.size();) {
         const std::size_t dot = api.find('.');
         last = dot == std::string_view::npos;
         node = node.child(api.substr(0, dot));
-        chain_.push_back(node);
+        chain_[depth_++] = node;
         api.remove_prefix(last ? api.size() : dot + 1);
     }
-    if (!node)
-        chain_.clear();
+    if (!node || !api.empty())
+        depth_ = 0;
 }
 
 // An attribute is a leaf with a value; a group may bear an attribute's name.
 std::optional<std::string_view> MetaApi::find(std::string_view attribute, std::size_t &levels) const
 {
     levels = 0;
-    for (auto node = chain_.rbegin(); node != chain_.rend(); ++node, ++levels) {
-        const Node found = node->child(attribute);
+    for (; levels < depth_; ++levels) {
+        const Node found = chain_[depth_ - 1 - levels].child(attribute);
         if (is_attribute(found))
             return found.text().empty() ? std::nullopt : std::optional(found.text());
     }
     return std::nullopt;
 }
 
-std::optional<std::string_view> MetaApi::look(std::string_view attribute) const
+std::optional<std::string_view> MetaApi::get(std::string_view attribute) const
 {
     std::size_t levels = 0;
     return find(attribute, levels);
 }
 
-std::optional<std::string_view> MetaApi::get(std::string_view attribute)
+std::optional<std::string_view> MetaApi::adopted(std::string_view attribute) const
 {
     std::size_t levels = 0;
-    const std::optional<std::string_view> found = find(attribute, levels);
-    if (found && levels > 1 && !is_attribute(chain_.back())) {
-        const Tree::Unmarked says_nothing_new(metaDB);
-        chain_.back().set(attribute, *found);
-        if (is_flag(attribute))
-            flags_forget(); // a group has the flag: now the API has it too
-    }
-    return found;
+    const auto found = find(attribute, levels);
+    return levels > 1 ? found : std::nullopt;
 }
 
 std::optional<std::string_view> MetaApi::own(std::string_view attribute) const
 {
-    if (chain_.empty())
-        return std::nullopt;
-    return chain_.back().get(attribute);
+    return node().get(attribute);
 }
 
-unsigned MetaApi::perm()
+unsigned MetaApi::perm() const
 {
     const auto text = get("perm");
     return text ? c_hex16(*text) : 0;
@@ -96,7 +86,7 @@ bool MetaApi::is_password() const
     return is_or_leads_to_password(*this, kMaxLinks);
 }
 
-bool MetaApi::visible_to(unsigned mask)
+bool MetaApi::visible_to(unsigned mask) const
 {
     return readable_by(mask) && ((mask & kLevel0Bits) != 0 || !is_true("private"));
 }
@@ -134,6 +124,17 @@ unsigned meta_get_perm(std::string_view api)
 bool meta_is_true(std::string_view api, std::string_view attribute)
 {
     return MetaApi(api).is_true(attribute);
+}
+
+void meta_visit_adopted(std::string_view api,
+                        const std::function<void(std::string_view, std::string_view)> &visit)
+{
+    const MetaApi meta(api);
+    for (const char *attribute :
+         {"perm", "private", "dynamic", "type", "file", "shadow", "attr", "read", "write", "apply"}) {
+        if (const auto value = meta.adopted(attribute))
+            visit(attribute, *value);
+    }
 }
 
 std::optional<std::string> meta_get_parent(std::string_view name)

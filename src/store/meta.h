@@ -3,6 +3,8 @@
 #include "store/hdfutils.h"
 #include "store/tree.h"
 
+#include <array>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,21 +25,21 @@ inline constexpr unsigned kLevel1Bits = 0x0f00; // administration
 class MetaApi {
   public:
     explicit MetaApi(std::string_view api);
-    explicit operator bool() const { return !chain_.empty(); }
-    Node node() const { return chain_.empty() ? Node() : chain_.back(); } ///< the API's own
+    explicit operator bool() const { return depth_ != 0; }
+    Node node() const { return depth_ != 0 ? chain_[depth_ - 1] : Node(); } ///< the API's own
 
-    /// Inherited; an empty value gives none. A value that comes from the grandparent or above is stored on
-    /// the API's own node, where listings of the metadata show it from then on.
-    std::optional<std::string_view> get(std::string_view attribute);
-
-    /// The same, storing nothing: for questions of clients.
-    std::optional<std::string_view> look(std::string_view attribute) const;
+    /// Inherited; an empty value gives none.
+    std::optional<std::string_view> get(std::string_view attribute) const;
 
     /// Own node only; an empty value is returned as such.
     std::optional<std::string_view> own(std::string_view attribute) const;
 
-    unsigned perm();
-    bool is_true(std::string_view attribute) { return get(attribute) == "true"; }
+    /// Inherited from the grandparent or above, past the own node and the parent's: what listings of the
+    /// metadata show as if it stood on the own node.
+    std::optional<std::string_view> adopted(std::string_view attribute) const;
+
+    unsigned perm() const;
+    bool is_true(std::string_view attribute) const { return get(attribute) == "true"; }
     /// The inherited "type", or that of an API to which "link" leads, over others too, speaks of a password:
     /// no reply shows it.
     bool is_password() const;
@@ -46,15 +48,16 @@ class MetaApi {
     /// open files, and in replies for those who may read it.
     bool is_secret() const { return is_password() || own("secret") == "true"; }
 
-    bool readable_by(unsigned mask) { return (mask & perm() & kReadBits) != 0; }
+    bool readable_by(unsigned mask) const { return (mask & perm() & kReadBits) != 0; }
 
     /// Readable, and not private for a caller without a level-0 bit: what listings show.
-    bool visible_to(unsigned mask);
+    bool visible_to(unsigned mask) const;
 
   private:
     std::optional<std::string_view> find(std::string_view attribute, std::size_t &levels) const;
 
-    std::vector<Node> chain_; // from the first component's node to the API's own
+    std::array<Node, kMaxTreeDepth> chain_; // from the first component's node to the API's own
+    std::size_t depth_ = 0;
 };
 
 /// What outlives the command lock and changes of the tree.
@@ -75,6 +78,11 @@ unsigned meta_get_perm(std::string_view api);
 
 /// The inherited attribute is exactly "true".
 bool meta_is_true(std::string_view api, std::string_view attribute);
+
+/// Calls `visit(attribute, value)` for what the API adopted, of the attributes that the system itself asks
+/// for.
+void meta_visit_adopted(std::string_view api,
+                        const std::function<void(std::string_view, std::string_view)> &visit);
 
 /// A.B.C gives A.B; none for a name without a dot.
 std::optional<std::string> meta_get_parent(std::string_view name);

@@ -15,23 +15,13 @@ namespace qvcd::bench {
 namespace {
 
 constexpr std::size_t kClients = 10;
-constexpr timeval kPatience{60, 0};
+constexpr timeval kPatience{20, 0};
 
 template <class Address>
 const sockaddr *generic(const Address &address)
 {
     const void *raw = &address;
     return static_cast<const sockaddr *>(raw);
-}
-
-// Of all threads of a process.
-double processor_seconds(pid_t process)
-{
-    clockid_t clock{};
-    timespec time{};
-    if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0)
-        throw std::runtime_error("no processor time of process " + std::to_string(process));
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 sockaddr_in ipv4(const std::string &address, const std::string &port)
@@ -45,11 +35,21 @@ sockaddr_in ipv4(const std::string &address, const std::string &port)
 
 } // namespace
 
-Fd try_connect(const std::string &socket, const std::string &source)
+double processor_seconds(pid_t process)
+{
+    clockid_t clock{};
+    timespec time{};
+    if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0)
+        throw std::runtime_error("no processor time of process " + std::to_string(process));
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+Fd try_connect(const std::string &socket, const std::string &source, int flags)
 {
     const bool local = socket.starts_with('/');
-    Fd fd(::socket(local ? AF_UNIX : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
+    Fd fd(::socket(local ? AF_UNIX : AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+    for (const int way : {SO_RCVTIMEO, SO_SNDTIMEO})
+        setsockopt(fd.get(), SOL_SOCKET, way, &kPatience, sizeof kPatience);
     int result = -1;
     if (local) {
         sockaddr_un address{};
@@ -65,7 +65,7 @@ Fd try_connect(const std::string &socket, const std::string &source)
         if (bind(fd.get(), generic(from), sizeof from) == 0)
             result = connect(fd.get(), generic(to), sizeof to);
     }
-    return result == 0 ? std::move(fd) : Fd();
+    return result == 0 || errno == EINPROGRESS ? std::move(fd) : Fd();
 }
 
 Connection::Connection(const Contender &contender) : Connection(contender, try_connect(contender.socket)) {}
@@ -92,7 +92,8 @@ bool Connection::receive(const Exchange &exchange)
         buffer_.resize(size);
     const ssize_t n = recv(socket_.get(), buffer_.data() + received_, size - received_, 0);
     if (n <= 0)
-        throw std::runtime_error("no whole answer to " + exchange.request.substr(0, 100) + ": " +
+        throw std::runtime_error((n < 0 ? std::strerror(errno) : "closed") +
+                                 (" in the answer to " + exchange.request.substr(0, 100)) + ": " +
                                  buffer_.substr(0, std::min<std::size_t>(received_, 100)));
     received_ += static_cast<std::size_t>(n);
     if (received_ < size)
@@ -161,7 +162,7 @@ std::size_t ten_clients(Contender &contender, double seconds)
         const int ready =
             epoll_wait(epoll.get(), events, kClients, static_cast<int>(kPatience.tv_sec) * 1000);
         if (ready <= 0)
-            throw std::runtime_error("no answer for a minute");
+            throw std::runtime_error("no answer for 20 s");
         for (int i = 0; i < ready; ++i) {
             const std::size_t which = events[i].data.u64;
             if (!connections[which]->receive(*asked[which]))
@@ -176,7 +177,7 @@ std::size_t ten_clients(Contender &contender, double seconds)
     return count;
 }
 
-Rate rate_of(Drive drive, Contender &contender, double seconds)
+Sample rate_of(Drive drive, Contender &contender, double seconds)
 {
     const auto spent = [&] { return processor_seconds(0) + processor_seconds(contender.process); };
     const auto start = Clock::now();

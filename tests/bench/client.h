@@ -3,6 +3,7 @@
 #include "platform/fd.h"
 
 #include <chrono>
+#include <limits>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -37,8 +38,9 @@ struct Contender {
     const Exchange &next() { return script[at++ % script.size()]; }
 };
 
-/// An empty one when nobody listens there. `source`: an IPv4 address to connect from.
-Fd try_connect(const std::string &socket, const std::string &source = {});
+/// An empty one when nobody listens there. `source`: an IPv4 address to connect from. `flags`: SOCK_NONBLOCK
+/// or 0.
+Fd try_connect(const std::string &socket, const std::string &source = {}, int flags = 0);
 
 /// A blocking connection. Its functions throw when the server closes it or gives a wrong answer.
 class Connection {
@@ -64,11 +66,17 @@ std::size_t ten_clients(Contender &contender, double seconds); ///< each has one
 std::size_t connection_each(Contender &contender, double seconds);
 using Drive = std::size_t (*)(Contender &, double);
 
-/// Exchanges a second.
-struct Rate {
+/// What one round of one contender gave, by the clock and by the processor time that client and server took
+/// together, which other work on the machine does not change.
+struct Sample {
     double wall = 0;
-    double cpu = 0; ///< of processor time that client and server took together
+    double cpu = std::numeric_limits<double>::quiet_NaN(); ///< where it matters
 };
-Rate rate_of(Drive drive, Contender &contender, double seconds);
+
+/// Of all threads of a process; 0 is this one.
+double processor_seconds(pid_t process);
+
+/// Exchanges a second.
+Sample rate_of(Drive drive, Contender &contender, double seconds);
 
 } // namespace qvcd::bench

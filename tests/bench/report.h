@@ -6,7 +6,7 @@
 
 namespace qvcd::bench {
 
-/// Heading and lines of a plain table.
+/// Heading, with what else the machine has to do, and lines of a plain table.
 void print_heading(std::FILE *out);
 void print_line(const Line &line, std::FILE *out);
 

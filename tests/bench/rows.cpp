@@ -16,13 +16,19 @@ constexpr Row kRows[] = {
     {"sizes", "a get in the large model beside one in the small", measure_sizes},
     {"apply", "apply with nothing pending beside a get", measure_apply},
     {"idle", "the same with idle connections beside without", measure_idle},
+    {"flood", "99th percentile of connect, get, close while others connect, dribble and flood",
+     measure_flood},
+    {"save", "save beside the same files written by hand", measure_save},
+    {"start", "from exec to the first answered get", measure_start},
+    {"memory", "resident memory of an API", measure_memory},
+    {"qvc", "qvc get beside a static C client", measure_qvc},
 };
 
-Rate medians(const std::vector<Rate> &rates)
+Sample medians(const std::vector<Sample> &rates)
 {
     std::vector<double> wall;
     std::vector<double> cpu;
-    for (const Rate &rate : rates) {
+    for (const Sample &rate : rates) {
         wall.push_back(rate.wall);
         cpu.push_back(rate.cpu);
     }
@@ -69,27 +75,27 @@ void Comparison::run()
     }
 }
 
-Rate Comparison::value(std::size_t work) const
+Sample Comparison::value(std::size_t work) const
 {
     return medians(values_[work]);
 }
 
-Rate Comparison::ratio(std::size_t work, std::size_t other) const
+Sample Comparison::ratio(std::size_t work, std::size_t other) const
 {
-    std::vector<Rate> ratios;
+    std::vector<Sample> ratios;
     for (std::size_t round = 0; round < values_[work].size(); ++round) {
-        const Rate &ours = values_[work][round];
-        const Rate &theirs = values_[other][round];
+        const Sample &ours = values_[work][round];
+        const Sample &theirs = values_[other][round];
         ratios.push_back({ours.wall / theirs.wall, ours.cpu / theirs.cpu});
     }
     return medians(ratios);
 }
 
 Line Comparison::line(const std::string &name, std::size_t other, const std::string &beside, Goal goal,
-                      double values) const
+                      double factor, const char *unit) const
 {
-    const Rate compared = ratio(0, other);
-    return {name, value(0).wall * values, "/s", beside, compared.wall, compared.cpu, goal};
+    const Sample compared = ratio(0, other);
+    return {name, value(0).wall * factor, unit, beside, compared.wall, compared.cpu, goal};
 }
 
 } // namespace qvcd::bench

@@ -22,10 +22,10 @@ struct Line {
     std::string name; ///< "single get, 10000"
     double value = 0;
     std::string unit;
-    std::string beside; ///< what the ratio refers to
-    std::optional<double> ratio;
-    std::optional<double> cpu_ratio; ///< the same of processor time
-    Goal goal;
+    std::string beside{}; ///< what the ratio refers to
+    std::optional<double> ratio{};
+    std::optional<double> cpu_ratio{}; ///< the same of processor time
+    Goal goal{};
 
     bool judged() const { return goal.kind != Goal::none && (ratio || goal.kind == Goal::value_at_most); }
     bool falls_short() const;
@@ -44,7 +44,7 @@ struct Row {
 /// In the order in which they run.
 std::span<const Row> rows();
 
-// What the rows measure; see rows.cpp and README.md. Each throws when an answer is wrong.
+// What the rows measure; see rows.cpp and docs/performance.md. Each throws when an answer is wrong.
 void measure_get(const Settings &settings, const Report &report);
 void measure_clients(const Settings &settings, const Report &report);
 void measure_connection(const Settings &settings, const Report &report);
@@ -54,23 +54,28 @@ void measure_set(const Settings &settings, const Report &report);
 void measure_sizes(const Settings &settings, const Report &report);
 void measure_apply(const Settings &settings, const Report &report);
 void measure_idle(const Settings &settings, const Report &report);
+void measure_flood(const Settings &settings, const Report &report);
+void measure_save(const Settings &settings, const Report &report);
+void measure_start(const Settings &settings, const Report &report);
+void measure_memory(const Settings &settings, const Report &report);
+void measure_qvc(const Settings &settings, const Report &report);
 
 /// Runs works in turn, round by round, so that all meet the same disturbances.
 class Comparison {
   public:
     explicit Comparison(const Settings &settings) : rounds_(settings.rounds) {}
-    void add(std::function<Rate()> work) { works_.push_back(std::move(work)); }
+    void add(std::function<Sample()> work) { works_.push_back(std::move(work)); }
     void run();
-    Rate value(std::size_t work) const;                    ///< median
-    Rate ratio(std::size_t work, std::size_t other) const; ///< median of the ratios of each round
-    /// The first work beside another; `values`: what one exchange brings.
+    Sample value(std::size_t work) const;                    ///< median
+    Sample ratio(std::size_t work, std::size_t other) const; ///< median of the ratios of each round
+    /// The first work beside another. What works gave, times `factor`, is in `unit`.
     Line line(const std::string &name, std::size_t other, const std::string &beside, Goal goal,
-              double values = 1) const;
+              double factor = 1, const char *unit = "/s") const;
 
   private:
     int rounds_;
-    std::vector<std::function<Rate()>> works_;
-    std::vector<std::vector<Rate>> values_; // of each work
+    std::vector<std::function<Sample()>> works_;
+    std::vector<std::vector<Sample>> values_; // of each work
 };
 
 double median(std::vector<double> values);

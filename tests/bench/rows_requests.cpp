@@ -179,7 +179,7 @@ void measure_idle(const Settings &settings, const Report &report)
         Comparison comparison(settings);
         comparison.add([&] {
             IdleConnections idle(silent, settings.connections);
-            const Rate rate = rate_of(row.drive, qvcd, settings.slice);
+            const Sample rate = rate_of(row.drive, qvcd, settings.slice);
             idle.expect_open();
             return rate;
         });

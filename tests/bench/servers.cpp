@@ -111,7 +111,7 @@ Daemon::Daemon(const Settings &settings, std::size_t apis, const std::vector<std
     start_seconds_ = seconds_since(start);
 }
 
-// In order, so that a benchmark that runs on a sanitized daemon hears of leaks.
+// In order, as a device stops it.
 Daemon::~Daemon()
 {
     kill(child_->id(), SIGINT);

@@ -32,6 +32,9 @@ PATIENCE = 30.0  # seconds until a condition that must come counts as missed; sa
 SANITIZER_REPORT = re.compile(r"(ERROR|WARNING|SUMMARY): \w*Sanitizer|runtime error:")
 
 
+# Tells that it has begun, and ends when the test has written /go.
+WAIT_FOR_GO = '#!/bin/sh\necho >>"$QV_SYSROOT/started"\nwhile [ ! -e "$QV_SYSROOT/go" ]; do sleep 0.01; done\necho 42\n'
+
 LIBC = ctypes.CDLL(None)
 PR_SET_PDEATHSIG = 1
 
@@ -71,6 +74,24 @@ def wait_until(condition, what, patience=PATIENCE):
 def escape(text):
     """A value as the wire needs it."""
     return "".join(c if c.isalnum() and c.isascii() else "".join(f"%{b:02X}" for b in c.encode()) for c in text)
+
+
+def metadata(text):
+    """Metadata from lines "API: attribute = value; attribute = value"."""
+    lines = (line.strip().partition(": ") for line in text.splitlines() if line.strip())
+    return "".join(f"{api}.{one.strip()}\n" for api, _, attributes in lines for one in attributes.split("; "))
+
+
+def user_file(groups, users):
+    """A user file as the daemon writes it. groups: {number: perm}. users: {name: (group, password, default)}."""
+    lines = ["Group {"]
+    for number, perm in groups.items():
+        lines += [f"  {number} {{", f"    perm = {perm}", "  }"]
+    lines += ["}", "User {"]
+    for name, values in users.items():
+        fields = zip(("group", "passwd", "default"), values)
+        lines += [f"  {name} {{", *(f"    {field} = {value}" for field, value in fields), "  }"]
+    return "\n".join([*lines, "}", ""])
 
 
 def as_bytes(text):
@@ -284,7 +305,7 @@ class Appliance:
         kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_"))}
         return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
 
-    def start(self, *options, level=4, tcp=False, env=None, wrapper=(), in_child=lambda: None):
+    def start(self, *options, level=4, tcp=False, env=None, program=QVCD, wrapper=(), in_child=lambda: None):
         """Starts the daemon in the foreground with a fresh log, and waits until it answers.
 
         wrapper: words of a command that executes the daemon in its own place. in_child: runs before it.
@@ -292,7 +313,7 @@ class Appliance:
         assert self.process is None, "it runs already"
         for name in ("/log", "/stderr"):
             self.path(name).unlink(missing_ok=True)
-        command = [*wrapper, QVCD, "-g", "-l", self.path("/log"), f"-v{level}", *map(str, options)]
+        command = [*wrapper, program, "-g", "-l", self.path("/log"), f"-v{level}", *map(str, options)]
         if tcp:
             self.tcp = self.tcp or Reservation()
             command += ["-P", str(self.tcp.port)]

@@ -1,11 +1,9 @@
 """Kills at any moment, full disks and folders that cannot be written: files stay whole."""
 
-import collections
 import os
 import pathlib
 import random
 import re
-import resource
 import shutil
 import signal
 import subprocess
@@ -14,31 +12,17 @@ import time
 
 import pytest
 
-from appliance import Reply, die_with_us, wait_until
+from appliance import Reply, die_with_us, metadata, user_file, wait_until
 
 KILLS = 200
 
-META = """
-A {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/a.conf
-    shadow = /etc/shadow.d/a.conf
-    first.attr = first
-    first.default = 0
-    second.attr = second
-    second.default = 0
-}
-B {
-    perm = 7777
-    read = quotedkv_rfunc
-    write = quotedkv_wfunc
-    file = /etc/b.conf
-    only.attr = only
-    only.default = 0
-}
-"""
+META = metadata("""
+A: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf; shadow = /etc/shadow.d/a.conf
+A.first: attr = first; default = 0
+A.second: attr = second; default = 0
+B: perm = 7777; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/b.conf
+B.only: attr = only; default = 0
+""")
 FILLER = "".join(f"# line {i} of somebody else's settings\n" for i in range(400))
 APIS = ("A.first", "A.second", "B.only")
 
@@ -49,13 +33,13 @@ def texts(n):
     return {"/etc/a.conf": a, "/etc/shadow.d/a.conf": a, "/etc/b.conf": f'{FILLER}only="{n}"\n'}
 
 
-def user_file(n):
-    return f"Group {{\n  1 {{\n    perm = 777\n  }}\n}}\nUser {{\n  admin {{\n    group = 1\n    passwd = p{n}\n  }}\n}}\n"
+def users(n):
+    return user_file({1: 777}, {"admin": (1, f"p{n}")})
 
 
 @pytest.fixture
 def a(appliance):
-    return appliance(META, {**texts(0), "/etc/user.conf": (user_file(0), 0o600)})
+    return appliance(META, {**texts(0), "/etc/user.conf": (users(0), 0o600)})
 
 
 def number_in(text):
@@ -73,7 +57,7 @@ def check_files(a, lowest, highest):
         assert text == texts(values[name])[name], f"{name} is torn"
     text = a.read("/etc/user.conf")
     values["/etc/user.conf"] = number_in(text)
-    assert text == user_file(values["/etc/user.conf"]), "the user file is torn"
+    assert text == users(values["/etc/user.conf"]), "the user file is torn"
     assert a.path("/etc/user.conf").stat().st_mode & 0o777 == 0o600
     assert all(lowest <= n <= highest for n in values.values()), (lowest, values, highest)
     return values
@@ -176,88 +160,18 @@ def require_strace():
         pytest.skip("ptrace is not allowed here")
 
 
-def calls_of_the_save(trace):
-    """(name, how many of it the thread had made since strace came) of each call from the command's arrival on."""
-    thread = next(line.split()[0] for line in trace if "save A B" in line)
-    made = collections.Counter()
-    calls = []
-    arrived = False
-    for line in trace:
-        match = re.match(rf"{thread} +(\w+)\(", line)
-        if not match:
-            arrived = arrived or (line.startswith(thread) and "save A B" in line)
-            continue
-        made[match.group(1)] += 1
-        if arrived:
-            calls.append((match.group(1), made[match.group(1)]))
-        arrived = arrived or "save A B" in line
-    return calls
-
-
 def set_all(a, n):
     assert a.command("sets " + " ".join(f"{api}={n}" for api in APIS)).code == 0
 
 
-def test_a_kill_at_every_system_call_of_a_save(a):
-    require_strace()
-    a.start(level=1)
-    set_all(a, 1)
-    a.talk("save A B")
-    a.restart(level=1)
-    set_all(a, 2)
-    tracer = Tracer(a)
-    a.talk("save A B")
-    # Waking threads is not part of the save, and happens at times.
-    calls = [call for call in calls_of_the_save(tracer.stop()) if call[0] != "futex"]
-    assert {"openat", "write", "fsync", "renameat", "truncate"} <= {name for name, _ in calls}, calls
-    a.restart(level=1)
-    held = 2
-    killed = 0
-    for new, (name, count) in enumerate(calls, 3):
-        set_all(a, new)
-        tracer = Tracer(a, "-e", f"trace={name}", "-e", f"inject={name}:signal=KILL:when={count}")
-        try:
-            a.talk("save A B")
-        except OSError:
-            pass
-        wait_until(lambda: a.has_ended() or a.answers(), "either end")
-        killed += a.has_ended()
-        tracer.stop()
-        a.kill()
-        for file in texts(0):
-            assert a.read(file) in (texts(held)[file], texts(new)[file]), (name, count, file)
-        a.start(level=1)
-        assert a.log() == a.stderr() == ""
-        files = {file: a.read(file) for file in texts(0)}
-        assert files in (texts(held), texts(new)), f"a part of a save, killed at {name} {count}"
-        held = number_in(files["/etc/a.conf"])
-    set_all(a, 1)
-    assert a.command("save").code == 0
-    assert {name: a.read(name) for name in texts(1)} == texts(1)
-    # Where a call is made only at times, the save may have gone well.
-    assert killed >= 0.9 * len(calls), f"{killed} of {len(calls)}"
-
-
 # ---- Files that cannot be written ----
 
-PAIR = """
-Full {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /full/etc/full.conf
-    value.attr = value
-    value.default =
-}
-Other {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/other.conf
-    value.attr = value
-    value.default =
-}
-"""
+PAIR = metadata("""
+Full: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /full/etc/full.conf
+Full.value: attr = value; default =
+Other: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/other.conf
+Other.value: attr = value; default =
+""")
 BIG_FILLER = "".join(f"# {i:04} {'x' * 92}\n" for i in range(160))  # 16,000 bytes
 OLD = BIG_FILLER + "value=old\n"
 LIMIT = 16384  # not enough for the old text and a new value of 900 bytes
@@ -318,36 +232,6 @@ def test_full_disk(appliance):
     assert disk.path("etc/full.conf").read_text() == BIG_FILLER + f"value={NEW}\n"
 
 
-def test_read_only_file_system(appliance):
-    a = appliance(PAIR, {"/old": OLD, "/etc/other.conf": "value=0\n"})
-    disk = SmallDisk(a, "/full")
-    a.start(wrapper=disk.wrapper('mount -o remount,ro "$0"'))
-    refuse_save(a, "Read-only file system")
-    assert disk.path("etc/full.conf").read_text() == OLD
-
-
-def limit_files():
-    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-    resource.setrlimit(resource.RLIMIT_FSIZE, (LIMIT, LIMIT))
-
-
-def test_file_size_limit(appliance):
-    """Like a full disk, where name spaces are not allowed."""
-    a = appliance(PAIR, {"/full/etc/full.conf": OLD, "/etc/other.conf": "value=0\n"})
-    a.start(level=0, in_child=limit_files)
-    refuse_save(a, "File too large")
-    assert a.read("/full/etc/full.conf") == OLD
-    assert os.listdir(a.path("/full/etc")) == ["full.conf"]
-
-
-@pytest.mark.parametrize("place", ["missing", "file"])
-def test_folder_that_is_none(appliance, place):
-    a = appliance(PAIR, {"/etc/other.conf": "value=0\n", **({"/full": "in the way\n"} if place == "file" else {})})
-    a.start()
-    refuse_save(a, "No such file or directory" if place == "missing" else "Not a directory")
-    assert a.path("/full").exists() == (place == "file")
-
-
 def test_shadow_that_cannot_be_written(a):
     shutil.rmtree(a.path("/etc/shadow.d"))
     a.write("/etc/shadow.d", "in the way\n")
@@ -363,20 +247,3 @@ def test_shadow_that_cannot_be_written(a):
     a.path("/etc/shadow.d").mkdir()
     assert a.command("save") == Reply(["A.first=1", "A.second=1"], 0)
     assert {name: a.read(name) for name in texts(1)} == texts(1)
-
-
-def test_user_file_that_cannot_be_written(appliance):
-    big = user_file(0) + "".join(f"User.u{i}.passwd = {'x' * 90}\n" for i in range(130))
-    a = appliance(META, {**texts(0), "/etc/user.conf": (big, 0o600)})
-    a.start(level=0, in_child=limit_files)
-    assert a.command(f"user.passwd admin {6000 * 'x'}").lines == ["User.admin.passwd=##Password too long#"]
-    for i in range(8):
-        a.command(f"user.passwd u{i} {1000 * 'y'}")
-    assert re.search(r"^Can not write /etc/user\.conf: File too large$", a.log(), re.M)
-    text = a.read("/etc/user.conf")
-    assert text.endswith("}\n") and len(text) <= LIMIT and 1 <= text.count(1000 * "y") < 8
-    assert [name for name in os.listdir(a.path("/etc")) if "user" in name or "qvcd" in name] == ["user.conf"]
-    a.stop()
-    a.start(level=1)
-    assert a.log() == ""
-    assert a.login("admin", "p0")

@@ -10,25 +10,14 @@ import subprocess
 import paho.mqtt.client
 import pytest
 
-from appliance import PATIENCE, QVC, Connection, Reply, Reservation, die_with_us, wait_until
+from appliance import QVC, Reply, Reservation, die_with_us, metadata, wait_until
 
-META = """
-Web {
-    perm = 7777
-    read = kv_rfunc
-    write = kv_wfunc
-    file = /etc/web.conf
-    apply = no_apply
-    port.attr = port
-    port.type = portnumber
-    port.default = 80
-    password.attr = password
-    password.type = password 1 64
-    password.default = initial
-    text.attr = text
-    text.default =
-}
-"""
+META = metadata("""
+Web: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/web.conf; apply = no_apply
+Web.port: attr = port; type = portnumber; default = 80
+Web.password: attr = password; type = password 1 64; default = initial
+Web.text: attr = text; default =
+""")
 USERS = "Group.1.perm = 777\nUser.admin.group = 1\nUser.admin.passwd = kelpo\n"
 
 
@@ -73,64 +62,6 @@ def test_what_changes_nothing_is_no_event(a):
     a.command("set Web.port=81")
     events.wait_for("set", "Web.port=81")
     assert events.seen() == [("set", "Web.port=81")]
-
-
-def test_passwords_reach_no_subscriber(a):
-    events = a.start().subscribe()
-    a.command("update Web.password=hush%21")
-    a.command("default Web.password")
-    a.command("save")
-    wait_until(lambda: len(events.seen()) == 4, "all events")
-    assert events.seen() == [(event, "Web.password=*******") for event in ("set", "save", "apply", "save")]
-    assert "hush" not in a.log() and "Web.password=initial" not in a.log()
-    assert a.logged("Set Web.password=*******") and a.logged("notify: save: Web.password=******* (qvc save)")
-
-
-def test_payloads_of_all_kinds_make_one_json_line_each(a):
-    events = a.start().subscribe()
-    values = {"%22%5C": '"\\', "%C3%A4": "ä", "%FF": "�", 1023 * "x": 1014 * "x"}
-    for sent, value in values.items():
-        assert a.command(f"set Web.text={sent}").code == 0
-        events.wait_for("set", f"Web.text={value}")
-    assert len(events.seen()) == len(values)
-
-
-def test_many_subscribers_and_those_that_leave(a):
-    a.start()
-    kept = [a.subscribe() for _ in range(5)]
-    for leave in (Connection.close, Connection.vanish):
-        gone = Connection(str(a.path("/var/run/qv/notify.sock")))
-        leave(gone)
-        a.command("login admin kelpo")
-    a.command("set Web.port=81")
-    for events in kept:
-        events.wait_for("set", "Web.port=81")
-
-
-def test_subscriber_that_never_reads_is_dropped_and_holds_up_nobody(a):
-    a.start(level=2)
-    lazy = Connection(str(a.path("/var/run/qv/notify.sock")))
-    events = a.subscribe()
-    try:
-        rounds = 0
-        while "notify: a subscriber is dropped, it does not read" not in a.log():
-            rounds += 1
-            assert rounds < 100
-            reply = a.talk([f"set Web.text={i % 2}{900 * 'x'}" for i in range(100)])
-            assert reply.endswith(b"@\n0\n")
-        wait_until(lambda: len(events.seen()) == 100 * rounds, "all events at the other subscriber")
-    finally:
-        lazy.close()
-
-
-def test_stop_sends_what_is_left(a):
-    events = a.start().subscribe()
-    a.command("set Web.port=81")
-    a.stop()
-    events.wait_for("set", "Web.port=81")
-    events.thread.join(PATIENCE)
-    assert not events.thread.is_alive()
-    assert not a.path("/var/run/qv/notify.sock").exists()
 
 
 def test_watching_client(a):

@@ -99,13 +99,6 @@ def test_links_go_down_and_vanish(network):
     assert (values["linkstate"], values["ipaddress"]) == ("unknown", "n/a")
 
 
-def test_default_gateway(network):
-    assert network.appliance.get("Network.CurrentSettings.gateway") == "0.0.0.0"
-    network.add("eth0", "10.1.2.3/24")
-    network.ip("route add default via 10.1.2.1")
-    assert network.appliance.get("Network.CurrentSettings.gateway") == "10.1.2.1"
-
-
 def test_one_snapshot_serves_a_whole_get(network):
     """Counted at the source: each snapshot is one netlink socket."""
     network.add("eth0", "10.1.2.3/24")
@@ -136,28 +129,6 @@ def status(network):
     return "".join(
         open(f"/proc/{pid}/task/{task}/status").read() for task in sorted(os.listdir(f"/proc/{pid}/task"), key=int)[-1:]
     )
-
-
-def test_stream_links_follow_the_links(network):
-    a = network.appliance
-    network.add("eth0", "10.0.0.5/24")
-    network.add("wlan0", "10.0.1.5/24")
-    assert a.command("set VideoStreamer.Settings.1.mode=RTSP").code == 0
-    expected = [
-        "VideoStreamer.Links.published=1",
-        "VideoStreamer.Links.1.Eth0.rtsp=rtsp://10.0.0.5/stream1",
-        "VideoStreamer.Links.1.Wlan0.rtsp=rtsp://10.0.1.5/stream1",
-    ]
-    lines = a.command("get VideoStreamer.Links").lines
-    assert [line for line in lines if ".rtsp=" in line or "published" in line] == expected
-    assert a.get("VideoStreamer.Links.1.Eth0.rtsp") == "rtsp://10.0.0.5/stream1"
-    network.ip("link delete wlan0")
-    a.command("set VideoStreamer.Configuration.RTSP.port=8554")
-    lines = a.command("get VideoStreamer.Links").lines
-    assert "VideoStreamer.Links.1.Eth0.rtsp=rtsp://10.0.0.5:8554/stream1" in lines
-    assert not [line for line in lines if "Wlan0" in line]
-    network.ip("link delete eth0")
-    assert a.command("get VideoStreamer.Links").lines == ["VideoStreamer.Links.published=0"]
 
 
 def test_a_link_with_a_password_is_for_who_may_read_the_password(network):
@@ -222,27 +193,3 @@ def unit_answers(unit):
         return done.returncode == 0
 
     return ping
-
-
-def test_uplink_tells_local_from_none(network):
-    a = network.appliance
-    assert a.get("Network.CurrentSettings.uplink") == "none"
-    network.add("eth0", "10.1.2.3/24")
-    assert a.get("Network.CurrentSettings.uplink") == "local"
-    web = a.path("/web")
-    web.mkdir()
-    pid = str(a.process.pid)
-    server = subprocess.Popen(
-        ["nsenter", "--target", pid, "--net", "/usr/bin/python3", "-u", "-m", "http.server", "--bind", "127.0.0.1", "8099"],
-        cwd=web,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.DEVNULL,
-    )
-    try:
-        assert b"8099" in server.stdout.readline()
-        assert a.command("set System.Configuration.Uplink.public_url=http%3A%2F%2F127.0.0.1%3A8099%2F").code == 0
-        assert a.get("Network.CurrentSettings.uplink") == "provider"
-    finally:
-        server.kill()
-        server.wait()
-        server.stdout.close()

@@ -6,7 +6,7 @@ import threading
 
 import pytest
 
-from appliance import Reply, wait_until
+from appliance import WAIT_FOR_GO, Reply, wait_until
 from test_crash import SmallDisk, Tracer, require_strace
 
 GROUP = "%s {{\n perm = 7777\n read = {0}_rfunc\n write = {0}_wfunc\n file = %s\n v.attr = v\n v.default = 0\n {1}\n}}\n"
@@ -67,23 +67,6 @@ def test_a_live_value_that_does_not_arrive_is_refused(appliance):
 # ---- What the files hold ----
 
 
-def test_files_of_other_programs_keep_every_byte(appliance):
-    long_line = f"# {5000 * 'x'} Port=1\n"
-    old = f"{long_line}#Port 22\n#Port = 21 is used by ftp\r\nPortrange 1-9\nPort 8022\n{3000 * 'y'}"
-    a = appliance(
-        "S {\n perm = 7777\n read = kv_rfunc\n write = kv_wfunc\n file = /etc/sshd\n p.attr = Port\n p.default = 22\n"
-        " n.attr = New\n n.default = 1\n}\n",
-        {"/etc/sshd": old.encode()},
-    ).start()
-    assert a.get("S.p") == "8022"
-    text = old + "\nNew=1\n"
-    assert a.path("/etc/sshd").read_bytes() == text.encode()
-    assert a.command("update S.p=9022").code == 0
-    assert a.path("/etc/sshd").read_bytes() == text.replace("8022", "9022").encode()
-    a.restart()
-    assert a.get("S.p") == "9022"
-
-
 def test_an_ntp_configuration_keeps_the_saved_server(appliance):
     meta = "Services.NTP {\n perm = 7777\n read = ntp_rfunc\n write = ntp_wfunc\n file = /etc/ntp.conf\n" + "".join(
         f"{name}.attr = {name}\n{name}.default = {default}\n" for name, default in (("server", "own"), ("interval", "daily"))
@@ -99,16 +82,6 @@ def test_an_ntp_configuration_keeps_the_saved_server(appliance):
     a.restart()
     assert a.command("get Services.NTP").lines == ["Services.NTP.server=b", "Services.NTP.interval=daily"]
     assert a.read("/etc/ntp.conf") == text + line % ("b", 16)
-
-
-def test_any_number_of_files(appliance):
-    a = appliance("F.__d {\n range = 1 100\n perm = 7777\n read = kv_rfunc\n write = kv_wfunc\n file = /etc/f__d\n v.attr = v\n v.default = 0\n}\n")
-    a.start()
-    lines = [f"F.{i}.v=1" for i in range(1, 101)]
-    assert a.command("set " + " ".join(lines[:99])).code == 0
-    assert a.command("save") == Reply(lines[:99], 0)
-    assert [a.read(f"/etc/f{i}") for i in range(1, 101)] == 99 * ["v=1\n"] + ["v=0\n"]
-    assert is_modified(a)
 
 
 def test_secrets_are_not_for_others(appliance):
@@ -210,7 +183,7 @@ def test_others_go_on_while_a_save_flushes(appliance):
 def test_a_set_while_a_reload_reads_is_not_lost(appliance):
     meta = group("A", "/etc/a.conf", "kv", "read = syscall_rfunc\n v.attr = $QV_SYSROOT/reader")
     a = appliance(meta, {"/reader": ("#!/bin/sh\necho 7\n", 0o755)}).start()
-    a.write("/reader", '#!/bin/sh\n>"$QV_SYSROOT/started"\nwhile [ ! -e "$QV_SYSROOT/go" ]; do sleep 0.01; done\necho 8\n', 0o755)
+    a.write("/reader", WAIT_FOR_GO, 0o755)
     replies, thread = in_background(a, "reload A")
     wait_until(a.path("/started").exists, "the reader")
     assert a.command("sets A.v=9").code == 0
@@ -235,10 +208,3 @@ def test_the_start_leaves_alone_what_it_cannot_read(appliance):
         a.path(f"/etc/{name}.real").rename(a.path(f"/etc/{name}.conf"))
     a.restart(level=1)
     assert (a.get("A.v"), a.get("B.v")) == ("5", "6")
-
-
-def test_nothing_in_tmp_is_needed(appliance):
-    a = appliance(group("A", "/etc/a.conf"), {"/tmp/qvcd": "put there by somebody else\n"}).start()
-    assert a.command("update A.v=1") == Reply(2 * ["A.v=1"], 0)
-    a.stop()
-    assert a.read("/etc/a.conf") == "v=1\n" and a.read("/tmp/qvcd") == "put there by somebody else\n"

@@ -12,24 +12,16 @@ import threading
 
 import pytest
 
-from appliance import PATIENCE, QVC, Appliance, Connection, Reply, Reservation, run_qvcd, wait_until
+from appliance import PATIENCE, QVC, WAIT_FOR_GO, Appliance, Connection, Reservation, metadata, run_qvcd
 
 LONG = "x" * 1000
-META = f"""
-A {{
-    perm = 7777
-    b.attr = b
-    b.default = 1
-    long.attr = long
-    long.default = {LONG}
-    slow.attr = slow
-    slow.default = 1
-    slow.apply = initd_restart slow
-    mine.perm = 7700
-    mine.attr = mine
-    mine.default = 1
-}}
-"""
+META = metadata(f"""
+A: perm = 7777
+A.b: attr = b; default = 1
+A.long: attr = long; default = {LONG}
+A.slow: attr = slow; default = 1; apply = initd_restart slow
+A.mine: perm = 7700; attr = mine; default = 1
+""")
 USERS = """Group {
   1.perm = 777
   3.perm = 4
@@ -43,7 +35,6 @@ User {
   nobody.passwd = n
 }
 """
-WAIT_FOR_GO = '#!/bin/sh\nwhile [ ! -e "$QV_SYSROOT/go" ]; do sleep 0.01; done\n'
 
 
 class Certificates:
@@ -179,37 +170,6 @@ def test_qvc_on_a_terminal(box):
         assert p.wait(PATIENCE) == 0
     os.close(keyboard)
     os.close(terminal)
-
-
-def test_megabytes_both_ways_to_a_client_that_reads_late(box):
-    asked = 8400
-    lines = [b"get A.long".ljust(1000) + b"\n"] * asked
-    with TlsConnection(box) as c:
-        writer = threading.Thread(target=lambda: c.send(b"".join(lines) + b"\n"))
-        writer.start()
-        assert box.command("get A.b") == Reply(["A.b=1"], 0)  # others are not held up
-        with TlsConnection(box) as other:
-            other.send("get A.b\n\n")
-            assert other.read_all() == b"A.b=1\n@\n0\n"
-        assert c.read_all() == asked * f"A.long={LONG}\n".encode() + b"@\n0\n"
-        writer.join()
-
-
-def test_twenty_at_once(box):
-    answers = []
-
-    def talk():
-        for _ in range(5):
-            with TlsConnection(box) as c:
-                c.send(300 * "get A.b,A.long\n" + "\n")
-                answers.append(c.read_all())
-
-    threads = [threading.Thread(target=talk) for _ in range(20)]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
-    assert len(answers) == 100 and set(answers) == {300 * f"A.b=1\nA.long={LONG}\n".encode() + b"@\n0\n"}
 
 
 def half_closed(a, farewell):

@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from appliance import Reply, Reservation, wait_until
+from appliance import Reply, Reservation, metadata, wait_until
 
 FAILED = "##Apply failed#"
 
@@ -38,23 +38,6 @@ def ask(a, *lines):
 
 
 # ---- Limits ----
-
-ENDLESS = {"hangs": "echo 5; sleep 60", "prints": "yes 6", "service": "echo 7; sleep 61 &"}
-
-
-def test_readers_that_never_end(appliance):
-    """Were one of them waited for, the test would take a minute."""
-    apis = {name: f"attr = {command}" for name, command in ENDLESS.items()}
-    started = time.monotonic()
-    a = appliance(model("syscall_rfunc", "timeout = 1", **apis)).start()
-    values = ["A.hangs=5", "A.prints=6", "A.service=7"]
-    assert a.command("get A") == Reply(values, 0)
-    for name, command in ENDLESS.items():
-        assert a.logged(f"ended, its time is over: {command}") == (name != "service")
-    asked = [ask(a, f"reload A.{name}", f"get A.{name}") for name in ENDLESS]
-    assert [c.read_all().decode().splitlines()[1] for c in asked] == values
-    assert time.monotonic() - started < 45
-
 
 def test_actions_that_never_end(appliance):
     scripts = {"/etc/init.d/hangs": ("#!/bin/sh\nsleep 60\n", 0o755)}
@@ -133,15 +116,6 @@ def test_answers_come_before_the_action_ends_the_daemon(appliance):
     a.reap()
 
 
-def test_answers_come_before_the_action_ends(appliance):
-    a = appliance(model(n="apply = initd_restart web"), {"/etc/init.d/web": (WAIT_FOR_GO, 0o755)}).start()
-    c = ask(a, "get A", "set A.n=1", "apply", "get A.n")
-    assert c.read_lines(3) == b"A.n=0\nA.n=1\nA.n=1\n"
-    assert c.silent_for(0.05)
-    a.write("/go", "")
-    assert c.read_all() == b"A.n=1\n@\n0\n"
-
-
 def test_many_actions_that_ask_the_daemon_themselves(appliance):
     """Each waits for an answer from the daemon that runs it."""
     script = '#!/bin/sh\nqvc get "A.${0##*/}" >>"$QV_SYSROOT/notes"\n'
@@ -158,22 +132,12 @@ def test_many_actions_that_ask_the_daemon_themselves(appliance):
 
 # ---- Probes ----
 
-UPLINK = """
-System.Configuration.Uplink {
-    perm = 7777
-    read = no_rfunc
-    maker_url.attr = x
-    maker_url.default = %s
-    public_url.attr = x
-    public_url.default = %s
-}
-Net.uplink {
-    perm = 7777
-    dynamic = true
-    attr = x
-    read = uplink_rfunc
-}
-"""
+UPLINK = metadata("""
+System.Configuration.Uplink: perm = 7777; read = no_rfunc
+System.Configuration.Uplink.maker_url: attr = x; default = %s
+System.Configuration.Uplink.public_url: attr = x; default = %s
+Net.uplink: perm = 7777; dynamic = true; attr = x; read = uplink_rfunc
+""")
 
 
 def test_uplink_over_https(appliance):

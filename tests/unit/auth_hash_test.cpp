@@ -35,7 +35,8 @@ class HashTest : public AuthTest {
     static std::string stored(const char *user, const char *field = "passwd")
     {
         Tree file = Tree::make();
-        EXPECT_EQ(HdfResult::ok, hdf_read_own_file_whole(auth_root().path("etc/user.conf"), file).result);
+        EXPECT_EQ(HdfResult::ok,
+                  hdf_read_own_file_whole(appliance_root().path("etc/user.conf"), file).result);
         const std::string text = file.get_or(std::string("User.") + user + "." + field, "(none)");
         EXPECT_EQ(text, user_get_stored(user, field).value_or("(none)"));
         return text;
@@ -110,10 +111,10 @@ TEST_F(HashTest, PlainPasswordsGoAtTheFirstRightLogin)
 
 TEST_F(HashTest, AFileThatCannotBeWrittenLocksNobodyOut)
 {
-    std::filesystem::rename(auth_root().path("etc"), auth_root().path("away"));
+    std::filesystem::rename(appliance_root().path("etc"), appliance_root().path("away"));
     EXPECT_LT(0, login("admin", "kelpo"));
     EXPECT_EQ("kelpo", user_get_passwd("admin"));
-    std::filesystem::rename(auth_root().path("away"), auth_root().path("etc"));
+    std::filesystem::rename(appliance_root().path("away"), appliance_root().path("etc"));
     EXPECT_LT(0, login("admin", "kelpo"));
     EXPECT_TRUE(is_hash_of(stored("admin"), "kelpo"));
 }
@@ -131,7 +132,7 @@ TEST_F(HashTest, NewPasswords)
 
     const std::string import =
         "User.in.group = 2\nUser.in.passwd = plain\nUser.in.default = " + std::string(kSha512) + "\n";
-    EXPECT_EQ(nullptr, user_import(kRoot, auth_root().write("tmp/users", import)));
+    EXPECT_EQ(nullptr, user_import(kRoot, appliance_root().write("tmp/users", import)));
     EXPECT_TRUE(is_hash_of(stored("in"), "plain"));
     EXPECT_EQ(kSha512, stored("in", "default"));
     EXPECT_LT(0, login("in", "plain"));
@@ -146,7 +147,7 @@ TEST_F(HashTest, NewPasswords)
 
 TEST_F(HashTest, TheBuiltInAdministratorGetsAFile)
 {
-    std::filesystem::remove(auth_root().path("etc/user.conf"));
+    std::filesystem::remove(appliance_root().path("etc/user.conf"));
     ASSERT_EQ(0, user_load_db_file(qv_device_file("/etc/user.conf")));
     EXPECT_LT(0, login("admin", "kelpo"));
     EXPECT_TRUE(is_hash_of(stored("admin"), "kelpo"));

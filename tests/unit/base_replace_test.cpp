@@ -8,11 +8,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -153,29 +151,6 @@ TEST_F(Replacing, FilesOfTheKernelAreWrittenInPlace)
     EXPECT_EQ(wrong.commit(), (Results{{EINVAL, false}}));
     EXPECT_EQ(read_file(file), "0\n");
     rmdir(group.c_str());
-}
-
-TEST_F(Replacing, WritingInPlacePutsTheOldTextBack)
-{
-    const std::string file = write("etc/f", "the old text");
-    const auto put = [&](const char *text) {
-        FileSet set;
-        set.add({file, text, 0666, FileChange::Kind::device});
-        return set.commit().front().error;
-    };
-    const pid_t child = fork();
-    if (child == 0) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{16, 16};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        _exit(put("what is too long for the limit") == EFBIG ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(read("etc/f"), "the old text");
-    EXPECT_EQ(put("shorter"), 0);
-    EXPECT_EQ(read("etc/f"), "shorter");
 }
 
 TEST_F(Replacing, LeftOversOfTheDeadAreRemoved)

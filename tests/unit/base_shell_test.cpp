@@ -131,6 +131,19 @@ std::string slow_command(const TempFolder &folder, const std::string &name)
            " >>notes; until [ -e go ]; do sleep 0.01; done; echo -" + name + " >>notes";
 }
 
+TEST(Shell, NothingRunsWhileNobodyCouldServeTheOthers)
+{
+    struct Hooks final : WaitHooks {
+        void before_waiting() noexcept override { ADD_FAILURE(); }
+        void after_waiting() noexcept override { ADD_FAILURE(); }
+        bool can_wait() noexcept override { return false; }
+        std::size_t unsent() noexcept override { return 0; }
+    } hooks;
+    const CommandLock lock(&hooks);
+    EXPECT_NE(shell_run("exit 0"), 0);
+    EXPECT_EQ(shell_capture("echo x", 100), std::nullopt);
+}
+
 TEST(Shell, OneOfAKindRunsAtATime)
 {
     const TempFolder folder;

@@ -19,15 +19,6 @@ TEST(ClientOptions, EndAtTheCommand)
     EXPECT_EQ(options.action, Options::Action::run);
 }
 
-TEST(ClientOptions, Defaults)
-{
-    const Options options = parse_options({});
-    EXPECT_EQ(options.session, 0);
-    EXPECT_EQ(options.timeout, milliseconds(30000));
-    EXPECT_TRUE(options.endpoint.local());
-    EXPECT_TRUE(options.words.empty());
-}
-
 TEST(ClientOptions, HelpAndVersionWinOverWhatFollows)
 {
     EXPECT_EQ(parse_options({"--help", "--bogus"}).action, Options::Action::help);
@@ -54,36 +45,26 @@ TEST(ClientOptions, Endpoints)
 
 TEST(ClientOptions, WrongOnesAreRefused)
 {
-    const Arguments cases[] = {
-        {"-x"},
-        {"--bogus"},
-        {"-s"},
-        {"-s", "x"},
-        {"-s", "-1"},
-        {"-s", "1x"},
-        {"-s", ""},
-        {"-s", "2147483648"},
-        {"-t", "0"},
-        {"-t", "-1"},
-        {"-t", "nan"},
-        {"-t", "inf"},
-        {"-t", "86401"},
-        {"-t", "5s"},
-        {"-H", "box"},
-        {"-H", ":80"},
-        {"-H", "box:"},
-        {"-H", "box:0"},
-        {"-H", "box:65536"},
-        {"-H", "::1:80"},
-        {"-H", "[]:80"},
-        {"-H", "box:http"},
-        {"-H", ""},
-        {"--tls"},
-        {"-H", "box:80", "--ca", "f"},
-        {"-H", "box:80", "--tls", "--cert", "f"},
-        {"-H", "box:80", "--tls", "--ca", ""},
+    const struct {
+        const char *option;
+        Arguments values;
+    } rows[] = {
+        {"-s", {"x", "-1", "1x", "", "2147483648"}},
+        {"-t", {"0", "-1", "nan", "inf", "86401", "5s"}},
+        {"-H", {"box", ":80", "box:", "box:0", "box:65536", "::1:80", "[]:80", "box:http", ""}},
     };
-    for (const auto &arguments : cases)
+    for (const auto &row : rows) {
+        for (const std::string &value : row.values)
+            EXPECT_THROW(parse_options({row.option, value}), UsageError) << row.option << " " << value;
+    }
+    const Arguments others[] = {{"-x"},
+                                {"--bogus"},
+                                {"-s"},
+                                {"--tls"},
+                                {"-H", "box:80", "--ca", "f"},
+                                {"-H", "box:80", "--tls", "--cert", "f"},
+                                {"-H", "box:80", "--tls", "--ca", ""}};
+    for (const auto &arguments : others)
         EXPECT_THROW(parse_options(arguments), UsageError) << arguments.back();
 }
 

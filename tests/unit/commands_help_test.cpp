@@ -9,14 +9,7 @@ namespace {
 
 std::string wrapped(const std::string &text)
 {
-    char *buffer = nullptr;
-    std::size_t size = 0;
-    std::FILE *out = open_memstream(&buffer, &size);
-    wordwrap(out, "\t", 60, text);
-    std::fclose(out);
-    std::string result(buffer, size);
-    std::free(buffer);
-    return result;
+    return captured([&](std::FILE *out) { wordwrap(out, "\t", 60, text); });
 }
 
 std::string x(std::size_t count)
@@ -49,44 +42,7 @@ TEST(Wordwrap, BreaksBehindTheFirstBlankPastSixty)
         EXPECT_EQ(row.lines, wrapped(row.text)) << '"' << row.text << '"';
 }
 
-TEST(Wordwrap, KeepsEveryByteOfALongText)
-{
-    std::string text;
-    for (int i = 0; text.size() < 200; ++i)
-        text += "word" + std::to_string(i) + " ";
-    std::istringstream lines(wrapped(text));
-    std::string joined;
-    for (std::string line; std::getline(lines, line);) {
-        ASSERT_EQ('\t', line.front());
-        joined += line.substr(1);
-        if (joined.size() < text.size()) {
-            EXPECT_GE(line.size(), 62U) << line;
-            EXPECT_EQ(std::string::npos, line.substr(0, line.size() - 1).find(' ', 61)) << line;
-        }
-    }
-    EXPECT_EQ(text, joined);
-}
-
 using HelpTest = SelfDescriptionTest;
-
-TEST_F(HelpTest, ListsCommandsByRights)
-{
-    std::string everybody, all;
-    for (const CommandRow &row : cmd_map()) {
-        const std::string line = std::string(row.record->name) + ": " + row.record->summary + "\n";
-        all += line;
-        everybody += row.listed ? line : "";
-    }
-    EXPECT_EQ((Answer{0, all}), ask("help", kMaker, {"cmd"}));
-    EXPECT_EQ((Answer{0, everybody}), ask("help", kAdmin, {"cmd"}));
-    EXPECT_NE(std::string::npos, everybody.find("\nlogin: Perform a login using username and password\n"));
-    EXPECT_EQ(std::string::npos, everybody.find("\nsets: "));
-    EXPECT_EQ((Answer{0, "help: This menu\nhelp.cmd: Command help\nhelp.api: API help\n"
-                         "help.apihdf: API Help in HDF format\n"}),
-              ask("help", kAdmin, {}));
-    for (const Args &args : {Args{}, Args{"cmd"}, Args{"api"}, Args{"apihdf"}})
-        EXPECT_EQ((Answer{0, ""}), ask("help", kViewer, args));
-}
 
 TEST_F(HelpTest, ManualPages)
 {

@@ -179,24 +179,6 @@ TEST_F(ProfileTest, ResetRemovesEveryProfileFile)
     EXPECT_EQ(ask("profile.reset"), (Answer{0, ""}));
 }
 
-TEST_F(ProfileTest, LoadAtStartSavesAllButTheSelection)
-{
-    write_profile("p", std::string("Enc.rate = 11\n") + kCurrent + " = default\n");
-    write("etc/profiles.conf", "CURRENT=\"p\"\n");
-    start();
-    Request request(kInternalMask);
-    ASSERT_EQ(setting("Enc.rate") + setting(kCurrent), "10p");
-    EXPECT_EQ(load_profile(request), 0);
-    EXPECT_EQ(setting("Enc.rate") + setting(kCurrent), "11p");
-    EXPECT_THAT(file("etc/enc.conf"), HasSubstr("RATE=\"11\""));
-    EXPECT_EQ(file("etc/profiles.conf"), "CURRENT=\"p\"\n");
-    EXPECT_EQ(flag("Enc.rate", "mod"), "0");
-    hdfDB.set(kCurrent, "gone");
-    EXPECT_EQ(load_profile(request), 1);
-    hdfDB.set(kCurrent, "default");
-    EXPECT_EQ(load_profile(request), 0);
-}
-
 TEST_F(ProfileTest, AddStoresTheNamedSettings)
 {
     start();

@@ -1,11 +1,10 @@
+#include "appliance_root.h"
 #include "base/text.h"
 #include "funcs/check_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
-#include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/profile_files.h"
-#include "temp_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -249,9 +248,7 @@ TEST_F(CheckTest, AddressesAndNames)
 
 TEST_F(CheckTest, Profiles)
 {
-    const TempFolder root;
-    setenv("QV_SYSROOT", root.path().c_str(), 1);
-    ASSERT_EQ(qv_sysroot(), root.path());
+    const TempFolder &root = appliance_root();
     root.write("etc/profiles/studio.hdf", "Encoder.Profiles.name = studio\n");
     root.write("etc/profiles/other.hdf", "Decoder.Profiles.name = other\n");
     root.write("etc/profiles/plain.hdf", "Encoder.rate = 1\n");

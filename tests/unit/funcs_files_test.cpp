@@ -1,4 +1,5 @@
 #include "appliance_root.h"
+#include "base/command_lock.h"
 #include "base/file_text.h"
 #include "base/save_lock.h"
 #include "funcs/apply_map.h"
@@ -7,8 +8,10 @@
 #include "funcs/ntp.h"
 #include "funcs/read_map.h"
 #include "model/populate.h"
+#include "model_text.h"
 #include "store/database.h"
 
+#include <cstdio>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -47,6 +50,28 @@ class Funcs : public OnEmptyRoot<testing::Test> {
     }
     Request request{0xffff};
 };
+
+TEST_F(Funcs, ACommandReadsAFileAgainWhenOthersMayHaveWrittenIt)
+{
+    meta({{"A.read", "kv_rfunc"}, {"A.file", "/etc/f.conf"}, {"A.attr", "a"}});
+    file("etc/f.conf", "a=1\n");
+    EXPECT_EQ(read("A"), "1");
+    file("etc/f.conf", "a=2\n");
+    EXPECT_EQ(read("A"), "2"); // nothing is kept without the command lock
+    const CommandLock lock;
+    EXPECT_EQ(read("A"), "2");
+    file("etc/f.conf", "a=3\n");
+    EXPECT_EQ(read("A"), "2"); // one state of the file for one turn of the command
+    {
+        const Unlocked unlocked;
+    }
+    EXPECT_EQ(read("A"), "3");
+    std::remove(appliance_root().path("etc/f.conf").c_str());
+    {
+        const Unlocked unlocked;
+    }
+    EXPECT_EQ(read("A"), "(none)");
+}
 
 TEST_F(Funcs, GenericReaders)
 {
@@ -246,110 +271,40 @@ TEST_F(Funcs, WhatDoesNotChangeIsNotWritten)
     EXPECT_EQ(inode("etc/f.conf"), before[0]);
 }
 
-TEST_F(Funcs, NewFilesWithSecretsAreOurs)
+TEST_F(Funcs, ActionsThatAreNone)
 {
-    const struct {
-        const char *type;
-        int mode; // of the file before; 0: it is new
-        mode_t file;
-        mode_t shadow;
-    } cases[] = {
-        {"string", 0, 0644, 0644},    {"password 1 32", 0, 0600, 0600},    {"string", 0600, 0600, 0600},
-        {"string", 0640, 0640, 0640}, {"password 1 32", 0644, 0644, 0600}, // other programs of the appliance
-                                                                           // read the file
-    };
-    for (const auto &c : cases) {
-        std::filesystem::remove_all(appliance_root().path("etc"));
-        if (c.mode)
-            file("etc/f.conf", "");
-        chmod(appliance_root().path("etc/f.conf").c_str(), static_cast<mode_t>(c.mode));
-        std::filesystem::create_directories(appliance_root().path("etc"));
-        api("A", "kv_wfunc", "/etc/f.conf", "a", "/etc/shadow");
-        metaDB.set("A.type", c.type);
-        EXPECT_EQ(wfuncmap_write("A", "x"), 0);
-        EXPECT_EQ(mode_of("etc/f.conf"), c.file) << c.type << c.mode;
-        EXPECT_EQ(mode_of("etc/shadow"), c.shadow) << c.type << c.mode;
+    for (const char *call : {"bogus", "", " , "}) {
+        int result = 0;
+        EXPECT_EQ(afuncmap_apply_direct(request, "apply", "A", call, result), 0) << call;
+        EXPECT_EQ(result, 1) << call;
     }
-}
-
-TEST_F(Funcs, ApplyFunctions)
-{
-    const std::string log = appliance_root().path("log");
-    file("etc/init.d/web", "#!/bin/sh\necho \"web $*\" >> " + log + "\n");
-    std::filesystem::permissions(appliance_root().path("etc/init.d/web"), std::filesystem::perms::owner_all);
-    hdfDB.set("A.time", "20240101T01:02:03");
-    const struct {
-        const char *call;
-        int result;
-    } cases[] = {
-        {"syscall echo one two three four five >>", 0}, // the sixth argument is ignored
-        {"syscall exit 3", 3 << 8},
-        {"syscall", 0},
-        {"no_apply x", 0},
-        {"initd_restart none web", 0},
-        {"initd_restart none", 0},
-        {"settime_apply", 0},
-        {"syscall_delay", 1},
-        {"syscall_delay 0 true", 0},
-        {"bogus", 1},
-        {"", 1},
-    };
-    for (const auto &c : cases) {
-        int result = -99;
-        EXPECT_EQ(afuncmap_apply_direct(request, "apply", "A.time", c.call, result), 0) << c.call;
-        EXPECT_EQ(result, c.result) << c.call;
-    }
-    EXPECT_EQ(file("log"), "web restart\n");
-    EXPECT_EQ(file("var/run/qv/clock"), "20240101T01:02:03\n");
-    int result = 0;
-    afuncmap_apply_direct(request, "other", "A.time", "syscall exit 3", result);
-    EXPECT_EQ(result, 0); // only "apply" runs something
-    afuncmap_apply_direct(request, "apply", "A.none", "settime_apply", result);
-    EXPECT_EQ(result, -1);
 }
 
 // ---- Population ----
 
-constexpr char kModel[] = R"(G {
-  file = /etc/f.conf
-  read = kv_rfunc
-  write = kv_wfunc
-  type = integer
-  good.attr = good
-  good.default = 1
-  bad.attr = bad
-  bad.default = 2
-  absent.attr = absent
-  absent.default = 3
-  blank.attr = nothing
-  live.attr = good
-  live.dynamic = true
-  live.default = 4
-  blind.attr = good
-  blind.read = syscall_rfunc
-  blind.default = 5
-  same.attr = absent
-  same.default = 6
-  __t.range = 7 7
-  __t.x.attr = t__n
-  __t.x.default = 8
-}
-N {
-  file = /etc/ntp.conf
-  read = ntp_rfunc
-  write = ntp_wfunc
-  interval.attr = interval
-  interval.default = daily
-  server.attr = server
-  server.default = own.example
-}
+constexpr char kModel[] = R"(
+G: file = /etc/f.conf; read = kv_rfunc; write = kv_wfunc; type = integer
+G.good: attr = good; default = 1
+G.bad: attr = bad; default = 2
+G.absent: attr = absent; default = 3
+G.blank: attr = nothing
+G.live: attr = good; dynamic = true; default = 4
+G.blind: attr = good; read = syscall_rfunc; default = 5
+G.same: attr = absent; default = 6
+G.__t: range = 7 7
+G.__t.x: attr = t__n; default = 8
+N: file = /etc/ntp.conf; read = ntp_rfunc; write = ntp_wfunc
+N.interval: attr = interval; default = daily
+N.server: attr = server; default = own.example
 )";
 
 class PopulationTest : public Funcs {
   protected:
     void populate()
     {
-        EXPECT_EQ(hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("m.hdf", kModel))), 0);
+        EXPECT_EQ(
+            hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("m.hdf", model_text(kModel)))),
+            0);
         EXPECT_EQ(hdfdb_populate(request), 0);
     }
     static void expect(std::initializer_list<std::pair<const char *, const char *>> values)
@@ -380,17 +335,6 @@ TEST_F(PopulationTest, TakesTheSystemThenTheDefaultThenNothing)
     expect({{"G.blind", "5"}}); // its reader says nothing, but the file has a value: it stays
     EXPECT_EQ(hdfdb_load_meta_file(request, qv_device_file("/none.hdf")), 1);
     EXPECT_EQ(hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("m", "G {\n } x\n"))), 1);
-}
-
-TEST_F(PopulationTest, LeavesAloneWhatItCannotRead)
-{
-    std::filesystem::create_directories(appliance_root().path("etc/f.conf"));
-    std::filesystem::create_symlink("round", appliance_root().path("etc/round"));
-    std::filesystem::create_symlink("round", appliance_root().path("etc/ntp.conf"));
-    populate();
-    expect({{"G.good", "1"}, {"G.bad", "2"}, {"N.server", "own.example"}});
-    EXPECT_TRUE(std::filesystem::is_directory(appliance_root().path("etc/f.conf")));
-    EXPECT_TRUE(std::filesystem::is_symlink(appliance_root().path("etc/ntp.conf")));
 }
 
 } // namespace

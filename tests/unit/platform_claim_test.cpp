@@ -28,19 +28,6 @@ class Claim : public testing::Test {
     }
 };
 
-TEST_F(Claim, SaysHowFarItIs)
-{
-    other_daemon("running\n"); // and dead at once
-    EXPECT_EQ(qv_claim_root(), "");
-    EXPECT_EQ(test_root.folder.read(kFile), "starting\n");
-    qv_claim_running();
-    EXPECT_EQ(test_root.folder.read(kFile), "running\n");
-    qv_claim_stopping();
-    EXPECT_EQ(test_root.folder.read(kFile), "stopping\n");
-    qv_release_root();
-    EXPECT_FALSE(std::filesystem::exists(test_root.folder.path(kFile)));
-}
-
 TEST_F(Claim, ALiveDaemonKeepsTheRoot)
 {
     const struct {

@@ -25,14 +25,5 @@ TEST(Crypto, RandomNumbersHave31BitsAndDiffer)
     EXPECT_EQ(seen, 0x7fffffffU); // each bit shows up; a miss has odds of 31 in 2^200
 }
 
-TEST(Crypto, Equal)
-{
-    EXPECT_TRUE(qvcrypto_equal("", ""));
-    EXPECT_TRUE(qvcrypto_equal("secret", "secret"));
-    EXPECT_FALSE(qvcrypto_equal("secret", "secreT"));
-    EXPECT_FALSE(qvcrypto_equal("secret", "secret1"));
-    EXPECT_FALSE(qvcrypto_equal(std::string_view("a\0b", 3), std::string_view("a\0c", 3)));
-}
-
 } // namespace
 } // namespace qvcd

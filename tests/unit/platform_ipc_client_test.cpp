@@ -50,21 +50,6 @@ std::string next_line(std::FILE *in)
     return std::fgets(line, sizeof line, in) ? line : "";
 }
 
-TEST(IpcClient, OneConversation)
-{
-    const Peer peer("peer", report_lines);
-    IpcClient client;
-    ASSERT_EQ(qv_ipc_client_connect_single("peer", client), 0);
-    std::fputs("status\n\n", client.out);
-    std::fflush(client.out);
-    EXPECT_EQ(next_line(client.in), "got status\n");
-    EXPECT_EQ(next_line(client.in), "@\n");
-    EXPECT_EQ(next_line(client.in), "");
-    EXPECT_TRUE(std::feof(client.in));
-    qv_ipc_client_disconnect(client);
-    EXPECT_EQ(client.in, nullptr);
-}
-
 TEST(IpcClient, NobodyThere)
 {
     IpcClient client;

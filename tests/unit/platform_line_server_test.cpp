@@ -62,6 +62,8 @@ class Echo : public LineHandler {
         if (line == "throw\n")
             throw std::runtime_error("on demand");
         wait_at_end_ = line == "wait at the end\n";
+        if (line == "wait if possible\n" && !connection.can_wait())
+            return say("busy\n", connection), Next::go_on;
         if (line == "wait for the second\n")
             wait(connection, second_);
         else if (line.starts_with("wait") && !wait_at_end_)
@@ -92,6 +94,9 @@ class Echo : public LineHandler {
         say(kTexts[static_cast<int>(why)], connection);
     }
 
+    bool is_privileged() const override { return peer_.local && local_is_privileged; }
+
+    static inline bool local_is_privileged = true;
     static inline std::atomic<std::size_t> lines{0};
     static inline std::atomic<int> naps{0};
 
@@ -148,6 +153,7 @@ class Lines : public testing::Test {
     }
     void TearDown() override
     {
+        Echo::local_is_privileged = true;
         gate.open();
         second.open();
         if (server) {
@@ -243,6 +249,28 @@ TEST_F(Lines, WhoWaitsHoldsUpNobody)
     for (TestClient &client : waiting)
         EXPECT_EQ(client.all(), "<wait\n<after\n@\n");
     EXPECT_EQ(gate.inside, 5);
+}
+
+TEST_F(Lines, OneSourceLeavesPlacesForWaitsToOthers)
+{
+    Echo::local_is_privileged = false;
+    start({.waiting = 4, .reserved = 0});
+    std::vector<TestClient> waiting;
+    for (int i = 0; i < 3; ++i) {
+        waiting.push_back(tcp());
+        ASSERT_TRUE(waiting.back().say("x\nwait\n\n"));
+        EXPECT_EQ(waiting.back().line(), "<x\n");
+    }
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 2; }));
+    TestClient other = local();
+    ASSERT_TRUE(other.say("wait for the second\n\n"));
+    EXPECT_TRUE(comes_true([this] { return second.inside == 1; }));
+    EXPECT_EQ(gate.inside, 2);
+    gate.open();
+    second.open();
+    EXPECT_EQ(other.all(), "<wait for the second\n@\n");
+    for (TestClient &client : waiting)
+        EXPECT_EQ(client.all(), "<wait\n@\n");
 }
 
 TEST_F(Lines, WhoWaitsTwiceQueuesOnce)
@@ -388,24 +416,82 @@ TEST_F(Lines, TheLongestIdleMakesRoom)
         ASSERT_TRUE(idle.back().say("x\n"));
         ASSERT_EQ(idle.back().line(), "<x\n");
     }
-    EXPECT_EQ(idle.front().all(), "");
+    EXPECT_EQ(idle.front().all(), "crowded\n");
     ASSERT_TRUE(idle.back().say("\n"));
     EXPECT_EQ(idle.back().all(), "@\n");
-    std::vector<TestClient> one_source;
-    for (int i = 0; i < 21; ++i)
-        one_source.push_back(tcp());
-    EXPECT_EQ(one_source.back().all(), "");
-    ASSERT_TRUE(one_source.front().say("\n"));
-    EXPECT_EQ(one_source.front().all(), "@\n");
+}
+
+TEST_F(Lines, OneSourceLeavesRoomForOthers)
+{
+    Echo::local_is_privileged = false;
+    start({.per_source = 20});
+    for (const bool over_tcp : {false, true}) {
+        std::vector<TestClient> one_source;
+        for (int i = 0; i < 21; ++i)
+            one_source.push_back(over_tcp ? tcp() : local());
+        EXPECT_EQ(one_source.back().all(), "");
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_TRUE(one_source[i].say("\n"));
+            EXPECT_EQ(one_source[i].all(), "@\n");
+        }
+        TestClient later = over_tcp ? tcp() : local(); // the places are free again
+        ASSERT_TRUE(later.say("\n"));
+        EXPECT_EQ(later.all(), "@\n");
+    }
+}
+
+TEST_F(Lines, WhoHoldsMostMemoryGoes)
+{
+    start({.held = 600'000});
+    std::vector<TestClient> talking;
+    for (const std::size_t size : {100'000U, 300'000U, 250'000U}) {
+        talking.push_back(tcp());
+        ASSERT_TRUE(talking.back().say(std::string(size, 'x')));
+    }
+    EXPECT_EQ(talking[1].all(), "");
+    for (const int i : {0, 2}) {
+        ASSERT_TRUE(talking[i].say("\n\n"));
+        EXPECT_TRUE(talking[i].all().ends_with("x\n@\n"));
+    }
+}
+
+// As where the system lets us have no more: no stack is so large that it could be had.
+TEST_F(Lines, WithoutAThreadToSpareTheOthersAreServed)
+{
+    start({.reserved = 0});
+    pthread_attr_t attributes;
+    ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
+    std::size_t usual = 0;
+    pthread_attr_getstacksize(&attributes, &usual);
+    pthread_attr_setstacksize(&attributes, std::size_t{1} << 46);
+    ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
+    TestClient waiting = local();
+    ASSERT_TRUE(waiting.say("wait\n"));
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
+    TestClient refused = local(); // the second of the threads must not be used up
+    ASSERT_TRUE(refused.say("wait if possible\nx\n"));
+    EXPECT_EQ(refused.line(), "busy\n");
+    EXPECT_EQ(refused.line(), "<x\n");
+    pthread_attr_setstacksize(&attributes, usual);
+    ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
+    pthread_attr_destroy(&attributes);
+    ASSERT_TRUE(refused.say("wait if possible\n"));
+    EXPECT_TRUE(comes_true([this] { return gate.inside == 2; }));
+    gate.open();
+    EXPECT_EQ(refused.line(), "<wait if possible\n");
+    EXPECT_EQ(waiting.line(), "<wait\n");
 }
 
 TEST_F(Lines, WhoIsBusyMakesNoRoom)
 {
-    start({.connections = 1});
+    start({.connections = 1, .reserved = 1});
     TestClient waiting = local();
     ASSERT_TRUE(waiting.say("wait, then nap\n\n"));
     EXPECT_TRUE(comes_true([this] { return gate.inside == 1; }));
     EXPECT_EQ(tcp().all(), "");
+    TestClient administrator = local();
+    ASSERT_TRUE(administrator.say("x\n\n"));
+    EXPECT_EQ(administrator.all(), "<x\n@\n");
     Echo::naps = 0;
     gate.open();
     EXPECT_TRUE(comes_true([] { return Echo::naps == 1; }));

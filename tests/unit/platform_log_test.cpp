@@ -1,6 +1,8 @@
 #include "platform/log.h"
+#include "platform/log_budget.h"
 #include "temp_folder.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thread>
@@ -11,10 +13,10 @@ namespace {
 
 // What the file holds after `print` ran with logging at `level`.
 template <typename Print>
-std::string logged(int level, bool timestamp, Print &&print)
+std::string logged(int level, Print &&print)
 {
     const TempFolder folder;
-    qv_log_start(level, timestamp, false, folder.path("log").c_str(), false, "test");
+    qv_log_start(level, false, false, folder.path("log").c_str(), false, "test");
     print();
     qv_log_stop();
     return folder.read("log");
@@ -27,7 +29,7 @@ TEST(Log, LevelsLetTheirPrioritiesPass)
         const char *passes;
     } rows[] = {{-1, "3"}, {0, "3"}, {1, "34"}, {2, "3456"}, {3, "34567"}, {4, "345678"}, {9, "345678"}};
     for (const auto &row : rows) {
-        std::string passed = logged(row.level, false, [] {
+        std::string passed = logged(row.level, [] {
             for (int priority = kLogError; priority <= kLogTrace; ++priority)
                 qv_log_print(priority, "%d\n", priority);
         });
@@ -56,22 +58,7 @@ TEST(Log, OneCallIsOneLine)
         {"", "\n"},
     };
     for (const auto &row : rows)
-        EXPECT_EQ(logged(2, false, [&] { qv_log_print(kLogInfo, "%s", row.text.c_str()); }), row.line);
-}
-
-TEST(Log, TimestampStandsInFront)
-{
-    EXPECT_THAT(logged(2, true, [] { qv_log_print(kLogInfo, "text\n"); }),
-                testing::MatchesRegex("....-..-.. ..:..:.. text\n"));
-}
-
-TEST(Log, NothingIsWrittenBeforeStartAndAfterStop)
-{
-    qv_log_stop();
-    EXPECT_FALSE(qv_log_wants(kLogError));
-    const std::string text = logged(4, false, [] { EXPECT_TRUE(qv_log_wants(kLogTrace)); });
-    qv_log_print(kLogError, "dropped\n");
-    EXPECT_EQ(text, "");
+        EXPECT_EQ(logged(2, [&] { qv_log_print(kLogInfo, "%s", row.text.c_str()); }), row.line);
 }
 
 TEST(Log, AFileThatCannotBeOpenedIsReportedAndTheRestWorks)
@@ -101,7 +88,7 @@ TEST(Log, AFailureIsOnStderrOnceAndInTheLog)
 
 TEST(Log, ThreadsDoNotMixTheirLines)
 {
-    const std::string text = logged(2, false, [] {
+    const std::string text = logged(2, [] {
         std::vector<std::thread> threads;
         for (const char c : {'a', 'b', 'c', 'd'})
             threads.emplace_back([c] {
@@ -116,6 +103,53 @@ TEST(Log, ThreadsDoNotMixTheirLines)
     for (std::string line; std::getline(lines, line); ++count)
         ASSERT_EQ(line, std::string(50, line.empty() ? '?' : line.front()));
     EXPECT_EQ(count, 800);
+}
+
+TEST(LogBudget, ASourceHasItsLinesInItsTime)
+{
+    using Verdict = LogBudget::Verdict;
+    LogBudget budget;
+    const LogBudget::Time start{5};
+    for (unsigned long i = 0; i < LogBudget::kLines; ++i)
+        ASSERT_EQ(budget.take("a", 3, start), Verdict::log);
+    EXPECT_EQ(budget.take("a", 3, start), Verdict::leave_out_from_now);
+    EXPECT_EQ(budget.take("a", 3, start), Verdict::leave_out);
+    EXPECT_EQ(budget.take("b", 3, start), Verdict::log);
+    EXPECT_EQ(budget.take("a", 4, start), Verdict::log);
+    EXPECT_EQ(budget.due(), start + LogBudget::kWindow);
+    EXPECT_TRUE(budget.left_out(budget.due() - LogBudget::Time(1)).empty());
+    const auto left_out = budget.left_out(budget.due());
+    ASSERT_EQ(left_out.size(), 1U);
+    EXPECT_EQ(left_out[0].source + std::to_string(left_out[0].lines), "a2");
+    EXPECT_EQ(budget.due(), LogBudget::Time::max());
+    EXPECT_EQ(budget.take("a", 3, start + LogBudget::kWindow), Verdict::log);
+    for (std::size_t i = 0; i < 2 * LogBudget::kMost; ++i)
+        budget.take(std::to_string(i), 3, start);
+    EXPECT_EQ(budget.take("another", 3, start), Verdict::leave_out); // they share what others have
+}
+
+TEST(Log, WhatASourceBringsAboutIsLimited)
+{
+    const TempFolder folder;
+    qv_log_start(2, false, false, folder.path("log").c_str(), false, "test");
+    const auto lines_of = [&](int priority, bool is_trusted) {
+        const std::string before = folder.read("log");
+        const std::string name = std::to_string(priority) + (is_trusted ? " trusted" : "");
+        const LogSource source(name, is_trusted);
+        for (int i = 0; i < 300; ++i)
+            qv_log_print(priority, "x\n");
+        const std::string text = folder.read("log").substr(before.size());
+        return std::ranges::count(text, '\n');
+    };
+    for (const bool is_trusted : {false, true}) {
+        EXPECT_EQ(lines_of(kLogError, is_trusted), 101);
+        EXPECT_EQ(lines_of(kLogNotice, is_trusted), 300);
+        EXPECT_EQ(lines_of(kLogInfo, is_trusted), is_trusted ? 300 : 101);
+    }
+    qv_log_stop();
+    EXPECT_NE(folder.read("log").find("\n6: further lines are left out for some seconds\n"),
+              std::string::npos);
+    EXPECT_NE(folder.read("log").find("\n3 trusted: 200 errors were left out\n"), std::string::npos);
 }
 
 } // namespace

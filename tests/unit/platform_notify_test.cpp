@@ -1,6 +1,7 @@
 #include "platform/log.h"
 #include "platform/mqtt.h"
 #include "platform/notify_bus.h"
+#include "platform/subscribers.h"
 #include "platform_client.h"
 #include "platform_root.h"
 #include "platform_wait.h"
@@ -89,6 +90,30 @@ TEST_F(Bus, ASlowSubscriberIsDroppedTheOthersStay)
     EXPECT_TRUE(got.starts_with(line_of(value + "0")));
     qv_log_stop();
     EXPECT_EQ(folder.read("log"), "notify: a subscriber is dropped, it does not read\n");
+}
+
+TEST_F(Bus, OneTooManyShutsNobodyOut)
+{
+    std::vector<TestClient> clients;
+    for (std::size_t i = 0; i <= Subscribers::kMost; ++i) {
+        clients.push_back(TestClient::of("notify"));
+        qvnotify_send_publish_message(event_of(std::to_string(i)));
+        EXPECT_EQ(clients.back().line(), line_of(std::to_string(i)));
+    }
+    EXPECT_TRUE(clients.front().all().ends_with(line_of("63")));
+    EXPECT_EQ(clients[1].line(), line_of("2"));
+}
+
+TEST_F(Bus, WhoMissesEventsIsToldByTheEndOfTheStream)
+{
+    TestClient client = TestClient::of("notify");
+    qvnotify_send_publish_message(event_of("before"));
+    EXPECT_EQ(client.line(), line_of("before"));
+    qvnotify_send_publish_message(event_of(std::string(std::size_t{20} << 20, 'x'))); // as many would be
+    EXPECT_EQ(client.all(), "");
+    TestClient again = TestClient::of("notify");
+    qvnotify_send_publish_message(event_of("after"));
+    EXPECT_EQ(again.line(), line_of("after"));
 }
 
 TEST_F(Bus, ASubscriberThatOnlyListensOrTalksStays)

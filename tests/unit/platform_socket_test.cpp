@@ -2,12 +2,8 @@
 #include "platform_root.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <atomic>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <thread>
 #include <vector>
@@ -35,25 +31,6 @@ std::string why_not(const std::string &name)
     const auto listener = listen_unix(name);
     const std::string reported = testing::internal::GetCapturedStderr();
     return listener ? "" : reported;
-}
-
-TEST(UnixEndpoint, SocketAndFolderHaveTheirModesAndTheNameGoes)
-{
-    const auto listener = listen_unix("modes");
-    ASSERT_TRUE(listener);
-    const std::string path = qv_ipc_socket_path("modes");
-    EXPECT_EQ(path, test_root.folder.path("var/run/qv/modes.sock"));
-    struct stat status {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, S_IFSOCK | 0660U);
-    ASSERT_EQ(stat(test_root.folder.path("var/run/qv").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, S_IFDIR | 0755U);
-    EXPECT_TRUE(fcntl(listener->socket.get(), F_GETFD) & FD_CLOEXEC);
-    remove_unix_socket(*listener);
-    EXPECT_NE(stat(path.c_str(), &status), 0);
-    const auto open = listen_unix("modes", SocketMode::of_all);
-    ASSERT_TRUE(open && stat(path.c_str(), &status) == 0);
-    EXPECT_EQ(status.st_mode, S_IFSOCK | 0666U);
 }
 
 TEST(UnixEndpoint, OnlyADeadServersSocketIsReplaced)
@@ -86,21 +63,6 @@ TEST(UnixEndpoint, OfServersThatStartAtOnceOneWins)
             starter.join();
         ASSERT_EQ(std::ranges::count_if(listeners, [](const auto &l) { return l.has_value(); }), 1) << name;
     }
-    testing::internal::GetCapturedStderr();
-}
-
-TEST(TcpEndpoint, ListensAndReportsWhatCannotBe)
-{
-    const Fd listener = listen_tcp("127.0.0.1", 0);
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    ASSERT_EQ(getsockname(listener.get(), static_cast<sockaddr *>(static_cast<void *>(&address)), &size), 0);
-    const int port = ntohs(address.sin_port);
-    EXPECT_TRUE(connect_tcp("127.0.0.1", std::to_string(port), 30s));
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(listen_tcp("127.0.0.1", port)) << "taken";
-    EXPECT_FALSE(listen_tcp("no address", port));
-    EXPECT_FALSE(listen_tcp("127.0.0.1", 70000));
     testing::internal::GetCapturedStderr();
 }
 

@@ -34,7 +34,7 @@ const TlsFiles &files()
     return made;
 }
 
-SslHandle client_side()
+std::unique_ptr<TlsStream> client_side()
 {
     return TlsContext::client({"", "", files().certificate}).connect("box");
 }

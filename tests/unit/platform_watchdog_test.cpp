@@ -1,4 +1,5 @@
 #include "platform/process.h"
+#include "platform/service_manager.h"
 #include "platform/watchdog.h"
 #include "platform_client.h"
 #include "platform_wait.h"
@@ -118,6 +119,41 @@ TEST_F(Watchdog, ReadyIsSaidWhenTheDaemonServes)
 {
     qv_daemon_ready();
     EXPECT_EQ(messages(), std::vector<std::string>{"READY=1"});
+}
+
+TEST_F(Watchdog, AnIntervalMustBeMeantForThisProcess)
+{
+    const struct {
+        const char *microseconds, *process;
+        bool asked;
+    } cases[] = {{"20000", nullptr, true}, {"20000", "1", false},  {"20000", "", false},
+                 {"0", nullptr, false},    {"2s", nullptr, false}, {"", nullptr, false}};
+    for (const auto &c : cases) {
+        setenv("WATCHDOG_USEC", c.microseconds, 1);
+        c.process ? setenv("WATCHDOG_PID", c.process, 1) : unsetenv("WATCHDOG_PID");
+        EXPECT_EQ(watchdog_interval().has_value(), c.asked) << c.microseconds;
+    }
+    setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
+    setenv("WATCHDOG_USEC", "20000", 1);
+    EXPECT_EQ(watchdog_interval(), std::chrono::milliseconds(20));
+    unsetenv("WATCHDOG_PID");
+}
+
+TEST(ServiceManager, MayListenInTheAbstractNamespace)
+{
+    const std::string name = "@qvcd-test-" + std::to_string(getpid());
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    name.copy(address.sun_path, sizeof address.sun_path);
+    address.sun_path[0] = '\0';
+    const Fd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+    ASSERT_EQ(bind(socket.get(), as_sockaddr(&address), size), 0);
+    setenv("NOTIFY_SOCKET", name.c_str(), 1);
+    tell_service_manager("READY=1");
+    unsetenv("NOTIFY_SOCKET");
+    char text[16];
+    EXPECT_EQ(recv(socket.get(), text, sizeof text, MSG_DONTWAIT), 7);
 }
 
 } // namespace

@@ -1,28 +1,18 @@
 #pragma once
 
 #include "appliance_root.h"
+#include "captured.h"
 
 #include "base/options.h"
 #include "commands/cmd_table.h"
 #include "model/populate.h"
+#include "model_text.h"
 #include "store/database.h"
 #include "store/hdf_file.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace qvcd {
-
-struct Answer {
-    int result;
-    std::string text;
-    bool operator==(const Answer &) const = default;
-};
-
-inline void PrintTo(const Answer &answer, std::ostream *out)
-{
-    *out << answer.result << " \"" << answer.text << "\"";
-}
 
 inline constexpr unsigned kMaker = 0x7777;
 inline constexpr unsigned kAdmin = 0x0777;
@@ -31,88 +21,30 @@ inline constexpr unsigned kViewer = 0x0077;
 /// Runs the row of the command table, as the dispatcher does.
 inline Answer ask(const char *command, unsigned mask, Args args)
 {
-    char *text = nullptr;
-    std::size_t size = 0;
-    std::FILE *out = open_memstream(&text, &size);
     Request request(mask);
-    const int result = cmd_find(command).handler(request, args, out);
-    std::fclose(out);
-    Answer answer{result, std::string(text, size)};
-    std::free(text);
-    return answer;
+    return answer_of([&](std::FILE *out) { return cmd_find(command).handler(request, args, out); });
 }
 
 inline std::string tree_text(const Tree &tree)
 {
-    char *text = nullptr;
-    std::size_t size = 0;
-    std::FILE *out = open_memstream(&text, &size);
-    hdfutils_dump(tree.root(), "", out);
-    std::fclose(out);
-    std::string result(text, size);
-    std::free(text);
-    return result;
+    return captured([&](std::FILE *out) { hdfutils_dump(tree.root(), "", out); });
 }
 
 /// One API of each kind that the commands tell apart.
 inline constexpr char kModel[] = R"(
-Box {
-  perm = 7744
-  name {
-    attr = name
-    type = string_length 1 1023
-    default = unit
-    apply = syscall true
-    help = Name of the box
-    desc = Shown on the front panel.
-  }
-  color {
-    attr = color
-    type = string_set red blue
-    default = red
-    help = Color of the box
-  }
-  pin {
-    attr = pin
-    type = password
-    desc = Opens the box.
-  }
-  clock {
-    attr = clock
-    type = timecode
-    help = Clock of the box
-  }
-  state {
-    attr = state
-    dynamic = true
-    default = none
-    read = kv_rfunc
-    file = /etc/state
-  }
-  fixed {
-    attr = fixed
-    perm = 4444
-    help = Never changes
-  }
-  shy {
-    attr = shy
-    private = true
-    help = Hidden
-  }
-  maker {
-    attr = maker
-    perm = 7000
-    help = For the maker
-  }
-}
-Web {
-  perm = 7744
-  Configuration.show_pageload_stats.attr = stats
-  Wizard.firstrun {
-    attr = firstrun
-    type = boolean
-  }
-}
+Box: perm = 7744
+Box.name: attr = name; type = string_length 1 1023; default = unit; apply = syscall true; help = Name of the box
+Box.name: desc = Shown on the front panel.
+Box.color: attr = color; type = string_set red blue; default = red; help = Color of the box
+Box.pin: attr = pin; type = password; desc = Opens the box.
+Box.clock: attr = clock; type = timecode; help = Clock of the box
+Box.state: attr = state; dynamic = true; default = none; read = kv_rfunc; file = /etc/state
+Box.fixed: attr = fixed; perm = 4444; help = Never changes
+Box.shy: attr = shy; private = true; help = Hidden
+Box.maker: attr = maker; perm = 7000; help = For the maker
+Web: perm = 7744
+Web.Configuration.show_pageload_stats: attr = stats
+Web.Wizard.firstrun: attr = firstrun; type = boolean
 )";
 
 struct StartValue {
@@ -142,7 +74,8 @@ class SelfDescriptionTest : public OnEmptyRoot<testing::Test> {
         cmd_create_cmdmap_hdf();
         hdfdb_init();
         Request request(kMaker);
-        ASSERT_EQ(0, hdfdb_load_meta_file(request, qv_host_file(appliance_root().write("model", kModel))));
+        ASSERT_EQ(0, hdfdb_load_meta_file(request,
+                                          qv_host_file(appliance_root().write("model", model_text(kModel)))));
         for (const StartValue &row : kStartValues)
             ASSERT_TRUE(hdfDB.set(row.api, row.value));
         appliance_root().write("etc/state", "state=awake\n");

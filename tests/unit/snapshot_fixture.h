@@ -1,101 +1,34 @@
 #pragma once
 
 #include "appliance_root.h"
+#include "captured.h"
 #include "commands/cmd_parse.h"
 #include "commands/cmd_table.h"
 #include "funcs/read_map.h"
 #include "model/populate.h"
+#include "model_text.h"
 #include "store/database.h"
 
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <ostream>
 
 namespace qvcd {
 
-struct Answer {
-    int result;
-    std::string text;
-    bool operator==(const Answer &) const = default;
-};
-
-inline void PrintTo(const Answer &answer, std::ostream *out)
-{
-    *out << answer.result << " \"" << answer.text << "\"";
-}
-
 /// An appliance with an encoder, a group of profiles and a few APIs of each kind.
 inline constexpr char kModel[] = R"(
-Enc {
-  perm = 7774
-  file = /etc/enc.conf
-  read = quotedkv_rfunc
-  write = quotedkv_wfunc
-  rate {
-    attr = RATE
-    type = integer_range 1 99
-    default = 10
-    apply = no_apply
-  }
-  text {
-    attr = TEXT
-    type = string_length 0 1023
-    default = plain
-  }
-  look {
-    attr = LOOK
-    perm = 4444
-    type = string_length 0 99
-    default = seen
-  }
-  live {
-    attr = LIVE
-    dynamic = true
-    type = string_length 0 99
-    default = now
-    write = no_wfunc
-  }
-  still {
-    attr = STILL
-    dynamic = false
-    private = true
-    type = string_length 0 99
-    default = quiet
-  }
-  hidden {
-    attr = HIDDEN
-    private = true
-    type = string_length 0 99
-    default = hush
-  }
-  Profiles {
-    name {
-      attr = NAME
-      type = blank,profile2
-      default =
-      add = profile_addfunc Enc.rate Enc.text
-      remove = profile_removefunc
-    }
-    desc {
-      attr = DESC
-      type = blank,string_length 1 255
-      default =
-    }
-  }
-}
-System.Configuration.Profiles {
-  perm = 7774
-  file = /etc/profiles.conf
-  read = quotedkv_rfunc
-  write = quotedkv_wfunc
-  current {
-    attr = CURRENT
-    type = profile
-    default = default
-    apply = profile_apply current
-  }
-}
+Enc: perm = 7774; file = /etc/enc.conf; read = quotedkv_rfunc; write = quotedkv_wfunc
+Enc.rate: attr = RATE; type = integer_range 1 99; default = 10; apply = no_apply
+Enc.text: attr = TEXT; type = string_length 0 1023; default = plain
+Enc.look: attr = LOOK; perm = 4444; type = string_length 0 99; default = seen
+Enc.live: attr = LIVE; dynamic = true; type = string_length 0 99; default = now; write = no_wfunc
+Enc.still: attr = STILL; dynamic = false; private = true; type = string_length 0 99; default = quiet
+Enc.hidden: attr = HIDDEN; private = true; type = string_length 0 99; default = hush
+Enc.Profiles.name: attr = NAME; type = blank,profile2; default =; add = profile_addfunc Enc.rate Enc.text
+Enc.Profiles.name: remove = profile_removefunc
+Enc.Profiles.desc: attr = DESC; type = blank,string_length 1 255; default =
+System.Configuration.Profiles: perm = 7774; file = /etc/profiles.conf; read = quotedkv_rfunc; write = quotedkv_wfunc
+System.Configuration.Profiles.current: attr = CURRENT; type = profile; default = default
+System.Configuration.Profiles.current: apply = profile_apply current
 )";
 
 /// Each test starts on an empty root and calls start() when its files are in place.
@@ -128,7 +61,7 @@ class SnapshotTest : public OnEmptyRoot<testing::Test> {
         cmd_create_cmdmap_hdf();
         hdfdb_init();
         Request request(kInternalMask);
-        ASSERT_EQ(0, hdfdb_load_meta_file(request, qv_host_file(write("model.hdf", kModel))));
+        ASSERT_EQ(0, hdfdb_load_meta_file(request, qv_host_file(write("model.hdf", model_text(kModel)))));
         hdfdb_populate(request);
     }
     void stop()
@@ -143,14 +76,7 @@ class SnapshotTest : public OnEmptyRoot<testing::Test> {
     /// The reply to one line of a session.
     static Answer ask(const std::string &line, unsigned mask = 0x0777)
     {
-        char *text = nullptr;
-        std::size_t size = 0;
-        std::FILE *out = open_memstream(&text, &size);
-        const int result = cmd_parse(mask, line, out);
-        std::fclose(out);
-        Answer answer{result, std::string(text, size)};
-        std::free(text);
-        return answer;
+        return answer_of([&](std::FILE *out) { return cmd_parse(mask, line, out); });
     }
     static std::string reply(const std::string &line) { return ask(line).text; }
 

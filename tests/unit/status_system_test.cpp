@@ -134,12 +134,9 @@ TEST_F(SystemInfoTest, FirmwareVersion)
         {"2.1.4r1520 dev", "2.1.4BETA"},
         {"2.1.4r1520", "2.1.4"},
         {"1.0r7 RC12", "1.0rc12"},
-        {"1.0r7rc3000000000", "1.0rc3000000000"},
         {"1.0r7 rc", "1.0BETA"},
         {"1.0r7 Rc2", "1.0BETA"},
-        {"1.0r7 rc2x more", "1.0rc2"},
         {"1.0", "1.0"},
-        {"1.0rdev", "1.0"},
         {"1.0r", "1.0"},
         {"r7 rc1", "rc1"},
         {"", ""},
@@ -158,7 +155,6 @@ TEST_F(SystemInfoTest, KernelVersion)
     const std::pair<std::string, std::string> cases[] = {
         {"Linux version 6.1.0-18 (gcc) #1\nmore", "6.1.0-18"},
         {"Linux version 6.1.0\n", "6.1.0"},
-        {"Linux version ", kNothing},
         {"Linux\nversion 6.1.0 and more", kNothing},
         {"", kNothing},
     };

@@ -82,15 +82,6 @@ TEST_F(Flags, AreFoundWhenMetadataRaisesThem)
               (std::vector<std::string>{"A", "D.e"}));
 }
 
-TEST_F(Flags, AreFoundWhenALookupStoresThem)
-{
-    metaDB.set("A.noapp", "1");
-    metaDB.set("A.b.c.attr", "x");
-    EXPECT_EQ(flagged_apis(metaDB.root(), "", flag_apply_pending), std::vector<std::string>{"A"});
-    EXPECT_EQ(meta_get("A.b.c", "noapp"), "1");
-    EXPECT_EQ(flagged_apis(metaDB.root(), "", flag_apply_pending), (std::vector<std::string>{"A", "A.b.c"}));
-}
-
 TEST_F(Flags, AreFoundWhenThereAreMany)
 {
     metaDB.set("A.api.attr", "x");

@@ -1,3 +1,4 @@
+#include "captured.h"
 #include "store/hdf_file.h"
 #include "store/hdfutils.h"
 #include "store/tree.h"
@@ -11,14 +12,7 @@ namespace {
 
 std::string dump(Node node)
 {
-    char *text = nullptr;
-    std::size_t size = 0;
-    std::FILE *out = open_memstream(&text, &size);
-    hdfutils_dump(node, "", out);
-    std::fclose(out);
-    const std::string result(text, size);
-    std::free(text);
-    return result;
+    return captured([&](std::FILE *out) { hdfutils_dump(node, "", out); });
 }
 
 Tree tree_of(const std::vector<std::pair<std::string, std::string>> &values)

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qvcd::client {
+
+using Words = std::vector<std::string>; // a command and its arguments
+
+/// Commands that the client knows by itself; all others are the daemon's.
+enum class LocalCommand { none, help, login, watch, completion };
+LocalCommand local_command(std::string_view name);
+
+/// wire_line(), with a warning on stderr when the daemon would pass over some of the arguments.
+std::string command_line(const Words &words);
+
+/// The exit status that stands for a command's result code: 0 stays 0, and no other becomes 0.
+int exit_status(int result);
+
+} // namespace qvcd::client

@@ -1,0 +1,26 @@
+// qvc-full: the whole client. qvc runs it for what it does not do by itself.
+
+#include <unistd.h>
+
+#include "client/batch.h"
+#include "client/interactive.h"
+#include "client/local_commands.h"
+#include "client/program.h"
+
+using namespace qvcd::client;
+
+namespace {
+
+int run(const Options &options, char **)
+{
+    if (!options.words.empty())
+        return run_command(options, options.words);
+    return isatty(STDIN_FILENO) ? run_interactive(options) : run_batch(options);
+}
+
+} // namespace
+
+int main(int, char **argv)
+{
+    return run_program(argv, run);
+}

@@ -1,0 +1,62 @@
+#include "client/program.h"
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "client/errors.h"
+
+namespace qvcd::client {
+
+namespace {
+
+// A reply that could not be written must not look like success.
+int checked_output(int result)
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return result;
+    std::perror("qvc: cannot write the reply");
+    return result != 0 ? result : 1;
+}
+
+std::vector<std::string> behind_name(char **arguments)
+{
+    std::vector<std::string> words;
+    for (char **word = arguments + 1; arguments[0] && *word; ++word)
+        words.emplace_back(*word);
+    return words;
+}
+
+} // namespace
+
+int run_program(char **arguments, int (*run)(const Options &options, char **arguments))
+{
+    bool options_are_read = false;
+    try {
+        const Options options = parse_options(behind_name(arguments));
+        options_are_read = true;
+        switch (options.action) {
+        case Options::Action::help:
+            std::fputs(kUsage, stdout);
+            return checked_output(0);
+        case Options::Action::version:
+            std::fputs(kVersion, stdout);
+            return checked_output(0);
+        case Options::Action::run:
+            break;
+        }
+        return checked_output(run(options, arguments));
+    } catch (const UsageError &error) {
+        std::fprintf(stderr, "qvc: %s\n%s", error.what(), options_are_read ? "" : kUsage);
+        return kExitUsage;
+    } catch (const WireError &error) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "qvc: %s\n", error.what());
+        return kExitNoDaemon;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "qvc: %s\n", error.what());
+        return 1;
+    }
+}
+
+} // namespace qvcd::client
