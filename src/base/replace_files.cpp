@@ -178,18 +178,24 @@ Standing &standing()
     return *entries;
 }
 
-// After a failure, and before what the journal names goes: a power cut must not bring it back.
+// Before new texts go that the journal names: a power cut must not bring it back with them.
 void forget(Journal &journal, const std::vector<JournalEntry> &entries, Replacements &files,
             std::vector<FileResult> &results)
 {
-    if (journal.forget())
+    const int error = journal.forget();
+    if (!error)
         return;
     for (const JournalEntry &entry : entries) {
         const auto file = std::ranges::find(files, entry.new_path, &Replacement::new_path);
-        if (file == files.end() || file->drop() == 0)
+        if (file == files.end())
             continue;
-        standing().add(entry);
-        results[static_cast<std::size_t>(file - files.begin())].changed = true;
+        FileResult &result = results[static_cast<std::size_t>(file - files.begin())];
+        if (!result.error)
+            result.error = error;
+        if (file->drop() != 0) {
+            standing().add(entry);
+            result.changed = true;
+        }
     }
 }
 
@@ -236,7 +242,9 @@ std::vector<FileResult> FileSet::commit_here()
     flush(folders, files, errors);
     for (std::size_t i = 0; i < files.size(); ++i)
         results[i].error = errors[i];
-    if (!entries.empty() && std::ranges::any_of(errors, [](int error) { return error != 0; }))
+    const bool failed = std::ranges::any_of(errors, [](int error) { return error != 0; });
+    if (!entries.empty() &&
+        (failed || !std::ranges::all_of(files, &std::string::empty, &Replacement::new_path)))
         forget(journal, entries, files, results);
     return results;
 }

@@ -151,10 +151,11 @@ Journal::~Journal()
         const int result = truncate(qv_sysroot_path(kJournal).c_str(), 0);
 }
 
-bool Journal::forget()
+int Journal::forget()
 {
-    is_there_ = is_there_ && forget_journal() != 0;
-    return !is_there_;
+    const int error = is_there_ ? forget_journal() : 0;
+    is_there_ = error != 0;
+    return error;
 }
 
 int forget_journal()

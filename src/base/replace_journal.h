@@ -33,8 +33,8 @@ class Journal {
     Journal(const Journal &) = delete;
     Journal &operator=(const Journal &) = delete;
 
-    /// Empties the file, to stay empty. False when a start may find the entries.
-    bool forget();
+    /// Empties the file, to stay empty. 0, or the errno of what failed: a start may find the entries.
+    int forget();
 
   private:
     bool is_there_ = false; // whole, even if it could not be flushed
