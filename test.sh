@@ -6,7 +6,7 @@
 # asan        the whole suite under the address and undefined behaviour sanitizers
 # tsan        the concurrent tests (ctest label "concurrent") under the thread sanitizer
 # faults      a sample of the runs on a disk that fails, tests/faults/run.py
-# faults-all  all of them: a quarter of an hour
+# faults-all  all of them: some minutes
 # fuzz        the fuzz targets of tests/fuzz for FUZZ_SECONDS each (20); installs clang
 # bench       the benchmark of tests/bench, in release; installs redis-server, which it compares with
 # format      clang-format over our sources, where clang-format 14 is installed
