@@ -1,6 +1,6 @@
 #!/bin/bash
 # Builds and runs the tests, on a fresh Debian 12 too.
-# Usage: ./test.sh [PART ...]     default: format release asan tsan
+# Usage: ./test.sh [PART ...]     default: format release faults asan tsan, and fuzz for 5 s a target where clang is
 #
 # release     the whole suite, optimised
 # asan        the whole suite under the address and undefined behaviour sanitizers
@@ -62,6 +62,11 @@ check_format() {
     git ls-files -z 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' | xargs -0 clang-format --dry-run -Werror
 }
 
+can_fuzz() {
+    echo 'extern "C" int LLVMFuzzerTestOneInput(const char *, unsigned long) { return 0; }' |
+        clang++ -x c++ -fsanitize=fuzzer -o /dev/null - 2>/dev/null
+}
+
 fuzz() {
     build fuzz fuzz_targets && /usr/bin/python3 tests/fuzz/run.py
 }
@@ -89,7 +94,15 @@ for part in "${parts[@]}"; do
         ;;
     esac
 done
-[ $# -eq 0 ] && parts=(format release asan tsan)
+if [ $# -eq 0 ]; then
+    parts=(format release faults asan tsan)
+    if can_fuzz; then
+        parts+=(fuzz)
+        export FUZZ_SECONDS=${FUZZ_SECONDS:-5}
+    else
+        results+=("skipped fuzz: needs clang (./test.sh fuzz installs it)")
+    fi
+fi
 
 scripts/install_deps.sh test || exit 1
 mkdir -p "$logs"

@@ -200,10 +200,11 @@ const char *change_to(const Tree &next, unsigned rights, const std::set<std::str
     }
     if (!may_change(rights, next, named))
         return API_E_INVALID_PERMISSION;
-    if (!hdf_write_file(user_file.path, next.root(), FileKind::secret))
+    const FileResult written = hdf_write_file(user_file.path, next.root(), FileKind::secret);
+    if (!written.changed)
         return kUserFileError;
     take(next);
-    return nullptr;
+    return written.error ? kNotFlushed : nullptr;
 }
 
 } // namespace
@@ -406,7 +407,7 @@ bool user_export(const std::string &path)
         qv_log_print(kLogError, "No users to export: %s could not be read\n", user_file.text.c_str());
         return false;
     }
-    return hdf_write_file(path, groups_and_users().root(), FileKind::named_secret);
+    return hdf_write_file(path, groups_and_users().root(), FileKind::named_secret).error == 0;
 }
 
 } // namespace qvcd

@@ -67,7 +67,8 @@ const char *user_passwd_error(std::string_view password);
 
 // Changes, on behalf of a caller with these rights. A change is made whole, in memory and in the user file,
 // or not at all. They return null or the error text for the reply: API_E_INVALID_PERMISSION when the caller
-// may not do it, kUserFileError when the file cannot be written (the log says why).
+// may not do it, kUserFileError when the file cannot be written, kNotFlushed when it is changed but may be
+// the old one after a power failure (base/file_text.h); the log says why.
 
 inline constexpr char kUserFileError[] = "##Can not write user file#";
 

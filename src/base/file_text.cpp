@@ -14,34 +14,11 @@ namespace qvcd {
 
 namespace {
 
-int replace(const std::string &path, std::string_view text, unsigned mode, FileChange::Kind kind)
+FileResult replace(const std::string &path, std::string_view text, unsigned mode, FileChange::Kind kind)
 {
     FileSet set;
     set.add({path, std::string(text), mode, kind});
     return set.commit_here().front();
-}
-
-// What the file holds; ENODEV: that is nothing to go back to.
-FileText old_text(const std::string &path)
-{
-    struct stat st {};
-    const bool is_device = stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode);
-    return is_device ? FileText{ENODEV, {}} : read_whole_file(path);
-}
-
-// Callers take a failure for "nothing has changed", so a new text that got its name without being flushed
-// goes again.
-int replace_one(const std::string &path, std::string_view text, unsigned mode, FileChange::Kind kind)
-{
-    const FileText old = old_text(path);
-    const int error = replace(path, text, mode, kind);
-    if (!error || (old.error && !old.missing()) || old.text == text || read_file(path) != text)
-        return error;
-    if (old.missing())
-        remove_file(path);
-    else
-        replace(path, old.text, mode, kind);
-    return error;
 }
 
 } // namespace
@@ -80,23 +57,30 @@ std::optional<std::string> read_file(const std::string &path, std::size_t limit)
 
 bool file_exists(const std::string &path)
 {
+    return look_for_file(path) == 0;
+}
+
+int look_for_file(const std::string &path)
+{
     struct stat st {};
-    return stat(path.c_str(), &st) == 0;
+    return stat(path.c_str(), &st) == 0 ? 0 : errno;
 }
 
-int replace_file(const std::string &path, std::string_view text, unsigned mode)
+FileResult replace_file(const std::string &path, std::string_view text, unsigned mode)
 {
-    return replace_one(path, text, mode, FileChange::Kind::plain);
+    return replace(path, text, mode, FileChange::Kind::plain);
 }
 
-int replace_secret_file(const std::string &path, std::string_view text, unsigned mode)
+FileResult replace_secret_file(const std::string &path, std::string_view text, unsigned mode)
 {
-    return replace_one(path, text, mode, FileChange::Kind::secret);
+    return replace(path, text, mode, FileChange::Kind::secret);
 }
 
-int remove_file(const std::string &path)
+FileResult remove_file(const std::string &path)
 {
-    return unlink(path.c_str()) == 0 ? flush_folder(folder_of(path)) : errno;
+    if (unlink(path.c_str()) != 0)
+        return {errno, false};
+    return {flush_folder(folder_of(path)), true};
 }
 
 } // namespace qvcd

@@ -14,6 +14,7 @@
 #include <deque>
 #include <fcntl.h>
 #include <map>
+#include <mutex>
 #include <unistd.h>
 
 namespace qvcd {
@@ -89,7 +90,7 @@ class Folders {
     {
         Folder &known = folders_[folder];
         if (!known.flushed && !known.error)
-            known.error = known.fd ? flush_file(known.fd.get()) : flush_folder(folder);
+            known.error = known.fd ? flush_folder(folder, known.fd.get()) : flush_folder(folder);
         known.flushed = true;
         return known.error;
     }
@@ -137,21 +138,85 @@ bool recover(const JournalEntry &entry)
     return finished;
 }
 
+// Entries of a journal that could not be emptied, whose new texts could not be removed: a start would finish
+// them, even over what came later. So they count as done and are finished before that.
+class Standing {
+  public:
+    void add(const JournalEntry &entry)
+    {
+        const std::scoped_lock lock(mutex_);
+        entries_.push_back(entry);
+    }
+    void settle()
+    {
+        const std::scoped_lock lock(mutex_);
+        std::erase_if(entries_, [](const JournalEntry &entry) {
+            const FileText text = read_whole_file(entry.new_path);
+            return text.missing() || (!text.error && finish(entry, text) &&
+                                      (unlink(entry.new_path.c_str()) == 0 || errno == ENOENT));
+        });
+    }
+    bool is_empty()
+    {
+        const std::scoped_lock lock(mutex_);
+        return entries_.empty();
+    }
+    bool holds(const std::string &target)
+    {
+        const std::scoped_lock lock(mutex_);
+        return std::ranges::find(entries_, target, &JournalEntry::target) != entries_.end();
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<JournalEntry> entries_;
+};
+
+Standing &standing()
+{
+    static auto *const entries = new Standing; // threads may be left behind at the exit
+    return *entries;
+}
+
+// Before new texts go that the journal names: a power cut must not bring it back with them.
+void forget(Journal &journal, const std::vector<JournalEntry> &entries, Replacements &files,
+            std::vector<FileResult> &results)
+{
+    const int error = journal.forget();
+    if (!error)
+        return;
+    for (const JournalEntry &entry : entries) {
+        const auto file = std::ranges::find(files, entry.new_path, &Replacement::new_path);
+        if (file == files.end())
+            continue;
+        FileResult &result = results[static_cast<std::size_t>(file - files.begin())];
+        if (!result.error)
+            result.error = error;
+        if (file->drop() != 0) {
+            standing().add(entry);
+            result.changed = true;
+        }
+    }
+}
+
 } // namespace
 
-std::vector<int> FileSet::commit()
+std::vector<FileResult> FileSet::commit()
 {
     const Unlocked unlocked;
     return commit_here();
 }
 
-std::vector<int> FileSet::commit_here()
+std::vector<FileResult> FileSet::commit_here()
 {
+    standing().settle();
     Replacements files(changes_.begin(), changes_.end());
     Errors errors(files.size(), 0);
     Folders folders;
     prepare(files, errors);
     for (std::size_t i = 0; i < files.size(); ++i) {
+        if (!errors[i] && standing().holds(files[i].target()))
+            errors[i] = EIO;
         if (!errors[i] && !files[i].in_place())
             errors[i] = folders.open(folder_of(files[i].target()));
     }
@@ -167,15 +232,29 @@ std::vector<int> FileSet::commit_here()
         cancel(changes_, errors);
         entries = journal_entries(files, errors);
     }
-    const Journal journal(entries);
+    Journal journal(entries);
+    std::vector<FileResult> results(files.size());
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!errors[i])
             errors[i] = is_canceled(changes_[i], errors) ? ECANCELED : files[i].put();
+        results[i].changed = errors[i] == 0;
     }
     flush(folders, files, errors);
-    if (!entries.empty() && std::ranges::any_of(errors, [](int error) { return error != 0; }))
-        forget_journal(); // before what it names goes: a power cut must not bring it back
-    return errors;
+    for (std::size_t i = 0; i < files.size(); ++i)
+        results[i].error = errors[i];
+    const bool failed = std::ranges::any_of(errors, [](int error) { return error != 0; });
+    if (!entries.empty() &&
+        (failed || !std::ranges::all_of(files, &std::string::empty, &Replacement::new_path)))
+        forget(journal, entries, files, results);
+    return results;
+}
+
+bool is_flushed(const std::string &path)
+{
+    if (all_folders_flushed() && standing().is_empty())
+        return true;
+    std::string real;
+    return real_file(path, real) == 0 && is_folder_flushed(folder_of(real)) && !standing().holds(real);
 }
 
 int recover_file_sets()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/file_text.h"
+
 #include <string>
 #include <vector>
 
@@ -30,7 +32,7 @@ struct FileChange {
     std::string text;
     unsigned mode = 0666;
     Kind kind = Kind::plain;
-    std::vector<std::size_t> after = {}; ///< changes of the set that come before it: ECANCELED when one fails
+    std::vector<std::size_t> after = {}; ///< changes of the set without which it is not made: ECANCELED
 };
 
 /// Files that change together, once. What can be replaced is, whatever becomes of the others.
@@ -43,13 +45,12 @@ class FileSet {
         return changes_.size() - 1;
     }
 
-    /// Replaces the files. Returns for each, in the order they were added, 0 or the errno of what failed: its
-    /// old text is there then, but where the folder could not be flushed, which leaves the new text for as
-    /// long as the power stays on. Lets go of the command lock while it waits for the disk.
-    std::vector<int> commit();
+    /// Replaces the files. Returns what became of each, in the order they were added. Lets go of the command
+    /// lock while it waits for the disk.
+    std::vector<FileResult> commit();
 
     /// The same for callers who must keep the command lock, if they hold it.
-    std::vector<int> commit_here();
+    std::vector<FileResult> commit_here();
 
   private:
     std::vector<FileChange> changes_;
@@ -58,6 +59,11 @@ class FileSet {
 /// The file that a path stands for: the target of its symbolic links, existing or not, in the real folder, so
 /// that two names of one file give one path. Returns 0, or the errno of what keeps it from being known.
 int real_file(const std::string &path, std::string &real);
+
+/// False when a replacement of the file may have happened without being on the disk: a name in its folder
+/// changed and could not be flushed since. Whoever finds in a file what he was to write there asks this
+/// before he says that it is saved.
+bool is_flushed(const std::string &path);
 
 inline constexpr char kJournal[] = "/var/lib/qv/save.journal"; // of the appliance
 

@@ -68,7 +68,7 @@ bool is_ours(const JournalEntry &entry)
 }
 
 // A journal that is made anew needs its name flushed, one that is used again does not.
-int write_journal(const std::string &text)
+int write_journal(const std::string &text, bool &is_there)
 {
     const std::string path = qv_sysroot_path(kJournal);
     if (const int error = make_folder(folder_of(path)))
@@ -80,6 +80,7 @@ int write_journal(const std::string &text)
     if (!fd || ftruncate(fd.get(), 0) != 0)
         return errno;
     int error = write_all(fd.get(), text);
+    is_there = !error;
     if (!error)
         error = flush_file(fd.get());
     if (!error && is_new)
@@ -135,7 +136,7 @@ Journal::Journal(const std::vector<JournalEntry> &entries)
     if (entries.empty())
         return;
     lock_ = std::unique_lock(one_journal());
-    if (const int error = write_journal(journal_text(entries))) {
+    if (const int error = write_journal(journal_text(entries), is_there_)) {
         static std::atomic<bool> told = false;
         if (!told.exchange(true))
             qv_log_print(kLogWarning, "Can not write %s: %s. A crash may leave a part of a save\n", kJournal,
@@ -150,11 +151,17 @@ Journal::~Journal()
         const int result = truncate(qv_sysroot_path(kJournal).c_str(), 0);
 }
 
-void forget_journal()
+int Journal::forget()
+{
+    const int error = is_there_ ? forget_journal() : 0;
+    is_there_ = error != 0;
+    return error;
+}
+
+int forget_journal()
 {
     const Fd fd(open(qv_sysroot_path(kJournal).c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC));
-    if (fd)
-        flush_file(fd.get());
+    return fd ? flush_file(fd.get()) : errno;
 }
 
 } // namespace qvcd

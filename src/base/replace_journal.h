@@ -33,11 +33,15 @@ class Journal {
     Journal(const Journal &) = delete;
     Journal &operator=(const Journal &) = delete;
 
+    /// Empties the file, to stay empty. 0, or the errno of what failed: a start may find the entries.
+    int forget();
+
   private:
+    bool is_there_ = false; // whole, even if it could not be flushed
     std::unique_lock<std::mutex> lock_;
 };
 
-/// Empties the journal's file, to stay empty.
-void forget_journal();
+/// Empties the journal's file, to stay empty. 0, or the errno of what failed.
+int forget_journal();
 
 } // namespace qvcd

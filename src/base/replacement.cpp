@@ -8,13 +8,15 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <sstream>
 #include <sys/random.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -46,8 +48,24 @@ int read_link(const std::string &path, std::string &target)
     return 0;
 }
 
+// When a process began, in ticks since the boot: another one gets its number one day. 0: not known.
+unsigned long long start_of(int pid)
+{
+    constexpr int kFieldsBefore = 19; // between the name, which may hold anything, and the time
+    const FileText stat = read_whole_file("/proc/" + std::to_string(pid) + "/stat");
+    const std::size_t name_end = stat.text.rfind(')');
+    std::istringstream fields(name_end == std::string::npos ? "" : stat.text.substr(name_end + 1));
+    std::string field;
+    for (int i = 0; i < kFieldsBefore; ++i)
+        fields >> field;
+    unsigned long long start = 0;
+    fields >> start;
+    return start;
+}
+
 // The numbers of this process's own files.
 struct Numbers {
+    unsigned long long start = start_of(getpid());
     std::uint32_t first = 0;
     std::atomic<std::uint32_t> next;
     Numbers()
@@ -67,8 +85,8 @@ Numbers &numbers()
 std::string next_name()
 {
     std::array<char, 64> name{};
-    std::snprintf(name.data(), name.size(), "%s-%d-%08x", kNewName.data(), static_cast<int>(getpid()),
-                  numbers().next++);
+    std::snprintf(name.data(), name.size(), "%s-%d-%llu-%08x", kNewName.data(), static_cast<int>(getpid()),
+                  numbers().start, numbers().next++);
     return name.data();
 }
 
@@ -76,12 +94,13 @@ std::string next_name()
 bool is_in_use(const char *name)
 {
     int pid = 0;
+    unsigned long long start = 0;
     std::uint32_t number = 0;
-    if (std::sscanf(name + kNewName.size(), "-%d-%8x", &pid, &number) != 2 || pid <= 0)
+    if (std::sscanf(name + kNewName.size(), "-%d-%llu-%8x", &pid, &start, &number) != 3 || pid <= 0)
         return false;
     if (pid == getpid())
         return number - numbers().first < numbers().next - numbers().first;
-    return kill(pid, 0) == 0 || errno == EPERM;
+    return start != 0 && start_of(pid) == start;
 }
 
 // A shortage may be over when somebody tries again; what else keeps a sibling from being made or renamed lies
@@ -136,6 +155,37 @@ bool holds_bytes(const struct stat &st, const FileText &text)
     return S_ISREG(st.st_mode) && !text.error && text.text.size() == static_cast<std::size_t>(st.st_size);
 }
 
+// Folders whose names changed and could not be flushed since.
+class Unflushed {
+  public:
+    void note(const std::string &folder, int error)
+    {
+        const std::scoped_lock lock(mutex_);
+        if (error)
+            folders_.insert(folder);
+        else
+            folders_.erase(folder);
+        is_empty_ = folders_.empty();
+    }
+    bool is_empty() const { return is_empty_; }
+    bool holds(const std::string &folder)
+    {
+        const std::scoped_lock lock(mutex_);
+        return folders_.contains(folder);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::set<std::string> folders_;
+    std::atomic<bool> is_empty_ = true;
+};
+
+Unflushed &unflushed()
+{
+    static auto *const folders = new Unflushed; // threads may be left behind at the exit
+    return *folders;
+}
+
 int overwrite(int fd, std::string_view text, const struct stat &old)
 {
     if (const int error = write_all(fd, text))
@@ -176,15 +226,36 @@ int real_file(const std::string &path, std::string &real)
     return 0;
 }
 
+int flush_folder(const std::string &folder, int fd)
+{
+    const int error = flush_file(fd);
+    unflushed().note(folder, error);
+    return error;
+}
+
 int flush_folder(const std::string &folder)
 {
     const Fd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd ? flush_file(fd.get()) : errno;
+    if (fd)
+        return flush_folder(folder, fd.get());
+    const int error = errno;
+    unflushed().note(folder, error);
+    return error;
+}
+
+bool all_folders_flushed()
+{
+    return unflushed().is_empty();
+}
+
+bool is_folder_flushed(const std::string &folder)
+{
+    return !unflushed().holds(folder);
 }
 
 int make_folder(const std::string &folder)
 {
-    if (mkdir(folder.c_str(), 0755) == 0)
+    if (mkdir(folder.c_str(), 0755) == 0 || (errno == EEXIST && !is_folder_flushed(folder_of(folder))))
         return flush_folder(folder_of(folder));
     if (errno != ENOENT || folder_of(folder) == folder)
         return errno == EEXIST ? 0 : errno;
@@ -288,12 +359,14 @@ int NewFile::rename_to(const std::string &target)
     return 0;
 }
 
-void NewFile::remove()
+int NewFile::remove()
 {
     fd_.reset();
-    if (!path_.empty())
-        unlinkat(folder_, path_.c_str(), 0);
+    if (path_.empty())
+        return 0;
+    const int error = unlinkat(folder_, path_.c_str(), 0) == 0 ? 0 : errno;
     path_.clear();
+    return error;
 }
 
 Replacement::Replacement(const FileChange &change) : change_(change) {}

@@ -18,8 +18,12 @@ inline constexpr unsigned kUmask = 022; // the daemon's own; asking for it would
 /// The folder of a file.
 std::string folder_of(const std::string &path);
 
-/// Flushes the names in a folder to the disk.
+/// Flushes the names in a folder to the disk; the second one a folder that is open. Keeps what the third one
+/// says: false when they changed and could not be flushed since.
 int flush_folder(const std::string &folder);
+int flush_folder(const std::string &folder, int fd);
+bool is_folder_flushed(const std::string &folder);
+bool all_folders_flushed();
 
 /// Makes a folder and those above it that are missing, mode 0755, to stay.
 int make_folder(const std::string &folder);
@@ -47,7 +51,7 @@ class NewFile {
     int fd() const { return fd_.get(); }
     int flush(); ///< and closes it
     int rename_to(const std::string &target);
-    void remove();
+    int remove();
     const std::string &path() const { return path_; } ///< empty: there is none
 
     static bool is_name(std::string_view path);
@@ -66,6 +70,8 @@ class Replacement {
     int prepare(); ///< writes the new text beside the target, and has the disk begin with it
     int flush() { return new_.path().empty() ? 0 : new_.flush(); } ///< waits until it is on the disk
     int put();                                                     ///< gives it to the target
+
+    int drop() { return new_.remove(); } ///< what was written beside
 
     const std::string &target() const { return target_; }
     const std::string &text() const { return change_.text; }

@@ -31,6 +31,8 @@ int revert_param(Request &request, const Api &changed, std::FILE *out)
     flag_restored(name, *value);
     reply_value(out, name, api->shown(*value));
     qv_log_print(kLogNotice, "Revert %s=%s\n", name.c_str(), api->for_log(*value).c_str());
+    if (!is_on_disk(name)) // a save failed, but the file has its value: it is still to be saved
+        meta_set(name, "mod", "1");
     return 0;
 }
 

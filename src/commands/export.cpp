@@ -97,8 +97,8 @@ bool Export::write(const std::string &target, std::FILE *out) const
         reply_text(out, hdf_text(document_.root()));
         return true;
     }
-    return hdf_write_file(qv_sysroot_path(target), document_.root(),
-                          secret_ ? FileKind::named_secret : FileKind::named);
+    const FileKind kind = secret_ ? FileKind::named_secret : FileKind::named;
+    return hdf_write_file(qv_sysroot_path(target), document_.root(), kind).error == 0;
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "commands/preset.h"
 
-#include "base/file_text.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/apply.h"
@@ -81,6 +80,11 @@ int refuse(std::FILE *out, std::string_view error)
     return 1;
 }
 
+const char *not_saved(const FileResult &result)
+{
+    return result.changed ? kNotFlushed : kCanNotSavePreset;
+}
+
 int number_argument(const Args &argv, int fallback)
 {
     return argv.size() > 1 ? c_int(argv[1]) : fallback;
@@ -154,8 +158,8 @@ int load_number(Request &request, int number, std::FILE *out)
     if (!preset)
         return refuse(out, kCanNotGetPreset);
     const Settings settings = settings_of(preset); // copies: a set may let go of the command lock
-    if (number != preset_current() && !save_current_preset(number))
-        return refuse(out, kCanNotSavePreset);
+    if (const FileResult saved = save_current_preset(number); saved.error)
+        return refuse(out, not_saved(saved));
     Request internal = request.as(kInternalMask);
     for (const Setting &setting : settings)
         set_stored(internal, setting, out, SetMode::set);
@@ -260,15 +264,17 @@ int save_number(int number, const Tree &preset, std::FILE *out)
         return refuse(out, kCanNotGetPreset);
     if (!can_have_file(number))
         return refuse(out, kInvalidNumber);
-    return preset_save(number, preset) ? 0 : refuse(out, kCanNotSavePreset);
+    const FileResult saved = preset_save(number, preset);
+    return saved.error ? refuse(out, not_saved(saved)) : 0;
 }
 
 int preset_to_file(Request &, Args &argv, std::FILE *out)
 {
     const int number = number_argument(argv, preset_current());
-    const int result = save_number(number, preset_copy(number), out);
+    const Tree preset = preset_copy(number);
+    const int result = save_number(number, preset, out);
     if (result == 0)
-        print_values(preset_node(number), preset_name(number), out);
+        print_values(preset.root(), preset_name(number), out);
     return result;
 }
 
@@ -277,10 +283,11 @@ int preset_store(Request &, Args &argv, std::FILE *out)
     const int number = number_argument(argv, preset_current());
     if (!can_have_file(number))
         return refuse(out, kInvalidNumber);
-    if (const int result = save_number(number, preset_of_settings(number), out))
+    const Tree preset = preset_of_settings(number);
+    if (const int result = save_number(number, preset, out))
         return result;
     print_settings(number, out);
-    print_values(preset_node(number), preset_name(number), out);
+    print_values(preset.root(), preset_name(number), out);
     return 0;
 }
 
@@ -324,10 +331,8 @@ int preset_get(Request &request, Args &argv, std::FILE *out)
 int preset_read(Request &, Args &argv, std::FILE *out)
 {
     const int number = number_argument(argv, preset_current());
-    if (!can_have_file(number) || !preset_file_exists(number))
-        return 1;
     Tree preset = Tree::make();
-    if (!preset_read_file(number, preset))
+    if (!can_have_file(number) || !preset_read_file(number, preset))
         return 1;
     preset_enter(number, preset);
     print_values(preset.root(), preset_name(number), out);
@@ -338,18 +343,21 @@ int preset_from_export(Request &, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(out, "##Need to specify an import file#");
-    const std::string file = qv_sysroot_path(argv[1]);
-    if (!file_exists(file))
-        return refuse(out, "##Can not find import file " + argv[1] + "#");
     Tree imported = Tree::make();
-    const HdfRead read = hdf_read_foreign_file(file, imported);
+    const HdfRead read = hdf_read_foreign_file(qv_sysroot_path(argv[1]), imported);
+    if (read.result == HdfResult::missing)
+        return refuse(out, "##Can not find import file " + argv[1] + "#");
     const PresetImport result =
         read.result == HdfResult::ok ? preset_import(imported) : PresetImport::no_good;
     if (result == PresetImport::no_good) {
         qv_log_print(kLogDebug, "Error loading preset file %s\n", argv[1].c_str());
+        qv_log_print(kLogError, "Can not import presets from %s: %s\n", argv[1].c_str(),
+                     read.detail.empty() ? "it has none, or a control character" : read.detail.c_str());
         return refuse(out, API_E_IMPORT_FAILED);
     }
-    return result == PresetImport::done ? 0 : refuse(out, kCanNotSavePreset);
+    if (result == PresetImport::done)
+        return 0;
+    return refuse(out, result == PresetImport::not_flushed ? kNotFlushed : kCanNotSavePreset);
 }
 
 int preset_to_export(Request &, Args &argv, std::FILE *out)

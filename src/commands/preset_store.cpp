@@ -1,6 +1,5 @@
 #include "commands/preset_store.h"
 
-#include "base/file_text.h"
 #include "base/limits.h"
 #include "base/replace_files.h"
 #include "base/text.h"
@@ -11,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 
 namespace qvcd {
 
@@ -25,6 +25,8 @@ constexpr char kConfFile[] = "/etc/presets/preset.conf";
 constexpr char kTemplateFile[] = "/etc/presets/template";
 constexpr char kRoot[] = "Preset.";
 constexpr char kCurrent[] = "Preset.current";
+std::map<int, Tree> in_file; // the presets that have a file, and what it holds
+
 constexpr std::string_view kTemplateComment = "Config"; // the presets' own description, no API
 
 std::string preset_file(int number)
@@ -32,39 +34,30 @@ std::string preset_file(int number)
     return std::string(kFolder) + "/preset" + std::to_string(number);
 }
 
-bool log_failure(const std::string &path, int error)
+bool log_failure(const char *what, const std::string &path, int error)
 {
     if (error)
-        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
+        qv_log_print(kLogError, "Can not %s %s: %s\n", what, qv_device_path(path).c_str(),
+                     std::strerror(error));
     return error == 0;
 }
 
-// All of them or none. Keeps the command lock: memory changes with them.
-bool store_files(const std::vector<FileChange> &files)
+// None when one of them cannot be written; what fails after that leaves a part. Keeps the command lock:
+// memory changes with them.
+std::vector<FileResult> store_files(const std::vector<FileChange> &files)
 {
-    FileSet wanted;
-    FileSet before;
-    std::vector<std::string> missing;
-    for (const FileChange &file : files) {
-        FileText old = read_whole_file(file.path);
-        if (old.missing())
-            missing.push_back(file.path);
-        else if (!log_failure(file.path, old.error))
-            return false;
-        else
-            before.add({file.path, std::move(old.text)});
-        wanted.add(file);
+    FileSet set;
+    for (FileChange file : files) {
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            if (files[i].path != file.path)
+                file.after.push_back(i);
+        }
+        set.add(std::move(file));
     }
-    const std::vector<int> errors = wanted.commit_here();
-    bool good = true;
+    std::vector<FileResult> results = set.commit_here();
     for (std::size_t i = 0; i < files.size(); ++i)
-        good &= log_failure(files[i].path, errors[i]);
-    if (good)
-        return true;
-    before.commit_here();
-    for (const std::string &path : missing)
-        remove_file(path);
-    return false;
+        log_failure("write", files[i].path, results[i].error);
+    return results;
 }
 
 // No newline: readers in the field take the rest of the line as it stands.
@@ -143,8 +136,21 @@ void count_presets()
 {
     preset_max_num = 0;
     while (preset_max_num < kMaxPresets && preset_node(preset_max_num + 1) &&
-           preset_file_exists(preset_max_num + 1))
+           in_file.contains(preset_max_num + 1))
         ++preset_max_num;
+}
+
+// A start gives a preset what it lacks from the one before. That goes into its file only where it came from
+// there.
+void drop_taken_over(int number, Tree &preset)
+{
+    const auto own = in_file.find(number);
+    for (const std::string &name : hdfutils_names(preset.root(), {}, has_value)) {
+        const bool is_own = own != in_file.end() && own->second.get(name);
+        if (name.starts_with(kTemplateComment) && !is_own &&
+            preset.get(name) == preset_node(number - 1).get(name))
+            preset.remove(name);
+    }
 }
 
 // The file of a folder without a current preset names the first one, which counts from the next start on. A
@@ -162,7 +168,7 @@ void load_presets()
 {
     Tree scratch = Tree::make(); // one for all: what a preset lacks it takes over from the one before
     for (int number = 1; number <= kMaxPresets; ++number) {
-        if (!preset_file_exists(number) || !preset_read_file(number, scratch))
+        if (!preset_read_file(number, scratch))
             break;
         presetDB.root().merge(preset_name(number), scratch.root());
     }
@@ -178,12 +184,12 @@ void add_template_line(std::string_view line)
 
 void load_template()
 {
-    const auto text = read_file(qv_sysroot_path(kTemplateFile));
-    if (!text) {
+    const FileText file = read_whole_file(qv_sysroot_path(kTemplateFile));
+    if (file.error)
         qv_log_print(kLogDebug, "Can't read preset template file\n");
-        return;
-    }
-    for (const std::string &line : split_words(*text, "\n"))
+    if (!file.missing())
+        log_failure("read", kTemplateFile, file.error);
+    for (const std::string &line : split_words(file.text, "\n"))
         add_template_line(line);
     if (preset_settings.size() <= kMaxPresetSettings)
         return;
@@ -197,9 +203,13 @@ int cmd_preset_init()
 {
     presetDB = Tree::make();
     preset_settings.clear();
+    in_file.clear();
     preset_max_num = 0;
-    if (!file_exists(qv_sysroot_path(kFolder)))
+    if (const int error = look_for_file(qv_sysroot_path(kFolder))) {
+        if (error != ENOENT)
+            log_failure("look for", kFolder, error);
         return 0;
+    }
     load_conf();
     load_presets();
     load_template();
@@ -210,6 +220,7 @@ int cmd_preset_exit()
 {
     presetDB.destroy();
     preset_settings.clear();
+    in_file.clear();
     preset_max_num = 0;
     return 0;
 }
@@ -219,9 +230,15 @@ int preset_current()
     return current_in(presetDB);
 }
 
-bool save_current_preset(int number)
+FileResult save_current_preset(int number)
 {
-    return store_files({conf_file(number)}) && presetDB.set(kCurrent, std::to_string(number));
+    const FileChange file = conf_file(number);
+    if (number == preset_current() && is_flushed(file.path))
+        return {0, true};
+    const FileResult result = store_files({file}).front();
+    if (result.changed)
+        presetDB.set(kCurrent, std::to_string(number));
+    return result;
 }
 
 std::string preset_name(int number)
@@ -241,11 +258,6 @@ Node preset_node(int number)
     return presetDB.find(preset_name(number));
 }
 
-bool preset_file_exists(int number)
-{
-    return file_exists(qv_sysroot_path(preset_file(number)));
-}
-
 Tree preset_copy(int number)
 {
     Tree copy = Tree::make();
@@ -256,14 +268,19 @@ Tree preset_copy(int number)
 bool preset_read_file(int number, Tree &into)
 {
     const std::string file = preset_file(number);
-    const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(file), into);
+    Tree own = Tree::make();
+    const HdfRead read = hdf_read_own_file_whole(qv_sysroot_path(file), own);
     if (read.result == HdfResult::ok) {
-        strip_line_ends(into);
-        replace_controls(into);
+        strip_line_ends(own);
+        replace_controls(own);
+        into.root().merge("", own.root());
+        in_file[number] = std::move(own);
         return true;
     }
-    qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
-    qv_log_print(kLogDebug, "%s: %s\n", file.c_str(), read.detail.c_str());
+    if (read.result == HdfResult::error) {
+        qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
+        qv_log_print(kLogError, "Can not read %s: %s\n", file.c_str(), read.detail.c_str());
+    }
     return false;
 }
 
@@ -274,47 +291,73 @@ void preset_enter(int number, const Tree &preset)
     count_presets();
 }
 
-bool preset_save(int number, const Tree &preset)
+FileResult preset_save(int number, const Tree &preset)
 {
-    const std::optional<FileChange> file = new_file(preset_file(number), preset.root());
-    if (!file || !store_files({*file}))
-        return false;
-    preset_enter(number, preset);
-    return true;
+    const std::string name = preset_file(number);
+    Tree whole = Tree::make();
+    if (!in_file.contains(number)) { // what could not be read at the start is not lost now
+        const FileText old = read_whole_file(qv_sysroot_path(name));
+        if (!old.missing() && !log_failure("read", name, old.error))
+            return {old.error, false};
+        preset_read_file(number, whole);
+    }
+    whole.root().merge("", preset.root());
+    drop_taken_over(number, whole);
+    const std::optional<FileChange> file = new_file(name, whole.root());
+    if (!file)
+        return {EINVAL, false};
+    const FileResult result = store_files({*file}).front();
+    if (result.changed) {
+        if (in_file.contains(number - 1))
+            presetDB.root().merge(preset_name(number), preset_node(number - 1));
+        preset_enter(number, whole);
+        in_file[number] = std::move(whole);
+        count_presets();
+    }
+    return result;
 }
 
 bool preset_export(const std::string &path)
 {
     const std::optional<FileChange> file = new_file(path, presetDB.root());
-    return file && log_failure(file->path, replace_named_file(file->path, file->text, file->mode));
+    return file && log_failure("write", file->path, replace_named_file(file->path, file->text, file->mode));
 }
 
 PresetImport preset_import(Tree &imported)
 {
     strip_line_ends(imported);
-    Tree merged = Tree::make();
-    merged.root().merge("", presetDB.root());
-    bool found = false;
-    if (imported.get(kCurrent))
-        found = merged.set(kCurrent, std::to_string(current_in(imported)));
+    bool found = imported.get(kCurrent).has_value();
     for (int number = 1; number <= kMaxPresets; ++number)
-        found |= merged.root().merge(preset_name(number), imported.find(preset_name(number)));
+        found |= static_cast<bool>(imported.find(preset_name(number)));
     if (!found || !has_only_lines(imported.root()))
         return PresetImport::no_good;
     std::vector<FileChange> files;
-    if (merged.get(kCurrent))
-        files.push_back(conf_file(current_in(merged)));
     for (int number = 1; number <= preset_max_num; ++number) {
-        std::optional<FileChange> file = new_file(preset_file(number), merged.find(preset_name(number)));
+        Tree merged = preset_copy(number);
+        merged.root().merge("", imported.find(preset_name(number)));
+        std::optional<FileChange> file = new_file(preset_file(number), merged.root());
         if (!file)
             return PresetImport::not_saved;
         files.push_back(std::move(*file));
     }
-    if (!store_files(files))
-        return PresetImport::not_saved;
-    presetDB = std::move(merged);
+    if (imported.get(kCurrent))
+        files.push_back(conf_file(current_in(imported)));
+    const std::vector<FileResult> results = store_files(files);
+    if (imported.get(kCurrent) && results.back().changed)
+        presetDB.set(kCurrent, std::to_string(current_in(imported)));
+    for (int number = 1; number <= kMaxPresets; ++number) {
+        const bool has_file = number <= preset_max_num;
+        if (has_file && !results[static_cast<std::size_t>(number) - 1].changed)
+            continue;
+        presetDB.root().merge(preset_name(number), imported.find(preset_name(number)));
+        if (has_file)
+            in_file[number] = preset_copy(number);
+    }
     count_presets();
-    return PresetImport::done;
+    if (!std::ranges::all_of(results, &FileResult::changed))
+        return PresetImport::not_saved;
+    const auto flushed = [](const FileResult &result) { return result.error == 0; };
+    return std::ranges::all_of(results, flushed) ? PresetImport::done : PresetImport::not_flushed;
 }
 
 } // namespace qvcd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/file_text.h"
 #include "store/tree.h"
 
 #include <string>
@@ -10,7 +11,7 @@ namespace qvcd {
 // Presets: numbered sets of values for one list of APIs, the template. They live in "/etc/presets":
 // "template" has one API name a line, "preset1" to "preset20" hold "name=value" lines (a value with a blank
 // at an end is a block, "name << EOM") and "Config.name", "Config.desc", "preset.conf" holds
-// "Preset.current=<number>". What changes both file and memory does so in both or in none.
+// "Preset.current=<number>". Memory goes by what the files hold (FileResult, base/file_text.h).
 
 inline constexpr int kMaxPresets = 20;
 inline constexpr std::size_t kMaxPresetSettings = 99;
@@ -28,26 +29,25 @@ int cmd_preset_exit();
 /// The number of the current preset; 0 when there is none.
 int preset_current();
 
-/// Makes a preset the current one; false, after logging why, when it cannot be saved.
-bool save_current_preset(int number);
+/// Makes a preset the current one; logs the reason of an error.
+FileResult save_current_preset(int number);
 
 std::string preset_name(int number);           ///< "Preset.<number>"
 std::string preset_api(std::string_view name); ///< the API in "Preset.<number>.<API>"
 Node preset_node(int number);                  ///< none when there is no such preset
 Tree preset_copy(int number);                  ///< empty when there is no such preset
 
-bool preset_file_exists(int number);
-
-/// Reads a preset's file over what `into` holds; false, `into` as it was, when the file is no good, which is
-/// logged.
+/// Reads a preset's file over what `into` holds; false, `into` as it was, when there is none, or it is no
+/// good, which is logged.
 bool preset_read_file(int number, Tree &into);
 
 /// Puts values over those that a preset has in memory.
 void preset_enter(int number, const Tree &preset);
 
-/// The same, after writing `preset` as its file; false, after logging why, when that cannot be done. A file
-/// with a password is readable for the owner only.
-bool preset_save(int number, const Tree &preset);
+/// The same, after writing `preset` as its file; logs the reason of an error. What a start would give it from
+/// the preset before is in memory too; a file that was never read is kept below what is written. One with a
+/// password is readable for the owner only.
+FileResult preset_save(int number, const Tree &preset);
 
 /// Writes all presets as one document to a path of the appliance; false, after logging why, when it cannot be
 /// written.
@@ -55,8 +55,9 @@ bool preset_export(const std::string &path);
 
 /// Puts the presets and the current number of such a document over those in memory and in the files that
 /// there are. Nothing is changed when it holds neither or a value with a control character (no_good), or when
-/// a file cannot be written (not_saved).
-enum class PresetImport { done, no_good, not_saved };
+/// a file cannot be written, which is logged (not_saved); a disk that fails in the middle leaves some presets
+/// changed, in memory as in their files. not_flushed: all change, but a power failure may undo it.
+enum class PresetImport { done, no_good, not_saved, not_flushed };
 PresetImport preset_import(Tree &imported);
 
 } // namespace qvcd

@@ -241,14 +241,14 @@ int profile_copy(Request &, Args &argv, std::FILE *out)
     if (const char *error = name_error(*target))
         return refuse(out, error);
     Tree document;
-    const std::optional<ProfileText> file = profile_read_text(source);
+    std::optional<ProfileText> file = profile_read_text(source);
     if (!file || profile_exists(source) != 0 || profile_read_hdf(source, document) != 0)
         return refuse(out, error_copying_profile);
     if (is_full(profile_group(document), *target))
         return refuse(out, error_maxed_profiles);
-    if (!profile_write_text(*target, *file))
-        return refuse(out, error_copying_profile);
-    profiledb_update(*target);
+    file->group = profile_group(document);
+    if (const FileResult written = profile_write_text(*target, *file); written.error)
+        return refuse(out, written.changed ? kNotFlushed : error_copying_profile);
     reply_name(out, source, *target);
     return 0;
 }
@@ -272,10 +272,8 @@ int profile_remove(Request &request, Args &argv, std::FILE *out)
     const bool was_current = profile_current() == *name;
     if (was_current && select_default(request, out) != 0)
         return refuse(out, error_removing_profile);
-    const bool removed = profile_remove_file(*name);
-    profiledb_update(*name);
-    if (!removed)
-        return refuse(out, error_removing_profile);
+    if (const FileResult removed = profile_remove_file(*name); removed.error)
+        return refuse(out, removed.changed ? kNotFlushed : error_removing_profile);
     const std::string now = was_current ? kDefaultProfile : *name;
     reply_name(out, now, now);
     return 0;
@@ -283,9 +281,10 @@ int profile_remove(Request &request, Args &argv, std::FILE *out)
 
 int profile_reset(Request &, Args &, std::FILE *out)
 {
-    const bool removed = profile_remove_files();
-    const int result = profiledb_load();
-    return removed ? result : refuse(out, error_removing_profile);
+    const FileResult removed = profile_remove_files();
+    if (!removed.error)
+        return 0;
+    return refuse(out, removed.changed ? kNotFlushed : error_removing_profile);
 }
 
 } // namespace
@@ -303,9 +302,10 @@ int store_profile(const std::string &name, const Settings &settings, const std::
     if (is_full(profile_group(document), again))
         return refuse(out, error_maxed_profiles);
     const FileKind kind = hold_password(settings) ? FileKind::secret : FileKind::open;
-    const bool written = profile_write_hdf(name, document, kind);
-    profiledb_update(name);
-    return written ? 0 : refuse(out, "##can not write " + profile_file(name) + "#");
+    const FileResult written = profile_write_hdf(name, document, kind);
+    if (!written.error)
+        return 0;
+    return refuse(out, written.changed ? kNotFlushed : "##can not write " + profile_file(name) + "#");
 }
 
 int load_profile(Request &request)

@@ -12,9 +12,9 @@ extern const CommandRecord profileRecord;
 /// refused.
 int command_profile(Request &request, Args &argv, std::FILE *out);
 
-/// Writes a profile and enters it in the list. 1, after an error line and with the old file as it was, when
-/// there is nothing in it, its group has no room, or it cannot be written. `again`: a member of the group
-/// that is replaced and so takes no further room.
+/// Writes a profile and enters it in the list. 1, after an error line, when there is nothing in it, its group
+/// has no room, or it cannot be written, all with the old file as it was, or cannot be flushed. `again`: a
+/// member of the group that is replaced and so takes no further room.
 int store_profile(const std::string &name, const Settings &settings, const std::string &again,
                   std::FILE *out);
 

@@ -73,18 +73,24 @@ bool is_modified(const std::string &api)
     return meta_get_this_level(api, "mod").value_or("0") != "0";
 }
 
-// In the settings and in their file. When it cannot be saved both are as before.
-int select(Request &request, const Selection &selection, const Selected &value)
+enum class Selecting {
+    saved,
+    undone,   // it cannot be saved: the settings and their file are as before
+    modified, // the file may have the new one, and cannot be written: the settings have the old one, as
+              // modified
+};
+
+Selecting select(Request &request, const Selection &selection, const Selected &value)
 {
     const Selected before = selected(selection);
     const bool was_saved = !is_modified(selection.name) && !is_modified(selection.desc);
     set_selected(selection, value);
     if (save_selected(request, selection) == 0)
-        return 0;
+        return Selecting::saved;
     set_selected(selection, before);
-    if (was_saved)
-        save_selected(request, selection);
-    return 1;
+    const bool undone = was_saved && save_selected(request, selection) == 0;
+    return undone || (is_on_disk(selection.name) && is_on_disk(selection.desc)) ? Selecting::undone
+                                                                                : Selecting::modified;
 }
 
 // Who may change one group may not touch the profiles of others. A file that is no good belongs to nobody.
@@ -125,7 +131,6 @@ void put_back(const std::string &name, const std::optional<ProfileText> &file)
         profile_write_text(name, *file);
     else
         profile_remove_file(name);
-    profiledb_update(name);
 }
 
 // What a load would set, compared with what is set.
@@ -159,16 +164,18 @@ int profile_addfunc(Request &request, std::string_view, std::string_view api, st
     if (const auto error = cfuncmap_check(selection.desc, value.desc))
         return refuse(selection.desc, *error, out);
     const std::optional<ProfileText> before = profile_read_text(value.name);
-    if (!before && profile_exists(value.name) == 0)
+    if (!before && profile_exists(value.name) != 1)
         return refuse(selection.name, error_invalid_name, out);
     if (store_profile(value.name, settings_of_profile(request, selection, value), value.name, out) != 0)
         return 1;
-    if (select(request, selection, value) == 0) {
+    const Selecting result = select(request, selection, value);
+    if (result == Selecting::saved) {
         flag_applied(selection.name); // the settings are the profile's
         return 0;
     }
     qv_log_print(kLogError, "Error executing profile command\n");
-    put_back(value.name, before);
+    if (result == Selecting::undone) // else the file may name it
+        put_back(value.name, before);
     return refuse(selection.name, kSaveFailed, out);
 }
 
@@ -183,16 +190,16 @@ int profile_removefunc(Request &request, std::string_view, std::string_view api,
         reply_line(out, error_profile_not_found);
         return 0;
     }
-    const bool was_there = profile_exists(name) == 0;
+    const bool was_there = profile_exists(name) != 1;
     const bool was_selected = before.name == name;
-    if (was_selected && select(request, selection, {}) != 0)
+    if (was_selected && select(request, selection, {}) != Selecting::saved)
         return refuse(selection.name, kSaveFailed, out);
     Request internal = request.as(kInternalMask);
     Args remove = {"remove", name};
     if (command_profile(internal, remove, out) == 0)
         return 0;
     qv_log_print(kLogError, "Error executing profile command\n");
-    if (was_selected && profile_exists(name) == 0)
+    if (was_selected && profile_exists(name) != 1)
         select(request, selection, before);
     return was_there ? 1 : 0;
 }

@@ -93,7 +93,7 @@ std::optional<Args> switch_to_profile(Request &request, const std::string &name,
         qv_log_print(kLogError, "Error reading profile %s: it is empty\n", name.c_str());
         return std::nullopt;
     }
-    profiledb_update(name);
+    profiledb_enter(name, document);
     revert_all_but(request, selected_by, out);
     Args names;
     for (const Setting &setting : settings_of(document)) {

@@ -6,6 +6,7 @@
 #include "commands/targets.h"
 #include "funcs/file_writes.h"
 #include "platform/log.h"
+#include "platform/sysroot.h"
 
 #include <set>
 
@@ -37,6 +38,12 @@ void report_saved(const Taken &taken, std::FILE *out)
     qv_log_print(kLogNotice, "Save %s=%s\n", taken.api.c_str(),
                  taken.secret ? kHiddenPassword : taken.value.c_str());
     notify_publish_on("save", taken.api, taken.value, taken.secret ? Secret::yes : Secret::no);
+}
+
+bool is_file_flushed(const std::string &api, const char *attribute)
+{
+    const auto file = meta_get(api, attribute);
+    return !file || is_flushed(qv_sysroot_path(std::string(*file)));
 }
 
 class Save {
@@ -73,6 +80,11 @@ class Save {
 };
 
 } // namespace
+
+bool is_on_disk(const std::string &api)
+{
+    return is_file_flushed(api, "file") && is_file_flushed(api, "shadow");
+}
 
 int command_save(Request &request, Args &argv, std::FILE *out)
 {

@@ -14,4 +14,8 @@ inline constexpr char kSaveFailed[] = "##Save failed#";
 /// is printed. Lets go of the command lock.
 int command_save(Request &request, Args &argv, std::FILE *out);
 
+/// False after a save of the API that failed when its files had changed: they may have the value, and may
+/// lose it when the power fails.
+bool is_on_disk(const std::string &api);
+
 } // namespace qvcd

@@ -141,7 +141,7 @@ std::vector<std::size_t> FileWrites::add_shadows(const std::vector<Entry *> &ent
     for (auto &[file, its_entries] : shadows) {
         const std::string path = qv_sysroot_path(file);
         const FileText old = read_whole_file(path);
-        if (old.error || old.text != text)
+        if (old.error || old.text != text || !is_flushed(path))
             numbers.push_back(add_part({file, std::move(its_entries)}, {path, text, mode}));
     }
     return numbers;
@@ -181,7 +181,7 @@ void FileWrites::add_text(const Target &target)
     // Without its shadows a file is not written: they would not follow any more.
     std::vector<std::size_t> shadows =
         add_shadows(entries, text, secret ? mode : mode_of(path).value_or(mode));
-    if (old.missing() || text != old.text)
+    if (old.missing() || text != old.text || !is_flushed(path))
         add_part({target.file, std::move(entries)},
                  {path, std::move(text), mode, FileChange::Kind::plain, std::move(shadows)});
 }
@@ -208,14 +208,14 @@ void FileWrites::commit()
         else if (!entry.refused && entry.row->kind == WriteKind::call)
             entry.result = entry.row->call(entry.pair.value) == 0 ? Result::written : Result::failed;
     }
-    const std::vector<int> errors = set_.commit_here();
-    for (std::size_t i = 0; i < errors.size(); ++i) {
+    const std::vector<FileResult> results = set_.commit_here();
+    for (std::size_t i = 0; i < results.size(); ++i) {
         const Target &part = parts_[i];
-        const bool no_device = is_missing(errors[i]) &&
-                               part.entries.front()->row->kind == WriteKind::device &&
+        const int error = results[i].error;
+        const bool no_device = is_missing(error) && part.entries.front()->row->kind == WriteKind::device &&
                                part.file == part.entries.front()->file;
-        if (errors[i] && !no_device)
-            fail(part.file, part.entries, errors[i], "");
+        if (error && !no_device)
+            fail(part.file, part.entries, error, "");
     }
 }
 

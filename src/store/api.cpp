@@ -107,8 +107,10 @@ Api *ApiIndex::find(std::string_view name)
 
 Api *ApiIndex::make(std::string_view name, Node setting)
 {
-    const auto entry = apis_.try_emplace(std::string(name)).first;
-    entry->second = Api(entry->first, setting);
+    std::string text(name);
+    const Api api(text, setting); // whole, or without memory none
+    const auto entry = apis_.insert_or_assign(std::move(text), api).first;
+    entry->second.name_ = &entry->first;
     return &entry->second;
 }
 

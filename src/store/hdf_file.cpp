@@ -64,7 +64,13 @@ bool reads_back(const std::string &text, Node node)
     return same_content(node, copy.root());
 }
 
-int replace(const std::string &path, const std::string &text, FileKind kind)
+FileResult replace_named(const std::string &path, const std::string &text, unsigned mode)
+{
+    const int error = replace_named_file(path, text, mode);
+    return {error, error == 0};
+}
+
+FileResult replace(const std::string &path, const std::string &text, FileKind kind)
 {
     switch (kind) {
     case FileKind::open:
@@ -72,11 +78,11 @@ int replace(const std::string &path, const std::string &text, FileKind kind)
     case FileKind::secret:
         return replace_secret_file(path, text);
     case FileKind::named:
-        return replace_named_file(path, text);
+        return replace_named(path, text, 0666);
     case FileKind::named_secret:
-        return replace_named_file(path, text, 0600);
+        return replace_named(path, text, 0600);
     }
-    return EINVAL;
+    return {EINVAL, false};
 }
 
 } // namespace
@@ -109,19 +115,19 @@ HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh)
     return read;
 }
 
-bool hdf_write_file(const std::string &path, Node node, FileKind kind)
+FileResult hdf_write_file(const std::string &path, Node node, FileKind kind)
 {
     const std::string text = hdf_text(node);
     if (!reads_back(text, node)) {
         qv_log_print(kLogError, "Can not write %s: a value does not fit into the file's syntax\n",
                      qv_device_path(path).c_str());
-        return false;
+        return {EINVAL, false};
     }
-    if (const int error = replace(path, text, kind)) {
-        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(), std::strerror(error));
-        return false;
-    }
-    return true;
+    const FileResult result = replace(path, text, kind);
+    if (result.error)
+        qv_log_print(kLogError, "Can not write %s: %s\n", qv_device_path(path).c_str(),
+                     std::strerror(result.error));
+    return result;
 }
 
 } // namespace qvcd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/file_text.h"
 #include "store/hdf_text.h"
 #include "store/tree.h"
 
@@ -37,8 +38,8 @@ enum class FileKind {
 };
 
 /// Writes the children of `node` to a file in one durable step (base/file_text.h). A tree whose text would
-/// not read back the same (a value with a newline, or with blanks at its ends) is not written. True on
-/// success, else the reason is logged at priority 3 and the old file is as it was. Keeps the command lock.
-bool hdf_write_file(const std::string &path, Node node, FileKind kind = FileKind::open);
+/// not read back the same (a value with a newline, or with blanks at its ends) is not written (EINVAL). The
+/// reason of an error is logged at priority 3. Keeps the command lock.
+FileResult hdf_write_file(const std::string &path, Node node, FileKind kind = FileKind::open);
 
 } // namespace qvcd

@@ -2,6 +2,7 @@
 
 #include "base/file_text.h"
 #include "base/limits.h"
+#include "base/replacement.h"
 #include "base/text.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -42,6 +43,18 @@ std::optional<GroupLeaf> find_group_leaf(const Tree &profile, std::string_view n
     return found;
 }
 
+bool log_failure(const char *what, const std::string &file, int error)
+{
+    if (error)
+        qv_log_print(kLogError, "Can not %s %s: %s\n", what, file.c_str(), std::strerror(error));
+    return error == 0;
+}
+
+bool can_exist(std::string_view name)
+{
+    return is_profile_name(name) && name != kDefaultProfile;
+}
+
 std::string collapse_percents(std::string_view text)
 {
     std::string result;
@@ -53,29 +66,20 @@ std::string collapse_percents(std::string_view text)
     return result;
 }
 
-// The folder's entries that hold ".hdf".
-std::vector<std::string> profile_entries(std::error_code &error)
+// The folder's entries that hold ".hdf"; nothing, after logging why, when it cannot be read.
+std::optional<std::vector<std::string>> profile_entries()
 {
     std::vector<std::string> entries;
+    std::error_code error;
     std::filesystem::directory_iterator entry(qv_sysroot_path(kProfileFolder), error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         if (std::string name = entry->path().filename().string(); name.find(kSuffix) != std::string::npos)
             entries.push_back(std::move(name));
     }
-    return entries;
-}
-
-bool log_failure(const char *what, const std::string &file, int error)
-{
-    if (error)
-        qv_log_print(kLogError, "Can not %s %s: %s\n", what, file.c_str(), std::strerror(error));
-    return error == 0;
-}
-
-bool remove_entry(const std::string &entry)
-{
-    const std::string file = std::string(kProfileFolder) + "/" + entry;
-    return log_failure("remove", file, remove_file(qv_sysroot_path(file)));
+    if (error == std::errc::no_such_file_or_directory)
+        return entries;
+    log_failure("read", kProfileFolder, error.value());
+    return error ? std::nullopt : std::optional(std::move(entries));
 }
 
 } // namespace
@@ -104,16 +108,20 @@ std::string profile_file(std::string_view name)
 
 int profiledb_load()
 {
-    profileDB.clear();
     mkdir(qv_sysroot_path(kProfileFolder).c_str(), 0777); // where it fails, reading the folder does too
-    std::error_code error;
-    for (const std::string &entry : profile_entries(error)) {
-        if (entry.ends_with(kSuffix))
-            profiledb_update(entry.substr(0, entry.size() - kSuffix.size()));
+    const auto entries = profile_entries();
+    if (!entries)
+        return 1;
+    profileDB.clear();
+    for (const std::string &entry : *entries) {
+        const std::string name = entry.substr(0, entry.size() - std::min(kSuffix.size(), entry.size()));
+        if (!entry.ends_with(kSuffix) || !can_exist(name))
+            continue;
+        std::string group;
+        profile_read_group(name, group); // one that is no good is listed, too: it can be removed
+        profileDB[name] = group;
     }
-    if (error)
-        qv_log_print(kLogError, "%s: %s\n", kProfileFolder, error.message().c_str());
-    return error ? 1 : 0;
+    return 0;
 }
 
 void profiledb_destroy()
@@ -121,15 +129,9 @@ void profiledb_destroy()
     profileDB.clear();
 }
 
-void profiledb_update(const std::string &name)
+void profiledb_enter(const std::string &name, const Tree &document)
 {
-    if (profile_exists(name) != 0) {
-        profileDB.erase(name);
-        return;
-    }
-    std::string group;
-    profile_read_group(name, group); // one that is no good is listed, too: it can be removed
-    profileDB[name] = group;
+    profileDB[name] = profile_group(document);
 }
 
 std::string profile_current()
@@ -174,8 +176,13 @@ std::vector<std::string> profile_names_of_group(std::string_view group)
 
 int profile_exists(std::string_view name)
 {
-    const bool can_exist = is_profile_name(name) && name != kDefaultProfile;
-    return can_exist && file_exists(qv_sysroot_path(profile_file(name))) ? 0 : 1;
+    if (!can_exist(name))
+        return 1;
+    const std::string file = profile_file(name);
+    const int error = look_for_file(qv_sysroot_path(file));
+    if (error == ENOENT || error == ENOTDIR)
+        return 1;
+    return log_failure("look for", file, error) ? 0 : 2;
 }
 
 int profile_read_hdf(std::string_view name, Tree &tree)
@@ -192,41 +199,74 @@ int profile_read_hdf(std::string_view name, Tree &tree)
     return read.result == HdfResult::ok ? 0 : 1;
 }
 
-bool profile_write_hdf(const std::string &name, const Tree &document, FileKind kind)
+FileResult profile_write_hdf(const std::string &name, const Tree &document, FileKind kind)
 {
-    if (hdf_text(document.root()).size() > kMaxProfileBytes)
-        return log_failure("write", profile_file(name), EFBIG);
-    return hdf_write_file(qv_sysroot_path(profile_file(name)), document.root(), kind);
+    if (hdf_text(document.root()).size() > kMaxProfileBytes) {
+        log_failure("write", profile_file(name), EFBIG);
+        return {EFBIG, false};
+    }
+    const FileResult result = hdf_write_file(qv_sysroot_path(profile_file(name)), document.root(), kind);
+    if (result.changed)
+        profiledb_enter(name, document);
+    return result;
 }
 
 std::optional<ProfileText> profile_read_text(const std::string &name)
 {
-    const std::string file = qv_sysroot_path(profile_file(name));
+    const std::string file = profile_file(name);
     struct stat st {};
-    auto text = read_file(file);
-    if (!text || stat(file.c_str(), &st) != 0)
+    FileText text = read_whole_file(qv_sysroot_path(file));
+    if (text.missing())
         return std::nullopt;
-    return ProfileText{std::move(*text), st.st_mode & 0777U};
+    if (!text.error && stat(qv_sysroot_path(file).c_str(), &st) != 0)
+        text.error = errno;
+    if (!log_failure("read", file, text.error))
+        return std::nullopt;
+    const auto listed = profileDB.find(name);
+    return ProfileText{std::move(text.text), st.st_mode & 0777U,
+                       listed == profileDB.end() ? "" : listed->second};
 }
 
-bool profile_write_text(const std::string &name, const ProfileText &file)
+FileResult profile_write_text(const std::string &name, const ProfileText &file)
 {
     const std::string path = profile_file(name);
-    return log_failure("write", path, replace_secret_file(qv_sysroot_path(path), file.text, file.mode));
+    const FileResult result = replace_secret_file(qv_sysroot_path(path), file.text, file.mode);
+    log_failure("write", path, result.error);
+    if (result.changed)
+        profileDB[name] = file.group;
+    return result;
 }
 
-bool profile_remove_file(const std::string &name)
+FileResult profile_remove_file(const std::string &name)
 {
-    return remove_entry(name + std::string(kSuffix));
+    const std::string file = profile_file(name);
+    const FileResult result = remove_file(qv_sysroot_path(file));
+    log_failure("remove", file, result.error);
+    if (result.changed || result.error == ENOENT)
+        profileDB.erase(name);
+    return result;
 }
 
-bool profile_remove_files()
+FileResult profile_remove_files()
 {
-    std::error_code error; // of reading the folder, which profiledb_load() reports
-    bool removed = true;
-    for (const std::string &entry : profile_entries(error))
-        removed &= remove_entry(entry);
-    return removed;
+    const auto entries = profile_entries();
+    FileResult result{entries ? 0 : EIO, entries.has_value()};
+    for (const std::string &entry : entries.value_or(std::vector<std::string>())) {
+        const std::string file = std::string(kProfileFolder) + "/" + entry;
+        const FileResult removed = remove_file(qv_sysroot_path(file));
+        log_failure("remove", file, removed.error);
+        if (removed.changed && entry.ends_with(kSuffix))
+            profileDB.erase(entry.substr(0, entry.size() - kSuffix.size()));
+        result.error = removed.error ? removed.error : result.error;
+        result.changed &= removed.changed;
+    }
+    if (!result.error && !is_flushed(qv_sysroot_path(profile_file("any")))) {
+        result.error = flush_folder(qv_sysroot_path(kProfileFolder)); // what was removed before
+        log_failure("write", kProfileFolder, result.error);
+    }
+    if (result.changed)
+        profileDB.clear();
+    return result;
 }
 
 std::string profile_group(const Tree &document)

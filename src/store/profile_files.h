@@ -43,14 +43,14 @@ std::string profile_file(std::string_view name);
 /// The profiles that have a file, last name first, each with its group, which is empty for none.
 extern std::map<std::string, std::string, std::greater<>> profileDB;
 
-/// Makes profileDB anew from the folder, which is created when there is none. Returns 1 when the folder
-/// cannot be read, else 0.
+/// Makes profileDB anew from the folder, which is created when there is none. Returns 0; 1, after logging why
+/// and with the list as it was, when the folder cannot be read.
 int profiledb_load();
 
 void profiledb_destroy();
 
-/// Makes one entry of profileDB what the profile's file says.
-void profiledb_update(const std::string &name);
+/// Enters what the profile's file was found to hold.
+void profiledb_enter(const std::string &name, const Tree &document);
 
 /// The selected profile of the unit; kDefaultProfile when there is none.
 std::string profile_current();
@@ -68,31 +68,34 @@ int check_valid_profile(std::string_view name);
 /// those of profileDB, kMaxGroupProfiles in all.
 std::vector<std::string> profile_names_of_group(std::string_view group);
 
-// ---- Files. Each change is on the disk, or the file is as it was and the reason is logged. ----
+// ---- Files. A change of one changes the list with it; the reason of an error is logged. ----
 
-/// 0 when the profile has a file, 1 when it has none.
+/// 0 when the profile has a file, 1 when it has none, 2 when that is not known, which is logged.
 int profile_exists(std::string_view name);
 
 /// Reads a profile into `tree`: 0; or 1 when there is no such file, or it is no good, which is logged. For
 /// "default" nothing is read and the result is 0. `tree` is made anew otherwise.
 int profile_read_hdf(std::string_view name, Tree &tree);
 
-/// Writes a document, whose values are URL-encoded. False too for one that could not be read again: larger
+/// Writes a document, whose values are URL-encoded. An error too for one that could not be read again: larger
 /// than kMaxProfileBytes, or nested too deeply.
-bool profile_write_hdf(const std::string &name, const Tree &document, FileKind kind);
+FileResult profile_write_hdf(const std::string &name, const Tree &document, FileKind kind);
 
-/// A profile's file as it is, for copies. It may hold passwords, so the mode counts.
+/// A profile's file as it is, for copies, and its group in the list. It may hold passwords, so the mode
+/// counts.
 struct ProfileText {
     std::string text;
     unsigned mode;
+    std::string group;
 };
+/// Nothing when there is no such file, or, which is logged, it cannot be read.
 std::optional<ProfileText> profile_read_text(const std::string &name);
-bool profile_write_text(const std::string &name, const ProfileText &file);
+FileResult profile_write_text(const std::string &name, const ProfileText &file);
 
-bool profile_remove_file(const std::string &name);
+FileResult profile_remove_file(const std::string &name);
 
-/// Removes the files of all profiles; false when one could not be removed.
-bool profile_remove_files();
+/// Removes the files of all profiles. `changed` when all of them are gone.
+FileResult profile_remove_files();
 
 /// The identifier of the group that a profile's document belongs to, at most kMaxValueBytes; empty for none.
 std::string profile_group(const Tree &document);

@@ -14,6 +14,7 @@ the daemon runs it again and meets the fault there; and for each call the power 
           the new state after a restart; the log says what the system said
   agrees  a daemon that refused a change of users, profiles or presets answers as it does after a restart
   again   asking once more when the cause is gone brings the new state
+  stays   what a command said it has done outlives a power failure behind its reply
   lives   the daemon goes on, and loses no descriptor
 
 Exit status 1 when a run fell short.
@@ -40,7 +41,7 @@ from scenarios import ANSWERS, JOURNAL, SCENARIOS, SPARE, TEMPORARY
 from shim import FAIL, FAIL_FROM_THERE, FAULTS, HALF, Shim
 
 RANDOM_CUTS = 1000  # with --all
-SAMPLE = {"faults": 32, "cuts": 6, "random cuts": 80, "memory": 60}  # else: of a scenario, and in all
+SAMPLE = {"faults": 20, "cuts": 4, "random cuts": 60, "memory": 40}  # else: of a scenario, and in all
 RANDOM = re.compile(r"power-random:(\d+)")
 
 
@@ -223,6 +224,7 @@ class Outcome(typing.NamedTuple):
     again: list  # replies to asking again
     tree_again: dict
     lost: int  # descriptors
+    flushed: dict = None  # what a power cut leaves, when the last command said it is done
 
 
 def meet_fault(scenario, point, fault, tell):
@@ -231,6 +233,7 @@ def meet_fault(scenario, point, fault, tell):
         refused = False
         replies = []
         descriptors = before = 0
+        start = {}
         if scenario.is_start:
             box.shim.arm(fault, point)
             up = box.start()
@@ -239,6 +242,7 @@ def meet_fault(scenario, point, fault, tell):
             prepare(box, scenario)
             descriptors = box.descriptors()
             before = len(box.log())
+            start = box.everything()
             box.shim.arm(fault, point)
             for command in scenario.commands:
                 replies.append(box.command(command))
@@ -246,7 +250,8 @@ def meet_fault(scenario, point, fault, tell):
                 if refused:
                     break
             up = not wait_for(box.has_ended, 5) if replies[-1] is None else not box.has_ended()
-        dealt = [c for c in Shim.calls(box.shim.lines()) if c.dealt]
+        lines = box.shim.lines()
+        dealt = [c for c in Shim.calls(lines) if c.dealt]
         box.shim.disarm()
         if tell:
             tell(box, dealt, replies)
@@ -258,14 +263,23 @@ def meet_fault(scenario, point, fault, tell):
             return Outcome(False, box.process.returncode, refused, replies, log, tree, {}, [], {}, 0)
         live = box.ask(ANSWERS if scenario.is_start else scenario.agrees if refused else [])
         wanted = ["save"] if scenario.is_start else (scenario.again or scenario.commands) if refused else []
+        if not scenario.is_start:
+            box.shim.arm()
         again = [box.command(c) for c in wanted]
+        lines += box.shim.lines()
         tree_again = box.tree()
         if box.has_ended():
             return Outcome(False, box.process.returncode, refused, replies, box.log(), tree, {}, [], {}, 0)
         lost = 0
         if descriptors and not wait_for(lambda: box.descriptors() <= descriptors, 5):
             lost = box.descriptors() - descriptors
-        return Outcome(True, 0, refused, replies, log, tree, live, again, tree_again, lost)
+        flushed = None
+        if not scenario.is_start and not is_refusal([*replies, *again][-1]):
+            disk = Disk(box.root, start)
+            for _, words in Shim.changes(lines):
+                disk.follow(*words)
+            flushed = disk.after_cut(CHOICES["power-lost"], SPARE)
+        return Outcome(True, 0, refused, replies, log, tree, live, again, tree_again, lost, flushed)
 
 
 def says_why(log, fault):
@@ -296,6 +310,8 @@ def judge(scenario, clean, fault, outcome):
         return [*fell, Shortfall("lives", f"the daemon ended with {outcome.code}\n{outcome.log}")]
     if outcome.lost:
         fell.append(Shortfall("lives", f"{outcome.lost} descriptors more than before"))
+    if outcome.flushed is not None and settle(outcome.flushed) != last:
+        fell.append(Shortfall("stays", "after a power cut: " + state_differences(settle(outcome.flushed), last)))
     if not outcome.refused:
         if found != last:
             fell.append(Shortfall("told", "it said done; after a restart: " + state_differences(found, last)))
@@ -496,7 +512,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--all", action="store_true", help="every point and kind, and 1,000 random power cuts")
     parser.add_argument("--only", default="", help="scenarios whose name matches this expression")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--jobs", type=int, default=2 * os.cpu_count(), help="they wait as much as they work")
     parser.add_argument("--scenario", help="one run; without --fault its calls")
     parser.add_argument("--point", type=int, default=0)
     parser.add_argument("--fault", help=", ".join([*FAULTS, *CHOICES, "power-random:SEED"]))

@@ -269,6 +269,9 @@ SCENARIOS = [
     Scenario("save of seven files", ["save"], SET_ALL),
     Scenario("save of new files", ["save A Linked"], ["sets A.first=1 Linked.only=1"],
              {"/etc/a.conf": None, "/etc/shadow.d/a.conf": None, "/etc/linked.conf": None, "/data/linked.conf": None}),
+    # What a failed save left must not come back over what is saved after it.
+    Scenario("save of two files, then of one", ["save Linked B", "update B.only=two"], ["sets B.only=one Linked.only=1"],
+             again=["update B.only=two", "save"]),
     Scenario("update", ["update A.first=1 Cam.Configuration.rate=2"], again=["save"]),
     Scenario("set of a live value", ["set Live.level=1"], agrees=["get Live"]),
     Scenario("import and save", ["import /home/in.hdf", "save"]),

@@ -22,6 +22,19 @@ namespace {
 
 namespace fs = std::filesystem;
 using Errors = std::vector<int>;
+using Results = std::vector<FileResult>;
+
+constexpr FileResult kReplaced{0, true};
+
+Errors errors_of(const Results &results)
+{
+    Errors errors;
+    for (const FileResult &result : results) {
+        EXPECT_EQ(result.changed, result.error == 0);
+        errors.push_back(result.error);
+    }
+    return errors;
+}
 
 class Replacing : public OnEmptyRoot<testing::Test> {
   protected:
@@ -56,8 +69,8 @@ TEST_F(Replacing, KeepsModeOwnerAttributesAndLinks)
     fs::create_symlink("real", path("etc/second"));
     fs::create_symlink("third", path("etc/dangling"));
     fs::create_symlink("nowhere", path("etc/third"));
-    EXPECT_EQ(replace_file(path("etc/link"), "new"), 0);
-    EXPECT_EQ(replace_file(path("etc/dangling"), "made"), 0);
+    EXPECT_EQ(replace_file(path("etc/link"), "new"), kReplaced);
+    EXPECT_EQ(replace_file(path("etc/dangling"), "made"), kReplaced);
     EXPECT_EQ(read("etc/real") + read("etc/nowhere"), "newmade");
     EXPECT_EQ(mode_of("etc/real"), 0640U);
     EXPECT_EQ(mode_of("etc/nowhere"), 0644U);
@@ -69,7 +82,7 @@ TEST_F(Replacing, KeepsModeOwnerAttributesAndLinks)
                 (getxattr(path("etc/real").c_str(), "user.note", &note, 1) == 1 && note == 'n'));
     for (const char *link : {"etc/link", "etc/second", "etc/dangling", "etc/third"})
         EXPECT_TRUE(fs::is_symlink(path(link))) << link;
-    EXPECT_EQ(replace_secret_file(path("etc/nowhere"), "y"), 0);
+    EXPECT_EQ(replace_secret_file(path("etc/nowhere"), "y"), kReplaced);
     EXPECT_EQ(mode_of("etc/nowhere"), 0600U);
     EXPECT_EQ(names_in("etc").size(), 6U);
     EXPECT_FALSE(fs::exists(path("var"))); // one rename needs no journal
@@ -88,7 +101,7 @@ TEST_F(Replacing, WhatCanBeReplacedIs)
     set.add({"/dev/full", "new"});
     set.add({path("etc/no-device"), "new", 0, FileChange::Kind::device});
     set.add({path("etc/b"), "new"});
-    EXPECT_EQ(set.commit(), (Errors{0, EISDIR, ENOENT, ENOTDIR, ENOSPC, ENOENT, 0}));
+    EXPECT_EQ(errors_of(set.commit()), (Errors{0, EISDIR, ENOENT, ENOTDIR, ENOSPC, ENOENT, 0}));
     EXPECT_EQ(read("etc/a") + read("etc/b"), "newnew");
     EXPECT_EQ(names_in("etc"), (std::vector<std::string>{"a", "b", "folder"}));
     EXPECT_EQ(read("var/lib/qv/save.journal"), ""); // its work is done
@@ -102,7 +115,7 @@ TEST_F(Replacing, GoesOnWithoutAJournal)
     FileSet set;
     for (int i = 0; i < 70; ++i) // more than are open at once
         set.add({path("f" + std::to_string(i)), std::to_string(i)});
-    EXPECT_EQ(set.commit(), Errors(70, 0));
+    EXPECT_EQ(errors_of(set.commit()), Errors(70, 0));
     EXPECT_EQ(read("f0") + read("f69"), "069");
     EXPECT_EQ(names_in("").size(), 71U);
 }
@@ -129,13 +142,13 @@ TEST_F(Replacing, FilesOfTheKernelAreWrittenInPlace)
         for (const char *value : {"1\n", "0\n"}) {
             FileSet set;
             set.add({file, value, 0666, kind});
-            EXPECT_EQ(set.commit(), Errors{0});
+            EXPECT_EQ(set.commit(), Results{kReplaced});
             EXPECT_EQ(read_file(file), value);
         }
     }
     FileSet wrong;
     wrong.add({file, "nonsense\n"});
-    EXPECT_EQ(wrong.commit(), Errors{EINVAL});
+    EXPECT_EQ(wrong.commit(), (Results{{EINVAL, false}}));
     EXPECT_EQ(read_file(file), "0\n");
     rmdir(group.c_str());
 }
@@ -146,11 +159,16 @@ TEST_F(Replacing, LeftOversOfTheDeadAreRemoved)
     if (dead == 0)
         _exit(0);
     ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
-    const std::string of_dead = ".qvcd-new-" + std::to_string(dead) + "-1";
-    const std::string of_living = ".qvcd-new-1-1";                               // the first process
-    const std::string before_us = ".qvcd-new-" + std::to_string(getpid()) + "-"; // of another number
+    std::ifstream stat("/proc/1/stat"); // of the first process
+    std::string start;
+    for (int i = 0; i < 22; ++i)
+        stat >> start;
+    const std::string of_living = ".qvcd-new-1-" + start + "-1";
+    const std::string of_dead = ".qvcd-new-" + std::to_string(dead) + "-" + start + "-1";
+    const std::string before_first = ".qvcd-new-1-" + start + "1-1"; // it began at another time
+    const std::string before_us = ".qvcd-new-" + std::to_string(getpid()) + "-";
     for (const std::string &name :
-         {of_dead, of_living, before_us, std::string(".qvcd-new"), std::string("other")})
+         {of_dead, of_living, before_first, before_us, std::string(".qvcd-new"), std::string("other")})
         write("swept/" + name, "");
     remove_left_overs(path("swept"));
     remove_left_overs(path("none"));
@@ -165,7 +183,7 @@ TEST_F(Replacing, WhatComesBeforeItMustBeThere)
         const std::size_t first = set.add({path(shadow), "new"});
         set.add({path("etc/f"), "new", 0666, FileChange::Kind::plain, {first}});
         set.add({path("etc/g"), "new"});
-        const Errors errors = set.commit();
+        const Errors errors = errors_of(set.commit());
         EXPECT_NE(errors[0], 0);
         EXPECT_EQ(errors[1], ECANCELED);
         EXPECT_EQ(names_in("etc"), std::vector<std::string>{"g"});

@@ -252,9 +252,16 @@ TEST_F(PresetTest, StoreWritesAFileOfLines)
     EXPECT_EQ(file("etc/presets/preset2"), "Config.name=two\nConfig.desc=2\nEnc.rate=44\nEnc.text=x={ #%s\n");
     EXPECT_EQ(reply("preset.store 3"), "Preset.3.Enc.rate=44\nPreset.3.Enc.text=x={ #%s\n"
                                        "Preset.3.Enc.rate=44\nPreset.3.Enc.text=x={ #%s\n");
+    const std::string known = reply("preset.get 3"); // with what a start would take over
+    ask("preset.store 3");
+    EXPECT_EQ(file("etc/presets/preset3"), "Enc.rate=44\nEnc.text=x={ #%s\n");
+    write("etc/presets/preset5", "Config.name=unread\nEnc.rate=1\n"); // behind a gap
+    ask("preset.store 5");
+    EXPECT_EQ(file("etc/presets/preset5"), "Config.name=unread\nEnc.rate=44\nEnc.text=x={ #%s\n");
     start();
     EXPECT_EQ(reply("preset.get 2"), whole);
     EXPECT_EQ(preset_max_num, 3);
+    EXPECT_EQ(reply("preset.get 3"), known);
 }
 
 TEST_F(PresetTest, ReadPutsTheFileOverMemory)

@@ -83,9 +83,9 @@ TEST_F(ProfileFilesTest, WhatIsWrittenCanBeRead)
         return profile_write_hdf("p", document, FileKind::open);
     };
     Tree read;
-    EXPECT_TRUE(write(kMaxProfileBytes));
+    EXPECT_EQ(write(kMaxProfileBytes), (FileResult{0, true}));
     EXPECT_EQ(profile_read_hdf("p", read), 0);
-    EXPECT_FALSE(write(kMaxProfileBytes + 1));
+    EXPECT_EQ(write(kMaxProfileBytes + 1), (FileResult{EFBIG, false}));
     EXPECT_EQ(appliance_root().read("etc/profiles/p.hdf").size(), kMaxProfileBytes);
 }
 
@@ -133,15 +133,17 @@ TEST_F(ProfileFilesTest, TheListIsThatOfTheFiles)
         EXPECT_NE(check_valid_profile(name), 0) << name;
     for (const char *name : {"", "b", "current", "a.hdf"})
         EXPECT_EQ(check_valid_profile(name), 0) << name;
-    profile("a.hdf", "D.Profiles.name = a\n");
-    EXPECT_TRUE(profile_remove_file("c"));
-    EXPECT_FALSE(profile_remove_file("c"));
-    profiledb_update("a");
-    profiledb_update("c");
+    EXPECT_EQ(profile_remove_file("c").error, 0);
+    EXPECT_EQ(profile_remove_file("c").error, ENOENT);
+    EXPECT_EQ(profile_write_text("a", {"D.Profiles.name = a\n", 0600, "D.Profiles.name"}).error, 0);
     EXPECT_THAT(profileDB, ElementsAre(Pair("a.hdf.b", ""), Pair("a", "D.Profiles.name")));
     std::filesystem::remove_all(appliance_root().path("etc/profiles"));
     appliance_root().write("etc/profiles", "a file");
     EXPECT_EQ(profiledb_load(), 1);
+    EXPECT_EQ(profileDB.size(), 2U); // a folder that cannot be read is not empty
+    EXPECT_FALSE(profile_remove_files().changed);
+    EXPECT_NE(profile_write_text("b", {"", 0600, ""}).error, 0);
+    EXPECT_EQ(profileDB.size(), 2U);
 }
 
 TEST_F(ProfileFilesTest, TheListOfAGroupHoldsSixteenAndTheCurrentOneTwice)
