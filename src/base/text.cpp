@@ -70,10 +70,12 @@ std::tm local_time(const Timecode &code)
 
 bool is_one_line(std::string_view text)
 {
-    bool bad = false;
-    for (const char c : text) // to the end: the compiler makes vectors of it
-        bad |= is_control(c);
-    return !bad;
+    unsigned char bad = 0; // no branch and no early end: the compiler makes vectors of it
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        bad |= static_cast<unsigned char>((byte < ' ') | (byte == 0x7f));
+    }
+    return bad == 0;
 }
 
 std::string one_line(std::string text)

@@ -11,6 +11,7 @@
 #include "store/meta.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <optional>
 #include <utility>
@@ -35,9 +36,17 @@ void assign(Args &argv, std::size_t i, std::string_view word)
         argv.emplace_back(word);
 }
 
+// Of each byte: whether it separates words. A look into a table is cheaper than four comparisons.
+constexpr auto kSeparates = [] {
+    std::array<bool, 256> table{};
+    for (const char c : kListSeparators)
+        table[static_cast<unsigned char>(c)] = true;
+    return table;
+}();
+
 bool is_separator(char c)
 {
-    return c == ' ' || c == ',' || c == '\r' || c == '\n';
+    return kSeparates[static_cast<unsigned char>(c)];
 }
 
 // Takes the next word off the text, with the separators around it; empty when there is none.

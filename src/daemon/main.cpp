@@ -29,6 +29,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <malloc.h>
 #include <memory>
 #include <optional>
 #include <sys/stat.h>
@@ -146,6 +147,7 @@ bool claim_root(const Options &options, std::shared_ptr<const TlsContext> &tls)
 // False when there would be nobody to ask the daemon anything.
 bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
 {
+    mallopt(M_MMAP_THRESHOLD, 1 << 20); // a long reply's memory goes back when it is sent, and stays so
     install_signals();
     if (!options.foreground)
         qv_daemonize();

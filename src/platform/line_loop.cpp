@@ -8,6 +8,8 @@
 #include <malloc.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 namespace qvcd {
 
@@ -21,6 +23,7 @@ constexpr auto kTurnsTime = 2ms; // for those with lines that wait, and for thos
 constexpr auto kRoundTime = 5ms; // for one slice of everybody's lines
 constexpr std::chrono::microseconds kLeastSlice = 25us;
 constexpr std::chrono::microseconds kMostSlice = 250us;
+constexpr Milliseconds kCoarseTick = 10ms; // coarse_now() is not further behind
 constexpr std::size_t kTrimBytes = std::size_t{2} << 20;
 constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
 
@@ -61,11 +64,15 @@ bool LineLoop::start()
 {
     epoll_.reset(::epoll_create1(EPOLL_CLOEXEC));
     wake_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.ptr = nullptr;
-    const bool good = epoll_ && wake_ && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) == 0 &&
-                      listeners_.watch(epoll_.get());
+    timer_.reset(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    const auto watch = [this](const Fd &fd, void *tag) {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.ptr = tag;
+        return fd && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd.get(), &event) == 0;
+    };
+    const bool good =
+        epoll_ && watch(wake_, nullptr) && watch(timer_, &timer_) && listeners_.watch(epoll_.get());
     if (!good) {
         qv_report_failure(std::string("cannot serve connections: ") + std::strerror(errno));
         return false;
@@ -109,9 +116,11 @@ bool LineLoop::lead(Worker &worker)
             return true;
         bound_memory();
         next_event_ = 0;
-        event_count_ =
-            std::max(0, ::epoll_wait(epoll_.get(), events_.data(), static_cast<int>(events_.size()),
-                                     table_.ready.members.empty() ? milliseconds_to_wait() : 0));
+        const bool waits = table_.ready.members.empty();
+        if (waits)
+            set_timer();
+        event_count_ = std::max(
+            0, ::epoll_wait(epoll_.get(), events_.data(), static_cast<int>(events_.size()), waits ? -1 : 0));
     }
 }
 
@@ -121,6 +130,12 @@ void LineLoop::dispatch(Worker &worker, const epoll_event &event)
         eventfd_t count = 0;
         ::eventfd_read(wake_.get(), &count);
         return take_returned(worker);
+    }
+    if (event.data.ptr == &timer_) {
+        std::uint64_t count = 0;
+        if (::read(timer_.get(), &count, sizeof count) > 0)
+            timer_set_for_ = Milliseconds::max(); // who is late by now ends behind the events
+        return;
     }
     if (Listener *const listener = Listeners::of(event))
         return accept_all(worker, *listener);
@@ -315,12 +330,20 @@ void LineLoop::drain(Member &member)
     }
 }
 
-int LineLoop::milliseconds_to_wait() const
+// Whoever does something is late later: the timer stays, and is set anew when it has gone off. So requests
+// need no system call for it.
+void LineLoop::set_timer()
 {
     const Milliseconds first = std::min(table_.next_late(), listeners_.resume_at());
-    if (first == Milliseconds::max())
-        return -1;
-    return static_cast<int>(std::clamp<long long>((first - coarse_now()).count() + 1, 0, 1000000));
+    if (first >= timer_set_for_)
+        return;
+    timer_set_for_ = first;
+    const auto at = first + kCoarseTick;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(at);
+    itimerspec when{};
+    when.it_value.tv_sec = seconds.count();
+    when.it_value.tv_nsec = std::chrono::nanoseconds(at - seconds).count();
+    ::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
 }
 
 void LineLoop::end_late_ones(Worker &worker)

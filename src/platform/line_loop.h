@@ -51,7 +51,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     void watch(Member &member, std::uint32_t events);
     void settle(Member &member);
     void drain(Member &member);
-    int milliseconds_to_wait() const;
+    void set_timer();
     void end_late_ones(Worker &worker);
     void bound_memory();
 
@@ -67,7 +67,8 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     const MakeHandler make_handler_;
     const ServerLimits limits_;
     Fd epoll_;
-    Fd wake_; // eventfd(2)
+    Fd wake_;  // eventfd(2)
+    Fd timer_; // timerfd_create(2): tells when the next connection may be late
     std::atomic<bool> stopping_{false};
     WaitPlaces places_;
 
@@ -80,6 +81,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     std::array<epoll_event, 64> events_{};
     int event_count_ = 0;
     int next_event_ = 0;
+    std::chrono::milliseconds timer_set_for_ = std::chrono::milliseconds::max();
     std::size_t most_held_ = 0; // bytes, since memory was given back last
     LogPause crowd_, crowded_source_, memory_;
     std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
