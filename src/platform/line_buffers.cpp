@@ -59,9 +59,13 @@ void ReplyStream::clear()
 void LineInput::add(std::string_view bytes)
 {
     is_lent_ = rest_.empty();
-    if (!is_lent_)
-        own_.append(bytes);
-    rest_ = is_lent_ ? bytes : own_;
+    if (is_lent_) {
+        rest_ = bytes;
+        return;
+    }
+    own_.erase(0, own_.size() - rest_.size());
+    own_.append(bytes);
+    rest_ = own_;
 }
 
 // The size of what can be handed out now; 0 when that is no whole line.
@@ -88,6 +92,8 @@ void LineInput::tidy()
         own_ = std::string();
     else if (is_lent_)
         own_ = rest_;
+    else if (rest_.size() > own_.size() / 2)
+        return; // to move it with each turn would cost more than it holds
     else
         own_.erase(0, own_.size() - rest_.size());
     // A long line that comes in small pieces must not be copied with each of them.

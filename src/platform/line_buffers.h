@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -42,7 +43,7 @@ class LineInput {
     void add(std::string_view bytes);
 
     bool empty() const { return rest_.empty(); }
-    std::size_t size() const { return rest_.size(); }
+    std::size_t held() const { return std::max(own_.size(), rest_.size()); } ///< bytes, taken ones included
 
     /// True when a whole line, or `limit` bytes of one, are there.
     bool has_line(std::size_t limit) { return line_size(limit) > 0; }

@@ -24,6 +24,7 @@ constexpr auto kRoundTime = 5ms; // for one slice of everybody's lines
 constexpr std::chrono::microseconds kLeastSlice = 25us;
 constexpr std::chrono::microseconds kMostSlice = 250us;
 constexpr Milliseconds kCoarseTick = 10ms; // coarse_now() is not further behind
+constexpr std::size_t kShortBytes = 1024;  // of lines that are answered at once
 constexpr std::size_t kTrimBytes = std::size_t{2} << 20;
 constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
 
@@ -394,8 +395,18 @@ void LineLoop::readable(Worker &worker, Member &member)
         qv_log_print(kLogDebug, "connection closed: %s\n", member.problem().c_str());
         return close(member);
     case ServedConnection::Came::something:
-        return serve(worker, member);
+        if (!must_queue(member))
+            return serve(worker, member);
+        member.keep_input();
+        table_.count(member);
+        return table_.move(member, table_.ready);
     }
+}
+
+// Who says much at once waits for a turn when others talk too: a short question is answered before.
+bool LineLoop::must_queue(const Member &member) const
+{
+    return member.held() > kShortBytes && (event_count_ > 1 || !table_.ready.members.empty());
 }
 
 // Over TLS the handshake comes before the conversation, and what it proves about the peer. True when it is

@@ -57,6 +57,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
 
     // Serving one
     void readable(Worker &worker, Member &member);
+    bool must_queue(const Member &member) const;
     bool greet(Member &member);
     void log_failed_handshake(const Member &member);
     enum class Reason { input, late };
@@ -78,7 +79,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     // The leader's.
     Listeners listeners_;
     ConnectionTable table_;
-    std::array<epoll_event, 64> events_{};
+    std::array<epoll_event, 1024> events_{}; // all that is ready: who is new waits for no second look
     int event_count_ = 0;
     int next_event_ = 0;
     std::chrono::milliseconds timer_set_for_ = std::chrono::milliseconds::max();

@@ -90,7 +90,7 @@ class ServedConnection {
     bool has_just_read_all() { return std::exchange(all_read_, false); }
 
     /// Bytes that are kept of input and output.
-    std::size_t held() const { return input_.size() + output_.size(); }
+    std::size_t held() const { return input_.held() + output_.size(); }
 
     std::string problem() const { return channel_.problem(); }
 

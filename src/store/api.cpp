@@ -2,8 +2,8 @@
 
 #include "store/database.h"
 
+#include <deque>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 namespace qvcd {
@@ -15,14 +15,51 @@ bool is_api(Node setting)
     return setting.value() && !setting.first_child();
 }
 
-struct NameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+// Records by name: a hash with open addressing, in which a look finds what it wants at the first place or
+// two.
+class NameTable {
+  public:
+    // The place of this name, or where it would come.
+    Api *&place(std::string_view name)
+    {
+        const std::size_t hash = std::hash<std::string_view>()(name);
+        for (std::size_t at = hash;; ++at) {
+            Slot &slot = slots_[at & (slots_.size() - 1)];
+            if (!slot.api)
+                slot.hash = hash;
+            if (!slot.api || (slot.hash == hash && slot.api->name() == name))
+                return slot.api;
+        }
+    }
+
+    // Before one more comes. Places move.
+    void grow()
+    {
+        if (++count_ * 2 <= slots_.size())
+            return;
+        std::vector<Slot> more(slots_.size() * 2);
+        for (const Slot &slot : slots_) {
+            std::size_t at = slot.hash;
+            while (slot.api && more[at & (more.size() - 1)].api)
+                ++at;
+            if (slot.api)
+                more[at & (more.size() - 1)] = slot;
+        }
+        slots_ = std::move(more);
+    }
+
+  private:
+    struct Slot {
+        Api *api = nullptr;
+        std::size_t hash = 0;
+    };
+    std::vector<Slot> slots_ = std::vector<Slot>(64); // a power of two, at least half of them free
+    std::size_t count_ = 0;
 };
 
 } // namespace
 
-Api::Api(const std::string &name, Node setting) : name_(&name), setting_(setting)
+Api::Api(std::string_view name, Node setting) : name_(name), setting_(setting)
 {
     MetaApi meta(name);
     if (!meta)
@@ -76,7 +113,8 @@ class ApiIndex {
 
     std::uint64_t metadata_; // the marks of the trees that the records were made from
     std::uint64_t settings_;
-    std::unordered_map<std::string, Api, NameHash, std::equal_to<>> apis_;
+    std::deque<Api> apis_;
+    NameTable by_name_;
     // All APIs as they stand in the tree. A walk keeps the order that it began with.
     using Order = std::vector<Api *>;
     std::shared_ptr<const Order> order_ = std::make_shared<const Order>();
@@ -99,19 +137,17 @@ const std::shared_ptr<ApiIndex> &current_index()
 
 Api *ApiIndex::find(std::string_view name)
 {
-    if (const auto known = apis_.find(name); known != apis_.end())
-        return is_api(known->second.setting_) ? &known->second : nullptr;
+    if (Api *known = by_name_.place(name))
+        return is_api(known->setting_) ? known : nullptr;
     const Node setting = name.empty() ? Node() : hdfDB.find(name);
     return is_api(setting) ? make(name, setting) : nullptr;
 }
 
 Api *ApiIndex::make(std::string_view name, Node setting)
 {
-    std::string text(name);
-    const Api api(text, setting); // whole, or without memory none
-    const auto entry = apis_.insert_or_assign(std::move(text), api).first;
-    entry->second.name_ = &entry->first;
-    return &entry->second;
+    by_name_.grow();
+    Api &api = apis_.emplace_back(name, setting);
+    return by_name_.place(name) = &api;
 }
 
 void ApiIndex::put_in_order()
@@ -120,8 +156,8 @@ void ApiIndex::put_in_order()
     hdfutils_traverse_tree(hdfDB.root(), {}, hdfutils_check_endnode,
                            [&](Node leaf, const std::string &parent) {
                                const std::string name = join_name(parent, leaf.name());
-                               const auto known = apis_.find(name);
-                               Api *api = known != apis_.end() ? &known->second : make(name, leaf);
+                               Api *known = by_name_.place(name);
+                               Api *api = known ? known : make(name, leaf);
                                api->position_ = static_cast<std::uint32_t>(order->size());
                                order->push_back(api);
                            });

@@ -18,10 +18,9 @@ namespace qvcd {
 /// to look at attributes that commands seldom ask for: MetaApi.
 class Api {
   public:
-    Api() = default;
-    Api(const std::string &name, Node setting); ///< for find_api(); both live as long as the record
+    Api(std::string_view name, Node setting); ///< for find_api()
 
-    const std::string &name() const { return *name_; }
+    const std::string &name() const { return name_; }
     std::string_view value() const { return setting_.text(); } ///< as it stands in the settings
 
     unsigned perm() const { return perm_; }
@@ -76,7 +75,7 @@ class Api {
     friend class ApiIndex;
     enum class Asked : std::uint8_t { not_yet, no, yes };
 
-    const std::string *name_ = nullptr;
+    std::string name_;
     Node setting_;
     Node meta_;
     std::optional<std::string_view> type_;

@@ -57,11 +57,11 @@ struct Children {
 };
 
 struct TreeNode {
-    std::string name;
-    std::string value;
+    std::string value;                  // first what a reader asks for, in one line of the cache
+    std::unique_ptr<Children> children; // none for most
     bool has_value = false;
     TreeNode *next = nullptr;
-    std::unique_ptr<Children> children; // none for most
+    std::string name;
 };
 
 inline std::string_view NodesByName::name_of(const TreeNode *node)
