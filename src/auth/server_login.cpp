@@ -7,7 +7,7 @@
 #include "base/options.h"
 #include "platform/log.h"
 
-#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,11 +18,19 @@ namespace {
 
 constexpr unsigned kEverything = 0xffff;
 
+// A word, the session's number, and another number.
 std::optional<int> session_number(const std::string &line)
 {
-    long long n = 0; // a number that does not fit must not become that of a session
-    int unused = 0;
-    if (std::sscanf(line.c_str(), "%*s %lld %d", &n, &unused) != 2 || !std::in_range<int>(n))
+    constexpr char kBlanks[] = " \t\n\v\f\r";
+    const std::size_t word_end = line.find_first_of(kBlanks, line.find_first_not_of(kBlanks));
+    if (word_end == std::string::npos)
+        return std::nullopt;
+    const char *number = line.c_str() + word_end;
+    char *number_end = nullptr;
+    char *end = nullptr;
+    const long long n = std::strtoll(number, &number_end, 10); // too large a one is no other session's
+    std::strtol(number_end, &end, 10);
+    if (number_end == number || end == number_end || !std::in_range<int>(n))
         return std::nullopt;
     return static_cast<int>(n);
 }

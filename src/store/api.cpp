@@ -78,6 +78,14 @@ Api *Api::linked() const
     return has_link_ ? find_api(meta_.child("link").text()) : nullptr;
 }
 
+bool Api::is_raised(Flag flag)
+{
+    Node &node = flags_[static_cast<std::size_t>(flag)];
+    if (!node)
+        node = meta_.child(flag == Flag::mod ? "mod" : "noapp");
+    return node.text() == "1";
+}
+
 std::string_view Api::type()
 {
     if (!type_)

@@ -16,7 +16,7 @@ namespace qvcd {
 /// metadata, or removes settings, need not care: records are made anew after it. Used under the command lock;
 /// a record is good until the trees change in that way, and at the latest until the lock is let go. The way
 /// to look at attributes that commands seldom ask for: MetaApi.
-class Api {
+class alignas(64) Api {
   public:
     Api(std::string_view name, Node setting); ///< for find_api()
 
@@ -44,7 +44,8 @@ class Api {
     void store(std::string_view value) { setting_.set("", value); }
 
     /// The own flag, "mod" or "noapp", is "1".
-    bool is_raised(std::string_view flag) const { return meta_.child(flag).text() == "1"; }
+    enum class Flag : std::uint8_t { mod, noapp };
+    bool is_raised(Flag flag);
 
     /// The own "default".
     std::optional<std::string_view> fallback() const { return meta_.get("default"); }
@@ -75,18 +76,20 @@ class Api {
     friend class ApiIndex;
     enum class Asked : std::uint8_t { not_yet, no, yes };
 
+    // What every get asks for comes first, in one line of the cache.
     std::string name_;
     Node setting_;
-    Node meta_;
-    std::optional<std::string_view> type_;
-    std::uint32_t position_ = 0; // among all APIs in tree order
     std::uint16_t perm_ = 0;
-    Asked has_action_ = Asked::not_yet;
     bool is_private_ = false;
     bool is_dynamic_ = false;
     bool is_password_ = false;
     bool is_secret_ = false;
     bool has_link_ = false;
+    Asked has_action_ = Asked::not_yet;
+    Node meta_;
+    Node flags_[2]; // those that were there when they were asked for
+    std::optional<std::string_view> type_;
+    std::uint32_t position_ = 0; // among all APIs in tree order
 };
 
 /// The API of this name: a leaf with a value in the settings. Null when there is none.

@@ -74,15 +74,15 @@ void flags_note(std::string_view api)
         noted.emplace(api);
 }
 
-void flag_unsaved(const Api &api)
+void flag_unsaved(Api &api)
 {
-    if (!api.is_raised("mod"))
+    if (!api.is_raised(Api::Flag::mod))
         meta_set(api.name(), "mod", "1");
 }
 
-void flag_unapplied(const Api &api)
+void flag_unapplied(Api &api)
 {
-    if (api.is_raised("noapp"))
+    if (api.is_raised(Api::Flag::noapp))
         return;
     in_force.try_emplace(api.name(), api.value());
     meta_set(api.name(), "noapp", "1");

@@ -20,11 +20,11 @@ std::vector<std::string> flagged_apis(Node node, std::string_view name, Classifi
 void flags_note(std::string_view api);
 
 /// The API's value is about to change: raises "mod".
-void flag_unsaved(const Api &api);
+void flag_unsaved(Api &api);
 
 /// The API's value is about to change, and then waits to be applied: raises "noapp". What was in force when
 /// it was raised is remembered.
-void flag_unapplied(const Api &api);
+void flag_unapplied(Api &api);
 
 /// The API's action is about to run with the value it has: clears "noapp".
 void flag_applied(std::string_view api);

@@ -53,7 +53,7 @@ TEST_F(Apis, RecordsFollowTheTrees)
     EXPECT_EQ(meta_set("B.e", "mod", "1"), 0);
     before->store("2");
     EXPECT_EQ(find_api("B.e"), before) << "flags and values make no new record";
-    EXPECT_TRUE(before->is_raised("mod"));
+    EXPECT_TRUE(before->is_raised(Api::Flag::mod));
     EXPECT_EQ(before->value(), "2");
 
     hdfDB.remove("B.e");
