@@ -19,11 +19,12 @@ using namespace std::chrono_literals;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
-constexpr auto kTurnsTime = 2ms; // for those with lines that wait, and for those that come
+constexpr auto kTurnsTime = 1ms; // for those with lines that wait, and for those that come
 constexpr auto kRoundTime = 5ms; // for one slice of everybody's lines
 constexpr std::chrono::microseconds kLeastSlice = 25us;
 constexpr std::chrono::microseconds kMostSlice = 250us;
 constexpr Milliseconds kCoarseTick = 10ms; // coarse_now() is not further behind
+constexpr int kCrowd = 32;                 // events at once, with which nobody is read for long
 constexpr std::size_t kShortBytes = 1024;  // of lines that are answered at once
 constexpr std::size_t kTrimBytes = std::size_t{2} << 20;
 constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
@@ -388,7 +389,8 @@ void LineLoop::readable(Worker &worker, Member &member)
 {
     if (!member.is_greeted() && !greet(member))
         return;
-    switch (member.read({worker.buffer_.get(), kReadBytes})) {
+    const std::size_t most = event_count_ > kCrowd ? Channel::kLeastRead : kReadBytes;
+    switch (member.read({worker.buffer_.get(), most})) {
     case ServedConnection::Came::nothing:
         return watch(member, member.read_events());
     case ServedConnection::Came::failure:
