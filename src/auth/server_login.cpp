@@ -53,7 +53,7 @@ Admission server_login(std::string_view first_line, const Caller &caller,
 {
     if (disable_login && (caller.local || caller.trusted))
         return {kEverything};
-    const std::optional<int> n = session_number(std::string(first_line));
+    const std::optional<int> n = session_number(std::string(first_line.substr(0, first_line.find('\0'))));
     const CommandLock lock;
     if (!n || !lock.held())
         return {};
