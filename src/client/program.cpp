@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "client/errors.h"
 
@@ -27,10 +29,20 @@ std::vector<std::string> behind_name(char **arguments)
     return words;
 }
 
+// Else the connection would take the place of a stream that the caller closed. What is written there fails.
+void hold_standard_streams()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) < 0)
+            static_cast<void>(::open("/dev/null", O_RDONLY));
+    }
+}
+
 } // namespace
 
 int run_program(char **arguments, int (*run)(const Options &options, char **arguments))
 {
+    hold_standard_streams();
     bool options_are_read = false;
     try {
         const Options options = parse_options(behind_name(arguments));

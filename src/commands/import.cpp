@@ -106,7 +106,7 @@ int command_import(Request &request, Args &argv, std::FILE *out)
     const std::string file = argv.empty() ? kDefaultFile : argv[0];
     const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
     const int result = import_file(request, file, import_mode(mode), out);
-    malloc_trim(0); // a document of 4 MiB takes four times that, which nobody needs again
+    malloc_trim(0); // a document of 4 MiB takes up to 300, which nobody needs again
     return result;
 }
 

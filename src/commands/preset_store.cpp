@@ -3,6 +3,7 @@
 #include "base/limits.h"
 #include "base/replace_files.h"
 #include "base/text.h"
+#include "base/value.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/hdf_file.h"
@@ -71,10 +72,7 @@ std::string line(const std::string &name, std::string_view value)
 {
     if (!value.starts_with(' ') && !value.ends_with(' '))
         return std::string(name).append("=").append(value).append("\n");
-    std::string mark = "EOM";
-    while (value.find(mark) != std::string_view::npos)
-        mark += 'M';
-    const std::string end = mark + "\n";
+    const std::string end = hdf_block_mark(value) + "\n";
     return std::string(name).append(" << ").append(end).append(value).append("\n").append(end);
 }
 
@@ -103,6 +101,14 @@ bool has_only_lines(Node presets)
     bool good = true;
     hdfutils_traverse_tree(presets, {}, has_value,
                            [&](Node node, const std::string &) { good &= is_one_line(node.text()); });
+    return good;
+}
+
+bool has_only_values(Node presets)
+{
+    bool good = true;
+    hdfutils_traverse_tree(presets, {}, has_value,
+                           [&](Node node, const std::string &) { good &= !value_error(node.text()); });
     return good;
 }
 
@@ -329,7 +335,7 @@ PresetImport preset_import(Tree &imported)
     bool found = imported.get(kCurrent).has_value();
     for (int number = 1; number <= kMaxPresets; ++number)
         found |= static_cast<bool>(imported.find(preset_name(number)));
-    if (!found || !has_only_lines(imported.root()))
+    if (!found || !has_only_values(imported.root()))
         return PresetImport::no_good;
     std::vector<FileChange> files;
     for (int number = 1; number <= preset_max_num; ++number) {

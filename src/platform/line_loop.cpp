@@ -397,7 +397,7 @@ void LineLoop::readable(Worker &worker, Member &member)
         qv_log_print(kLogDebug, "connection closed: %s\n", member.problem().c_str());
         return close(member);
     case ServedConnection::Came::something:
-        if (!must_queue(member))
+        if (!must_queue(member) || !member.has_work()) // half a line has nothing to wait a turn for
             return serve(worker, member);
         member.keep_input();
         table_.count(member);

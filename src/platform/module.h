@@ -24,7 +24,7 @@ struct ModuleError : std::runtime_error {
 };
 
 /// The table of the module `name`; loads it when need be. May wait for the disk. Throws ModuleError, also for
-/// a module of another release of the program.
+/// a module of another release of the program, another module's file, and one that was cut short.
 const void *module_table(const char *name);
 
 template <class Table>
@@ -40,6 +40,10 @@ const Table &module()
     extern "C" const char *qvcd_module_release()                                                             \
     {                                                                                                        \
         return QVCD_RELEASE;                                                                                 \
+    }                                                                                                        \
+    extern "C" const char *qvcd_module_name()                                                                \
+    {                                                                                                        \
+        return Table::kName;                                                                                 \
     }                                                                                                        \
     extern "C" const void *qvcd_module_table()                                                               \
     {                                                                                                        \

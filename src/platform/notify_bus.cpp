@@ -57,7 +57,7 @@ class Bus {
   public:
     Bus(UnixListener listener, Fd wake, std::unique_ptr<MqttClient> mqtt)
         : listener_(std::move(listener)), wake_(std::move(wake)), mqtt_(std::move(mqtt)),
-          thread_(start_quiet_thread([this] { run(); }))
+          has_broker_(mqtt_ != nullptr), thread_(start_quiet_thread([this] { run(); }))
     {
     }
     ~Bus() { stop(); }
@@ -80,6 +80,7 @@ class Bus {
     UnixListener listener_;
     Fd wake_; // eventfd(2)
     std::unique_ptr<MqttClient> mqtt_;
+    const bool has_broker_; // for publishers, whom stop() may overtake
 
     std::mutex mutex_; // guards what follows
     std::vector<Notification> inbox_;
@@ -116,7 +117,7 @@ void Bus::stop()
 // the two is known as a subscriber by then.
 bool Bus::has_listeners() const
 {
-    if (mqtt_ || has_subscribers_)
+    if (has_broker_ || has_subscribers_)
         return true;
     pollfd entry{listener_.socket.get(), POLLIN, 0};
     return ::poll(&entry, 1, 0) > 0 || has_subscribers_;

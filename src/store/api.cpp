@@ -127,7 +127,10 @@ class ApiIndex {
     using Order = std::vector<Api *>;
     std::shared_ptr<const Order> order_ = std::make_shared<const Order>();
     std::uint64_t order_of_ = 0;
-    std::size_t visited_one_by_one_ = 0; // since the order was lost
+
+    // Of all indexes: how many APIs there were last, and how many were visited since without an order.
+    static inline std::size_t count_ = 0;
+    static inline std::size_t visited_one_by_one_ = 0;
 };
 
 namespace {
@@ -169,6 +172,7 @@ void ApiIndex::put_in_order()
                                api->position_ = static_cast<std::uint32_t>(order->size());
                                order->push_back(api);
                            });
+    count_ = order->size();
     order_ = std::move(order);
     order_of_ = hdfDB.marks().nodes;
     visited_one_by_one_ = 0;
@@ -206,7 +210,7 @@ std::size_t ApiIndex::first_below(std::string_view group)
 // To put all in order is worth it when as many were visited without it.
 void ApiIndex::visit(std::string_view group, const ApiVisitor &visit)
 {
-    if (!is_in_order() && (group.empty() || visited_one_by_one_ >= order_->size() + apis_.size()))
+    if (!is_in_order() && (group.empty() || visited_one_by_one_ >= count_))
         put_in_order();
     if (!is_in_order()) {
         hdfutils_visit_leaves(hdfDB, group, [&](const std::string &name) {

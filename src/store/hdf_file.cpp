@@ -33,13 +33,24 @@ HdfRead result_of(std::string error)
     return {error.empty() ? HdfResult::ok : HdfResult::error, std::move(error)};
 }
 
-// Equal in everything that a text can carry: a leaf without a value leaves no trace in it.
+bool has_content(Node node)
+{
+    if (node.value())
+        return true;
+    for (const Node child : node) {
+        if (has_content(child))
+            return true;
+    }
+    return false;
+}
+
+// Equal in everything that a text can carry: what holds no value leaves no trace in it.
 bool same_content(Node a, Node b)
 {
     if (a.value() != b.value())
         return false;
     const auto next_with_content = [](Node n) {
-        while (n && !n.value() && !n.first_child())
+        while (n && !has_content(n))
             n = n.next();
         return n;
     };

@@ -153,22 +153,13 @@ class Parser {
     int depth_ = 0;
 };
 
-// A mark that does not stand in the value.
-std::string block_mark(std::string_view value)
-{
-    std::string mark = "EOM";
-    for (int i = 1; value.find(mark) != std::string_view::npos; ++i)
-        mark = "EOM" + std::to_string(i);
-    return mark;
-}
-
 void write_value(std::string_view value, std::string &text)
 {
     if (value.find('\n') == std::string_view::npos) {
         text.append(" = ").append(value).append("\n");
         return;
     }
-    const std::string mark = block_mark(value);
+    const std::string mark = hdf_block_mark(value);
     text.append(" << ").append(mark).append("\n").append(value);
     text.append(value.ends_with('\n') ? "" : "\n").append(mark).append("\n");
 }
@@ -180,11 +171,14 @@ void write_below(Node node, std::size_t level, std::string &text)
             text.append(2 * level, ' ').append(child.name());
             write_value(*value, text);
         }
-        if (!child.first_child())
-            continue;
+        const std::size_t begin = text.size();
         text.append(2 * level, ' ').append(child.name()).append(" {\n");
+        const std::size_t inside = text.size();
         write_below(child, level + 1, text);
-        text.append(2 * level, ' ').append("}\n");
+        if (text.size() == inside)
+            text.resize(begin); // a group with nothing in it
+        else
+            text.append(2 * level, ' ').append("}\n");
     }
 }
 
@@ -193,6 +187,16 @@ void write_below(Node node, std::size_t level, std::string &text)
 std::string hdf_parse(std::string_view text, Node into)
 {
     return Parser(text, into).run();
+}
+
+std::string hdf_block_mark(std::string_view value)
+{
+    std::size_t longest = 0;
+    for (std::size_t at = value.find("EO"); at != std::string_view::npos; at = value.find("EO", at + 2)) {
+        const std::size_t end = std::min(value.find_first_not_of('M', at + 2), value.size());
+        longest = std::max(longest, end - at - 2);
+    }
+    return "EO" + std::string(longest + 1, 'M');
 }
 
 std::string hdf_text(Node node)

@@ -17,8 +17,12 @@ namespace qvcd {
 /// NUL bytes.
 std::string hdf_parse(std::string_view text, Node into);
 
-/// The children of `node` as a text, two blanks a level. A value that begins or ends with blanks does not
-/// come back from it as it was.
+/// The children of `node` as a text, two blanks a level. What holds no value leaves no trace. A value that
+/// begins or ends with blanks does not come back from it as it was, and one of several lines only with a line
+/// end behind the last.
 std::string hdf_text(Node node);
+
+/// A block's mark that does not stand in its value.
+std::string hdf_block_mark(std::string_view value);
 
 } // namespace qvcd

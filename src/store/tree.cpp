@@ -179,7 +179,7 @@ void Node::give_value(std::string_view value)
 {
     if (n_->has_value && n_->value == value)
         return;
-    mark(*marks_, Change::value);
+    mark(*marks_, n_->has_value ? Change::value : Change::made);
     n_->value.assign(value);
     n_->has_value = true;
 }

@@ -27,7 +27,7 @@ enum class Names {
 /// of its kind happened.
 struct TreeMarks {
     std::uint64_t changed = 0; ///< anything: a node, another value
-    std::uint64_t nodes = 0;   ///< a node was made or removed
+    std::uint64_t nodes = 0;   ///< a node was made, got its first value, or was removed
     std::uint64_t removed = 0; ///< a node was removed
 };
 

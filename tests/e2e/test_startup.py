@@ -3,6 +3,7 @@
 import contextlib
 import functools
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -92,6 +93,25 @@ def test_programs_without_the_files_that_belong_to_them(appliance, tmp_path):
     batch = ask([qvc])
     assert batch.returncode == 1
     assert batch.stderr.decode() == f"qvc: cannot run {tmp_path}/bin/../libexec/qvc-full: No such file or directory\n"
+    a.stop()
+    modules, of_build = tmp_path / "lib/qvcd", pathlib.Path(QVCD).parents[1] / "lib/qvcd"
+    modules.mkdir(parents=True)
+    (modules / "mqtt.so").write_bytes((of_build / "mqtt.so").read_bytes()[:-4096])
+    shutil.copy(of_build / "netlink.so", modules / "crypto.so")
+    tls = subprocess.run([qvcd, "-g", "--tls-cert", "c", "--tls-key", "k"], env=a.environment(), capture_output=True, timeout=PATIENCE)
+    assert f"{modules}/crypto.so: not of this release" in tls.stderr.decode()
+    a.start(program=qvcd)
+    assert f"no events to the broker: {modules}/mqtt.so: cut short" in a.log()
+
+
+def test_closed_streams_of_a_client_are_no_connection(appliance):
+    """The socket must not take the number of a stream that is closed: replies would be commands."""
+    a = appliance(model("A")).start()
+    script = f"(echo 'get A.a'; sleep 0.2; echo 'get A.a') | {QVC} >&-; {QVC} get A.a <&-; {QVC} <&-"
+    done = subprocess.run(["sh", "-c", script], env=a.environment(), capture_output=True, timeout=PATIENCE)
+    assert done.stdout == b"A.a=1\n"
+    assert b"cannot write the reply" in done.stderr
+    assert "Invalid command" not in a.log()
 
 
 def test_preloaded_values_and_user_file(appliance):
