@@ -4,6 +4,8 @@
 
 #include <deque>
 #include <memory>
+#include <set>
+#include <span>
 #include <vector>
 
 namespace qvcd {
@@ -118,6 +120,7 @@ class ApiIndex {
     bool is_in_order() const { return order_of_ == hdfDB.marks().nodes; }
     void put_in_order();
     std::size_t first_below(std::string_view group);
+    static void visit_others(std::string_view group, std::span<Api *const> visited, const ApiVisitor &visit);
 
     std::uint64_t metadata_; // the marks of the trees that the records were made from
     std::uint64_t settings_;
@@ -207,6 +210,19 @@ std::size_t ApiIndex::first_below(std::string_view group)
     return append_first_api(hdfDB.find(group), path) ? find(path)->position_ : order_->size();
 }
 
+// A visit made or removed names: those that were not visited yet are looked for in the tree.
+void ApiIndex::visit_others(std::string_view group, std::span<Api *const> visited, const ApiVisitor &visit)
+{
+    std::set<std::string_view> names;
+    for (const Api *api : visited)
+        names.insert(api->name());
+    hdfutils_visit_leaves(hdfDB, group, [&](const std::string &name) {
+        Api *api = names.contains(name) ? nullptr : find_api(name);
+        if (api)
+            visit(*api);
+    });
+}
+
 // To put all in order is worth it when as many were visited without it.
 void ApiIndex::visit(std::string_view group, const ApiVisitor &visit)
 {
@@ -222,14 +238,13 @@ void ApiIndex::visit(std::string_view group, const ApiVisitor &visit)
     }
     const std::shared_ptr<const Order> order = order_;
     const std::uint64_t order_of = order_of_;
-    for (std::size_t i = first_below(group); i < order->size(); ++i) {
-        Api *api = (*order)[i];
-        if (!is_below(api->name(), group))
-            break;
-        if (!is_current() || order_of != hdfDB.marks().nodes)
-            api = find_api(api->name());
+    const std::size_t first = first_below(group);
+    for (std::size_t i = first; i < order->size() && is_below((*order)[i]->name(), group); ++i) {
+        Api *api = is_current() ? (*order)[i] : find_api((*order)[i]->name());
         if (api)
             visit(*api);
+        if (order_of != hdfDB.marks().nodes)
+            return visit_others(group, std::span(*order).subspan(first, i + 1 - first), visit);
     }
 }
 

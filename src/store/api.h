@@ -98,8 +98,8 @@ Api *find_api(std::string_view name);
 using ApiVisitor = std::function<void(Api &)>;
 
 /// Visits the APIs below a group, or all of them below "", in tree order. A visit may change the trees or let
-/// go of the command lock: APIs that are gone when their turn comes are passed over, and whether one that
-/// came meanwhile is visited is open.
+/// go of the command lock: APIs that are gone when their turn comes are passed over, those that came are
+/// visited too.
 void visit_apis(std::string_view group, const ApiVisitor &visit);
 
 } // namespace qvcd

@@ -89,6 +89,9 @@ TEST_F(Apis, VisitsMayChangeTheTrees)
                 change();
         };
     };
+    EXPECT_EQ(visit("A", at_first([] { hdfDB.set("A.g.new", "1"); })),
+              (Names{"A.b", "A.g.c", "A.g.d", "A.g.new"}));
+    EXPECT_EQ(visit("A", at_first([] { hdfDB.remove("A.g.new"); })), (Names{"A.b", "A.g.c", "A.g.d"}));
     EXPECT_EQ(visit("A", at_first([] { hdfDB.remove("A.g.c"); })), (Names{"A.b", "A.g.d"}));
     EXPECT_EQ(visit("A", at_first([] { hdfDB.remove("A.g"); })), (Names{"A.b"}));
     EXPECT_EQ(visit("", at_first([] {
