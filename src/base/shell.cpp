@@ -17,11 +17,13 @@
 #include <memory>
 #include <poll.h>
 #include <spawn.h>
+#include <string_view>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace qvcd {
 
@@ -94,6 +96,19 @@ class Attributes {
     posix_spawnattr_t attributes_;
 };
 
+// Nobody but the daemon speaks for it to the service manager.
+std::vector<char *> environment_of_commands()
+{
+    std::vector<char *> kept;
+    for (char **entry = environ; *entry; ++entry) {
+        const std::string_view variable = *entry;
+        if (!variable.starts_with("NOTIFY_SOCKET=") && !variable.starts_with("WATCHDOG_"))
+            kept.push_back(*entry);
+    }
+    kept.push_back(nullptr);
+    return kept;
+}
+
 // Returns the child's ID, or -1 with errno set. `stdout_fd` is the child's stdout unless it is -1.
 pid_t spawn_shell(const std::string &command, int stdout_fd)
 {
@@ -108,7 +123,8 @@ pid_t spawn_shell(const std::string &command, int stdout_fd)
     std::string text = command;
     std::array<char *, 4> argv{sh.data(), dash_c.data(), text.data(), nullptr};
     pid_t child = -1;
-    errno = posix_spawn(&child, "/bin/sh", actions.get(), attributes.get(), argv.data(), environ);
+    errno = posix_spawn(&child, "/bin/sh", actions.get(), attributes.get(), argv.data(),
+                        environment_of_commands().data());
     return errno == 0 ? child : -1;
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
@@ -33,6 +34,11 @@ TEST(Shell, RunsCapturesAndQuotes)
     EXPECT_EQ(shell_capture("kill -PIPE $$; echo survived", 100), ""); // SIGPIPE has its default action again
     for (const char *word : {"", "a b", "it's", "$(touch x)", "`id`", "\\", "a\nb", "-n", "*", "';'"})
         EXPECT_EQ(shell_capture("printf %s " + shell_quote(word), 100), word);
+    // What the service manager told the daemon is not for its commands.
+    setenv("NOTIFY_SOCKET", "/nowhere", 1);
+    EXPECT_EQ(shell_capture("echo ${NOTIFY_SOCKET-none} ${HOME-none}", 100),
+              std::string("none ") + (std::getenv("HOME") ? std::getenv("HOME") : "none") + "\n");
+    unsetenv("NOTIFY_SOCKET");
     // Descriptors beyond 2 stay here.
     EXPECT_EQ(shell_capture("ls /proc/self/fd | wc -l", 100), "4\n"); // 0, 1, 2 and the folder itself
 }
