@@ -69,7 +69,7 @@ class Call(typing.NamedTuple):
 
 class Shim:
     def __init__(self, folder, library, spare):
-        self.library = library
+        self.preloaded = library
         self.spare = spare
         self.control = pathlib.Path(folder, "control")
         self.log = pathlib.Path(folder, "calls")
@@ -83,7 +83,7 @@ class Shim:
 
     def environment(self):
         return {
-            "LD_PRELOAD": str(self.library),
+            "LD_PRELOAD": str(self.preloaded),
             "QVCD_FAULTS_CONTROL": str(self.control),
             "QVCD_FAULTS_LOG": str(self.log),
             "QVCD_FAULTS_SPARE": str(self.spare),
