@@ -98,6 +98,12 @@ void run_cached(Request &request, const ApplyCache &cache, std::FILE *out)
     }
 }
 
+void flush_file_systems()
+{
+    const Unlocked unlocked;
+    sync();
+}
+
 } // namespace
 
 int command_apply(Request &request, Args &argv, std::FILE *out)
@@ -110,12 +116,6 @@ int command_apply(Request &request, Args &argv, std::FILE *out)
     run_cached(request, cache, out);
     flush_file_systems();
     return result;
-}
-
-void flush_file_systems()
-{
-    const Unlocked unlocked;
-    sync();
 }
 
 const CommandRecord applyRecord = {

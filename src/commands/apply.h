@@ -10,7 +10,4 @@ extern const CommandRecord applyRecord;
 /// each distinct action once. Lets go of the command lock while an action runs.
 int command_apply(Request &request, Args &argv, std::FILE *out);
 
-/// sync(2), with the command lock let go.
-void flush_file_systems();
-
 } // namespace qvcd

@@ -21,12 +21,6 @@ bool is_of_fallback(GetMode mode)
     return mode == GetMode::fallback || mode == GetMode::fallback_only;
 }
 
-// Values of passwords are not shown, defaults are.
-std::string_view shown(std::string_view value, bool password)
-{
-    return password && value.size() > 1 ? kHiddenPassword : value;
-}
-
 void print_line(const std::string &name, std::string_view value, std::FILE *out, GetMode mode)
 {
     if (mode == GetMode::value_only || mode == GetMode::fallback_only)
@@ -35,7 +29,8 @@ void print_line(const std::string &name, std::string_view value, std::FILE *out,
         reply_value(out, name, value);
 }
 
-// The reader is asked for whatever is printed. It may let go of the command lock.
+// Values of passwords are hidden, defaults are not. The reader is asked for whatever is printed. It may let
+// go of the command lock.
 void print_dynamic(Request &request, const Api &api, std::FILE *out, GetMode mode)
 {
     const std::string name = api.name();
@@ -43,7 +38,7 @@ void print_dynamic(Request &request, const Api &api, std::FILE *out, GetMode mod
     const auto fallback = own_copy(api.fallback());
     const std::string value = rfuncmap_read(request, name).value_or(fallback.value_or(""));
     if (!is_of_fallback(mode))
-        print_line(name, shown(value, password), out, mode);
+        print_line(name, hide(value, password), out, mode);
     else if (fallback)
         print_line(name, *fallback, out, mode);
     if (mode == GetMode::introspection)
@@ -58,7 +53,7 @@ void print_stored(Request &request, const Api &api, std::FILE *out, GetMode mode
         return;
     }
     const Api *linked = api.linked();
-    print_line(api.name(), shown((linked ? linked : &api)->value(), api.is_password()), out, mode);
+    print_line(api.name(), hide((linked ? linked : &api)->value(), api.is_password()), out, mode);
     if (mode == GetMode::introspection)
         ifuncmap_introspect(request, "", api.name(), false, out);
 }

@@ -26,7 +26,7 @@ class LogBudget {
     };
     Verdict take(const std::string &source, int priority, Time now);
 
-    /// When lines_left_out() has something to do; max(): never.
+    /// When left_out() has something to do; max(): never.
     Time due() const { return due_; }
 
     struct LeftOut {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace qvcd {
 
@@ -61,7 +62,7 @@ std::optional<std::chrono::microseconds> watchdog_interval()
     const auto microseconds = number_in("WATCHDOG_USEC");
     const bool is_for_another =
         std::getenv("WATCHDOG_PID") && number_in("WATCHDOG_PID") != static_cast<std::uint64_t>(::getpid());
-    if (!microseconds || *microseconds == 0 || is_for_another)
+    if (!microseconds || *microseconds == 0 || !std::in_range<std::int64_t>(*microseconds) || is_for_another)
         return std::nullopt;
     return std::chrono::microseconds(*microseconds);
 }

@@ -56,7 +56,7 @@ void choose_interval(WatchdogHandle &handle, int interval_seconds)
 {
     const auto asked = watchdog_interval();
     handle.ticks = asked.has_value();
-    handle.interval = asked ? std::max(*asked / 2, std::chrono::microseconds(1))
+    handle.interval = asked ? std::max(*asked / 2, std::chrono::microseconds(1000))
                             : std::chrono::seconds(std::max(interval_seconds, 1));
 }
 

@@ -12,11 +12,6 @@ namespace qvcd {
 
 namespace {
 
-bool is_api(Node setting)
-{
-    return setting.value() && !setting.first_child();
-}
-
 // Records by name: a hash with open addressing, in which a look finds what it wants at the first place or
 // two.
 class NameTable {
@@ -152,9 +147,9 @@ const std::shared_ptr<ApiIndex> &current_index()
 Api *ApiIndex::find(std::string_view name)
 {
     if (Api *known = by_name_.place(name))
-        return is_api(known->setting_) ? known : nullptr;
+        return known->setting_.is_leaf() ? known : nullptr;
     const Node setting = name.empty() ? Node() : hdfDB.find(name);
-    return is_api(setting) ? make(name, setting) : nullptr;
+    return setting.is_leaf() ? make(name, setting) : nullptr;
 }
 
 Api *ApiIndex::make(std::string_view name, Node setting)
@@ -189,7 +184,7 @@ bool append_first_api(Node node, std::string &path)
     for (const Node child : node) {
         const std::size_t size = path.size();
         path.append(size ? "." : "").append(child.name());
-        if (is_api(child) || append_first_api(child, path))
+        if (child.is_leaf() || append_first_api(child, path))
             return true;
         path.resize(size);
     }

@@ -59,12 +59,8 @@ class alignas(64) Api {
     /// The inherited "apply" names an action.
     bool has_action();
 
-    /// What others than its owner see of a value of this API: seven asterisks for a password, but a password
-    /// of one byte, which clients have always seen, and an empty one.
-    std::string_view shown(std::string_view value) const
-    {
-        return is_secret_ && value.size() > 1 ? kHiddenPassword : value;
-    }
+    /// What others than its owner see of a value of this API: shown_value().
+    std::string_view shown(std::string_view value) const { return hide(value, is_secret_); }
 
     /// What a log line shows of it.
     std::string for_log(std::string_view value) const

@@ -86,7 +86,7 @@ void hdfutils_visit_leaves(const Tree &tree, std::string_view name, const LeafVi
 
 Walk hdfutils_check_endnode(Node node)
 {
-    return node.value() && !node.first_child() ? Walk::visit : Walk::descend;
+    return node.is_leaf() ? Walk::visit : Walk::descend;
 }
 
 std::vector<std::string> hdfutils_names(Node node, std::string_view name, Classifier classify)

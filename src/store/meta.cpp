@@ -21,12 +21,6 @@ bool is_or_leads_to_password(const MetaApi &api, int links)
     return link && is_or_leads_to_password(MetaApi(*link), links - 1);
 }
 
-// Clients may name attributes as if they were APIs.
-bool is_attribute(Node node)
-{
-    return node.value() && !node.first_child();
-}
-
 } // namespace
 
 MetaApi::MetaApi(std::string_view api)
@@ -51,7 +45,7 @@ std::optional<std::string_view> MetaApi::find(std::string_view attribute, std::s
     levels = 0;
     for (; levels < depth_; ++levels) {
         const Node found = chain_[depth_ - 1 - levels].child(attribute);
-        if (is_attribute(found))
+        if (found.is_leaf())
             return found.text().empty() ? std::nullopt : std::optional(found.text());
     }
     return std::nullopt;
@@ -104,7 +98,7 @@ std::optional<std::string> meta_get_this_level(std::string_view api, std::string
 int meta_set(std::string_view api, std::string_view attribute, std::string_view value)
 {
     Node node = api.empty() ? Node() : metaDB.find(api);
-    if (!node || is_attribute(node))
+    if (!node || node.is_leaf()) // clients may name attributes as if they were APIs
         return 1;
     if (!is_flag(attribute))
         return node.set(attribute, value) ? 0 : 1;
@@ -152,7 +146,7 @@ bool meta_is_password(std::string_view api)
 
 std::string shown_value(std::string_view api, std::string_view value)
 {
-    return value.size() > 1 && meta_is_password(api) ? kHiddenPassword : std::string(value);
+    return std::string(hide(value, value.size() > 1 && meta_is_password(api)));
 }
 
 std::string value_for_log(std::string_view api, std::string_view value)

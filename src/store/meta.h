@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/text.h"
 #include "store/hdfutils.h"
 #include "store/tree.h"
 
@@ -89,6 +90,12 @@ std::optional<std::string> meta_get_parent(std::string_view name);
 
 /// The value is not for logs, events and open files: MetaApi::is_secret().
 bool meta_is_password(std::string_view api);
+
+/// What is shown of a value that may be a secret: seven asterisks in place of one of two bytes or more.
+inline std::string_view hide(std::string_view value, bool secret)
+{
+    return secret && value.size() > 1 ? kHiddenPassword : value;
+}
 
 /// What others than its owner see of a value: seven asterisks for a password, but a password of one byte,
 /// which clients have always seen, and an empty one.

@@ -91,6 +91,9 @@ class Node {
         return n_ ? std::string_view(n_->value) : std::string_view("");
     }
 
+    /// It has a value and nothing below it, as settings and attributes have.
+    bool is_leaf() const noexcept { return n_ && n_->has_value && !first_child(); }
+
     Node first_child() const noexcept { return {n_ && n_->children ? n_->children->first : nullptr, marks_}; }
     Node next() const noexcept ///< next sibling, in the order in which they were added
     {
