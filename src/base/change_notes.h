@@ -1,0 +1,60 @@
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qvcd {
+
+/// One API whose value changed. Of a secret both values are "*******": what it was is kept nowhere.
+struct ValueChange {
+    std::string api;
+    std::string before;
+    std::string after;
+    bool secret = false;
+
+    bool operator==(const ValueChange &) const = default;
+};
+
+/// One action that ran, with its wait status (waitpid(2)), or another number but 0 after a failure.
+struct ActionRun {
+    std::string action;
+    int status = 0;
+
+    bool operator==(const ActionRun &) const = default;
+};
+
+/// What one command changed, for the history. A command that changes nothing that stays has none.
+class ChangeNotes {
+  public:
+    /// Which values are noted: those that are written or applied; those that are set, too.
+    enum class Level { lasting, all };
+
+    explicit ChangeNotes(Level level) : level_(level) {}
+
+    void set(ValueChange change)
+    {
+        if (level_ == Level::all)
+            changed(std::move(change));
+    }
+    /// Of several changes of one API the first says what was before.
+    void changed(ValueChange change)
+    {
+        const auto known = std::ranges::find(values, change.api, &ValueChange::api);
+        if (known == values.end())
+            values.push_back(std::move(change));
+        else
+            known->after = std::move(change.after);
+    }
+    void ran(ActionRun run) { actions.push_back(std::move(run)); }
+
+    bool happened = false; ///< something else changed, or the command is worth an entry anyway
+    std::vector<ValueChange> values;
+    std::vector<ActionRun> actions;
+
+  private:
+    Level level_;
+};
+
+} // namespace qvcd

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "change/history_entry.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qvcd {
+
+// The history of changes: who changed what, when, and how it ended. It stands in an SQLite database,
+// kHistoryFile, in which other programs may read at any time. The newest kMaxHistoryEntries are kept, and no
+// more than kMaxHistoryBytes. No secret is in it.
+//
+// A change never fails for its history. What keeps it from being written is in `problem`, for the reply, and
+// in the log. A damaged file is put aside, as kDamagedHistoryFile, and a new one is begun, whose numbers go
+// on where this process knows them.
+//
+// The functions let go of the command lock while they wait for the disk; they may be called by several
+// threads.
+
+inline constexpr char kHistoryFile[] = "/var/lib/qv/history.db"; // of the appliance
+inline constexpr char kDamagedHistoryFile[] = "/var/lib/qv/history.db.damaged";
+
+struct HistoryResult {
+    std::int64_t number = 0; ///< 0: there is no entry
+    std::string problem;     ///< empty: none
+};
+
+/// Adds an entry. After a file was put aside the entry is in the new one, and `problem` says so.
+HistoryResult history_add(const HistoryEntry &entry);
+
+/// Says how an entry ended. Returns the problem.
+std::string history_end(std::int64_t number, std::string_view end);
+
+/// HistoryStore::find(), HistoryStore::visit().
+HistoryResult history_find(std::string_view key);
+std::string history_visit(const std::vector<std::string> &names,
+                          const std::function<bool(const HistoryEntry &)> &visit);
+
+/// Closes the database at the daemon's end.
+void history_close();
+
+} // namespace qvcd
