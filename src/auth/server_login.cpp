@@ -5,8 +5,10 @@
 #include "base/command_lock.h"
 #include "base/limits.h"
 #include "base/options.h"
+#include "base/text.h"
 #include "platform/log.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -18,10 +20,11 @@ namespace {
 
 constexpr unsigned kEverything = 0xffff;
 
+constexpr char kBlanks[] = " \t\n\v\f\r";
+
 // A word, the session's number, and another number.
 std::optional<int> session_number(const std::string &line)
 {
-    constexpr char kBlanks[] = " \t\n\v\f\r";
     const std::size_t word_end = line.find_first_of(kBlanks, line.find_first_not_of(kBlanks));
     if (word_end == std::string::npos)
         return std::nullopt;
@@ -36,36 +39,44 @@ std::optional<int> session_number(const std::string &line)
 }
 
 // The users may have changed since the certificate was made.
-unsigned rights_by_certificate(const std::string &user)
+Admission admit_by_certificate(const std::string &user)
 {
     user_reread_db_file();
     if (is_user_name(user) && user_exists(user))
-        return user_get_perm(user);
+        return {user_get_perm(user), false, "certificate of " + user, user};
     qv_log_print(kLogInfo, "Access denied: the certificate's name '%s' is no user\n",
                  cut(user, kMaxLoggedWordBytes).c_str());
-    return 0;
+    return {};
 }
 
 } // namespace
 
+std::string client_of(std::string_view first_line)
+{
+    first_line = first_line.substr(0, first_line.find('\0'));
+    first_line.remove_prefix(std::min(first_line.find_first_not_of(kBlanks), first_line.size()));
+    return one_line(cut(first_line.substr(0, first_line.find_first_of(kBlanks)), kMaxLoggedWordBytes));
+}
+
 Admission server_login(std::string_view first_line, const Caller &caller,
                        const std::optional<std::string> &certificate_user)
 {
-    if (disable_login && (caller.local || caller.trusted))
-        return {kEverything};
     const std::optional<int> n = session_number(std::string(first_line.substr(0, first_line.find('\0'))));
+    const std::string session = std::to_string(n.value_or(0));
+    if (disable_login && (caller.local || caller.trusted))
+        return {kEverything, false, session, "root"};
     const CommandLock lock;
     if (!n || !lock.held())
         return {};
     if (*n == 0 && certificate_user)
-        return {rights_by_certificate(*certificate_user)};
+        return admit_by_certificate(*certificate_user);
     if (*n == 0 && !caller.trusted)
-        return {0, true};
+        return {.stranger = true};
     session_end_idle();
-    SessionFacts session;
-    session_get(*n, session);
-    if (*n == 0 || (session.user && session.group && session_is_for(*n, caller)))
-        return {session.perm, false, session_use(*n)};
+    SessionFacts facts;
+    session_get(*n, facts);
+    if (*n == 0 || (facts.user && facts.group && session_is_for(*n, caller)))
+        return {facts.perm, false, session, facts.user.value_or(""), session_use(*n)};
     qv_log_print(kLogDebug, "Access denied for nonsession\n");
     return {};
 }

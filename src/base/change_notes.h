@@ -1,13 +1,16 @@
 #pragma once
 
-#include <algorithm>
+#include "base/text.h"
+
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace qvcd {
 
-/// One API whose value changed. Of a secret both values are "*******": what it was is kept nowhere.
+/// One API whose value changed. Of a secret both values are hidden: what it was is kept nowhere.
 struct ValueChange {
     std::string api;
     std::string before;
@@ -16,6 +19,12 @@ struct ValueChange {
 
     bool operator==(const ValueChange &) const = default;
 };
+
+inline ValueChange value_change(std::string api, std::string_view before, std::string_view after, bool secret)
+{
+    const auto kept = [&](std::string_view value) { return std::string(secret ? kHiddenPassword : value); };
+    return {std::move(api), kept(before), kept(after), secret};
+}
 
 /// One action that ran, with its wait status (waitpid(2)), or another number but 0 after a failure.
 struct ActionRun {
@@ -41,11 +50,11 @@ class ChangeNotes {
     /// Of several changes of one API the first says what was before.
     void changed(ValueChange change)
     {
-        const auto known = std::ranges::find(values, change.api, &ValueChange::api);
-        if (known == values.end())
+        const auto [known, fresh] = places_.try_emplace(change.api, values.size());
+        if (fresh)
             values.push_back(std::move(change));
         else
-            known->after = std::move(change.after);
+            values[known->second].after = std::move(change.after);
     }
     void ran(ActionRun run) { actions.push_back(std::move(run)); }
 
@@ -55,6 +64,7 @@ class ChangeNotes {
 
   private:
     Level level_;
+    std::unordered_map<std::string, std::size_t> places_; // in values
 };
 
 } // namespace qvcd

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/caller.h"
+#include "base/change_notes.h"
 
 #include <any>
 #include <map>
@@ -14,14 +15,18 @@ namespace qvcd {
 /// for every line; everything that works for the command is handed it. Used by one thread.
 class Request {
   public:
-    /// `rights`: the caller's permission word. `who` lives longer than the request.
-    explicit Request(unsigned rights, const Caller &who = kOwnCaller) : mask(rights), caller(who) {}
+    /// `rights`: the caller's permission word. `who` and `changes` live longer than the request.
+    explicit Request(unsigned rights, const Caller &who = kOwnCaller, ChangeNotes *changes = nullptr)
+        : mask(rights), caller(who), notes(changes)
+    {
+    }
 
     /// The same command with other rights: for commands that run others on the appliance's behalf.
-    Request as(unsigned rights) { return {rights, caller, seen()}; }
+    Request as(unsigned rights) { return {rights, *this}; }
 
     const unsigned mask;
     const Caller &caller;
+    ChangeNotes *const notes; ///< where what it changes is noted; null: nowhere
 
     /// The command's only `T`: what `make()` gave when it was asked for first. Values that belong together
     /// are read once so, and another client's command reads its own. The reference is good as long as the
@@ -37,8 +42,8 @@ class Request {
 
   private:
     using Seen = std::map<std::type_index, std::any>;
-    Request(unsigned rights, const Caller &who, std::shared_ptr<Seen> seen)
-        : mask(rights), caller(who), seen_(std::move(seen))
+    Request(unsigned rights, Request &same)
+        : mask(rights), caller(same.caller), notes(same.notes), seen_(same.seen())
     {
     }
 
@@ -52,5 +57,19 @@ class Request {
 
     std::shared_ptr<Seen> seen_;
 };
+
+/// Notes for the history what the command did; the values of a secret are not.
+inline void note_change(const Request &request, const std::string &api, std::string_view before,
+                        std::string_view after, bool secret)
+{
+    if (request.notes)
+        request.notes->changed(value_change(api, before, after, secret));
+}
+inline void note_set(const Request &request, const std::string &api, std::string_view before,
+                     std::string_view after, bool secret)
+{
+    if (request.notes)
+        request.notes->set(value_change(api, before, after, secret));
+}
 
 } // namespace qvcd

@@ -43,18 +43,19 @@ Selected selected(const Selection &selection)
     return {hdfDB.get_or(selection.name, ""), hdfDB.get_or(selection.desc, "")};
 }
 
-void set_modified(const std::string &api, const std::string &value)
+void set_modified(const Request &request, const std::string &name, const std::string &value)
 {
-    if (name_kind(api) != NameKind::api)
+    Api *api = find_api(name);
+    if (!api)
         return;
-    hdfDB.set(api, value);
-    meta_set(api, "mod", "1");
+    flag_unsaved(*api, request.caller.session);
+    api->store(value);
 }
 
-void set_selected(const Selection &selection, const Selected &value)
+void set_selected(const Request &request, const Selection &selection, const Selected &value)
 {
-    set_modified(selection.desc, value.desc);
-    set_modified(selection.name, value.name);
+    set_modified(request, selection.desc, value.desc);
+    set_modified(request, selection.name, value.name);
 }
 
 int save_selected(Request &request, const Selection &selection)
@@ -84,10 +85,10 @@ Selecting select(Request &request, const Selection &selection, const Selected &v
 {
     const Selected before = selected(selection);
     const bool was_saved = !is_modified(selection.name) && !is_modified(selection.desc);
-    set_selected(selection, value);
+    set_selected(request, selection, value);
     if (save_selected(request, selection) == 0)
         return Selecting::saved;
-    set_selected(selection, before);
+    set_selected(request, selection, before);
     const bool undone = was_saved && save_selected(request, selection) == 0;
     return undone || (is_on_disk(selection.name) && is_on_disk(selection.desc)) ? Selecting::undone
                                                                                 : Selecting::modified;

@@ -18,6 +18,7 @@ namespace {
 struct Taken {
     std::string api;
     std::string value;
+    std::string before; // what the file had
     bool secret;
 };
 
@@ -30,10 +31,11 @@ bool can_be_saved(const Request &request, const Api &api)
     return meta.get("file") && meta.get("write");
 }
 
-void report_saved(const Taken &taken, std::FILE *out)
+void report_saved(const Request &request, const Taken &taken, std::FILE *out)
 {
-    if (name_kind(taken.api) == NameKind::api && hdfDB.get(taken.api) == taken.value)
-        meta_set(taken.api, "mod", "0");
+    if (name_kind(taken.api) == NameKind::api)
+        flag_saved(taken.api, taken.value);
+    note_change(request, taken.api, taken.before, taken.value, taken.secret);
     reply_value(out, taken.api, shown_value(taken.api, taken.value));
     qv_log_print(kLogNotice, "Save %s=%s\n", taken.api.c_str(),
                  taken.secret ? kHiddenPassword : taken.value.c_str());
@@ -52,19 +54,20 @@ class Save {
     {
         if (!names_.insert(api.name()).second)
             return;
-        taken_.push_back({api.name(), std::string(api.value()), api.is_secret()});
+        const std::string value(api.value());
+        taken_.push_back({api.name(), value, pending_of(api.name()).saved.value_or(value), api.is_secret()});
         writes_.add(api.name(), taken_.back().value);
     }
 
     // What failed comes after what was saved. 1 when something failed.
-    int write(std::FILE *out)
+    int write(const Request &request, std::FILE *out)
     {
         writes_.commit();
         writes_.log_failures("save");
         std::vector<std::string> failed;
         for (std::size_t i = 0; i < taken_.size(); ++i) {
             if (writes_.result(i) == FileWrites::Result::written)
-                report_saved(taken_[i], out);
+                report_saved(request, taken_[i], out);
             else
                 failed.push_back(taken_[i].api);
         }
@@ -95,7 +98,7 @@ int command_save(Request &request, Args &argv, std::FILE *out)
             save.take(api);
         return 0;
     });
-    return unknown | save.write(out);
+    return unknown | save.write(request, out);
 }
 
 const CommandRecord saveRecord = {

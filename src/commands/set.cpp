@@ -74,10 +74,10 @@ int do_command_set(Request &request, const Args &argv, std::FILE *out, SetMode m
 void raise_flags(const Request &request, Api &api, SetMode mode)
 {
     if (mode == SetMode::set || mode == SetMode::sets)
-        flag_unsaved(api);
+        flag_unsaved(api, request.caller.session);
     const bool applies = mode == SetMode::set || mode == SetMode::seta;
     if (applies && api.applicable_by(request.mask) && api.has_action())
-        flag_unapplied(api);
+        flag_unapplied(api, request.caller.session);
 }
 
 void store_setting(Api &api, std::string_view value)

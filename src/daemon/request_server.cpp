@@ -87,6 +87,9 @@ class RequestHandler final : public LineHandler {
         if (use_)
             use_->note();
         caller_.stranger = admission.stranger;
+        caller_.session = admission.session;
+        caller_.user = admission.user;
+        caller_.client = client_of(line);
         identified_ = true;
         return Next::go_on;
     }

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kMaxNoted = 1024;
 
 std::set<std::string, std::less<>> noted;
-std::map<std::string, std::string, std::less<>> in_force; // of APIs with "noapp"
+std::map<std::string, Pending, std::less<>> pending; // of APIs with a flag
 bool complete = false;
 
 // "." sorts before all that names are made of, so what is below a name follows it at once.
@@ -74,38 +74,87 @@ void flags_note(std::string_view api)
         noted.emplace(api);
 }
 
-void flag_unsaved(Api &api)
+Pending pending_of(std::string_view api)
 {
-    if (!api.is_raised(Api::Flag::mod))
-        meta_set(api.name(), "mod", "1");
+    const auto known = pending.find(api);
+    return known == pending.end() ? Pending() : known->second;
 }
 
-void flag_unapplied(Api &api)
+void flag_unsaved(Api &api, const std::string &session)
 {
-    if (api.is_raised(Api::Flag::noapp))
+    const bool raised = api.is_raised(Api::Flag::mod);
+    Pending &its = pending[api.name()];
+    its.session = session;
+    if (raised)
         return;
-    in_force.try_emplace(api.name(), api.value());
+    its.saved = api.value();
+    meta_set(api.name(), "mod", "1");
+}
+
+void flag_unapplied(Api &api, const std::string &session)
+{
+    const bool raised = api.is_raised(Api::Flag::noapp);
+    Pending &its = pending[api.name()];
+    its.session = session;
+    if (raised)
+        return;
+    its.applied = api.value();
     meta_set(api.name(), "noapp", "1");
+}
+
+namespace {
+
+// One of the two is settled: forgets all when nothing else is known.
+void settle(std::string_view api, std::optional<std::string> Pending::*value)
+{
+    const auto known = pending.find(api);
+    if (known == pending.end())
+        return;
+    (known->second.*value).reset();
+    if (!known->second.saved && !known->second.applied)
+        pending.erase(known);
+}
+
+} // namespace
+
+void flag_saved(std::string_view api, std::string_view value)
+{
+    if (hdfDB.get(api) == value) {
+        meta_set(api, "mod", "0");
+        settle(api, &Pending::saved);
+    } else if (const auto known = pending.find(api); known != pending.end()) {
+        known->second.saved = value;
+    }
 }
 
 void flag_applied(std::string_view api)
 {
     meta_set(api, "noapp", "0");
-    flags_drop(api);
+    settle(api, &Pending::applied);
 }
 
 void flag_restored(std::string_view api, std::string_view restored)
 {
     meta_set(api, "mod", "0");
-    const auto known = in_force.find(api);
-    if (known == in_force.end() || known->second == restored)
+    settle(api, &Pending::saved);
+    const auto applied = pending_of(api).applied;
+    if (!applied || applied == restored)
         flag_applied(api);
+}
+
+void flags_put_back(std::string_view api, bool mod, bool noapp, const Pending &was)
+{
+    meta_set(api, "mod", mod ? "1" : "0");
+    meta_set(api, "noapp", noapp ? "1" : "0");
+    flags_drop(api);
+    if (mod || noapp)
+        pending.emplace(api, was);
 }
 
 void flags_drop(std::string_view api)
 {
-    if (const auto known = in_force.find(api); known != in_force.end())
-        in_force.erase(known);
+    if (const auto known = pending.find(api); known != pending.end())
+        pending.erase(known);
 }
 
 void flags_forget()

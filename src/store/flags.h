@@ -19,15 +19,29 @@ std::vector<std::string> flagged_apis(Node node, std::string_view name, Classifi
 /// A flag of this API was raised.
 void flags_note(std::string_view api);
 
-/// The API's value is about to change: raises "mod".
-void flag_unsaved(Api &api);
+/// What is known of an API with a raised flag: who changed it last (Caller::session), the value that its file
+/// has, and the one that is in force. One that is not known is not there, or is "".
+struct Pending {
+    std::string session;
+    std::optional<std::string> saved;   ///< while "mod" is raised
+    std::optional<std::string> applied; ///< while "noapp" is raised
+};
+Pending pending_of(std::string_view api);
 
-/// The API's value is about to change, and then waits to be applied: raises "noapp". What was in force when
-/// it was raised is remembered.
-void flag_unapplied(Api &api);
+/// The session is about to change the API's value: raises "mod".
+void flag_unsaved(Api &api, const std::string &session);
+
+/// The session is about to change the API's value, which then waits to be applied: raises "noapp".
+void flag_unapplied(Api &api, const std::string &session);
+
+/// The API's file has this value: clears "mod", unless the API has another one by now.
+void flag_saved(std::string_view api, std::string_view value);
 
 /// The API's action is about to run with the value it has: clears "noapp".
 void flag_applied(std::string_view api);
+
+/// Puts flags, and what is known with them, back as they were.
+void flags_put_back(std::string_view api, bool mod, bool noapp, const Pending &pending);
 
 /// The API was given back the value `restored`: clears "mod", and "noapp" where that value is the one in
 /// force.
