@@ -62,8 +62,11 @@ bool is_canceled(const FileChange &change, const Errors &errors)
     return std::ranges::any_of(change.after, [&](std::size_t before) { return errors[before] != 0; });
 }
 
-void cancel(const std::vector<FileChange> &changes, Errors &errors)
+void cancel(const std::vector<FileChange> &changes, FileSet::Extent extent, Errors &errors)
 {
+    const bool all = extent == FileSet::Extent::all;
+    if (all && std::ranges::any_of(errors, [](int error) { return error != 0; }))
+        std::ranges::replace(errors, 0, ECANCELED);
     for (std::size_t i = 0; i < changes.size(); ++i) {
         if (!errors[i] && is_canceled(changes[i], errors))
             errors[i] = ECANCELED;
@@ -201,13 +204,13 @@ void forget(Journal &journal, const std::vector<JournalEntry> &entries, Replacem
 
 } // namespace
 
-std::vector<FileResult> FileSet::commit()
+std::vector<FileResult> FileSet::commit(Extent extent)
 {
     const Unlocked unlocked;
-    return commit_here();
+    return commit_here(extent);
 }
 
-std::vector<FileResult> FileSet::commit_here()
+std::vector<FileResult> FileSet::commit_here(Extent extent)
 {
     standing().settle();
     Replacements files(changes_.begin(), changes_.end());
@@ -220,7 +223,7 @@ std::vector<FileResult> FileSet::commit_here()
         if (!errors[i] && !files[i].in_place())
             errors[i] = folders.open(folder_of(files[i].target()));
     }
-    cancel(changes_, errors);
+    cancel(changes_, extent, errors);
     std::vector<JournalEntry> entries = journal_entries(files, errors);
     if (!entries.empty()) { // what the journal names must be there after a power cut
         flush(folders, files, errors);
@@ -229,7 +232,7 @@ std::vector<FileResult> FileSet::commit_here()
                 folders.flush(folder_of(file.new_path()));
         }
         folders.changed();
-        cancel(changes_, errors);
+        cancel(changes_, extent, errors);
         entries = journal_entries(files, errors);
     }
     Journal journal(entries);

@@ -35,9 +35,14 @@ struct FileChange {
     std::vector<std::size_t> after = {}; ///< changes of the set without which it is not made: ECANCELED
 };
 
-/// Files that change together, once. What can be replaced is, whatever becomes of the others.
+/// Files that change together, once.
 class FileSet {
   public:
+    enum class Extent {
+        each, ///< what can be replaced is, whatever becomes of the others
+        all,  ///< no file is replaced (ECANCELED) while one of the new texts is not on the disk
+    };
+
     /// Returns how many were added before.
     std::size_t add(FileChange change)
     {
@@ -47,10 +52,12 @@ class FileSet {
 
     /// Replaces the files. Returns what became of each, in the order they were added. Lets go of the command
     /// lock while it waits for the disk.
-    std::vector<FileResult> commit();
+    std::vector<FileResult> commit(Extent extent = Extent::each);
 
     /// The same for callers who must keep the command lock, if they hold it.
-    std::vector<FileResult> commit_here();
+    std::vector<FileResult> commit_here(Extent extent = Extent::each);
+
+    const std::vector<FileChange> &changes() const { return changes_; }
 
   private:
     std::vector<FileChange> changes_;

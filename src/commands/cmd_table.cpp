@@ -15,6 +15,7 @@
 #include "commands/insert.h"
 #include "commands/menu.h"
 #include "commands/meta.h"
+#include "commands/plan.h"
 #include "commands/preset.h"
 #include "commands/profile.h"
 #include "commands/save.h"
@@ -41,7 +42,7 @@ constexpr CommandRow cmdMap[] = {
     {0, &metaRecord},       {0, &metavRecord},    {0, &userRecord},         {0, &groupRecord},
     {0, &menuRecord},       {1, &loginRecord},    {1, &logoutRecord},       {0, &sessionsRecord},
     {0, &getSessionRecord}, {1, &defaultRecord},  {1, &factoryResetRecord}, {0, &insertRecord},
-    {0, &deleteRecord},
+    {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},
 };
 
 } // namespace

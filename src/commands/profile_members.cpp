@@ -5,6 +5,7 @@
 #include "commands/save.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
+#include "funcs/file_writes.h"
 #include "funcs/generic_readers.h"
 #include "platform/log.h"
 #include "store/profile_files.h"

@@ -6,9 +6,6 @@ namespace qvcd {
 
 extern const CommandRecord saveRecord;
 
-/// What a value that did not reach its file gets in the reply.
-inline constexpr char kSaveFailed[] = "##Save failed#";
-
 /// Writes the modified APIs among the named ones, or all, to their files, and lowers "mod" of those whose
 /// value is there. Returns 1 when a name is unknown or a value is not in its file. Without a stream nothing
 /// is printed. Lets go of the command lock.

@@ -2,10 +2,10 @@
 
 #include "base/notify.h"
 #include "base/reply.h"
-#include "base/value.h"
+#include "change/assignment.h"
 #include "commands/save.h"
 #include "commands/targets.h"
-#include "funcs/check_map.h"
+#include "funcs/file_writes.h"
 #include "funcs/write_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
@@ -28,15 +28,9 @@ bool can_be_written(const Api &api)
 
 int set_argument(Request &request, const std::string &argument, std::FILE *out, SetMode mode)
 {
-    const std::size_t equals = argument.find('=');
-    if (equals == std::string::npos)
-        return refuse_and_log(argument, API_E_INVALID_FORMAT, out);
-    Api *api = find_api(std::string_view(argument).substr(0, equals));
-    if (!api)
-        return refuse_and_log(argument.substr(0, equals), API_E_PARAM_NOT_FOUND, out);
-    const auto value = url_unescape(std::string_view(argument).substr(equals + 1));
-    return value ? set_param(request, *api, *value, out, mode)
-                 : refuse(api->name(), API_E_INVALID_CHARACTER, out);
+    const Assignment asked = parse_assignment(argument);
+    return asked.error ? refuse_and_log(asked.name, asked.error, out)
+                       : set_param(request, *asked.api, asked.value, out, mode);
 }
 
 void report_set(const Api &api, const std::string &value, std::FILE *out)
@@ -80,27 +74,16 @@ void raise_flags(const Request &request, Api &api, SetMode mode)
         flag_unapplied(api, request.caller.session);
 }
 
-void store_setting(Api &api, std::string_view value)
-{
-    Api *linked = api.linked();
-    api.store(value);
-    if (linked)
-        linked->store(value);
-}
-
 int set_param(Request &request, Api &api, const std::string &value, std::FILE *out, SetMode mode)
 {
-    if (!api.writable_by(request.mask))
-        return refuse(api.name(), API_E_INVALID_PERMISSION, out);
-    if (const char *error = value_error(value))
-        return refuse(api.name(), error, out);
-    if (!api.is_dynamic() && api.value() == value)
+    if (!api.is_dynamic() && api.writable_by(request.mask) && api.value() == value)
         return 0;
-    if (const auto error = cfuncmap_check(api, value))
+    if (const auto error = assignment_error(request, api, value))
         return refuse(api.name(), *error, out);
     if (api.is_dynamic())
         return set_dynamic(api, value, out);
     raise_flags(request, api, mode);
+    note_set(request, api.name(), api.value(), value, api.is_secret());
     store_setting(api, value);
     report_set(api, value, out);
     return 0;

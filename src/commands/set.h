@@ -1,5 +1,6 @@
 #pragma once
 
+#include "change/assignment.h"
 #include "commands/command.h"
 #include "store/api.h"
 
@@ -32,8 +33,5 @@ int set_param(Request &request, Api &api, const std::string &value, std::FILE *o
 /// Raises the flags of an API whose value is about to change. No apply flag where the caller may not apply,
 /// or there is nothing to apply.
 void raise_flags(const Request &request, Api &api, SetMode mode);
-
-/// Stores a value in the settings, of the API and of the one that its "link" names.
-void store_setting(Api &api, std::string_view value);
 
 } // namespace qvcd

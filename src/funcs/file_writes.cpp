@@ -35,6 +35,11 @@ Values &values_of(ValuesByWriter &all, const TextWriter &writer)
     return known != all.end() ? known->second : all.emplace_back(&writer, Values{}).second;
 }
 
+std::optional<std::string> text_before(const FileText &old)
+{
+    return old.error ? std::nullopt : std::optional(old.text);
+}
+
 bool is_missing(int error)
 {
     return error == ENOENT || error == ENOTDIR;
@@ -142,7 +147,7 @@ std::vector<std::size_t> FileWrites::add_shadows(const std::vector<Entry *> &ent
         const std::string path = qv_sysroot_path(file);
         const FileText old = read_whole_file(path);
         if (old.error || old.text != text || !is_flushed(path))
-            numbers.push_back(add_part({file, std::move(its_entries)}, {path, text, mode}));
+            numbers.push_back(add_part({file, std::move(its_entries), text_before(old)}, {path, text, mode}));
     }
     return numbers;
 }
@@ -182,7 +187,7 @@ void FileWrites::add_text(const Target &target)
     std::vector<std::size_t> shadows =
         add_shadows(entries, text, secret ? mode : mode_of(path).value_or(mode));
     if (old.missing() || text != old.text || !is_flushed(path))
-        add_part({target.file, std::move(entries)},
+        add_part({target.file, std::move(entries), text_before(old)},
                  {path, std::move(text), mode, FileChange::Kind::plain, std::move(shadows)});
 }
 
@@ -197,18 +202,39 @@ void FileWrites::add_device(Entry &entry)
                  {qv_sysroot_path(entry.file), line, kNewMode, FileChange::Kind::device});
 }
 
-void FileWrites::commit()
+void FileWrites::prepare()
 {
     const Unlocked unlocked;
+    is_prepared_ = true;
     for (const Target &target : targets())
         add_text(target);
     for (Entry &entry : entries_) {
         if (!entry.refused && entry.row->kind == WriteKind::device)
             add_device(entry);
         else if (!entry.refused && entry.row->kind == WriteKind::call)
-            entry.result = entry.row->call(entry.pair.value) == 0 ? Result::written : Result::failed;
+            entry.result = Result::written; // unless it fails
     }
-    const std::vector<FileResult> results = set_.commit_here();
+}
+
+std::vector<FileWrites::Rewrite> FileWrites::rewrites() const
+{
+    std::vector<Rewrite> rewrites;
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+        const FileChange &change = set_.changes()[i];
+        rewrites.push_back(
+            {parts_[i].file, parts_[i].before, change.text, change.kind == FileChange::Kind::device});
+    }
+    return rewrites;
+}
+
+bool FileWrites::has_failed() const
+{
+    return std::ranges::any_of(entries_, [](const Entry &e) { return e.result == Result::failed; });
+}
+
+void FileWrites::write(Extent extent)
+{
+    const std::vector<FileResult> results = set_.commit_here(extent);
     for (std::size_t i = 0; i < results.size(); ++i) {
         const Target &part = parts_[i];
         const int error = results[i].error;
@@ -216,6 +242,22 @@ void FileWrites::commit()
                                part.file == part.entries.front()->file;
         if (error && !no_device)
             fail(part.file, part.entries, error, "");
+    }
+}
+
+void FileWrites::commit(Extent extent)
+{
+    const Unlocked unlocked;
+    if (!is_prepared_)
+        prepare();
+    if (extent == Extent::all && has_failed())
+        return;
+    write(extent);
+    if (extent == Extent::all && has_failed())
+        return;
+    for (Entry &entry : entries_) {
+        if (!entry.refused && entry.row->kind == WriteKind::call)
+            entry.result = entry.row->call(entry.pair.value) == 0 ? Result::written : Result::failed;
     }
 }
 

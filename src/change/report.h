@@ -1,0 +1,42 @@
+#pragma once
+
+#include "base/change_notes.h"
+#include "change/proposal.h"
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qvcd {
+
+/// What the commands of changes answer, as text or as one line of JSON (docs/changes.md). What is empty is
+/// not printed.
+struct Report {
+    struct File {
+        std::string file;
+        std::string diff; ///< hunks (change/unified_diff.h)
+    };
+
+    std::vector<ValueChange> values; ///< as the caller may see them
+    std::vector<File> files;
+    std::vector<ActionRun> actions; ///< that ran, or would run
+    std::vector<ActionRun> undone;  ///< that ran again with the old values
+    std::vector<Refusal> errors;
+    std::string entry_name = "Commit";        ///< of the command
+    std::int64_t entry = 0;                   ///< of the history
+    std::string end;                          ///< how it ended, where it is not what was asked for
+    std::optional<std::chrono::seconds> left; ///< to confirm it
+    std::string problem;                      ///< with the history
+
+    void print_text(std::FILE *out) const;
+    void print_json(std::FILE *out) const;
+    void print(bool as_json, std::FILE *out) const { as_json ? print_json(out) : print_text(out); }
+};
+
+/// A change as the caller may see it.
+ValueChange shown_change(const Proposed &proposed);
+
+} // namespace qvcd
