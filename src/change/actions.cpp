@@ -67,8 +67,6 @@ int run_action(Request &request, const Actions::Action &action)
                      action.call.c_str(), status_text(status).c_str());
     for (const std::string &api : action.apis)
         qv_log_print(kLogDebug, "  with %s\n", api.c_str());
-    if (request.notes)
-        request.notes->ran({action.call, status});
     return status;
 }
 

@@ -37,7 +37,7 @@ class Actions {
     std::vector<Action> actions_;
 };
 
-/// Runs one. Notes it for the history. Returns its status: 0 for success, else the wait status of what it ran
+/// Runs one. Returns its status: 0 for success, else the wait status of what it ran
 /// (waitpid(2)) or another number. Lets go of the command lock.
 int run_action(Request &request, const Actions::Action &action);
 

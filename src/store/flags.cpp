@@ -122,7 +122,7 @@ void flag_saved(std::string_view api, std::string_view value)
     if (hdfDB.get(api) == value) {
         meta_set(api, "mod", "0");
         settle(api, &Pending::saved);
-    } else if (const auto known = pending.find(api); known != pending.end()) {
+    } else if (const auto known = pending.find(api); known != pending.end() && known->second.saved) {
         known->second.saved = value;
     }
 }
@@ -131,6 +131,14 @@ void flag_applied(std::string_view api)
 {
     meta_set(api, "noapp", "0");
     settle(api, &Pending::applied);
+}
+
+void flag_in_force(std::string_view api, std::string_view value)
+{
+    if (hdfDB.get(api) == value)
+        flag_applied(api);
+    else if (const auto known = pending.find(api); known != pending.end() && known->second.applied)
+        known->second.applied = value;
 }
 
 void flag_restored(std::string_view api, std::string_view restored)

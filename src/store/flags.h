@@ -40,6 +40,9 @@ void flag_saved(std::string_view api, std::string_view value);
 /// The API's action is about to run with the value it has: clears "noapp".
 void flag_applied(std::string_view api);
 
+/// This value is in force: clears "noapp", unless the API has another one by now.
+void flag_in_force(std::string_view api, std::string_view value);
+
 /// Puts flags, and what is known with them, back as they were.
 void flags_put_back(std::string_view api, bool mod, bool noapp, const Pending &pending);
 

@@ -1,0 +1,427 @@
+#include "change/commit.h"
+
+#include "base/command_lock.h"
+#include "base/notify.h"
+#include "base/replace_journal.h"
+#include "base/save_lock.h"
+#include "base/turn.h"
+#include "change/assignment.h"
+#include "change/history.h"
+#include "change/unconfirmed.h"
+#include "change/undo.h"
+#include "platform/api_errors.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/api.h"
+#include "store/flags.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <random>
+
+namespace qvcd {
+
+namespace {
+
+constexpr char kCommit[] = "Commit"; // what an error is about that is no API's
+constexpr char kTurn[] = "qvcd: commit";
+
+// One commit after the other.
+class CommitTurn {
+  public:
+    explicit CommitTurn(bool wait)
+    {
+        const Unlocked unlocked;
+        turn_.emplace(kTurn, wait ? deadline_in(kCommitWait) : std::chrono::steady_clock::now());
+    }
+    bool mine() const { return turn_->mine(); }
+
+  private:
+    std::optional<Turn> turn_;
+};
+
+std::string new_key()
+{
+    std::random_device random;
+    std::string key;
+    for (int i = 0; i < 4; ++i)
+        key += std::to_string(random()) + (i < 3 ? "-" : "");
+    return key;
+}
+
+void publish(const char *event, const Api &api)
+{
+    notify_publish_on(event, api.name(), api.value(), api.is_secret() ? Secret::yes : Secret::no);
+}
+
+// One commit on its way.
+class Commit {
+  public:
+    Commit(Request &request, const CommitOrder &order, Report &report)
+        : request_(request), order_(order), report_(report)
+    {
+    }
+
+    enum class Step { go_on, nothing_to_do, refused };
+
+    Step write_files();
+    int run_actions();
+    bool has_begun() const { return has_begun_; }
+
+  private:
+    Step refuse(std::string api, std::string error);
+    Step refuse_unwritten(const FileWrites &writes);
+    void describe(const FileWrites &writes);
+    void store(const Proposed &p);
+    int fail(const std::string &why, std::size_t actions);
+    void add_what_actions_saved();
+    void add_entry(const std::string &end);
+    int finish();
+    int await_confirmation();
+
+    Request &request_;
+    const CommitOrder &order_;
+    Report &report_;
+    Proposal proposal_;
+    UndoRecord record_;
+    bool has_begun_ = false; // something may have changed
+};
+
+Commit::Step Commit::refuse(std::string api, std::string error)
+{
+    report_.errors.push_back({std::move(api), std::move(error)});
+    return Step::refused;
+}
+
+Commit::Step Commit::refuse_unwritten(const FileWrites &writes)
+{
+    writes.log_failures("commit");
+    std::size_t number = 0;
+    for (const Proposed &p : proposal_.values) {
+        if (p.saves && writes.result(number++) == FileWrites::Result::failed)
+            refuse(p.api, kSaveFailed);
+    }
+    return Step::refused;
+}
+
+void Commit::describe(const FileWrites &writes)
+{
+    record_.entry = {.time = std::time(nullptr),
+                     .key = new_key(),
+                     .user = request_.caller.user,
+                     .source = request_.caller.source,
+                     .client = request_.caller.client,
+                     .command = order_.command,
+                     .text = order_.text};
+    for (const Proposed &p : proposal_.values)
+        record_.values.push_back({p.api, p.before, p.after, p.saves, p.applies, p.secret});
+    for (const FileWrites::Rewrite &rewrite : writes.rewrites()) {
+        if (!rewrite.is_device)
+            record_.files.push_back({rewrite.file, rewrite.before, text_hash(rewrite.after)});
+    }
+    record_.actions = proposal_.actions().all();
+}
+
+// Somebody may have set it while the files were written: that stays his change, on top of this one.
+void Commit::store(const Proposed &p)
+{
+    Api *api = find_api(p.api);
+    if (!api)
+        return;
+    const bool is_new = p.now != p.after;
+    const bool is_theirs = api->value() != p.now;
+    if (is_new && !is_theirs) {
+        if (!p.saves && !p.dynamic)
+            flag_unsaved(*api, request_.caller.session);
+        store_setting(*api, p.after);
+        publish("set", *api);
+    }
+    if (p.saves && !p.dynamic)
+        flag_saved(p.api, p.after);
+    if (p.saves && !is_theirs)
+        publish("save", *api);
+    if (p.applies)
+        flag_in_force(p.api, p.after);
+    if (p.applies && !is_theirs)
+        publish("apply", *api);
+    qv_log_print(kLogNotice, "Commit %s=%s\n", p.api.c_str(), api->for_log(p.after).c_str());
+}
+
+Commit::Step Commit::write_files()
+{
+    const SaveLock lock; // from before the values are taken
+    proposal_ = order_.assignments.empty() ? propose_pending(request_, order_.whose)
+                                           : propose(request_, order_.assignments);
+    report_.errors.insert(report_.errors.end(), proposal_.refused.begin(), proposal_.refused.end());
+    if (!proposal_.refused.empty())
+        return Step::refused;
+    if (proposal_.values.empty())
+        return Step::nothing_to_do;
+    const std::unique_ptr<FileWrites> writes = proposal_.writes();
+    writes->prepare();
+    if (writes->has_failed())
+        return refuse_unwritten(*writes);
+    describe(*writes);
+    int error = 0;
+    {
+        const Unlocked unlocked;
+        error = write_undo_record(record_);
+    }
+    if (error)
+        return refuse(kCommit, std::string("##Can not record how to undo it: ") + std::strerror(error) + "#");
+    has_begun_ = true;
+    writes->commit(FileWrites::Extent::all);
+    if (writes->has_failed()) {
+        refuse_unwritten(*writes);
+        fail("a file could not be written", 0);
+        return Step::refused;
+    }
+    for (const Proposed &p : proposal_.values) {
+        report_.values.push_back(shown_change(p));
+        store(p);
+    }
+    return Step::go_on;
+}
+
+int Commit::run_actions()
+{
+    for (std::size_t i = 0; i < record_.actions.size(); ++i) {
+        const Actions::Action &action = record_.actions[i];
+        const int status = run_action(request_, action);
+        report_.actions.push_back({action.call, status});
+        if (status == 0)
+            continue;
+        refuse(action.apis.front(), API_E_APPLY_FAILED);
+        return fail(action.call + ": " + status_text(status), i + 1);
+    }
+    add_what_actions_saved();
+    return order_.confirm ? await_confirmation() : finish();
+}
+
+// An action that loads a profile saves what that holds.
+void Commit::add_what_actions_saved()
+{
+    if (!request_.notes)
+        return;
+    for (const ValueChange &change : request_.notes->values) {
+        const bool known =
+            std::ranges::find(record_.values, change.api, &UndoRecord::Value::api) != record_.values.end();
+        if (!known && !change.secret)
+            record_.values.push_back({change.api, change.before, change.after, true, false, false, true});
+    }
+}
+
+// Puts everything back and tells of it; 1.
+int Commit::fail(const std::string &why, std::size_t actions)
+{
+    add_what_actions_saved();
+    Standing standing{.record = record_, .state = Standing::State::undecided, .why = why};
+    std::vector<std::string> problems = put_files_back(record_);
+    put_proposal_back(proposal_.values);
+    report_.undone = run_actions_again(request_, record_, actions);
+    add_entry("undone: " + why);
+    if (problems.empty()) {
+        const Unlocked unlocked;
+        const FileResult removed = remove_undo_record();
+        if (removed.error && removed.error != ENOENT)
+            problems.push_back(std::string("its record: ") + std::strerror(removed.error));
+    }
+    for (const std::string &problem : problems) {
+        refuse(kCommit, "##Can not undo: " + problem + "#");
+        qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
+    }
+    if (!problems.empty()) {
+        standing.number = report_.entry;
+        standing.due = deadline_in(std::chrono::seconds(5));
+        stand(std::move(standing));
+    }
+    report_.end = "undone";
+    return 1;
+}
+
+void Commit::add_entry(const std::string &end)
+{
+    HistoryEntry entry = record_.entry;
+    entry.end = end;
+    for (const UndoRecord::Value &value : record_.values)
+        entry.values.push_back(value_change(value.api, value.before, value.after, value.secret));
+    entry.actions = report_.actions;
+    const HistoryResult added = history_add(entry);
+    report_.entry = added.number;
+    report_.problem = added.problem;
+}
+
+int Commit::finish()
+{
+    add_entry("done");
+    FileResult removed;
+    {
+        const Unlocked unlocked;
+        removed = remove_undo_record();
+    }
+    if (removed.error && !removed.changed && removed.error != ENOENT) {
+        const std::string why = std::string("it can not be finished: ") + std::strerror(removed.error);
+        refuse(kCommit, "##" + why + "#");
+        const std::int64_t number = report_.entry;
+        const int result = fail(why, record_.actions.size());
+        history_end(number, "undone: " + why);
+        return result;
+    }
+    notify_publish_on(order_.command, "entry", std::to_string(report_.entry));
+    if (!removed.error)
+        return 0;
+    refuse(kCommit, kNotFlushed);
+    return 1;
+}
+
+int Commit::await_confirmation()
+{
+    if (std::ranges::any_of(record_.values, &UndoRecord::Value::by_value)) {
+        int error = 0;
+        {
+            const Unlocked unlocked;
+            error = write_undo_record(record_);
+        }
+        if (error) {
+            const std::string why = std::string("it can not be recorded: ") + std::strerror(error);
+            refuse(kCommit, "##" + why + "#");
+            return fail(why, record_.actions.size());
+        }
+    }
+    add_entry("awaits confirmation");
+    stand({.record = record_, .number = report_.entry, .due = deadline_in(*order_.confirm)});
+    report_.left = order_.confirm;
+    notify_publish_on(order_.command, "entry", std::to_string(report_.entry));
+    return 0;
+}
+
+int refuse(Report &report, std::string error)
+{
+    report.errors.push_back({kCommit, std::move(error)});
+    return 1;
+}
+
+bool may_settle(const Request &request, const UndoRecord &record)
+{
+    return std::ranges::all_of(record.values, [&](const UndoRecord::Value &value) {
+        return value.by_value || (request.mask & meta_get_perm(value.api) & kWriteBits) != 0;
+    });
+}
+
+// The commit that waits for its confirmation, where the caller may settle it; null: the report says why not.
+Standing *take_standing(const Request &request, std::int64_t number, Report &report)
+{
+    Standing *standing = standing_commit();
+    if (!standing || standing->state != Standing::State::awaiting ||
+        (number != 0 && number != standing->number)) {
+        refuse(report, kNothingUnconfirmed);
+        return nullptr;
+    }
+    if (!may_settle(request, standing->record)) {
+        refuse(report, API_E_INVALID_PERMISSION);
+        return nullptr;
+    }
+    return standing;
+}
+
+} // namespace
+
+int commit(Request &request, const CommitOrder &order, Report &report,
+           const std::function<void(Report &)> &tell)
+{
+    const CommitTurn turn(order.wait);
+    if (!turn.mine())
+        return refuse(report, "##Another commit is running#");
+    if (const Standing *standing = standing_commit())
+        return refuse(report, standing->state == Standing::State::awaiting
+                                  ? "##Commit " + std::to_string(standing->number) + " awaits confirmation#"
+                                  : "##A commit is being undone#");
+    refresh_live_values(request, order.assignments);
+    Commit commit(request, order, report);
+    switch (commit.write_files()) {
+    case Commit::Step::nothing_to_do:
+        return 0;
+    case Commit::Step::refused:
+        return 1;
+    case Commit::Step::go_on:
+        break;
+    }
+    tell(report);
+    return commit.run_actions();
+}
+
+std::optional<Unconfirmed> unconfirmed_commit()
+{
+    const Standing *standing = standing_commit();
+    if (!standing || standing->state != Standing::State::awaiting)
+        return std::nullopt;
+    const auto left = std::max(standing->due - std::chrono::steady_clock::now(), Deadline::duration::zero());
+    Unconfirmed unconfirmed{standing->record.entry, std::chrono::ceil<std::chrono::seconds>(left)};
+    unconfirmed.entry.number = standing->number;
+    return unconfirmed;
+}
+
+int confirm_commit(const Request &request, std::int64_t number, std::optional<std::chrono::seconds> more,
+                   Report &report)
+{
+    Standing *standing = take_standing(request, number, report);
+    if (!standing)
+        return 1;
+    report.entry = standing->number;
+    report.left = more;
+    if (more) {
+        stand_until(deadline_in(*more));
+        return 0;
+    }
+    standing->state = Standing::State::settling;
+    FileResult removed;
+    {
+        const Unlocked unlocked;
+        removed = remove_undo_record();
+    }
+    if (removed.error && !removed.changed && removed.error != ENOENT) {
+        standing = standing_commit();
+        standing->state = Standing::State::awaiting;
+        stand_until(standing->due);
+        return refuse(report, std::string("##Can not be confirmed: ") + std::strerror(removed.error) + "#");
+    }
+    stand_no_more();
+    report.problem = history_end(report.entry, "confirmed");
+    notify_publish_on("confirm", "entry", std::to_string(report.entry));
+    return removed.error ? refuse(report, kNotFlushed) : 0;
+}
+
+int abort_commit(Request &request, std::int64_t number, Report &report)
+{
+    Standing *standing = take_standing(request, number, report);
+    if (!standing)
+        return 1;
+    standing->state = Standing::State::settling;
+    standing->why = "aborted";
+    return undo_standing(request, report) ? 0 : 1;
+}
+
+void recover_commit()
+{
+    std::optional<UndoRecord> record = read_undo_record();
+    if (!record)
+        return;
+    qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
+    for (const std::string &problem : put_files_back(*record))
+        qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
+    put_values_back(*record);
+    stand({.record = std::move(*record),
+           .state = Standing::State::undecided,
+           .due = std::chrono::steady_clock::now(),
+           .why = "the daemon ended before it was settled"});
+}
+
+void stop_commits()
+{
+    stop_standing();
+    history_close();
+}
+
+} // namespace qvcd

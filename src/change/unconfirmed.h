@@ -1,0 +1,49 @@
+#pragma once
+
+#include "change/report.h"
+#include "change/undo_record.h"
+#include "platform/socket.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace qvcd {
+
+// The one commit that is done and not settled: it waits to be confirmed, or to be undone. All under the
+// command lock.
+
+struct Standing {
+    enum class State {
+        awaiting,  ///< its confirmation, until it is due
+        settling,  ///< somebody confirms or undoes it
+        undecided, ///< it must be undone, which did not work; it is tried again when it is due
+    };
+
+    UndoRecord record;
+    std::int64_t number = 0; ///< its entry; 0: it has none
+    State state = State::awaiting;
+    Deadline due = {};
+    std::string why = "not confirmed in time"; ///< it is undone
+};
+
+/// Null: there is none. Good as long as the command lock is held.
+Standing *standing_commit();
+
+/// From now on there is this one, which is undone when it is due.
+void stand(Standing standing);
+
+/// It is due then, and not before.
+void stand_until(Deadline due);
+
+/// It is settled.
+void stand_no_more();
+
+/// Undoes it: files, settings, actions, and in the history. False when its files cannot be put back now; it
+/// is tried again every few seconds then. Its state is `settling`. Lets go of the command lock.
+bool undo_standing(Request &request, Report &report);
+
+/// Ends the thread that watches the time.
+void stop_standing();
+
+} // namespace qvcd

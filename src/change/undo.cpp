@@ -1,0 +1,169 @@
+#include "change/undo.h"
+
+#include "base/command_lock.h"
+#include "base/notify.h"
+#include "base/replace_journal.h"
+#include "base/replacement.h"
+#include "base/save_lock.h"
+#include "change/assignment.h"
+#include "funcs/file_writes.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+#include "store/api.h"
+#include "store/flags.h"
+#include "store/meta.h"
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+namespace qvcd {
+
+namespace {
+
+// The value that the API's file has, as far as the daemon knows.
+std::string saved_value(Api &api)
+{
+    const bool is_changed = api.is_raised(Api::Flag::mod);
+    return is_changed ? pending_of(api.name()).saved.value_or("") : std::string(api.value());
+}
+
+// Files that nobody wrote to since the commit get their old texts. The others are left in `written`.
+class OldTexts {
+  public:
+    // Without the command lock.
+    void put_back(const std::vector<UndoRecord::File> &files)
+    {
+        FileSet set;
+        std::vector<const UndoRecord::File *> in_set;
+        for (const UndoRecord::File &file : files) {
+            const std::string path = qv_sysroot_path(file.file);
+            const FileText now = read_whole_file(path);
+            const bool is_old = file.before ? !now.error && now.text == *file.before : now.missing();
+            if (is_old && is_flushed(path))
+                continue;
+            if (!is_old && (now.error || text_hash(now.text) != file.after)) {
+                written.insert(file.file);
+            } else if (!file.before) {
+                note(file.file, is_old ? flush_folder(folder_of(path)) : remove_file(path).error);
+            } else {
+                set.add({path, *file.before});
+                in_set.push_back(&file);
+            }
+        }
+        const std::vector<FileResult> results = set.commit_here();
+        for (std::size_t i = 0; i < results.size(); ++i)
+            note(in_set[i]->file, results[i].error);
+    }
+
+    std::set<std::string> written;
+    std::vector<std::string> problems;
+
+  private:
+    void note(const std::string &file, int error)
+    {
+        if (error)
+            problems.push_back(file + ": " + std::strerror(error));
+    }
+};
+
+bool is_in(const Api &api, const std::set<std::string> &files)
+{
+    const MetaApi meta(api.name());
+    const auto holds = [&](const char *attribute) {
+        const auto file = meta.get(attribute);
+        return file && files.contains(std::string(*file));
+    };
+    return holds("file") || holds("shadow");
+}
+
+bool has_no_text(const Api &api)
+{
+    return write_row(MetaApi(api.name()).get("write").value_or("")).kind != WriteKind::text;
+}
+
+void publish(const Api &api)
+{
+    for (const char *event : {"set", "save"})
+        notify_publish_on(event, api.name(), api.value(), api.is_secret() ? Secret::yes : Secret::no);
+}
+
+} // namespace
+
+std::vector<std::string> put_files_back(const UndoRecord &record)
+{
+    const SaveLock lock;
+    OldTexts texts;
+    {
+        const Unlocked unlocked;
+        texts.put_back(record.files);
+    }
+    FileWrites writes;
+    std::vector<std::string> names;
+    for (const UndoRecord::Value &value : record.values) {
+        Api *api = value.saves ? find_api(value.api) : nullptr;
+        if (!api || (!value.by_value && !has_no_text(*api) && !is_in(*api, texts.written)))
+            continue;
+        if (!api->is_dynamic() && saved_value(*api) != value.after && saved_value(*api) != value.before)
+            continue; // somebody saved another one since
+        writes.add(value.api, value.before);
+        names.push_back(value.api);
+    }
+    writes.commit();
+    writes.log_failures("undo");
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (writes.result(i) == FileWrites::Result::failed)
+            texts.problems.push_back(names[i]);
+    }
+    return texts.problems;
+}
+
+std::vector<ValueChange> put_values_back(const UndoRecord &record)
+{
+    std::vector<ValueChange> changes;
+    for (const UndoRecord::Value &value : record.values) {
+        Api *api = find_api(value.api);
+        if (!api)
+            continue;
+        const bool is_changed = api->is_raised(Api::Flag::mod) || api->is_raised(Api::Flag::noapp);
+        const bool is_ours = !is_changed && api->value() == value.after;
+        if (is_ours)
+            store_setting(*api, value.before);
+        if (value.saves && !api->is_dynamic())
+            flag_saved(value.api, value.before);
+        if (value.applies)
+            flag_in_force(value.api, value.before);
+        if (!is_ours)
+            continue;
+        changes.push_back(value_change(value.api, value.after, value.before, value.secret));
+        publish(*api);
+        qv_log_print(kLogNotice, "Undo %s=%s\n", value.api.c_str(), api->for_log(value.before).c_str());
+    }
+    return changes;
+}
+
+void put_proposal_back(const std::vector<Proposed> &values)
+{
+    for (const Proposed &p : values) {
+        Api *api = find_api(p.api);
+        if (!api || api->value() != p.after)
+            continue;
+        const bool is_new = p.now != p.after;
+        if (is_new)
+            store_setting(*api, p.now);
+        if (!p.dynamic)
+            flags_put_back(p.api, p.mod, p.noapp, p.pending);
+        if (is_new)
+            publish(*api);
+    }
+}
+
+std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count)
+{
+    std::vector<ActionRun> runs;
+    for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i)
+        runs.push_back({record.actions[i].call, run_action(request, record.actions[i])});
+    return runs;
+}
+
+} // namespace qvcd

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "base/request.h"
+#include "change/undo_record.h"
+
+#include <string>
+#include <vector>
+
+namespace qvcd {
+
+/// Puts the files of a commit back: exactly, where nobody wrote to them since, else the values of its APIs
+/// that still have what the commit wrote. Devices get the old values. Returns the problems, by file or API;
+/// none: all is back and on the disk. May be repeated. Lets go of the command lock.
+std::vector<std::string> put_files_back(const UndoRecord &record);
+
+/// Gives the settings the old values again, with the flags of saved and applied ones. What somebody set since
+/// stays his change, on top of them. Returns what it changed.
+std::vector<ValueChange> put_values_back(const UndoRecord &record);
+
+/// The same for a commit that failed: settings and flags are as they were when it was proposed.
+void put_proposal_back(const std::vector<Proposed> &values);
+
+/// Runs its actions again. Lets go of the command lock.
+std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count);
+
+} // namespace qvcd

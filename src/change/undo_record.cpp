@@ -1,0 +1,130 @@
+#include "change/undo_record.h"
+
+#include "base/replacement.h"
+#include "platform/log.h"
+#include "platform/sysroot.h"
+
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+namespace qvcd {
+
+// CBOR (RFC 8949): files may hold any bytes.
+
+namespace {
+
+using Json = nlohmann::json;
+
+std::string path()
+{
+    return qv_sysroot_path(kUndoFile);
+}
+
+} // namespace
+
+static void to_json(Json &json, const HistoryEntry &e)
+{
+    json = {{"key", e.key},       {"time", e.time},       {"user", e.user}, {"source", e.source},
+            {"client", e.client}, {"command", e.command}, {"text", e.text}};
+}
+
+static void from_json(const Json &json, HistoryEntry &e)
+{
+    json.at("key").get_to(e.key);
+    json.at("time").get_to(e.time);
+    json.at("user").get_to(e.user);
+    json.at("source").get_to(e.source);
+    json.at("client").get_to(e.client);
+    json.at("command").get_to(e.command);
+    json.at("text").get_to(e.text);
+}
+
+static void to_json(Json &json, const UndoRecord::Value &v)
+{
+    json = {{"api", v.api},         {"before", v.before}, {"after", v.after},      {"saves", v.saves},
+            {"applies", v.applies}, {"secret", v.secret}, {"by_value", v.by_value}};
+}
+
+static void from_json(const Json &json, UndoRecord::Value &v)
+{
+    json.at("api").get_to(v.api);
+    json.at("before").get_to(v.before);
+    json.at("after").get_to(v.after);
+    json.at("saves").get_to(v.saves);
+    json.at("applies").get_to(v.applies);
+    json.at("secret").get_to(v.secret);
+    json.at("by_value").get_to(v.by_value);
+}
+
+static void to_json(Json &json, const UndoRecord::File &f)
+{
+    json = {{"file", f.file}, {"after", f.after}};
+    if (f.before)
+        json["before"] = *f.before;
+}
+
+static void from_json(const Json &json, UndoRecord::File &f)
+{
+    json.at("file").get_to(f.file);
+    json.at("after").get_to(f.after);
+    if (json.contains("before"))
+        f.before = json.at("before").get<std::string>();
+}
+
+static void to_json(Json &json, const Actions::Action &a)
+{
+    json = {{"call", a.call}, {"apis", a.apis}};
+}
+
+static void from_json(const Json &json, Actions::Action &a)
+{
+    json.at("call").get_to(a.call);
+    json.at("apis").get_to(a.apis);
+    a.apis.at(0); // it runs for one
+}
+
+int write_undo_record(const UndoRecord &record)
+{
+    if (const int error = make_folder(folder_of(path())))
+        return error;
+    std::string text;
+    Json::to_cbor({{"entry", record.entry},
+                   {"values", record.values},
+                   {"files", record.files},
+                   {"actions", record.actions}},
+                  text);
+    const FileResult result = replace_secret_file(path(), text);
+    if (result.error && result.changed)
+        remove_undo_record();
+    return result.error;
+}
+
+FileResult remove_undo_record()
+{
+    return remove_file(path());
+}
+
+std::optional<UndoRecord> read_undo_record()
+{
+    const FileText text = read_whole_file(path());
+    if (text.missing())
+        return std::nullopt;
+    std::string problem = std::strerror(text.error);
+    if (!text.error) {
+        try {
+            const Json json = Json::from_cbor(text.text);
+            return UndoRecord{json.at("entry").get<HistoryEntry>(),
+                              json.at("values").get<std::vector<UndoRecord::Value>>(),
+                              json.at("files").get<std::vector<UndoRecord::File>>(),
+                              json.at("actions").get<std::vector<Actions::Action>>()};
+        } catch (const std::exception &error) {
+            problem = error.what();
+            std::rename(path().c_str(), (path() + ".damaged").c_str());
+        }
+    }
+    qv_log_print(kLogError, "Can not read %s, a commit may stay half done: %s\n", kUndoFile, problem.c_str());
+    return std::nullopt;
+}
+
+} // namespace qvcd

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "change/actions.h"
+#include "change/history_entry.h"
+#include "change/proposal.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qvcd {
+
+inline constexpr char kUndoFile[] = "/var/lib/qv/commit.undo"; // of the appliance
+
+/// How to undo one commit. It is on the disk, as kUndoFile, from before the first file changes until the
+/// commit is done and, where that was asked for, confirmed: a start that finds it undoes the commit. It holds
+/// secrets, mode 0600.
+struct UndoRecord {
+    struct Value {
+        std::string api;
+        std::string before;
+        std::string after;
+        bool saves = false;
+        bool applies = false;
+        bool secret = false;
+        bool by_value = false; ///< an action saved it: `files` do not have its file
+    };
+    struct File {
+        std::string file;                  ///< of the appliance
+        std::optional<std::string> before; ///< none: there was no such file
+        std::uint64_t after = 0;           ///< text_hash() of what it got
+    };
+
+    HistoryEntry entry; ///< of the commit, without values and actions
+    std::vector<Value> values;
+    std::vector<File> files;
+    std::vector<Actions::Action> actions; ///< each with the one API that it runs for
+};
+
+/// Writes the record, to stay. Returns 0 or the errno of what failed; then it is as if it was not written.
+/// Keeps the command lock.
+int write_undo_record(const UndoRecord &record);
+
+/// Removes it, to stay.
+FileResult remove_undo_record();
+
+/// The record that is there; nothing when there is none. One that cannot be read is put aside, with a log
+/// line.
+std::optional<UndoRecord> read_undo_record();
+
+} // namespace qvcd
