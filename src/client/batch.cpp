@@ -23,8 +23,13 @@ constexpr std::size_t kMostWaiting = std::size_t{1} << 20; // bytes not sent yet
 // Standard input, turned into lines of the wire.
 class CommandInput {
   public:
+    explicit CommandInput(const Options &options) : options_(options) {}
+
     bool at_end() const { return at_end_; }
     bool last_line_was_wrong() const { return wrong_; }
+
+    // For the replies, from the end of the input on.
+    std::chrono::milliseconds time_limit() const { return time_limit_; }
 
     // Reads what is there and appends the commands in it, and after the last one the empty line.
     void read_into(std::string &request)
@@ -63,8 +68,9 @@ class CommandInput {
                 return finish(request);
             if (is_client_only(words[0]))
                 throw UsageError(words[0] + " cannot be used here");
-            for (const std::string &wire : wire_lines(words))
+            for (const std::string &wire : wire_lines(options_.json ? in_json(words) : words))
                 request += wire + "\n";
+            time_limit_ = std::max(time_limit_, options_.limits(words[0]).whole);
         } catch (const UsageError &error) {
             wrong_ = true;
             std::fprintf(stderr, "qvc: line %zu: %s\n", number_, error.what());
@@ -78,6 +84,8 @@ class CommandInput {
         at_end_ = true;
     }
 
+    const Options &options_;
+    std::chrono::milliseconds time_limit_ = options_.limits("").whole;
     std::string pending_;
     std::size_t number_ = 0;
     bool at_end_ = false;
@@ -113,14 +121,14 @@ void exchange(Channel &channel, CommandInput &input, std::string &request, Reply
 
 int run_batch(const Options &options)
 {
-    Channel channel = connect_to(options.endpoint, options.timeout);
-    CommandInput input;
+    Channel channel = connect_to(options.endpoint, options.limits("").connect);
+    CommandInput input(options);
     std::string request = greeting(options.session);
     ReplyParser parser(print_line);
     std::optional<Deadline> deadline;
     while (!parser.result()) {
         if (input.at_end() && !deadline)
-            deadline = deadline_in(options.timeout);
+            deadline = deadline_in(input.time_limit());
         exchange(channel, input, request, parser, deadline);
     }
     return input.last_line_was_wrong() ? kExitUsage : exit_status(*parser.result());

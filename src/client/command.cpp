@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "client/errors.h"
 #include "client/escape.h"
 
 namespace qvcd::client {
@@ -18,6 +19,21 @@ LocalCommand local_command(std::string_view name)
     };
     const auto *row = std::ranges::find(kNames, name, &std::pair<std::string_view, LocalCommand>::first);
     return row == std::end(kNames) ? LocalCommand::none : row->second;
+}
+
+bool is_change_command(std::string_view name)
+{
+    static constexpr std::string_view kNames[] = {"plan",  "diff",    "commit",  "confirm",
+                                                  "abort", "history", "rollback"};
+    return std::ranges::count(kNames, name) != 0;
+}
+
+Words in_json(Words words)
+{
+    if (!is_change_command(words.at(0)))
+        throw UsageError("--json is for plan, diff, commit, confirm, abort, history and rollback");
+    words.insert(words.begin() + 1, "-j");
+    return words;
 }
 
 std::string command_line(const Words &words)

@@ -12,6 +12,13 @@ using Words = std::vector<std::string>; // a command and its arguments
 enum class LocalCommand { none, help, login, watch, completion };
 LocalCommand local_command(std::string_view name);
 
+/// Commands of the daemon's that plan, make, tell and undo changes: they answer in JSON too, and what they
+/// say is made for a terminal.
+bool is_change_command(std::string_view name);
+
+/// `words` as they ask for an answer in JSON. Throws UsageError when the command has none.
+Words in_json(Words words);
+
 /// wire_line(), with a warning on stderr when the daemon would pass over some of the arguments.
 std::string command_line(const Words &words);
 

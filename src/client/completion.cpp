@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <set>
+#include <sstream>
 
 #include "client/connect.h"
 #include "client/errors.h"
@@ -14,6 +16,7 @@ namespace qvcd::client {
 namespace {
 
 constexpr std::chrono::seconds kPatience{2}; // the user waits at the prompt
+constexpr TimeLimits kLimits{kPatience, kPatience};
 
 // Commands whose arguments are no setting names, and those that take NAME=VALUE. All others take names.
 enum class Takes { names, assignments, help_topics, nothing };
@@ -22,14 +25,32 @@ struct ArgumentRow {
     Takes takes;
 };
 constexpr ArgumentRow kArguments[] = {
-    {"set", Takes::assignments},  {"sets", Takes::assignments},      {"seta", Takes::assignments},
-    {"setn", Takes::assignments}, {"modify", Takes::assignments},    {"update", Takes::assignments},
-    {"add", Takes::assignments},  {"remove", Takes::assignments},    {"insert", Takes::assignments},
-    {"help", Takes::help_topics}, {"login", Takes::nothing},         {"logout", Takes::nothing},
-    {"sessions", Takes::nothing}, {"get_session", Takes::nothing},   {"user", Takes::nothing},
-    {"group", Takes::nothing},    {"menu", Takes::nothing},          {"preset", Takes::nothing},
-    {"profile", Takes::nothing},  {"factory_reset", Takes::nothing}, {"import", Takes::nothing},
-    {"watch", Takes::nothing},    {"completion", Takes::nothing},
+    {"set", Takes::assignments},    {"sets", Takes::assignments},      {"seta", Takes::assignments},
+    {"setn", Takes::assignments},   {"modify", Takes::assignments},    {"update", Takes::assignments},
+    {"add", Takes::assignments},    {"remove", Takes::assignments},    {"insert", Takes::assignments},
+    {"help", Takes::help_topics},   {"login", Takes::nothing},         {"logout", Takes::nothing},
+    {"sessions", Takes::nothing},   {"get_session", Takes::nothing},   {"user", Takes::nothing},
+    {"group", Takes::nothing},      {"menu", Takes::nothing},          {"preset", Takes::nothing},
+    {"profile", Takes::nothing},    {"factory_reset", Takes::nothing}, {"import", Takes::nothing},
+    {"watch", Takes::nothing},      {"completion", Takes::nothing},    {"plan", Takes::assignments},
+    {"commit", Takes::assignments}, {"confirm", Takes::nothing},       {"abort", Takes::nothing},
+    {"rollback", Takes::nothing},
+};
+
+// What else stands on the lines of some commands.
+struct OptionRow {
+    std::string_view command;
+    std::string_view options; // between blanks; those with an argument end in ":"
+    std::string_view words;   // in front of the names
+};
+constexpr OptionRow kOptions[] = {
+    {"plan", "-j", ""},
+    {"diff", "-j", "saved default running"},
+    {"commit", "-a -c: -j -m: -n -s", ""},
+    {"confirm", "-c: -j", ""},
+    {"abort", "-j", ""},
+    {"rollback", "-c: -j -m:", ""},
+    {"history", "-j -n:", ""},
 };
 
 Takes takes(std::string_view command)
@@ -37,6 +58,18 @@ Takes takes(std::string_view command)
     const auto *row =
         std::ranges::find(kArguments, command.substr(0, command.find('.')), &ArgumentRow::command);
     return row == std::end(kArguments) ? Takes::names : row->takes;
+}
+
+OptionRow options_of(std::string_view command)
+{
+    const auto *row = std::ranges::find(kOptions, command, &OptionRow::command);
+    return row == std::end(kOptions) ? OptionRow{} : *row;
+}
+
+std::vector<std::string> blank_separated(std::string_view text)
+{
+    std::istringstream stream{std::string(text)};
+    return {std::istream_iterator<std::string>(stream), {}};
 }
 
 // One command's reply, from the cache or from the daemon; empty when there is none.
@@ -53,7 +86,7 @@ std::string reply_text(const Options &options, const std::string &line)
         text += '\n';
     };
     try {
-        if (ask(options.endpoint, options.session, {line}, kPatience, keep) != 0)
+        if (ask(options.endpoint, options.session, {line}, kLimits, keep) != 0)
             return {};
     } catch (const WireError &) {
         return {};
@@ -115,6 +148,22 @@ std::vector<std::string> help_topics(const Options &options, const std::string &
     return topics;
 }
 
+std::vector<std::string> arguments(const Options &options, Takes takes, const std::string &word)
+{
+    switch (takes) {
+    case Takes::names:
+        return listed_names(options, word);
+    case Takes::assignments:
+        return word.find('=') == std::string::npos ? setting_names(options, word, "=")
+                                                   : std::vector<std::string>{};
+    case Takes::help_topics:
+        return help_topics(options, word);
+    case Takes::nothing:
+        break;
+    }
+    return {};
+}
+
 // `words`: the line behind "qvc" up to the cursor, the options included.
 int print_candidates(const Words &words)
 {
@@ -171,18 +220,19 @@ std::vector<std::string> complete(const Options &options, const std::vector<std:
 {
     if (before.empty())
         return commands(options, word);
-    switch (takes(before[0])) {
-    case Takes::names:
-        return listed_names(options, word);
-    case Takes::assignments:
-        return word.find('=') == std::string::npos ? setting_names(options, word, "=")
-                                                   : std::vector<std::string>{};
-    case Takes::help_topics:
-        return help_topics(options, word);
-    case Takes::nothing:
-        break;
+    const OptionRow row = options_of(before[0]);
+    std::vector<std::string> candidates = blank_separated(row.options);
+    if (before.size() > 1 && std::ranges::count(candidates, before.back() + ":") != 0)
+        return {};
+    if (word.starts_with('-')) {
+        for (std::string &option : candidates)
+            option = option.substr(0, option.find(':'));
+    } else {
+        candidates = arguments(options, takes(before[0]), word);
+        const std::vector<std::string> words = blank_separated(row.words);
+        candidates.insert(candidates.begin(), words.begin(), words.end());
     }
-    return {};
+    return starting_with(candidates, word);
 }
 
 int run_completion(const Options &, const Words &words)

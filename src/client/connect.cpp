@@ -1,6 +1,9 @@
 #include "client/connect.h"
 
 #include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
 #include "client/errors.h"
 
@@ -15,6 +18,19 @@ std::unique_ptr<TlsStream> prepare_tls(const Endpoint &endpoint)
     } catch (const TlsError &error) {
         throw UsageError(error.what());
     }
+}
+
+// A host that is gone, or has another address now, says nothing, and nothing tells that it is gone: a long
+// wait for its answer must end.
+void notice_lost_peer(int socket)
+{
+    constexpr int kOn = 1;
+    constexpr int kSeconds = 4; // of silence before the first probe, and between two
+    constexpr int kProbes = 4;
+    ::setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &kOn, sizeof kOn);
+    ::setsockopt(socket, IPPROTO_TCP, TCP_KEEPIDLE, &kSeconds, sizeof kSeconds);
+    ::setsockopt(socket, IPPROTO_TCP, TCP_KEEPINTVL, &kSeconds, sizeof kSeconds);
+    ::setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &kProbes, sizeof kProbes);
 }
 
 void shake_hands(Channel &channel, const std::string &where, Deadline deadline)
@@ -43,6 +59,7 @@ Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
     Fd socket = connect_tcp(endpoint.host, endpoint.port, timeout);
     if (!socket)
         throw_unreachable(endpoint.text(), errno);
+    notice_lost_peer(socket.get());
     if (!ssl)
         return Channel(std::move(socket));
     Channel channel(std::move(socket), std::move(ssl));
@@ -50,12 +67,12 @@ Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
     return channel;
 }
 
-int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines,
-        std::chrono::milliseconds timeout, const LineSink &sink)
+int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines, TimeLimits limits,
+        const LineSink &sink)
 {
     begin_request();
-    const Deadline deadline = deadline_in(timeout);
-    return ask(connect_to(endpoint, timeout), session, lines, deadline, sink);
+    const Deadline deadline = deadline_in(limits.whole);
+    return ask(connect_to(endpoint, limits.connect), session, lines, deadline, sink);
 }
 
 } // namespace qvcd::client

@@ -13,8 +13,8 @@ namespace qvcd::client {
 /// A connection that can be used. Throws UsageError when a file for TLS cannot.
 Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout);
 
-/// ask() over a new connection; the time-out is for all of it.
-int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines,
-        std::chrono::milliseconds timeout, const LineSink &sink);
+/// ask() over a new connection.
+int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines, TimeLimits limits,
+        const LineSink &sink);
 
 } // namespace qvcd::client

@@ -18,4 +18,9 @@ struct WireError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// interrupt_request() ended it.
+struct Interrupted : WireError {
+    using WireError::WireError;
+};
+
 } // namespace qvcd::client

@@ -50,6 +50,12 @@ std::string name_part(const std::string &name)
     return plain(name, "name");
 }
 
+// Commands that take a text of the user's behind "-m".
+bool is_text(const std::vector<std::string> &words, std::size_t i)
+{
+    return i > 1 && words[i - 1] == "-m" && (words[0] == "commit" || words[0] == "rollback");
+}
+
 std::string wire_argument(const std::string &argument, bool free_text)
 {
     if (free_text)
@@ -82,7 +88,7 @@ std::string wire_line(const std::vector<std::string> &words)
     std::string line = name_part(words.at(0));
     const bool free_text = takes_free_text(words);
     for (std::size_t i = 1; i < words.size(); i++)
-        line += " " + wire_argument(words[i], free_text);
+        line += " " + wire_argument(words[i], free_text || is_text(words, i));
     if (line.size() >= kMaxLineBytes)
         throw UsageError("the command is longer than 1 MiB");
     return line;

@@ -14,6 +14,7 @@ std::string url_escape(std::string_view text);
 /// one word there:
 ///   - all arguments of commands that take names and passwords of people (login, user.add and so on) are
 ///     escaped,
+///   - so is the text behind "-m" of commit and rollback,
 ///   - of an argument name=value the value is escaped,
 ///   - all others go as they are; in them a comma separates names as on the wire.
 /// Throws UsageError for what the wire cannot say: an empty word, a blank or a control character outside of

@@ -33,7 +33,7 @@ std::vector<std::string> help_lines(const Words &words)
 int run_help(const Options &options, const Words &words)
 {
     bool said_something = false;
-    const int result = ask(options.endpoint, options.session, help_lines(words), options.timeout,
+    const int result = ask(options.endpoint, options.session, help_lines(words), options.limits(words[0]),
                            [&](std::string_view line) {
                                said_something = true;
                                print_line(line);
@@ -57,8 +57,9 @@ bool is_client_only(const std::string &command)
     return local == LocalCommand::watch || local == LocalCommand::completion;
 }
 
-int run_command(const Options &options, const Words &words)
+int run_command(const Options &options, const Words &typed)
 {
+    const Words words = options.json ? in_json(typed) : typed;
     switch (local_command(words.at(0))) {
     case LocalCommand::help:
         return run_help(options, words);
@@ -71,13 +72,13 @@ int run_command(const Options &options, const Words &words)
     case LocalCommand::none:
         break;
     }
-    return run_on_daemon(options, words);
+    return is_change_command(words[0]) ? run_change(options, words) : run_on_daemon(options, words);
 }
 
 int run_on_daemon(const Options &options, const Words &words)
 {
     return exit_status(
-        ask(options.endpoint, options.session, {command_line(words)}, options.timeout, print_line));
+        ask(options.endpoint, options.session, {command_line(words)}, options.limits(words[0]), print_line));
 }
 
 } // namespace qvcd::client

@@ -23,6 +23,10 @@ int run_command(const Options &options, const Words &words);
 /// Sends one command and prints its reply.
 int run_on_daemon(const Options &options, const Words &words);
 
+/// run_on_daemon() for a command of changes: on a terminal the reply is painted, and a change that awaits
+/// confirmation is asked about.
+int run_change(const Options &options, const Words &words);
+
 int run_login(const Options &options, const Words &words);
 int run_watch(const Options &options, const Words &words);
 int run_completion(const Options &options, const Words &words);

@@ -30,14 +30,23 @@ namespace {
     throw std::system_error(errno, std::generic_category(), "cannot run " + full);
 }
 
+bool is_done_here(const Options &options)
+{
+    if (!options.endpoint.local() || options.words.empty())
+        return false;
+    const std::string &command = options.words[0];
+    return local_command(command) == LocalCommand::none &&
+           (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
+}
+
 int run(const Options &options, char **arguments)
 {
-    if (!options.endpoint.local() || options.words.empty() ||
-        local_command(options.words[0]) != LocalCommand::none)
+    if (!is_done_here(options))
         become_full_client(arguments);
-    const std::string line = command_line(options.words);
-    const Deadline deadline = deadline_in(options.timeout);
-    Channel channel(connect_local("qvcd", options.timeout));
+    const std::string line = command_line(options.json ? in_json(options.words) : options.words);
+    const TimeLimits limits = options.limits(options.words[0]);
+    const Deadline deadline = deadline_in(limits.whole);
+    Channel channel(connect_local("qvcd", limits.connect));
     return exit_status(ask(std::move(channel), options.session, {line}, deadline, print_line));
 }
 

@@ -1,5 +1,6 @@
 #include "client/options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <getopt.h>
@@ -20,7 +21,9 @@ Without a command, reads commands: with line editing on a terminal, else line by
   --tls          speak TLS with HOST, whose certificate must be for this name or address
   --ca FILE      trust the authorities in this file, not those of the system
   --cert FILE, --key FILE   show this certificate; session 0 then stands for the user whom it names
-  -t SECONDS     give up when the whole reply is not there in time (default 30)
+  -t SECONDS     give up when the whole reply is not there in time (default 30; 600 for commands that wait
+                 for scripts: commit, rollback, abort, apply, update, preset, profile)
+  --json         print the answer of plan, diff, commit, confirm, abort, history or rollback as JSON
   -h, --help     this text
   -V, --version  the version
 
@@ -43,6 +46,8 @@ const char kVersion[] = "qvc " QVC_VERSION "\n";
 
 namespace {
 
+constexpr std::chrono::seconds kTimeout{30};
+constexpr std::chrono::minutes kSlowTimeout{10};
 constexpr double kLongestTimeoutSeconds = 86400;
 
 template <typename Number>
@@ -87,7 +92,7 @@ Endpoint tcp_endpoint(const std::string &text)
     return endpoint;
 }
 
-enum LongOption { kTls = 256, kAuthorities, kCertificate, kKey };
+enum LongOption { kJson = 256, kTls, kAuthorities, kCertificate, kKey };
 
 // What the options for TLS name; the endpoint gets it when all of them are known.
 struct TlsChoice {
@@ -128,6 +133,9 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
     case 't':
         options.timeout = time_limit(optarg);
         break;
+    case kJson:
+        options.json = true;
+        break;
     case kTls:
         tls.wanted = true;
         break;
@@ -153,11 +161,26 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
     }
 }
 
+// They run the scripts of the appliance, one after the other, of which each has minutes.
+bool waits_for_scripts(std::string_view command)
+{
+    static constexpr std::string_view kCommands[] = {"commit", "rollback", "abort",  "apply",
+                                                     "update", "preset",   "profile"};
+    return std::ranges::count(kCommands, command.substr(0, command.find('.'))) != 0;
+}
+
 } // namespace
+
+TimeLimits Options::limits(std::string_view command) const
+{
+    return {.connect = timeout.value_or(kTimeout),
+            .whole = timeout.value_or(waits_for_scripts(command) ? kSlowTimeout : kTimeout)};
+}
 
 Options parse_options(const std::vector<std::string> &arguments)
 {
     static constexpr option kLongOptions[] = {
+        {"json", no_argument, nullptr, kJson},
         {"tls", no_argument, nullptr, kTls},
         {"ca", required_argument, nullptr, kAuthorities},
         {"cert", required_argument, nullptr, kCertificate},

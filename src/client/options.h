@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "client/wire.h"
@@ -14,8 +16,12 @@ struct Options {
     Action action = Action::run;
     Endpoint endpoint;
     int session = 0;
-    std::chrono::milliseconds timeout = std::chrono::seconds{30};
+    std::optional<std::chrono::milliseconds> timeout; ///< what -t says
+    bool json = false;
     std::vector<std::string> words; ///< the command and its arguments; empty: read commands
+
+    /// What a request with this command may take: what -t says, else what suits the command.
+    TimeLimits limits(std::string_view command) const;
 };
 
 /// Reads the arguments that follow the program's name. Options end at the command. Throws UsageError.

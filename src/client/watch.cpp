@@ -2,64 +2,19 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <poll.h>
-#include <sys/signalfd.h>
 #include <sys/socket.h>
 
 #include "client/errors.h"
 #include "client/escape.h"
+#include "client/signal_input.h"
 
 namespace qvcd::client {
 
 namespace {
 
 enum class Format { text, json };
-
-// SIGINT as something to poll for, even where a shell started us with the signal ignored, as it does in the
-// background. At the end everything is as before.
-class InterruptSignal {
-  public:
-    InterruptSignal()
-    {
-        struct sigaction by_default {};
-        by_default.sa_handler = SIG_DFL;
-        sigaction(SIGINT, &by_default, &action_before_);
-        sigset_t interrupt;
-        sigemptyset(&interrupt);
-        sigaddset(&interrupt, SIGINT);
-        sigprocmask(SIG_BLOCK, &interrupt, &mask_before_);
-        fd_.reset(signalfd(-1, &interrupt, SFD_CLOEXEC));
-    }
-    ~InterruptSignal()
-    {
-        signalfd_siginfo taken{};
-        if (arrived_ && read(fd_.get(), &taken, sizeof taken) < 0)
-            std::perror("qvc: signalfd");
-        sigaction(SIGINT, &action_before_, nullptr);
-        sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
-    }
-    InterruptSignal(const InterruptSignal &) = delete;
-    InterruptSignal &operator=(const InterruptSignal &) = delete;
-
-    // True when `socket` has something to read, false when the signal came.
-    bool wait_for_input(const Fd &socket)
-    {
-        std::array<pollfd, 2> wanted{pollfd{socket.get(), POLLIN, 0}, pollfd{fd_.get(), POLLIN, 0}};
-        while (poll(wanted.data(), wanted.size(), -1) < 0 && errno == EINTR)
-            continue;
-        arrived_ = (wanted[1].revents & POLLIN) != 0;
-        return !arrived_;
-    }
-
-  private:
-    Fd fd_;
-    struct sigaction action_before_ {};
-    sigset_t mask_before_{};
-    bool arrived_ = false;
-};
 
 Format output_format(const Options &options, const Words &words)
 {
@@ -108,11 +63,11 @@ std::string event_text(const std::string &json)
 int run_watch(const Options &options, const Words &words)
 {
     const Format format = output_format(options, words);
-    InterruptSignal interrupt;
-    const Fd socket = connect_local("notify", options.timeout);
+    SignalInput interrupt({SIGINT});
+    const Fd socket = connect_local("notify", options.limits(words[0]).connect);
     std::string pending;
     std::array<char, 65536> buffer;
-    while (interrupt.wait_for_input(socket)) {
+    while (interrupt.wait(socket.get(), -1) != SignalInput::Came::signal) {
         const ssize_t got = recv(socket.get(), buffer.data(), buffer.size(), 0);
         if (got < 0 && errno == EINTR)
             continue;

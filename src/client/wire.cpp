@@ -48,7 +48,7 @@ void wait_for(const Channel &channel, short events, Deadline deadline)
         if (errno != EINTR)
             throw WireError("poll: " + why(errno));
         if (interrupted != 0)
-            throw WireError("interrupted");
+            throw Interrupted("interrupted");
     }
 }
 

@@ -23,6 +23,12 @@ struct Endpoint {
     std::string text() const; ///< for messages
 };
 
+/// How long a request may take.
+struct TimeLimits {
+    std::chrono::milliseconds connect; ///< until there is a connection
+    std::chrono::milliseconds whole;   ///< until the end of the reply
+};
+
 // All of these throw WireError when the daemon cannot be reached, breaks off, or the deadline passes.
 
 /// A connected socket to the local endpoint `name`.

@@ -47,7 +47,9 @@ def test_completion_knows_what_the_daemon_knows(shipped):
         complete_line "qvc get Services.HTTP.p"
         complete_line "qvc user.pa"
         complete_line "qvc factory"
+        complete_line "qvc --json diff sa"
+        complete_line "qvc commit -c 60 -m"
     """
     environment = shipped.environment(XDG_RUNTIME_DIR=str(shipped.path("/tmp")))
     done = subprocess.run(["bash", "-c", script], env=environment, capture_output=True, text=True)
-    assert done.stdout.split() == ["Services.HTTP.port", "user.passwd", "factory_reset"], done
+    assert done.stdout.split() == ["Services.HTTP.port", "user.passwd", "factory_reset", "saved", "-m"], done

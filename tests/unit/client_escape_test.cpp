@@ -27,6 +27,8 @@ TEST(ClientEscape, EachWordIsOneWordOnTheWire)
         {{"login", "ann lee", "p=a,b%"}, "login ann%20lee p%3Da%2Cb%25"},
         {{"user.passwd", "ann", "a b"}, "user.passwd ann a%20b"},
         {{"user.export", "/tmp/a+b"}, "user.export /tmp/a+b"},
+        {{"commit", "-m", "a=b, \"c\"", "A=x y"}, "commit -m a%3Db%2C%20%22c%22 A=x%20y"},
+        {{"rollback", "-1", "-m", "-m", "-c", "9"}, "rollback -1 -m -m -c 9"},
         {{"user", "passwd", "ann", "a b"}, "user passwd ann a%20b"},
     };
     for (const auto &c : cases)
@@ -48,6 +50,8 @@ TEST(ClientEscape, WhatTheWireCannotSayIsRefused)
         {"set", "A,B=1"},
         {"set", "A B=1"},
         {"login", "ann", ""},
+        {"commit", "-m", ""},
+        {"commit", "-n", "a b"},
         {"set", "A=" + std::string(kMaxLineBytes, 'x')},
     };
     for (const auto &words : cases)

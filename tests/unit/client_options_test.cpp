@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "client/command.h"
 #include "client/errors.h"
 
 namespace qvcd::client {
@@ -17,6 +18,23 @@ TEST(ClientOptions, EndAtTheCommand)
     EXPECT_EQ(options.endpoint.text(), "box:8080");
     EXPECT_EQ(options.words, Arguments({"set", "-s", "A=-t"}));
     EXPECT_EQ(options.action, Options::Action::run);
+}
+
+TEST(ClientOptions, WhatWaitsForScriptsHasMoreTime)
+{
+    const Options options = parse_options({"commit"});
+    for (const char *slow : {"commit", "rollback", "abort", "apply", "preset.load_apply"})
+        EXPECT_GT(options.limits(slow).whole, options.limits("get").whole) << slow;
+    EXPECT_EQ(options.limits("commit").connect, options.limits("get").connect);
+    EXPECT_EQ(parse_options({"-t", "5"}).limits("commit").whole, milliseconds(5000));
+}
+
+TEST(ClientOptions, JsonIsForChangesOnly)
+{
+    EXPECT_TRUE(parse_options({"--json", "diff", "saved"}).json);
+    EXPECT_EQ(in_json({"diff", "saved"}), Arguments({"diff", "-j", "saved"}));
+    for (const char *other : {"get", "watch", "commit.x", ""})
+        EXPECT_THROW(in_json({other}), UsageError) << other;
 }
 
 TEST(ClientOptions, HelpAndVersionWinOverWhatFollows)

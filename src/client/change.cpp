@@ -1,0 +1,57 @@
+#include "client/local_commands.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+#include "client/change_painter.h"
+#include "client/confirmation.h"
+#include "client/connect.h"
+#include "client/errors.h"
+
+namespace qvcd::client {
+
+namespace {
+
+bool is_for_a_person(const Words &words)
+{
+    return isatty(STDOUT_FILENO) && (words.size() < 2 || words[1] != "-j");
+}
+
+int run_painted(const Options &options, const Words &words)
+{
+    ChangePainter painter(colours_for(std::getenv("NO_COLOR"), std::getenv("TERM")), std::time(nullptr));
+    const auto confirmation = can_ask() ? confirmation_time(words) : std::nullopt;
+    std::optional<std::chrono::seconds> left;
+    const auto show = [&](std::string_view line) {
+        print_line(painter.paint(line));
+        if (confirmation && !left)
+            left = seconds_left(line);
+    };
+    const std::string line = command_line(words);
+    const TimeLimits limits = options.limits(words[0]);
+    begin_request();
+    Channel channel = connect_to(options.endpoint, limits.connect);
+    int result = 0;
+    try {
+        result = ask(std::move(channel), options.session, {line}, deadline_in(limits.whole), show);
+    } catch (const Interrupted &) {
+        throw;
+    } catch (const WireError &error) {
+        if (!confirmation)
+            throw;
+        std::fflush(stdout);
+        std::fprintf(stderr, "qvc: %s: looking whether the change awaits confirmation\n", error.what());
+        return ask_after_loss(options, painter, *confirmation);
+    }
+    return result == 0 && left ? ask_to_keep(options, painter, *left) : exit_status(result);
+}
+
+} // namespace
+
+int run_change(const Options &options, const Words &words)
+{
+    return is_for_a_person(words) ? run_painted(options, words) : run_on_daemon(options, words);
+}
+
+} // namespace qvcd::client
