@@ -56,6 +56,13 @@ class ChangeNotes {
         else
             values[known->second].after = std::move(change.after);
     }
+    void clear()
+    {
+        happened = false;
+        values.clear();
+        actions.clear();
+        places_.clear();
+    }
     void ran(ActionRun run) { actions.push_back(std::move(run)); }
 
     bool happened = false; ///< something else changed, or the command is worth an entry anyway

@@ -65,6 +65,12 @@ inline void note_change(const Request &request, const std::string &api, std::str
     if (request.notes)
         request.notes->changed(value_change(api, before, after, secret));
 }
+/// Notes that the command is worth an entry, whatever values changed.
+inline void note_event(const Request &request)
+{
+    if (request.notes)
+        request.notes->happened = true;
+}
 inline void note_set(const Request &request, const std::string &api, std::string_view before,
                      std::string_view after, bool secret)
 {

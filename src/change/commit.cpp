@@ -349,7 +349,10 @@ int commit(Request &request, const CommitOrder &order, Report &report,
         break;
     }
     tell(report);
-    return commit.run_actions();
+    const int result = commit.run_actions();
+    if (request.notes)
+        request.notes->clear(); // the commit has an entry of its own
+    return result;
 }
 
 std::optional<Unconfirmed> unconfirmed_commit()

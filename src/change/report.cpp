@@ -3,11 +3,11 @@
 #include "base/reply.h"
 #include "store/meta.h"
 
+#include <array>
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 namespace qvcd {
-
-namespace {
 
 using Json = nlohmann::ordered_json;
 
@@ -32,7 +32,19 @@ Json json_of(const std::vector<ValueChange> &values)
     return list;
 }
 
-} // namespace
+std::string time_text(std::int64_t time)
+{
+    const std::time_t seconds = time;
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    std::array<char, 32> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc)};
+}
+
+void reply_json(std::FILE *out, const Json &json)
+{
+    reply_line(out, json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
 
 void Report::print_text(std::FILE *out) const
 {
@@ -79,7 +91,7 @@ void Report::print_json(std::FILE *out) const
         json["seconds"] = left->count();
     if (!problem.empty())
         json["problem"] = problem;
-    reply_line(out, json.dump(-1, ' ', false, Json::error_handler_t::replace));
+    reply_json(out, json);
 }
 
 ValueChange shown_change(const Proposed &p)

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,14 @@ struct Report {
     void print_json(std::FILE *out) const;
     void print(bool as_json, std::FILE *out) const { as_json ? print_json(out) : print_text(out); }
 };
+
+/// The parts of it that the history prints too.
+std::string line_of(const ActionRun &run); ///< "action", and how it failed
+std::string time_text(std::int64_t time);  ///< "2026-11-23T10:42:12Z"
+nlohmann::ordered_json json_of(const std::vector<ActionRun> &runs);
+nlohmann::ordered_json json_of(const std::vector<ValueChange> &values);
+void reply_json(std::FILE *out,
+                const nlohmann::ordered_json &json); ///< one line; what is no UTF-8 is replaced
 
 /// A change as the caller may see it.
 ValueChange shown_change(const Proposed &proposed);

@@ -70,6 +70,7 @@ const CommandRecord applyRecord = {
     .handler = command_apply,
     .summary = "Apply a parameter or group",
     .errors = "##Apply failed#",
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 } // namespace qvcd

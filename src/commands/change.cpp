@@ -164,6 +164,7 @@ const CommandRecord updateRecord = {
         "Sets APIs, saves them, and makes them take effect. Values are URL-escaped. It stands for the "
         "commands set, save and apply, each of which runs when the one before it succeeded.",
     .assigns = true,
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 const CommandRecord modifyRecord = {
@@ -177,6 +178,7 @@ const CommandRecord modifyRecord = {
         "Sets APIs and saves them, without making them take effect: it stands for the commands sets "
         "and save. Values are URL-escaped.",
     .assigns = true,
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 const CommandRecord addRecord = {
@@ -191,6 +193,7 @@ const CommandRecord addRecord = {
                    "function that the API's "
                    "metadata names. The value is URL-escaped and ends at a second \"=\".",
     .assigns = true,
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 const CommandRecord removeRecord = {
@@ -205,6 +208,7 @@ const CommandRecord removeRecord = {
                    "function that the API's "
                    "metadata names. The value is URL-escaped and ends at a second \"=\".",
     .assigns = true,
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 } // namespace qvcd

@@ -6,6 +6,7 @@
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/cmd_table.h"
+#include "commands/history.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/meta.h"
@@ -145,6 +146,16 @@ void log_line(int number, const Line &line, const CommandRecord &record)
     }
 }
 
+// What the command was given, but for values, which the entry has anyway.
+std::string text_for_history(const Line &line, const CommandRecord &record)
+{
+    std::string text;
+    bool secret = false;
+    for (std::size_t i = 0; !record.assigns && i < std::min(line.argv.size(), record.secret_from); ++i)
+        text += (i ? " " : "") + for_log(line.argv[i], record.assigns, secret);
+    return cut(text, kMaxValueBytes);
+}
+
 } // namespace
 
 int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *hooks, const Caller &caller)
@@ -168,10 +179,16 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *h
         reply_line(out, API_E_INVALID_PERMISSION);
         return 1;
     }
-    Request request(mask, caller);
+    std::optional<ChangeNotes> notes;
+    if (record.recorded)
+        notes.emplace(*record.recorded);
+    const std::string text_of_change = notes ? text_for_history(line, record) : std::string();
+    Request request(mask, caller, notes ? &*notes : nullptr);
     if (&record == cmd_map().front().record)
         qv_log_print(kLogError, "Invalid command: %s\n", command_for_log(line).c_str());
     const int result = record.handler(request, line.argv, out);
+    if (notes)
+        add_to_history(request, record.name, text_of_change, result, out);
     if (watch)
         qv_log_print(kLogInfo, "       %d: tot: [%s] [%lu.%03lus]\n", number, command_for_log(line).c_str(),
                      watch->seconds(), watch->milliseconds());

@@ -6,11 +6,13 @@
 #include "commands/apply.h"
 #include "commands/browse.h"
 #include "commands/change.h"
+#include "commands/commit.h"
 #include "commands/defaults.h"
 #include "commands/export.h"
 #include "commands/get.h"
 #include "commands/group.h"
 #include "commands/help.h"
+#include "commands/history.h"
 #include "commands/import.h"
 #include "commands/insert.h"
 #include "commands/menu.h"
@@ -42,7 +44,8 @@ constexpr CommandRow cmdMap[] = {
     {0, &metaRecord},       {0, &metavRecord},    {0, &userRecord},         {0, &groupRecord},
     {0, &menuRecord},       {1, &loginRecord},    {1, &logoutRecord},       {0, &sessionsRecord},
     {0, &getSessionRecord}, {1, &defaultRecord},  {1, &factoryResetRecord}, {0, &insertRecord},
-    {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},
+    {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},         {1, &commitRecord},
+    {1, &confirmRecord},    {1, &abortRecord},    {1, &historyRecord},      {1, &rollbackRecord},
 };
 
 } // namespace

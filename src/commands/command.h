@@ -3,6 +3,7 @@
 #include "base/args.h"
 
 #include <limits>
+#include <optional>
 #include <span>
 
 namespace qvcd {
@@ -33,6 +34,8 @@ struct CommandRecord {
     bool open_to_strangers = false;
     /// The arguments are "name=value": what has no "=" may be a value.
     bool assigns = false;
+    /// What of its changes goes into the history: of values, those that last, or all that it sets.
+    std::optional<ChangeNotes::Level> recorded = std::nullopt;
 };
 
 /// What becomes of a sub-command's result.

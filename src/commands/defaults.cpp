@@ -76,6 +76,7 @@ int restore_param_to_default(const Request &request, Api &api, std::FILE *out)
     if (api.is_dynamic() || !fallback || api.value() == *fallback)
         return 0;
     raise_flags(request, api, SetMode::set);
+    note_set(request, api.name(), api.value(), *fallback, api.is_secret());
     store_setting(api, *fallback);
     reply_value(out, api.name(), *fallback);
     qv_log_print(kLogNotice, "Default %s=%s\n", api.name().c_str(), api.for_log(*fallback).c_str());
@@ -123,6 +124,7 @@ int command_factory(Request &request, Args &argv, std::FILE *out)
         reply_text(out, kFactoryUsage);
         return 0;
     }
+    note_event(request);
     cmd_script_hook(kPreDefaultScript, argv);
     Args names = *scope->defaults;
     command_default(request, names, out);
@@ -210,6 +212,7 @@ const CommandRecord factoryResetRecord = {
     .synopsis = "all, network, nonetwork",
     .errors = "##Invalid permission#: only administrators may reset the appliance. The result is 1.",
     .notes = "This command will default all the settings",
+    .recorded = ChangeNotes::Level::all,
 };
 
 const CommandRecord reloadRecord = {

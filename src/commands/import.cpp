@@ -95,6 +95,7 @@ int import_file(Request &request, const std::string &file, SetMode mode, std::FI
         return 1;
     }
     qv_log_print(kLogNotice, "Import file %s\n", file.c_str());
+    note_event(request);
     import_settings(request, document, mode, out);
     return 0;
 }
@@ -126,6 +127,7 @@ const CommandRecord importRecord = {
         "command does, 1 as sets, 2 as seta; 3 raises no flags. Unknown APIs, time codes, and what the "
         "caller may not write are passed over. A file may have 4 MiB and 64 levels, and can not include "
         "others.",
+    .recorded = ChangeNotes::Level::all,
 };
 
 } // namespace qvcd

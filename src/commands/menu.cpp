@@ -42,6 +42,7 @@ const CommandRecord menuRecord = {
     .notes = "More to come",
     .sub_commands = kSubCommands,
     .secret_from = 1,
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 namespace {

@@ -61,6 +61,7 @@ const CommandRecord presetRecord = {
     .synopsis = "Usage 'qvc preset' for more help",
     .description = "More to come",
     .sub_commands = kSubCommands,
+    .recorded = ChangeNotes::Level::all,
 };
 
 namespace {
@@ -160,6 +161,7 @@ int load_number(Request &request, int number, std::FILE *out)
     const Settings settings = settings_of(preset); // copies: a set may let go of the command lock
     if (const FileResult saved = save_current_preset(number); saved.error)
         return refuse(out, not_saved(saved));
+    note_event(request);
     Request internal = request.as(kInternalMask);
     for (const Setting &setting : settings)
         set_stored(internal, setting, out, SetMode::set);
@@ -339,7 +341,7 @@ int preset_read(Request &, Args &argv, std::FILE *out)
     return 0;
 }
 
-int preset_from_export(Request &, Args &argv, std::FILE *out)
+int preset_from_export(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(out, "##Need to specify an import file#");
@@ -355,6 +357,7 @@ int preset_from_export(Request &, Args &argv, std::FILE *out)
                      read.detail.empty() ? "it has none, or a control character" : read.detail.c_str());
         return refuse(out, API_E_IMPORT_FAILED);
     }
+    note_event(request);
     if (result == PresetImport::done)
         return 0;
     return refuse(out, result == PresetImport::not_flushed ? kNotFlushed : kCanNotSavePreset);

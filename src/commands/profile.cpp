@@ -76,6 +76,7 @@ const CommandRecord profileRecord = {
              "manipulate the profiles.  If you want to switch between profiles, you would use the "
              "System.Configuration.Profiles.current API.",
     .sub_commands = kSubCommands,
+    .recorded = ChangeNotes::Level::all,
 };
 
 namespace {
@@ -208,6 +209,7 @@ int profile_load(Request &request, Args &argv, std::FILE *out)
         return refuse(out, error_profile_not_found);
     if (!switch_to_profile(request, *name, "", SetMode::set, out))
         return refuse(out, error_loading_profile);
+    note_event(request);
     reply_name(out, *name, *name);
     return 0;
 }

@@ -115,6 +115,7 @@ const CommandRecord saveRecord = {
         "APIs of one file are written in one step, and after a crash all files of a save are old or all are "
         "new. APIs without a file stay modified, and what the caller may not write is passed over. A "
         "password is shown as \"*******\".",
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 } // namespace qvcd

@@ -66,6 +66,7 @@ const CommandRecord userRecord = {
         "than the caller. The user admin can not be removed. An import is taken as a whole or not at all.",
     .sub_commands = kSubCommands,
     .secret_from = 2,
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 namespace {
@@ -233,7 +234,10 @@ int user_default(Request &request, Args &argv, std::FILE *out)
 int command_user(Request &request, Args &argv, std::FILE *out)
 {
     user_reread_db_file();
+    const std::uint64_t before = userDB.marks().changed;
     run_subcommand(userRecord, request, argv, out, SubResult::zero);
+    if (userDB.marks().changed != before)
+        note_event(request);
     session_follow_users();
     return 0;
 }

@@ -5,6 +5,7 @@
 #include "base/replace_files.h"
 #include "base/shell.h"
 #include "base/shell_later.h"
+#include "change/commit.h"
 #include "commands/cmd_table.h"
 #include "commands/profile.h"
 #include "daemon/options.h"
@@ -121,6 +122,7 @@ void load_databases(const Options &options)
     session_load_db_file(disable_login);
     tidy_folders(options);
     hdfdb_populate(request);
+    recover_commit();
     load_profile(request);
 }
 
@@ -197,6 +199,7 @@ bool shut_down(const Options &options)
     qv_claim_stopping();
     bool alone = command_lock_close(kShutdownPatience);
     alone &= shell_stop_later();
+    stop_commits();
     qv_log_print(kLogNotice, "stopping\n");
     if (!options.no_watchdog)
         watchdog_stop();
