@@ -26,8 +26,8 @@ A.name: attr = name; type = string_length 0 99; default = x; apply = syscall $QV
 A.key: attr = psk; type = password; default = none
 B: perm = 7770; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/b.conf
 B.only: attr = ONLY; type = string_length 0 99; default = b; apply = syscall $QV_SYSROOT/act b
-B.new: attr = NEW; type = string_length 0 99; default =; file = /etc/new.conf
-Bare.note: perm = 7777; type = string_length 0 99; default = n
+B.new: attr = NEW; type = string_length 0 99; default =; file = /etc/new.conf; apply = syscall $QV_SYSROOT/act b
+Bare.note: perm = 7777; read = kv_rfunc; file = /etc/bare.conf; attr = note; type = string_length 0 99; default = n
 """)
 A_CONF = "# keep\n#psk=older\nport=1\nname=x\npsk=none\n"
 FILES = {"/etc/a.conf": A_CONF, "/etc/shadow.d/a.conf": A_CONF, "/etc/b.conf": 'ONLY="b"\n',
@@ -298,7 +298,7 @@ def test_rollback(a):
     assert a.command("rollback -1").lines == ["B.only=c -> b", "apply: syscall $QV_SYSROOT/act b", "Rollback=5"]
     assert a.command("rollback -1").lines[0] == "B.only=b -> c"  # undoes the undoing
     reply = a.command("rollback -c 600 2")
-    assert reply.lines[:2] == ["A.port=3 -> 2", "A.name=y -> x"] and reply.code == 0
+    assert reply.lines[:3] == ["A.name=y -> x", "A.port=3 -> 2", "B.only=c -> b"] and reply.code == 0
     assert "A.key=##Passwords are not kept#" in reply.lines
     assert a.command("abort").code == 0
     assert a.command("rollback 1").code == 0
