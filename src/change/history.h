@@ -2,6 +2,7 @@
 
 #include "change/history_entry.h"
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -34,12 +35,17 @@ HistoryResult history_add(const HistoryEntry &entry);
 /// Says how an entry ended. Returns the problem.
 std::string history_end(std::int64_t number, std::string_view end);
 
-/// HistoryStore::find(), HistoryStore::visit().
+/// The number of the entry with this key; 0: there is none.
 HistoryResult history_find(std::string_view key);
+
+/// Visits entries from the newest to the oldest, while `visit` gives true. With names only those that changed
+/// one of these APIs, or one below one of these groups. Returns the problem. A few entries at a time are in
+/// memory. `visit` has the command lock when the caller has it, and may call the functions here.
 std::string history_visit(const std::vector<std::string> &names,
                           const std::function<bool(const HistoryEntry &)> &visit);
 
-/// Closes the database at the daemon's end.
+/// Closes the database at the daemon's end, and forgets what is known of it. Does not wait for a thread that
+/// still works in it: what it wrote is on the disk, and what it did not finish is undone at the next start.
 void history_close();
 
 } // namespace qvcd

@@ -2,10 +2,13 @@
 
 #include "change/history_entry.h"
 
-#include <functional>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
@@ -20,12 +23,13 @@ struct HistoryDamaged : HistoryError {
 };
 
 inline constexpr std::int64_t kMaxHistoryEntries = 10'000;
-inline constexpr std::int64_t kMaxHistoryBytes = 20 << 20;
-inline constexpr std::size_t kMaxEntryValues = 10'000; ///< further ones are counted only
-inline constexpr std::size_t kMaxEntryBytes = 2 << 20; ///< of their names and values
+inline constexpr std::int64_t kMaxHistoryBytes = 20 << 20; ///< as much again may wait in the log of SQLite
+inline constexpr std::size_t kMaxEntryValues = 10'000;     ///< further ones are counted only
+inline constexpr std::size_t kMaxEntryBytes = 2 << 20;     ///< of their names and values
+inline constexpr std::size_t kMaxEntryTextBytes = 4096; ///< of each other text but the key; the rest is cut
 
-/// The entries on the disk. Every function may wait for the disk and throws HistoryError. Used by one thread
-/// at a time.
+/// The entries on the disk. Every function may wait for the disk, a second at most for other programs that
+/// have the file open, and throws HistoryError. Used by one thread at a time.
 class HistoryStore {
   public:
     virtual ~HistoryStore() = default;
@@ -37,13 +41,21 @@ class HistoryStore {
     /// Says how the entry of this number ended, on the disk. Nothing happens when it is not there any more.
     virtual void end(std::int64_t number, std::string_view end) = 0;
 
-    /// The number of the entry with this key; 0: there is none.
+    /// The number of the newest entry with this key; 0: there is none, or the key is empty.
     virtual std::int64_t find(std::string_view key) = 0;
 
-    /// Visits entries from the newest to the oldest, while `visit` gives true. With names only those that
-    /// changed one of these APIs, or one below one of these groups.
-    virtual void visit(const std::vector<std::string> &names,
-                       const std::function<bool(const HistoryEntry &)> &visit) = 0;
+    /// The numbers of the entries, from the newest to the oldest. With names only of those that changed one
+    /// of these APIs, or one below one of these groups.
+    virtual std::vector<std::int64_t> numbers(const std::vector<std::string> &names) = 0;
+
+    /// The entry of this number; nothing when it is not there any more.
+    virtual std::optional<HistoryEntry> entry(std::int64_t number) = 0;
+
+    /// The highest number that an entry ever got; 0: none.
+    virtual std::int64_t last() = 0;
+
+    /// False when the file was removed since it was opened, or another one has its name.
+    virtual bool is_in_place() = 0;
 };
 
 } // namespace qvcd
