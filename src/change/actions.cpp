@@ -62,9 +62,10 @@ int run_action(Request &request, const Actions::Action &action)
 {
     int status = 0;
     afuncmap_apply_direct(request, "apply", action.apis.front(), action.call, status);
-    if (status != 0)
-        qv_log_print(kLogWarning, "Can not apply %s: %s: %s\n", action.apis.front().c_str(),
-                     action.call.c_str(), status_text(status).c_str());
+    if (status != 0) {
+        qv_log_print(kLogWarning, "Can not apply %s\n", action.apis.front().c_str());
+        qv_log_print(kLogWarning, "  %s: %s\n", action.call.c_str(), status_text(status).c_str());
+    }
     for (const std::string &api : action.apis)
         qv_log_print(kLogDebug, "  with %s\n", api.c_str());
     return status;

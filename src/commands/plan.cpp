@@ -111,8 +111,7 @@ const CommandRecord planRecord = {
     .name = "plan",
     .handler = command_plan,
     .summary = "Show what a change would do",
-    .synopsis = "plan [-j] [-a]\n"
-                "plan [-j] <API>=<value> ...",
+    .synopsis = "plan [-j] [-a] [<API>=<value> ...]",
     .errors = "<name>=<error>: the value would be refused, or could not be written. The result is 1.",
     .description =
         "Shows what the commit command would do, and does nothing: with the values given, or with the "

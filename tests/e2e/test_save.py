@@ -132,7 +132,7 @@ def test_what_cannot_be_renamed_over_is_written_in_place(appliance, place):
     new = old.replace("old and longer", "new")
     assert disk.path("etc/full.conf").read_text() == new
     assert disk.path("etc/full.conf").stat().st_ino == node and os.listdir(disk.path("etc")) == ["full.conf"]
-    assert os.listdir(a.path("/var/lib/qv")) == ["save.journal"]
+    assert [n for n in os.listdir(a.path("/var/lib/qv")) if not n.startswith("history.db")] == ["save.journal"]
     if place == "read-only folder":
         return
     disk.fill()
