@@ -414,17 +414,26 @@ void recover_commit()
     qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
     for (const std::string &problem : put_files_back(*record))
         qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
-    put_values_back(*record);
+    std::vector<ValueChange> undone = put_values_back(*record);
     stand({.record = std::move(*record),
            .state = Standing::State::undecided,
-           .due = std::chrono::steady_clock::now(),
-           .why = "the daemon ended before it was settled"});
+           .due = Deadline::max(),
+           .why = "the daemon ended before it was settled",
+           .undone = std::move(undone)});
 }
 
-void stop_commits()
+void start_commits()
 {
-    stop_standing();
+    const CommandLock lock;
+    if (lock.held() && standing_commit())
+        stand_until(std::chrono::steady_clock::now());
+}
+
+bool stop_commits()
+{
+    const bool alone = stop_standing();
     history_close();
+    return alone;
 }
 
 } // namespace qvcd

@@ -54,12 +54,15 @@ int confirm_commit(const Request &request, std::int64_t number, std::optional<st
 /// Undoes the commit now, likewise.
 int abort_commit(Request &request, std::int64_t number, Report &report);
 
-/// At the daemon's start, when the settings are read: undoes what an end of the daemon cut off. Its actions
-/// run later. Lets go of the command lock.
+/// At the daemon's start, when the settings are read: puts back what an end of the daemon cut off. Lets go of
+/// the command lock.
 void recover_commit();
 
-/// At the daemon's end, without the command lock: waits for nothing. What is not confirmed is undone at the
-/// next start.
-void stop_commits();
+/// When commands are served, which actions may need: has the rest of it done, on a thread of its own.
+void start_commits();
+
+/// At the daemon's end, without the command lock. What is not confirmed is undone at the next start. False
+/// when a thread is left behind.
+bool stop_commits();
 
 } // namespace qvcd

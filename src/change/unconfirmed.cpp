@@ -32,15 +32,19 @@ class Clock {
             thread_ = start_quiet_thread([this] { run(); });
         changed_.notify_all();
     }
-    void stop()
+    bool stop()
     {
+        bool busy = false;
         {
             const std::lock_guard lock(mutex_);
             stopping_ = true;
+            busy = busy_;
         }
         changed_.notify_all();
-        if (thread_.joinable())
-            thread_.join();
+        if (!thread_.joinable())
+            return true;
+        busy ? thread_.detach() : thread_.join();
+        return !busy;
     }
 
   private:
@@ -50,6 +54,7 @@ class Clock {
     std::condition_variable changed_;
     Deadline due_ = Deadline::max();
     bool stopping_ = false;
+    bool busy_ = false;
     std::thread thread_;
 };
 
@@ -83,9 +88,11 @@ void Clock::run()
             changed_.wait_until(lock, Deadline(due_));
         } else {
             due_ = Deadline::max();
+            busy_ = true;
             lock.unlock();
             undo_what_is_due();
             lock.lock();
+            busy_ = false;
         }
     }
 }
@@ -173,7 +180,9 @@ bool undo_standing(Request &request, Report &report)
     };
     if (const auto problems = put_files_back(undone.record); !problems.empty())
         return later(problems);
-    report.values = put_values_back(undone.record);
+    report.values = undone.undone;
+    for (ValueChange &change : put_values_back(undone.record))
+        report.values.push_back(std::move(change));
     report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
     note_in_history(request, undone, report);
     FileResult removed;
@@ -188,9 +197,9 @@ bool undo_standing(Request &request, Report &report)
     return true;
 }
 
-void stop_standing()
+bool stop_standing()
 {
-    the_clock().stop();
+    return the_clock().stop();
 }
 
 } // namespace qvcd

@@ -25,6 +25,7 @@ struct Standing {
     State state = State::awaiting;
     Deadline due = {};
     std::string why = "not confirmed in time"; ///< it is undone
+    std::vector<ValueChange> undone = {};      ///< what was put back already
 };
 
 /// Null: there is none. Good as long as the command lock is held.
@@ -43,7 +44,7 @@ void stand_no_more();
 /// is tried again every few seconds then. Its state is `settling`. Lets go of the command lock.
 bool undo_standing(Request &request, Report &report);
 
-/// Ends the thread that watches the time.
-void stop_standing();
+/// Ends the thread that watches the time. False when it is undoing one, and left behind.
+bool stop_standing();
 
 } // namespace qvcd

@@ -168,6 +168,7 @@ bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
     }
     if (socket_init(options.tcp_port, options.trust, std::move(tls), options.limits) != 0)
         return false;
+    start_commits();
     qv_log_print(kLogNotice, "running\n");
     qv_claim_running();
     qv_daemon_ready();
@@ -199,7 +200,7 @@ bool shut_down(const Options &options)
     qv_claim_stopping();
     bool alone = command_lock_close(kShutdownPatience);
     alone &= shell_stop_later();
-    stop_commits();
+    alone &= stop_commits();
     qv_log_print(kLogNotice, "stopping\n");
     if (!options.no_watchdog)
         watchdog_stop();

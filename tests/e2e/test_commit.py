@@ -250,6 +250,7 @@ def test_an_end_of_the_daemon_undoes_what_is_not_confirmed(a, how):
     wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
     assert sorted(ran(a)) == ["b 1", "port 1"]
     assert ends(a) == [("rollback", "done"), ("commit", "undone: the daemon ended before it was settled")]
+    assert [v["name"] for v in entries(a)[0]["values"]] == ["A.port", "A.key", "B.new"]
 
 
 def test_a_kill_while_an_action_runs(a):
