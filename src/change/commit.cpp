@@ -4,7 +4,6 @@
 #include "base/notify.h"
 #include "base/replace_journal.h"
 #include "base/save_lock.h"
-#include "base/turn.h"
 #include "change/assignment.h"
 #include "change/history.h"
 #include "change/unconfirmed.h"
@@ -26,21 +25,6 @@ namespace qvcd {
 namespace {
 
 constexpr char kCommit[] = "Commit"; // what an error is about that is no API's
-constexpr char kTurn[] = "qvcd: commit";
-
-// One commit after the other.
-class CommitTurn {
-  public:
-    explicit CommitTurn(bool wait)
-    {
-        const Unlocked unlocked;
-        turn_.emplace(kTurn, wait ? deadline_in(kCommitWait) : std::chrono::steady_clock::now());
-    }
-    bool mine() const { return turn_->mine(); }
-
-  private:
-    std::optional<Turn> turn_;
-};
 
 std::string new_key()
 {
@@ -59,8 +43,8 @@ void publish(const char *event, const Api &api)
 // One commit on its way.
 class Commit {
   public:
-    Commit(Request &request, const CommitOrder &order, Report &report)
-        : request_(request), order_(order), report_(report)
+    Commit(Request &request, const CommitOrder &order, Report &report, CommitTurn turn)
+        : request_(request), order_(order), report_(report), turn_(std::move(turn))
     {
     }
 
@@ -84,6 +68,7 @@ class Commit {
     Request &request_;
     const CommitOrder &order_;
     Report &report_;
+    const CommitTurn turn_;
     Proposal proposal_;
     UndoRecord record_;
     bool has_begun_ = false; // something may have changed
@@ -220,8 +205,16 @@ int Commit::fail(const std::string &why, std::size_t actions)
     Standing standing{.record = record_, .state = Standing::State::undecided, .why = why};
     std::vector<std::string> problems = put_files_back(record_);
     put_proposal_back(proposal_.values);
-    report_.undone = run_actions_again(request_, record_, actions);
+    RunAgain again = run_actions_again(request_, record_, actions, Delay::kept);
+    report_.undone = std::move(again.runs);
+    report_.end = "undone";
     add_entry("undone: " + why);
+    standing.number = report_.entry;
+    if (problems.empty() && !again.left.empty()) {
+        standing.turn = turn_;
+        stand_for_actions(std::move(standing), std::move(again.left));
+        return 1;
+    }
     if (problems.empty()) {
         const Unlocked unlocked;
         const FileResult removed = remove_undo_record();
@@ -233,11 +226,9 @@ int Commit::fail(const std::string &why, std::size_t actions)
         qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
     }
     if (!problems.empty()) {
-        standing.number = report_.entry;
         standing.due = deadline_in(std::chrono::seconds(5));
         stand(std::move(standing));
     }
-    report_.end = "undone";
     return 1;
 }
 
@@ -311,7 +302,7 @@ bool may_settle(const Request &request, const UndoRecord &record)
 }
 
 // The commit that waits for its confirmation, where the caller may settle it; null: the report says why not.
-Standing *take_standing(const Request &request, std::int64_t number, Report &report)
+Standing *find_standing(const Request &request, std::int64_t number, Report &report)
 {
     Standing *standing = standing_commit();
     if (!standing || standing->state != Standing::State::awaiting ||
@@ -326,20 +317,29 @@ Standing *take_standing(const Request &request, std::int64_t number, Report &rep
     return standing;
 }
 
+// The same, for who settles it now: his is the turn.
+Standing *take_standing(const Request &request, std::int64_t number, Report &report, CommitTurn &turn)
+{
+    if (!find_standing(request, number, report))
+        return nullptr;
+    turn = commit_turn(kCommitPatience);
+    return find_standing(request, number, report);
+}
+
 } // namespace
 
 int commit(Request &request, const CommitOrder &order, Report &report,
            const std::function<void(Report &)> &tell)
 {
-    const CommitTurn turn(order.wait);
-    if (!turn.mine())
+    const CommitTurn turn = commit_turn(order.wait ? kCommitPatience : std::chrono::seconds(0));
+    if (!turn)
         return refuse(report, "##Another commit is running#");
     if (const Standing *standing = standing_commit())
         return refuse(report, standing->state == Standing::State::awaiting
                                   ? "##Commit " + std::to_string(standing->number) + " awaits confirmation#"
                                   : "##A commit is being undone#");
     refresh_live_values(request, order.assignments);
-    Commit commit(request, order, report);
+    Commit commit(request, order, report, turn);
     switch (commit.write_files()) {
     case Commit::Step::nothing_to_do:
         return 0;
@@ -369,7 +369,8 @@ std::optional<Unconfirmed> unconfirmed_commit()
 int confirm_commit(const Request &request, std::int64_t number, std::optional<std::chrono::seconds> more,
                    Report &report)
 {
-    Standing *standing = take_standing(request, number, report);
+    CommitTurn turn;
+    Standing *standing = take_standing(request, number, report, turn);
     if (!standing)
         return 1;
     report.entry = standing->number;
@@ -398,12 +399,14 @@ int confirm_commit(const Request &request, std::int64_t number, std::optional<st
 
 int abort_commit(Request &request, std::int64_t number, Report &report)
 {
-    Standing *standing = take_standing(request, number, report);
+    CommitTurn turn;
+    Standing *standing = take_standing(request, number, report, turn);
     if (!standing)
         return 1;
     standing->state = Standing::State::settling;
     standing->why = "aborted";
-    return undo_standing(request, report) ? 0 : 1;
+    standing->turn = turn;
+    return undo_standing(request, report, Delay::kept) ? 0 : 1;
 }
 
 void recover_commit()
@@ -419,7 +422,8 @@ void recover_commit()
            .state = Standing::State::undecided,
            .due = Deadline::max(),
            .why = "the daemon ended before it was settled",
-           .undone = std::move(undone)});
+           .undone = std::move(undone),
+           .turn = commit_turn(std::chrono::seconds(0))});
 }
 
 void start_commits()

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <ctime>
 #include <mutex>
 #include <system_error>
@@ -18,6 +19,8 @@ namespace qvcd {
 namespace {
 
 constexpr std::chrono::seconds kTryAgain{5};
+constexpr std::chrono::seconds kReplyFirst{1}; // as metadata delays what cuts off a client
+constexpr char kTurn[] = "qvcd: commit";
 
 std::optional<Standing> standing; // under the command lock
 
@@ -64,18 +67,29 @@ Clock &the_clock()
     return *clock;
 }
 
+bool is_due()
+{
+    return standing && standing->state != Standing::State::settling &&
+           standing->due <= std::chrono::steady_clock::now();
+}
+
+// Nobody is cut off who waits for a reply, so that no action has to run later.
 void undo_what_is_due()
 {
     const CommandLock lock;
-    if (!lock.held() || !standing || standing->state == Standing::State::settling ||
-        standing->due > std::chrono::steady_clock::now())
+    if (!lock.held() || !is_due())
         return;
-    qv_log_print(kLogWarning, "Commit %lld is undone: %s\n", static_cast<long long>(standing->number),
-                 standing->why.c_str());
+    const CommitTurn turn = standing->turn ? standing->turn : commit_turn(kCommitPatience);
+    if (!is_due()) // any more
+        return;
+    standing->turn = turn;
     standing->state = Standing::State::settling;
+    if (!standing->record.values.empty())
+        qv_log_print(kLogWarning, "Commit %lld is undone: %s\n", static_cast<long long>(standing->number),
+                     standing->why.c_str());
     Request request(kInternalMask);
     Report report;
-    undo_standing(request, report);
+    undo_standing(request, report, Delay::none);
 }
 
 void Clock::run()
@@ -138,6 +152,13 @@ void note_in_history(const Request &request, const Standing &undone, Report &rep
 
 } // namespace
 
+CommitTurn commit_turn(std::chrono::seconds patience)
+{
+    const Unlocked unlocked;
+    auto turn = std::make_shared<Turn>(kTurn, deadline_in(patience));
+    return turn->mine() ? turn : nullptr;
+}
+
 Standing *standing_commit()
 {
     return standing ? &*standing : nullptr;
@@ -165,7 +186,25 @@ void stand_no_more()
     standing.reset();
 }
 
-bool undo_standing(Request &request, Report &report)
+void stand_for_actions(Standing undone, std::vector<Actions::Action> actions)
+{
+    undone.record.values.clear(); // who gives them the same values now keeps them
+    undone.record.files.clear();
+    undone.record.actions = std::move(actions);
+    undone.state = Standing::State::undecided;
+    int error = 0;
+    {
+        const Unlocked unlocked;
+        error = write_undo_record(undone.record);
+    }
+    if (error)
+        qv_log_print(kLogError, "Can not record what is left of undoing commit %lld: %s\n",
+                     static_cast<long long>(undone.number), std::strerror(error));
+    undone.due = deadline_in(kReplyFirst);
+    stand(std::move(undone));
+}
+
+bool undo_standing(Request &request, Report &report, Delay delay)
 {
     const Standing undone = *standing;
     const auto later = [&](const std::vector<std::string> &problems) {
@@ -175,6 +214,7 @@ bool undo_standing(Request &request, Report &report)
                          problem.c_str());
         }
         standing->state = Standing::State::undecided;
+        standing->turn = nullptr;
         stand_until(std::chrono::steady_clock::now() + kTryAgain);
         return false;
     };
@@ -183,17 +223,25 @@ bool undo_standing(Request &request, Report &report)
     report.values = undone.undone;
     for (ValueChange &change : put_values_back(undone.record))
         report.values.push_back(std::move(change));
-    report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
-    note_in_history(request, undone, report);
-    FileResult removed;
-    {
-        const Unlocked unlocked;
-        removed = remove_undo_record();
+    RunAgain again = run_actions_again(request, undone.record, undone.record.actions.size(), delay);
+    report.undone = std::move(again.runs);
+    const bool is_told = undone.record.values.empty();
+    if (!is_told)
+        note_in_history(request, undone, report);
+    if (!again.left.empty()) {
+        stand_for_actions(undone, std::move(again.left));
+    } else {
+        FileResult removed;
+        {
+            const Unlocked unlocked;
+            removed = remove_undo_record();
+        }
+        if (removed.error && removed.error != ENOENT)
+            return later({"its record stays"});
+        stand_no_more();
     }
-    if (removed.error && removed.error != ENOENT)
-        return later({"its record stays"});
-    stand_no_more();
-    notify_publish_on("rollback", "entry", std::to_string(report.entry));
+    if (!is_told)
+        notify_publish_on("rollback", "entry", std::to_string(report.entry));
     return true;
 }
 

@@ -158,12 +158,17 @@ void put_proposal_back(const std::vector<Proposed> &values)
     }
 }
 
-std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count)
+RunAgain run_actions_again(Request &request, const UndoRecord &record, std::size_t count, Delay delay)
 {
-    std::vector<ActionRun> runs;
-    for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i)
-        runs.push_back({record.actions[i].call, run_action(request, record.actions[i])});
-    return runs;
+    RunAgain again;
+    for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i) {
+        const Actions::Action &action = record.actions[i];
+        const bool is_left = delay == Delay::kept && runs_later(action);
+        if (is_left)
+            again.left.push_back(action);
+        again.runs.push_back({action.call, is_left ? 0 : run_action(request, action, delay)});
+    }
+    return again;
 }
 
 } // namespace qvcd

@@ -20,7 +20,14 @@ std::vector<ValueChange> put_values_back(const UndoRecord &record);
 /// The same for a commit that failed: settings and flags are as they were when it was proposed.
 void put_proposal_back(const std::vector<Proposed> &values);
 
-/// Runs its actions again. Lets go of the command lock.
-std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count);
+/// Actions of a commit that ran again, with the old values.
+struct RunAgain {
+    std::vector<ActionRun> runs;
+    std::vector<Actions::Action> left; ///< told among the runs, and still to be run
+};
+
+/// Runs its first `count` actions again. With delays kept those that run later are left: their delay is for a
+/// client, and this must not be forgotten. Lets go of the command lock.
+RunAgain run_actions_again(Request &request, const UndoRecord &record, std::size_t count, Delay delay);
 
 } // namespace qvcd

@@ -2,6 +2,7 @@
 
 #include "base/request.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,9 @@ int cmd_create_afuncmap_hdf(); ///< logs the map's size; 0
 /// for success. Lets go of the command lock while it waits.
 int afuncmap_apply_direct(Request &request, std::string_view action, std::string_view api,
                           std::string_view call, int &result);
+
+/// What a call that only has something run later runs, as a call for now; nothing for other calls.
+std::optional<std::string> afuncmap_without_delay(std::string_view call);
 
 /// Fills the functions that load the profile which an API's value names: the profile commands lie above this
 /// map. Returns 0 for success.
