@@ -22,14 +22,17 @@ constexpr std::size_t kShortLine = 256;
 
 bool put_short(std::FILE *out, std::string_view key, std::string_view value)
 {
+    const std::size_t size = key.size() + 1 + value.size();
     std::array<char, kShortLine> line;
-    if (key.size() + value.size() + 2 > line.size() || !is_one_line(key) || !is_one_line(value))
+    if (size >= line.size())
         return false;
     char *end = std::ranges::copy(key, line.data()).out;
     *end++ = '=';
-    end = std::ranges::copy(value, end).out;
-    *end++ = '\n';
-    put(out, {line.data(), end});
+    std::ranges::copy(value, end);
+    if (!is_one_line({line.data(), size}))
+        return false;
+    line[size] = '\n';
+    put(out, {line.data(), size + 1});
     return true;
 }
 
