@@ -421,10 +421,11 @@ void recover_commit()
            .why = "the daemon ended before it was settled"});
 }
 
-void stop_commits()
+bool stop_commits()
 {
-    stop_standing();
+    const bool alone = stop_standing();
     history_close();
+    return alone;
 }
 
 } // namespace qvcd

@@ -58,8 +58,8 @@ int abort_commit(Request &request, std::int64_t number, Report &report);
 /// run later. Lets go of the command lock.
 void recover_commit();
 
-/// At the daemon's end, without the command lock: waits for nothing. What is not confirmed is undone at the
-/// next start.
-void stop_commits();
+/// At the daemon's end, when the command lock is closed: waits for nothing. What is not confirmed is undone
+/// at the next start. False: a thread is left behind.
+bool stop_commits();
 
 } // namespace qvcd

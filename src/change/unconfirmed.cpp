@@ -18,6 +18,7 @@ namespace qvcd {
 namespace {
 
 constexpr std::chrono::seconds kTryAgain{5};
+constexpr std::chrono::milliseconds kStopPatience{500}; // behind that of the command lock
 
 std::optional<Standing> standing; // under the command lock
 
@@ -32,15 +33,21 @@ class Clock {
             thread_ = start_quiet_thread([this] { run(); });
         changed_.notify_all();
     }
-    void stop()
+    // Not joined while it undoes something: a command that is late for the end never comes back.
+    bool stop()
     {
-        {
-            const std::lock_guard lock(mutex_);
-            stopping_ = true;
-        }
+        std::unique_lock lock(mutex_);
+        stopping_ = true;
         changed_.notify_all();
-        if (thread_.joinable())
+        if (!thread_.joinable())
+            return true;
+        const bool idle = changed_.wait_for(lock, kStopPatience, [this] { return !undoing_; });
+        lock.unlock();
+        if (idle)
             thread_.join();
+        else
+            thread_.detach();
+        return idle;
     }
 
   private:
@@ -50,6 +57,7 @@ class Clock {
     std::condition_variable changed_;
     Deadline due_ = Deadline::max();
     bool stopping_ = false;
+    bool undoing_ = false;
     std::thread thread_;
 };
 
@@ -83,9 +91,12 @@ void Clock::run()
             changed_.wait_until(lock, Deadline(due_));
         } else {
             due_ = Deadline::max();
+            undoing_ = true;
             lock.unlock();
             undo_what_is_due();
             lock.lock();
+            undoing_ = false;
+            changed_.notify_all();
         }
     }
 }
@@ -188,9 +199,9 @@ bool undo_standing(Request &request, Report &report)
     return true;
 }
 
-void stop_standing()
+bool stop_standing()
 {
-    the_clock().stop();
+    return the_clock().stop();
 }
 
 } // namespace qvcd

@@ -43,7 +43,8 @@ void stand_no_more();
 /// is tried again every few seconds then. Its state is `settling`. Lets go of the command lock.
 bool undo_standing(Request &request, Report &report);
 
-/// Ends the thread that watches the time.
-void stop_standing();
+/// Ends the thread that watches the time, when no command can run any more. False: it is left behind, in the
+/// middle of an undoing.
+bool stop_standing();
 
 } // namespace qvcd

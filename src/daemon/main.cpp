@@ -199,7 +199,7 @@ bool shut_down(const Options &options)
     qv_claim_stopping();
     bool alone = command_lock_close(kShutdownPatience);
     alone &= shell_stop_later();
-    stop_commits();
+    alone &= stop_commits();
     qv_log_print(kLogNotice, "stopping\n");
     if (!options.no_watchdog)
         watchdog_stop();

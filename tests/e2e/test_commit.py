@@ -267,6 +267,19 @@ def test_a_kill_while_an_action_runs(a):
     assert undone["end"].startswith("undone: ") and undone["values"][0] == {"name": "A.port", "old": "1", "new": "5"}
 
 
+def test_the_daemon_ends_while_it_undoes(a):
+    before = state(a)
+    a.command("commit -c 1 A.port=5")
+    ran(a)
+    a.write("/hold", "")
+    wait_until(lambda: a.read_or_empty("/ran"), "the action to run again")
+    a.stop()
+    a.write("/go", "")
+    a.start()
+    wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
+    assert state(a) == before
+
+
 def test_history_of_the_other_commands(a):
     a.command("set A.port=2")  # never saved: no entry
     a.command("revert")
