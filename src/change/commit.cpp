@@ -218,7 +218,8 @@ int Commit::fail(const std::string &why, std::size_t actions)
 {
     add_what_actions_saved();
     Standing standing{.record = record_, .state = Standing::State::undecided, .why = why};
-    std::vector<std::string> problems = put_files_back(record_);
+    auto [problems, lost] = put_files_back(record_);
+    standing.is_undone = problems.empty();
     put_proposal_back(proposal_.values);
     report_.undone = run_actions_again(request_, record_, actions);
     add_entry("undone: " + why);
@@ -228,9 +229,11 @@ int Commit::fail(const std::string &why, std::size_t actions)
         if (removed.error && removed.error != ENOENT)
             problems.push_back(std::string("its record: ") + std::strerror(removed.error));
     }
-    for (const std::string &problem : problems) {
-        refuse(kCommit, "##Can not undo: " + problem + "#");
-        qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
+    for (const auto *all : {&problems, &lost}) {
+        for (const std::string &problem : *all) {
+            refuse(kCommit, "##Can not undo: " + problem + "#");
+            qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
+        }
     }
     if (!problems.empty()) {
         standing.number = report_.entry;
@@ -403,7 +406,8 @@ int abort_commit(Request &request, std::int64_t number, Report &report)
         return 1;
     standing->state = Standing::State::settling;
     standing->why = "aborted";
-    return undo_standing(request, report) ? 0 : 1;
+    undo_standing(request, report);
+    return report.errors.empty() ? 0 : 1;
 }
 
 void recover_commit()
@@ -412,7 +416,7 @@ void recover_commit()
     if (!record)
         return;
     qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
-    for (const std::string &problem : put_files_back(*record))
+    for (const std::string &problem : put_files_back(*record).problems)
         qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
     put_values_back(*record);
     stand({.record = std::move(*record),

@@ -169,24 +169,32 @@ void stand_no_more()
     standing.reset();
 }
 
-bool undo_standing(Request &request, Report &report)
+void undo_standing(Request &request, Report &report)
 {
     const Standing undone = *standing;
-    const auto later = [&](const std::vector<std::string> &problems) {
+    const auto complain = [&](const std::vector<std::string> &problems) {
         for (const std::string &problem : problems) {
             report.errors.push_back({"Commit", "##Can not undo: " + problem + "#"});
             qv_log_print(kLogError, "Can not undo commit %lld: %s\n", static_cast<long long>(undone.number),
                          problem.c_str());
         }
+    };
+    const auto later = [&](const std::vector<std::string> &problems) {
+        complain(problems);
         standing->state = Standing::State::undecided;
         stand_until(std::chrono::steady_clock::now() + kTryAgain);
-        return false;
     };
-    if (const auto problems = put_files_back(undone.record); !problems.empty())
-        return later(problems);
-    report.values = put_values_back(undone.record);
-    report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
-    note_in_history(request, undone, report);
+    if (!undone.is_undone) {
+        const PutBack files = put_files_back(undone.record);
+        complain(files.lost);
+        if (!files.problems.empty())
+            return later(files.problems);
+        report.values = put_values_back(undone.record);
+        report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
+        note_in_history(request, undone, report);
+        notify_publish_on("rollback", "entry", std::to_string(report.entry));
+        standing->is_undone = true;
+    }
     FileResult removed;
     {
         const Unlocked unlocked;
@@ -195,8 +203,6 @@ bool undo_standing(Request &request, Report &report)
     if (removed.error && removed.error != ENOENT)
         return later({"its record stays"});
     stand_no_more();
-    notify_publish_on("rollback", "entry", std::to_string(report.entry));
-    return true;
 }
 
 bool stop_standing()

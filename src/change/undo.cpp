@@ -57,13 +57,13 @@ class OldTexts {
     }
 
     std::set<std::string> written;
-    std::vector<std::string> problems;
+    PutBack result;
 
   private:
     void note(const std::string &file, int error)
     {
         if (error)
-            problems.push_back(file + ": " + std::strerror(error));
+            result.problems.push_back(file + ": " + std::strerror(error));
     }
 };
 
@@ -82,6 +82,15 @@ bool has_no_text(const Api &api)
     return write_row(MetaApi(api.name()).get("write").value_or("")).kind != WriteKind::text;
 }
 
+// A device may never take it, and must not keep a commit from ending.
+bool may_be_taken_later(const std::string &api, std::string_view value)
+{
+    const MetaApi meta(api);
+    const WriteRow &row = write_row(meta.get("write").value_or(""));
+    return row.kind == WriteKind::text && meta.get("file") &&
+           !row.text->refuses(meta.get("attr").value_or(""), value);
+}
+
 void publish(const Api &api)
 {
     for (const char *event : {"set", "save"})
@@ -90,7 +99,7 @@ void publish(const Api &api)
 
 } // namespace
 
-std::vector<std::string> put_files_back(const UndoRecord &record)
+PutBack put_files_back(const UndoRecord &record)
 {
     const SaveLock lock;
     OldTexts texts;
@@ -99,7 +108,7 @@ std::vector<std::string> put_files_back(const UndoRecord &record)
         texts.put_back(record.files);
     }
     FileWrites writes;
-    std::vector<std::string> names;
+    std::vector<const UndoRecord::Value *> written;
     for (const UndoRecord::Value &value : record.values) {
         Api *api = value.saves ? find_api(value.api) : nullptr;
         if (!api || (!value.by_value && !has_no_text(*api) && !is_in(*api, texts.written)))
@@ -107,15 +116,18 @@ std::vector<std::string> put_files_back(const UndoRecord &record)
         if (!api->is_dynamic() && saved_value(*api) != value.after && saved_value(*api) != value.before)
             continue; // somebody saved another one since
         writes.add(value.api, value.before);
-        names.push_back(value.api);
+        written.push_back(&value);
     }
     writes.commit();
     writes.log_failures("undo");
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (writes.result(i) == FileWrites::Result::failed)
-            texts.problems.push_back(names[i]);
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        const UndoRecord::Value &value = *written[i];
+        if (writes.result(i) != FileWrites::Result::failed)
+            continue;
+        const bool later = may_be_taken_later(value.api, value.before);
+        (later ? texts.result.problems : texts.result.lost).push_back(value.api);
     }
-    return texts.problems;
+    return texts.result;
 }
 
 std::vector<ValueChange> put_values_back(const UndoRecord &record)

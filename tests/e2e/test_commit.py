@@ -27,6 +27,7 @@ A.key: attr = psk; type = password; default = none
 B: perm = 7770; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/b.conf
 B.only: attr = ONLY; type = string_length 0 99; default = b; apply = syscall $QV_SYSROOT/act b
 B.new: attr = NEW; type = string_length 0 99; default =; file = /etc/new.conf; apply = syscall $QV_SYSROOT/act b
+Dev.line: perm = 7777; write = io_wfunc; file = /dev.line; attr = line; type = string_length 0 99; default = d
 Bare.note: perm = 7777; read = kv_rfunc; file = /etc/bare.conf; attr = note; type = string_length 0 99; default = n
 """)
 A_CONF = "# keep\n#psk=older\nport=1\nname=x\npsk=none\n"
@@ -278,6 +279,36 @@ def test_the_daemon_ends_while_it_undoes(a):
     a.start()
     wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
     assert state(a) == before
+
+
+def test_a_device_that_fails_keeps_nothing_from_ending(a):
+    a.path("/dev.line").symlink_to("/dev/full")
+    reply = a.command("commit A.port=5 Dev.line=x")
+    assert reply.lines == ["Dev.line=##Save failed#", "Commit=##Can not undo: Dev.line#", "Commit.end=undone", "Commit=1"]
+    os.unlink(a.path("/dev.line"))
+    a.write("/dev.line", "")
+    assert a.command("commit -c 600 A.port=5 Dev.line=x").code == 0
+    os.unlink(a.path("/dev.line"))
+    a.path("/dev.line").symlink_to("/dev/full")
+    assert a.command("abort").code == 1
+    assert (a.get("A.port"), a.get("Dev.line")) == ("1", "d")
+    assert a.command("commit A.port=6").code == 0
+
+
+def test_a_record_that_stays_runs_no_action_again(a):
+    a.command("commit -c 600 A.port=5")
+    ran(a)
+    record = a.path("/var/lib/qv/commit.undo")
+    record.rename(record.with_name("aside"))
+    (record / "x").mkdir(parents=True)
+    assert a.command("abort").lines[-3:-1] == [
+        "Commit=##Can not undo: its record stays#", "undo: syscall $QV_SYSROOT/act port"]
+    assert a.command("commit A.port=6") == Reply(["Commit=##A commit is being undone#"], 1)
+    wait_until(lambda: a.log().count("its record stays") > 1, "another try")
+    (record / "x").rmdir()
+    record.rmdir()
+    wait_until(lambda: a.command("commit A.name=y").code == 0, "its end")
+    assert ran(a) == ["port 1", "name 1"]
 
 
 def test_history_of_the_other_commands(a):
