@@ -74,7 +74,8 @@ class Commit {
     Step refuse(std::string api, std::string error);
     Step refuse_unwritten(const FileWrites &writes);
     void describe(const FileWrites &writes);
-    void store(const Proposed &p);
+    void store();
+    void store(const Proposed &p, bool is_theirs);
     int fail(const std::string &why, std::size_t actions);
     void add_what_actions_saved();
     void add_entry(const std::string &end);
@@ -124,14 +125,25 @@ void Commit::describe(const FileWrites &writes)
     record_.actions = proposal_.actions().all();
 }
 
-// Somebody may have set it while the files were written: that stays his change, on top of this one.
-void Commit::store(const Proposed &p)
+// Somebody may have set one while the files were written: that stays his change, on top of this one. One API
+// may set another, which is no such change.
+void Commit::store()
+{
+    std::vector<bool> theirs;
+    for (const Proposed &p : proposal_.values) {
+        const Api *api = find_api(p.api);
+        theirs.push_back(api && shown_setting(*api) != p.now);
+    }
+    for (std::size_t i = 0; i < theirs.size(); ++i)
+        store(proposal_.values[i], theirs[i]);
+}
+
+void Commit::store(const Proposed &p, bool is_theirs)
 {
     Api *api = find_api(p.api);
     if (!api)
         return;
-    const bool is_new = p.now != p.after;
-    const bool is_theirs = api->value() != p.now;
+    const bool is_new = api->value() != p.after;
     if (is_new && !is_theirs) {
         if (!p.saves && !p.dynamic)
             flag_unsaved(*api, request_.caller.session);
@@ -178,10 +190,9 @@ Commit::Step Commit::write_files()
         fail("a file could not be written", 0);
         return Step::refused;
     }
-    for (const Proposed &p : proposal_.values) {
+    for (const Proposed &p : proposal_.values)
         report_.values.push_back(shown_change(p));
-        store(p);
-    }
+    store();
     return Step::go_on;
 }
 

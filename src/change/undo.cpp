@@ -25,7 +25,33 @@ namespace {
 std::string saved_value(Api &api)
 {
     const bool is_changed = api.is_raised(Api::Flag::mod);
-    return is_changed ? pending_of(api.name()).saved.value_or("") : std::string(api.value());
+    return is_changed ? pending_of(api.name()).saved.value_or("") : std::string(shown_setting(api));
+}
+
+// What of an API is still as a commit left it.
+struct Ours {
+    bool value = false;
+    bool saved = false;
+    bool applied = false;
+};
+
+Ours what_is_ours(Api &api, std::string_view after)
+{
+    const bool same = shown_setting(api) == after;
+    const bool mod = api.is_raised(Api::Flag::mod);
+    const bool noapp = api.is_raised(Api::Flag::noapp);
+    const Pending pending = pending_of(api.name());
+    return {same && !mod && !noapp, mod ? pending.saved == after : same,
+            noapp ? pending.applied == after : same};
+}
+
+// Where somebody set the API since, his change is one of the value before.
+void flag_back(const std::string &api, const std::string &before, bool saved, bool applied)
+{
+    if (saved)
+        flag_saved(api, before);
+    if (applied)
+        flag_in_force(api, before);
 }
 
 // Files that nobody wrote to since the commit get their old texts. The others are left in `written`.
@@ -137,15 +163,12 @@ std::vector<ValueChange> put_values_back(const UndoRecord &record)
         Api *api = find_api(value.api);
         if (!api)
             continue;
-        const bool is_changed = api->is_raised(Api::Flag::mod) || api->is_raised(Api::Flag::noapp);
-        const bool is_ours = !is_changed && api->value() == value.after;
-        if (is_ours)
+        const Ours ours = what_is_ours(*api, value.after);
+        if (ours.value)
             store_setting(*api, value.before);
-        if (value.saves && !api->is_dynamic())
-            flag_saved(value.api, value.before);
-        if (value.applies)
-            flag_in_force(value.api, value.before);
-        if (!is_ours)
+        flag_back(value.api, value.before, value.saves && !api->is_dynamic() && ours.saved,
+                  value.applies && ours.applied);
+        if (!ours.value)
             continue;
         changes.push_back(value_change(value.api, value.after, value.before, value.secret));
         publish(*api);
@@ -158,8 +181,13 @@ void put_proposal_back(const std::vector<Proposed> &values)
 {
     for (const Proposed &p : values) {
         Api *api = find_api(p.api);
-        if (!api || api->value() != p.after)
+        if (!api)
             continue;
+        if (shown_setting(*api) != p.after) {
+            const Ours ours = what_is_ours(*api, p.after);
+            flag_back(p.api, p.before, p.saves && !p.dynamic && ours.saved, p.applies && ours.applied);
+            continue;
+        }
         const bool is_new = p.now != p.after;
         if (is_new)
             store_setting(*api, p.now);

@@ -27,6 +27,8 @@ A.key: attr = psk; type = password; default = none
 B: perm = 7770; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/b.conf
 B.only: attr = ONLY; type = string_length 0 99; default = b; apply = syscall $QV_SYSROOT/act b
 B.new: attr = NEW; type = string_length 0 99; default =; file = /etc/new.conf; apply = syscall $QV_SYSROOT/act b
+Also.port: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf; attr = port; type = integer_range 1 99
+Also.port: default = 1; link = A.port
 Dev.line: perm = 7777; write = io_wfunc; file = /dev.line; attr = line; type = string_length 0 99; default = d
 Bare.note: perm = 7777; read = kv_rfunc; file = /etc/bare.conf; attr = note; type = string_length 0 99; default = n
 """)
@@ -229,6 +231,38 @@ def test_unconfirmed_commits_are_undone(a):
     assert a.get("A.port") == "7"
 
 
+def test_what_was_saved_and_not_applied(a):
+    a.command("set A.port=5")
+    a.command("save")
+    a.command("commit -c 600 A.port=7")
+    assert a.command("abort").lines[0] == "A.port=7 -> 5"
+    assert (a.get("A.port"), a.read("/etc/a.conf")) == ("5", A_CONF.replace("port=1", "port=5"))
+
+
+@pytest.mark.parametrize("values, port", [("Also.port=3", "3"), ("A.port=2 Also.port=3", "3"), ("Also.port=3 A.port=2", "2")])
+def test_linked_apis(a, values, port):
+    a.command("update A.port=7")
+    assert a.command(f"commit -c 600 {values}").code == 0
+    assert a.command("get A.port Also.port").lines == [f"A.port={port}", f"Also.port={port}"]
+    assert f"port={port}\n" in a.read("/etc/a.conf")
+    assert a.command("abort").code == 0
+    assert a.command("get A.port Also.port").lines == ["A.port=7", "Also.port=7"]
+    assert "port=7\n" in a.read("/etc/a.conf")
+    assert a.command("checkmod").lines == []
+
+
+def test_what_others_set_stays_when_an_action_fails(a):
+    a.write("/hold", "")
+    a.write("/fail.port", "")
+    with a.connect(greeting=b"e2e 0 0\ncommit A.port=5 A.name=y\n\n") as commit:
+        wait_until(lambda: a.read_or_empty("/ran"), "the action to run")
+        a.command("set A.port=8 A.name=x")
+        a.write("/go", "")
+        commit.read_all()
+    assert a.command("diff") == a.command("diff running") == Reply(["A.port=1 -> 8"], 0)
+    assert a.command("checkmod").lines == a.command("checkapp").lines == ["A.port=8"]
+
+
 def test_what_others_saved_meanwhile_stays(a):
     a.command("commit -c 600 A.port=5 A.name=y")
     a.command("update A.name=theirs")
@@ -238,6 +272,13 @@ def test_what_others_saved_meanwhile_stays(a):
     assert a.read("/etc/a.conf") == a.read("/etc/shadow.d/a.conf")
     assert a.command("get A.port A.name").lines == ["A.port=8", "A.name=theirs"]
     assert a.command("diff").lines == ["A.port=1 -> 8"]
+    # Theirs is in the file, and what is set back by hand is still to be saved.
+    a.command("revert")
+    a.command("commit -c 600 A.name=z")
+    a.command("update A.name=other")
+    a.command("set A.name=theirs")
+    assert a.command("abort").code == 0
+    assert a.command("diff").lines == ["A.name=other -> theirs"]
 
 
 @pytest.mark.parametrize("how", ["kill", "stop"])
