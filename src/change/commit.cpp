@@ -418,6 +418,10 @@ int abort_commit(Request &request, std::int64_t number, Report &report)
     standing->state = Standing::State::settling;
     standing->why = "aborted";
     undo_standing(request, report);
+    for (ValueChange &value : report.values) {
+        if (!MetaApi(value.api).visible_to(request.mask))
+            value = value_change(value.api, value.before, value.after, true);
+    }
     return report.errors.empty() ? 0 : 1;
 }
 

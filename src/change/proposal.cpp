@@ -30,7 +30,7 @@ Proposed proposed(const Request &request, Api &api, std::string_view after)
     p.now = shown_setting(api);
     p.after = after;
     p.secret = api.is_secret();
-    p.hidden = !api.readable_by(request.mask);
+    p.hidden = !api.visible_to(request.mask);
     p.dynamic = api.is_dynamic();
     p.mod = api.is_raised(Api::Flag::mod);
     p.noapp = api.is_raised(Api::Flag::noapp);

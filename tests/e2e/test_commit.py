@@ -29,6 +29,10 @@ B.only: attr = ONLY; type = string_length 0 99; default = b; apply = syscall $QV
 B.new: attr = NEW; type = string_length 0 99; default =; file = /etc/new.conf; apply = syscall $QV_SYSROOT/act b
 Also.port: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf; attr = port; type = integer_range 1 99
 Also.port: default = 1; link = A.port
+Write.only: perm = 7772; read = kv_rfunc; write = kv_wfunc; file = /etc/w.conf; attr = w; type = string_length 0 99
+Write.only: default = hushed
+Private.note: perm = 7777; private = true; read = kv_rfunc; write = kv_wfunc; file = /etc/w.conf; attr = p
+Private.note: type = string_length 0 99; default = hushed
 Dev.line: perm = 7777; write = io_wfunc; file = /dev.line; attr = line; type = string_length 0 99; default = d
 Bare.note: perm = 7777; read = kv_rfunc; file = /etc/bare.conf; attr = note; type = string_length 0 99; default = n
 """)
@@ -87,9 +91,23 @@ def test_plan_shows_all_and_does_nothing(a):
     assert a.command("plan", op).lines[:9] == [
         "A.name=x -> y", "--- /etc/shadow.d/a.conf", "+++ /etc/shadow.d/a.conf", "@@ -1,5 +1,5 @@",
         " *******", " *******", " *******", "-name=x", "+name=y"]
+    a.write("/etc/a.conf", "port=1\ntoken=geheim")  # that it gets a newline shows it to nobody
+    assert a.command("plan", op).lines[-5:-1] == ["-*******", "\\ No newline at end of file", "+*******", "+name=y"]
+    a.write("/etc/a.conf", A_CONF)
     assert a.command("plan B.only=1", op) == Reply(["B.only=##Invalid permission#"], 1)
     assert a.command("plan") == Reply([], 0)
     assert a.command("plan -a").lines[0] == "A.name=x -> y"
+
+
+def test_what_cannot_be_read_is_not_told(a):
+    a.command("set Private.note=hushed2")
+    a.command("commit Write.only=hushed3")
+    op = a.login("op", "oper")
+    for line in ["plan -a Private.note=1 Write.only=1", "plan -a", "diff", "commit -c 600 A.port=5 Private.note=2 Write.only=2",
+                 "commit -s", "history -j", "abort", "history -j", "rollback -2", "history -j"]:
+        assert "hushed" not in str(a.command(line, op)), line
+    assert "Private.note=******* -> *******" in a.command("plan Private.note=7", op).lines
+    assert a.command("get Private.note Write.only").lines == ["Private.note=hushed", "Write.only=hushed3"]
 
 
 def test_diff(a):
