@@ -27,16 +27,24 @@ namespace {
 
 constexpr char kCommit[] = "Commit"; // what an error is about that is no API's
 constexpr char kTurn[] = "qvcd: commit";
+constexpr std::size_t kMaxWaiting = 24; // commits, for the one that runs
 
-// One commit after the other.
+std::size_t waiting = 0; // for their turn, or in it; under the command lock
+
+// One commit after the other. Who waits takes a place that other commands may need, the one before them, too.
 class CommitTurn {
   public:
     explicit CommitTurn(bool wait)
     {
+        if (waiting++ > kMaxWaiting)
+            return;
         const Unlocked unlocked;
         turn_.emplace(kTurn, wait ? deadline_in(kCommitWait) : std::chrono::steady_clock::now());
     }
-    bool mine() const { return turn_->mine(); }
+    ~CommitTurn() { --waiting; }
+    CommitTurn(const CommitTurn &) = delete;
+    CommitTurn &operator=(const CommitTurn &) = delete;
+    bool mine() const { return turn_ && turn_->mine(); }
 
   private:
     std::optional<Turn> turn_;

@@ -370,6 +370,19 @@ def test_a_record_that_stays_runs_no_action_again(a):
     assert ran(a) == ["port 1", "name 1"]
 
 
+def test_commits_that_wait_leave_room_for_others(a):
+    a.write("/hold", "")
+    commits = [a.connect(greeting=b"e2e 0 0\ncommit A.port=2\n\n")]
+    wait_until(lambda: a.read_or_empty("/ran"), "the action to run")
+    commits += [a.connect(greeting=b"e2e 0 0\ncommit A.port=%d\n\n" % n) for n in range(3, 99)]
+    wait_until(lambda: a.log().count("cmd: [commit]") == len(commits), "all commits to wait")
+    assert a.command("modify A.name=y").code == 0
+    a.write("/go", "")
+    ended = [commit.read_all().endswith(b"@\n0\n") for commit in commits]
+    assert ended[0] and 20 < sum(ended) < 40
+    assert a.command("commit A.port=1").code == 0
+
+
 def test_history_of_the_other_commands(a):
     a.command("set A.port=2")  # never saved: no entry
     a.command("revert")
