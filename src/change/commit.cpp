@@ -27,16 +27,24 @@ namespace {
 
 constexpr char kCommit[] = "Commit"; // what an error is about that is no API's
 constexpr char kTurn[] = "qvcd: commit";
+constexpr std::size_t kMaxWaiting = 24; // commits, for the one that runs
 
-// One commit after the other.
+std::size_t waiting = 0; // for their turn, or in it; under the command lock
+
+// One commit after the other. Who waits takes a place that other commands may need, the one before them, too.
 class CommitTurn {
   public:
     explicit CommitTurn(bool wait)
     {
+        if (waiting++ > kMaxWaiting)
+            return;
         const Unlocked unlocked;
         turn_.emplace(kTurn, wait ? deadline_in(kCommitWait) : std::chrono::steady_clock::now());
     }
-    bool mine() const { return turn_->mine(); }
+    ~CommitTurn() { --waiting; }
+    CommitTurn(const CommitTurn &) = delete;
+    CommitTurn &operator=(const CommitTurn &) = delete;
+    bool mine() const { return turn_ && turn_->mine(); }
 
   private:
     std::optional<Turn> turn_;
@@ -74,7 +82,8 @@ class Commit {
     Step refuse(std::string api, std::string error);
     Step refuse_unwritten(const FileWrites &writes);
     void describe(const FileWrites &writes);
-    void store(const Proposed &p);
+    void store();
+    void store(const Proposed &p, bool is_theirs);
     int fail(const std::string &why, std::size_t actions);
     void add_what_actions_saved();
     void add_entry(const std::string &end);
@@ -124,14 +133,25 @@ void Commit::describe(const FileWrites &writes)
     record_.actions = proposal_.actions().all();
 }
 
-// Somebody may have set it while the files were written: that stays his change, on top of this one.
-void Commit::store(const Proposed &p)
+// Somebody may have set one while the files were written: that stays his change, on top of this one. One API
+// may set another, which is no such change.
+void Commit::store()
+{
+    std::vector<bool> theirs;
+    for (const Proposed &p : proposal_.values) {
+        const Api *api = find_api(p.api);
+        theirs.push_back(api && shown_setting(*api) != p.now);
+    }
+    for (std::size_t i = 0; i < theirs.size(); ++i)
+        store(proposal_.values[i], theirs[i]);
+}
+
+void Commit::store(const Proposed &p, bool is_theirs)
 {
     Api *api = find_api(p.api);
     if (!api)
         return;
-    const bool is_new = p.now != p.after;
-    const bool is_theirs = api->value() != p.now;
+    const bool is_new = api->value() != p.after;
     if (is_new && !is_theirs) {
         if (!p.saves && !p.dynamic)
             flag_unsaved(*api, request_.caller.session);
@@ -178,10 +198,9 @@ Commit::Step Commit::write_files()
         fail("a file could not be written", 0);
         return Step::refused;
     }
-    for (const Proposed &p : proposal_.values) {
+    for (const Proposed &p : proposal_.values)
         report_.values.push_back(shown_change(p));
-        store(p);
-    }
+    store();
     return Step::go_on;
 }
 
@@ -218,7 +237,8 @@ int Commit::fail(const std::string &why, std::size_t actions)
 {
     add_what_actions_saved();
     Standing standing{.record = record_, .state = Standing::State::undecided, .why = why};
-    std::vector<std::string> problems = put_files_back(record_);
+    auto [problems, lost] = put_files_back(record_);
+    standing.is_undone = problems.empty();
     put_proposal_back(proposal_.values);
     report_.undone = run_actions_again(request_, record_, actions);
     add_entry("undone: " + why);
@@ -228,9 +248,11 @@ int Commit::fail(const std::string &why, std::size_t actions)
         if (removed.error && removed.error != ENOENT)
             problems.push_back(std::string("its record: ") + std::strerror(removed.error));
     }
-    for (const std::string &problem : problems) {
-        refuse(kCommit, "##Can not undo: " + problem + "#");
-        qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
+    for (const auto *all : {&problems, &lost}) {
+        for (const std::string &problem : *all) {
+            refuse(kCommit, "##Can not undo: " + problem + "#");
+            qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
+        }
     }
     if (!problems.empty()) {
         standing.number = report_.entry;
@@ -403,7 +425,12 @@ int abort_commit(Request &request, std::int64_t number, Report &report)
         return 1;
     standing->state = Standing::State::settling;
     standing->why = "aborted";
-    return undo_standing(request, report) ? 0 : 1;
+    undo_standing(request, report);
+    for (ValueChange &value : report.values) {
+        if (!MetaApi(value.api).visible_to(request.mask))
+            value = value_change(value.api, value.before, value.after, true);
+    }
+    return report.errors.empty() ? 0 : 1;
 }
 
 void recover_commit()
@@ -412,7 +439,7 @@ void recover_commit()
     if (!record)
         return;
     qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
-    for (const std::string &problem : put_files_back(*record))
+    for (const std::string &problem : put_files_back(*record).problems)
         qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
     std::vector<ValueChange> undone = put_values_back(*record);
     stand({.record = std::move(*record),

@@ -18,6 +18,7 @@ namespace qvcd {
 namespace {
 
 constexpr std::chrono::seconds kTryAgain{5};
+constexpr std::chrono::milliseconds kStopPatience{500}; // behind that of the command lock
 
 std::optional<Standing> standing; // under the command lock
 
@@ -32,19 +33,21 @@ class Clock {
             thread_ = start_quiet_thread([this] { run(); });
         changed_.notify_all();
     }
+    // Not joined while it undoes something: a command that is late for the end never comes back.
     bool stop()
     {
-        bool busy = false;
-        {
-            const std::lock_guard lock(mutex_);
-            stopping_ = true;
-            busy = busy_;
-        }
+        std::unique_lock lock(mutex_);
+        stopping_ = true;
         changed_.notify_all();
         if (!thread_.joinable())
             return true;
-        busy ? thread_.detach() : thread_.join();
-        return !busy;
+        const bool idle = changed_.wait_for(lock, kStopPatience, [this] { return !undoing_; });
+        lock.unlock();
+        if (idle)
+            thread_.join();
+        else
+            thread_.detach();
+        return idle;
     }
 
   private:
@@ -54,7 +57,7 @@ class Clock {
     std::condition_variable changed_;
     Deadline due_ = Deadline::max();
     bool stopping_ = false;
-    bool busy_ = false;
+    bool undoing_ = false;
     std::thread thread_;
 };
 
@@ -88,11 +91,12 @@ void Clock::run()
             changed_.wait_until(lock, Deadline(due_));
         } else {
             due_ = Deadline::max();
-            busy_ = true;
+            undoing_ = true;
             lock.unlock();
             undo_what_is_due();
             lock.lock();
-            busy_ = false;
+            undoing_ = false;
+            changed_.notify_all();
         }
     }
 }
@@ -165,26 +169,34 @@ void stand_no_more()
     standing.reset();
 }
 
-bool undo_standing(Request &request, Report &report)
+void undo_standing(Request &request, Report &report)
 {
     const Standing undone = *standing;
-    const auto later = [&](const std::vector<std::string> &problems) {
+    const auto complain = [&](const std::vector<std::string> &problems) {
         for (const std::string &problem : problems) {
             report.errors.push_back({"Commit", "##Can not undo: " + problem + "#"});
             qv_log_print(kLogError, "Can not undo commit %lld: %s\n", static_cast<long long>(undone.number),
                          problem.c_str());
         }
+    };
+    const auto later = [&](const std::vector<std::string> &problems) {
+        complain(problems);
         standing->state = Standing::State::undecided;
         stand_until(std::chrono::steady_clock::now() + kTryAgain);
-        return false;
     };
-    if (const auto problems = put_files_back(undone.record); !problems.empty())
-        return later(problems);
-    report.values = undone.undone;
-    for (ValueChange &change : put_values_back(undone.record))
-        report.values.push_back(std::move(change));
-    report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
-    note_in_history(request, undone, report);
+    if (!undone.is_undone) {
+        const PutBack files = put_files_back(undone.record);
+        complain(files.lost);
+        if (!files.problems.empty())
+            return later(files.problems);
+        report.values = undone.undone;
+        for (ValueChange &change : put_values_back(undone.record))
+            report.values.push_back(std::move(change));
+        report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
+        note_in_history(request, undone, report);
+        notify_publish_on("rollback", "entry", std::to_string(report.entry));
+        standing->is_undone = true;
+    }
     FileResult removed;
     {
         const Unlocked unlocked;
@@ -193,8 +205,6 @@ bool undo_standing(Request &request, Report &report)
     if (removed.error && removed.error != ENOENT)
         return later({"its record stays"});
     stand_no_more();
-    notify_publish_on("rollback", "entry", std::to_string(report.entry));
-    return true;
 }
 
 bool stop_standing()

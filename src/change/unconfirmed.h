@@ -26,6 +26,7 @@ struct Standing {
     Deadline due = {};
     std::string why = "not confirmed in time"; ///< it is undone
     std::vector<ValueChange> undone = {};      ///< what was put back already
+    bool is_undone = false;                    ///< only its record is left
 };
 
 /// Null: there is none. Good as long as the command lock is held.
@@ -40,11 +41,14 @@ void stand_until(Deadline due);
 /// It is settled.
 void stand_no_more();
 
-/// Undoes it: files, settings, actions, and in the history. False when its files cannot be put back now; it
-/// is tried again every few seconds then. Its state is `settling`. Lets go of the command lock.
-bool undo_standing(Request &request, Report &report);
+/// Undoes it: files, settings, actions, and in the history. What goes wrong is among the report's errors;
+/// what is not undone then is tried again every few seconds. Its state is `settling`. Lets go of the command
+/// lock.
+void undo_standing(Request &request, Report &report);
 
 /// Ends the thread that watches the time. False when it is undoing one, and left behind.
+/// Ends the thread that watches the time, when no command can run any more. False: it is left behind, in the
+/// middle of an undoing.
 bool stop_standing();
 
 } // namespace qvcd

@@ -8,10 +8,15 @@
 
 namespace qvcd {
 
+struct PutBack {
+    std::vector<std::string> problems; ///< files and APIs that are worth another try; none: the files are old
+    std::vector<std::string> lost;     ///< APIs whose device or writer does not take the old value
+};
+
 /// Puts the files of a commit back: exactly, where nobody wrote to them since, else the values of its APIs
-/// that still have what the commit wrote. Devices get the old values. Returns the problems, by file or API;
-/// none: all is back and on the disk. May be repeated. Lets go of the command lock.
-std::vector<std::string> put_files_back(const UndoRecord &record);
+/// that still have what the commit wrote. Devices get the old values. May be repeated. Lets go of the command
+/// lock.
+PutBack put_files_back(const UndoRecord &record);
 
 /// Gives the settings the old values again, with the flags of saved and applied ones. What somebody set since
 /// stays his change, on top of them. Returns what it changed.
