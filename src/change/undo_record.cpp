@@ -44,6 +44,8 @@ static void to_json(Json &json, const UndoRecord::Value &v)
 {
     json = {{"api", v.api},         {"before", v.before}, {"after", v.after},      {"saves", v.saves},
             {"applies", v.applies}, {"secret", v.secret}, {"by_value", v.by_value}};
+    if (v.loaded)
+        json["loaded"] = *v.loaded;
 }
 
 static void from_json(const Json &json, UndoRecord::Value &v)
@@ -55,6 +57,8 @@ static void from_json(const Json &json, UndoRecord::Value &v)
     json.at("applies").get_to(v.applies);
     json.at("secret").get_to(v.secret);
     json.at("by_value").get_to(v.by_value);
+    if (json.contains("loaded"))
+        v.loaded = json.at("loaded").get<std::string>();
 }
 
 static void to_json(Json &json, const UndoRecord::File &f)
@@ -92,7 +96,8 @@ int write_undo_record(const UndoRecord &record)
     Json::to_cbor({{"entry", record.entry},
                    {"values", record.values},
                    {"files", record.files},
-                   {"actions", record.actions}},
+                   {"actions", record.actions},
+                   {"further", record.further}},
                   text);
     const FileResult result = replace_secret_file(path(), text);
     if (result.error && result.changed)
@@ -117,7 +122,8 @@ std::optional<UndoRecord> read_undo_record()
             return UndoRecord{json.at("entry").get<HistoryEntry>(),
                               json.at("values").get<std::vector<UndoRecord::Value>>(),
                               json.at("files").get<std::vector<UndoRecord::File>>(),
-                              json.at("actions").get<std::vector<Actions::Action>>()};
+                              json.at("actions").get<std::vector<Actions::Action>>(),
+                              json.at("further").get<std::vector<Actions::Action>>()};
         } catch (const std::exception &error) {
             problem = error.what();
             std::rename(path().c_str(), (path() + ".damaged").c_str());

@@ -198,6 +198,8 @@ void add_to_history(const Request &request, const char *command, const std::stri
     std::erase_if(notes.values, [](const ValueChange &v) { return !v.secret && v.before == v.after; });
     if (!notes.happened && notes.values.empty() && notes.actions.empty())
         return;
+    for (ValueChange &value : notes.values)
+        value = value_change(std::move(value.api), value.before, value.after, value.secret);
     const HistoryResult added = history_add({.time = std::time(nullptr),
                                              .user = request.caller.user,
                                              .source = request.caller.source,
@@ -239,7 +241,7 @@ const CommandRecord rollbackRecord = {
         "is the last change of values, -2 the one before. It is a commit, an entry of the history like "
         "others, "
         "and takes the same options.",
-    .recorded = ChangeNotes::Level::lasting,
+    .recorded = ChangeNotes::Level::all,
 };
 
 } // namespace qvcd
