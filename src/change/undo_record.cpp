@@ -1,24 +1,45 @@
 #include "change/undo_record.h"
 
+#include "base/replace_journal.h"
 #include "base/replacement.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 namespace qvcd {
 
-// CBOR (RFC 8949): files may hold any bytes.
+// CBOR (RFC 8949): files may hold any bytes. In front of it stands its hash: a parser can be made to do
+// anything by what a damaged disk gives it.
 
 namespace {
 
 using Json = nlohmann::json;
 
+constexpr std::size_t kHashSize = 20; // digits of a 64-bit number
+
 std::string path()
 {
     return qv_sysroot_path(kUndoFile);
+}
+
+std::string hash_of(std::string_view text)
+{
+    std::string hash = std::to_string(text_hash(text));
+    return hash.insert(0, kHashSize - hash.size(), '0');
+}
+
+// What stands behind the hash; throws when it is not the hash of that.
+std::string_view checked(std::string_view text)
+{
+    const std::string_view record = text.substr(std::min(kHashSize, text.size()));
+    if (text.substr(0, kHashSize) != hash_of(record))
+        throw std::runtime_error("it is damaged");
+    return record;
 }
 
 } // namespace
@@ -99,6 +120,7 @@ int write_undo_record(const UndoRecord &record)
                    {"actions", record.actions},
                    {"further", record.further}},
                   text);
+    text.insert(0, hash_of(text));
     const FileResult result = replace_secret_file(path(), text);
     if (result.error && result.changed)
         remove_undo_record();
@@ -118,7 +140,7 @@ std::optional<UndoRecord> read_undo_record()
     std::string problem = std::strerror(text.error);
     if (!text.error) {
         try {
-            const Json json = Json::from_cbor(text.text);
+            const Json json = Json::from_cbor(checked(text.text));
             return UndoRecord{json.at("entry").get<HistoryEntry>(),
                               json.at("values").get<std::vector<UndoRecord::Value>>(),
                               json.at("files").get<std::vector<UndoRecord::File>>(),

@@ -450,6 +450,19 @@ def test_rollback(a):
     assert state(a) == start
 
 
+def test_a_damaged_record_stops_nothing(a):
+    a.command("commit -c 600 A.port=5")
+    a.kill()
+    record = a.path("/var/lib/qv/commit.undo").read_bytes()
+    for damaged in [b"", record[:-1], record.replace(b"A.port", b"A.name"), b"\x81" * 1000000]:
+        a.write("/var/lib/qv/commit.undo", damaged)
+        a.start()
+        assert a.command("commit A.port=6").code == 0
+        assert a.path("/var/lib/qv/commit.undo.damaged").read_bytes() == damaged
+        a.command("commit A.port=5")
+        a.stop()
+
+
 def test_damaged_history_stops_nothing(a):
     a.command("commit A.port=2")
     a.stop()
