@@ -39,6 +39,10 @@ bool show_to(const Request &request, HistoryEntry &entry)
     if (entry.values.empty())
         return (request.mask & kLevel1Bits) != 0;
     std::erase_if(entry.values, [&](const ValueChange &value) { return !may_see(request, value.api); });
+    for (ValueChange &value : entry.values) { // it may have become one since
+        if (MetaApi(value.api).is_secret())
+            value = value_change(std::move(value.api), value.before, value.after, true);
+    }
     return !entry.values.empty();
 }
 

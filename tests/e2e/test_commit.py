@@ -435,6 +435,14 @@ def test_history_of_the_other_commands(a):
     assert text[1:] == ["    A.port=3 -> 4", "    apply: syscall $QV_SYSROOT/act port"]
 
 
+def test_what_has_become_a_password_is_hidden(a):
+    a.command("commit A.name=geheim")
+    a.stop()
+    a.write("/usr/share/qvapi/apimeta.hdf", META.replace("A.name.type = string_length 0 99", "A.name.type = password"))
+    a.start()
+    assert a.command("history").lines[1] == "    A.name=******* -> *******"
+
+
 def test_rollback(a):
     start = state(a)
     for line in ["commit A.port=2", "commit A.port=3 A.key=k", "update A.name=y", "commit B.only=c"]:
