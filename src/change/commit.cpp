@@ -85,7 +85,8 @@ class Commit {
     void store();
     void store(const Proposed &p, bool is_theirs);
     int fail(const std::string &why, std::size_t actions);
-    void add_what_actions_saved();
+    bool take_notes(const Actions::Action &action);
+    int write_record();
     void add_entry(const std::string &end);
     int finish();
     int await_confirmation();
@@ -95,7 +96,8 @@ class Commit {
     Report &report_;
     Proposal proposal_;
     UndoRecord record_;
-    bool has_begun_ = false; // something may have changed
+    std::size_t further_ = 0; // noted actions that are in the record
+    bool has_begun_ = false;  // something may have changed
 };
 
 Commit::Step Commit::refuse(std::string api, std::string error)
@@ -125,7 +127,12 @@ void Commit::describe(const FileWrites &writes)
                      .command = order_.command,
                      .text = order_.text};
     for (const Proposed &p : proposal_.values)
-        record_.values.push_back({p.api, p.before, p.after, p.saves, p.applies, p.secret});
+        record_.values.push_back({.api = p.api,
+                                  .before = p.before,
+                                  .after = p.after,
+                                  .saves = p.saves,
+                                  .applies = p.applies,
+                                  .secret = p.secret});
     for (const FileWrites::Rewrite &rewrite : writes.rewrites()) {
         if (!rewrite.is_device)
             record_.files.push_back({rewrite.file, rewrite.before, text_hash(rewrite.after)});
@@ -184,12 +191,7 @@ Commit::Step Commit::write_files()
     if (writes->has_failed())
         return refuse_unwritten(*writes);
     describe(*writes);
-    int error = 0;
-    {
-        const Unlocked unlocked;
-        error = write_undo_record(record_);
-    }
-    if (error)
+    if (const int error = write_record())
         return refuse(kCommit, std::string("##Can not record how to undo it: ") + std::strerror(error) + "#");
     has_begun_ = true;
     writes->commit(FileWrites::Extent::all);
@@ -210,36 +212,69 @@ int Commit::run_actions()
         const Actions::Action &action = record_.actions[i];
         const int status = run_action(request_, action);
         report_.actions.push_back({action.call, status});
-        if (status == 0)
-            continue;
+        const bool more_to_undo = take_notes(action);
+        if (status == 0) {
+            const int error = more_to_undo ? write_record() : 0;
+            if (!error)
+                continue;
+            const std::string why = std::string("it can not be recorded: ") + std::strerror(error);
+            refuse(kCommit, "##" + why + "#");
+            return fail(why, i + 1);
+        }
         refuse(action.apis.front(), API_E_APPLY_FAILED);
         return fail(action.call + ": " + status_text(status), i + 1);
     }
-    add_what_actions_saved();
     return order_.confirm ? await_confirmation() : finish();
 }
 
-// An action that loads a profile saves what that holds.
-void Commit::add_what_actions_saved()
+// An action that loads a profile sets what that holds, and applies or saves it. False: it did nothing.
+bool Commit::take_notes(const Actions::Action &action)
 {
     if (!request_.notes)
-        return;
+        return false;
+    bool more = false;
     for (const ValueChange &change : request_.notes->values) {
-        const bool known =
-            std::ranges::find(record_.values, change.api, &UndoRecord::Value::api) != record_.values.end();
-        if (!known && !change.secret)
-            record_.values.push_back({change.api, change.before, change.after, true, false, false, true});
+        if (change.before == change.after)
+            continue;
+        const auto known = std::ranges::find(record_.values, change.api, &UndoRecord::Value::api);
+        if (known == record_.values.end()) {
+            record_.values.push_back({.api = change.api,
+                                      .before = change.before,
+                                      .after = change.after,
+                                      .saves = true,
+                                      .secret = change.secret,
+                                      .by_value = true,
+                                      .loaded = change.after});
+        } else if (known->loaded.value_or(known->after) != change.after) {
+            known->loaded = change.after;
+            const auto p = std::ranges::find(proposal_.values, change.api, &Proposed::api);
+            if (p != proposal_.values.end())
+                p->after = change.after;
+        } else {
+            continue;
+        }
+        more = true;
     }
+    for (; further_ < request_.notes->actions.size(); ++further_) {
+        record_.further.push_back({request_.notes->actions[further_].action, {action.apis.front()}});
+        more = true;
+    }
+    return more;
+}
+
+int Commit::write_record()
+{
+    const Unlocked unlocked;
+    return write_undo_record(record_);
 }
 
 // Puts everything back and tells of it; 1.
 int Commit::fail(const std::string &why, std::size_t actions)
 {
-    add_what_actions_saved();
     Standing standing{.record = record_, .state = Standing::State::undecided, .why = why};
     auto [problems, lost] = put_files_back(record_);
-    standing.is_undone = problems.empty();
-    put_proposal_back(proposal_.values);
+    const bool is_undone = problems.empty();
+    put_proposal_back(proposal_.values, record_);
     report_.undone = run_actions_again(request_, record_, actions);
     add_entry("undone: " + why);
     if (problems.empty()) {
@@ -256,6 +291,8 @@ int Commit::fail(const std::string &why, std::size_t actions)
     }
     if (!problems.empty()) {
         standing.number = report_.entry;
+        if (is_undone)
+            standing.undone_by = report_.entry;
         standing.due = deadline_in(std::chrono::seconds(5));
         stand(std::move(standing));
     }
@@ -268,7 +305,8 @@ void Commit::add_entry(const std::string &end)
     HistoryEntry entry = record_.entry;
     entry.end = end;
     for (const UndoRecord::Value &value : record_.values)
-        entry.values.push_back(value_change(value.api, value.before, value.after, value.secret));
+        entry.values.push_back(
+            value_change(value.api, value.before, value.loaded.value_or(value.after), value.secret));
     entry.actions = report_.actions;
     const HistoryResult added = history_add(entry);
     report_.entry = added.number;
@@ -300,18 +338,6 @@ int Commit::finish()
 
 int Commit::await_confirmation()
 {
-    if (std::ranges::any_of(record_.values, &UndoRecord::Value::by_value)) {
-        int error = 0;
-        {
-            const Unlocked unlocked;
-            error = write_undo_record(record_);
-        }
-        if (error) {
-            const std::string why = std::string("it can not be recorded: ") + std::strerror(error);
-            refuse(kCommit, "##" + why + "#");
-            return fail(why, record_.actions.size());
-        }
-    }
     add_entry("awaits confirmation");
     stand({.record = record_, .number = report_.entry, .due = deadline_in(*order_.confirm)});
     report_.left = order_.confirm;

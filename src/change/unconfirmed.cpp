@@ -184,7 +184,7 @@ void undo_standing(Request &request, Report &report)
         standing->state = Standing::State::undecided;
         stand_until(std::chrono::steady_clock::now() + kTryAgain);
     };
-    if (!undone.is_undone) {
+    if (!undone.undone_by) {
         const PutBack files = put_files_back(undone.record);
         complain(files.lost);
         if (!files.problems.empty())
@@ -194,8 +194,7 @@ void undo_standing(Request &request, Report &report)
             report.values.push_back(std::move(change));
         report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
         note_in_history(request, undone, report);
-        notify_publish_on("rollback", "entry", std::to_string(report.entry));
-        standing->is_undone = true;
+        standing->undone_by = report.entry;
     }
     FileResult removed;
     {
@@ -204,6 +203,7 @@ void undo_standing(Request &request, Report &report)
     }
     if (removed.error && removed.error != ENOENT)
         return later({"its record stays"});
+    notify_publish_on("rollback", "entry", std::to_string(standing->undone_by.value_or(0)));
     stand_no_more();
 }
 

@@ -24,9 +24,9 @@ struct Standing {
     std::int64_t number = 0; ///< its entry; 0: it has none
     State state = State::awaiting;
     Deadline due = {};
-    std::string why = "not confirmed in time"; ///< it is undone
-    std::vector<ValueChange> undone = {};      ///< what was put back already
-    bool is_undone = false;                    ///< only its record is left
+    std::string why = "not confirmed in time";            ///< it is undone
+    std::vector<ValueChange> undone = {};                 ///< what was put back already
+    std::optional<std::int64_t> undone_by = std::nullopt; ///< the entry that says so: only its record is left
 };
 
 /// Null: there is none. Good as long as the command lock is held.

@@ -6,6 +6,7 @@
 #include "base/replacement.h"
 #include "base/save_lock.h"
 #include "change/assignment.h"
+#include "funcs/apply_map.h"
 #include "funcs/file_writes.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -35,14 +36,15 @@ struct Ours {
     bool applied = false;
 };
 
-Ours what_is_ours(Api &api, std::string_view after)
+template <class IsOurs>
+Ours what_is_ours(Api &api, const IsOurs &is_ours)
 {
-    const bool same = shown_setting(api) == after;
+    const bool same = is_ours(shown_setting(api));
     const bool mod = api.is_raised(Api::Flag::mod);
     const bool noapp = api.is_raised(Api::Flag::noapp);
     const Pending pending = pending_of(api.name());
-    return {same && !mod && !noapp, mod ? pending.saved == after : same,
-            noapp ? pending.applied == after : same};
+    return {same && !mod && !noapp, mod ? pending.saved && is_ours(*pending.saved) : same,
+            noapp ? pending.applied && is_ours(*pending.applied) : same};
 }
 
 // Where somebody set the API since, his change is one of the value before.
@@ -139,7 +141,7 @@ PutBack put_files_back(const UndoRecord &record)
         Api *api = value.saves ? find_api(value.api) : nullptr;
         if (!api || (!value.by_value && !has_no_text(*api) && !is_in(*api, texts.written)))
             continue;
-        if (!api->is_dynamic() && saved_value(*api) != value.after && saved_value(*api) != value.before)
+        if (!api->is_dynamic() && !value.has(saved_value(*api)) && saved_value(*api) != value.before)
             continue; // somebody saved another one since
         writes.add(value.api, value.before);
         written.push_back(&value);
@@ -156,35 +158,53 @@ PutBack put_files_back(const UndoRecord &record)
     return texts.result;
 }
 
+namespace {
+
+// False: somebody set another one since.
+bool put_value_back(Api &api, const UndoRecord::Value &value)
+{
+    const Ours ours = what_is_ours(api, [&](std::string_view one) { return value.has(one); });
+    const bool is_ours = ours.value || shown_setting(api) == value.loaded;
+    if (is_ours)
+        store_setting(api, value.before);
+    if (is_ours && value.loaded)
+        flags_put_back(value.api, false, false, {}); // those that the action raised
+    else
+        flag_back(value.api, value.before, value.saves && !api.is_dynamic() && ours.saved,
+                  value.applies && ours.applied);
+    if (!is_ours)
+        return false;
+    publish(api);
+    qv_log_print(kLogNotice, "Undo %s=%s\n", value.api.c_str(), api.for_log(value.before).c_str());
+    return true;
+}
+
+} // namespace
+
 std::vector<ValueChange> put_values_back(const UndoRecord &record)
 {
     std::vector<ValueChange> changes;
     for (const UndoRecord::Value &value : record.values) {
         Api *api = find_api(value.api);
-        if (!api)
-            continue;
-        const Ours ours = what_is_ours(*api, value.after);
-        if (ours.value)
-            store_setting(*api, value.before);
-        flag_back(value.api, value.before, value.saves && !api->is_dynamic() && ours.saved,
-                  value.applies && ours.applied);
-        if (!ours.value)
-            continue;
-        changes.push_back(value_change(value.api, value.after, value.before, value.secret));
-        publish(*api);
-        qv_log_print(kLogNotice, "Undo %s=%s\n", value.api.c_str(), api->for_log(value.before).c_str());
+        if (api && put_value_back(*api, value))
+            changes.push_back(
+                value_change(value.api, value.loaded.value_or(value.after), value.before, value.secret));
     }
     return changes;
 }
 
-void put_proposal_back(const std::vector<Proposed> &values)
+void put_proposal_back(const std::vector<Proposed> &values, const UndoRecord &record)
 {
+    for (const UndoRecord::Value &value : record.values) {
+        if (Api *api = value.by_value ? find_api(value.api) : nullptr)
+            put_value_back(*api, value);
+    }
     for (const Proposed &p : values) {
         Api *api = find_api(p.api);
         if (!api)
             continue;
         if (shown_setting(*api) != p.after) {
-            const Ours ours = what_is_ours(*api, p.after);
+            const Ours ours = what_is_ours(*api, [&](std::string_view one) { return one == p.after; });
             flag_back(p.api, p.before, p.saves && !p.dynamic && ours.saved, p.applies && ours.applied);
             continue;
         }
@@ -201,8 +221,13 @@ void put_proposal_back(const std::vector<Proposed> &values)
 std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count)
 {
     std::vector<ActionRun> runs;
+    const auto run = [&](const Actions::Action &action) {
+        if (!afuncmap_sets_settings(action.call))
+            runs.push_back({action.call, run_action(request, action)});
+    };
     for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i)
-        runs.push_back({record.actions[i].call, run_action(request, record.actions[i])});
+        run(record.actions[i]);
+    std::ranges::for_each(record.further, run);
     return runs;
 }
 

@@ -23,9 +23,10 @@ PutBack put_files_back(const UndoRecord &record);
 std::vector<ValueChange> put_values_back(const UndoRecord &record);
 
 /// The same for a commit that failed: settings and flags are as they were when it was proposed.
-void put_proposal_back(const std::vector<Proposed> &values);
+void put_proposal_back(const std::vector<Proposed> &values, const UndoRecord &record);
 
-/// Runs its actions again. Lets go of the command lock.
+/// Runs its actions again, but for those that set settings: what they set came back. Lets go of the command
+/// lock.
 std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count);
 
 } // namespace qvcd

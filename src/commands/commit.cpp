@@ -143,7 +143,7 @@ const CommandRecord commitRecord = {
         "that is running is waited for; with -n it is not. -j gives one line of JSON. An action must not "
         "commit.",
     .assigns = true,
-    .recorded = ChangeNotes::Level::lasting,
+    .recorded = ChangeNotes::Level::all,
 };
 
 const CommandRecord confirmRecord = {

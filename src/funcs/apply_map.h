@@ -14,6 +14,9 @@ int cmd_create_afuncmap_hdf(); ///< logs the map's size; 0
 int afuncmap_apply_direct(Request &request, std::string_view action, std::string_view api,
                           std::string_view call, int &result);
 
+/// Whether the call sets, applies or saves other settings: it loads a profile.
+bool afuncmap_sets_settings(std::string_view call);
+
 /// Fills the functions that load the profile which an API's value names: the profile commands lie above this
 /// map. Returns 0 for success.
 void afuncmap_set_profile_loader(int (*loader)(Request &request, const std::string &api));

@@ -33,6 +33,11 @@ Write.only: perm = 7772; read = kv_rfunc; write = kv_wfunc; file = /etc/w.conf; 
 Write.only: default = hushed
 Private.note: perm = 7777; private = true; read = kv_rfunc; write = kv_wfunc; file = /etc/w.conf; attr = p
 Private.note: type = string_length 0 99; default = hushed
+System.Configuration.Profiles: perm = 7777; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/unit.conf
+System.Configuration.Profiles.current: attr = UNIT; type = blank,profile; default =; apply = profile_apply current
+G.Profiles: perm = 7777; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/group.conf
+G.Profiles.name: attr = NAME; type = blank,profile2; default =; apply = profile2_apply
+G.Profiles.desc: attr = DESC; type = blank,string_length 1 255; default =; apply = no_apply
 Dev.line: perm = 7777; write = io_wfunc; file = /dev.line; attr = line; type = string_length 0 99; default = d
 Bare.note: perm = 7777; read = kv_rfunc; file = /etc/bare.conf; attr = note; type = string_length 0 99; default = n
 """)
@@ -341,6 +346,29 @@ def test_the_daemon_ends_while_it_undoes(a):
     assert state(a) == before
 
 
+@pytest.mark.parametrize("end", ["fail", "abort", "kill"])
+@pytest.mark.parametrize("selection", ["System.Configuration.Profiles.current", "G.Profiles.name"])
+def test_a_profile_that_is_loaded_is_undone(a, selection, end):
+    a.write("/etc/profiles/P.hdf", "A {\n port = 9\n name = prof\n key = pk\n}\nG {\n Profiles {\n  name = P\n  desc = T\n}\n}\n")
+    everything = state(a), a.command("get").lines
+    values = f"A.port=5 {selection}=P B.only=c"
+    if end == "fail":
+        a.write("/fail.b", "")
+        assert a.command(f"commit {values}").lines[-2:] == ["Commit.end=undone", "Commit=1"]
+    else:
+        assert a.command(f"commit -c 600 {values}").code == 0
+        assert (a.get("A.port"), a.get("A.name")) == ("9", "prof")
+    if end == "abort":
+        assert a.command("abort").code == 0
+    elif end == "kill":
+        a.kill()
+        a.start()
+        wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
+    assert (state(a), a.command("get").lines) == everything
+    assert ran(a)[-1].endswith(" 1")
+    assert b"pk" not in b"".join(p.read_bytes() for p in a.path("/var/lib/qv").iterdir())
+
+
 def test_a_device_that_fails_keeps_nothing_from_ending(a):
     a.path("/dev.line").symlink_to("/dev/full")
     reply = a.command("commit A.port=5 Dev.line=x")
@@ -408,6 +436,14 @@ def test_history_of_the_other_commands(a):
     assert text[1:] == ["    A.port=3 -> 4", "    apply: syscall $QV_SYSROOT/act port"]
 
 
+def test_what_has_become_a_password_is_hidden(a):
+    a.command("commit A.name=geheim")
+    a.stop()
+    a.write("/usr/share/qvapi/apimeta.hdf", META.replace("A.name.type = string_length 0 99", "A.name.type = password"))
+    a.start()
+    assert a.command("history").lines[1] == "    A.name=******* -> *******"
+
+
 def test_rollback(a):
     start = state(a)
     for line in ["commit A.port=2", "commit A.port=3 A.key=k", "update A.name=y", "commit B.only=c"]:
@@ -421,6 +457,19 @@ def test_rollback(a):
     assert a.command("rollback 1").code == 0
     a.command("commit A.key=none")
     assert state(a) == start
+
+
+def test_a_damaged_record_stops_nothing(a):
+    a.command("commit -c 600 A.port=5")
+    a.kill()
+    record = a.path("/var/lib/qv/commit.undo").read_bytes()
+    for damaged in [b"", record[:-1], record.replace(b"A.port", b"A.name"), b"\x81" * 1000000]:
+        a.write("/var/lib/qv/commit.undo", damaged)
+        a.start()
+        assert a.command("commit A.port=6").code == 0
+        assert a.path("/var/lib/qv/commit.undo.damaged").read_bytes() == damaged
+        a.command("commit A.port=5")
+        a.stop()
 
 
 def test_damaged_history_stops_nothing(a):
