@@ -33,6 +33,7 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
 constexpr auto kGrace = 1s;       // between SIGTERM and SIGKILL
+constexpr auto kEnding = 3s;      // what to end a group takes, and some more
 constexpr auto kLong = 10s;       // the log names who runs for so long
 constexpr auto kLookAgain = 20ms; // where the kernel cannot tell of a child's end
 constexpr std::size_t kLoggedBytes = 255;
@@ -249,8 +250,9 @@ std::optional<int> run(const std::string &command, milliseconds limit, const std
         return std::nullopt;
     }
     const Unlocked unlocked;
-    auto turn = std::make_unique<Turn>(key, deadline_in(bounded(limit)),
-                                       output ? Turn::Result::shared : Turn::Result::own);
+    const milliseconds patience = bounded(output ? limit : limit + kEnding);
+    auto turn =
+        std::make_unique<Turn>(key, deadline_in(patience), output ? Turn::Result::shared : Turn::Result::own);
     if (output && turn->shared()) {
         output->set(*turn->shared());
         return 0;

@@ -15,7 +15,8 @@ namespace qvcd {
 // Nothing waits for ever: a command that is over its limit is ended with its whole group, SIGTERM first and
 // SIGKILL a second later. What a command leaves behind when its shell ends is neither ended nor waited for.
 // Of one command text (or one key) only one runs at a time; the next one waits its turn, at most as long as
-// its own limit. Several who want the output of the same command share what one of them gets, when it was
+// its own limit; one whose output nobody wants has some seconds more, in which one before it with the same
+// limit is ended. Several who want the output of the same command share what one of them gets, when it was
 // begun after they came. Whatever is given up is logged as a warning.
 
 inline constexpr std::chrono::seconds kShellReadLimit{10};

@@ -58,10 +58,16 @@ Actions::Added Actions::add(const std::string &api)
     return added;
 }
 
-int run_action(Request &request, const Actions::Action &action)
+bool runs_later(const Actions::Action &action)
 {
+    return afuncmap_without_delay(action.call).has_value();
+}
+
+int run_action(Request &request, const Actions::Action &action, Delay delay)
+{
+    const auto call = delay == Delay::none ? afuncmap_without_delay(action.call) : std::nullopt;
     int status = 0;
-    afuncmap_apply_direct(request, "apply", action.apis.front(), action.call, status);
+    afuncmap_apply_direct(request, "apply", action.apis.front(), call.value_or(action.call), status);
     if (status != 0) {
         qv_log_print(kLogWarning, "Can not apply %s\n", action.apis.front().c_str());
         qv_log_print(kLogWarning, "  %s: %s\n", action.call.c_str(), status_text(status).c_str());

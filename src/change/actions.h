@@ -37,9 +37,15 @@ class Actions {
     std::vector<Action> actions_;
 };
 
-/// Runs one. Returns its status: 0 for success, else the wait status of what it ran
-/// (waitpid(2)) or another number. Lets go of the command lock.
-int run_action(Request &request, const Actions::Action &action);
+/// Of actions that ask to run later, so that the client has its reply before they cut it off.
+enum class Delay { kept, none };
+
+bool runs_later(const Actions::Action &action);
+
+/// Runs one; with its delay kept it may run after this has returned 0, or never when the daemon ends. Returns
+/// its status: 0 for success, else the wait status of what it ran (waitpid(2)) or another number. Lets go of
+/// the command lock.
+int run_action(Request &request, const Actions::Action &action, Delay delay = Delay::kept);
 
 /// "exit status 3", "ended by signal 15", "failed": what to say of a status that is not 0.
 std::string status_text(int status);

@@ -4,7 +4,6 @@
 #include "base/notify.h"
 #include "base/replace_journal.h"
 #include "base/save_lock.h"
-#include "base/turn.h"
 #include "change/assignment.h"
 #include "change/history.h"
 #include "change/unconfirmed.h"
@@ -26,29 +25,6 @@ namespace qvcd {
 namespace {
 
 constexpr char kCommit[] = "Commit"; // what an error is about that is no API's
-constexpr char kTurn[] = "qvcd: commit";
-constexpr std::size_t kMaxWaiting = 24; // commits, for the one that runs
-
-std::size_t waiting = 0; // for their turn, or in it; under the command lock
-
-// One commit after the other. Who waits takes a place that other commands may need, the one before them, too.
-class CommitTurn {
-  public:
-    explicit CommitTurn(bool wait)
-    {
-        if (waiting++ > kMaxWaiting)
-            return;
-        const Unlocked unlocked;
-        turn_.emplace(kTurn, wait ? deadline_in(kCommitWait) : std::chrono::steady_clock::now());
-    }
-    ~CommitTurn() { --waiting; }
-    CommitTurn(const CommitTurn &) = delete;
-    CommitTurn &operator=(const CommitTurn &) = delete;
-    bool mine() const { return turn_ && turn_->mine(); }
-
-  private:
-    std::optional<Turn> turn_;
-};
 
 std::string new_key()
 {
@@ -67,8 +43,8 @@ void publish(const char *event, const Api &api)
 // One commit on its way.
 class Commit {
   public:
-    Commit(Request &request, const CommitOrder &order, Report &report)
-        : request_(request), order_(order), report_(report)
+    Commit(Request &request, const CommitOrder &order, Report &report, CommitTurn turn)
+        : request_(request), order_(order), report_(report), turn_(std::move(turn))
     {
     }
 
@@ -94,6 +70,7 @@ class Commit {
     Request &request_;
     const CommitOrder &order_;
     Report &report_;
+    const CommitTurn turn_;
     Proposal proposal_;
     UndoRecord record_;
     std::size_t further_ = 0; // noted actions that are in the record
@@ -275,9 +252,12 @@ int Commit::fail(const std::string &why, std::size_t actions)
     auto [problems, lost] = put_files_back(record_);
     const bool is_undone = problems.empty();
     put_proposal_back(proposal_.values, record_);
-    report_.undone = run_actions_again(request_, record_, actions);
+    RunAgain again = run_actions_again(request_, record_, actions, Delay::kept);
+    report_.undone = std::move(again.runs);
+    report_.end = "undone";
     add_entry("undone: " + why);
-    if (problems.empty()) {
+    standing.number = report_.entry;
+    if (is_undone && again.left.empty()) {
         const Unlocked unlocked;
         const FileResult removed = remove_undo_record();
         if (removed.error && removed.error != ENOENT)
@@ -289,14 +269,15 @@ int Commit::fail(const std::string &why, std::size_t actions)
             qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
         }
     }
-    if (!problems.empty()) {
-        standing.number = report_.entry;
+    if (is_undone && !again.left.empty()) {
+        standing.turn = turn_;
+        stand_for_actions(std::move(standing), std::move(again.left));
+    } else if (!problems.empty()) {
         if (is_undone)
             standing.undone_by = report_.entry;
         standing.due = deadline_in(std::chrono::seconds(5));
         stand(std::move(standing));
     }
-    report_.end = "undone";
     return 1;
 }
 
@@ -359,7 +340,7 @@ bool may_settle(const Request &request, const UndoRecord &record)
 }
 
 // The commit that waits for its confirmation, where the caller may settle it; null: the report says why not.
-Standing *take_standing(const Request &request, std::int64_t number, Report &report)
+Standing *find_standing(const Request &request, std::int64_t number, Report &report)
 {
     Standing *standing = standing_commit();
     if (!standing || standing->state != Standing::State::awaiting ||
@@ -374,20 +355,29 @@ Standing *take_standing(const Request &request, std::int64_t number, Report &rep
     return standing;
 }
 
+// The same, for who settles it now: his is the turn.
+Standing *take_standing(const Request &request, std::int64_t number, Report &report, CommitTurn &turn)
+{
+    if (!find_standing(request, number, report))
+        return nullptr;
+    turn = commit_turn(kCommitPatience);
+    return find_standing(request, number, report);
+}
+
 } // namespace
 
 int commit(Request &request, const CommitOrder &order, Report &report,
            const std::function<void(Report &)> &tell)
 {
-    const CommitTurn turn(order.wait);
-    if (!turn.mine())
+    const CommitTurn turn = commit_turn(order.wait ? kCommitPatience : std::chrono::seconds(0));
+    if (!turn)
         return refuse(report, "##Another commit is running#");
     if (const Standing *standing = standing_commit())
         return refuse(report, standing->state == Standing::State::awaiting
                                   ? "##Commit " + std::to_string(standing->number) + " awaits confirmation#"
                                   : "##A commit is being undone#");
     refresh_live_values(request, order.assignments);
-    Commit commit(request, order, report);
+    Commit commit(request, order, report, turn);
     switch (commit.write_files()) {
     case Commit::Step::nothing_to_do:
         return 0;
@@ -417,7 +407,8 @@ std::optional<Unconfirmed> unconfirmed_commit()
 int confirm_commit(const Request &request, std::int64_t number, std::optional<std::chrono::seconds> more,
                    Report &report)
 {
-    Standing *standing = take_standing(request, number, report);
+    CommitTurn turn;
+    Standing *standing = take_standing(request, number, report, turn);
     if (!standing)
         return 1;
     report.entry = standing->number;
@@ -446,12 +437,14 @@ int confirm_commit(const Request &request, std::int64_t number, std::optional<st
 
 int abort_commit(Request &request, std::int64_t number, Report &report)
 {
-    Standing *standing = take_standing(request, number, report);
+    CommitTurn turn;
+    Standing *standing = take_standing(request, number, report, turn);
     if (!standing)
         return 1;
     standing->state = Standing::State::settling;
     standing->why = "aborted";
-    undo_standing(request, report);
+    standing->turn = turn;
+    undo_standing(request, report, Delay::kept);
     for (ValueChange &value : report.values) {
         if (!MetaApi(value.api).visible_to(request.mask))
             value = value_change(value.api, value.before, value.after, true);
@@ -472,7 +465,8 @@ void recover_commit()
            .state = Standing::State::undecided,
            .due = Deadline::max(),
            .why = "the daemon ended before it was settled",
-           .undone = std::move(undone)});
+           .undone = std::move(undone),
+           .turn = commit_turn(std::chrono::seconds(0))});
 }
 
 void start_commits()

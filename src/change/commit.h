@@ -13,11 +13,9 @@
 namespace qvcd {
 
 // A commit sets, saves and applies values as one: it happens whole or not at all, also when the daemon or the
-// appliance ends in the middle (change/undo_record.h). One runs at a time. One that is to be confirmed is
-// undone by itself when that does not happen in time, and at the daemon's next start; until then no other
-// may begin.
-
-inline constexpr std::chrono::minutes kCommitWait{10}; ///< for the commit before
+// appliance ends in the middle (change/undo_record.h). One runs at a time (change/unconfirmed.h). One that is
+// to be confirmed is undone by itself when that does not happen in time, and at the daemon's next start;
+// until then no other may begin.
 
 struct CommitOrder {
     Args assignments = {}; ///< "name=value", escaped; none: what waits to be saved or applied

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <ctime>
 #include <mutex>
 #include <system_error>
@@ -19,6 +20,9 @@ namespace {
 
 constexpr std::chrono::seconds kTryAgain{5};
 constexpr std::chrono::milliseconds kStopPatience{500}; // behind that of the command lock
+constexpr std::chrono::seconds kReplyFirst{1};          // as metadata delays what cuts off a client
+constexpr char kTurn[] = "qvcd: commit";
+constexpr std::size_t kMaxWaiting = 24; // commits, for the one that runs
 
 std::optional<Standing> standing; // under the command lock
 
@@ -67,18 +71,29 @@ Clock &the_clock()
     return *clock;
 }
 
+bool is_due()
+{
+    return standing && standing->state != Standing::State::settling &&
+           standing->due <= std::chrono::steady_clock::now();
+}
+
+// Nobody is cut off who waits for a reply, so that no action has to run later.
 void undo_what_is_due()
 {
     const CommandLock lock;
-    if (!lock.held() || !standing || standing->state == Standing::State::settling ||
-        standing->due > std::chrono::steady_clock::now())
+    if (!lock.held() || !is_due())
         return;
-    qv_log_print(kLogWarning, "Commit %lld is undone: %s\n", static_cast<long long>(standing->number),
-                 standing->why.c_str());
+    const CommitTurn turn = standing->turn ? standing->turn : commit_turn(kCommitPatience);
+    if (!is_due()) // any more
+        return;
+    standing->turn = turn;
     standing->state = Standing::State::settling;
+    if (!standing->record.values.empty())
+        qv_log_print(kLogWarning, "Commit %lld is undone: %s\n", static_cast<long long>(standing->number),
+                     standing->why.c_str());
     Request request(kInternalMask);
     Report report;
-    undo_standing(request, report);
+    undo_standing(request, report, Delay::none);
 }
 
 void Clock::run()
@@ -142,6 +157,22 @@ void note_in_history(const Request &request, const Standing &undone, Report &rep
 
 } // namespace
 
+// Who waits takes a place that other commands may need, those of the actions that he waits for, too.
+CommitTurn commit_turn(std::chrono::seconds patience)
+{
+    static std::size_t waiting = 0; // under the command lock
+    if (waiting == kMaxWaiting)
+        return nullptr;
+    auto turn = std::shared_ptr<Turn>();
+    ++waiting;
+    {
+        const Unlocked unlocked;
+        turn = std::make_shared<Turn>(kTurn, deadline_in(patience));
+    }
+    --waiting;
+    return turn->mine() ? turn : nullptr;
+}
+
 Standing *standing_commit()
 {
     return standing ? &*standing : nullptr;
@@ -169,41 +200,90 @@ void stand_no_more()
     standing.reset();
 }
 
-void undo_standing(Request &request, Report &report)
+void stand_for_actions(Standing undone, std::vector<Actions::Action> actions)
+{
+    undone.record.values.clear(); // who gives them the same values now keeps them
+    undone.record.files.clear();
+    undone.record.actions = std::move(actions);
+    undone.state = Standing::State::undecided;
+    int error = 0;
+    {
+        const Unlocked unlocked;
+        error = write_undo_record(undone.record);
+    }
+    if (error)
+        qv_log_print(kLogError, "Can not record what is left of undoing commit %lld: %s\n",
+                     static_cast<long long>(undone.number), std::strerror(error));
+    undone.due = deadline_in(kReplyFirst);
+    stand(std::move(undone));
+}
+
+namespace {
+
+void complain(const Standing &undone, const std::vector<std::string> &problems, Report &report)
+{
+    for (const std::string &problem : problems) {
+        report.errors.push_back({"Commit", "##Can not undo: " + problem + "#"});
+        qv_log_print(kLogError, "Can not undo commit %lld: %s\n", static_cast<long long>(undone.number),
+                     problem.c_str());
+    }
+}
+
+void try_again_later()
+{
+    standing->state = Standing::State::undecided;
+    standing->turn = nullptr;
+    stand_until(std::chrono::steady_clock::now() + kTryAgain);
+}
+
+// False when its files cannot be put back now.
+bool undo(Request &request, const Standing &undone, Delay delay, Report &report, RunAgain &again)
+{
+    const PutBack files = put_files_back(undone.record);
+    complain(undone, files.lost, report);
+    complain(undone, files.problems, report);
+    if (!files.problems.empty())
+        return false;
+    report.values = undone.undone;
+    for (ValueChange &change : put_values_back(undone.record))
+        report.values.push_back(std::move(change));
+    again = run_actions_again(request, undone.record, undone.record.actions.size(), delay);
+    report.undone = std::move(again.runs);
+    return true;
+}
+
+} // namespace
+
+void undo_standing(Request &request, Report &report, Delay delay)
 {
     const Standing undone = *standing;
-    const auto complain = [&](const std::vector<std::string> &problems) {
-        for (const std::string &problem : problems) {
-            report.errors.push_back({"Commit", "##Can not undo: " + problem + "#"});
-            qv_log_print(kLogError, "Can not undo commit %lld: %s\n", static_cast<long long>(undone.number),
-                         problem.c_str());
-        }
-    };
-    const auto later = [&](const std::vector<std::string> &problems) {
-        complain(problems);
-        standing->state = Standing::State::undecided;
-        stand_until(std::chrono::steady_clock::now() + kTryAgain);
+    const bool is_told = undone.record.values.empty(); // what is left are actions
+    const auto tell = [&](std::int64_t entry) {
+        if (!is_told)
+            notify_publish_on("rollback", "entry", std::to_string(entry));
     };
     if (!undone.undone_by) {
-        const PutBack files = put_files_back(undone.record);
-        complain(files.lost);
-        if (!files.problems.empty())
-            return later(files.problems);
-        report.values = undone.undone;
-        for (ValueChange &change : put_values_back(undone.record))
-            report.values.push_back(std::move(change));
-        report.undone = run_actions_again(request, undone.record, undone.record.actions.size());
-        note_in_history(request, undone, report);
+        RunAgain again;
+        if (!undo(request, undone, delay, report, again))
+            return try_again_later();
+        if (!is_told)
+            note_in_history(request, undone, report);
         standing->undone_by = report.entry;
+        if (!again.left.empty()) {
+            stand_for_actions(undone, std::move(again.left));
+            return tell(report.entry);
+        }
     }
     FileResult removed;
     {
         const Unlocked unlocked;
         removed = remove_undo_record();
     }
-    if (removed.error && removed.error != ENOENT)
-        return later({"its record stays"});
-    notify_publish_on("rollback", "entry", std::to_string(standing->undone_by.value_or(0)));
+    if (removed.error && removed.error != ENOENT) {
+        complain(undone, {"its record stays"}, report);
+        return try_again_later();
+    }
+    tell(*standing->undone_by);
     stand_no_more();
 }
 

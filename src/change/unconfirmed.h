@@ -1,10 +1,13 @@
 #pragma once
 
+#include "base/turn.h"
 #include "change/report.h"
 #include "change/undo_record.h"
 #include "platform/socket.h"
 
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -12,6 +15,12 @@ namespace qvcd {
 
 // The one commit that is done and not settled: it waits to be confirmed, or to be undone. All under the
 // command lock.
+
+/// One commits, or settles a commit, at a time. Null: it was not one's turn within `patience`. Lets go of the
+/// command lock.
+using CommitTurn = std::shared_ptr<Turn>;
+inline constexpr std::chrono::minutes kCommitPatience{10};
+CommitTurn commit_turn(std::chrono::seconds patience);
 
 struct Standing {
     enum class State {
@@ -27,6 +36,7 @@ struct Standing {
     std::string why = "not confirmed in time";            ///< it is undone
     std::vector<ValueChange> undone = {};                 ///< what was put back already
     std::optional<std::int64_t> undone_by = std::nullopt; ///< the entry that says so: only its record is left
+    CommitTurn turn = {};                                 ///< of whoever undoes it
 };
 
 /// Null: there is none. Good as long as the command lock is held.
@@ -42,9 +52,13 @@ void stand_until(Deadline due);
 void stand_no_more();
 
 /// Undoes it: files, settings, actions, and in the history. What goes wrong is among the report's errors;
-/// what is not undone then is tried again every few seconds. Its state is `settling`. Lets go of the command
-/// lock.
-void undo_standing(Request &request, Report &report);
+/// what is not undone then is tried again every few seconds. With delays kept some actions may be left for
+/// later. Its state is `settling`, and the turn is its own. Lets go of the command lock.
+void undo_standing(Request &request, Report &report, Delay delay);
+
+/// From now on there is this commit of which nothing is left to undo but these actions, which run as soon as
+/// the client has its reply, or at the next start. Lets go of the command lock.
+void stand_for_actions(Standing undone, std::vector<Actions::Action> actions);
 
 /// Ends the thread that watches the time. False when it is undoing one, and left behind.
 /// Ends the thread that watches the time, when no command can run any more. False: it is left behind, in the

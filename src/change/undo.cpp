@@ -218,17 +218,21 @@ void put_proposal_back(const std::vector<Proposed> &values, const UndoRecord &re
     }
 }
 
-std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count)
+RunAgain run_actions_again(Request &request, const UndoRecord &record, std::size_t count, Delay delay)
 {
-    std::vector<ActionRun> runs;
+    RunAgain again;
     const auto run = [&](const Actions::Action &action) {
-        if (!afuncmap_sets_settings(action.call))
-            runs.push_back({action.call, run_action(request, action)});
+        if (afuncmap_sets_settings(action.call))
+            return;
+        const bool is_left = delay == Delay::kept && runs_later(action);
+        if (is_left)
+            again.left.push_back(action);
+        again.runs.push_back({action.call, is_left ? 0 : run_action(request, action, delay)});
     };
     for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i)
         run(record.actions[i]);
     std::ranges::for_each(record.further, run);
-    return runs;
+    return again;
 }
 
 } // namespace qvcd

@@ -25,8 +25,15 @@ std::vector<ValueChange> put_values_back(const UndoRecord &record);
 /// The same for a commit that failed: settings and flags are as they were when it was proposed.
 void put_proposal_back(const std::vector<Proposed> &values, const UndoRecord &record);
 
-/// Runs its actions again, but for those that set settings: what they set came back. Lets go of the command
-/// lock.
-std::vector<ActionRun> run_actions_again(Request &request, const UndoRecord &record, std::size_t count);
+/// Actions of a commit that ran again, with the old values.
+struct RunAgain {
+    std::vector<ActionRun> runs;
+    std::vector<Actions::Action> left; ///< told among the runs, and still to be run
+};
+
+/// Runs its first `count` actions again, and those that they had run, but for those that set settings: what
+/// they set came back. With delays kept those that run later are left: their delay is for a
+/// client, and this must not be forgotten. Lets go of the command lock.
+RunAgain run_actions_again(Request &request, const UndoRecord &record, std::size_t count, Delay delay);
 
 } // namespace qvcd

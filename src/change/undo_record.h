@@ -37,8 +37,8 @@ struct UndoRecord {
         std::uint64_t after = 0;           ///< text_hash() of what it got
     };
 
-    HistoryEntry entry; ///< of the commit, without values and actions
-    std::vector<Value> values;
+    HistoryEntry entry;        ///< of the commit, without values and actions
+    std::vector<Value> values; ///< none: all is undone but for actions
     std::vector<File> files;
     std::vector<Actions::Action> actions; ///< each with the one API that it runs for
     std::vector<Actions::Action> further; ///< that those ran, likewise

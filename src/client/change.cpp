@@ -22,11 +22,10 @@ int run_painted(const Options &options, const Words &words)
 {
     ChangePainter painter(colours_for(std::getenv("NO_COLOR"), std::getenv("TERM")), std::time(nullptr));
     const auto confirmation = can_ask() ? confirmation_time(words) : std::nullopt;
-    std::optional<std::chrono::seconds> left;
+    Awaited awaited;
     const auto show = [&](std::string_view line) {
         print_line(painter.paint(line));
-        if (confirmation && !left)
-            left = seconds_left(line);
+        awaited.take(line);
     };
     const std::string line = command_line(words);
     const TimeLimits limits = options.limits(words[0]);
@@ -44,7 +43,8 @@ int run_painted(const Options &options, const Words &words)
         std::fprintf(stderr, "qvc: %s: looking whether the change awaits confirmation\n", error.what());
         return ask_after_loss(options, painter, *confirmation);
     }
-    return result == 0 && left ? ask_to_keep(options, painter, *left) : exit_status(result);
+    const bool asks = confirmation && result == 0 && awaited.left;
+    return asks ? ask_to_keep(options, painter, awaited) : exit_status(result);
 }
 
 } // namespace

@@ -61,6 +61,16 @@ std::string age(std::time_t seconds)
     return seconds >= 0 ? std::to_string(seconds) + " s ago" : ""; // else the clocks differ
 }
 
+// Where ": exit status 3" or what else an action's failure is called begins.
+std::size_t failure_in(std::string_view line)
+{
+    const std::size_t colon = std::min(line.rfind(": "), line.size());
+    const std::string_view text = line.substr(colon);
+    const bool is_failure =
+        text.starts_with(": exit status ") || text.starts_with(": ended by signal ") || text == ": failed";
+    return is_failure ? colon : line.size();
+}
+
 const char *colour_of_end(std::string_view end)
 {
     if (end == "done" || end == "confirmed")
@@ -136,7 +146,7 @@ std::string ChangePainter::statement(std::string_view line) const
 
 std::string ChangePainter::action(std::string_view line) const
 {
-    const std::size_t failure = std::min(line.rfind(": exit status "), line.size());
+    const std::size_t failure = failure_in(line);
     return colour(kYellow, line.substr(0, failure)) + colour(kRed, line.substr(failure));
 }
 

@@ -44,12 +44,12 @@ struct OptionRow {
     std::string_view words;   // in front of the names
 };
 constexpr OptionRow kOptions[] = {
-    {"plan", "-j", ""},
+    {"plan", "-a -j", ""},
     {"diff", "-j", "saved default running"},
     {"commit", "-a -c: -j -m: -n -s", ""},
     {"confirm", "-c: -j", ""},
     {"abort", "-j", ""},
-    {"rollback", "-c: -j -m:", ""},
+    {"rollback", "-c: -j -m: -n", ""},
     {"history", "-j -n:", ""},
 };
 

@@ -1,6 +1,8 @@
 #include "client/confirmation.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -9,6 +11,7 @@
 
 #include "client/connect.h"
 #include "client/errors.h"
+#include "client/escape.h"
 #include "client/signal_input.h"
 
 namespace qvcd::client {
@@ -24,13 +27,19 @@ constexpr std::initializer_list<int> kEnders = {SIGINT, SIGTERM, SIGHUP};
 constexpr TimeLimits kAttempt{seconds{2}, seconds{6}};
 constexpr int kPauseMilliseconds = 1000;
 
-std::optional<seconds> parse_seconds(std::string_view text)
+std::optional<std::int64_t> parse_number(std::string_view text)
 {
-    int number = 0;
+    std::int64_t number = 0;
     const char *end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, number);
     const bool good = result.ec == std::errc() && result.ptr == end && number > 0;
-    return good ? std::optional(seconds(number)) : std::nullopt;
+    return good ? std::optional(number) : std::nullopt;
+}
+
+std::optional<seconds> parse_seconds(std::string_view text)
+{
+    const auto number = parse_number(text);
+    return number ? std::optional(seconds(*number)) : std::nullopt;
 }
 
 // Key presses, one by one and unseen. What was typed before is no answer.
@@ -127,9 +136,14 @@ Outcome try_until(Deadline deadline, const std::function<bool()> &attempt)
     return Outcome::over;
 }
 
-int ask_painted(const Options &options, const char *line, TimeLimits limits, ChangePainter &painter)
+// "confirm" or "abort", of this change only: meanwhile another one may await confirmation.
+int settle(const Options &options, const char *command, const Awaited &awaited, TimeLimits limits,
+           ChangePainter &painter)
 {
-    return exit_status(ask(options.endpoint, options.session, {line}, limits,
+    Words words = {command};
+    if (!awaited.entry.empty())
+        words.push_back(awaited.entry);
+    return exit_status(ask(options.endpoint, options.session, {wire_line(words)}, limits,
                            [&](std::string_view reply) { print_line(painter.paint(reply)); }));
 }
 
@@ -140,13 +154,13 @@ int leave_to_daemon()
     return 1;
 }
 
-int confirm(const Options &options, ChangePainter &painter, Deadline deadline)
+int confirm(const Options &options, ChangePainter &painter, const Awaited &awaited, Deadline deadline)
 {
     int result = 0;
     int attempts = 0;
     const Outcome outcome = try_until(deadline, [&] {
         ++attempts;
-        result = ask_painted(options, "confirm", kAttempt, painter);
+        result = settle(options, "confirm", awaited, kAttempt, painter);
         return true;
     });
     if (outcome == Outcome::interrupted)
@@ -160,10 +174,10 @@ int confirm(const Options &options, ChangePainter &painter, Deadline deadline)
     return result;
 }
 
-int undo(const Options &options, ChangePainter &painter)
+int undo(const Options &options, ChangePainter &painter, const Awaited &awaited)
 {
     try {
-        ask_painted(options, "abort", options.limits("abort"), painter);
+        settle(options, "abort", awaited, options.limits("abort"), painter);
     } catch (const WireError &error) {
         std::fflush(stdout);
         std::fprintf(stderr, "qvc: %s: the daemon undoes the change when the time is over\n", error.what());
@@ -186,10 +200,17 @@ std::optional<seconds> confirmation_time(const Words &words)
     return std::nullopt;
 }
 
-std::optional<seconds> seconds_left(std::string_view line)
+void Awaited::take(std::string_view line)
 {
-    constexpr std::string_view kName = "Commit.seconds=";
-    return line.starts_with(kName) ? parse_seconds(line.substr(kName.size())) : std::nullopt;
+    const std::size_t equals = std::min(line.find('='), line.size());
+    const std::string_view name = line.substr(0, equals);
+    const std::string_view value = line.substr(std::min(equals + 1, line.size()));
+    if (!parse_number(value))
+        return;
+    if (name == "Commit.seconds")
+        left = parse_seconds(value);
+    else if (name == "Commit" || name == "Rollback")
+        entry = value;
 }
 
 bool can_ask()
@@ -197,16 +218,16 @@ bool can_ask()
     return tcgetpgrp(STDIN_FILENO) == getpgrp(); // not in the background
 }
 
-int ask_to_keep(const Options &options, ChangePainter &painter, seconds left)
+int ask_to_keep(const Options &options, ChangePainter &painter, const Awaited &awaited)
 {
-    const Deadline deadline = deadline_in(left);
+    const Deadline deadline = deadline_in(awaited.left.value_or(seconds(0)));
     const Answer answer = answer_until(deadline);
     std::printf("\n");
     switch (answer) {
     case Answer::keep:
-        return confirm(options, painter, deadline);
+        return confirm(options, painter, awaited, deadline);
     case Answer::undo:
-        return undo(options, painter);
+        return undo(options, painter, awaited);
     case Answer::leave:
         return leave_to_daemon();
     case Answer::none:
@@ -218,20 +239,20 @@ int ask_to_keep(const Options &options, ChangePainter &painter, seconds left)
 
 int ask_after_loss(const Options &options, ChangePainter &painter, seconds time)
 {
-    std::optional<seconds> left;
+    Awaited awaited;
     const Outcome outcome = try_until(deadline_in(time), [&] {
         std::vector<std::string> lines;
+        awaited = {};
         ask(options.endpoint, options.session, {"commit -s"}, kAttempt, [&](std::string_view line) {
             lines.emplace_back(line);
-            if (const auto found = seconds_left(line))
-                left = found;
+            awaited.take(line);
         });
-        for (const std::string &line : left ? lines : std::vector<std::string>{})
+        for (const std::string &line : awaited.left ? lines : std::vector<std::string>{})
             print_line(painter.paint(line));
-        return left.has_value();
+        return awaited.left.has_value();
     });
     if (outcome == Outcome::settled)
-        return ask_to_keep(options, painter, *left);
+        return ask_to_keep(options, painter, awaited);
     if (outcome == Outcome::interrupted)
         return leave_to_daemon();
     std::fprintf(stderr, "qvc: no change awaits confirmation: \"qvc history -n 1\" tells how it ended\n");

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "client/change_painter.h"
@@ -15,15 +16,20 @@ namespace qvcd::client {
 /// The SECONDS of "commit -c SECONDS" and "rollback ... -c SECONDS"; nothing in all other commands.
 std::optional<std::chrono::seconds> confirmation_time(const Words &words);
 
-/// The number in the reply line "Commit.seconds=NUMBER".
-std::optional<std::chrono::seconds> seconds_left(std::string_view line);
+/// What the reply lines of a commit, a rollback or "commit -s" say of a change that awaits confirmation.
+struct Awaited {
+    std::optional<std::chrono::seconds> left; ///< "Commit.seconds=NUMBER"; nothing: none awaits it
+    std::string entry;                        ///< "Commit=NUMBER", "Rollback=NUMBER"; empty: it has none
+
+    void take(std::string_view line);
+};
 
 /// True when standard input is a terminal that is ours to ask on.
 bool can_ask();
 
-/// Asks whether the change is to be kept, counting down, and does what is said. Returns the exit status: 0
-/// only for a change that is kept.
-int ask_to_keep(const Options &options, ChangePainter &painter, std::chrono::seconds left);
+/// Asks whether the change is to be kept, counting down, and does what is said, to this change and no other.
+/// Returns the exit status: 0 only for a change that is kept.
+int ask_to_keep(const Options &options, ChangePainter &painter, const Awaited &awaited);
 
 /// After a connection that broke before it said how the command ended, as one that changes the network does:
 /// looks for up to `time` whether a change awaits confirmation, and asks to keep it. Returns the exit status.

@@ -36,6 +36,8 @@ int afunc_settime(Request &request, const std::string &api, std::string_view act
 int afunc_profile(Request &request, const std::string &api, std::string_view action, const Args &args);
 int afunc_profile2(Request &request, const std::string &api, std::string_view action, const Args &args);
 
+constexpr std::string_view kDelayed = "syscall_delay";
+
 struct ApplyRow {
     std::string_view name;
     ApplyFunction function;
@@ -45,7 +47,7 @@ constexpr ApplyRow afuncCmdMap[] = {
     {"undefined", afunc_undefined},
     {"no_apply", afunc_no_apply},
     {"syscall", afunc_syscall},
-    {"syscall_delay", afunc_syscall_delay},
+    {kDelayed, afunc_syscall_delay},
     {"initd_restart", afunc_initd_restart},
     {"settime_apply", afunc_settime},
     {"profile_apply", afunc_profile},
@@ -209,6 +211,13 @@ int afuncmap_apply_direct(Request &request, std::string_view action, std::string
 {
     result = run_call(request, "apply_direct", action, std::string(api), split_call(call));
     return 0;
+}
+
+std::optional<std::string> afuncmap_without_delay(std::string_view call)
+{
+    const auto [name, args] = split_call(call);
+    return name == kDelayed && args.size() > 1 ? std::optional("syscall " + join_words(args, 1))
+                                               : std::nullopt;
 }
 
 } // namespace qvcd

@@ -2,6 +2,7 @@
 
 #include "base/request.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,8 @@ int afuncmap_apply_direct(Request &request, std::string_view action, std::string
 
 /// Whether the call sets, applies or saves other settings: it loads a profile.
 bool afuncmap_sets_settings(std::string_view call);
+/// What a call that only has something run later runs, as a call for now; nothing for other calls.
+std::optional<std::string> afuncmap_without_delay(std::string_view call);
 
 /// Fills the functions that load the profile which an API's value names: the profile commands lie above this
 /// map. Returns 0 for success.

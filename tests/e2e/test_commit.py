@@ -284,6 +284,44 @@ def test_what_others_set_stays_when_an_action_fails(a):
         commit.read_all()
     assert a.command("diff") == a.command("diff running") == Reply(["A.port=1 -> 8"], 0)
     assert a.command("checkmod").lines == a.command("checkapp").lines == ["A.port=8"]
+LATER = metadata("A.later: attr = later; default = l; apply = syscall_delay 1 $QV_SYSROOT/act later")
+
+
+def test_actions_that_run_later_are_undone_too(appliance):
+    a = appliance(META + LATER, FILES)
+    a.write("/act", ACTION, 0o755)
+    a.start()
+
+    def ran_later():
+        return [line for line in a.read_or_empty("/ran").splitlines() if line.startswith("later")]
+
+    # Undone, but for what runs in a second: a daemon that is killed before does not forget it, and nothing else again.
+    a.command("commit -c 600 A.port=5 A.later=m")
+    wait_until(ran_later, "the action")
+    ran(a)
+    assert a.command("abort").lines[-3:] == [
+        "undo: syscall $QV_SYSROOT/act port", "undo: syscall_delay 1 $QV_SYSROOT/act later", "Rollback=2"]
+    a.command("update A.port=5")
+    a.kill()
+    a.start()
+    wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
+    assert len(ran_later()) == 1
+    assert a.command("get A.port A.later").lines == ["A.port=5", "A.later=l"]
+    assert ends(a) == [("update", "done"), ("rollback", "done"), ("commit", "undone: aborted")]
+    ran(a)
+
+    # The next one waits for it.
+    a.command("commit -c 600 A.later=n")
+    a.command("abort")
+    assert a.command("commit A.port=7").code == 0
+    assert ran(a)[0] == "later 5"
+
+    # By itself nobody has to get a reply first: it is waited for, and told how it ended.
+    events = a.subscribe()
+    a.write("/fail.later", "")
+    number = a.command("commit -c 1 A.later=o").lines[-2].removeprefix("Commit=")
+    events.wait_for("rollback", f"entry={int(number) + 1}")
+    assert entries(a)[0]["actions"] == [{"action": "syscall_delay 1 $QV_SYSROOT/act later", "status": 3 << 8}]
 
 
 def test_what_others_saved_meanwhile_stays(a):

@@ -1,7 +1,5 @@
 """Live status of links, in a network namespace of the test's own with links named eth0 and wlan0."""
 
-import contextlib
-import ctypes
 import os
 import shutil
 import subprocess
@@ -9,25 +7,11 @@ import subprocess
 import pytest
 
 from appliance import BIN_DIR, QVC, Appliance, wait_until
+from namespace import enter_new_network, namespaces_allowed
 
-CLONE_NEWNET = 0x40000000
 UNIT = "172.16.16.16"  # the bonding unit's fixed address; here it lies on the namespace's own loopback
 
-
-def enter_new_network():
-    libc = ctypes.CDLL(None, use_errno=True)
-    if libc.unshare(CLONE_NEWNET) != 0:
-        raise OSError(ctypes.get_errno(), "unshare")
-
-
-def namespaces_allowed():
-    with contextlib.suppress(Exception):
-        probe = "ip link add eth0 type veth peer name far && ip link set lo up"
-        return subprocess.run(["sh", "-c", probe], preexec_fn=enter_new_network, capture_output=True).returncode == 0
-    return False
-
-
-if not shutil.which("ip") or not namespaces_allowed():
+if not namespaces_allowed():
     pytest.skip("network namespaces are not allowed here", allow_module_level=True)
 
 

@@ -170,6 +170,17 @@ TEST(Shell, OneOfAKindRunsAtATime)
     EXPECT_EQ(folder.read("notes"), "+a\n-a\n+b\n-b\n");
 }
 
+// What puts right what a command that hangs has begun.
+TEST(Shell, OneThatIsEndedLeavesTheTurnToTheNext)
+{
+    const TempFolder folder;
+    const auto run = [](const std::string &command) { return shell_run(command, 300ms, "that hangs"); };
+    auto first = std::async(std::launch::async, run, "touch " + folder.path("hangs") + "; sleep 60");
+    EXPECT_TRUE(comes_true([&] { return std::filesystem::exists(folder.path("hangs")); }));
+    EXPECT_EQ(run("exit 0"), 0);
+    EXPECT_EQ(first.get(), SIGTERM);
+}
+
 // The first one's output is too old for those who come while it runs; one of them gets it anew for all.
 TEST(Shell, ReadersThatWaitShareAFreshOutput)
 {

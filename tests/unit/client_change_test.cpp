@@ -47,6 +47,9 @@ TEST(ClientChange, RepliesArePainted)
         {"@@ bad @@", "<c>@@ bad @@</>"},
         {"apply: a.sh: exit status 3", "<y>apply: a.sh</><r>: exit status 3</>"},
         {"undo: x=1 -> 2", "<y>undo: x=1 -> 2</>"},
+        {"    apply: a: b: ended by signal 15", "    <y>apply: a: b</><r>: ended by signal 15</>"},
+        {"undo: a.sh: failed", "<y>undo: a.sh</><r>: failed</>"},
+        {"apply: a: b", "<y>apply: a: b</>"},
         {"Commit=12", "Commit=12"},
     };
     ChangePainter coloured(Colours::yes, kNow);
@@ -100,9 +103,22 @@ TEST(ClientChange, OnlyACommitWithATimeIsAskedAbout)
     for (const auto &c : cases)
         EXPECT_EQ(confirmation_time(c.words).value_or(std::chrono::seconds(0)).count(), c.seconds)
             << c.words.back();
-    EXPECT_EQ(seconds_left("Commit.seconds=17"), std::chrono::seconds(17));
-    for (const char *line : {"Commit=17", "Commit.seconds=", "Commit.seconds=1x", "Commit.seconds=-1"})
-        EXPECT_EQ(seconds_left(line), std::nullopt) << line;
+}
+
+TEST(ClientChange, WhichChangeAwaitsConfirmation)
+{
+    Awaited awaited;
+    for (const char *line : {"Commit=none", "Commit=1 -> 2", "Commit.seconds=", "Commit.seconds=1x",
+                             "Commit.seconds=-1", "Commit.seconds", "A.Commit=3", "Commit.text=4", ""})
+        awaited.take(line);
+    EXPECT_EQ(awaited.left, std::nullopt);
+    EXPECT_EQ(awaited.entry, "");
+    for (const char *line : {"Commit=12", "Commit.seconds=17"})
+        awaited.take(line);
+    EXPECT_EQ(awaited.left, std::chrono::seconds(17));
+    EXPECT_EQ(awaited.entry, "12");
+    awaited.take("Rollback=13");
+    EXPECT_EQ(awaited.entry, "13");
 }
 
 TEST(ClientChange, OptionsAreCompleted)
@@ -112,7 +128,7 @@ TEST(ClientChange, OptionsAreCompleted)
         std::string word;
         Words candidates;
     } cases[] = {
-        {{"rollback", "3"}, "-", {"-c", "-j", "-m"}},
+        {{"rollback", "3"}, "-", {"-c", "-j", "-m", "-n"}},
         {{"history"}, "-n", {"-n"}},
         {{"commit", "-m"}, "-", {}},
         {{"commit", "-c"}, "", {}},
