@@ -173,12 +173,12 @@ Args assignments_of(const Target &target, Report &report)
 int command_rollback(Request &request, Args &argv, std::FILE *out)
 {
     const OptionWords options(argv, "jn", "cm");
-    const auto number = argv.size() == 1 ? parse_int64(argv.front()) : std::nullopt;
+    const std::int64_t number = argv.size() == 1 ? parse_int64(argv.front()).value_or(0) : 0;
     std::optional<CommitOrder> order = commit_order(options);
-    if (!order || !number || *number == 0)
+    if (!order || number == 0)
         return refuse(out, API_E_INVALID_CMD_ARGS);
     Target target;
-    if (const std::string problem = find_target(*number, target); !problem.empty())
+    if (const std::string problem = find_target(number, target); !problem.empty())
         return refuse(out, problem_text(problem));
     if (target.number == 0)
         return refuse(out, "##No such entry#");
