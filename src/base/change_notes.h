@@ -10,7 +10,7 @@
 
 namespace qvcd {
 
-/// One API whose value changed. Of a secret both values are hidden: what it was is kept nowhere.
+/// One API whose value changed.
 struct ValueChange {
     std::string api;
     std::string before;
@@ -20,6 +20,7 @@ struct ValueChange {
     bool operator==(const ValueChange &) const = default;
 };
 
+/// As it is shown and kept: of a secret both values are hidden.
 inline ValueChange value_change(std::string api, std::string_view before, std::string_view after, bool secret)
 {
     const auto kept = [&](std::string_view value) { return std::string(secret ? kHiddenPassword : value); };
@@ -34,7 +35,8 @@ struct ActionRun {
     bool operator==(const ActionRun &) const = default;
 };
 
-/// What one command changed, for the history. A command that changes nothing that stays has none.
+/// What one command changed, for the history, which keeps no secret. A command that changes nothing that
+/// stays has none.
 class ChangeNotes {
   public:
     /// Which values are noted: those that are written or applied; those that are set, too.

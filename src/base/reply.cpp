@@ -2,6 +2,8 @@
 
 #include "base/text.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdarg>
 
 namespace qvcd {
@@ -13,6 +15,25 @@ void put(std::FILE *out, std::string_view text)
 {
     if (!text.empty())
         ::fwrite_unlocked(text.data(), 1, text.size(), out);
+}
+
+// A line of this size goes to the stream at once: each call costs more than copying it.
+constexpr std::size_t kShortLine = 256;
+
+bool put_short(std::FILE *out, std::string_view key, std::string_view value)
+{
+    const std::size_t size = key.size() + 1 + value.size();
+    std::array<char, kShortLine> line;
+    if (size >= line.size())
+        return false;
+    char *end = std::ranges::copy(key, line.data()).out;
+    *end++ = '=';
+    std::ranges::copy(value, end);
+    if (!is_one_line({line.data(), size}))
+        return false;
+    line[size] = '\n';
+    put(out, {line.data(), size + 1});
+    return true;
 }
 
 // What a name or a value holds must not look like further lines of the reply.
@@ -42,7 +63,7 @@ void reply_line(std::FILE *out, std::string_view text)
 
 void reply_value(std::FILE *out, std::string_view key, std::string_view value)
 {
-    if (!out)
+    if (!out || put_short(out, key, value))
         return;
     put_on_line(out, key);
     ::putc_unlocked('=', out);

@@ -58,12 +58,12 @@ class Request {
     std::shared_ptr<Seen> seen_;
 };
 
-/// Notes for the history what the command did; the values of a secret are not.
+/// Notes for the history what the command did.
 inline void note_change(const Request &request, const std::string &api, std::string_view before,
                         std::string_view after, bool secret)
 {
     if (request.notes)
-        request.notes->changed(value_change(api, before, after, secret));
+        request.notes->changed({api, std::string(before), std::string(after), secret});
 }
 /// Notes that the command is worth an entry, whatever values changed.
 inline void note_event(const Request &request)
@@ -75,7 +75,7 @@ inline void note_set(const Request &request, const std::string &api, std::string
                      std::string_view after, bool secret)
 {
     if (request.notes)
-        request.notes->set(value_change(api, before, after, secret));
+        request.notes->set({api, std::string(before), std::string(after), secret});
 }
 
 } // namespace qvcd

@@ -36,6 +36,12 @@ std::optional<std::string> assignment_error(const Request &request, Api &api, st
     return cfuncmap_check(api, value);
 }
 
+std::string_view shown_setting(const Api &api)
+{
+    const Api *linked = api.linked();
+    return linked ? linked->value() : api.value();
+}
+
 void store_setting(Api &api, std::string_view value)
 {
     Api *linked = api.linked();

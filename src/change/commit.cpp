@@ -58,9 +58,11 @@ class Commit {
     Step refuse(std::string api, std::string error);
     Step refuse_unwritten(const FileWrites &writes);
     void describe(const FileWrites &writes);
-    void store(const Proposed &p);
+    void store();
+    void store(const Proposed &p, bool is_theirs);
     int fail(const std::string &why, std::size_t actions);
-    void add_what_actions_saved();
+    bool take_notes(const Actions::Action &action);
+    int write_record();
     void add_entry(const std::string &end);
     int finish();
     int await_confirmation();
@@ -71,7 +73,8 @@ class Commit {
     const CommitTurn turn_;
     Proposal proposal_;
     UndoRecord record_;
-    bool has_begun_ = false; // something may have changed
+    std::size_t further_ = 0; // noted actions that are in the record
+    bool has_begun_ = false;  // something may have changed
 };
 
 Commit::Step Commit::refuse(std::string api, std::string error)
@@ -101,7 +104,12 @@ void Commit::describe(const FileWrites &writes)
                      .command = order_.command,
                      .text = order_.text};
     for (const Proposed &p : proposal_.values)
-        record_.values.push_back({p.api, p.before, p.after, p.saves, p.applies, p.secret});
+        record_.values.push_back({.api = p.api,
+                                  .before = p.before,
+                                  .after = p.after,
+                                  .saves = p.saves,
+                                  .applies = p.applies,
+                                  .secret = p.secret});
     for (const FileWrites::Rewrite &rewrite : writes.rewrites()) {
         if (!rewrite.is_device)
             record_.files.push_back({rewrite.file, rewrite.before, text_hash(rewrite.after)});
@@ -109,14 +117,25 @@ void Commit::describe(const FileWrites &writes)
     record_.actions = proposal_.actions().all();
 }
 
-// Somebody may have set it while the files were written: that stays his change, on top of this one.
-void Commit::store(const Proposed &p)
+// Somebody may have set one while the files were written: that stays his change, on top of this one. One API
+// may set another, which is no such change.
+void Commit::store()
+{
+    std::vector<bool> theirs;
+    for (const Proposed &p : proposal_.values) {
+        const Api *api = find_api(p.api);
+        theirs.push_back(api && shown_setting(*api) != p.now);
+    }
+    for (std::size_t i = 0; i < theirs.size(); ++i)
+        store(proposal_.values[i], theirs[i]);
+}
+
+void Commit::store(const Proposed &p, bool is_theirs)
 {
     Api *api = find_api(p.api);
     if (!api)
         return;
-    const bool is_new = p.now != p.after;
-    const bool is_theirs = api->value() != p.now;
+    const bool is_new = api->value() != p.after;
     if (is_new && !is_theirs) {
         if (!p.saves && !p.dynamic)
             flag_unsaved(*api, request_.caller.session);
@@ -149,12 +168,7 @@ Commit::Step Commit::write_files()
     if (writes->has_failed())
         return refuse_unwritten(*writes);
     describe(*writes);
-    int error = 0;
-    {
-        const Unlocked unlocked;
-        error = write_undo_record(record_);
-    }
-    if (error)
+    if (const int error = write_record())
         return refuse(kCommit, std::string("##Can not record how to undo it: ") + std::strerror(error) + "#");
     has_begun_ = true;
     writes->commit(FileWrites::Extent::all);
@@ -163,10 +177,9 @@ Commit::Step Commit::write_files()
         fail("a file could not be written", 0);
         return Step::refused;
     }
-    for (const Proposed &p : proposal_.values) {
+    for (const Proposed &p : proposal_.values)
         report_.values.push_back(shown_change(p));
-        store(p);
-    }
+    store();
     return Step::go_on;
 }
 
@@ -176,56 +189,92 @@ int Commit::run_actions()
         const Actions::Action &action = record_.actions[i];
         const int status = run_action(request_, action);
         report_.actions.push_back({action.call, status});
-        if (status == 0)
-            continue;
+        const bool more_to_undo = take_notes(action);
+        if (status == 0) {
+            const int error = more_to_undo ? write_record() : 0;
+            if (!error)
+                continue;
+            const std::string why = std::string("it can not be recorded: ") + std::strerror(error);
+            refuse(kCommit, "##" + why + "#");
+            return fail(why, i + 1);
+        }
         refuse(action.apis.front(), API_E_APPLY_FAILED);
         return fail(action.call + ": " + status_text(status), i + 1);
     }
-    add_what_actions_saved();
     return order_.confirm ? await_confirmation() : finish();
 }
 
-// An action that loads a profile saves what that holds.
-void Commit::add_what_actions_saved()
+// An action that loads a profile sets what that holds, and applies or saves it. False: it did nothing.
+bool Commit::take_notes(const Actions::Action &action)
 {
     if (!request_.notes)
-        return;
+        return false;
+    bool more = false;
     for (const ValueChange &change : request_.notes->values) {
-        const bool known =
-            std::ranges::find(record_.values, change.api, &UndoRecord::Value::api) != record_.values.end();
-        if (!known && !change.secret)
-            record_.values.push_back({change.api, change.before, change.after, true, false, false, true});
+        if (change.before == change.after)
+            continue;
+        const auto known = std::ranges::find(record_.values, change.api, &UndoRecord::Value::api);
+        if (known == record_.values.end()) {
+            record_.values.push_back({.api = change.api,
+                                      .before = change.before,
+                                      .after = change.after,
+                                      .saves = true,
+                                      .secret = change.secret,
+                                      .by_value = true,
+                                      .loaded = change.after});
+        } else if (known->loaded.value_or(known->after) != change.after) {
+            known->loaded = change.after;
+            const auto p = std::ranges::find(proposal_.values, change.api, &Proposed::api);
+            if (p != proposal_.values.end())
+                p->after = change.after;
+        } else {
+            continue;
+        }
+        more = true;
     }
+    for (; further_ < request_.notes->actions.size(); ++further_) {
+        record_.further.push_back({request_.notes->actions[further_].action, {action.apis.front()}});
+        more = true;
+    }
+    return more;
+}
+
+int Commit::write_record()
+{
+    const Unlocked unlocked;
+    return write_undo_record(record_);
 }
 
 // Puts everything back and tells of it; 1.
 int Commit::fail(const std::string &why, std::size_t actions)
 {
-    add_what_actions_saved();
     Standing standing{.record = record_, .state = Standing::State::undecided, .why = why};
-    std::vector<std::string> problems = put_files_back(record_);
-    put_proposal_back(proposal_.values);
+    auto [problems, lost] = put_files_back(record_);
+    const bool is_undone = problems.empty();
+    put_proposal_back(proposal_.values, record_);
     RunAgain again = run_actions_again(request_, record_, actions, Delay::kept);
     report_.undone = std::move(again.runs);
     report_.end = "undone";
     add_entry("undone: " + why);
     standing.number = report_.entry;
-    if (problems.empty() && !again.left.empty()) {
-        standing.turn = turn_;
-        stand_for_actions(std::move(standing), std::move(again.left));
-        return 1;
-    }
-    if (problems.empty()) {
+    if (is_undone && again.left.empty()) {
         const Unlocked unlocked;
         const FileResult removed = remove_undo_record();
         if (removed.error && removed.error != ENOENT)
             problems.push_back(std::string("its record: ") + std::strerror(removed.error));
     }
-    for (const std::string &problem : problems) {
-        refuse(kCommit, "##Can not undo: " + problem + "#");
-        qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
+    for (const auto *all : {&problems, &lost}) {
+        for (const std::string &problem : *all) {
+            refuse(kCommit, "##Can not undo: " + problem + "#");
+            qv_log_print(kLogError, "Can not undo a commit: %s\n", problem.c_str());
+        }
     }
-    if (!problems.empty()) {
+    if (is_undone && !again.left.empty()) {
+        standing.turn = turn_;
+        stand_for_actions(std::move(standing), std::move(again.left));
+    } else if (!problems.empty()) {
+        if (is_undone)
+            standing.undone_by = report_.entry;
         standing.due = deadline_in(std::chrono::seconds(5));
         stand(std::move(standing));
     }
@@ -237,7 +286,8 @@ void Commit::add_entry(const std::string &end)
     HistoryEntry entry = record_.entry;
     entry.end = end;
     for (const UndoRecord::Value &value : record_.values)
-        entry.values.push_back(value_change(value.api, value.before, value.after, value.secret));
+        entry.values.push_back(
+            value_change(value.api, value.before, value.loaded.value_or(value.after), value.secret));
     entry.actions = report_.actions;
     const HistoryResult added = history_add(entry);
     report_.entry = added.number;
@@ -269,18 +319,6 @@ int Commit::finish()
 
 int Commit::await_confirmation()
 {
-    if (std::ranges::any_of(record_.values, &UndoRecord::Value::by_value)) {
-        int error = 0;
-        {
-            const Unlocked unlocked;
-            error = write_undo_record(record_);
-        }
-        if (error) {
-            const std::string why = std::string("it can not be recorded: ") + std::strerror(error);
-            refuse(kCommit, "##" + why + "#");
-            return fail(why, record_.actions.size());
-        }
-    }
     add_entry("awaits confirmation");
     stand({.record = record_, .number = report_.entry, .due = deadline_in(*order_.confirm)});
     report_.left = order_.confirm;
@@ -406,7 +444,12 @@ int abort_commit(Request &request, std::int64_t number, Report &report)
     standing->state = Standing::State::settling;
     standing->why = "aborted";
     standing->turn = turn;
-    return undo_standing(request, report, Delay::kept) ? 0 : 1;
+    undo_standing(request, report, Delay::kept);
+    for (ValueChange &value : report.values) {
+        if (!MetaApi(value.api).visible_to(request.mask))
+            value = value_change(value.api, value.before, value.after, true);
+    }
+    return report.errors.empty() ? 0 : 1;
 }
 
 void recover_commit()
@@ -415,7 +458,7 @@ void recover_commit()
     if (!record)
         return;
     qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
-    for (const std::string &problem : put_files_back(*record))
+    for (const std::string &problem : put_files_back(*record).problems)
         qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
     std::vector<ValueChange> undone = put_values_back(*record);
     stand({.record = std::move(*record),

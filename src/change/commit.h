@@ -59,8 +59,8 @@ void recover_commit();
 /// When commands are served, which actions may need: has the rest of it done, on a thread of its own.
 void start_commits();
 
-/// At the daemon's end, without the command lock. What is not confirmed is undone at the next start. False
-/// when a thread is left behind.
+/// At the daemon's end, when the command lock is closed: waits for nothing. What is not confirmed is undone
+/// at the next start. False: a thread is left behind.
 bool stop_commits();
 
 } // namespace qvcd

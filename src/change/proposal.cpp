@@ -27,10 +27,10 @@ Proposed proposed(const Request &request, Api &api, std::string_view after)
 {
     Proposed p;
     p.api = api.name();
-    p.now = api.value();
+    p.now = shown_setting(api);
     p.after = after;
     p.secret = api.is_secret();
-    p.hidden = !api.readable_by(request.mask);
+    p.hidden = !api.visible_to(request.mask);
     p.dynamic = api.is_dynamic();
     p.mod = api.is_raised(Api::Flag::mod);
     p.noapp = api.is_raised(Api::Flag::noapp);
@@ -38,7 +38,9 @@ Proposed proposed(const Request &request, Api &api, std::string_view after)
     const bool changes = p.now != after;
     p.saves = p.dynamic ? can_be_written(api) : has_file(api) && (p.mod || changes);
     p.applies = !p.dynamic && api.applicable_by(request.mask) && api.has_action() && (p.noapp || changes);
-    p.before = p.mod ? p.pending.saved.value_or(p.now) : p.noapp ? p.pending.applied.value_or(p.now) : p.now;
+    p.before = p.mod                 ? p.pending.saved.value_or(p.now)
+               : p.noapp && !p.saves ? p.pending.applied.value_or(p.now)
+                                     : p.now;
     return p;
 }
 
@@ -104,7 +106,7 @@ Proposal propose_pending(const Request &request, Whose whose)
         const bool own = pending_of(name).session == request.caller.session;
         if (whose == Whose::own ? !own : !api->writable_by(request.mask))
             continue;
-        Proposed p = proposed(request, *api, api->value());
+        Proposed p = proposed(request, *api, shown_setting(*api));
         if (const auto error = assignment_error(request, *api, p.after); error && p.saves)
             proposal.refused.push_back({name, *error});
         else if (does_something(p))

@@ -96,9 +96,7 @@ void Report::print_json(std::FILE *out) const
 
 ValueChange shown_change(const Proposed &p)
 {
-    const bool secret = p.secret || p.hidden;
-    const auto shown = [&](const std::string &value) { return std::string(hide(value, secret)); };
-    return {p.api, shown(p.before), shown(p.after), secret};
+    return value_change(p.api, p.before, p.after, p.secret || p.hidden);
 }
 
 } // namespace qvcd

@@ -19,8 +19,10 @@ namespace qvcd {
 namespace {
 
 constexpr std::chrono::seconds kTryAgain{5};
-constexpr std::chrono::seconds kReplyFirst{1}; // as metadata delays what cuts off a client
+constexpr std::chrono::milliseconds kStopPatience{500}; // behind that of the command lock
+constexpr std::chrono::seconds kReplyFirst{1};          // as metadata delays what cuts off a client
 constexpr char kTurn[] = "qvcd: commit";
+constexpr std::size_t kMaxWaiting = 24; // commits, for the one that runs
 
 std::optional<Standing> standing; // under the command lock
 
@@ -35,19 +37,21 @@ class Clock {
             thread_ = start_quiet_thread([this] { run(); });
         changed_.notify_all();
     }
+    // Not joined while it undoes something: a command that is late for the end never comes back.
     bool stop()
     {
-        bool busy = false;
-        {
-            const std::lock_guard lock(mutex_);
-            stopping_ = true;
-            busy = busy_;
-        }
+        std::unique_lock lock(mutex_);
+        stopping_ = true;
         changed_.notify_all();
         if (!thread_.joinable())
             return true;
-        busy ? thread_.detach() : thread_.join();
-        return !busy;
+        const bool idle = changed_.wait_for(lock, kStopPatience, [this] { return !undoing_; });
+        lock.unlock();
+        if (idle)
+            thread_.join();
+        else
+            thread_.detach();
+        return idle;
     }
 
   private:
@@ -57,7 +61,7 @@ class Clock {
     std::condition_variable changed_;
     Deadline due_ = Deadline::max();
     bool stopping_ = false;
-    bool busy_ = false;
+    bool undoing_ = false;
     std::thread thread_;
 };
 
@@ -102,11 +106,12 @@ void Clock::run()
             changed_.wait_until(lock, Deadline(due_));
         } else {
             due_ = Deadline::max();
-            busy_ = true;
+            undoing_ = true;
             lock.unlock();
             undo_what_is_due();
             lock.lock();
-            busy_ = false;
+            undoing_ = false;
+            changed_.notify_all();
         }
     }
 }
@@ -152,10 +157,19 @@ void note_in_history(const Request &request, const Standing &undone, Report &rep
 
 } // namespace
 
+// Who waits takes a place that other commands may need, those of the actions that he waits for, too.
 CommitTurn commit_turn(std::chrono::seconds patience)
 {
-    const Unlocked unlocked;
-    auto turn = std::make_shared<Turn>(kTurn, deadline_in(patience));
+    static std::size_t waiting = 0; // under the command lock
+    if (waiting == kMaxWaiting)
+        return nullptr;
+    auto turn = std::shared_ptr<Turn>();
+    ++waiting;
+    {
+        const Unlocked unlocked;
+        turn = std::make_shared<Turn>(kTurn, deadline_in(patience));
+    }
+    --waiting;
     return turn->mine() ? turn : nullptr;
 }
 
@@ -204,45 +218,73 @@ void stand_for_actions(Standing undone, std::vector<Actions::Action> actions)
     stand(std::move(undone));
 }
 
-bool undo_standing(Request &request, Report &report, Delay delay)
+namespace {
+
+void complain(const Standing &undone, const std::vector<std::string> &problems, Report &report)
 {
-    const Standing undone = *standing;
-    const auto later = [&](const std::vector<std::string> &problems) {
-        for (const std::string &problem : problems) {
-            report.errors.push_back({"Commit", "##Can not undo: " + problem + "#"});
-            qv_log_print(kLogError, "Can not undo commit %lld: %s\n", static_cast<long long>(undone.number),
-                         problem.c_str());
-        }
-        standing->state = Standing::State::undecided;
-        standing->turn = nullptr;
-        stand_until(std::chrono::steady_clock::now() + kTryAgain);
+    for (const std::string &problem : problems) {
+        report.errors.push_back({"Commit", "##Can not undo: " + problem + "#"});
+        qv_log_print(kLogError, "Can not undo commit %lld: %s\n", static_cast<long long>(undone.number),
+                     problem.c_str());
+    }
+}
+
+void try_again_later()
+{
+    standing->state = Standing::State::undecided;
+    standing->turn = nullptr;
+    stand_until(std::chrono::steady_clock::now() + kTryAgain);
+}
+
+// False when its files cannot be put back now.
+bool undo(Request &request, const Standing &undone, Delay delay, Report &report, RunAgain &again)
+{
+    const PutBack files = put_files_back(undone.record);
+    complain(undone, files.lost, report);
+    complain(undone, files.problems, report);
+    if (!files.problems.empty())
         return false;
-    };
-    if (const auto problems = put_files_back(undone.record); !problems.empty())
-        return later(problems);
     report.values = undone.undone;
     for (ValueChange &change : put_values_back(undone.record))
         report.values.push_back(std::move(change));
-    RunAgain again = run_actions_again(request, undone.record, undone.record.actions.size(), delay);
+    again = run_actions_again(request, undone.record, undone.record.actions.size(), delay);
     report.undone = std::move(again.runs);
-    const bool is_told = undone.record.values.empty();
-    if (!is_told)
-        note_in_history(request, undone, report);
-    if (!again.left.empty()) {
-        stand_for_actions(undone, std::move(again.left));
-    } else {
-        FileResult removed;
-        {
-            const Unlocked unlocked;
-            removed = remove_undo_record();
-        }
-        if (removed.error && removed.error != ENOENT)
-            return later({"its record stays"});
-        stand_no_more();
-    }
-    if (!is_told)
-        notify_publish_on("rollback", "entry", std::to_string(report.entry));
     return true;
+}
+
+} // namespace
+
+void undo_standing(Request &request, Report &report, Delay delay)
+{
+    const Standing undone = *standing;
+    const bool is_told = undone.record.values.empty(); // what is left are actions
+    const auto tell = [&](std::int64_t entry) {
+        if (!is_told)
+            notify_publish_on("rollback", "entry", std::to_string(entry));
+    };
+    if (!undone.undone_by) {
+        RunAgain again;
+        if (!undo(request, undone, delay, report, again))
+            return try_again_later();
+        if (!is_told)
+            note_in_history(request, undone, report);
+        standing->undone_by = report.entry;
+        if (!again.left.empty()) {
+            stand_for_actions(undone, std::move(again.left));
+            return tell(report.entry);
+        }
+    }
+    FileResult removed;
+    {
+        const Unlocked unlocked;
+        removed = remove_undo_record();
+    }
+    if (removed.error && removed.error != ENOENT) {
+        complain(undone, {"its record stays"}, report);
+        return try_again_later();
+    }
+    tell(*standing->undone_by);
+    stand_no_more();
 }
 
 bool stop_standing()

@@ -33,9 +33,10 @@ struct Standing {
     std::int64_t number = 0; ///< its entry; 0: it has none
     State state = State::awaiting;
     Deadline due = {};
-    std::string why = "not confirmed in time"; ///< it is undone
-    std::vector<ValueChange> undone = {};      ///< what was put back already
-    CommitTurn turn = {};                      ///< of whoever undoes it
+    std::string why = "not confirmed in time";            ///< it is undone
+    std::vector<ValueChange> undone = {};                 ///< what was put back already
+    std::optional<std::int64_t> undone_by = std::nullopt; ///< the entry that says so: only its record is left
+    CommitTurn turn = {};                                 ///< of whoever undoes it
 };
 
 /// Null: there is none. Good as long as the command lock is held.
@@ -50,16 +51,18 @@ void stand_until(Deadline due);
 /// It is settled.
 void stand_no_more();
 
-/// Undoes it: files, settings, actions, and in the history. False when its files cannot be put back now; it
-/// is tried again every few seconds then. With delays kept some actions may be left for later. Its state is
-/// `settling`, and the turn is its own. Lets go of the command lock.
-bool undo_standing(Request &request, Report &report, Delay delay);
+/// Undoes it: files, settings, actions, and in the history. What goes wrong is among the report's errors;
+/// what is not undone then is tried again every few seconds. With delays kept some actions may be left for
+/// later. Its state is `settling`, and the turn is its own. Lets go of the command lock.
+void undo_standing(Request &request, Report &report, Delay delay);
 
 /// From now on there is this commit of which nothing is left to undo but these actions, which run as soon as
 /// the client has its reply, or at the next start. Lets go of the command lock.
 void stand_for_actions(Standing undone, std::vector<Actions::Action> actions);
 
 /// Ends the thread that watches the time. False when it is undoing one, and left behind.
+/// Ends the thread that watches the time, when no command can run any more. False: it is left behind, in the
+/// middle of an undoing.
 bool stop_standing();
 
 } // namespace qvcd

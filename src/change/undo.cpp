@@ -6,6 +6,7 @@
 #include "base/replacement.h"
 #include "base/save_lock.h"
 #include "change/assignment.h"
+#include "funcs/apply_map.h"
 #include "funcs/file_writes.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -25,7 +26,34 @@ namespace {
 std::string saved_value(Api &api)
 {
     const bool is_changed = api.is_raised(Api::Flag::mod);
-    return is_changed ? pending_of(api.name()).saved.value_or("") : std::string(api.value());
+    return is_changed ? pending_of(api.name()).saved.value_or("") : std::string(shown_setting(api));
+}
+
+// What of an API is still as a commit left it.
+struct Ours {
+    bool value = false;
+    bool saved = false;
+    bool applied = false;
+};
+
+template <class IsOurs>
+Ours what_is_ours(Api &api, const IsOurs &is_ours)
+{
+    const bool same = is_ours(shown_setting(api));
+    const bool mod = api.is_raised(Api::Flag::mod);
+    const bool noapp = api.is_raised(Api::Flag::noapp);
+    const Pending pending = pending_of(api.name());
+    return {same && !mod && !noapp, mod ? pending.saved && is_ours(*pending.saved) : same,
+            noapp ? pending.applied && is_ours(*pending.applied) : same};
+}
+
+// Where somebody set the API since, his change is one of the value before.
+void flag_back(const std::string &api, const std::string &before, bool saved, bool applied)
+{
+    if (saved)
+        flag_saved(api, before);
+    if (applied)
+        flag_in_force(api, before);
 }
 
 // Files that nobody wrote to since the commit get their old texts. The others are left in `written`.
@@ -57,13 +85,13 @@ class OldTexts {
     }
 
     std::set<std::string> written;
-    std::vector<std::string> problems;
+    PutBack result;
 
   private:
     void note(const std::string &file, int error)
     {
         if (error)
-            problems.push_back(file + ": " + std::strerror(error));
+            result.problems.push_back(file + ": " + std::strerror(error));
     }
 };
 
@@ -82,6 +110,15 @@ bool has_no_text(const Api &api)
     return write_row(MetaApi(api.name()).get("write").value_or("")).kind != WriteKind::text;
 }
 
+// A device may never take it, and must not keep a commit from ending.
+bool may_be_taken_later(const std::string &api, std::string_view value)
+{
+    const MetaApi meta(api);
+    const WriteRow &row = write_row(meta.get("write").value_or(""));
+    return row.kind == WriteKind::text && meta.get("file") &&
+           !row.text->refuses(meta.get("attr").value_or(""), value);
+}
+
 void publish(const Api &api)
 {
     for (const char *event : {"set", "save"})
@@ -90,7 +127,7 @@ void publish(const Api &api)
 
 } // namespace
 
-std::vector<std::string> put_files_back(const UndoRecord &record)
+PutBack put_files_back(const UndoRecord &record)
 {
     const SaveLock lock;
     OldTexts texts;
@@ -99,55 +136,78 @@ std::vector<std::string> put_files_back(const UndoRecord &record)
         texts.put_back(record.files);
     }
     FileWrites writes;
-    std::vector<std::string> names;
+    std::vector<const UndoRecord::Value *> written;
     for (const UndoRecord::Value &value : record.values) {
         Api *api = value.saves ? find_api(value.api) : nullptr;
         if (!api || (!value.by_value && !has_no_text(*api) && !is_in(*api, texts.written)))
             continue;
-        if (!api->is_dynamic() && saved_value(*api) != value.after && saved_value(*api) != value.before)
+        if (!api->is_dynamic() && !value.has(saved_value(*api)) && saved_value(*api) != value.before)
             continue; // somebody saved another one since
         writes.add(value.api, value.before);
-        names.push_back(value.api);
+        written.push_back(&value);
     }
     writes.commit();
     writes.log_failures("undo");
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (writes.result(i) == FileWrites::Result::failed)
-            texts.problems.push_back(names[i]);
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        const UndoRecord::Value &value = *written[i];
+        if (writes.result(i) != FileWrites::Result::failed)
+            continue;
+        const bool later = may_be_taken_later(value.api, value.before);
+        (later ? texts.result.problems : texts.result.lost).push_back(value.api);
     }
-    return texts.problems;
+    return texts.result;
 }
+
+namespace {
+
+// False: somebody set another one since.
+bool put_value_back(Api &api, const UndoRecord::Value &value)
+{
+    const Ours ours = what_is_ours(api, [&](std::string_view one) { return value.has(one); });
+    const bool is_ours = ours.value || shown_setting(api) == value.loaded;
+    if (is_ours)
+        store_setting(api, value.before);
+    if (is_ours && value.loaded)
+        flags_put_back(value.api, false, false, {}); // those that the action raised
+    else
+        flag_back(value.api, value.before, value.saves && !api.is_dynamic() && ours.saved,
+                  value.applies && ours.applied);
+    if (!is_ours)
+        return false;
+    publish(api);
+    qv_log_print(kLogNotice, "Undo %s=%s\n", value.api.c_str(), api.for_log(value.before).c_str());
+    return true;
+}
+
+} // namespace
 
 std::vector<ValueChange> put_values_back(const UndoRecord &record)
 {
     std::vector<ValueChange> changes;
     for (const UndoRecord::Value &value : record.values) {
         Api *api = find_api(value.api);
-        if (!api)
-            continue;
-        const bool is_changed = api->is_raised(Api::Flag::mod) || api->is_raised(Api::Flag::noapp);
-        const bool is_ours = !is_changed && api->value() == value.after;
-        if (is_ours)
-            store_setting(*api, value.before);
-        if (value.saves && !api->is_dynamic())
-            flag_saved(value.api, value.before);
-        if (value.applies)
-            flag_in_force(value.api, value.before);
-        if (!is_ours)
-            continue;
-        changes.push_back(value_change(value.api, value.after, value.before, value.secret));
-        publish(*api);
-        qv_log_print(kLogNotice, "Undo %s=%s\n", value.api.c_str(), api->for_log(value.before).c_str());
+        if (api && put_value_back(*api, value))
+            changes.push_back(
+                value_change(value.api, value.loaded.value_or(value.after), value.before, value.secret));
     }
     return changes;
 }
 
-void put_proposal_back(const std::vector<Proposed> &values)
+void put_proposal_back(const std::vector<Proposed> &values, const UndoRecord &record)
 {
+    for (const UndoRecord::Value &value : record.values) {
+        if (Api *api = value.by_value ? find_api(value.api) : nullptr)
+            put_value_back(*api, value);
+    }
     for (const Proposed &p : values) {
         Api *api = find_api(p.api);
-        if (!api || api->value() != p.after)
+        if (!api)
             continue;
+        if (shown_setting(*api) != p.after) {
+            const Ours ours = what_is_ours(*api, [&](std::string_view one) { return one == p.after; });
+            flag_back(p.api, p.before, p.saves && !p.dynamic && ours.saved, p.applies && ours.applied);
+            continue;
+        }
         const bool is_new = p.now != p.after;
         if (is_new)
             store_setting(*api, p.now);
@@ -161,13 +221,17 @@ void put_proposal_back(const std::vector<Proposed> &values)
 RunAgain run_actions_again(Request &request, const UndoRecord &record, std::size_t count, Delay delay)
 {
     RunAgain again;
-    for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i) {
-        const Actions::Action &action = record.actions[i];
+    const auto run = [&](const Actions::Action &action) {
+        if (afuncmap_sets_settings(action.call))
+            return;
         const bool is_left = delay == Delay::kept && runs_later(action);
         if (is_left)
             again.left.push_back(action);
         again.runs.push_back({action.call, is_left ? 0 : run_action(request, action, delay)});
-    }
+    };
+    for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i)
+        run(record.actions[i]);
+    std::ranges::for_each(record.further, run);
     return again;
 }
 

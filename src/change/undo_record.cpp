@@ -1,24 +1,45 @@
 #include "change/undo_record.h"
 
+#include "base/replace_journal.h"
 #include "base/replacement.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 namespace qvcd {
 
-// CBOR (RFC 8949): files may hold any bytes.
+// CBOR (RFC 8949): files may hold any bytes. In front of it stands its hash: a parser can be made to do
+// anything by what a damaged disk gives it.
 
 namespace {
 
 using Json = nlohmann::json;
 
+constexpr std::size_t kHashSize = 20; // digits of a 64-bit number
+
 std::string path()
 {
     return qv_sysroot_path(kUndoFile);
+}
+
+std::string hash_of(std::string_view text)
+{
+    std::string hash = std::to_string(text_hash(text));
+    return hash.insert(0, kHashSize - hash.size(), '0');
+}
+
+// What stands behind the hash; throws when it is not the hash of that.
+std::string_view checked(std::string_view text)
+{
+    const std::string_view record = text.substr(std::min(kHashSize, text.size()));
+    if (text.substr(0, kHashSize) != hash_of(record))
+        throw std::runtime_error("it is damaged");
+    return record;
 }
 
 } // namespace
@@ -44,6 +65,8 @@ static void to_json(Json &json, const UndoRecord::Value &v)
 {
     json = {{"api", v.api},         {"before", v.before}, {"after", v.after},      {"saves", v.saves},
             {"applies", v.applies}, {"secret", v.secret}, {"by_value", v.by_value}};
+    if (v.loaded)
+        json["loaded"] = *v.loaded;
 }
 
 static void from_json(const Json &json, UndoRecord::Value &v)
@@ -55,6 +78,8 @@ static void from_json(const Json &json, UndoRecord::Value &v)
     json.at("applies").get_to(v.applies);
     json.at("secret").get_to(v.secret);
     json.at("by_value").get_to(v.by_value);
+    if (json.contains("loaded"))
+        v.loaded = json.at("loaded").get<std::string>();
 }
 
 static void to_json(Json &json, const UndoRecord::File &f)
@@ -92,8 +117,10 @@ int write_undo_record(const UndoRecord &record)
     Json::to_cbor({{"entry", record.entry},
                    {"values", record.values},
                    {"files", record.files},
-                   {"actions", record.actions}},
+                   {"actions", record.actions},
+                   {"further", record.further}},
                   text);
+    text.insert(0, hash_of(text));
     const FileResult result = replace_secret_file(path(), text);
     if (result.error && result.changed)
         remove_undo_record();
@@ -113,11 +140,12 @@ std::optional<UndoRecord> read_undo_record()
     std::string problem = std::strerror(text.error);
     if (!text.error) {
         try {
-            const Json json = Json::from_cbor(text.text);
+            const Json json = Json::from_cbor(checked(text.text));
             return UndoRecord{json.at("entry").get<HistoryEntry>(),
                               json.at("values").get<std::vector<UndoRecord::Value>>(),
                               json.at("files").get<std::vector<UndoRecord::File>>(),
-                              json.at("actions").get<std::vector<Actions::Action>>()};
+                              json.at("actions").get<std::vector<Actions::Action>>(),
+                              json.at("further").get<std::vector<Actions::Action>>()};
         } catch (const std::exception &error) {
             problem = error.what();
             std::rename(path().c_str(), (path() + ".damaged").c_str());

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qvcd {
@@ -24,7 +25,11 @@ struct UndoRecord {
         bool saves = false;
         bool applies = false;
         bool secret = false;
-        bool by_value = false; ///< an action saved it: `files` do not have its file
+        bool by_value = false; ///< only an action wrote it: `files` do not have its file
+        std::optional<std::string> loaded = std::nullopt; ///< what an action gave it, behind `after`
+
+        /// It is the commit's own.
+        bool has(std::string_view value) const { return value == after || value == loaded; }
     };
     struct File {
         std::string file;                  ///< of the appliance
@@ -36,6 +41,7 @@ struct UndoRecord {
     std::vector<Value> values; ///< none: all is undone but for actions
     std::vector<File> files;
     std::vector<Actions::Action> actions; ///< each with the one API that it runs for
+    std::vector<Actions::Action> further; ///< that those ran, likewise
 };
 
 /// Writes the record, to stay. Returns 0 or the errno of what failed; then it is as if it was not written.

@@ -53,9 +53,14 @@ bool is_separator(char c)
 // Takes the next word off the text, with the separators around it; empty when there is none.
 std::string_view next_word(std::string_view &text)
 {
-    const char *word = std::find_if_not(text.begin(), text.end(), is_separator);
-    const char *end = std::find_if(word, text.end(), is_separator);
-    text = {end, static_cast<std::size_t>(text.end() - end)};
+    const char *const last = text.data() + text.size();
+    const char *word = text.data();
+    while (word != last && is_separator(*word))
+        ++word;
+    const char *end = word;
+    while (end != last && !is_separator(*end))
+        ++end;
+    text = {end, static_cast<std::size_t>(last - end)};
     return {word, static_cast<std::size_t>(end - word)};
 }
 
@@ -83,26 +88,30 @@ bool split_line(std::string_view text, Line &line)
 // The thread's words: those of a command within a command are others. The memory of long lines is given back.
 class ThreadLine {
   public:
-    explicit ThreadLine(std::string_view text)
-        : line_(std::exchange(spare, {})), keep_(text.size() <= kKeepBytes)
+    explicit ThreadLine(std::string_view text) : is_shared_(!taken && text.size() <= kKeepBytes)
     {
+        taken = taken || is_shared_;
+        if (!is_shared_)
+            own_.emplace();
     }
     ~ThreadLine()
     {
-        if (keep_)
-            spare = std::move(line_);
+        if (is_shared_)
+            taken = false;
     }
     ThreadLine(const ThreadLine &) = delete;
     ThreadLine &operator=(const ThreadLine &) = delete;
-    Line &get() { return line_; }
+    Line &get() { return is_shared_ ? shared : *own_; }
 
   private:
     static constexpr std::size_t kKeepBytes = 4096;
-    static thread_local Line spare;
-    Line line_;
-    bool keep_;
+    static thread_local Line shared;
+    static thread_local bool taken;
+    bool is_shared_;
+    std::optional<Line> own_;
 };
-thread_local Line ThreadLine::spare;
+thread_local Line ThreadLine::shared;
+thread_local bool ThreadLine::taken = false;
 
 // A word of the line as the log shows it: decoded, secrets hidden. Behind a secret word all are: a password
 // with a comma or a blank in it comes as several.

@@ -127,7 +127,7 @@ const CommandRecord commitRecord = {
         "<API>=##Save failed#: its file cannot be written; nothing has changed.\n"
         "<API>=##Apply failed#: its action failed; everything is as it was before, and what ran already ran "
         "again with the old values. The lines \"apply:\" and \"undo:\" say which, and how they ended.\n"
-        "Commit=##Another commit is running#: with -n, or after ten minutes.\n"
+        "Commit=##Another commit is running#: with -n, after ten minutes, or when too many wait for it.\n"
         "Commit=##Commit <number> awaits confirmation#: confirm or abort that one first.\n"
         "The result is 1 after each of them.",
     .description =
@@ -143,7 +143,7 @@ const CommandRecord commitRecord = {
         "that is running is waited for; with -n it is not. -j gives one line of JSON. An action must not "
         "commit.",
     .assigns = true,
-    .recorded = ChangeNotes::Level::lasting,
+    .recorded = ChangeNotes::Level::all,
 };
 
 const CommandRecord confirmRecord = {

@@ -39,6 +39,10 @@ bool show_to(const Request &request, HistoryEntry &entry)
     if (entry.values.empty())
         return (request.mask & kLevel1Bits) != 0;
     std::erase_if(entry.values, [&](const ValueChange &value) { return !may_see(request, value.api); });
+    for (ValueChange &value : entry.values) { // it may have become one since
+        if (MetaApi(value.api).is_secret())
+            value = value_change(std::move(value.api), value.before, value.after, true);
+    }
     return !entry.values.empty();
 }
 
@@ -169,12 +173,12 @@ Args assignments_of(const Target &target, Report &report)
 int command_rollback(Request &request, Args &argv, std::FILE *out)
 {
     const OptionWords options(argv, "jn", "cm");
-    const auto number = argv.size() == 1 ? parse_int64(argv.front()) : std::nullopt;
+    const std::int64_t number = argv.size() == 1 ? parse_int64(argv.front()).value_or(0) : 0;
     std::optional<CommitOrder> order = commit_order(options);
-    if (!order || !number || *number == 0)
+    if (!order || number == 0)
         return refuse(out, API_E_INVALID_CMD_ARGS);
     Target target;
-    if (const std::string problem = find_target(*number, target); !problem.empty())
+    if (const std::string problem = find_target(number, target); !problem.empty())
         return refuse(out, problem_text(problem));
     if (target.number == 0)
         return refuse(out, "##No such entry#");
@@ -198,6 +202,8 @@ void add_to_history(const Request &request, const char *command, const std::stri
     std::erase_if(notes.values, [](const ValueChange &v) { return !v.secret && v.before == v.after; });
     if (!notes.happened && notes.values.empty() && notes.actions.empty())
         return;
+    for (ValueChange &value : notes.values)
+        value = value_change(std::move(value.api), value.before, value.after, value.secret);
     const HistoryResult added = history_add({.time = std::time(nullptr),
                                              .user = request.caller.user,
                                              .source = request.caller.source,
@@ -239,7 +245,7 @@ const CommandRecord rollbackRecord = {
         "is the last change of values, -2 the one before. It is a commit, an entry of the history like "
         "others, "
         "and takes the same options.",
-    .recorded = ChangeNotes::Level::lasting,
+    .recorded = ChangeNotes::Level::all,
 };
 
 } // namespace qvcd

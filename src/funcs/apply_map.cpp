@@ -200,6 +200,12 @@ void afuncmap_set_profile_loader(int (*loader)(Request &request, const std::stri
     profile_loader = loader;
 }
 
+bool afuncmap_sets_settings(std::string_view call)
+{
+    const ApplyRow &row = row_or_first(afuncCmdMap, split_call(call).name);
+    return row.function == afunc_profile || row.function == afunc_profile2;
+}
+
 int afuncmap_apply_direct(Request &request, std::string_view action, std::string_view api,
                           std::string_view call, int &result)
 {

@@ -15,6 +15,8 @@ int cmd_create_afuncmap_hdf(); ///< logs the map's size; 0
 int afuncmap_apply_direct(Request &request, std::string_view action, std::string_view api,
                           std::string_view call, int &result);
 
+/// Whether the call sets, applies or saves other settings: it loads a profile.
+bool afuncmap_sets_settings(std::string_view call);
 /// What a call that only has something run later runs, as a call for now; nothing for other calls.
 std::optional<std::string> afuncmap_without_delay(std::string_view call);
 

@@ -27,6 +27,18 @@ A.key: attr = psk; type = password; default = none
 B: perm = 7770; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/b.conf
 B.only: attr = ONLY; type = string_length 0 99; default = b; apply = syscall $QV_SYSROOT/act b
 B.new: attr = NEW; type = string_length 0 99; default =; file = /etc/new.conf; apply = syscall $QV_SYSROOT/act b
+Also.port: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf; attr = port; type = integer_range 1 99
+Also.port: default = 1; link = A.port
+Write.only: perm = 7772; read = kv_rfunc; write = kv_wfunc; file = /etc/w.conf; attr = w; type = string_length 0 99
+Write.only: default = hushed
+Private.note: perm = 7777; private = true; read = kv_rfunc; write = kv_wfunc; file = /etc/w.conf; attr = p
+Private.note: type = string_length 0 99; default = hushed
+System.Configuration.Profiles: perm = 7777; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/unit.conf
+System.Configuration.Profiles.current: attr = UNIT; type = blank,profile; default =; apply = profile_apply current
+G.Profiles: perm = 7777; read = quotedkv_rfunc; write = quotedkv_wfunc; file = /etc/group.conf
+G.Profiles.name: attr = NAME; type = blank,profile2; default =; apply = profile2_apply
+G.Profiles.desc: attr = DESC; type = blank,string_length 1 255; default =; apply = no_apply
+Dev.line: perm = 7777; write = io_wfunc; file = /dev.line; attr = line; type = string_length 0 99; default = d
 Bare.note: perm = 7777; read = kv_rfunc; file = /etc/bare.conf; attr = note; type = string_length 0 99; default = n
 """)
 A_CONF = "# keep\n#psk=older\nport=1\nname=x\npsk=none\n"
@@ -84,9 +96,23 @@ def test_plan_shows_all_and_does_nothing(a):
     assert a.command("plan", op).lines[:9] == [
         "A.name=x -> y", "--- /etc/shadow.d/a.conf", "+++ /etc/shadow.d/a.conf", "@@ -1,5 +1,5 @@",
         " *******", " *******", " *******", "-name=x", "+name=y"]
+    a.write("/etc/a.conf", "port=1\ntoken=geheim")  # that it gets a newline shows it to nobody
+    assert a.command("plan", op).lines[-5:-1] == ["-*******", "\\ No newline at end of file", "+*******", "+name=y"]
+    a.write("/etc/a.conf", A_CONF)
     assert a.command("plan B.only=1", op) == Reply(["B.only=##Invalid permission#"], 1)
     assert a.command("plan") == Reply([], 0)
     assert a.command("plan -a").lines[0] == "A.name=x -> y"
+
+
+def test_what_cannot_be_read_is_not_told(a):
+    a.command("set Private.note=hushed2")
+    a.command("commit Write.only=hushed3")
+    op = a.login("op", "oper")
+    for line in ["plan -a Private.note=1 Write.only=1", "plan -a", "diff", "commit -c 600 A.port=5 Private.note=2 Write.only=2",
+                 "commit -s", "history -j", "abort", "history -j", "rollback -2", "history -j"]:
+        assert "hushed" not in str(a.command(line, op)), line
+    assert "Private.note=******* -> *******" in a.command("plan Private.note=7", op).lines
+    assert a.command("get Private.note Write.only").lines == ["Private.note=hushed", "Write.only=hushed3"]
 
 
 def test_diff(a):
@@ -228,6 +254,36 @@ def test_unconfirmed_commits_are_undone(a):
     assert a.get("A.port") == "7"
 
 
+def test_what_was_saved_and_not_applied(a):
+    a.command("set A.port=5")
+    a.command("save")
+    a.command("commit -c 600 A.port=7")
+    assert a.command("abort").lines[0] == "A.port=7 -> 5"
+    assert (a.get("A.port"), a.read("/etc/a.conf")) == ("5", A_CONF.replace("port=1", "port=5"))
+
+
+@pytest.mark.parametrize("values, port", [("Also.port=3", "3"), ("A.port=2 Also.port=3", "3"), ("Also.port=3 A.port=2", "2")])
+def test_linked_apis(a, values, port):
+    a.command("update A.port=7")
+    assert a.command(f"commit -c 600 {values}").code == 0
+    assert a.command("get A.port Also.port").lines == [f"A.port={port}", f"Also.port={port}"]
+    assert f"port={port}\n" in a.read("/etc/a.conf")
+    assert a.command("abort").code == 0
+    assert a.command("get A.port Also.port").lines == ["A.port=7", "Also.port=7"]
+    assert "port=7\n" in a.read("/etc/a.conf")
+    assert a.command("checkmod").lines == []
+
+
+def test_what_others_set_stays_when_an_action_fails(a):
+    a.write("/hold", "")
+    a.write("/fail.port", "")
+    with a.connect(greeting=b"e2e 0 0\ncommit A.port=5 A.name=y\n\n") as commit:
+        wait_until(lambda: a.read_or_empty("/ran"), "the action to run")
+        a.command("set A.port=8 A.name=x")
+        a.write("/go", "")
+        commit.read_all()
+    assert a.command("diff") == a.command("diff running") == Reply(["A.port=1 -> 8"], 0)
+    assert a.command("checkmod").lines == a.command("checkapp").lines == ["A.port=8"]
 LATER = metadata("A.later: attr = later; default = l; apply = syscall_delay 1 $QV_SYSROOT/act later")
 
 
@@ -277,6 +333,13 @@ def test_what_others_saved_meanwhile_stays(a):
     assert a.read("/etc/a.conf") == a.read("/etc/shadow.d/a.conf")
     assert a.command("get A.port A.name").lines == ["A.port=8", "A.name=theirs"]
     assert a.command("diff").lines == ["A.port=1 -> 8"]
+    # Theirs is in the file, and what is set back by hand is still to be saved.
+    a.command("revert")
+    a.command("commit -c 600 A.name=z")
+    a.command("update A.name=other")
+    a.command("set A.name=theirs")
+    assert a.command("abort").code == 0
+    assert a.command("diff").lines == ["A.name=other -> theirs"]
 
 
 @pytest.mark.parametrize("how", ["kill", "stop"])
@@ -308,6 +371,85 @@ def test_a_kill_while_an_action_runs(a):
     assert undone["end"].startswith("undone: ") and undone["values"][0] == {"name": "A.port", "old": "1", "new": "5"}
 
 
+def test_the_daemon_ends_while_it_undoes(a):
+    before = state(a)
+    a.command("commit -c 1 A.port=5")
+    ran(a)
+    a.write("/hold", "")
+    wait_until(lambda: a.read_or_empty("/ran"), "the action to run again")
+    a.stop()
+    a.write("/go", "")
+    a.start()
+    wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
+    assert state(a) == before
+
+
+@pytest.mark.parametrize("end", ["fail", "abort", "kill"])
+@pytest.mark.parametrize("selection", ["System.Configuration.Profiles.current", "G.Profiles.name"])
+def test_a_profile_that_is_loaded_is_undone(a, selection, end):
+    a.write("/etc/profiles/P.hdf", "A {\n port = 9\n name = prof\n key = pk\n}\nG {\n Profiles {\n  name = P\n  desc = T\n}\n}\n")
+    everything = state(a), a.command("get").lines
+    values = f"A.port=5 {selection}=P B.only=c"
+    if end == "fail":
+        a.write("/fail.b", "")
+        assert a.command(f"commit {values}").lines[-2:] == ["Commit.end=undone", "Commit=1"]
+    else:
+        assert a.command(f"commit -c 600 {values}").code == 0
+        assert (a.get("A.port"), a.get("A.name")) == ("9", "prof")
+    if end == "abort":
+        assert a.command("abort").code == 0
+    elif end == "kill":
+        a.kill()
+        a.start()
+        wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
+    assert (state(a), a.command("get").lines) == everything
+    assert ran(a)[-1].endswith(" 1")
+    assert b"pk" not in b"".join(p.read_bytes() for p in a.path("/var/lib/qv").iterdir())
+
+
+def test_a_device_that_fails_keeps_nothing_from_ending(a):
+    a.path("/dev.line").symlink_to("/dev/full")
+    reply = a.command("commit A.port=5 Dev.line=x")
+    assert reply.lines == ["Dev.line=##Save failed#", "Commit=##Can not undo: Dev.line#", "Commit.end=undone", "Commit=1"]
+    os.unlink(a.path("/dev.line"))
+    a.write("/dev.line", "")
+    assert a.command("commit -c 600 A.port=5 Dev.line=x").code == 0
+    os.unlink(a.path("/dev.line"))
+    a.path("/dev.line").symlink_to("/dev/full")
+    assert a.command("abort").code == 1
+    assert (a.get("A.port"), a.get("Dev.line")) == ("1", "d")
+    assert a.command("commit A.port=6").code == 0
+
+
+def test_a_record_that_stays_runs_no_action_again(a):
+    a.command("commit -c 600 A.port=5")
+    ran(a)
+    record = a.path("/var/lib/qv/commit.undo")
+    record.rename(record.with_name("aside"))
+    (record / "x").mkdir(parents=True)
+    assert a.command("abort").lines[-3:-1] == [
+        "Commit=##Can not undo: its record stays#", "undo: syscall $QV_SYSROOT/act port"]
+    assert a.command("commit A.port=6") == Reply(["Commit=##A commit is being undone#"], 1)
+    wait_until(lambda: a.log().count("its record stays") > 1, "another try")
+    (record / "x").rmdir()
+    record.rmdir()
+    wait_until(lambda: a.command("commit A.name=y").code == 0, "its end")
+    assert ran(a) == ["port 1", "name 1"]
+
+
+def test_commits_that_wait_leave_room_for_others(a):
+    a.write("/hold", "")
+    commits = [a.connect(greeting=b"e2e 0 0\ncommit A.port=2\n\n")]
+    wait_until(lambda: a.read_or_empty("/ran"), "the action to run")
+    commits += [a.connect(greeting=b"e2e 0 0\ncommit A.port=%d\n\n" % n) for n in range(3, 99)]
+    wait_until(lambda: a.log().count("cmd: [commit]") == len(commits), "all commits to wait")
+    assert a.command("modify A.name=y").code == 0
+    a.write("/go", "")
+    ended = [commit.read_all().endswith(b"@\n0\n") for commit in commits]
+    assert ended[0] and 20 < sum(ended) < 40
+    assert a.command("commit A.port=1").code == 0
+
+
 def test_history_of_the_other_commands(a):
     a.command("set A.port=2")  # never saved: no entry
     a.command("revert")
@@ -332,6 +474,14 @@ def test_history_of_the_other_commands(a):
     assert text[1:] == ["    A.port=3 -> 4", "    apply: syscall $QV_SYSROOT/act port"]
 
 
+def test_what_has_become_a_password_is_hidden(a):
+    a.command("commit A.name=geheim")
+    a.stop()
+    a.write("/usr/share/qvapi/apimeta.hdf", META.replace("A.name.type = string_length 0 99", "A.name.type = password"))
+    a.start()
+    assert a.command("history").lines[1] == "    A.name=******* -> *******"
+
+
 def test_rollback(a):
     start = state(a)
     for line in ["commit A.port=2", "commit A.port=3 A.key=k", "update A.name=y", "commit B.only=c"]:
@@ -345,6 +495,19 @@ def test_rollback(a):
     assert a.command("rollback 1").code == 0
     a.command("commit A.key=none")
     assert state(a) == start
+
+
+def test_a_damaged_record_stops_nothing(a):
+    a.command("commit -c 600 A.port=5")
+    a.kill()
+    record = a.path("/var/lib/qv/commit.undo").read_bytes()
+    for damaged in [b"", record[:-1], record.replace(b"A.port", b"A.name"), b"\x81" * 1000000]:
+        a.write("/var/lib/qv/commit.undo", damaged)
+        a.start()
+        assert a.command("commit A.port=6").code == 0
+        assert a.path("/var/lib/qv/commit.undo.damaged").read_bytes() == damaged
+        a.command("commit A.port=5")
+        a.stop()
 
 
 def test_damaged_history_stops_nothing(a):

@@ -1,5 +1,6 @@
 #include "base/file_text.h"
 #include "base/kv_file.h"
+#include "base/text.h"
 #include "temp_folder.h"
 
 #include <algorithm>
@@ -13,6 +14,17 @@ namespace qvcd {
 namespace {
 
 namespace fs = std::filesystem;
+
+TEST(Text, OneLine)
+{
+    for (int byte = 0; byte < 256; ++byte) {
+        for (std::size_t size = 1; size < 20; ++size) {
+            std::string text(size, '\xff');
+            text[static_cast<std::size_t>(byte) % size] = static_cast<char>(byte);
+            EXPECT_NE(is_control(static_cast<char>(byte)), is_one_line(text)) << byte << " of " << size;
+        }
+    }
+}
 
 TEST(KvFile, FindsTheValue)
 {
