@@ -364,6 +364,21 @@ Standing *take_standing(const Request &request, std::int64_t number, Report &rep
     return find_standing(request, number, report);
 }
 
+// An action that ends the daemon, or resets the appliance, would do so at each start.
+void count_start(UndoRecord &record)
+{
+    constexpr int kMostStarts = 3;
+    if (++record.starts > kMostStarts) {
+        qv_log_print(kLogError, "Its actions do not run any more: %d starts did not live to see them end\n",
+                     kMostStarts);
+        record.actions.clear();
+        record.further.clear();
+    }
+    const Unlocked unlocked;
+    if (const int error = write_undo_record(record))
+        qv_log_print(kLogError, "Can not count this start: %s\n", std::strerror(error));
+}
+
 } // namespace
 
 int commit(Request &request, const CommitOrder &order, Report &report,
@@ -461,6 +476,7 @@ void recover_commit()
     for (const std::string &problem : put_files_back(*record).problems)
         qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
     std::vector<ValueChange> undone = put_values_back(*record);
+    count_start(*record);
     stand({.record = std::move(*record),
            .state = Standing::State::undecided,
            .due = Deadline::max(),

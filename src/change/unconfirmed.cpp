@@ -205,6 +205,7 @@ void stand_for_actions(Standing undone, std::vector<Actions::Action> actions)
     undone.record.values.clear(); // who gives them the same values now keeps them
     undone.record.files.clear();
     undone.record.actions = std::move(actions);
+    undone.record.further.clear();
     undone.state = Standing::State::undecided;
     int error = 0;
     {

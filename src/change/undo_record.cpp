@@ -118,7 +118,8 @@ int write_undo_record(const UndoRecord &record)
                    {"values", record.values},
                    {"files", record.files},
                    {"actions", record.actions},
-                   {"further", record.further}},
+                   {"further", record.further},
+                   {"starts", record.starts}},
                   text);
     text.insert(0, hash_of(text));
     const FileResult result = replace_secret_file(path(), text);
@@ -145,7 +146,8 @@ std::optional<UndoRecord> read_undo_record()
                               json.at("values").get<std::vector<UndoRecord::Value>>(),
                               json.at("files").get<std::vector<UndoRecord::File>>(),
                               json.at("actions").get<std::vector<Actions::Action>>(),
-                              json.at("further").get<std::vector<Actions::Action>>()};
+                              json.at("further").get<std::vector<Actions::Action>>(),
+                              json.at("starts").get<int>()};
         } catch (const std::exception &error) {
             problem = error.what();
             std::rename(path().c_str(), (path() + ".damaged").c_str());

@@ -42,6 +42,7 @@ struct UndoRecord {
     std::vector<File> files;
     std::vector<Actions::Action> actions; ///< each with the one API that it runs for
     std::vector<Actions::Action> further; ///< that those ran, likewise
+    int starts = 0;                       ///< that found it
 };
 
 /// Writes the record, to stay. Returns 0 or the errno of what failed; then it is as if it was not written.

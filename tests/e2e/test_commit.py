@@ -450,6 +450,18 @@ def test_commits_that_wait_leave_room_for_others(a):
     assert a.command("commit A.port=1").code == 0
 
 
+def test_an_action_that_no_daemon_outlives_runs_three_times(a):
+    a.write("/hold", "")
+    a.connect(greeting=b"e2e 0 0\ncommit A.port=5\n")
+    for count in range(1, 5):
+        wait_until(lambda: len(a.read_or_empty("/ran").splitlines()) == count, "the action to run")
+        a.kill()
+        a.start()
+    wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
+    assert ran(a) == ["port 5", "port 1", "port 1", "port 1"]
+    assert ends(a) == [("rollback", "done"), ("commit", "undone: the daemon ended before it was settled")]
+
+
 def test_history_of_the_other_commands(a):
     a.command("set A.port=2")  # never saved: no entry
     a.command("revert")
