@@ -19,6 +19,7 @@ add_dependencies(concurrent_tests qvcd qvc)
 
 qvcd_e2e_test(NAME access CONCURRENT)
 qvcd_e2e_test(NAME change CONCURRENT)
+qvcd_e2e_test(NAME changes_page)
 qvcd_e2e_test(NAME commit CONCURRENT)
 qvcd_e2e_test(NAME crash TIMEOUT 300)
 qvcd_e2e_test(NAME crowd CONCURRENT TIMEOUT 300)
