@@ -27,13 +27,18 @@ Assignment parse_assignment(std::string_view argument)
     return asked;
 }
 
-std::optional<std::string> assignment_error(const Request &request, Api &api, std::string_view value)
+std::optional<std::string> write_error(const Request &request, const Api &api, std::string_view value)
 {
     if (!api.writable_by(request.mask))
         return API_E_INVALID_PERMISSION;
-    if (const char *error = value_error(value))
-        return error;
-    return cfuncmap_check(api, value);
+    const char *error = value_error(value);
+    return error ? std::optional<std::string>(error) : std::nullopt;
+}
+
+std::optional<std::string> assignment_error(const Request &request, Api &api, std::string_view value)
+{
+    const auto error = write_error(request, api, value);
+    return error ? error : cfuncmap_check(api, value);
 }
 
 std::string_view shown_setting(const Api &api)

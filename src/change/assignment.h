@@ -22,6 +22,10 @@ Assignment parse_assignment(std::string_view argument);
 /// that no value has, the API's type. Nothing when it may be set.
 std::optional<std::string> assignment_error(const Request &request, Api &api, std::string_view value);
 
+/// The same without the type, for values that the API had already: one of a file or a default need not be of
+/// its type.
+std::optional<std::string> write_error(const Request &request, const Api &api, std::string_view value);
+
 /// The value that the API shows: that of the one which its "link" names, where there is one. Good as long as
 /// `api`.
 std::string_view shown_setting(const Api &api);

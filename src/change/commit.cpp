@@ -157,7 +157,7 @@ Commit::Step Commit::write_files()
 {
     const SaveLock lock; // from before the values are taken
     proposal_ = order_.assignments.empty() ? propose_pending(request_, order_.whose)
-                                           : propose(request_, order_.assignments);
+                                           : propose(request_, order_.assignments, order_.check);
     report_.errors.insert(report_.errors.end(), proposal_.refused.begin(), proposal_.refused.end());
     if (!proposal_.refused.empty())
         return Step::refused;
@@ -319,7 +319,7 @@ int Commit::finish()
 
 int Commit::await_confirmation()
 {
-    add_entry("awaits confirmation");
+    add_entry(kAwaitsConfirmation);
     stand({.record = record_, .number = report_.entry, .due = deadline_in(*order_.confirm)});
     report_.left = order_.confirm;
     notify_publish_on(order_.command, "entry", std::to_string(report_.entry));
@@ -445,7 +445,7 @@ int confirm_commit(const Request &request, std::int64_t number, std::optional<st
         return refuse(report, std::string("##Can not be confirmed: ") + std::strerror(removed.error) + "#");
     }
     stand_no_more();
-    report.problem = history_end(report.entry, "confirmed");
+    report.problem = history_end(report.entry, kConfirmed);
     notify_publish_on("confirm", "entry", std::to_string(report.entry));
     return removed.error ? refuse(report, kNotFlushed) : 0;
 }
@@ -471,7 +471,7 @@ void recover_commit()
 {
     std::optional<UndoRecord> record = read_undo_record();
     if (!record)
-        return;
+        return history_none_awaits();
     qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
     for (const std::string &problem : put_files_back(*record).problems)
         qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());

@@ -24,6 +24,7 @@ struct CommitOrder {
     std::string text = {};                                      ///< for the history
     bool wait = true;                                           ///< for another commit; false: refused
     const char *command = "commit";
+    Check check = Check::full; ///< of the assignments
 };
 
 /// Carries it out. What is found in `report` before stays there. Returns 0; 1 when nothing has changed for an

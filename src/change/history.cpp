@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -31,6 +32,8 @@ using Work = std::function<std::int64_t(HistoryStore &store)>;
 class History {
   public:
     HistoryResult run(Access access, const Work &work);
+    void note_end(std::int64_t number, std::string_view end);
+    void note_that_none_awaits();
     void close();
 
   private:
@@ -41,9 +44,26 @@ class History {
 
     std::mutex mutex_; // guards what follows
     std::unique_ptr<HistoryStore> store_;
-    std::int64_t last_ = 0;        // the highest number that an entry is known to have got
-    std::set<std::string> logged_; // problems, since the last entry that was written
+    std::int64_t last_ = 0;                    // the highest number that an entry is known to have got
+    std::set<std::string> logged_;             // problems, since the last entry that was written
+    std::map<std::int64_t, std::string> ends_; // that are not written yet
+    bool none_awaits_ = false;                 // what says so was confirmed
 };
+
+// What could not be written when it happened is written when it can.
+void History::note_end(std::int64_t number, std::string_view end)
+{
+    const Unlocked unlocked;
+    const std::lock_guard lock(mutex_);
+    ends_[number] = end;
+}
+
+void History::note_that_none_awaits()
+{
+    const Unlocked unlocked;
+    const std::lock_guard lock(mutex_);
+    none_awaits_ = true;
+}
 
 // Nobody waits for the mutex with the command lock: who has it waits for the disk.
 HistoryResult History::run(Access access, const Work &work)
@@ -88,6 +108,12 @@ HistoryStore &History::store()
         store_ = module<HistoryModule>().open(path, last_);
         last_ = std::max(last_, store_->last());
     }
+    for (const auto &[number, end] : ends_)
+        store_->end(number, end);
+    ends_.clear();
+    if (none_awaits_)
+        store_->replace_end(kAwaitsConfirmation, kConfirmed);
+    none_awaits_ = false;
     return *store_;
 }
 
@@ -139,11 +165,13 @@ HistoryResult history_add(const HistoryEntry &entry)
 
 std::string history_end(std::int64_t number, std::string_view end)
 {
-    const auto work = [&](HistoryStore &store) {
-        store.end(number, end);
-        return 0;
-    };
-    return history().run(Access::write, work).problem;
+    history().note_end(number, end);
+    return history().run(Access::write, [](HistoryStore &) { return 0; }).problem;
+}
+
+void history_none_awaits()
+{
+    history().note_that_none_awaits();
 }
 
 HistoryResult history_find(std::string_view key)

@@ -32,8 +32,15 @@ struct HistoryResult {
 /// Adds an entry. After a file was put aside the entry is in the new one, and `problem` says so.
 HistoryResult history_add(const HistoryEntry &entry);
 
-/// Says how an entry ended. Returns the problem.
+inline constexpr char kAwaitsConfirmation[] = "awaits confirmation";
+inline constexpr char kConfirmed[] = "confirmed";
+
+/// Says how an entry ended; when that cannot be written, it is as soon as it can. Returns the problem.
 std::string history_end(std::int64_t number, std::string_view end);
+
+/// No commit awaits its confirmation: entries that say so are of commits whose confirmation could not be
+/// written before an end of the daemon.
+void history_none_awaits();
 
 /// The number of the entry with this key; 0: there is none.
 HistoryResult history_find(std::string_view key);

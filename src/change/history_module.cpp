@@ -118,6 +118,7 @@ class Store final : public HistoryStore {
 
     std::int64_t add(const HistoryEntry &entry) override;
     void end(std::int64_t number, std::string_view end) override;
+    void replace_end(std::string_view before, std::string_view after) override;
     std::int64_t find(std::string_view key) override;
     std::vector<std::int64_t> numbers(const std::vector<std::string> &names) override;
     std::optional<HistoryEntry> entry(std::int64_t number) override;
@@ -153,6 +154,7 @@ class Store final : public HistoryStore {
     const SqliteStatement drop_one_below_{
         db_.get(), "DELETE FROM entry WHERE number = (SELECT min(number) FROM entry) AND number < ?1"};
     const SqliteStatement end_{db_.get(), "UPDATE entry SET end = ?2 WHERE number = ?1"};
+    const SqliteStatement replace_end_{db_.get(), "UPDATE entry SET end = ?2 WHERE end = ?1"};
     const SqliteStatement find_{db_.get(), "SELECT max(number) FROM entry WHERE key = ?1 AND key <> ''"};
     const SqliteStatement all_{db_.get(), "SELECT number FROM entry"};
     const SqliteStatement changed_{db_.get(),
@@ -273,6 +275,11 @@ void Store::end(std::int64_t number, std::string_view end)
 {
     const std::string text = shortened(std::string(end));
     SqliteRun(end_, number, text).next();
+}
+
+void Store::replace_end(std::string_view before, std::string_view after)
+{
+    SqliteRun(replace_end_, before, after).next();
 }
 
 std::int64_t Store::find(std::string_view key)

@@ -41,6 +41,9 @@ class HistoryStore {
     /// Says how the entry of this number ended, on the disk. Nothing happens when it is not there any more.
     virtual void end(std::int64_t number, std::string_view end) = 0;
 
+    /// Says so of all that ended in one way.
+    virtual void replace_end(std::string_view before, std::string_view after) = 0;
+
     /// The number of the newest entry with this key; 0: there is none, or the key is empty.
     virtual std::int64_t find(std::string_view key) = 0;
 

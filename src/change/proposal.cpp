@@ -71,7 +71,7 @@ Actions Proposal::actions() const
     return actions;
 }
 
-Proposal propose(const Request &request, const Args &assignments)
+Proposal propose(const Request &request, const Args &assignments, Check check)
 {
     Proposal proposal;
     std::map<std::string, std::size_t> known;
@@ -81,7 +81,9 @@ Proposal propose(const Request &request, const Args &assignments)
             proposal.refused.push_back({asked.name, asked.error});
             continue;
         }
-        if (const auto error = assignment_error(request, *asked.api, asked.value)) {
+        const auto error = check == Check::full ? assignment_error(request, *asked.api, asked.value)
+                                                : write_error(request, *asked.api, asked.value);
+        if (error) {
             proposal.refused.push_back({asked.name, *error});
             continue;
         }

@@ -49,8 +49,13 @@ struct Proposal {
     Actions actions() const;
 };
 
+enum class Check {
+    full,
+    had_it, ///< values that the APIs had already: their types are not asked
+};
+
 /// Of "name=value" arguments; the last one of an API counts. Changes nothing. Under the command lock.
-Proposal propose(const Request &request, const Args &assignments);
+Proposal propose(const Request &request, const Args &assignments, Check check = Check::full);
 
 /// Whose pending changes.
 enum class Whose { own, everybodys };

@@ -63,7 +63,7 @@ void Report::print_text(std::FILE *out) const
         reply_line(out, "undo: " + line_of(run));
     if (!end.empty())
         reply_value(out, entry_name + ".end", end);
-    if (entry != 0)
+    if (entry >= 0)
         reply_value(out, entry_name, std::to_string(entry));
     if (left)
         reply_value(out, "Commit.seconds", std::to_string(left->count()));
@@ -85,7 +85,7 @@ void Report::print_json(std::FILE *out) const
         json["errors"].push_back({{"name", refusal.api}, {"error", refusal.error}});
     if (!end.empty())
         json["end"] = end;
-    if (entry != 0)
+    if (entry >= 0)
         json["entry"] = entry;
     if (left)
         json["seconds"] = left->count();

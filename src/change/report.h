@@ -26,9 +26,9 @@ struct Report {
     std::vector<ActionRun> actions; ///< that ran, or would run
     std::vector<ActionRun> undone;  ///< that ran again with the old values
     std::vector<Refusal> errors;
-    std::string entry_name = "Commit";        ///< of the command
-    std::int64_t entry = 0;                   ///< of the history
-    std::string end;                          ///< how it ended, where it is not what was asked for
+    std::string entry_name = "Commit"; ///< of the command
+    std::int64_t entry = -1;           ///< of the history; 0: it could not be written; below: there is none
+    std::string end;                   ///< how it ended, where it is not what was asked for
     std::optional<std::chrono::seconds> left; ///< to confirm it
     std::string problem;                      ///< with the history
 

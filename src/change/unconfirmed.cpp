@@ -138,7 +138,8 @@ void note_in_history(const Request &request, const Standing &undone, Report &rep
             entry.values.push_back(value_change(value.api, value.before, value.after, value.secret));
         number = history_add(entry).number;
     }
-    if (history_find(key_of_undoing(undone.record)).number != 0)
+    report.entry = history_find(key_of_undoing(undone.record)).number;
+    if (report.entry != 0)
         return;
     entry = {.time = std::time(nullptr),
              .key = key_of_undoing(undone.record),

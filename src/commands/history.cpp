@@ -6,6 +6,7 @@
 #include "change/history.h"
 #include "commands/commit.h"
 #include "commands/option_words.h"
+#include "funcs/check_map.h"
 #include "platform/api_errors.h"
 #include "store/api.h"
 #include "store/database.h"
@@ -160,10 +161,14 @@ Args assignments_of(const Target &target, Report &report)
     for (const std::int64_t number : target.cut)
         report.errors.push_back({"Entry." + std::to_string(number), "##Not all of its values are known#"});
     for (const auto &[api, value] : target.values) {
-        if (!find_api(api))
+        Api *known = find_api(api);
+        if (!known)
             report.errors.push_back({api, API_E_PARAM_NOT_FOUND});
         else if (value.secret)
             report.errors.push_back({api, "##Passwords are not kept#"});
+        else if (const auto error = cfuncmap_check(*known, value.before);
+                 error && value.before != known->fallback())
+            report.errors.push_back({api, *error}); // its type is another one now
         else
             assignments.push_back(api + "=" + url_escape(value.before));
     }
@@ -185,6 +190,7 @@ int command_rollback(Request &request, Args &argv, std::FILE *out)
     Report report;
     report.entry_name = "Rollback";
     order->command = "rollback";
+    order->check = Check::had_it;
     order->assignments = assignments_of(target, report);
     const std::string text = "to before " + std::to_string(target.number);
     order->text = order->text.empty() ? text : text + ": " + order->text;
@@ -237,9 +243,11 @@ const CommandRecord rollbackRecord = {
     .handler = command_rollback,
     .summary = "Bring back the values from before a change",
     .synopsis = "rollback [-j] [-n] [-c <seconds>] [-m <text>] <number>|-1",
-    .errors = "##No such entry#: the history does not reach back so far.\n"
-              "<API>=##Parameter not found#, ##Passwords are not kept#: it is passed over.\n"
-              "Others are those of commit, and the result is 1.",
+    .errors =
+        "##No such entry#: the history does not reach back so far.\n"
+        "<API>=##Parameter not found#, ##Passwords are not kept#, or what is wrong with its old value: it is "
+        "passed over.\n"
+        "Others are those of commit, and the result is 1.",
     .description =
         "Undoes an entry of the history and all that came after it: the APIs get the values from before. -1 "
         "is the last change of values, -2 the one before. It is a commit, an entry of the history like "

@@ -14,7 +14,8 @@ inline constexpr char kSaveFailed[] = "##Save failed#";
 /// Values on their way into the files of their APIs: gathered under the command lock, written without it. All
 /// values of one file go into its text together, and what fails keeps no other value from its file.
 ///
-/// Take the SaveLock (base/save_lock.h) before prepare(), if there will be a commit(). Paths are paths of the appliance.
+/// Take the SaveLock (base/save_lock.h) before prepare(), if there will be a commit(). Paths are paths of the
+/// appliance.
 class FileWrites {
   public:
     using Extent = FileSet::Extent;

@@ -522,6 +522,22 @@ def test_a_damaged_record_stops_nothing(a):
         a.stop()
 
 
+@pytest.mark.parametrize("restart", [False, True])
+def test_an_end_that_could_not_be_told_is_told_later(a, restart):
+    a.command("commit -c 600 A.port=5")
+    other = sqlite3.connect(a.path("/var/lib/qv/history.db"), isolation_level=None)
+    other.execute("BEGIN IMMEDIATE")
+    reply = a.command("confirm")
+    assert (reply.lines[0], reply.code) == ("Confirm=1", 0) and "History=##" in reply.lines[1]
+    if restart:
+        a.kill()
+    other.execute("ROLLBACK")
+    other.close()
+    if restart:
+        a.start()
+    assert ends(a) == [("commit", "confirmed")]
+
+
 def test_damaged_history_stops_nothing(a):
     a.command("commit A.port=2")
     a.stop()

@@ -38,12 +38,9 @@ TEST(Trust, SourcesOverTcp)
         {"all", {"192.0.2.1", "2001:db8::1", ""}, {}},
         {"10.0.0.0/8", {"10.0.0.0", "10.255.255.255"}, {"11.0.0.0", "9.255.255.255", "127.0.0.1", "a00::"}},
         {"192.0.2.128/25", {"192.0.2.128", "192.0.2.255"}, {"192.0.2.127", "192.0.3.128"}},
-        {"192.0.2.1", {"192.0.2.1"}, {"192.0.2.0", "192.0.2.2"}},
-        {"0.0.0.0/0", {"0.0.0.0", "255.255.255.255"}, {"::1", "2001:db8::1"}},
         {"::/0", {"::1", "ffff::"}, {"127.0.0.1"}},
         {"2001:db8::/33", {"2001:db8:7fff::1"}, {"2001:db8:8000::1", "2001:db9::"}},
         {"::ffff:10.0.0.0/104", {"10.1.2.3"}, {"11.0.0.0"}},
-        {"loopback,10.0.0.0/8,2001:db8::/32", {"127.0.0.1", "::1", "10.0.0.1", "2001:db8::1"}, {"11.0.0.1"}},
     };
     for (const auto &row : rows) {
         Trust trust;
@@ -59,18 +56,13 @@ TEST(Trust, SourcesOverTcp)
 
 TEST(Trust, BadSourcesAreRefusedAndChangeNothing)
 {
-    using Sources = std::vector<const char *>;
-    const Sources lists{"", ",", "10.0.0.0/8,", ",10.0.0.0/8", "10.0.0.0/8 ", "none,none", "loopback,all"};
-    const Sources lengths{"10.0.0.0/33",  "10.0.0.0/", "10.0.0.0/-0", "10.0.0.0/ 8",
-                          "10.0.0.0/8/8", "/8",        "::/129"};
-    const Sources addresses{"10.0.0/8", "::1%lo", "::ffff:0.0.0.0/95", "localhost", "All"};
-    for (const Sources &refused : {lists, lengths, addresses}) {
-        for (const char *bad : refused) {
-            Trust trust;
-            EXPECT_FALSE(trust.set_tcp(bad)) << bad;
-            EXPECT_TRUE(trust.caller(tcp("127.0.0.1")).trusted) << bad;
-            EXPECT_FALSE(trust.caller(tcp("10.0.0.1")).trusted) << bad;
-        }
+    for (const char *bad : {"", ",", "10.0.0.0/8,", ",10.0.0.0/8", "10.0.0.0/8 ", "none,none", "loopback,all",
+                            "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/-0", "10.0.0.0/ 8", "10.0.0.0/8/8", "/8",
+                            "::/129", "10.0.0/8", "::1%lo", "::ffff:0.0.0.0/95", "localhost", "All"}) {
+        Trust trust;
+        EXPECT_FALSE(trust.set_tcp(bad)) << bad;
+        EXPECT_TRUE(trust.caller(tcp("127.0.0.1")).trusted) << bad;
+        EXPECT_FALSE(trust.caller(tcp("10.0.0.1")).trusted) << bad;
     }
 }
 

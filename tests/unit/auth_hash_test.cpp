@@ -60,12 +60,9 @@ TEST_F(HashTest, WhatCountsAsAHash)
         {y, true},
         {s, true},
         {"", false},
-        {"$", false},
-        {"$y$", false},
         {"$y$j9T$", false},
         {"$y$j75" + salt, false},
         {"$1$abc", false},
-        {"$100,000", false},
         {" " + y, false},
         {y + "x", false},
         {"$y$jFT" + salt + digest, false}, // a gigabyte

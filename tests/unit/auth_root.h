@@ -6,7 +6,6 @@
 #include "store/tree.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace qvcd {
 
@@ -45,12 +44,7 @@ class AuthTest : public OnEmptyRoot<testing::Test> {
 
     static std::string list() { return appliance_root().read("tmp/current_sessions"); }
     static std::string user_file() { return appliance_root().read("etc/user.conf"); }
-    static unsigned mode_of(const std::string &name)
-    {
-        struct stat st {};
-        EXPECT_EQ(0, stat(appliance_root().path(name).c_str(), &st)) << name;
-        return st.st_mode & 07777U;
-    }
+    static unsigned mode_of(const std::string &name) { return appliance_root().mode_of(name); }
 };
 
 } // namespace qvcd

@@ -44,11 +44,6 @@ class Replacing : public OnEmptyRoot<testing::Test> {
         return appliance_root().write(name, text);
     }
     static std::string read(const std::string &name) { return appliance_root().read(name); }
-    static mode_t mode_of(const std::string &name)
-    {
-        struct stat st {};
-        return stat(path(name).c_str(), &st) == 0 ? st.st_mode & 07777U : 0;
-    }
     static std::vector<std::string> names_in(const std::string &folder)
     {
         std::vector<std::string> names;
@@ -72,8 +67,8 @@ TEST_F(Replacing, KeepsModeOwnerAttributesAndLinks)
     EXPECT_EQ(replace_file(path("etc/link"), "new"), kReplaced);
     EXPECT_EQ(replace_file(path("etc/dangling"), "made"), kReplaced);
     EXPECT_EQ(read("etc/real") + read("etc/nowhere"), "newmade");
-    EXPECT_EQ(mode_of("etc/real"), 0640U);
-    EXPECT_EQ(mode_of("etc/nowhere"), 0644U);
+    EXPECT_EQ(appliance_root().mode_of("etc/real"), 0640U);
+    EXPECT_EQ(appliance_root().mode_of("etc/nowhere"), 0644U);
     struct stat st {};
     ASSERT_EQ(stat(path("etc/real").c_str(), &st), 0);
     EXPECT_TRUE(geteuid() != 0 || (st.st_uid == 12345 && st.st_gid == 54321));
@@ -83,7 +78,7 @@ TEST_F(Replacing, KeepsModeOwnerAttributesAndLinks)
     for (const char *link : {"etc/link", "etc/second", "etc/dangling", "etc/third"})
         EXPECT_TRUE(fs::is_symlink(path(link))) << link;
     EXPECT_EQ(replace_secret_file(path("etc/nowhere"), "y"), kReplaced);
-    EXPECT_EQ(mode_of("etc/nowhere"), 0600U);
+    EXPECT_EQ(appliance_root().mode_of("etc/nowhere"), 0600U);
     EXPECT_EQ(names_in("etc").size(), 6U);
     EXPECT_FALSE(fs::exists(path("var"))); // one rename needs no journal
 }
@@ -105,8 +100,8 @@ TEST_F(Replacing, WhatCanBeReplacedIs)
     EXPECT_EQ(read("etc/a") + read("etc/b"), "newnew");
     EXPECT_EQ(names_in("etc"), (std::vector<std::string>{"a", "b", "folder"}));
     EXPECT_EQ(read("var/lib/qv/save.journal"), ""); // its work is done
-    EXPECT_EQ(mode_of("var/lib/qv/save.journal"), 0600U);
-    EXPECT_EQ(mode_of("var/lib/qv"), 0755U);
+    EXPECT_EQ(appliance_root().mode_of("var/lib/qv/save.journal"), 0600U);
+    EXPECT_EQ(appliance_root().mode_of("var/lib/qv"), 0755U);
 }
 
 TEST_F(Replacing, GoesOnWithoutAJournal)

@@ -32,7 +32,6 @@ TEST(ClientChange, RepliesArePainted)
         {"A.b=1 -> 2", "A.b=<r>1</> -> <g>2</>"},
         {"A.b= -> x -> y", "A.b= -> <g>x -> y</>"},
         {"A.b=##Apply failed#", "A.b=<r>##Apply failed#</>"},
-        {"##Nothing awaits confirmation#", "<r>##Nothing awaits confirmation#</>"},
         {"--- /etc/a", "<b>--- /etc/a</>"},
         {"+++ /etc/a", "<b>+++ /etc/a</>"},
         {"@@ -1,2 +1,3 @@", "<c>@@ -1,2 +1,3 @@</>"},

