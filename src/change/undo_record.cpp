@@ -109,22 +109,20 @@ static void from_json(const Json &json, Actions::Action &a)
     a.apis.at(0); // it runs for one
 }
 
-int write_undo_record(const UndoRecord &record)
+FileResult write_undo_record(const UndoRecord &record)
 {
     if (const int error = make_folder(folder_of(path())))
-        return error;
+        return {error, false};
     std::string text;
     Json::to_cbor({{"entry", record.entry},
                    {"values", record.values},
                    {"files", record.files},
                    {"actions", record.actions},
-                   {"further", record.further}},
+                   {"further", record.further},
+                   {"starts", record.starts}},
                   text);
     text.insert(0, hash_of(text));
-    const FileResult result = replace_secret_file(path(), text);
-    if (result.error && result.changed)
-        remove_undo_record();
-    return result.error;
+    return replace_secret_file(path(), text);
 }
 
 FileResult remove_undo_record()
@@ -145,7 +143,8 @@ std::optional<UndoRecord> read_undo_record()
                               json.at("values").get<std::vector<UndoRecord::Value>>(),
                               json.at("files").get<std::vector<UndoRecord::File>>(),
                               json.at("actions").get<std::vector<Actions::Action>>(),
-                              json.at("further").get<std::vector<Actions::Action>>()};
+                              json.at("further").get<std::vector<Actions::Action>>(),
+                              json.at("starts").get<int>()};
         } catch (const std::exception &error) {
             problem = error.what();
             std::rename(path().c_str(), (path() + ".damaged").c_str());
