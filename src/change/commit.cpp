@@ -242,7 +242,10 @@ bool Commit::take_notes(const Actions::Action &action)
 int Commit::write_record()
 {
     const Unlocked unlocked;
-    return write_undo_record(record_);
+    const FileResult result = write_undo_record(record_);
+    if (result.error && result.changed && !has_begun_)
+        remove_undo_record();
+    return result.error;
 }
 
 // Puts everything back and tells of it; 1.
@@ -364,21 +367,6 @@ Standing *take_standing(const Request &request, std::int64_t number, Report &rep
     return find_standing(request, number, report);
 }
 
-// An action that ends the daemon, or resets the appliance, would do so at each start.
-void count_start(UndoRecord &record)
-{
-    constexpr int kMostStarts = 3;
-    if (++record.starts > kMostStarts) {
-        qv_log_print(kLogError, "Its actions do not run any more: %d starts did not live to see them end\n",
-                     kMostStarts);
-        record.actions.clear();
-        record.further.clear();
-    }
-    const Unlocked unlocked;
-    if (const int error = write_undo_record(record))
-        qv_log_print(kLogError, "Can not count this start: %s\n", std::strerror(error));
-}
-
 } // namespace
 
 int commit(Request &request, const CommitOrder &order, Report &report,
@@ -467,16 +455,38 @@ int abort_commit(Request &request, std::int64_t number, Report &report)
     return report.errors.empty() ? 0 : 1;
 }
 
+namespace {
+
+// An action may end the daemon, or the appliance, each time it runs.
+void count_start(UndoRecord &record)
+{
+    constexpr int kMaxStarts = 2;
+    {
+        const Unlocked unlocked;
+        ++record.starts;
+        write_undo_record(record);
+    }
+    if (record.starts <= kMaxStarts)
+        return;
+    qv_log_print(kLogError,
+                 "The actions of the commit do not run again: %d starts did not get through them\n",
+                 kMaxStarts);
+    record.actions.clear();
+    record.further.clear();
+}
+
+} // namespace
+
 void recover_commit()
 {
     std::optional<UndoRecord> record = read_undo_record();
     if (!record)
         return history_none_awaits();
     qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
+    count_start(*record);
     for (const std::string &problem : put_files_back(*record).problems)
         qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
     std::vector<ValueChange> undone = put_values_back(*record);
-    count_start(*record);
     stand({.record = std::move(*record),
            .state = Standing::State::undecided,
            .due = Deadline::max(),

@@ -211,7 +211,7 @@ void stand_for_actions(Standing undone, std::vector<Actions::Action> actions)
     int error = 0;
     {
         const Unlocked unlocked;
-        error = write_undo_record(undone.record);
+        error = write_undo_record(undone.record).error;
     }
     if (error)
         qv_log_print(kLogError, "Can not record what is left of undoing commit %lld: %s\n",

@@ -60,7 +60,6 @@ void undo_standing(Request &request, Report &report, Delay delay);
 /// the client has its reply, or at the next start. Lets go of the command lock.
 void stand_for_actions(Standing undone, std::vector<Actions::Action> actions);
 
-/// Ends the thread that watches the time. False when it is undoing one, and left behind.
 /// Ends the thread that watches the time, when no command can run any more. False: it is left behind, in the
 /// middle of an undoing.
 bool stop_standing();

@@ -109,10 +109,10 @@ static void from_json(const Json &json, Actions::Action &a)
     a.apis.at(0); // it runs for one
 }
 
-int write_undo_record(const UndoRecord &record)
+FileResult write_undo_record(const UndoRecord &record)
 {
     if (const int error = make_folder(folder_of(path())))
-        return error;
+        return {error, false};
     std::string text;
     Json::to_cbor({{"entry", record.entry},
                    {"values", record.values},
@@ -122,10 +122,7 @@ int write_undo_record(const UndoRecord &record)
                    {"starts", record.starts}},
                   text);
     text.insert(0, hash_of(text));
-    const FileResult result = replace_secret_file(path(), text);
-    if (result.error && result.changed)
-        remove_undo_record();
-    return result.error;
+    return replace_secret_file(path(), text);
 }
 
 FileResult remove_undo_record()

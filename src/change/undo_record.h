@@ -42,12 +42,11 @@ struct UndoRecord {
     std::vector<File> files;
     std::vector<Actions::Action> actions; ///< each with the one API that it runs for
     std::vector<Actions::Action> further; ///< that those ran, likewise
-    int starts = 0;                       ///< that found it
+    int starts = 0;                       ///< of the daemon that undid it, and did not end
 };
 
-/// Writes the record, to stay. Returns 0 or the errno of what failed; then it is as if it was not written.
-/// Keeps the command lock.
-int write_undo_record(const UndoRecord &record);
+/// Writes the record, in place of the one that is there. Keeps the command lock.
+FileResult write_undo_record(const UndoRecord &record);
 
 /// Removes it, to stay.
 FileResult remove_undo_record();
