@@ -14,7 +14,7 @@ PLACEHOLDERS = [
     (r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", "TIME"),
     (r"(seconds\"?[:=])\d+", r"\g<1>0"),
     (r"user \d+", "user UID"),
-    (r"(cannot reach the daemon at \S+?):? .*", r"\1 FOR SOME REASON"),
+    (r"qvc: (cannot reach the daemon|no answer|the connection broke) .*", "qvc: CUT OFF"),
 ]
 
 
