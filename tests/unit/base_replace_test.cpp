@@ -115,39 +115,6 @@ TEST_F(Replacing, GoesOnWithoutAJournal)
     EXPECT_EQ(names_in("").size(), 71U);
 }
 
-TEST_F(Replacing, FilesOfTheKernelAreWrittenInPlace)
-{
-    std::ifstream mounts("/proc/mounts");
-    std::string line;
-    std::string group;
-    while (group.empty() && std::getline(mounts, line)) {
-        std::istringstream words(line);
-        std::string device, point, type;
-        words >> device >> point >> type;
-        const std::string name = point + "/qvcd-test-" + std::to_string(getpid());
-        if (type.starts_with("cgroup") && mkdir(name.c_str(), 0755) == 0)
-            group = name;
-    }
-    if (group.empty())
-        GTEST_SKIP() << "no control group can be made here";
-    const std::string v1 = group + "/notify_on_release";
-    const bool is_v1 = fs::exists(v1);
-    const std::string file = is_v1 ? v1 : group + "/cgroup.max.depth";
-    for (const auto kind : {FileChange::Kind::plain, FileChange::Kind::device}) {
-        for (const char *value : {"1\n", "0\n"}) {
-            FileSet set;
-            set.add({file, value, 0666, kind});
-            EXPECT_EQ(set.commit(), Results{kReplaced});
-            EXPECT_EQ(read_file(file), value);
-        }
-    }
-    FileSet wrong;
-    wrong.add({file, "nonsense\n"});
-    EXPECT_EQ(wrong.commit(), (Results{{EINVAL, false}}));
-    EXPECT_EQ(read_file(file), "0\n");
-    rmdir(group.c_str());
-}
-
 TEST_F(Replacing, LeftOversOfTheDeadAreRemoved)
 {
     const pid_t dead = fork();

@@ -31,7 +31,6 @@ TEST_F(ExportTest, ModesTellWhatGoesOut)
         const char *arguments;
         std::string text;
     } rows[] = {
-        {kAdmin, "", name + clock + web},
         {kAdmin, " stdout 1", name + clock + state + web},
         {kAdmin, " stdout 2", name + pin + clock + web},
         {kAdmin, " stdout 3", name + pin + clock + state + "Box.fixed=stone\n" + web},
@@ -95,7 +94,6 @@ TEST_F(ImportTest, Values)
         std::string document, reply;
         const char *api, *value;
     } rows[] = {
-        {kAdmin, "Box.name = a%2Bb+%25", "Box.name=a+b %\n", "Box.name", "a+b %"},
         {kAdmin, "Box.color = gr%65en", "Box.color=gr%65en=##Parameter not found#\n", "Box.color", "red"},
         {kAdmin, "Box.name = a%00b", "Box.name=##Invalid character#\n", "Box.name", "my box"},
         {kAdmin, "Box.clock = 20250101T00%3A00%3A00", "", "Box.clock", "20240229T12:00:00"},

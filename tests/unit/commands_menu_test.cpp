@@ -77,7 +77,6 @@ TEST_F(MenuTest, SubCommands)
     const std::string name = "Box.name=my box\n";
     const std::pair<const char *, std::string> rows[] = {
         {"get main.settings", "load=Box.color, Web.Wizard\nintrospect=Web.Wizard.firstrun\n"},
-        {"get none", ""},
         {"getload 0 settings", name +
                                    "Box.color=red\nWeb.Wizard.firstrun=1\nWeb.Wizard.firstrun.type=boolean\n"
                                    "Web.Wizard.firstrun.value=1\nWeb.Wizard.firstrun.choices=[0,1]\n"

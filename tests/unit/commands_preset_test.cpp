@@ -116,20 +116,16 @@ TEST_F(PresetTest, Replies)
     const std::string config = "Preset.1.Config.name=one\nPreset.1.Config.desc=First %s\n";
     const std::string whole = config + "Preset.1.Enc.rate=10\nPreset.1.Enc.text=plain\n";
     const std::pair<const char *, std::string> rows[] = {
-        {"bogus", "Enc.rate=10\nEnc.text=plain\n"},
         {"get current", kReport1},
         {"info", kReport1 + config + kConfig2},
-        {"info 2x", kConfig2},
         {"info 3", kInvalidNumber},
         {"info -1", kNoPreset},
         {"get", kReport1 + whole + kWhole2},
-        {"get 1", whole},
         {"load 3", kInvalidNumber},
         {"load 0", kNoPreset},
         {"load_name", "##Need to specify a preset name#\n"},
         {"set 21", kInvalidNumber},
         {"save 3", kNoPreset},
-        {"store 21", kInvalidNumber},
         {"read 3", ""},
         {"import", "##Need to specify an import file#\n"},
         {"import /none%s", "##Can not find import file /none%s#\n"},

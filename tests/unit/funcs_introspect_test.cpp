@@ -81,8 +81,6 @@ TEST_F(IntrospectTest, WhatIsDescribed)
     EXPECT_EQ(describe("A.live"), "A.live.type=string\nA.live.value=stored\n");
     metaDB.set("A.live.dynamic", "true");
     EXPECT_EQ(describe("A.live"), "A.live.type=string\nA.live.value=0\n");
-    metaDB.set("A.live.read", "no_rfunc");
-    EXPECT_EQ(describe("A.live"), "A.live.type=string\nA.live.value=\n");
 }
 
 TEST_F(IntrospectTest, Alternatives)
@@ -173,7 +171,6 @@ TEST_F(IntrospectTest, ProfileChoices)
     EXPECT_EQ(of_type("string_set x,profile,string_set y"),
               "A.b.choices=[x]\nA.b.0=x\nA.b.0=default\nA.b.1=c.d\nA.b.2=b\nA.b.3=a\n"
               "A.b.choices=[y]\nA.b.1=y\n");
-    EXPECT_EQ(of_type("profile", true, "\t"), "defaultc.dba");
     metaDB.set("A.Profiles.name.type", "string_set x,profile2");
     hdfDB.set("A.Profiles.name", "b");
     EXPECT_EQ(describe("A.Profiles.name"),

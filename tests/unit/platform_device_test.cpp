@@ -13,34 +13,6 @@ namespace {
 
 class DeviceTest : public OnEmptyRoot<testing::Test> {};
 
-TEST_F(DeviceTest, IdentityGroups)
-{
-    appliance_root().write(kIdentFile, ident_image({{6, "Maker"},
-                                                    {1, std::string("Box\0junk", 8)},
-                                                    {5, binary_build(1520, 4000000000U)},
-                                                    {4, "\x01\x02\x63"},
-                                                    {7, ""},
-                                                    {1, "Second"}}));
-    IdentData data;
-    ASSERT_TRUE(qv_ident_read_data(data));
-    const struct {
-        int group;
-        IdentDecoder decoder;
-        IdentText kind;
-        const char *text;
-    } cases[] = {
-        {1, nullptr, IdentText::text, "Box"}, // up to the NUL byte, of the first record
-        {7, nullptr, IdentText::text, ""},         {5, nullptr, IdentText::binary, "before"},
-        {4, nullptr, IdentText::binary, "before"}, {3, ident_read_inputs, IdentText::none, "before"},
-    };
-    for (const auto &c : cases) {
-        std::string text = "before";
-        EXPECT_EQ(qv_ident_read_group_using_data(data, c.group, c.decoder, text), c.kind) << c.group;
-        EXPECT_EQ(text, c.text) << c.group;
-    }
-    EXPECT_EQ(ident_read_number(*qv_ident_find_group(data, 5), kIdentSerialOffset), 4000000000U);
-}
-
 TEST_F(DeviceTest, DamagedIdentityMemory)
 {
     IdentData data;
@@ -64,58 +36,45 @@ TEST_F(DeviceTest, DamagedIdentityMemory)
     EXPECT_EQ(ident_read_number({}, 6), 0U);
 }
 
-struct Supply {
-    const char *name, *type, *online, *status, *capacity;
-    const char *scope = "", *present = "";
-};
-
-void write_supplies(std::initializer_list<Supply> supplies)
-{
-    std::filesystem::remove_all(appliance_root().path("sys"));
-    for (const Supply &s : supplies) {
-        const std::string folder = std::string("sys/class/power_supply/") + s.name + "/";
-        const std::pair<const char *, const char *> files[] = {{"type", s.type},     {"online", s.online},
-                                                               {"status", s.status}, {"capacity", s.capacity},
-                                                               {"scope", s.scope},   {"present", s.present}};
-        for (const auto &[name, text] : files) {
-            if (*text)
-                appliance_root().write(folder + name, std::string(text) + "\n");
-        }
-    }
-}
-
 TEST_F(DeviceTest, PowerSource)
 {
     const struct {
-        std::initializer_list<Supply> supplies;
+        std::initializer_list<std::pair<const char *, const char *>> files;
         int source, capacity;
     } cases[] = {
         {{}, 0, 0},
-        {{{"ac", "Mains", "0", "", ""}, {"usb", "USB_DCP", "1", "", ""}}, 2, 0},
-        {{{"ac", "Mains", "1", "", ""},
-          {"b", "Battery", "", "Discharging", "80"},
-          {"usb", "USB", "1", "", ""}},
+        {{{"ac/type", "Mains"}, {"ac/online", "0"}, {"usb/type", "USB_DCP"}, {"usb/online", "1"}}, 2, 0},
+        {{{"ac/type", "Mains"},
+          {"ac/online", "1"},
+          {"b/type", "Battery"},
+          {"b/status", "Discharging"},
+          {"b/capacity", "80"}},
          1,
          80},
-        {{{"ac", "Mains", "0", "", ""},
-          {"b1", "Battery", "", "Discharging", "42"},
-          {"b2", "Battery", "", "Full", "9"}},
+        {{{"b1/type", "Battery"},
+          {"b1/capacity", "42"},
+          {"b2/type", "Battery"},
+          {"b2/status", "Full"},
+          {"b2/capacity", "9"}},
          4,
          42},
-        {{{"b", "Battery", "", "Full", "100"}}, 0, 100},
-        {{{"mouse", "Battery", "", "Discharging", "3", "Device"}, {"slot", "Battery", "", "", "4", "", "0"}},
+        {{{"b/type", "Battery"}, {"b/status", "Full"}, {"b/capacity", "100"}}, 0, 100},
+        {{{"mouse/type", "Battery"},
+          {"mouse/scope", "Device"},
+          {"slot/type", "Battery"},
+          {"slot/present", "0"}},
          0,
          0},
-        {{{"a", "Battery", "", "", "3", "Device"}, {"b", "Battery", "", "", "99999999999", "System", "1"}},
+        {{{"b/type", "Battery"}, {"b/scope", "System"}, {"b/present", "1"}, {"b/capacity", "99999999999"}},
          4,
          100},
     };
-    int number = 0;
     for (const auto &c : cases) {
-        write_supplies(c.supplies);
-        EXPECT_EQ(power_read_source(), c.source) << "case " << number;
-        EXPECT_EQ(power_read_battery_capacity(), c.capacity) << "case " << number;
-        ++number;
+        std::filesystem::remove_all(appliance_root().path("sys"));
+        for (const auto &[name, text] : c.files)
+            appliance_root().write(std::string("sys/class/power_supply/") + name, std::string(text) + "\n");
+        EXPECT_EQ(power_read_source(), c.source) << "case " << &c - cases;
+        EXPECT_EQ(power_read_battery_capacity(), c.capacity) << "case " << &c - cases;
     }
 }
 

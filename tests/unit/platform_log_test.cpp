@@ -2,7 +2,6 @@
 #include "platform/log_budget.h"
 #include "temp_folder.h"
 
-#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thread>
@@ -122,30 +121,6 @@ TEST(LogBudget, ASourceHasItsLinesInItsTime)
     for (std::size_t i = 0; i < 2 * LogBudget::kMost; ++i)
         budget.take(std::to_string(i), 3, start);
     EXPECT_EQ(budget.take("another", 3, start), Verdict::leave_out); // they share what others have
-}
-
-TEST(Log, WhatASourceBringsAboutIsLimited)
-{
-    const TempFolder folder;
-    qv_log_start(2, false, false, folder.path("log").c_str(), false, "test");
-    const auto lines_of = [&](int priority, bool is_trusted) {
-        const std::string before = folder.read("log");
-        const std::string name = std::to_string(priority) + (is_trusted ? " trusted" : "");
-        const LogSource source(name, is_trusted);
-        for (int i = 0; i < 300; ++i)
-            qv_log_print(priority, "x\n");
-        const std::string text = folder.read("log").substr(before.size());
-        return std::ranges::count(text, '\n');
-    };
-    for (const bool is_trusted : {false, true}) {
-        EXPECT_EQ(lines_of(kLogError, is_trusted), 101);
-        EXPECT_EQ(lines_of(kLogNotice, is_trusted), 300);
-        EXPECT_EQ(lines_of(kLogInfo, is_trusted), is_trusted ? 300 : 101);
-    }
-    qv_log_stop();
-    EXPECT_NE(folder.read("log").find("\n6: further lines are left out for some seconds\n"),
-              std::string::npos);
-    EXPECT_NE(folder.read("log").find("\n3 trusted: 200 errors were left out\n"), std::string::npos);
 }
 
 } // namespace

@@ -96,20 +96,17 @@ TEST_F(Watchdog, WithoutAManagerOrItsIntervalTheCheckIsLookedAtOnly)
 
 TEST_F(Watchdog, AnIntervalMustBeMeantForThisProcess)
 {
-    const struct {
-        const char *microseconds, *process;
-        bool asked;
-    } cases[] = {{"20000", nullptr, true}, {"20000", "1", false},  {"20000", "", false},
-                 {"0", nullptr, false},    {"2s", nullptr, false}, {"", nullptr, false}};
-    for (const auto &c : cases) {
-        setenv("WATCHDOG_USEC", c.microseconds, 1);
-        c.process ? setenv("WATCHDOG_PID", c.process, 1) : unsetenv("WATCHDOG_PID");
-        EXPECT_EQ(watchdog_interval().has_value(), c.asked) << c.microseconds;
+    for (const char *process : {"1", ""}) {
+        setenv("WATCHDOG_PID", process, 1);
+        EXPECT_EQ(watchdog_interval(), std::nullopt) << process;
     }
     setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
-    setenv("WATCHDOG_USEC", "20000", 1);
     EXPECT_EQ(watchdog_interval(), std::chrono::milliseconds(20));
     unsetenv("WATCHDOG_PID");
+    for (const char *microseconds : {"0", "2s", ""}) {
+        setenv("WATCHDOG_USEC", microseconds, 1);
+        EXPECT_EQ(watchdog_interval(), std::nullopt) << microseconds;
+    }
 }
 
 TEST(ServiceManager, MayListenInTheAbstractNamespace)

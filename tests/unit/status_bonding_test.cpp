@@ -114,11 +114,9 @@ TEST_F(BondingTest, FirstRuleThatAppliesDecidesTheRate)
         {true, {manual, bond, wlan, asi, {control + ".max_transmission_rate", "123"}}, "123"},
         {true, {link, wlan, asi}, "4000000"},
         {true, {link, wired, {"Bond.Configuration.connect_mode", "wifi"}}, "9000000"},
-        {true, {bond}, "2400000"},
         {true, {bond, bitrate, {"Bond.Configuration.bonding_protocol_version", "1"}}, "4500000000"},
         {true, {bond, {bitrate.first, "99999999999999999999"}}, "9200000000000000000"},
         {true, {bond, wired, wlan, {"Bond.Configuration.adapt_br", "0"}}, "9000000"},
-        {false, {bond, bitrate}, "10000000"},
         {false, {asi, wlan, {stream + ".ASI.bitrate", "11"}}, "9"}, // 9.9
         {false, {ts, wlan, wired}, "9000000"},
         {false, {ts, wlan, cbr}, "7700000"},

@@ -27,8 +27,6 @@ TEST_F(CodecInfoTest, SelectsTheConfiguration)
     } cases[] = {
         {"encoder", "hd", "sd", "inputmode=x\n", "hd", "VideoEncoder", "input", "AudioEncoder"},
         {"encoder", "sd", "hd", "", "sd", "VideoEncoder sd", "input sd", "AudioEncoder sd"},
-        {"decoder", "sd", "hd", "", "hd", "VideoDecoder", kNothing, "AudioDecoder"},
-        {"encoder", "4k", "hd", "", "4k", kNothing, kNothing, kNothing},
         {"standby", "hd", "hd", "", "unknown", kNothing, kNothing, kNothing},
         {"encoder", "auto", "hd", "broken {\n", "auto", kNothing, kNothing, kNothing},
         {"encoder", "auto", "hd", "format=sd\ninputmode=composite\n", "sd", "VideoEncoder sd", "composite",

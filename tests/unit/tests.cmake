@@ -7,19 +7,18 @@ qvcd_unit_test(NAME auth SOURCES auth_access_test.cpp auth_hash_test.cpp auth_se
   LIBRARIES qvcd_auth)
 qvcd_unit_test(NAME commands_auth SOURCES auth_commands_test.cpp LIBRARIES qvcd_commands)
 qvcd_unit_test(NAME client
-  SOURCES client_change_test.cpp client_escape_test.cpp client_options_test.cpp client_reply_test.cpp
+  SOURCES client_change_test.cpp client_wire_test.cpp
   LIBRARIES qvcd_client_full)
 qvcd_unit_test(NAME platform_device SOURCES platform_device_test.cpp LIBRARIES qvcd_platform)
 qvcd_unit_test(NAME status
   SOURCES status_bonding_test.cpp status_codec_test.cpp status_links_test.cpp status_network_test.cpp
     status_system_test.cpp status_uplink_test.cpp
   LIBRARIES qvcd_status)
-qvcd_unit_test(NAME store SOURCES store_api_test.cpp store_flags_test.cpp store_meta_test.cpp store_tree_test.cpp LIBRARIES qvcd_store)
+qvcd_unit_test(NAME store SOURCES store_metadata_test.cpp store_tree_test.cpp LIBRARIES qvcd_store)
 qvcd_unit_test(NAME base SOURCES base_files_test.cpp base_lock_test.cpp base_replace_test.cpp base_shell_test.cpp LIBRARIES qvcd_base LABELS concurrent)
 qvcd_unit_test(NAME platform
-  SOURCES platform_claim_test.cpp platform_crypto_test.cpp platform_ipc_client_test.cpp
-    platform_line_server_test.cpp platform_log_test.cpp platform_module_test.cpp platform_notify_test.cpp platform_process_test.cpp
-    platform_socket_test.cpp platform_tls_test.cpp platform_watchdog_test.cpp
+  SOURCES platform_line_server_test.cpp platform_lock_files_test.cpp platform_log_test.cpp platform_modules_test.cpp
+    platform_notify_test.cpp platform_sockets_test.cpp platform_tls_test.cpp platform_watchdog_test.cpp
   LIBRARIES qvcd_platform LABELS concurrent)
 add_library(module_of_another_release MODULE unit/module_of_another_release.cpp)
 target_link_libraries(module_of_another_release PRIVATE qvcd_flags)
