@@ -180,11 +180,6 @@ void history_none_awaits()
     history().note_that_none_awaits();
 }
 
-HistoryResult history_find(std::string_view key)
-{
-    return history().run(Access::read, [&](HistoryStore &store) { return store.find(key); });
-}
-
 std::string history_visit(const std::vector<std::string> &names,
                           const std::function<bool(const HistoryEntry &)> &visit)
 {

@@ -44,15 +44,18 @@ struct UndoRecord {
     std::vector<Actions::Action> further; ///< that those ran, likewise
 };
 
-/// Writes the record, to stay. Returns 0 or the errno of what failed; then it is as if it was not written.
-/// Keeps the command lock.
-int write_undo_record(const UndoRecord &record);
+/// Writes the record, to stay. Lets go of the command lock.
+FileResult write_undo_record(const UndoRecord &record);
 
-/// Removes it, to stay.
+/// Removes it, to stay, if it is there. Lets go of the command lock.
 FileResult remove_undo_record();
 
-/// The record that is there; nothing when there is none. One that cannot be read is put aside, with a log
-/// line.
-std::optional<UndoRecord> read_undo_record();
+struct UndoRead {
+    int error = 0; ///< the errno of what keeps it from being read; it may be readable later
+    std::optional<UndoRecord> record = std::nullopt;
+};
+
+/// The record, if it is there. A damaged one is put aside, with a log line. Lets go of the command lock.
+UndoRead read_undo_record();
 
 } // namespace qvcd
