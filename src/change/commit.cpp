@@ -472,6 +472,25 @@ int abort_commit(Request &request, std::int64_t number, Report &report)
     return report.errors.empty() ? 0 : 1;
 }
 
+namespace {
+
+// An action may end the daemon, or the appliance, each time it runs.
+void count_start(UndoRecord &record)
+{
+    constexpr int kMaxStarts = 2;
+    ++record.starts;
+    write_undo_record(record);
+    if (record.starts <= kMaxStarts)
+        return;
+    qv_log_print(kLogError,
+                 "The actions of the commit do not run again: %d starts did not get through them\n",
+                 kMaxStarts);
+    record.actions.clear();
+    record.further.clear();
+}
+
+} // namespace
+
 void recover_commit()
 {
     UndoRead read = read_undo_record();
@@ -485,6 +504,7 @@ void recover_commit()
                       .is_unread = read.error != 0};
     if (read.record) {
         standing.record = std::move(*read.record);
+        count_start(standing.record);
         for (const std::string &problem : put_files_back(standing.record).problems)
             qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
         standing.undone = put_values_back(standing.record);

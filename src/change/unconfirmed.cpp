@@ -191,6 +191,7 @@ void stand_for_actions(Standing undone, std::vector<Actions::Action> actions)
     undone.record.values.clear(); // who gives them the same values now keeps them
     undone.record.files.clear();
     undone.record.actions = std::move(actions);
+    undone.record.further.clear();
     undone.state = Standing::State::undecided;
     if (const int error = write_undo_record(undone.record).error)
         qv_log_print(kLogError, "Can not record what is left of undoing commit %lld: %s\n",

@@ -117,7 +117,8 @@ FileResult write_undo_record(const UndoRecord &record)
                    {"values", record.values},
                    {"files", record.files},
                    {"actions", record.actions},
-                   {"further", record.further}},
+                   {"further", record.further},
+                   {"starts", record.starts}},
                   text);
     text.insert(0, hash_of(text));
     const Unlocked unlocked;
@@ -151,7 +152,8 @@ UndoRead read_undo_record()
                               json.at("values").get<std::vector<UndoRecord::Value>>(),
                               json.at("files").get<std::vector<UndoRecord::File>>(),
                               json.at("actions").get<std::vector<Actions::Action>>(),
-                              json.at("further").get<std::vector<Actions::Action>>()}};
+                              json.at("further").get<std::vector<Actions::Action>>(),
+                              json.at("starts").get<int>()}};
     } catch (const std::exception &error) {
         qv_log_print(kLogError, "Can not read %s, a commit may stay half done: %s\n", kUndoFile,
                      error.what());

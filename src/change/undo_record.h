@@ -42,9 +42,10 @@ struct UndoRecord {
     std::vector<File> files;
     std::vector<Actions::Action> actions; ///< each with the one API that it runs for
     std::vector<Actions::Action> further; ///< that those ran, likewise
+    int starts = 0;                       ///< of the daemon that undid it, and did not end
 };
 
-/// Writes the record, to stay. Lets go of the command lock.
+/// Writes the record, in place of the one that is there, to stay. Lets go of the command lock.
 FileResult write_undo_record(const UndoRecord &record);
 
 /// Removes it, to stay, if it is there. Lets go of the command lock.

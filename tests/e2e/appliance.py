@@ -204,6 +204,38 @@ class Connection:
         self.close()
 
 
+class Talker:
+    """Sends requests over connections that open(tcp) makes."""
+
+    def exchange(self, data, tcp=False):
+        """Sends bytes as they are, ends sending and returns everything that comes back."""
+        with self.open(tcp) as c:
+            c.send_all_and_end(as_bytes(data))
+            return c.read_all()
+
+    def talk(self, lines, session=0, tcp=False):
+        """A whole request: the raw reply to the command lines."""
+        lines = [lines] if isinstance(lines, (str, bytes)) else lines
+        return self.exchange(b"".join([b"e2e %d 0\n" % session, *(as_bytes(x) + b"\n" for x in lines), b"\n"]), tcp)
+
+    def command(self, line, session=0, tcp=False):
+        lines = self.talk(line, session, tcp).decode(errors="surrogateescape").split("\n")
+        assert lines[-3] == "@" and lines[-1] == "", f"{line}: {lines}"
+        return Reply(lines[:-3], int(lines[-2]))
+
+    def get(self, api, session=0):
+        reply = self.command(f"get {api}", session)
+        assert reply.code == 0 and len(reply.lines) == 1, reply
+        name, value = reply.lines[0].split("=", 1)
+        assert name == api
+        return value
+
+    def login(self, user, password, *more, tcp=False):
+        reply = self.command(" ".join(["login", escape(user), escape(password), *more]), tcp=tcp)
+        assert reply.code == 0, reply
+        return int(reply.lines[0].removeprefix("Session="))
+
+
 class Events:
     """A subscriber of the notification bus: collects the events as (event, payload)."""
 
@@ -246,7 +278,7 @@ class Reservation:
         self.socket.close()
 
 
-class Appliance:
+class Appliance(Talker):
     def __init__(self, meta=None, files=None, shipped=False):
         """meta: text of the metadata file. files: {path: text, bytes, or (text, mode)}. shipped: the model that ships."""
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="qe", dir="/tmp"))
@@ -263,10 +295,7 @@ class Appliance:
         if meta is not None:
             self.write("/usr/share/qvapi/apimeta.hdf", meta)
         for name, content in (files or {}).items():
-            if isinstance(content, tuple):
-                self.write(name, *content)
-            else:
-                self.write(name, content)
+            self.write(name, *content if isinstance(content, tuple) else [content])
 
     # ---- Files ----
 
@@ -334,7 +363,7 @@ class Appliance:
 
     def answers(self, tcp=False):
         with contextlib.suppress(ConnectionError, FileNotFoundError):
-            with Connection(self.address(tcp)) as c:
+            with self.open(tcp) as c:
                 c.send("?\n")
                 return c.read_all() == b"!\n"
         return False
@@ -400,41 +429,16 @@ class Appliance:
     def address(self, tcp=False):
         return ("127.0.0.1", self.tcp.port) if tcp else str(self.path("/var/run/qv/qvcd.sock"))
 
+    def open(self, tcp=False):
+        return Connection(self.address(tcp))
+
     def connect(self, tcp=False, greeting=None):
         """A connection that is closed with the appliance at the latest."""
-        connection = Connection(self.address(tcp))
+        connection = self.open(tcp)
         self.connections.append(connection)
         if greeting:
             connection.send(greeting)
         return connection
-
-    def exchange(self, data, tcp=False):
-        """Sends bytes as they are, ends sending and returns everything that comes back."""
-        with Connection(self.address(tcp)) as c:
-            c.send_all_and_end(as_bytes(data))
-            return c.read_all()
-
-    def talk(self, lines, session=0, tcp=False):
-        """A whole request: the raw reply to the command lines."""
-        lines = [lines] if isinstance(lines, (str, bytes)) else lines
-        return self.exchange(b"".join([b"e2e %d 0\n" % session, *(as_bytes(x) + b"\n" for x in lines), b"\n"]), tcp)
-
-    def command(self, line, session=0, tcp=False):
-        lines = self.talk(line, session, tcp).decode(errors="surrogateescape").split("\n")
-        assert lines[-3] == "@" and lines[-1] == "", f"{line}: {lines}"
-        return Reply(lines[:-3], int(lines[-2]))
-
-    def get(self, api, session=0):
-        reply = self.command(f"get {api}", session)
-        assert reply.code == 0 and len(reply.lines) == 1, reply
-        name, value = reply.lines[0].split("=", 1)
-        assert name == api
-        return value
-
-    def login(self, user, password, *more, tcp=False):
-        reply = self.command(" ".join(["login", escape(user), escape(password), *more]), tcp=tcp)
-        assert reply.code == 0, reply
-        return int(reply.lines[0].removeprefix("Session="))
 
     def subscribe(self):
         """A subscriber that has been taken in, and has nothing to read yet."""

@@ -10,7 +10,7 @@ import threading
 
 import pytest
 
-from appliance import REPOSITORY, Connection, Reply, metadata, run_qvcd, user_file, wait_until
+from appliance import REPOSITORY, Connection, Reply, Talker, escape, metadata, run_qvcd, user_file, wait_until
 
 META = metadata("""
 A: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf
@@ -34,39 +34,22 @@ def make(appliance):
     return start
 
 
-class Place:
+class Place(Talker):
     """Where a client is: an address of this machine, or a local user."""
 
     def __init__(self, a, address=None, user=None):
         self.a, self.address, self.user = a, address, user
 
-    def connect(self):
-        tcp = self.address is not None
-        connection = Connection(self.a.address(tcp), source=self.address, user=self.user)
-        self.a.connections.append(connection)
-        return connection
-
-    def ask(self, *lines, session=0):
-        with self.connect() as c:
-            c.send_all_and_end(f"e2e {session} 0\n" + "".join(x + "\n" for x in lines) + "\n")
-            reply = c.read_all().decode().split("\n")
-        assert reply[-3] == "@" and reply[-1] == "", reply
-        return Reply(reply[:-3], int(reply[-2]))
-
-    def login(self, *words):
-        reply = self.ask("login " + " ".join(words))
-        assert reply.code == 0, reply
-        return int(reply.lines[0].removeprefix("Session="))
-
-    def is_root(self):
-        reply = self.ask("get A.one")
-        assert reply in (Reply(["A.one=1"], 0), Reply([FORBIDDEN], 1))
-        return reply.code == 0
+    def open(self, tcp=False):
+        return Connection(self.a.address(self.address is not None), source=self.address, user=self.user)
 
     def may_use(self, session):
-        reply = self.ask("get A.one", session=session)
-        assert reply in (Reply(["A.one=1"], 0), Reply([], 1))
+        reply = self.command("get A.one", session)
+        assert reply in (Reply(["A.one=1"], 0), Reply([] if session else [FORBIDDEN], 1))
         return reply.code == 0
+
+    def is_root(self):
+        return self.may_use(0)
 
 
 def check_stranger(place):
@@ -76,18 +59,18 @@ def check_stranger(place):
                  "logout 5", "get_session 0", "import /etc/a.conf", "export /tmp/out", "apply", "save", "nonsense",
                  "getv A.one", "factory_reset", "login.x", "metav A.one.perm"):  # fmt: skip
         if not line.startswith("login"):
-            assert place.ask(line) == Reply([FORBIDDEN], 1), line
-    assert place.ask("help", "get A.one", "help.api").lines[-1] == FORBIDDEN
-    assert place.ask("# a comment").code == 1
-    assert "login: Perform a login using username and password" in place.ask("help.cmd").lines
-    assert place.ask("help.api A") == Reply([], 0)
-    assert place.ask("get A.one", session=1234) == Reply([], 1)
-    with place.connect() as c:
+            assert place.command(line) == Reply([FORBIDDEN], 1), line
+    assert place.command(["help", "get A.one", "help.api"]).lines[-1] == FORBIDDEN
+    assert place.command("# a comment").code == 1
+    assert "login: Perform a login using username and password" in place.command("help.cmd").lines
+    assert place.command("help.api A") == Reply([], 0)
+    assert place.command("get A.one", session=1234) == Reply([], 1)
+    with place.open() as c:
         c.send("?\n")
         assert c.read_all() == b"!\n"
-    session = place.login("chief", "c+h")
-    assert place.ask("get A.one", session=session) == Reply(["A.one=1"], 0)
-    assert place.ask(f"logout {session}", session=session).code == 0
+    session = place.login("chief", "c h")
+    assert place.command("get A.one", session=session) == Reply(["A.one=1"], 0)
+    assert place.command(f"logout {session}", session=session).code == 0
     assert a.get("A.one") == "1" and not a.path("/tmp/out").exists()
     assert a.command("get A").lines == ["A.one=1"]
 
@@ -107,7 +90,7 @@ def test_local_users(make):
     one, other, root = (Place(a, user=user) for user in (65534, 65533, None))
     check_stranger(one)
     assert root.is_root() and not other.is_root()
-    mine, roots = one.login("chief", "c+h", "10.0.0.7"), root.login("op", "oper", "10.0.0.7")
+    mine, roots = one.login("chief", "c h", "10.0.0.7"), root.login("op", "oper", "10.0.0.7")
     assert [place.may_use(mine) for place in (one, other, root, Place(a, "127.0.0.1"))] == [True, False, True, True]
     assert [place.may_use(roots) for place in (one, other, root, Place(a, "127.0.0.1"))] == [False, False, True, True]
     a.restart("-c", tcp=True)
@@ -149,25 +132,27 @@ def test_wrong_passwords_hold_up_who_gives_them(make):
     guesser, other = Place(a, "127.0.0.5"), Place(a, "127.0.0.6")
     wrong = Reply(["##Invalid password#"], 1)
     for i in range(5):
-        assert guesser.ask(f"login op guess{i} 10.0.0.{i}") == wrong  # whoever he says he is
-    for password in ("oper", "guess"):
-        reply = guesser.ask(f"login op {password} 10.1.1.1")
+        assert guesser.command(f"login op guess{i} 10.0.0.{i}") == wrong  # whoever he says he is
+        assert guesser.command("login nobody guess") == Reply(["##Invalid user#"], 1)
+    for words in ("op oper", "op guess", "nobody guess"):  # as for names that exist
+        reply = guesser.command(f"login {words} 10.1.1.1")
         assert re.fullmatch(r"##Try again in \d+ s#", reply.lines[0]) and reply.code == 1
     # Nobody else, and nothing else of his, is slowed; not a thread waits.
-    refused = [guesser.connect() for _ in range(40)]
+    refused = [guesser.open() for _ in range(40)]
     for connection in refused:
         connection.send("e2e 0 0\nlogin op guess\n")
     for connection in refused:
         assert connection.read_lines(1).startswith(b"##Try again in ")
+        connection.close()
     assert len(list(os.scandir(f"/proc/{a.process.pid}/task"))) < 12
-    assert other.login("op", "oper") and guesser.login("chief", "c+h") and a.login("op", "oper")
+    assert other.login("op", "oper") and guesser.login("chief", "c h") and a.login("op", "oper")
     # After the delay one may try again; a right password makes all good.
     delays = r"Logins of user op by 127\.0\.0\.5 have to wait for (\d+) s"
-    wait_until(lambda: guesser.ask("login op guess") == wrong, "the end of the first delay")
+    wait_until(lambda: guesser.command("login op guess") == wrong, "the end of the first delay")
     assert re.findall(delays, a.log()) == ["1", "2"]
-    wait_until(lambda: guesser.ask("login op oper").code == 0, "the end of the second delay")
+    wait_until(lambda: guesser.command("login op oper").code == 0, "the end of the second delay")
     for _ in range(4):
-        assert guesser.ask("login op guess") == wrong
+        assert guesser.command("login op guess") == wrong
     assert guesser.login("op", "oper")
     assert re.findall(delays, a.log()) == ["1", "2"]
 
@@ -182,14 +167,14 @@ def test_a_password_that_is_tried_two_ways_fails_once(make):
 def test_the_built_in_password_is_for_trusted_sources(make):
     a = make("--trust-tcp=none")
     far = Place(a, "127.0.0.1")
-    assert far.ask("login admin wrong") == Reply(["##Invalid password#"], 1)
-    assert far.ask("login admin kelpo") == Reply([BUILT_IN], 1)
-    assert far.ask("login door:admin kelpo") == Reply([BUILT_IN], 1)
+    assert far.command("login admin wrong") == Reply(["##Invalid password#"], 1)
+    assert far.command("login admin kelpo") == Reply([BUILT_IN], 1)
+    assert far.command("login door:admin kelpo") == Reply([BUILT_IN], 1)
     assert a.login("admin", "kelpo")
     a.command("user.passwd admin mine")
     session = far.login("admin", "mine")
-    assert far.ask("user.default admin", session=session) == Reply(["User.admin.passwd=kelpo"], 0)
-    assert far.ask("login admin kelpo") == Reply([BUILT_IN], 1)
+    assert far.command("user.default admin", session=session) == Reply(["User.admin.passwd=kelpo"], 0)
+    assert far.command("login admin kelpo") == Reply([BUILT_IN], 1)
 
 
 # ---- Hashes ----
@@ -218,6 +203,7 @@ def test_hashes_in_the_user_file(make):
     assert is_hash(kept["chief"], "c h") and kept["op"] == "oper"
     assert a.path("/etc/user.conf").stat().st_mode & 0o777 == 0o600
     assert a.login("chief", "c h") == session
+    assert a.command("login chief " + escape(kept["chief"])).code == 1  # no hash is a password
     assert f"User.chief.passwd={kept['chief']}" in a.command("user.list").lines
     assert a.command("user.passwd op n%20w") == Reply(["User.op.passwd=n w"], 0)
     assert is_hash(passwords(a)["op"], "n w")

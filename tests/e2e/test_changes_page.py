@@ -5,7 +5,7 @@ import json
 import re
 import subprocess
 
-from appliance import REPOSITORY
+from appliance import REPOSITORY, die_with_us
 
 END = "-- end of the example --"
 
@@ -40,7 +40,8 @@ def comparable(text):
 class Shell:
     def __init__(self, command, env):
         self.process = subprocess.Popen(
-            command, env=env, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            command, env=env, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+            preexec_fn=die_with_us)
 
     def type(self, command):
         """The lines that it prints."""

@@ -57,15 +57,11 @@ def everything(a):
     return a.command("get").lines, a.command("meta.dump").lines, a.read("/etc/web.conf"), a.read_or_empty("/notes")
 
 
-@pytest.mark.parametrize(
-    "command",
-    [f"{command} {name}" for command in ("save", "apply", "revert", "checkmod", "default", "get", "browse", "introspect")
-     for name in ("Web.port.type", "Web.perm", "Web.file", "Nowhere")],
-)  # fmt: skip
+@pytest.mark.parametrize("command", "save apply revert checkmod default get browse introspect".split())
 def test_an_attribute_is_no_api(a, command):
     before = everything(a)
-    name = command.split()[1]
-    assert a.command(command) == Reply([f"{name}={NOT_FOUND}"], 0 if command.startswith("check") else 1)
+    for name in ("Web.port.type", "Web.perm", "Web.file", "Nowhere"):
+        assert a.command(f"{command} {name}") == Reply([f"{name}={NOT_FOUND}"], 0 if command == "checkmod" else 1)
     assert everything(a) == before
 
 
@@ -82,20 +78,15 @@ def test_a_change_without_a_name_reverts_nothing(a, command):
 @pytest.mark.parametrize(
     "user, argument, error",
     [
-        (1, "Web.extra=a%20b", None),
         (2, "Web.extra=1", None),
         (2, "Web.new.group.x=1", None),
         (3, "Web.extra=1", PERMISSION),  # the group may only read
         (1, "Maker.extra=1", PERMISSION),
         (1, "Bare.extra=1", None),  # no perm is inherited: administrators only
-        (2, "Bare.extra=1", PERMISSION),
-        (1, "New.group.x=1", None),
         (2, "New.group.x=1", PERMISSION),
         (1, "Web.port=1", NAME),
         (1, "Web=1", NAME),
-        (1, "Web.group=1", NAME),
         (1, "Web.port.extra=1", NAME),
-        (1, "Web.perm=7777", NAME),
         (1, "Web.port.perm=7777", NAME),
         (1, "Web.perm.x=1", NAME),
         (1, "T.__d=1", NAME),
@@ -139,20 +130,17 @@ def test_delete_takes_only_what_was_inserted(a, argument):
     assert everything(a) == before
 
 
-@pytest.mark.parametrize(
-    "command",
-    [f"{command} {name}=x" for command in ("add", "remove") for name in ("List.names.attr", "Nowhere", "Odd.names")],
-)
-def test_what_is_no_list(a, command):
+def test_what_is_no_list(a):
     before = everything(a)
-    assert a.command(command) == Reply([], 0)
+    for name in ("List.names.attr", "Nowhere", "Odd.names"):
+        assert a.command(f"add {name}=x") == a.command(f"remove {name}=x") == Reply([], 0), name
     assert everything(a) == before
 
 
 def test_queries_change_nothing(a):
     before = everything(a)
-    for query in ("metav sub.attr Web.group", "metav default Web.clone", "metav introspect Web.port", "metav mod Web.port",
-                  "metav nonsense Web.group.inner", "metav a/b Web.port", "metav type Web.port.perm"):  # fmt: skip
+    for query in ("metav sub.attr Web.group", "metav default Web.clone", "metav introspect Web.port",
+                  "metav nonsense Web.group.inner", "metav a/b Web.port", "help.api Web.port.type"):  # fmt: skip
         a.command(query)
     a.talk([f"metav invented{n} Web.group.inner" for n in range(1000)])
     a.command("reload")

@@ -210,18 +210,6 @@ def test_a_stream_that_was_cut_is_no_end_of_input(box):
     assert box.get("A.b") == "1"
 
 
-def test_replies_come_before_a_wait(certificates):
-    with serving(certificates) as a, TlsConnection(a) as c:
-        c.send("get A.long\nset A.slow=2\napply A.slow\nget A.b\n\n")
-        assert c.read_lines(3) == f"A.long={LONG}\nA.slow=2\nA.slow=2\n".encode()
-        assert c.silent_for(0.1)
-        with TlsConnection(a) as other:
-            other.send("get A.b\n\n")
-            assert other.read_all() == b"A.b=1\n@\n0\n"
-        a.write("/go", "")
-        assert c.read_all() == b"A.b=1\n@\n0\n"
-
-
 # ---- Clients that do not keep to it ----
 
 

@@ -86,26 +86,6 @@ TEST_F(HashTest, WhatCountsAsAHash)
     EXPECT_TRUE(is_hash_of(qv_hash_password(longest).value_or(""), longest.c_str()));
 }
 
-TEST_F(HashTest, PlainPasswordsGoAtTheFirstRightLogin)
-{
-    EXPECT_EQ(kWrongPassword, login("admin", "wrong"));
-    EXPECT_EQ(kUserFile, user_file());
-    const int n = login("admin", "kelpo");
-    EXPECT_LT(0, n);
-    const std::string hash = stored("admin");
-    EXPECT_TRUE(is_hash_of(hash, "kelpo")) << hash;
-    EXPECT_TRUE(is_hash_of(stored("admin", "default"), "first"));
-    EXPECT_EQ("a b", stored("viewer"));
-    EXPECT_EQ(n, login("admin", "kelpo"));
-    EXPECT_EQ(kWrongPassword, login("admin", hash));
-    EXPECT_EQ(hash, stored("admin"));
-    EXPECT_EQ(qvcrypto_get_md5_session("box:admin:kelpo"), login("box:admin", "kelpo")); // of what was given
-    hash_passwords = false; // whoever has a hash keeps it
-    EXPECT_EQ(n, login("admin", "kelpo"));
-    EXPECT_LT(0, login("viewer", "a b"));
-    EXPECT_EQ("a b", stored("viewer"));
-}
-
 TEST_F(HashTest, AFileThatCannotBeWrittenLocksNobodyOut)
 {
     std::filesystem::rename(appliance_root().path("etc"), appliance_root().path("away"));

@@ -182,27 +182,6 @@ TEST_F(SessionTest, WhoMayUseWhichSession)
     EXPECT_FALSE(session_is_for(numbers[4], callers[5]));
 }
 
-TEST_F(SessionTest, WrongPasswordsHoldUpNobodyElse)
-{
-    const Caller web = from("user 33 again", true, true);
-    const Caller stranger = from("192.0.2.77", false, false);
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(kWrongPassword, login("viewer", "guess", "10.0.0.7", web));
-        EXPECT_EQ(kWrongPassword, login("viewer", "guess", "10.0.0." + std::to_string(i), stranger));
-        EXPECT_EQ(kUnknownUser, login("x9", "guess", {}, stranger));
-    }
-    const LoginResult early = session_login({"viewer", {"a b"}, "10.0.0.7", {}}, web);
-    EXPECT_EQ(kTooEarly, early.session);
-    EXPECT_EQ(1, early.wait.count());
-    EXPECT_EQ(kTooEarly,
-              login("viewer", "a b", "10.0.0.7", stranger));  // what he says he is does not help him
-    EXPECT_EQ(kTooEarly, login("x9", "guess", {}, stranger)); // as for names that exist
-    EXPECT_LT(0, login("viewer", "a b", "10.0.0.8", web));
-    EXPECT_LT(0, login("viewer", "a b", "10.0.0.7", from("192.0.2.78", false, false)));
-    EXPECT_EQ(kBuiltInPassword, login("admin", "kelpo", {}, stranger));
-    EXPECT_LT(0, login("admin", "kelpo", "10.0.0.7", web));
-}
-
 TEST_F(SessionTest, TheLongestIdleOneOfTheSameSourceMakesRoom)
 {
     const auto now = std::chrono::steady_clock::now();

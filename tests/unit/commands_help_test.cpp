@@ -1,4 +1,3 @@
-#include "commands/wordwrap.h"
 #include "commands_fixture.h"
 
 namespace qvcd {
@@ -6,29 +5,6 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
-
-std::string x(std::size_t count)
-{
-    return std::string(count, 'x');
-}
-
-TEST(Wordwrap, BreaksBehindTheFirstBlankPastSixty)
-{
-    const struct {
-        std::string text, lines;
-    } rows[] = {
-        {"", "\t\n"},
-        {" a\nb\n", "\t a\nb\n\n"},            // a short text is written as it stands
-        {x(59) + " y", "\t" + x(59) + " y\n"}, // the blank is the sixtieth
-        {x(60) + "  " + x(60) + " y", "\t" + x(60) + " \n\t" + x(60) + " \n\ty\n"},
-        {x(30) + "\n  " + x(30) + "\n", "\t" + x(30) + "\n\t" + x(30) + "\n"},
-        {std::string(61, ' ') + "y", "\t\n\ty\n"},
-    };
-    for (const auto &row : rows) {
-        const auto wrap = [&](std::FILE *out) { wordwrap(out, "\t", 60, row.text); };
-        EXPECT_EQ(captured(wrap), row.lines) << '"' << row.text << '"';
-    }
-}
 
 using HelpTest = SelfDescriptionTest;
 
@@ -73,16 +49,6 @@ TEST_F(HelpTest, ApiPages)
     EXPECT_THAT(reply("help.api Box"),
                 testing::AllOf(HasSubstr(name), HasSubstr(fixed), Not(HasSubstr("Box.shy"))));
     EXPECT_THAT(reply("help.api Box", kMaker), testing::AllOf(HasSubstr("Box.shy"), HasSubstr("Box.maker")));
-}
-
-TEST_F(HelpTest, AskingForATextLeavesNothingBelowIt)
-{
-    ask("help.api Box.name"); // fills what lookups store on the API itself
-    const std::string before = tree_text(metaDB);
-    for (const char *line : {"help.api Box.name.help Box.name.type", "help.apihdf Box.name.desc Box.pin.desc",
-                             "apply Box.name.help"})
-        ask(line);
-    EXPECT_EQ(tree_text(metaDB), before);
 }
 
 TEST_F(HelpTest, Browse)

@@ -213,6 +213,8 @@ TEST_F(PresetTest, StoreWritesAFileOfLines)
     EXPECT_EQ(reply("preset.save 2"), whole);
     EXPECT_EQ(preset(2), "Config.name=two\nConfig.desc=2\nEnc.rate=44\nEnc.text=x={ #%s\n");
     ask("preset.store 3");
+    ask("set Enc.rate=10");
+    EXPECT_EQ(reply("preset.load 3"), "Enc.rate=44\n") << "a new preset can be loaded at once";
     const std::string known = reply("preset.get 3"); // with what a start would take over
     ask("preset.store 3");
     EXPECT_EQ(preset(3), "Enc.rate=44\nEnc.text=x={ #%s\n");

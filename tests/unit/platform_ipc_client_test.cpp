@@ -1,6 +1,6 @@
+#include "appliance_root.h"
 #include "platform/ipc_client.h"
 #include "platform/socket.h"
-#include "appliance_root.h"
 
 #include <gtest/gtest.h>
 #include <string>
