@@ -253,12 +253,32 @@ bool is_folder_flushed(const std::string &folder)
     return !unflushed().holds(folder);
 }
 
+namespace {
+
+// Its own name, and those of the folders above it that could not be flushed when they were made.
+int flush_name(const std::string &folder)
+{
+    std::string above = folder;
+    int error = 0;
+    while (!error && above != folder_of(above)) {
+        above = folder_of(above);
+        error = is_folder_flushed(above) ? 0 : flush_folder(above);
+    }
+    return error;
+}
+
+} // namespace
+
 int make_folder(const std::string &folder)
 {
-    if (mkdir(folder.c_str(), 0755) == 0 || (errno == EEXIST && !is_folder_flushed(folder_of(folder))))
-        return flush_folder(folder_of(folder));
+    if (mkdir(folder.c_str(), 0755) == 0) {
+        const int error = flush_folder(folder_of(folder));
+        return error ? error : flush_name(folder);
+    }
+    if (errno == EEXIST)
+        return all_folders_flushed() ? 0 : flush_name(folder);
     if (errno != ENOENT || folder_of(folder) == folder)
-        return errno == EEXIST ? 0 : errno;
+        return errno;
     const int error = make_folder(folder_of(folder));
     return error ? error : make_folder(folder);
 }

@@ -56,13 +56,14 @@ class Commit {
 
   private:
     Step refuse(std::string api, std::string error);
+    Step refuse_for(const std::string &why);
     Step refuse_unwritten(const FileWrites &writes);
-    void describe(const FileWrites &writes);
+    Step refuse_unrecorded(const FileResult &written);
+    int describe(const FileWrites &writes);
     void store();
     void store(const Proposed &p, bool is_theirs);
     int fail(const std::string &why, std::size_t actions);
     bool take_notes(const Actions::Action &action);
-    int write_record();
     void add_entry(const std::string &end);
     int finish();
     int await_confirmation();
@@ -83,6 +84,13 @@ Commit::Step Commit::refuse(std::string api, std::string error)
     return Step::refused;
 }
 
+// For what is about no API.
+Commit::Step Commit::refuse_for(const std::string &why)
+{
+    qv_log_print(kLogError, "A commit is refused: %s\n", why.c_str());
+    return refuse(kCommit, "##" + why + "#");
+}
+
 Commit::Step Commit::refuse_unwritten(const FileWrites &writes)
 {
     writes.log_failures("commit");
@@ -94,7 +102,20 @@ Commit::Step Commit::refuse_unwritten(const FileWrites &writes)
     return Step::refused;
 }
 
-void Commit::describe(const FileWrites &writes)
+// Nothing has changed yet. But a record that stays would undo what others do later.
+Commit::Step Commit::refuse_unrecorded(const FileResult &written)
+{
+    const std::string why = std::string("Can not record how to undo it: ") + std::strerror(written.error);
+    if (written.changed && remove_undo_record().error)
+        stand({.record = record_,
+               .state = Standing::State::undecided,
+               .due = deadline_in(kTryAgain),
+               .why = why});
+    return refuse_for(why);
+}
+
+// Returns 0, or the errno of what keeps it from being undone.
+int Commit::describe(const FileWrites &writes)
 {
     record_.entry = {.time = std::time(nullptr),
                      .key = new_key(),
@@ -110,11 +131,15 @@ void Commit::describe(const FileWrites &writes)
                                   .saves = p.saves,
                                   .applies = p.applies,
                                   .secret = p.secret});
-    for (const FileWrites::Rewrite &rewrite : writes.rewrites()) {
-        if (!rewrite.is_device)
-            record_.files.push_back({rewrite.file, rewrite.before, text_hash(rewrite.after)});
-    }
     record_.actions = proposal_.actions().all();
+    for (const FileWrites::Rewrite &rewrite : writes.rewrites()) {
+        if (rewrite.is_device)
+            continue;
+        if (rewrite.error)
+            return rewrite.error;
+        record_.files.push_back({rewrite.file, rewrite.before, text_hash(rewrite.after)});
+    }
+    return 0;
 }
 
 // Somebody may have set one while the files were written: that stays his change, on top of this one. One API
@@ -167,9 +192,11 @@ Commit::Step Commit::write_files()
     writes->prepare();
     if (writes->has_failed())
         return refuse_unwritten(*writes);
-    describe(*writes);
-    if (const int error = write_record())
-        return refuse(kCommit, std::string("##Can not record how to undo it: ") + std::strerror(error) + "#");
+    FileResult recorded{describe(*writes)};
+    if (!recorded.error)
+        recorded = write_undo_record(record_);
+    if (recorded.error)
+        return refuse_unrecorded(recorded);
     has_begun_ = true;
     writes->commit(FileWrites::Extent::all);
     if (writes->has_failed()) {
@@ -191,11 +218,11 @@ int Commit::run_actions()
         report_.actions.push_back({action.call, status});
         const bool more_to_undo = take_notes(action);
         if (status == 0) {
-            const int error = more_to_undo ? write_record() : 0;
+            const int error = more_to_undo ? write_undo_record(record_).error : 0;
             if (!error)
                 continue;
             const std::string why = std::string("it can not be recorded: ") + std::strerror(error);
-            refuse(kCommit, "##" + why + "#");
+            refuse_for(why);
             return fail(why, i + 1);
         }
         refuse(action.apis.front(), API_E_APPLY_FAILED);
@@ -239,15 +266,6 @@ bool Commit::take_notes(const Actions::Action &action)
     return more;
 }
 
-int Commit::write_record()
-{
-    const Unlocked unlocked;
-    const FileResult result = write_undo_record(record_);
-    if (result.error && result.changed && !has_begun_)
-        remove_undo_record();
-    return result.error;
-}
-
 // Puts everything back and tells of it; 1.
 int Commit::fail(const std::string &why, std::size_t actions)
 {
@@ -261,10 +279,8 @@ int Commit::fail(const std::string &why, std::size_t actions)
     add_entry("undone: " + why);
     standing.number = report_.entry;
     if (is_undone && again.left.empty()) {
-        const Unlocked unlocked;
-        const FileResult removed = remove_undo_record();
-        if (removed.error && removed.error != ENOENT)
-            problems.push_back(std::string("its record: ") + std::strerror(removed.error));
+        if (const int error = remove_undo_record().error)
+            problems.push_back(std::string("its record: ") + std::strerror(error));
     }
     for (const auto *all : {&problems, &lost}) {
         for (const std::string &problem : *all) {
@@ -278,7 +294,7 @@ int Commit::fail(const std::string &why, std::size_t actions)
     } else if (!problems.empty()) {
         if (is_undone)
             standing.undone_by = report_.entry;
-        standing.due = deadline_in(std::chrono::seconds(5));
+        standing.due = deadline_in(kTryAgain);
         stand(std::move(standing));
     }
     return 1;
@@ -294,28 +310,23 @@ void Commit::add_entry(const std::string &end)
     entry.actions = report_.actions;
     const HistoryResult added = history_add(entry);
     report_.entry = added.number;
-    report_.problem = added.problem;
+    if (!added.problem.empty())
+        report_.problem = added.problem;
 }
 
 int Commit::finish()
 {
     add_entry("done");
-    FileResult removed;
-    {
-        const Unlocked unlocked;
-        removed = remove_undo_record();
-    }
-    if (removed.error && !removed.changed && removed.error != ENOENT) {
-        const std::string why = std::string("it can not be finished: ") + std::strerror(removed.error);
-        refuse(kCommit, "##" + why + "#");
-        const std::int64_t number = report_.entry;
-        const int result = fail(why, record_.actions.size());
-        history_end(number, "undone: " + why);
-        return result;
+    const FileResult removed = remove_undo_record();
+    const std::string why = std::string("it can not be finished: ") + std::strerror(removed.error);
+    if (removed.error && !removed.changed) {
+        refuse_for(why);
+        return fail(why, record_.actions.size());
     }
     notify_publish_on(order_.command, "entry", std::to_string(report_.entry));
     if (!removed.error)
         return 0;
+    qv_log_print(kLogError, "A commit: %s\n", why.c_str());
     refuse(kCommit, kNotFlushed);
     return 1;
 }
@@ -342,12 +353,11 @@ bool may_settle(const Request &request, const UndoRecord &record)
     });
 }
 
-// The commit that waits for its confirmation, where the caller may settle it; null: the report says why not.
-Standing *find_standing(const Request &request, std::int64_t number, Report &report)
+// The commit in that state, where the caller may settle it; null: the report says why not.
+Standing *find_standing(const Request &request, std::int64_t number, Standing::State state, Report &report)
 {
     Standing *standing = standing_commit();
-    if (!standing || standing->state != Standing::State::awaiting ||
-        (number != 0 && number != standing->number)) {
+    if (!standing || standing->state != state || (number != 0 && number != standing->number)) {
         refuse(report, kNothingUnconfirmed);
         return nullptr;
     }
@@ -359,12 +369,13 @@ Standing *find_standing(const Request &request, std::int64_t number, Report &rep
 }
 
 // The same, for who settles it now: his is the turn.
-Standing *take_standing(const Request &request, std::int64_t number, Report &report, CommitTurn &turn)
+Standing *take_standing(const Request &request, std::int64_t number, Standing::State state, Report &report,
+                        CommitTurn &turn)
 {
-    if (!find_standing(request, number, report))
+    if (!find_standing(request, number, state, report))
         return nullptr;
     turn = commit_turn(kCommitPatience);
-    return find_standing(request, number, report);
+    return find_standing(request, number, state, report);
 }
 
 } // namespace
@@ -375,6 +386,9 @@ int commit(Request &request, const CommitOrder &order, Report &report,
     const CommitTurn turn = commit_turn(order.wait ? kCommitPatience : std::chrono::seconds(0));
     if (!turn)
         return refuse(report, "##Another commit is running#");
+    if (const Standing *standing = standing_commit();
+        standing && standing->state == Standing::State::undecided)
+        undo_now(turn);
     if (const Standing *standing = standing_commit())
         return refuse(report, standing->state == Standing::State::awaiting
                                   ? "##Commit " + std::to_string(standing->number) + " awaits confirmation#"
@@ -411,7 +425,7 @@ int confirm_commit(const Request &request, std::int64_t number, std::optional<st
                    Report &report)
 {
     CommitTurn turn;
-    Standing *standing = take_standing(request, number, report, turn);
+    Standing *standing = take_standing(request, number, Standing::State::awaiting, report, turn);
     if (!standing)
         return 1;
     report.entry = standing->number;
@@ -421,12 +435,11 @@ int confirm_commit(const Request &request, std::int64_t number, std::optional<st
         return 0;
     }
     standing->state = Standing::State::settling;
-    FileResult removed;
-    {
-        const Unlocked unlocked;
-        removed = remove_undo_record();
-    }
-    if (removed.error && !removed.changed && removed.error != ENOENT) {
+    const FileResult removed = remove_undo_record();
+    if (removed.error)
+        qv_log_print(kLogError, "Can not confirm commit %lld: %s\n", static_cast<long long>(report.entry),
+                     std::strerror(removed.error));
+    if (removed.error && !removed.changed) {
         standing = standing_commit();
         standing->state = Standing::State::awaiting;
         stand_until(standing->due);
@@ -441,11 +454,15 @@ int confirm_commit(const Request &request, std::int64_t number, std::optional<st
 int abort_commit(Request &request, std::int64_t number, Report &report)
 {
     CommitTurn turn;
-    Standing *standing = take_standing(request, number, report, turn);
+    const Standing *found = standing_commit();
+    const bool again = found && found->state == Standing::State::undecided && !found->turn;
+    Standing *standing = take_standing(
+        request, number, again ? Standing::State::undecided : Standing::State::awaiting, report, turn);
     if (!standing)
         return 1;
     standing->state = Standing::State::settling;
-    standing->why = "aborted";
+    if (!again)
+        standing->why = "aborted";
     standing->turn = turn;
     undo_standing(request, report, Delay::kept);
     for (ValueChange &value : report.values) {
@@ -461,11 +478,8 @@ namespace {
 void count_start(UndoRecord &record)
 {
     constexpr int kMaxStarts = 2;
-    {
-        const Unlocked unlocked;
-        ++record.starts;
-        write_undo_record(record);
-    }
+    ++record.starts;
+    write_undo_record(record);
     if (record.starts <= kMaxStarts)
         return;
     qv_log_print(kLogError,
@@ -479,20 +493,23 @@ void count_start(UndoRecord &record)
 
 void recover_commit()
 {
-    std::optional<UndoRecord> record = read_undo_record();
-    if (!record)
+    UndoRead read = read_undo_record();
+    if (!read.error && !read.record)
         return history_none_awaits();
     qv_log_print(kLogWarning, "A commit that was not finished or not confirmed is undone\n");
-    count_start(*record);
-    for (const std::string &problem : put_files_back(*record).problems)
-        qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
-    std::vector<ValueChange> undone = put_values_back(*record);
-    stand({.record = std::move(*record),
-           .state = Standing::State::undecided,
-           .due = Deadline::max(),
-           .why = "the daemon ended before it was settled",
-           .undone = std::move(undone),
-           .turn = commit_turn(std::chrono::seconds(0))});
+    Standing standing{.state = Standing::State::undecided,
+                      .due = Deadline::max(),
+                      .why = "the daemon ended before it was settled",
+                      .turn = commit_turn(std::chrono::seconds(0)),
+                      .is_unread = read.error != 0};
+    if (read.record) {
+        standing.record = std::move(*read.record);
+        count_start(standing.record);
+        for (const std::string &problem : put_files_back(standing.record).problems)
+            qv_log_print(kLogError, "Can not undo a commit yet: %s\n", problem.c_str());
+        standing.undone = put_values_back(standing.record);
+    }
+    stand(std::move(standing));
 }
 
 void start_commits()

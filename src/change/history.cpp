@@ -37,7 +37,7 @@ class History {
     void close();
 
   private:
-    std::int64_t try_twice(const Work &work, std::string &problem);
+    std::int64_t try_again(const Work &work, std::string &problem);
     HistoryStore &store();
     void put_aside();
     std::string explained(Access access, const char *why);
@@ -72,7 +72,7 @@ HistoryResult History::run(Access access, const Work &work)
     const std::lock_guard lock(mutex_);
     HistoryResult result;
     try {
-        result.number = try_twice(work, result.problem);
+        result.number = try_again(work, result.problem);
         last_ = std::max(last_, result.number);
         if (access == Access::write)
             logged_.clear();
@@ -83,8 +83,14 @@ HistoryResult History::run(Access access, const Work &work)
     return result;
 }
 
-std::int64_t History::try_twice(const Work &work, std::string &problem)
+// What looks damaged may only have been read badly.
+std::int64_t History::try_again(const Work &work, std::string &problem)
 {
+    try {
+        return work(store());
+    } catch (const HistoryDamaged &) {
+        store_.reset();
+    }
     try {
         return work(store());
     } catch (const HistoryDamaged &damage) {
@@ -172,11 +178,6 @@ std::string history_end(std::int64_t number, std::string_view end)
 void history_none_awaits()
 {
     history().note_that_none_awaits();
-}
-
-HistoryResult history_find(std::string_view key)
-{
-    return history().run(Access::read, [&](HistoryStore &store) { return store.find(key); });
 }
 
 std::string history_visit(const std::vector<std::string> &names,

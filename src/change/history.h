@@ -29,7 +29,8 @@ struct HistoryResult {
     std::string problem;     ///< empty: none
 };
 
-/// Adds an entry. After a file was put aside the entry is in the new one, and `problem` says so.
+/// Adds an entry. Where there is one with its key, that one ends as this one says instead. After a file was
+/// put aside the entry is in the new one, and `problem` says so.
 HistoryResult history_add(const HistoryEntry &entry);
 
 inline constexpr char kAwaitsConfirmation[] = "awaits confirmation";
@@ -41,9 +42,6 @@ std::string history_end(std::int64_t number, std::string_view end);
 /// No commit awaits its confirmation: entries that say so are of commits whose confirmation could not be
 /// written before an end of the daemon.
 void history_none_awaits();
-
-/// The number of the entry with this key; 0: there is none.
-HistoryResult history_find(std::string_view key);
 
 /// Visits entries from the newest to the oldest, while `visit` gives true. With names only those that changed
 /// one of these APIs, or one below one of these groups. Returns the problem. A few entries at a time are in

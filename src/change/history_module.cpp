@@ -119,13 +119,13 @@ class Store final : public HistoryStore {
     std::int64_t add(const HistoryEntry &entry) override;
     void end(std::int64_t number, std::string_view end) override;
     void replace_end(std::string_view before, std::string_view after) override;
-    std::int64_t find(std::string_view key) override;
     std::vector<std::int64_t> numbers(const std::vector<std::string> &names) override;
     std::optional<HistoryEntry> entry(std::int64_t number) override;
     std::int64_t last() override;
     bool is_in_place() override;
 
   private:
+    std::int64_t find(std::string_view key);
     void bound_log();
     int empty_log();
     void add_values(std::int64_t number, const HistoryEntry &entry);
@@ -188,6 +188,11 @@ std::int64_t Store::add(const HistoryEntry &entry)
 {
     bound_log();
     SqliteTransaction transaction(db_.get());
+    if (const std::int64_t known = find(entry.key)) {
+        end(known, entry.end);
+        transaction.commit();
+        return known;
+    }
     SqliteRun(add_entry_, entry.key, entry.time, shortened(entry.user), shortened(entry.source),
               shortened(entry.client), shortened(entry.command), shortened(entry.text), shortened(entry.end),
               static_cast<std::int64_t>(entry.more_values))
@@ -199,6 +204,13 @@ std::int64_t Store::add(const HistoryEntry &entry)
     give_back();
     transaction.commit();
     return number;
+}
+
+// 0: there is none, or the key is empty.
+std::int64_t Store::find(std::string_view key)
+{
+    SqliteRun run(find_, key);
+    return run.next() ? run.number(0) : 0;
 }
 
 // What is written goes into a log first, and from there into the database as soon as nobody reads what was
@@ -280,12 +292,6 @@ void Store::end(std::int64_t number, std::string_view end)
 void Store::replace_end(std::string_view before, std::string_view after)
 {
     SqliteRun(replace_end_, before, after).next();
-}
-
-std::int64_t Store::find(std::string_view key)
-{
-    SqliteRun run(find_, key);
-    return run.next() ? run.number(0) : 0;
 }
 
 std::vector<std::int64_t> Store::numbers(const std::vector<std::string> &names)

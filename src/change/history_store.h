@@ -35,7 +35,7 @@ class HistoryStore {
     virtual ~HistoryStore() = default;
 
     /// Adds an entry, in one step that is on the disk when this returns, and drops the oldest ones that are
-    /// too many. Returns its number.
+    /// too many. Where there is one with its key, that one ends as this one says instead. Returns its number.
     virtual std::int64_t add(const HistoryEntry &entry) = 0;
 
     /// Says how the entry of this number ended, on the disk. Nothing happens when it is not there any more.
@@ -43,9 +43,6 @@ class HistoryStore {
 
     /// Says so of all that ended in one way.
     virtual void replace_end(std::string_view before, std::string_view after) = 0;
-
-    /// The number of the newest entry with this key; 0: there is none, or the key is empty.
-    virtual std::int64_t find(std::string_view key) = 0;
 
     /// The numbers of the entries, from the newest to the oldest. With names only of those that changed one
     /// of these APIs, or one below one of these groups.

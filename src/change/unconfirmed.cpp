@@ -18,7 +18,6 @@ namespace qvcd {
 
 namespace {
 
-constexpr std::chrono::seconds kTryAgain{5};
 constexpr std::chrono::milliseconds kStopPatience{500}; // behind that of the command lock
 constexpr std::chrono::seconds kReplyFirst{1};          // as metadata delays what cuts off a client
 constexpr char kTurn[] = "qvcd: commit";
@@ -77,23 +76,14 @@ bool is_due()
            standing->due <= std::chrono::steady_clock::now();
 }
 
-// Nobody is cut off who waits for a reply, so that no action has to run later.
 void undo_what_is_due()
 {
     const CommandLock lock;
     if (!lock.held() || !is_due())
         return;
     const CommitTurn turn = standing->turn ? standing->turn : commit_turn(kCommitPatience);
-    if (!is_due()) // any more
-        return;
-    standing->turn = turn;
-    standing->state = Standing::State::settling;
-    if (!standing->record.values.empty())
-        qv_log_print(kLogWarning, "Commit %lld is undone: %s\n", static_cast<long long>(standing->number),
-                     standing->why.c_str());
-    Request request(kInternalMask);
-    Report report;
-    undo_standing(request, report, Delay::none);
+    if (is_due()) // still
+        undo_now(turn);
 }
 
 void Clock::run()
@@ -122,25 +112,22 @@ std::string key_of_undoing(const UndoRecord &record)
     return record.entry.key + "-undone";
 }
 
+std::int64_t add_to_history(const HistoryEntry &entry, Report &report)
+{
+    const HistoryResult added = history_add(entry);
+    if (!added.problem.empty())
+        report.problem = added.problem;
+    return added.number;
+}
+
 // The commit's entry, too, when the daemon ended before it was written.
 void note_in_history(const Request &request, const Standing &undone, Report &report)
 {
-    const std::string end = "undone: " + undone.why;
-    std::int64_t number = undone.number;
-    if (number == 0)
-        number = history_find(undone.record.entry.key).number;
-    if (number != 0)
-        report.problem = history_end(number, end);
     HistoryEntry entry = undone.record.entry;
-    if (number == 0) {
-        entry.end = end;
-        for (const UndoRecord::Value &value : undone.record.values)
-            entry.values.push_back(value_change(value.api, value.before, value.after, value.secret));
-        number = history_add(entry).number;
-    }
-    report.entry = history_find(key_of_undoing(undone.record)).number;
-    if (report.entry != 0)
-        return;
+    entry.end = "undone: " + undone.why;
+    for (const UndoRecord::Value &value : undone.record.values)
+        entry.values.push_back(value_change(value.api, value.before, value.after, value.secret));
+    const std::int64_t number = add_to_history(entry, report);
     entry = {.time = std::time(nullptr),
              .key = key_of_undoing(undone.record),
              .user = request.caller.user,
@@ -151,9 +138,7 @@ void note_in_history(const Request &request, const Standing &undone, Report &rep
              .end = "done",
              .values = report.values,
              .actions = report.undone};
-    const HistoryResult added = history_add(entry);
-    report.entry = added.number;
-    report.problem = added.problem;
+    report.entry = add_to_history(entry, report);
 }
 
 } // namespace
@@ -208,12 +193,7 @@ void stand_for_actions(Standing undone, std::vector<Actions::Action> actions)
     undone.record.actions = std::move(actions);
     undone.record.further.clear();
     undone.state = Standing::State::undecided;
-    int error = 0;
-    {
-        const Unlocked unlocked;
-        error = write_undo_record(undone.record).error;
-    }
-    if (error)
+    if (const int error = write_undo_record(undone.record).error)
         qv_log_print(kLogError, "Can not record what is left of undoing commit %lld: %s\n",
                      static_cast<long long>(undone.number), std::strerror(error));
     undone.due = deadline_in(kReplyFirst);
@@ -238,6 +218,22 @@ void try_again_later()
     stand_until(std::chrono::steady_clock::now() + kTryAgain);
 }
 
+// False when there is nothing to undo now.
+bool read_record(Report &report)
+{
+    UndoRead read = read_undo_record();
+    if (read.error) {
+        complain(*standing, {std::string("its record: ") + std::strerror(read.error)}, report);
+        try_again_later();
+    } else if (!read.record) {
+        stand_no_more();
+    } else {
+        standing->record = std::move(*read.record);
+        standing->is_unread = false;
+    }
+    return standing && !standing->is_unread;
+}
+
 // False when its files cannot be put back now.
 bool undo(Request &request, const Standing &undone, Delay delay, Report &report, RunAgain &again)
 {
@@ -258,6 +254,8 @@ bool undo(Request &request, const Standing &undone, Delay delay, Report &report,
 
 void undo_standing(Request &request, Report &report, Delay delay)
 {
+    if (standing->is_unread && !read_record(report))
+        return;
     const Standing undone = *standing;
     const bool is_told = undone.record.values.empty(); // what is left are actions
     const auto tell = [&](std::int64_t entry) {
@@ -276,17 +274,25 @@ void undo_standing(Request &request, Report &report, Delay delay)
             return tell(report.entry);
         }
     }
-    FileResult removed;
-    {
-        const Unlocked unlocked;
-        removed = remove_undo_record();
-    }
-    if (removed.error && removed.error != ENOENT) {
-        complain(undone, {"its record stays"}, report);
+    report.entry = *standing->undone_by;
+    if (const int error = remove_undo_record().error) {
+        complain(undone, {std::string("its record: ") + std::strerror(error)}, report);
         return try_again_later();
     }
-    tell(*standing->undone_by);
+    tell(report.entry);
     stand_no_more();
+}
+
+void undo_now(CommitTurn turn)
+{
+    standing->turn = std::move(turn);
+    standing->state = Standing::State::settling;
+    if (!standing->record.values.empty())
+        qv_log_print(kLogWarning, "Commit %lld is undone: %s\n", static_cast<long long>(standing->number),
+                     standing->why.c_str());
+    Request request(kInternalMask);
+    Report report;
+    undo_standing(request, report, Delay::none);
 }
 
 bool stop_standing()

@@ -29,7 +29,7 @@ struct Standing {
         undecided, ///< it must be undone, which did not work; it is tried again when it is due
     };
 
-    UndoRecord record;
+    UndoRecord record = {};
     std::int64_t number = 0; ///< its entry; 0: it has none
     State state = State::awaiting;
     Deadline due = {};
@@ -37,6 +37,7 @@ struct Standing {
     std::vector<ValueChange> undone = {};                 ///< what was put back already
     std::optional<std::int64_t> undone_by = std::nullopt; ///< the entry that says so: only its record is left
     CommitTurn turn = {};                                 ///< of whoever undoes it
+    bool is_unread = false;                               ///< its record could not be read yet
 };
 
 /// Null: there is none. Good as long as the command lock is held.
@@ -55,6 +56,12 @@ void stand_no_more();
 /// what is not undone then is tried again every few seconds. With delays kept some actions may be left for
 /// later. Its state is `settling`, and the turn is its own. Lets go of the command lock.
 void undo_standing(Request &request, Report &report, Delay delay);
+
+/// The same for the daemon itself. Nobody is cut off who waits for a reply, so that no action has to run
+/// later.
+void undo_now(CommitTurn turn);
+
+inline constexpr std::chrono::seconds kTryAgain{5}; ///< what could not be undone
 
 /// From now on there is this commit of which nothing is left to undo but these actions, which run as soon as
 /// the client has its reply, or at the next start. Lets go of the command lock.

@@ -70,7 +70,9 @@ class OldTexts {
             const bool is_old = file.before ? !now.error && now.text == *file.before : now.missing();
             if (is_old && is_flushed(path))
                 continue;
-            if (!is_old && (now.error || text_hash(now.text) != file.after)) {
+            if (now.error && !now.missing()) {
+                note(file.file, now.error);
+            } else if (!is_old && (now.error || text_hash(now.text) != file.after)) {
                 written.insert(file.file);
             } else if (!file.before) {
                 note(file.file, is_old ? flush_folder(folder_of(path)) : remove_file(path).error);

@@ -1,5 +1,6 @@
 #include "change/undo_record.h"
 
+#include "base/command_lock.h"
 #include "base/replace_journal.h"
 #include "base/replacement.h"
 #include "platform/log.h"
@@ -111,8 +112,6 @@ static void from_json(const Json &json, Actions::Action &a)
 
 FileResult write_undo_record(const UndoRecord &record)
 {
-    if (const int error = make_folder(folder_of(path())))
-        return {error, false};
     std::string text;
     Json::to_cbor({{"entry", record.entry},
                    {"values", record.values},
@@ -122,36 +121,45 @@ FileResult write_undo_record(const UndoRecord &record)
                    {"starts", record.starts}},
                   text);
     text.insert(0, hash_of(text));
+    const Unlocked unlocked;
+    if (const int error = make_folder(folder_of(path())))
+        return {error};
     return replace_secret_file(path(), text);
 }
 
 FileResult remove_undo_record()
 {
-    return remove_file(path());
+    const Unlocked unlocked;
+    const FileResult removed = remove_file(path());
+    if (removed.error != ENOENT)
+        return removed;
+    return {is_folder_flushed(folder_of(path())) ? 0 : flush_folder(folder_of(path())), true};
 }
 
-std::optional<UndoRecord> read_undo_record()
+UndoRead read_undo_record()
 {
+    const Unlocked unlocked;
     const FileText text = read_whole_file(path());
     if (text.missing())
-        return std::nullopt;
-    std::string problem = std::strerror(text.error);
-    if (!text.error) {
-        try {
-            const Json json = Json::from_cbor(checked(text.text));
-            return UndoRecord{json.at("entry").get<HistoryEntry>(),
+        return {};
+    if (text.error) {
+        qv_log_print(kLogError, "Can not read %s: %s\n", kUndoFile, std::strerror(text.error));
+        return {text.error};
+    }
+    try {
+        const Json json = Json::from_cbor(checked(text.text));
+        return {0, UndoRecord{json.at("entry").get<HistoryEntry>(),
                               json.at("values").get<std::vector<UndoRecord::Value>>(),
                               json.at("files").get<std::vector<UndoRecord::File>>(),
                               json.at("actions").get<std::vector<Actions::Action>>(),
                               json.at("further").get<std::vector<Actions::Action>>(),
-                              json.at("starts").get<int>()};
-        } catch (const std::exception &error) {
-            problem = error.what();
-            std::rename(path().c_str(), (path() + ".damaged").c_str());
-        }
+                              json.at("starts").get<int>()}};
+    } catch (const std::exception &error) {
+        qv_log_print(kLogError, "Can not read %s, a commit may stay half done: %s\n", kUndoFile,
+                     error.what());
+        std::rename(path().c_str(), (path() + ".damaged").c_str());
     }
-    qv_log_print(kLogError, "Can not read %s, a commit may stay half done: %s\n", kUndoFile, problem.c_str());
-    return std::nullopt;
+    return {};
 }
 
 } // namespace qvcd

@@ -45,14 +45,18 @@ struct UndoRecord {
     int starts = 0;                       ///< of the daemon that undid it, and did not end
 };
 
-/// Writes the record, in place of the one that is there. Keeps the command lock.
+/// Writes the record, in place of the one that is there, to stay. Lets go of the command lock.
 FileResult write_undo_record(const UndoRecord &record);
 
-/// Removes it, to stay.
+/// Removes it, to stay, if it is there. Lets go of the command lock.
 FileResult remove_undo_record();
 
-/// The record that is there; nothing when there is none. One that cannot be read is put aside, with a log
-/// line.
-std::optional<UndoRecord> read_undo_record();
+struct UndoRead {
+    int error = 0; ///< the errno of what keeps it from being read; it may be readable later
+    std::optional<UndoRecord> record = std::nullopt;
+};
+
+/// The record, if it is there. A damaged one is put aside, with a log line. Lets go of the command lock.
+UndoRead read_undo_record();
 
 } // namespace qvcd

@@ -35,11 +35,6 @@ Values &values_of(ValuesByWriter &all, const TextWriter &writer)
     return known != all.end() ? known->second : all.emplace_back(&writer, Values{}).second;
 }
 
-std::optional<std::string> text_before(const FileText &old)
-{
-    return old.error ? std::nullopt : std::optional(old.text);
-}
-
 bool is_missing(int error)
 {
     return error == ENOENT || error == ENOTDIR;
@@ -147,7 +142,7 @@ std::vector<std::size_t> FileWrites::add_shadows(const std::vector<Entry *> &ent
         const std::string path = qv_sysroot_path(file);
         const FileText old = read_whole_file(path);
         if (old.error || old.text != text || !is_flushed(path))
-            numbers.push_back(add_part({file, std::move(its_entries), text_before(old)}, {path, text, mode}));
+            numbers.push_back(add_part({file, std::move(its_entries), old}, {path, text, mode}));
     }
     return numbers;
 }
@@ -187,7 +182,7 @@ void FileWrites::add_text(const Target &target)
     std::vector<std::size_t> shadows =
         add_shadows(entries, text, secret ? mode : mode_of(path).value_or(mode));
     if (old.missing() || text != old.text || !is_flushed(path))
-        add_part({target.file, std::move(entries), text_before(old)},
+        add_part({target.file, std::move(entries), old},
                  {path, std::move(text), mode, FileChange::Kind::plain, std::move(shadows)});
 }
 
@@ -221,8 +216,10 @@ std::vector<FileWrites::Rewrite> FileWrites::rewrites() const
     std::vector<Rewrite> rewrites;
     for (std::size_t i = 0; i < parts_.size(); ++i) {
         const FileChange &change = set_.changes()[i];
-        rewrites.push_back(
-            {parts_[i].file, parts_[i].before, change.text, change.kind == FileChange::Kind::device});
+        const FileText &before = parts_[i].before;
+        rewrites.push_back({parts_[i].file, before.error ? std::nullopt : std::optional(before.text),
+                            before.missing() ? 0 : before.error, change.text,
+                            change.kind == FileChange::Kind::device});
     }
     return rewrites;
 }

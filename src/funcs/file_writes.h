@@ -43,7 +43,8 @@ class FileWrites {
     /// A file whose text changes.
     struct Rewrite {
         std::string file;
-        std::optional<std::string> before; ///< none: there is no such file
+        std::optional<std::string> before; ///< none: there is no such file, or it could not be read
+        int error;                         ///< the errno of that; 0: none
         const std::string &after;          ///< good as long as the FileWrites
         bool is_device;                    ///< `after` is a line that a device or the kernel gets
     };
@@ -75,7 +76,7 @@ class FileWrites {
     struct Target {
         std::string file;
         std::vector<Entry *> entries;
-        std::optional<std::string> before = std::nullopt;
+        FileText before = {ENOENT, {}};
     };
     struct Failure {
         std::string what; // a file or an API
