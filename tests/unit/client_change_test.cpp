@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "client/change_painter.h"
-#include "client/completion.h"
 #include "client/confirmation.h"
 
 namespace qvcd::client {
@@ -101,23 +100,6 @@ TEST(ClientChange, OnlyACommitWithATimeIsAskedAbout)
     EXPECT_EQ(seconds_left("Commit.seconds=17"), std::chrono::seconds(17));
     for (const char *line : {"Commit=17", "Commit.seconds=", "Commit.seconds=1x", "Commit.seconds=-1"})
         EXPECT_EQ(seconds_left(line), std::nullopt) << line;
-}
-
-TEST(ClientChange, OptionsAreCompleted)
-{
-    const struct {
-        Words before;
-        std::string word;
-        Words candidates;
-    } cases[] = {
-        {{"rollback", "3"}, "-", {"-c", "-j", "-m"}},
-        {{"history"}, "-n", {"-n"}},
-        {{"commit", "-m"}, "-", {}},
-        {{"commit", "-c"}, "", {}},
-        {{"get"}, "-", {}},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(complete({}, c.before, c.word), c.candidates) << c.before[0];
 }
 
 } // namespace qvcd::client

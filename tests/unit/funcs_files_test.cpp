@@ -172,6 +172,7 @@ TEST_F(Funcs, WritersAndTheirResults)
         {"io_wfunc", "/etc/f.conf", "1", 0, "1\n"},
         {"no_wfunc", "/etc/f.conf", "2", 1, "1\n"},
         {"ntp_wfunc", "/etc/ntp.conf", "h", 0, "server h minpoll 12 maxpoll 12 iburst\n", "server"},
+        {"syncclock_wfunc", "/x", "", 1, nullptr},
         {"syncclock_wfunc", "/x", "yesterday", 1, nullptr},
         {"syncclock_wfunc", "/x", "20240229T12:00:00", 0, nullptr},
     };

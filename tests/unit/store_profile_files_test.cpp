@@ -34,8 +34,7 @@ class ProfileFilesTest : public OnEmptyRoot<testing::Test> {
 
 TEST_F(ProfileFilesTest, NamesThatCanBeFiles)
 {
-    for (const std::string name :
-         {"a", "My_Cam_1", "a.b", "a..b", "with blank", "-x", "K\xc3\xbc", "current"})
+    for (const std::string name : {"a..b", "with blank", "-x", "K\xc3\xbc"})
         EXPECT_TRUE(is_profile_name(name)) << name;
     for (const std::string name : {"", ".", "..", ".hidden", "a/b", "/", "../x", "a\nb", "a\tb", "\x7f"})
         EXPECT_FALSE(is_profile_name(name)) << name;
@@ -85,16 +84,9 @@ TEST_F(ProfileFilesTest, GroupAndDescription)
     }
     EXPECT_EQ(profile_read_group("two", out), 0);
     EXPECT_EQ(out, "Encoder.MyProfiles.name");
-    const std::pair<std::string, std::string> descriptions[] = {
-        {"50%%", "50%"},
-        {"%s%d%n 100%", "%s%d%n 100%"},
-        {std::string(2000, 'd'), std::string(1023, 'd')},
-    };
-    for (const auto &[stored, shown] : descriptions) {
-        profile("p.hdf", "E.Profiles.desc = " + stored + "\n");
-        EXPECT_EQ(profile_read_group_desc("p", out), 0);
-        EXPECT_EQ(out, shown);
-    }
+    profile("p.hdf", "E.Profiles.desc = 50%% %s%d%n 100%" + std::string(2000, 'd') + "\n");
+    EXPECT_EQ(profile_read_group_desc("p", out), 0);
+    EXPECT_EQ(out, "50% %s%d%n 100%" + std::string(1008, 'd'));
 }
 
 TEST_F(ProfileFilesTest, TheListIsThatOfTheFiles)
