@@ -335,9 +335,8 @@ def test_factory_reset(appliance, word, reset):
     a.command("user.passwd admin changed")
     reply = a.command(f"factory_reset {word}")
     assert reply.code == 0 and "User.admin.passwd=kelpo" in reply.lines
-    assert {key: a.get(name) for key, name in names.items()} == {
-        key: defaults[key] if key in reset else before[key] for key in names
-    }
+    for key, name in names.items():
+        assert a.get(name) == (defaults if key in reset else before)[key]
     hooks = [line for line in a.read("/var/log/services.log").splitlines() if "default_script" in line]
     assert hooks == [f"{when}_default_script {word}".rstrip() for when in ("pre", "post")]
     modified = {line.split("=")[0] for line in a.command("checkmod").lines}

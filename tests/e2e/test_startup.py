@@ -317,9 +317,11 @@ def test_sysroot_too_long_for_a_socket_address(appliance):
 
 # ---- Metadata that is not as it should be ----
 
+
 def test_bad_metadata(appliance):
     """What stands before the error counts, and so do the other files."""
-    a = appliance(files={"/bad.hdf": model("Good") + "nonsense\n", "/deep.hdf": 100 * "a {\n", "/next.hdf": model("Next")})
+    files = {"/bad.hdf": model("Good") + "nonsense\n", "/deep.hdf": 100 * "a {\n", "/next.hdf": model("Next")}
+    a = appliance(files=files)
     names = {"/none.hdf": "No such file or directory", "/etc": "not a regular file", "/bad.hdf": "line 8: .+"}
     names["/deep.hdf"] = "line 6[0-9]: nested too deeply"
     a.start(*[word for name in [*names, "/next.hdf"] for word in ("-m", a.path(name))])

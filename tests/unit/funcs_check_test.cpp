@@ -1,12 +1,8 @@
-#include "appliance_root.h"
 #include "base/text.h"
 #include "funcs/check_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
-#include "store/database.h"
-#include "store/profile_files.h"
-
-#include <gtest/gtest.h>
+#include "trees_fixture.h"
 
 namespace qvcd {
 namespace {
@@ -32,15 +28,8 @@ std::string bytes(std::string_view text)
     return std::string(text);
 }
 
-class CheckTest : public testing::Test {
+class CheckTest : public TreesTest {
   protected:
-    void SetUp() override { hdfdb_init(); }
-    void TearDown() override
-    {
-        profiledb_destroy();
-        hdfdb_destroy();
-    }
-
     static std::optional<std::string> check(const std::string &type, const std::string &value)
     {
         metaDB.set(std::string(kApi) + ".type", type);

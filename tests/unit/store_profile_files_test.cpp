@@ -1,10 +1,7 @@
-#include "appliance_root.h"
 #include "platform/sysroot.h"
-#include "store/database.h"
-#include "store/profile_files.h"
+#include "trees_fixture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace qvcd {
 namespace {
@@ -12,20 +9,13 @@ namespace {
 using testing::ElementsAre;
 using testing::Pair;
 
-class ProfileFilesTest : public OnEmptyRoot<testing::Test> {
+class ProfileFilesTest : public TreesTest {
   protected:
     void SetUp() override
     {
-        OnEmptyRoot::SetUp();
+        TreesTest::SetUp();
         std::filesystem::create_directory(appliance_root().path("etc"));
-        hdfdb_init();
     }
-    void TearDown() override
-    {
-        profiledb_destroy();
-        hdfdb_destroy();
-    }
-
     static void profile(const std::string &name, const std::string &text)
     {
         appliance_root().write("etc/profiles/" + name, text);
