@@ -75,29 +75,29 @@ def test_a_change_without_a_name_reverts_nothing(a, command):
 
 
 # Who may insert what, and what becomes of it.
-@pytest.mark.parametrize(
-    "user, argument, error",
-    [
-        (2, "Web.extra=1", None),
-        (2, "Web.new.group.x=1", None),
-        (3, "Web.extra=1", PERMISSION),  # the group may only read
-        (1, "Maker.extra=1", PERMISSION),
-        (1, "Bare.extra=1", None),  # no perm is inherited: administrators only
-        (2, "New.group.x=1", PERMISSION),
-        (1, "Web.port=1", NAME),
-        (1, "Web=1", NAME),
-        (1, "Web.port.extra=1", NAME),
-        (1, "Web.port.perm=7777", NAME),
-        (1, "Web.perm.x=1", NAME),
-        (1, "T.__d=1", NAME),
-        (1, "a..b=1", NAME),
-        (1, "=1", NAME),
-        (1, ".".join(64 * ["a"]) + "=1", NAME),
-        (1, ".".join(63 * ["a"]) + "=1", None),
-        (1, "Web.extra=a%0Ab", "##Invalid character#"),
-        (1, "Web.extra=" + 1024 * "x", "##Invalid string length, too long#"),
-    ],
-)  # fmt: skip
+INSERTIONS = [
+    (2, "Web.extra=1", None),
+    (2, "Web.new.group.x=1", None),
+    (3, "Web.extra=1", PERMISSION),  # the group may only read
+    (1, "Maker.extra=1", PERMISSION),
+    (1, "Bare.extra=1", None),  # no perm is inherited: administrators only
+    (2, "New.group.x=1", PERMISSION),
+    (1, "Web.port=1", NAME),
+    (1, "Web=1", NAME),
+    (1, "Web.port.extra=1", NAME),
+    (1, "Web.port.perm=7777", NAME),
+    (1, "Web.perm.x=1", NAME),
+    (1, "T.__d=1", NAME),
+    (1, "a..b=1", NAME),
+    (1, "=1", NAME),
+    (1, ".".join(64 * ["a"]) + "=1", NAME),
+    (1, ".".join(63 * ["a"]) + "=1", None),
+    (1, "Web.extra=a%0Ab", "##Invalid character#"),
+    (1, "Web.extra=" + 1024 * "x", "##Invalid string length, too long#"),
+]
+
+
+@pytest.mark.parametrize("user, argument, error", INSERTIONS)
 def test_insert(a, user, argument, error):
     before = everything(a)
     session = a.login(f"u{user}", f"u{user}")
@@ -165,9 +165,6 @@ def test_passwords_are_shown_to_nobody(a):
     a.command("set Linked.secret=anothersecret Linked.to=anothersecret2")
     for command in ("checkmod", "get", "geti", "save", "revert"):
         assert "anothersecret" not in "".join(a.command(f"{command} Linked").lines)
-
-
-def test_an_import_does_not_show_passwords(a):
     for value, line in (("filesecret", "Linked.secret=*******"), (64 * "secret", f"Linked.secret=*******={NOT_FOUND}")):
         a.write("/tmp/in.hdf", f"Linked.secret = {value}\n")
         assert a.command("import /tmp/in.hdf").lines == [line]

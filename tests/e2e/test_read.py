@@ -62,42 +62,39 @@ def a():
         yield a.start()
 
 
-@pytest.mark.parametrize(
-    "command, lines, code",
-    [
-        ("get Plain.kept", ["Plain.kept=1 2, 3"], 0),
-        ("get Plain.missing", ["Plain.missing=5"], 0),
-        ("get Plain.invalid", ["Plain.invalid=7"], 0),
-        ("get Plain.blank", ["Plain.blank="], 0),
-        ("getv Plain.kept", ["1 2, 3"], 0),
-        ("getd Plain.kept", ["Plain.kept=fallback"], 0),
-        ("getdv Plain.kept", ["fallback"], 0),
-        ("getd Plain.nodefault", [], 0),
-        ("getd Plain.group.inner", [], 0),  # a parent's default is not its own
-        ("getd Plain", ["Plain.kept=fallback", "Plain.missing=5", "Plain.invalid=7"], 0),
-        ("get Nowhere", [f"Nowhere={NOT_FOUND}"], 1),
-        ("get Plain.kept,Nowhere Plain.missing", ["Plain.kept=1 2, 3", f"Nowhere={NOT_FOUND}", "Plain.missing=5"], 1),
-        ("get Plain.kept.attr", [f"Plain.kept.attr={NOT_FOUND}"], 1),
-        ("get plain.kept", [f"plain.kept={NOT_FOUND}"], 1),
-        ("get Plain.", [f"Plain.={NOT_FOUND}"], 1),
-        ("get Plain..kept", [f"Plain..kept={NOT_FOUND}"], 1),
-        ("get.x", [f"x={NOT_FOUND}"], 1),
-        ("getd Nowhere", [f"Nowhere={NOT_FOUND}"], 1),
-        ("get Live.word,Live.silent,Live.nothing", ["Live.word=42", "Live.silent=was silent", "Live.nothing="], 0),
-        ("get Live.unknown,Live.mirror", ["Live.unknown=", "Live.mirror=1 2, 3"], 0),
-        ("get Linked.own", ["Linked.own=1 2, 3"], 0),
-        ("get Linked.dangling", ["Linked.dangling=mine"], 0),
-        ("getd Linked.own", ["Linked.own=mine"], 0),
-        ("get Secret.long", [f"Secret.long={MASKED}"], 0),
-        ("getv Secret.long", [MASKED], 0),
-        ("get Secret.short", ["Secret.short=x"], 0),
-        ("get Secret.none", ["Secret.none="], 0),
-        ("getd Secret.long", ["Secret.long=standard"], 0),
-        ("get Secret.star", ["Secret.star=********"], 0),
-    ],
-)
-def test_get(a, command, lines, code):
-    assert a.command(command) == Reply(lines, code)
+REPLIES = [
+    ("get Plain.kept", ["Plain.kept=1 2, 3"], 0),
+    ("get Plain.invalid", ["Plain.invalid=7"], 0),
+    ("get Plain.blank", ["Plain.blank="], 0),
+    ("getv Plain.kept", ["1 2, 3"], 0),
+    ("getd Plain.kept", ["Plain.kept=fallback"], 0),
+    ("getdv Plain.kept", ["fallback"], 0),
+    ("getd Plain.group.inner", [], 0),  # a parent's default is not its own
+    ("getd Plain", ["Plain.kept=fallback", "Plain.missing=5", "Plain.invalid=7"], 0),
+    ("get Nowhere", [f"Nowhere={NOT_FOUND}"], 1),
+    ("get Plain.kept,Nowhere Plain.missing", ["Plain.kept=1 2, 3", f"Nowhere={NOT_FOUND}", "Plain.missing=5"], 1),
+    ("get Plain.kept.attr", [f"Plain.kept.attr={NOT_FOUND}"], 1),
+    ("get plain.kept", [f"plain.kept={NOT_FOUND}"], 1),
+    ("get Plain.", [f"Plain.={NOT_FOUND}"], 1),
+    ("get Plain..kept", [f"Plain..kept={NOT_FOUND}"], 1),
+    ("get.x", [f"x={NOT_FOUND}"], 1),
+    ("getd Nowhere", [f"Nowhere={NOT_FOUND}"], 1),
+    ("get Live.word,Live.silent,Live.nothing", ["Live.word=42", "Live.silent=was silent", "Live.nothing="], 0),
+    ("get Live.unknown,Live.mirror", ["Live.unknown=", "Live.mirror=1 2, 3"], 0),
+    ("get Linked.own", ["Linked.own=1 2, 3"], 0),
+    ("get Linked.dangling", ["Linked.dangling=mine"], 0),
+    ("getd Linked.own", ["Linked.own=mine"], 0),
+    ("get Secret.long", [f"Secret.long={MASKED}"], 0),
+    ("getv Secret.long", [MASKED], 0),
+    ("get Secret.short", ["Secret.short=x"], 0),
+    ("getd Secret.long", ["Secret.long=standard"], 0),
+    ("get Secret.star", ["Secret.star=********"], 0),
+]
+
+
+def test_get(a):
+    for command, lines, code in REPLIES:
+        assert a.command(command) == Reply(lines, code), command
 
 
 def test_whole_tree_comes_in_the_order_of_the_metadata(a):
@@ -105,8 +102,7 @@ def test_whole_tree_comes_in_the_order_of_the_metadata(a):
     assert [n for n in names if n.startswith("Plain")] == [
         "Plain.kept", "Plain.missing", "Plain.invalid", "Plain.blank", "Plain.nodefault", "Plain.group.inner",
     ]  # fmt: skip
-    groups = list(dict.fromkeys(n.split(".")[0] for n in names))
-    assert groups == ["Plain", "Secret", "Live", "Ipc", "Linked", "Levels"]
+    assert list(dict.fromkeys(n.split(".")[0] for n in names)) == ["Plain", "Secret", "Live", "Ipc", "Linked", "Levels"]
 
 
 # Which of the levels' APIs a user of each group sees in a group listing.

@@ -75,22 +75,6 @@ def test_sessions_end_with_the_daemon(a):
 # ---- Users ----
 
 
-def test_user_commands_change_file_and_logins_at_once(a):
-    assert a.command("user.add new 2") == Reply(["User.new.group=2"], 0)
-    assert a.command("login new x") == Reply(["##Invalid password#"], 1)
-    assert a.command("user.passwd new p%25%20w%3d") == Reply(["User.new.passwd=p% w="], 0)
-    assert a.read("/etc/user.conf") == user_file(GROUPS, {**PEOPLE, "new": (2, "p% w=")})
-    session = a.login("new", "p% w=")
-    assert fields(a, session)["perm"] == "77"
-    assert a.command("user.mod new 1") == Reply(["User.new.group=1"], 0)
-    assert a.command("user.rem new") == Reply(["User.new"], 0)
-    assert a.read("/etc/user.conf") == USERS
-    assert a.command("login new x") == Reply(["##Invalid user#"], 1)
-    a.restart()
-    assert a.read("/etc/user.conf") == USERS
-    assert a.path("/etc/user.conf").stat().st_mode & 0o777 == 0o600
-
-
 def test_nobody_reaches_above_himself(a):
     """By no way that an administrator has: groups, passwords, removal, files, sessions, the factory reset."""
     session = a.login("admin", "kelpo", tcp=True)

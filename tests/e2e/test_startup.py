@@ -317,33 +317,17 @@ def test_sysroot_too_long_for_a_socket_address(appliance):
 
 # ---- Metadata that is not as it should be ----
 
-GOOD = "Good {\n perm = 7777\n a {\n attr = a\n default = 1\n }\n}\n"
 
-
-@pytest.mark.parametrize(
-    "content, message",
-    [
-        (None, "No such file or directory"),
-        ("folder", "not a regular file"),
-        (GOOD + "nonsense\n", "line 8: .+"),
-        (GOOD + "open {\n", ".+"),
-        (GOOD + "a {\n" * 10000, "line 7[0-9]: nested too deeply"),
-    ],
-    ids=["missing", "folder", "rubbish", "open", "deep"],
-)
-def test_bad_metadata(appliance, content, message):
-    a = appliance()
-    path = a.path("/bad.hdf")
-    if content == "folder":
-        path.mkdir()
-    elif content is not None:
-        a.write("/bad.hdf", content)
-    a.write("/next.hdf", model("Next"))
-    a.start("-m", path, "-m", a.path("/next.hdf"))
-    # What stands before the error counts, and so do the other files.
-    good = ["Good.a=1"] if content not in (None, "folder") else []
-    assert [line for line in a.command("get").lines if line.endswith(".a=1")] == [*good, "Next.a=1"]
-    assert re.search(rf"^Can not load metadata {re.escape(str(path))}: {message}$", a.log(), re.M)
+def test_bad_metadata(appliance):
+    """What stands before the error counts, and so do the other files."""
+    files = {"/bad.hdf": model("Good") + "nonsense\n", "/deep.hdf": 100 * "a {\n", "/next.hdf": model("Next")}
+    a = appliance(files=files)
+    names = {"/none.hdf": "No such file or directory", "/etc": "not a regular file", "/bad.hdf": "line 8: .+"}
+    names["/deep.hdf"] = "line 6[0-9]: nested too deeply"
+    a.start(*[word for name in [*names, "/next.hdf"] for word in ("-m", a.path(name))])
+    assert a.command("get") == Reply(["Good.a=1", "Next.a=1"], 0)
+    for name, message in names.items():
+        assert re.search(rf"^Can not load metadata {re.escape(str(a.path(name)))}: {message}$", a.log(), re.M), name
 
 
 def test_shipped_model_starts_without_complaints(appliance):

@@ -74,18 +74,12 @@ TEST(KvFile, ReplacesAndKeepsTheFilesStyle)
 
 TEST(KvFile, RefusesWhatWouldNotReadBack)
 {
-    const struct {
-        const char *key;
-        const char *value;
-        bool fits;
-    } cases[] = {
-        {"k", "", true},      {"k", "a = b : c ", true}, {"k", "::1", true}, {"k", "\xc3\xa4", true},
-        {"k", " a", false},   {"k", "=a", false},        {"k", ":a", false}, {"k", ":: a", false},
-        {"k", "a\nb", false}, {"k", "a\rb", false},      {"", "a", false},   {"#k", "a", false},
-        {"k\nx", "a", false},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(kv_refuses(c.key, c.value) == nullptr, c.fits) << c.key << " " << c.value;
+    for (const char *value : {"", "a = b : c ", "::1", "\xc3\xa4"})
+        EXPECT_FALSE(kv_refuses("k", value)) << value;
+    for (const char *value : {" a", "=a", ":a", ":: a", "a\nb", "a\rb"})
+        EXPECT_TRUE(kv_refuses("k", value)) << value;
+    for (const char *key : {"", "#k", "k\nx"})
+        EXPECT_TRUE(kv_refuses(key, "a")) << key;
 }
 
 // Texts and values that are likely to meet: few letters, all that has a meaning, some of it long.

@@ -137,21 +137,6 @@ TEST_F(Replacing, LeftOversOfTheDeadAreRemoved)
     EXPECT_EQ(names_in("swept"), (std::vector<std::string>{of_living, "other"}));
 }
 
-TEST_F(Replacing, WhatComesBeforeItMustBeThere)
-{
-    for (const char *shadow : {"none/shadow", "etc"}) {
-        fs::create_directories(path("etc"));
-        FileSet set;
-        const std::size_t first = set.add({path(shadow), "new"});
-        set.add({path("etc/f"), "new", 0666, FileChange::Kind::plain, {first}});
-        set.add({path("etc/g"), "new"});
-        const Errors errors = errors_of(set.commit());
-        EXPECT_NE(errors[0], 0);
-        EXPECT_EQ(errors[1], ECANCELED);
-        EXPECT_EQ(names_in("etc"), std::vector<std::string>{"g"});
-    }
-}
-
 // ---- After a crash ----
 
 class Recovery : public Replacing {

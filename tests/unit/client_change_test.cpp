@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "client/change_painter.h"
-#include "client/completion.h"
 #include "client/confirmation.h"
 
 namespace qvcd::client {
@@ -118,23 +117,6 @@ TEST(ClientChange, WhichChangeAwaitsConfirmation)
     EXPECT_EQ(awaited.entry, "12");
     awaited.take("Rollback=13");
     EXPECT_EQ(awaited.entry, "13");
-}
-
-TEST(ClientChange, OptionsAreCompleted)
-{
-    const struct {
-        Words before;
-        std::string word;
-        Words candidates;
-    } cases[] = {
-        {{"rollback", "3"}, "-", {"-c", "-j", "-m", "-n"}},
-        {{"history"}, "-n", {"-n"}},
-        {{"commit", "-m"}, "-", {}},
-        {{"commit", "-c"}, "", {}},
-        {{"get"}, "-", {}},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(complete({}, c.before, c.word), c.candidates) << c.before[0];
 }
 
 } // namespace qvcd::client

@@ -196,16 +196,6 @@ TEST(ClientWatch, EventsAreOneLineEach)
         EXPECT_ANY_THROW(event_text(json)) << json;
 }
 
-TEST(ClientCompletion, CommandsAndSubcommandsComeFromHelp)
-{
-    EXPECT_EQ(parse_command_list("get: Get a parameter or group\n\nno command\nuser: Do: this\n"),
-              Lines({"get", "user"}));
-    EXPECT_EQ(parse_subcommands(
-                  "NAME\n\tuser - text\n\nSUB-COMMANDS\n\tuser.list - List - all\n\tuser.add - Add\n"),
-              Lines({"user.list", "user.add"}));
-    EXPECT_TRUE(parse_subcommands("NAME\n\tget - Get\n").empty());
-}
-
 TEST(ClientCompletion, NamesGrowPartByPart)
 {
     const std::string names = "Net.Lan.ip=leaf\nNet.Lan.mask=leaf\nNet.name=leaf\nName=leaf\n";
@@ -214,10 +204,8 @@ TEST(ClientCompletion, NamesGrowPartByPart)
         Lines parts;
     } cases[] = {
         {"", "", {"Name", "Net."}},
-        {"N", "=", {"Name=", "Net."}},
         {"Net.", "=", {"Net.Lan.", "Net.name="}},
         {"Net.Lan.m", "", {"Net.Lan.mask"}},
-        {"X", "", {}},
     };
     for (const auto &c : cases)
         EXPECT_EQ(next_name_parts(names, c.prefix, c.end), c.parts) << c.prefix;

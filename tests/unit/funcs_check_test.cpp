@@ -1,12 +1,8 @@
-#include "appliance_root.h"
 #include "base/text.h"
 #include "funcs/check_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
-#include "store/database.h"
-#include "store/profile_files.h"
-
-#include <gtest/gtest.h>
+#include "trees_fixture.h"
 
 namespace qvcd {
 namespace {
@@ -32,15 +28,8 @@ std::string bytes(std::string_view text)
     return std::string(text);
 }
 
-class CheckTest : public testing::Test {
+class CheckTest : public TreesTest {
   protected:
-    void SetUp() override { hdfdb_init(); }
-    void TearDown() override
-    {
-        profiledb_destroy();
-        hdfdb_destroy();
-    }
-
     static std::optional<std::string> check(const std::string &type, const std::string &value)
     {
         metaDB.set(std::string(kApi) + ".type", type);
@@ -91,6 +80,7 @@ TEST_F(CheckTest, Strings)
         {"base64", kGood, {"Y/ j==", ""}},
         {"base64", API_E_INVALID_OPTION, {"YW+j", "=a"}},
         {"string_ext", kGood, {"\x01\xff%", bytes("\0"sv)}},
+        {"string_ext", API_E_INVALID_STRING, {""}},
         {"string_ext", API_E_INVALID_CHARACTER, {"a\""}},
         {"serial_flags", API_E_INVALID_STRING_FORMAT, {"a;b"}},
         {"ssid", kGood, {"\x01 \"\xff", times(32, 'x')}},
@@ -114,10 +104,6 @@ TEST_F(CheckTest, Numbers)
         {"integer_range 1 10", kGood, {"1", "10", "0000000000000000000000000000010"}},
         {"integer_range 1 10", API_E_INVALID_INTEGER_RANGE, {"0", "11", wraps32, wraps64, digits400}},
         {"integer_range 1 10", API_E_INVALID_INTEGER_FORMAT, {"+3", " 3", "-1"}},
-        {"integer_range 4294967296 5000000000", kGood, {"4294967296", "5000000000"}},
-        {"integer_range 4294967296 5000000000",
-         API_E_INVALID_INTEGER_RANGE,
-         {"0", "705032704", "5000000001"}},
         {"integer_range 0 99999999999999999999", kGood, {"0", max64}},
         {"integer_range 0 99999999999999999999", API_E_INVALID_INTEGER_RANGE, {beyond64}},
         {"integer_range", API_E_INVALID_INTEGER_RANGE, {"1"}},
@@ -126,7 +112,6 @@ TEST_F(CheckTest, Numbers)
         {"signed_integer_range -10 10", kGood, {"-10", "10", "-"}},
         {"signed_integer_range -10 10", API_E_INVALID_SIGNED_INTEGER_RANGE, {"-11", "11", wraps32, wraps64}},
         {"signed_integer_range -10 10", API_E_INVALID_SIGNED_INTEGER_FORMAT, {"1.0", ""}},
-        {"signed_integer_range 1 5", API_E_INVALID_SIGNED_INTEGER_RANGE, {"-", "0"}},
         // The members, and what lies between the first two.
         {"signed_integer_set -10 0 10", kGood, {"-10", "-3", "-", "10"}},
         {"signed_integer_set -10 0 10", API_E_INVALID_SIGNED_INTEGER_RANGE, {"1", "-11", "4294967306"}},
@@ -134,7 +119,6 @@ TEST_F(CheckTest, Numbers)
         {"float", API_E_INVALID_FLOAT, {".5", "1.", "1.2.3", "1.-2", "1e3", "", "nan", "0x1", digits400}},
         {"float_range -0.5 2.25", kGood, {"-0.5", "2.25", "-"}},
         {"float_range -0.5 2.25", API_E_INVALID_FLOAT_RANGE, {"-0.51", "2.2500000001", times(300, '9')}},
-        {"float_range nan nan", API_E_INVALID_FLOAT_RANGE, {"0", "1"}},
         {"hexadecimal", API_E_INVALID_HEXADECIMAL, {"0x1f", "g"}},
         {"portnumber", kGood, {"0", "65535", "00080"}},
         {"portnumber", API_E_INVALID_PORT_NUMBER_FORMAT, {"65536", "4294967376", "18446744073709551696"}},
@@ -174,6 +158,7 @@ TEST_F(CheckTest, AddressesAndNames)
         {"multicast_ipaddress", API_E_INVALID_IP_ADDRESS_FORMAT, {"224.0.0"}},
         {"submask", kGood, {"128.0.0.0", "255.255.255.0", "255.255.255.255"}},
         {"submask", API_E_INVALID_SUBMASK_FORMAT, {"0.0.0.0", "0.255.0.0", "255.0.255.0", "255.255.255.1"}},
+        {"submask", API_E_INVALID_IP_ADDRESS_FORMAT, {"255.255.256.0"}},
         {"macaddress", kGood, {"00:1a:2B:ff:00:01", "1:2:3:4:5:6"}},
         {"macaddress",
          API_E_INVALID_MAC_ADDRESS_FORMAT,

@@ -1,4 +1,3 @@
-#include "appliance_root.h"
 #include "base/command_lock.h"
 #include "base/file_text.h"
 #include "base/save_lock.h"
@@ -9,36 +8,16 @@
 #include "funcs/read_map.h"
 #include "model/populate.h"
 #include "model_text.h"
-#include "store/database.h"
+#include "trees_fixture.h"
 
 #include <cstdio>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 namespace qvcd {
 namespace {
 
-class Funcs : public OnEmptyRoot<testing::Test> {
+class Funcs : public TreesTest {
   protected:
-    void SetUp() override
-    {
-        OnEmptyRoot::SetUp();
-        hdfdb_init();
-    }
-    void TearDown() override { hdfdb_destroy(); }
-    static void meta(std::initializer_list<std::pair<const char *, const char *>> values)
-    {
-        for (const auto &[name, value] : values)
-            ASSERT_TRUE(metaDB.set(name, value)) << name;
-    }
-    static void api(const std::string &name, const std::string &write, const std::string &file,
-                    const std::string &attr, const std::string &shadow = {})
-    {
-        metaDB.set(name + ".write", write);
-        metaDB.set(name + ".file", file);
-        metaDB.set(name + ".attr", attr);
-        metaDB.set(name + ".shadow", shadow);
-    }
     std::string read(const std::string &name) { return rfuncmap_read(request, name).value_or("(none)"); }
     static std::string file(const std::string &name) { return appliance_root().read(name); }
     static void file(const std::string &name, const std::string &text) { appliance_root().write(name, text); }
@@ -48,7 +27,7 @@ class Funcs : public OnEmptyRoot<testing::Test> {
 
 TEST_F(Funcs, ACommandReadsAFileAgainWhenOthersMayHaveWrittenIt)
 {
-    meta({{"A.read", "kv_rfunc"}, {"A.file", "/etc/f.conf"}, {"A.attr", "a"}});
+    model("A: read = kv_rfunc; file = /etc/f.conf; attr = a");
     file("etc/f.conf", "a=1\n");
     EXPECT_EQ(read("A"), "1");
     file("etc/f.conf", "a=2\n");
@@ -69,8 +48,7 @@ TEST_F(Funcs, GenericReaders)
          "plain=a b\nquoted=\"c d\"\nempty=\"\"\nin=\"a\"b\"\nlong=\"" + std::string(1023, '"') + "\"\n");
     hdfDB.set("Other.api", "mirror");
     const struct {
-        const char *read;
-        const char *attr;
+        const char *read, *attr;
         std::string value;
     } cases[] = {
         {"hidden_rfunc", "x", "******"},
@@ -84,7 +62,7 @@ TEST_F(Funcs, GenericReaders)
         {"syscall_rfunc", "true", "(none)"},
     };
     for (const auto &c : cases) {
-        meta({{"A.file", "/etc/f.conf"}, {"A.read", c.read}, {"A.attr", c.attr}});
+        model(std::string("A: file = /etc/f.conf; read = ") + c.read + "; attr = " + c.attr);
         EXPECT_EQ(read("A"), c.value) << c.read << " " << c.attr;
         EXPECT_EQ(read_error(request), 0);
     }
@@ -144,20 +122,14 @@ TEST_F(Funcs, NtpConfiguration)
     EXPECT_FALSE(ntp_refuses("server", "fd00::1") || ntp_refuses("interval", "daily"));
     // From the settings, where they can be written; else from the API's own default.
     hdfDB.set("Services.NTP.server", "two words");
-    meta({{"Services.NTP.server.default", "own.example"}, {"Services.NTP.interval.default", "weekly"}});
+    model("Services.NTP.server: default = own.example\nServices.NTP.interval: default = weekly");
     EXPECT_EQ(ntp_replace("", {{}, ntp_settings()}), "server own.example minpoll 12 maxpoll 12 iburst\n");
 }
 
 TEST_F(Funcs, WritersAndTheirResults)
 {
-    const auto write = [](const char *function, const char *where, const char *value, const char *key = "a") {
-        api("A", function, where, key);
-        return wfuncmap_write("A", value);
-    };
     const struct {
-        const char *function;
-        const char *file;
-        const char *value;
+        const char *function, *file, *value;
         int result;
         const char *text; // of the file after it; null: it does not exist
         const char *key = "a";
@@ -172,12 +144,14 @@ TEST_F(Funcs, WritersAndTheirResults)
         {"io_wfunc", "/etc/f.conf", "1", 0, "1\n"},
         {"no_wfunc", "/etc/f.conf", "2", 1, "1\n"},
         {"ntp_wfunc", "/etc/ntp.conf", "h", 0, "server h minpoll 12 maxpoll 12 iburst\n", "server"},
+        {"syncclock_wfunc", "/x", "", 1, nullptr},
         {"syncclock_wfunc", "/x", "yesterday", 1, nullptr},
         {"syncclock_wfunc", "/x", "20240229T12:00:00", 0, nullptr},
     };
     file("etc/f.conf", "a = 1\n");
     for (const auto &c : cases) {
-        EXPECT_EQ(write(c.function, c.file, c.value, c.key), c.result) << c.function << " " << c.value;
+        model(std::string("A: write = ") + c.function + "; file = " + c.file + "; attr = " + c.key);
+        EXPECT_EQ(wfuncmap_write("A", c.value), c.result) << c.function << " " << c.value;
         const std::string name = std::string(c.file).substr(*c.file ? 1 : 0);
         EXPECT_EQ(!name.empty() && exists(name), c.text != nullptr) << c.function << " " << c.file;
         EXPECT_EQ(c.text ? file(name) : "", c.text ? c.text : "") << c.function << " " << c.value;
@@ -191,13 +165,13 @@ TEST_F(Funcs, ValuesOfOneFileGoTogetherAndFailAlone)
     file("etc/f.conf", "a=1\nb=2\n# c=3\n");
     std::filesystem::create_symlink("f.conf", appliance_root().path("etc/link"));
     std::filesystem::create_directories(appliance_root().path("etc/folder"));
-    api("Kv", "kv_wfunc", "/etc/f.conf", "a", "/etc/shadow");
-    api("Quoted", "quotedkv_wfunc", "/etc/../etc/f.conf", "c");
-    api("Linked", "kv_wfunc", "/etc/link", "b");
-    api("Bad", "kv_wfunc", "/etc/f.conf", "d");
-    api("Folder", "kv_wfunc", "/etc/folder", "a", "/etc/second");
-    api("BadShadow", "kv_wfunc", "/etc/g.conf", "e", "/etc/folder");
-    api("None", "no_wfunc", "/etc/f.conf", "f");
+    model(R"(Kv: write = kv_wfunc; file = /etc/f.conf; attr = a; shadow = /etc/shadow
+Quoted: write = quotedkv_wfunc; file = /etc/../etc/f.conf; attr = c
+Linked: write = kv_wfunc; file = /etc/link; attr = b
+Bad: write = kv_wfunc; file = /etc/f.conf; attr = d
+Folder: write = kv_wfunc; file = /etc/folder; attr = a; shadow = /etc/second
+BadShadow: write = kv_wfunc; file = /etc/g.conf; attr = e; shadow = /etc/folder
+None: write = no_wfunc; file = /etc/f.conf; attr = f)");
     FileWrites writes;
     for (const char *name : {"Kv", "Quoted", "Linked", "Bad", "Folder", "BadShadow", "None"})
         writes.add(name, std::string(name) == "Bad" ? " x" : "x");
@@ -221,7 +195,7 @@ TEST_F(Funcs, WhatDoesNotChangeIsNotWritten)
     const auto is_kept = [&] {
         return std::filesystem::equivalent(appliance_root().path("etc/f.conf"), kept);
     };
-    api("A", "kv_wfunc", "/etc/f.conf", "a", "/etc/shadow");
+    model("A: write = kv_wfunc; file = /etc/f.conf; attr = a; shadow = /etc/shadow");
     EXPECT_EQ(wfuncmap_write("A", "1"), 0);
     EXPECT_TRUE(is_kept());
     file("etc/shadow", "torn");

@@ -1,30 +1,19 @@
-#include "appliance_root.h"
 #include "captured.h"
 #include "funcs/introspect_map.h"
 #include "funcs/read_map.h"
-#include "store/database.h"
-#include "store/profile_files.h"
-
-#include <gtest/gtest.h>
+#include "trees_fixture.h"
 
 namespace qvcd {
 namespace {
 
 constexpr unsigned kReader = 0x0004;
 
-class IntrospectTest : public OnEmptyRoot<testing::Test> {
+class IntrospectTest : public TreesTest {
   protected:
     void SetUp() override
     {
-        OnEmptyRoot::SetUp();
-        hdfdb_init();
-        metaDB.set("A.perm", "0006");
-        metaDB.set("Q.perm", "0006");
-    }
-    void TearDown() override
-    {
-        profiledb_destroy();
-        hdfdb_destroy();
+        TreesTest::SetUp();
+        model("A: perm = 0006\nQ: perm = 0006");
     }
 
     static std::string describe(const std::string &api, bool compact = false, const std::string &prefix = {},
@@ -57,10 +46,7 @@ class IntrospectTest : public OnEmptyRoot<testing::Test> {
 
 TEST_F(IntrospectTest, WhatIsDescribed)
 {
-    metaDB.set("A.type", "boolean"); // not inherited
-    metaDB.set("A.none.perm", "0666");
-    metaDB.set("A.hidden.introspect", "");
-    metaDB.set("A.hidden.type", "boolean");
+    model("A: type = boolean\nA.none: perm = 0666\nA.hidden: introspect =; type = boolean"); // not inherited
     Request request(kReader);
     for (const char *api : {"A.none", "A.hidden", "A.unknown"}) {
         const auto nothing = [&](std::FILE *out) {
@@ -68,15 +54,11 @@ TEST_F(IntrospectTest, WhatIsDescribed)
         };
         EXPECT_EQ(captured(nothing), "") << api;
     }
-    metaDB.set("A.b.introspect", "boolean"); // goes before the type
-    metaDB.set("A.b.type", "string");
-    metaDB.set("A.b.default", "");
+    model("A.b: introspect = boolean; type = string; default ="); // "introspect" goes before the type
     hdfDB.set("A.b", "1");
     EXPECT_EQ(describe("A.b"), "A.b.type=boolean\nA.b.default=\nA.b.value=1\n"
                                "A.b.choices=[0,1]\nA.b.0=0\nA.b.1=1\n");
-    metaDB.set("A.live.type", "string");
-    metaDB.set("A.live.read", "zero_rfunc");
-    EXPECT_EQ(describe("A.live"), "A.live.type=string\nA.live.value=0\n");
+    model("A.live: type = string; read = zero_rfunc");
     hdfDB.set("A.live", "stored");
     EXPECT_EQ(describe("A.live"), "A.live.type=string\nA.live.value=stored\n");
     metaDB.set("A.live.dynamic", "true");
@@ -132,8 +114,7 @@ TEST_F(IntrospectTest, PasswordsAreMasked)
               "A.own.type=password 0 9\nA.own" + facts + "own" + value);
     metaDB.set(make("linked", "string") + ".link", "A.own");
     EXPECT_EQ(describe("A.linked"), "A.linked.type=string\nA.linked" + facts + "linked" + value);
-    metaDB.set("A.group.type", "password 0 9");
-    metaDB.set("A.group.inherits.introspect", "string");
+    model("A.group: type = password 0 9\nA.group.inherits: introspect = string");
     hdfDB.set("A.group.inherits", "Secret");
     EXPECT_EQ(describe("A.group.inherits"), "A.group.inherits.type=string\nA.group.inherits" + value);
     metaDB.set("A.own.default", "x"); // one byte
@@ -144,14 +125,9 @@ TEST_F(IntrospectTest, PasswordsAreMasked)
 TEST_F(IntrospectTest, NothingThatGetWouldRefuse)
 {
     appliance_root().write("etc/stats", "hd=1\n");
-    metaDB.set("Q.names.type", "string_set hd");
-    metaDB.set("A.b.perm", "0060");
-    metaDB.set("A.b.default", "7");
-    metaDB.set("A.b.type", "integer_set 7 /etc/stats");
+    model("A.b: perm = 0060; default = 7; type = integer_set 7 /etc/stats\nQ.names: type = string_set hd\n"
+          "A.q: perm = 0060; type = integer /etc/stats Q.names; introspect = quality");
     hdfDB.set("A.b", "7");
-    metaDB.set("A.q.perm", "0060");
-    metaDB.set("A.q.type", "integer /etc/stats Q.names");
-    metaDB.set("A.q.introspect", "quality");
     const std::string choices = "A.b.choices=[7]\nA.b.0=7\n";
     const std::string type = "A.b.type=integer_set 7 /etc/stats\n";
     const std::string values = "A.b.default=7\nA.b.value=7\n";
@@ -171,22 +147,18 @@ TEST_F(IntrospectTest, ProfileChoices)
     EXPECT_EQ(of_type("string_set x,profile,string_set y"),
               "A.b.choices=[x]\nA.b.0=x\nA.b.0=default\nA.b.1=c.d\nA.b.2=b\nA.b.3=a\n"
               "A.b.choices=[y]\nA.b.1=y\n");
-    metaDB.set("A.Profiles.name.type", "string_set x,profile2");
+    metaDB.set("A.Profiles.name.type", "profile2");
     hdfDB.set("A.Profiles.name", "b");
-    EXPECT_EQ(describe("A.Profiles.name"),
-              "A.Profiles.name.type=string_set x,profile2\nA.Profiles.name.value=b\n"
-              "A.Profiles.name.choices=[x]\nA.Profiles.name.0=x\n"
-              "A.Profiles.name.0=a,\nA.Profiles.name.1=b,50%\n");
+    EXPECT_EQ(describe("A.Profiles.name"), "A.Profiles.name.type=profile2\nA.Profiles.name.value=b\n"
+                                           "A.Profiles.name.0=a,\nA.Profiles.name.1=b,50%\n");
 }
 
 TEST_F(IntrospectTest, QualityCounters)
 {
-    const std::string long_key = "other" + std::string(2000, 'x') + "hd=9\n"; // no "hd" begins a line there
-    appliance_root().write(
-        "var/stats", "HD_ready=2\nsd=1\nno counter\nhdtv : 9\n" + long_key +
-                         "SD x = :3\nhd=\n=4\nother=5\nhd=1\nhd=-5\nbig=99999999999999999999\nbig=1\n=7");
-    metaDB.set("Q.names.type", "string_set hd HD_ sd none big");
-    metaDB.set("Q.count.type", "quality /var/stats Q.names");
+    appliance_root().write("var/stats",
+                           "HD_ready=2\nsd=1\nno counter\nhdtv : 9\nother hd=9\nSD x = :3\nhd=\n=4\n"
+                           "hd=1\nhd=-5\nbig=99999999999999999999\nbig=1\n=7");
+    model("Q.names: type = string_set hd HD_ sd none big\nQ.count: type = quality /var/stats Q.names");
     hdfDB.set("Q.count", "");
     const std::string facts = "Q.count.type=quality /var/stats Q.names\nQ.count.value=\n";
     EXPECT_EQ(describe("Q.count"), facts + "Q.count.hd=3\nQ.count.HD_=2\nQ.count.sd=4\nQ.count.none=0\n"

@@ -137,12 +137,8 @@ TEST(TlsChannel, AStreamThatBreaksOffIsAFailure)
     EXPECT_FALSE(ends.server.write_all("x", kLong)); // and no signal
 }
 
-class Upper : public LineHandler {
-    Next line(std::string_view line, LineConnection &connection) override
-    {
-        std::fputs(line == "big\n" ? std::string(8 << 20, 'x').c_str() : "OK\n", connection.out());
-        return Next::go_on;
-    }
+class Mute : public LineHandler {
+    Next line(std::string_view, LineConnection &) override { return Next::go_on; }
     void end(End why, LineConnection &connection) override
     {
         std::fputs(why == End::bad ? "bad\n" : "", connection.out());
@@ -151,7 +147,7 @@ class Upper : public LineHandler {
 
 TEST(TlsServer, TimeIsLimited)
 {
-    LineServer server([](const Peer &) { return std::make_unique<Upper>(); },
+    LineServer server([](const Peer &) { return std::make_unique<Mute>(); },
                       {.first_line = 300ms, .idle = 300ms, .send = 300ms});
     Fd listener = listen_tcp("127.0.0.1", 0);
     const std::string port = port_of(listener);
@@ -185,10 +181,6 @@ TEST(TlsServer, TimeIsLimited)
     Channel half = secure();
     ASSERT_TRUE(half.write_all("x", kLong));
     EXPECT_EQ(all(half), "bad\n");
-    Channel deaf = secure();
-    ASSERT_TRUE(deaf.write_all("big\n", kLong));
-    std::this_thread::sleep_for(900ms); // it could have read
-    EXPECT_LT(all(deaf).size(), 8U << 20);
     EXPECT_TRUE(server.stop(kLong));
 }
 

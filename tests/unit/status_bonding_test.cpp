@@ -19,7 +19,6 @@ TEST_F(BondingTest, UnitInfo)
          "",
          "bond",
          {{"mode", "disabled"}, {"state", "down"}, {"status", "stopped"}, {"version", "n/a"}}},
-        {"down", "", "link", {{"mode", "link"}}},
         {"up\nmore", "paused\nmore", "link", {{"state", "up"}, {"status", "paused"}}},
         {"upper", "", "link", {{"state", "unknown"}, {nullptr, kNothing}}},
     };

@@ -1,10 +1,8 @@
 #pragma once
 
-#include "appliance_root.h"
 #include "base/request.h"
-#include "store/database.h"
+#include "trees_fixture.h"
 
-#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <utility>
@@ -12,16 +10,7 @@
 
 namespace qvcd {
 
-/// An empty root and empty trees.
-class StatusTest : public OnEmptyRoot<testing::Test> {
-  protected:
-    void SetUp() override
-    {
-        OnEmptyRoot::SetUp();
-        hdfdb_init();
-    }
-    void TearDown() override { hdfdb_destroy(); }
-};
+using StatusTest = TreesTest;
 
 using Values = std::vector<std::pair<std::string, std::string>>;
 

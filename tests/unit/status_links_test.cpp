@@ -232,9 +232,7 @@ TEST_F(StreamLinksTest, LinksFollowInterfacesAndModes)
 
 TEST_F(StreamLinksTest, WhatTheModelSaysOfLinksStays)
 {
-    metaDB.set("Links.perm", "4444");
-    metaDB.set("Links.1.Eth0.perm", "4400");
-    metaDB.set("Links.1.Eth0.rtsp.help", "by the model");
+    model("Links: perm = 4444\nLinks.1.Eth0: perm = 4400\nLinks.1.Eth0.rtsp: help = by the model");
     for (const char *settings : {".mode=RTSP .RTSP.RTP.audio_only=1", ".mode=Disabled", ".mode=RTSP"}) {
         publish(settings);
         EXPECT_EQ(meta_get_perm("Links.1.Eth0.rtsp"), 0x4400U) << settings;

@@ -1,20 +1,12 @@
 #include "store/api.h"
-#include "store/database.h"
 #include "store/flags.h"
 #include "store/hdf_file.h"
-#include "temp_folder.h"
+#include "trees_fixture.h"
 
-#include <gtest/gtest.h>
 #include <random>
 
 namespace qvcd {
 namespace {
-
-class TreesTest : public testing::Test {
-  protected:
-    void SetUp() override { hdfdb_init(); }
-    void TearDown() override { hdfdb_destroy(); }
-};
 
 class Apis : public TreesTest {
   protected:
@@ -153,9 +145,9 @@ TEST_F(Flags, StayRightWhateverHappens)
 
 TEST_F(Flags, AreFoundWhenMetadataRaisesThem)
 {
-    const TempFolder folder;
     EXPECT_TRUE(flagged_apis(metaDB.root(), "", flag_modified).empty());
-    const std::string file = folder.write("m.hdf", "A.b.c { \n attr = x\n}\nA.noapp = 1\nD.e.mod = 1\n");
+    const std::string file =
+        appliance_root().write("m.hdf", "A.b.c { \n attr = x\n}\nA.noapp = 1\nD.e.mod = 1\n");
     ASSERT_EQ(hdf_read_own_file(file, metaDB).result, HdfResult::ok);
     flags_forget();
     EXPECT_EQ(flagged_apis(metaDB.root(), "", flag_modified_or_unapplied),
@@ -185,17 +177,8 @@ class Meta : public TreesTest {
     void SetUp() override
     {
         TreesTest::SetUp();
-        for (const auto &[name, value] : std::initializer_list<std::pair<const char *, const char *>>{
-                 {"A.perm", "4422"},
-                 {"A.file", "/top"},
-                 {"A.B.write", "w"},
-                 {"A.B.C.attr", "c"},
-                 {"A.B.C.type", "string"},
-                 {"A.B.read", ""},
-                 {"A.read", "r"},
-                 {"Z.attr", "z"},
-             })
-            metaDB.set(name, value);
+        model("A: perm = 4422; file = /top; read = r\nA.B: write = w; read =\nA.B.C: attr = c; type = "
+              "string\nZ: attr = z");
     }
 };
 

@@ -82,19 +82,6 @@ TEST(Tree, RemovalLeavesNothingBehind)
     EXPECT_EQ(hdfutils_names(tree.root(), "", hdfutils_check_endnode).size(), 20U);
 }
 
-TEST(Walk, ClassifierDecidesWhatIsVisitedAndEntered)
-{
-    const Tree tree = tree_of({{"a.attr", "x"}, {"__t.attr", "y"}, {"b.c.attr", "z"}, {"b.c.attr.k", "w"}});
-    const Classifier classify = [](Node node) {
-        if (node.name().starts_with("__"))
-            return Walk::skip;
-        return node.name() == "attr" ? Walk::visit : Walk::descend;
-    };
-    EXPECT_EQ(hdfutils_parent_names(tree.root(), "", classify), (std::vector<std::string>{"a", "b.c"}));
-    EXPECT_EQ(hdfutils_names(tree.find("b"), "b", hdfutils_check_endnode),
-              (std::vector<std::string>{"b.c.attr.k"}));
-}
-
 // Readers publish and remove APIs while a group is printed.
 TEST(Walk, VisitsMayChangeTheTree)
 {
@@ -144,6 +131,8 @@ TEST(HdfFile, BadFilesKeepWhatStandsBeforeTheError)
         std::string kept;
     } cases[] = {
         {"rubbish", "a = 1\nwhat is this\nb = 2\n", "a=1\n"},
+        {"text behind a brace", "a = 1\ng { b = 1 }\n", "a=1\n"},
+        {"a block without its end", "a = 1\nb << EOM\ntext\n", "a=1\n"},
         {"a brace too many", "a = 1\n}\nb = 2\n", "a=1\n"},
         {"include", "a = 1\n#include \"/etc/passwd\"\nb = 2\n", "a=1\n"},
         {"link", "a = 1\nb : a\n", "a=1\n"},
