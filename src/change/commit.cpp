@@ -280,7 +280,7 @@ int Commit::fail(const std::string &why, std::size_t actions)
     standing.number = report_.entry;
     if (is_undone && again.left.empty()) {
         if (const int error = remove_undo_record().error)
-            problems.push_back(std::string("its record: ") + std::strerror(error));
+            problems.push_back(std::string("its record stays: ") + std::strerror(error));
     }
     for (const auto *all : {&problems, &lost}) {
         for (const std::string &problem : *all) {

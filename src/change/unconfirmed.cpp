@@ -276,7 +276,7 @@ void undo_standing(Request &request, Report &report, Delay delay)
     }
     report.entry = *standing->undone_by;
     if (const int error = remove_undo_record().error) {
-        complain(undone, {std::string("its record: ") + std::strerror(error)}, report);
+        complain(undone, {std::string("its record stays: ") + std::strerror(error)}, report);
         return try_again_later();
     }
     tell(report.entry);

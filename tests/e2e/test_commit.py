@@ -428,7 +428,7 @@ def test_a_record_that_stays_runs_no_action_again(a):
     record.rename(record.with_name("aside"))
     (record / "x").mkdir(parents=True)
     assert a.command("abort").lines[-3:-1] == [
-        "Commit=##Can not undo: its record stays#", "undo: syscall $QV_SYSROOT/act port"]
+        "Commit=##Can not undo: its record stays: Is a directory#", "undo: syscall $QV_SYSROOT/act port"]
     assert a.command("commit A.port=6") == Reply(["Commit=##A commit is being undone#"], 1)
     wait_until(lambda: a.log().count("its record stays") > 1, "another try")
     (record / "x").rmdir()

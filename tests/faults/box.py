@@ -1,6 +1,7 @@
 """The real daemon on a tree of files, under the preload library."""
 
 import contextlib
+import functools
 import os
 import pathlib
 import shutil
@@ -13,13 +14,18 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 from appliance import BIN_DIR, PATIENCE, QVCD, Connection, Reply, wait_until  # noqa: E402
 
-from disk import read_tree, write_tree  # noqa: E402
-from scenarios import JOURNAL, MODEL, RUNNING, SPARE  # noqa: E402
+from disk import File, read_tree, write_tree  # noqa: E402
+from history import MAX_ENTRIES, PROBLEM, filled, only  # noqa: E402
+from scenarios import BASE, HISTORY, JOURNAL, MODEL, RUNNING, SPARE, UNDO, UNDONE  # noqa: E402
 from shim import Shim  # noqa: E402
 
 LIBRARY = BIN_DIR / "libfaults_preload.so"
 # Flushes are not carried out and no run outlives its folder: memory will do, where there is such a place.
 PLACE = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
+
+
+NOT_FLUSHED = "##Changed, but not known to be on the disk#"
+NOT_UNDONE = "Can not undo commit "  # in the log
 
 
 def settings_in(tree):
@@ -35,15 +41,19 @@ workshop = pathlib.Path(tempfile.mkdtemp(prefix="qf", dir=PLACE))
 class Box:
     """One at a time, and always at the same place: what the daemon keeps on its disk may name it."""
 
-    def __init__(self, tree):
+    def __init__(self, tree, applied=None):
+        """applied: what the actions took from the files, {name: bytes}."""
         self.folder = workshop / str(os.getpid())
         self.root = self.folder / "r"
+        self.services = self.root / "var/run/applied"
         self.process = None
         self.folder.mkdir()
-        for name in ("tmp", "var/run", "usr/share/qvapi", "etc"):
+        for name in ("tmp", "var/run/applied", "usr/share/qvapi", "etc"):
             (self.root / name).mkdir(parents=True)
         (self.root / "usr/share/qvapi/apimeta.hdf").write_text(MODEL)
         write_tree(self.root, tree)
+        for name, data in (applied or {}).items():
+            (self.services / name).write_bytes(data)
         self.shim = Shim(self.folder, LIBRARY, RUNNING)
 
     def close(self):
@@ -64,6 +74,9 @@ class Box:
 
     def everything(self):
         return read_tree(self.root, RUNNING, with_folders=True)
+
+    def applied(self):
+        return {path.name: path.read_bytes() for path in self.services.iterdir()}
 
     # ---- The process ----
 
@@ -95,7 +108,13 @@ class Box:
                        if (self.folder / name).exists())
 
     def descriptors(self):
-        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+        """Without those of the history, which stays open, once."""
+        folder = pathlib.Path(f"/proc/{self.process.pid}/fd")
+        found = []
+        for name in folder.iterdir():
+            with contextlib.suppress(OSError):
+                found.append(os.readlink(name))
+        return len(found) - len({path for path in found if HISTORY in path})
 
     # ---- Talking ----
 
@@ -111,6 +130,8 @@ class Box:
 
     def command(self, line):
         """None when the connection broke off."""
+        if line == UNDONE:
+            return self.wait_for_undoing()
         try:
             lines = self.exchange(f"faults 0 0\n{line}\n\n".encode()).decode(errors="replace").split("\n")
         except OSError:
@@ -118,6 +139,14 @@ class Box:
         if len(lines) < 3 or lines[-3] != "@":
             return None
         return Reply(lines[:-3], int(lines[-2]))
+
+    def wait_for_undoing(self):
+        """Until it has ended, as a reply; one that failed is tried again later."""
+        record = self.root / UNDO[1:]
+        wait_until(lambda: self.has_ended() or not record.exists() or NOT_UNDONE in self.log(), "the undoing to end")
+        if self.has_ended():
+            return None
+        return Reply(["##It is not undone#"], 1) if record.exists() else Reply([], 0)
 
     def ask(self, questions):
         """{question: answer}; of a log-in only whether it succeeds, since the number of a session is drawn."""
@@ -128,8 +157,31 @@ class Box:
         return answers
 
 
+@functools.cache
+def history_files(kind):
+    """"none"; "ready": after a few commands and a crash; "full": the next one makes the oldest go; "damaged"."""
+    if kind == "none":
+        return {}
+    if kind == "damaged":
+        return {HISTORY: File(b"no database\n" * 1000, 0o640)}
+    if kind == "full":
+        return filled(history_files("ready"), workshop / f"{os.getpid()}-full", MAX_ENTRIES)
+    with Box(BASE) as box:
+        assert box.start(), box.log()
+        for command in ("update B.only=one", "update B.only=zero"):
+            assert box.command(command).code == 0
+        box.kill()
+        return only(box.tree())
+
+
 def is_refusal(reply):
-    return reply is None or reply.code != 0 or any("##" in line for line in reply.lines)
+    """What the history says of itself is none."""
+    return reply is None or reply.code != 0 or any("##" in line for line in reply.lines if not line.startswith(PROBLEM))
+
+
+def not_flushed(reply):
+    """It said that it has happened and may not last."""
+    return reply is not None and any(NOT_FLUSHED in line for line in reply.lines)
 
 
 def wait_for(condition, seconds):

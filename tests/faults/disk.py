@@ -20,6 +20,9 @@ class Link(typing.NamedTuple):
     target: str
 
 
+BLOCK = 512  # what a disk writes whole
+
+
 class Folder:
     """Stands for a folder among the names."""
 
@@ -136,9 +139,13 @@ class Disk:
         return text[len(self.root):]
 
     def _content(self, path, inode):
+        """A file that was open before may be written to when it has another name."""
         if inode and inode in self.inodes:
             return self.inodes[inode]
-        return self.current[self._path(path)]
+        content = self.current[self._path(path)]
+        if inode:
+            self.inodes[inode] = content
+        return content
 
     def _step(self, names):
         self.steps.append(Step(names, {path.rpartition("/")[0] for path in names}))
@@ -280,14 +287,17 @@ class RandomChoice:
         return self.draw.random() < 0.5
 
     def of_content(self, flushed, versions):
-        """An earlier content, one of the later ones, one that is torn, or one whose blocks never came."""
+        """An earlier content, one of the later ones, one whose end is not there yet, or one of old and new blocks; a
+        block that never came is zero where the file grew."""
         kind = self.draw.randrange(4)
         version = self.draw.choice(versions)
+        old, new = flushed.data, version.data
+        size = self.draw.randint(min(len(old), len(new)), max(len(old), len(new)))
         if kind == 0:
             return flushed
         if kind == 1:
             return version
         if kind == 2:
-            return version._replace(data=version.data[:self.draw.randint(0, len(version.data))])
-        start = self.draw.randint(0, len(version.data))
-        return version._replace(data=version.data[:start] + bytes(len(version.data) - start))
+            return version._replace(data=new[:size] + old[len(new):size])
+        blocks = [self.draw.choice((old.ljust(len(new), b"\0"), new))[at:at + BLOCK] for at in range(0, len(new), BLOCK)]
+        return version._replace(data=b"".join(blocks)[:len(new)])

@@ -59,6 +59,7 @@ enum Class : std::uint32_t {
     kClose = 1U << 12U,
     kList = 1U << 13U, // the next entry of a folder
     kLook = 1U << 14U, // stat and its like
+    kMap = 1U << 15U,  // what is changed in mapped memory is not seen
 };
 
 enum Action : std::uint32_t { kCount, kFail, kFailFromThere, kHalf, kHalfAndKill, kKillBefore, kKillAfter };
@@ -80,7 +81,7 @@ struct Control {
 };
 
 constexpr int kMaxFds = 4096;
-constexpr std::size_t kLine = 3 * PATH_MAX;
+constexpr std::size_t kLine = 4 * PATH_MAX;
 
 struct OpenFile {
     bool known = false;
@@ -453,8 +454,8 @@ void note_write(std::uint64_t number, const OpenFile &file, std::int64_t at, con
         char line[kLine];
         const long end = begin + kPiece < size ? begin + kPiece : size;
         int n = std::snprintf(
-            line, sizeof line, "done\t%llu\twrite\t\t%llu\t%lld\t", static_cast<unsigned long long>(number),
-            static_cast<unsigned long long>(file.inode), static_cast<long long>(at + begin));
+            line, sizeof line, "done\t%llu\twrite\t%s\t%llu\t%lld\t", static_cast<unsigned long long>(number),
+            file.path, static_cast<unsigned long long>(file.inode), static_cast<long long>(at + begin));
         for (long i = begin; i < end; ++i) {
             line[n++] = kHex[bytes[i] >> 4U];
             line[n++] = kHex[bytes[i] & 15U];
@@ -1071,6 +1072,15 @@ WRAP(int, closedir, DIR *folder)
         if (OpenFile *file = find_fd(dirfd(folder)))
             file->known = false;
     return real(folder);
+}
+
+// ---- Mapped files, as SQLite has one ----
+
+WRAP(void *, mmap64, void *where, std::size_t size, int protection, int flags, int fd, off_t at)
+{
+    const auto real = [&] { return syscall(SYS_mmap, where, size, protection, flags, fd, at); };
+    const auto changed = [](std::uint64_t, const OpenFile &) {};
+    return reinterpret_cast<void *>(on_fd({"mmap", kMap}, fd, real, changed));
 }
 
 // ---- Calls that change nothing that counts ----

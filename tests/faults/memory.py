@@ -7,9 +7,10 @@ stderr that says why. A command that it says is done is done, and no file is tor
 import functools
 import signal
 
-from box import Box, is_refusal, wait_for
+import history
+from box import Box, is_refusal, history_files, wait_for
 from disk import differences
-from scenarios import BASE, TEMPORARY
+from scenarios import BASE, HISTORY_QUESTION, TEMPORARY
 from appliance import Connection
 
 # What each writes depends on nothing that another does, so that one may be refused alone. True: when it is not
@@ -27,6 +28,12 @@ COMMANDS = (
     ("export stdout", False),
     ("import /home/in.hdf", False),
     ("save", False),
+    ("commit Net.address=two Net.alias=x", True),
+    ("commit -c 600 Net.address=three", False),
+    ("confirm", True),
+    ("commit -c 600 Net.address=four", False),
+    ("abort", False),
+    ("history", False),
 )
 SAYS_WHY = ("out of memory", "Out of memory", "Cannot allocate memory")
 GOOD = ("went on", "ended in order", "not reached")
@@ -59,15 +66,15 @@ class Listener:
 @functools.cache
 def good_run():
     """How many allocations there are, and the files after each command."""
-    with Box(BASE) as box:
+    with Box({**BASE, **history_files("ready")}) as box:
         assert box.start(), box.log()
         listener = Listener(box)
-        trees = [box.tree()]
+        trees = [history.without(box.tree())]
         box.shim.count_allocations()
         for command, _ in COMMANDS:
             reply = box.command(command)
             assert not is_refusal(reply), f"{command}: {reply}"
-            trees.append(box.tree())
+            trees.append(history.without(box.tree()))
         count = box.shim.allocations()
         listener.close()
         return count, trees
@@ -116,10 +123,17 @@ def check_files(tree):
     return what, "; ".join(d for d in differences(tree, trees[0]) if d.split()[0] in torn)
 
 
+def check_history(found):
+    keys = [e.key for e in found.entries if e.key]
+    if found.problem or found.is_aside or len(keys) != len({*keys}):
+        return "history", str(found)
+    return None
+
+
 def run(fail_at):
     """(how it ended, details)."""
     good_run()
-    with Box(BASE) as box:
+    with Box({**BASE, **history_files("ready")}) as box:
         assert box.start(), box.log()
         listener = Listener(box)
         box.shim.count_allocations(fail_at)
@@ -127,7 +141,7 @@ def run(fail_at):
         for i, (command, _) in enumerate(COMMANDS):
             reply = box.command(command)
             if not is_refusal(reply):
-                undone = undone or check_done(i, box.tree())
+                undone = undone or check_done(i, history.without(box.tree()))
             elif reply is None and wait_for(box.has_ended, 0.2 if box.answers() else 5):
                 break
         reached = box.shim.allocations_failed()
@@ -143,7 +157,10 @@ def run(fail_at):
     with Box(tree) as after:
         if not after.start():
             return "no start after it", after.log()
-        torn = check_files(after.tree())
+        after.wait_for_undoing()
+        after.command(HISTORY_QUESTION)
+        tree = after.tree()
+        torn = check_files(history.without(tree)) or check_history(history.read(tree, f"{after.folder}-history"))
     if result[0] in GOOD and undone:
         return "not done", f"{undone}\n{log}"
     return torn or result

@@ -5,10 +5,15 @@ import os
 
 from disk import File, Link, Spare
 
+JOURNAL = "/var/lib/qv/save.journal"  # empty it says nothing
+UNDO = "/var/lib/qv/commit.undo"
+HISTORY = "/var/lib/qv/history.db"
+ASIDE = HISTORY + ".damaged"
+# SQLite changes this one in mapped memory, never flushes it, and makes it anew.
+SHARED = [name + "-shm" for name in (HISTORY, ASIDE)]
 # What the daemon keeps for the time it runs is not on the disk, and its model is not its to write.
 RUNNING = Spare("/var/run/")
-SPARE = Spare("/var/run/", "/tmp/", "/usr/share/qvapi/")
-JOURNAL = "/var/lib/qv/save.journal"  # empty it says nothing
+SPARE = Spare("/var/run/", "/tmp/", "/usr/share/qvapi/", *SHARED)
 TEMPORARY = "/.qvcd-new"  # begins the name of a new text beside its file
 
 MODEL = """
@@ -83,6 +88,23 @@ Live {
     level {
         attr = level
         default = 0
+    }
+}
+Net {
+    perm = 7777
+    read = kv_rfunc
+    write = kv_wfunc
+    address {
+        file = /etc/net.conf
+        shadow = /etc/shadow.d/net.conf
+        attr = address
+        default = one
+        apply = syscall $QV_SYSROOT/home/take net.conf
+    }
+    alias {
+        file = /etc/alias.conf
+        attr = alias
+        apply = syscall $QV_SYSROOT/home/take alias.conf
     }
 }
 Web {
@@ -179,6 +201,11 @@ FILLER = "".join(f"# line {i} of somebody else's settings\n" for i in range(500)
 PRESET = "Config.name={}\nConfig.desc=stored\nB.only={}\nCam.Configuration.rate={}\n"
 PROFILE = "A {{\n  first = {0}\n}}\nB {{\n  only = p{0}\n}}\n"
 CAM_PROFILE = "Cam {{\n  Configuration {{\n    mode = {1}\n    rate = {0}\n  }}\n  Profiles {{\n    name = {1}\n    desc = {1}\n  }}\n}}\n"
+# The action of a service: takes what the file has, and fails when that is bad.
+TAKE = """#!/bin/sh
+cp "$QV_SYSROOT/etc/$1" "$QV_SYSROOT/var/run/applied/" || : >"$QV_SYSROOT/var/run/applied/$1"
+case $(cat "$QV_SYSROOT/var/run/applied/$1") in *bad*) exit 3 ;; esac
+"""
 # A service's own file: only root can make it somebody else's.
 SERVICE = (1234, 1234) if os.geteuid() == 0 else (os.geteuid(), os.getegid())
 
@@ -197,6 +224,9 @@ BASE = {
     "/etc/shadow.d/secret.conf": text("key=none\n", 0o600),
     "/etc/ntp.conf": text("server pool.ntp.org\ndriftfile /var/drift\n"),
     "/etc/live.conf": text("level = 0\n"),
+    "/etc/net.conf": text("address=one\n"),
+    "/etc/shadow.d/net.conf": text("address=one\n"),
+    "/home/take": text(TAKE, 0o755),
     "/etc/web.conf": text("firstrun=0\n"),
     "/etc/cam.conf": text("rate=1\nmode=day\n"),
     "/etc/cam_profiles.conf": text('NAME=""\nDESC=""\n'),
@@ -215,8 +245,14 @@ BASE = {
     ),
 }
 
+# In place of a command: waits until a commit is undone.
+UNDONE = "(undone)"
+# Opens the history, so that it is mended where that can be.
+HISTORY_QUESTION = "history -n 1"
+
 # Answered from the files after a start, and by a daemon that undid what it refused.
 SETTINGS = ["get"]
+LIVE_ANSWERS = [*SETTINGS, "checkmod"]
 LOGINS = [f"login {name} {word}" for name in ("admin", "op", "carl", "bob") for word in ("kelpo", "oper", "new", "other", "c")]
 USER_ANSWERS = ["user.list", *LOGINS]
 PROFILE_ANSWERS = ["profile.list", "profile.list Cam.Profiles.name"]
@@ -224,7 +260,7 @@ PRESET_ANSWERS = ["preset.get"]
 ANSWERS = [*SETTINGS, "get Live", "checkmod", *USER_ANSWERS, *PROFILE_ANSWERS, *PRESET_ANSWERS]
 
 
-@dataclasses.dataclass
+@dataclasses.dataclass(eq=False)
 class Scenario:
     name: str
     # Sent one after the other, until one is refused. None of a start: its calls are those of the start itself.
@@ -243,6 +279,18 @@ class Scenario:
     by_line: bool = False
     # False: beside a file that a client named nobody looks again after a crash.
     tidy: bool = True
+    # Of a commit, with its history and after errors too.
+    atomic: bool = False
+    # The last command is refused on a good disk too.
+    fails: bool = False
+    # Of a start: commands of a daemon that was killed behind them, and what was on the disk otherwise then.
+    killed_after: list = ()
+    then: dict = dataclasses.field(default_factory=dict)
+    # What there is of it (box.py), and which calls are looked at: those on other "files", those on the "history", "all".
+    history: str = "ready"
+    points: str = "files"
+    # False: what it does others do too, so that --all looks at each kind of call on a file once.
+    thorough: bool = True
 
     def tree(self):
         tree = {**BASE, **self.files}
@@ -261,6 +309,25 @@ OF_V0 = {
     "/etc/b.conf": text(f'{FILLER}only="p5"\n', 0o640, owner=SERVICE),
 }
 SET_ALL = ["sets A.first=1 A.second=1 B.only=one Linked.only=1 Secret.key=k1 Services.NTP.server=ntp.example.com Web.Wizard.firstrun=1"]
+
+# Several files with shadows, one behind a link, a secret, a new one; two actions.
+PLAIN = "A.first=1 Net.address=two Net.alias=x Linked.only=1"
+VALUES = PLAIN + " Secret.key=k1"
+
+
+def commit(name, commands, before=(), **more):
+    settles = {"confirm", "abort", UNDONE}.intersection(commands)  # where that fails a start undoes it
+    return Scenario(name, commands, before, atomic=True, points="all", agrees=() if settles else LIVE_ANSWERS, **more)
+
+
+OLD_COMMANDS = [
+    ("save", ["save"], SET_ALL, {}),
+    ("update", ["update A.first=1"], (), {"again": ["save"]}),
+    ("import", ["import /home/in.hdf", "save"], (), {}),
+    ("user.add", ["user.add bob 2"], (), {"agrees": USER_ANSWERS}),
+    ("profile.load", ["profile.load v0", "save"], (), {}),
+    ("preset.load", ["preset.load_apply 1"], (), {"whole": False}),
+]
 
 SCENARIOS = [
     # ---- Settings ----
@@ -317,4 +384,27 @@ SCENARIOS = [
         "/etc/b.conf": text("only=\"\x7f\"\n"), "/etc/cam.conf": text("rate=fast\nmode=night\n"),
         "/etc/web.conf": None}),
     Scenario("start with a profile", [], files=SELECTED),
+    # ---- The history beside other commands ----
+    *[Scenario(f"{name}, {history} history", commands, before, history=history, points="history", thorough=name == "save",
+               **more)
+      for name, commands, before, more in OLD_COMMANDS for history in ("ready", "damaged")],
+    *[Scenario(f"save, {history} history", ["save"], SET_ALL, history=history, points="history", thorough=False)
+      for history in ("none", "full")],
+    # ---- Commits ----
+    commit("commit", [f"commit {VALUES}"]),
+    commit("commit, no history", [f"commit {VALUES}"], history="none", thorough=False),
+    commit("commit, damaged history", [f"commit {VALUES}"], history="damaged", thorough=False),
+    commit("commit that fails", [f"commit {VALUES} B.only=bad Net.address=bad"], fails=True),
+    commit("commit to be confirmed", [f"commit -c 600 {VALUES}"], thorough=False),
+    commit("confirm", ["confirm"], [f"commit -c 600 {VALUES}"]),
+    commit("abort", ["abort"], [f"commit -c 600 {VALUES}"]),
+    # Not confirmed in time. Who does not want to wait until it is tried again asks for it.
+    commit("expiry", ["confirm -c 1", UNDONE], [f"commit -c 600 {VALUES}"], again=["abort"], thorough=False),
+    commit("rollback", ["rollback -1"], [f"commit {PLAIN}", "commit A.first=2 Net.address=three"], thorough=False),
+    commit("rollback to be confirmed", ["rollback -c 600 3", "confirm"],
+           [f"commit {PLAIN}", "commit A.first=2 Net.address=three"], thorough=False),
+    commit("start that undoes", [], killed_after=[f"commit -c 600 {VALUES}"], again=["abort"]),
+    # Of which the commit's entry was not written yet.
+    commit("start that undoes a half", [], killed_after=[f"commit -c 600 {VALUES}"], again=["abort"], thorough=False, then={
+        "/etc/a.conf": BASE["/etc/a.conf"], "/etc/alias.conf": None, HISTORY: None, HISTORY + "-wal": None}),
 ]

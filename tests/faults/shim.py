@@ -4,12 +4,13 @@ import errno
 import mmap
 import os
 import pathlib
+import re
 import struct
 import typing
 
 # As in faults_preload.cpp.
 CLASSES = (
-    "open-read open-write create read write truncate flush rename unlink mode mkdir link close list look"
+    "open-read open-write create read write truncate flush rename unlink mode mkdir link close list look map"
 ).split()
 COUNT, FAIL, FAIL_FROM_THERE, HALF, HALF_AND_KILL, KILL_BEFORE, KILL_AFTER = range(7)
 HEAD = struct.Struct("<IIIIQ")
@@ -62,6 +63,10 @@ class Call(typing.NamedTuple):
     path: str
     path2: str
     dealt: bool
+
+    def what(self):
+        """The same for the same call of another run."""
+        return self.name, re.sub(r"-[-0-9a-f]+$", "", self.path)
 
     def __str__(self):
         return f"call {self.number}, {self.name} {self.path}{' to ' + self.path2 if self.path2 else ''}"
