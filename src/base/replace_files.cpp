@@ -252,6 +252,11 @@ std::vector<FileResult> FileSet::commit_here(Extent extent)
     return results;
 }
 
+void settle_file_sets()
+{
+    standing().settle();
+}
+
 bool is_flushed(const std::string &path)
 {
     if (all_folders_flushed() && standing().is_empty())

@@ -72,6 +72,10 @@ int real_file(const std::string &path, std::string &real);
 /// before he says that it is saved.
 bool is_flushed(const std::string &path);
 
+/// Finishes replacements that failed and that a start would finish nevertheless, as far as the disk allows. A
+/// FileSet does so before it replaces its files; who looks for what there is to replace does so before.
+void settle_file_sets();
+
 inline constexpr char kJournal[] = "/var/lib/qv/save.journal"; // of the appliance
 
 /// After a crash: finishes the replacements that the journal names and whose new text is there whole. Call it

@@ -388,7 +388,7 @@ int commit(Request &request, const CommitOrder &order, Report &report,
         return refuse(report, "##Another commit is running#");
     if (const Standing *standing = standing_commit();
         standing && standing->state == Standing::State::undecided)
-        undo_now(turn);
+        report.problem = undo_now(turn);
     if (const Standing *standing = standing_commit())
         return refuse(report, standing->state == Standing::State::awaiting
                                   ? "##Commit " + std::to_string(standing->number) + " awaits confirmation#"

@@ -283,7 +283,7 @@ void undo_standing(Request &request, Report &report, Delay delay)
     stand_no_more();
 }
 
-void undo_now(CommitTurn turn)
+std::string undo_now(CommitTurn turn)
 {
     standing->turn = std::move(turn);
     standing->state = Standing::State::settling;
@@ -293,6 +293,7 @@ void undo_now(CommitTurn turn)
     Request request(kInternalMask);
     Report report;
     undo_standing(request, report, Delay::none);
+    return report.problem;
 }
 
 bool stop_standing()

@@ -58,8 +58,8 @@ void stand_no_more();
 void undo_standing(Request &request, Report &report, Delay delay);
 
 /// The same for the daemon itself. Nobody is cut off who waits for a reply, so that no action has to run
-/// later.
-void undo_now(CommitTurn turn);
+/// later. Returns the problem with the history.
+std::string undo_now(CommitTurn turn);
 
 inline constexpr std::chrono::seconds kTryAgain{5}; ///< what could not be undone
 

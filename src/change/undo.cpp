@@ -62,6 +62,7 @@ class OldTexts {
     // Without the command lock.
     void put_back(const std::vector<UndoRecord::File> &files)
     {
+        settle_file_sets();
         FileSet set;
         std::vector<const UndoRecord::File *> in_set;
         for (const UndoRecord::File &file : files) {
@@ -75,7 +76,8 @@ class OldTexts {
             } else if (!is_old && (now.error || text_hash(now.text) != file.after)) {
                 written.insert(file.file);
             } else if (!file.before) {
-                note(file.file, is_old ? flush_folder(folder_of(path)) : remove_file(path).error);
+                const int error = is_old ? flush_folder(folder_of(path)) : remove_file(path).error;
+                note(file.file, error || is_flushed(path) ? error : EIO);
             } else {
                 set.add({path, *file.before});
                 in_set.push_back(&file);

@@ -400,7 +400,7 @@ SCENARIOS = [
     commit("abort", ["abort"], [f"commit -c 600 {VALUES}"]),
     # Not confirmed in time. Who does not want to wait until it is tried again asks for it.
     commit("expiry", ["confirm -c 1", UNDONE], [f"commit -c 600 {VALUES}"], again=["abort"], thorough=False),
-    commit("rollback", ["rollback -1"], [f"commit {PLAIN}", "commit A.first=2 Net.address=three"], thorough=False),
+    commit("rollback", ["rollback 4"], [f"commit {PLAIN}", "commit A.first=2 Net.address=three"], thorough=False),
     commit("rollback to be confirmed", ["rollback -c 600 3", "confirm"],
            [f"commit {PLAIN}", "commit A.first=2 Net.address=three"], thorough=False),
     commit("start that undoes", [], killed_after=[f"commit -c 600 {VALUES}"], again=["abort"]),
