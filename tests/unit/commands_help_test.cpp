@@ -1,3 +1,4 @@
+#include "commands/wordwrap.h"
 #include "commands_fixture.h"
 
 namespace qvcd {
@@ -5,6 +6,18 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
+
+TEST(Wordwrap, BreaksBehindTheFirstBlankPastSixty)
+{
+    const std::string x60(60, 'x');
+    const std::pair<std::string, std::string> rows[] = {
+        {" a\nb\n", "\t a\nb\n\n"}, // a short text is written as it stands
+        {x60.substr(1) + " " + x60 + "  y\n\nz", "\t" + x60.substr(1) + " " + x60 + " \n\ty\n\t\n\tz\n"},
+        {x60 + "\n  " + x60 + "\n", "\t" + x60 + "\n\t" + x60 + "\n"},
+    };
+    for (const auto &[text, lines] : rows)
+        EXPECT_EQ(captured([&](std::FILE *out) { wordwrap(out, "\t", 60, text); }), lines) << text;
+}
 
 using HelpTest = SelfDescriptionTest;
 

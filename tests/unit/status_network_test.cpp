@@ -37,6 +37,9 @@ TEST_F(NetworkTest, InterfaceFields)
     for (const auto &c : cases)
         EXPECT_EQ(interface_field(snapshot, c.interface, c.field).value_or(kNothing), c.text)
             << c.interface << " " << c.field;
+    Request request(0xffff);
+    ASSERT_TRUE(interface_snapshot(request));
+    EXPECT_EQ(interface_snapshot(request), interface_snapshot(request)) << "one serves the whole request";
     expect_reads(ifconfig_rfunc,
                  {{"  lo\t ipaddress more", "127.0.0.1"}, {"", kNothing}, {nullptr, kNothing}});
 }
