@@ -46,9 +46,9 @@ def die_with_us():
 
 def end_session(leader):
     """Kills what a process that led a session, and is not reaped yet, has left running."""
-    for stat in pathlib.Path("/proc").glob("[0-9]*/stat"):
-        with contextlib.suppress(OSError):
-            pid, rest = int(stat.parent.name), stat.read_text(errors="replace").rpartition(")")[2].split()
+    for pid in map(int, filter(str.isdigit, os.listdir("/proc"))):
+        with contextlib.suppress(OSError):  # it may end at any moment
+            rest = pathlib.Path(f"/proc/{pid}/stat").read_text(errors="replace").rpartition(")")[2].split()
             if int(rest[3]) == leader and pid != leader:
                 os.kill(pid, signal.SIGKILL)
 

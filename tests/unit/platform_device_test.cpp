@@ -7,6 +7,7 @@
 #include "platform/remote.h"
 
 #include <gtest/gtest.h>
+#include <vector>
 
 namespace qvcd {
 namespace {
@@ -39,7 +40,7 @@ TEST_F(DeviceTest, DamagedIdentityMemory)
 TEST_F(DeviceTest, PowerSource)
 {
     const struct {
-        std::initializer_list<std::pair<const char *, const char *>> files;
+        std::vector<std::pair<const char *, const char *>> files;
         int source, capacity;
     } cases[] = {
         {{}, 0, 0},

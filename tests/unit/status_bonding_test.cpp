@@ -12,7 +12,7 @@ TEST_F(BondingTest, UnitInfo)
 {
     const struct {
         const char *state, *status, *setting; // of the unit; the mode
-        std::initializer_list<Reading> readings;
+        std::vector<Reading> readings;
     } cases[] = {
         {"up", "running\n", "bond", {{"mode", "bond"}, {"status", "running"}, {"colour", ""}}},
         {"down",

@@ -57,7 +57,7 @@ struct Reading {
 };
 
 /// Each gives a request of its own this text.
-inline void expect_reads(Reader reader, std::initializer_list<Reading> readings, const std::string &what = {})
+inline void expect_reads(Reader reader, const std::vector<Reading> &readings, const std::string &what = {})
 {
     for (const auto &[attr, text, file] : readings)
         EXPECT_EQ(read_with(reader, file, attr), text)

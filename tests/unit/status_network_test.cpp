@@ -49,7 +49,10 @@ TEST_F(NetworkTest, ConfiguredAddressing)
     write("etc/network/eth0.cfg", "GATEWAY=\"10.0.0.1\"\nNAMESERVER=10.0.0.2\ngateway=wrong\n");
     write("var/run/dhcp-config.eth0", "gateway=\"10.0.0.3\"\nGATEWAY=wrong\n");
     write("var/run/dhcp-config.wlan0", "domain=lan\n");
-    const std::pair<const char *, std::initializer_list<Reading>> modes[] = {
+    const struct {
+        const char *mode;
+        std::vector<Reading> readings;
+    } modes[] = {
         {"static", {{"gateway", "10.0.0.1"}, {"eth0 nameserver", "10.0.0.2"}, {"eth0 domain", kNothing}}},
         {"dhcp-server", {{"ETH0 gateway", "10.0.0.1"}}},
         {"dhcp", {{"eth0 gateway", "10.0.0.3"}, {"wlan0 domain", "lan"}}},

@@ -77,7 +77,10 @@ TEST_F(SystemInfoTest, Times)
 
 TEST_F(SystemInfoTest, Temperature)
 {
-    const std::pair<const char *, std::initializer_list<Reading>> cases[] = {
+    const struct {
+        const char *text;
+        std::vector<Reading> readings;
+    } cases[] = {
         {"40000\n",
          {{"C", "40.0"}, {"", "40.0"}, {"fahrenheit", "104.0"}, {"F", "104.0"}, {nullptr, "104.0"}}},
         {"-5250", {{"Celsius", "-5.2"}}},
