@@ -4,6 +4,8 @@
 
 namespace qvcd {
 
+class Document;
+
 /// Whose changes are whose that is not known.
 inline constexpr char kNobody[] = "";
 
@@ -17,6 +19,7 @@ struct Caller {
         kNobody; ///< tells apart whose changes are whose; a credential: neither logged nor shown
     std::string user = "qvcd"; ///< who is logged in
     std::string client = "";   ///< the first word of the connection
+    Document *document = nullptr; ///< what came over the connection with this command; null: nothing can
 };
 
 /// Of commands that the daemon runs by itself.
