@@ -1,4 +1,5 @@
 #include "client/local_commands.h"
+#include "client/reply.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -6,8 +7,8 @@
 
 #include "client/change_painter.h"
 #include "client/confirmation.h"
-#include "client/connect.h"
 #include "client/errors.h"
+#include "qvclient/connect.h"
 
 namespace qvcd::client {
 

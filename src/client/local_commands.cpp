@@ -1,9 +1,10 @@
 #include "client/local_commands.h"
+#include "client/reply.h"
 
 #include <cstdio>
 
-#include "client/connect.h"
-#include "client/escape.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 

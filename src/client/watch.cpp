@@ -1,4 +1,5 @@
 #include "client/local_commands.h"
+#include "client/reply.h"
 
 #include <array>
 #include <cerrno>
@@ -7,8 +8,8 @@
 #include <sys/socket.h>
 
 #include "client/errors.h"
-#include "client/escape.h"
 #include "client/signal_input.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 
