@@ -1,5 +1,4 @@
 #include "client/local_commands.h"
-#include "client/reply.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,6 +7,7 @@
 #include "client/change_painter.h"
 #include "client/confirmation.h"
 #include "client/errors.h"
+#include "client/reply.h"
 #include "qvclient/connect.h"
 
 namespace qvcd::client {

@@ -1,8 +1,8 @@
 #include "client/local_commands.h"
-#include "client/reply.h"
 
 #include <cstdio>
 
+#include "client/reply.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 

@@ -1,5 +1,4 @@
 #include "client/local_commands.h"
-#include "client/reply.h"
 
 #include <array>
 #include <cerrno>
@@ -8,6 +7,7 @@
 #include <sys/socket.h>
 
 #include "client/errors.h"
+#include "client/reply.h"
 #include "client/signal_input.h"
 #include "qvclient/escape.h"
 
