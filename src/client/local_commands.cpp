@@ -2,8 +2,9 @@
 
 #include <cstdio>
 
-#include "client/connect.h"
-#include "client/escape.h"
+#include "client/reply.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 

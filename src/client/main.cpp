@@ -11,7 +11,8 @@
 
 #include "client/command.h"
 #include "client/program.h"
-#include "client/wire.h"
+#include "client/reply.h"
+#include "qvclient/wire.h"
 
 using namespace qvcd;
 using namespace qvcd::client;
