@@ -8,6 +8,7 @@
 #include "commands/change.h"
 #include "commands/commit.h"
 #include "commands/defaults.h"
+#include "commands/document.h"
 #include "commands/export.h"
 #include "commands/get.h"
 #include "commands/group.h"
