@@ -413,8 +413,7 @@ std::optional<std::string> user_document()
 
 bool user_export(const std::string &path)
 {
-    return can_export() &&
-           hdf_write_file(path, groups_and_users().root(), FileKind::named_secret).error == 0;
+    return can_export() && hdf_write_file(path, groups_and_users().root(), FileKind::named_secret).error == 0;
 }
 
 } // namespace qvcd

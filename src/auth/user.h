@@ -98,8 +98,8 @@ const char *user_replace_stored(std::string_view name, const std::vector<StoredP
 const char *user_remove(unsigned rights, std::string_view name);
 
 /// Merges the users and groups of what a client named or sent (store/hdf_file.h), and is the callee's from
-/// then on, into the present ones. Hashes are taken as they are, plain passwords like new ones; lets go of the
-/// command lock for that. Errors: no such file; a file that is no user file.
+/// then on, into the present ones. Hashes are taken as they are, plain passwords like new ones; lets go of
+/// the command lock for that. Errors: no such file; a file that is no user file.
 const char *user_import(unsigned rights, const HdfRead &read, Tree fresh);
 
 /// The users as the caller may see them: passwords of those who may do more than he read "*******".

@@ -11,6 +11,7 @@
 #include "client/command.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/transfer.h"
 #include "client/reply.h"
 #include "client/typed_line.h"
 #include "qvclient/connect.h"
@@ -67,7 +68,7 @@ class CommandInput {
             wrong_ = false;
             if (words[0] == "quit" || words[0] == "exit")
                 return finish(request);
-            if (is_client_only(words[0]))
+            if (is_client_only(words[0]) || is_local_transfer(words))
                 throw UsageError(words[0] + " cannot be used here");
             for (const std::string &wire : wire_lines(options_.json ? in_json(words) : words))
                 request += wire + "\n";

@@ -36,7 +36,7 @@ bool is_done_here(const Options &options)
     if (!options.endpoint.local() || options.words.empty())
         return false;
     const std::string &command = options.words[0];
-    return local_command(command) == LocalCommand::none &&
+    return local_command(command) == LocalCommand::none && !is_transfer_command(options.words) &&
            (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
 }
 

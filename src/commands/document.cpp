@@ -95,9 +95,10 @@ const CommandRecord documentRecord = {
     .summary = "Announce a document that the next command takes",
     .synopsis = "document <bytes>",
     .return_values = "Document=<bytes>: it may come.",
-    .errors = "##Invalid permission#: the caller may not write anything.\n"
-              "##Invalid document length#, ##Document too long#: the length is no number, or more than 4 MiB.\n"
-              "After each of them, and when no newline follows the document, the connection ends with result 1.",
+    .errors =
+        "##Invalid permission#: the caller may not write anything.\n"
+        "##Invalid document length#, ##Document too long#: the length is no number, or more than 4 MiB.\n"
+        "After each of them, and when no newline follows the document, the connection ends with result 1.",
     .description =
         "For programs: behind this line come so many bytes and a newline. The next command line takes them "
         "where it is told \"-\" in place of a file: import, preset.import, profile.import and user.import. "

@@ -141,7 +141,8 @@ const CommandRecord exportRecord = {
               "##can not write <file>#: the old file stays, and the log says why. The result is 1.",
     .description =
         "Writes the settings that the caller may read, all or the named ones, as an HDF document with "
-        "URL-escaped values: to a file, or to the reply when there is no file or it is \"stdout\" or \"-\". Files are the "
+        "URL-escaped values: to a file, or to the reply when there is no file or it is \"stdout\" or \"-\". "
+        "Files are the "
         "appliance's. The "
         "import command reads such a file.\n"
         "Mode 0 writes what can be set again, without passwords and dynamic APIs. Mode 1 adds dynamic "

@@ -96,8 +96,8 @@ int import_file(Request &request, const std::string &file, SetMode mode, std::FI
     const DocumentImport turn(file);
     Tree document;
     std::string detail;
-    if (const char *error = turn.may_run() ? read_document(request, file, document, detail)
-                                           : DocumentImport::kRefusal) {
+    if (const char *error =
+            turn.may_run() ? read_document(request, file, document, detail) : DocumentImport::kRefusal) {
         reply_line(out, import_error(file, error, detail));
         return 1;
     }
