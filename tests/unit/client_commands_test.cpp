@@ -39,7 +39,7 @@ TEST(ClientCommands, NearestAreWhatWasMeant)
     EXPECT_EQ(command("frobnicate"), "");
     EXPECT_EQ(command(""), "");
     EXPECT_EQ(name("services.http.prot"), " (did you mean Services.HTTP.port?)");
-    EXPECT_EQ(name("HTTP.port"), " (did you mean Services.HTTP.port or Services.RTSP.port?)");
+    EXPECT_EQ(name("HTTP.port"), " (did you mean Services.HTTP.port?)");
     EXPECT_EQ(name("Netwerk"), " (did you mean Network?)");
     EXPECT_EQ(name("Streaming.Video.Configuration.size"), " (did you mean Video.size?)");
     EXPECT_EQ(name("Nothing.alike"), "");
