@@ -10,10 +10,11 @@
 
 #include "client/command.h"
 #include "client/command_check.h"
-#include "client/connect.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/reply.h"
 #include "client/typed_line.h"
+#include "qvclient/connect.h"
 
 namespace qvcd::client {
 

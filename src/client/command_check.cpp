@@ -4,11 +4,11 @@
 #include <sstream>
 
 #include "client/completion.h"
-#include "client/connect.h"
 #include "client/errors.h"
-#include "client/escape.h"
 #include "client/known_commands.h"
 #include "client/nearest.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 

@@ -3,8 +3,9 @@
 #include <cstdio>
 
 #include "client/command_check.h"
-#include "client/connect.h"
-#include "client/escape.h"
+#include "client/reply.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 

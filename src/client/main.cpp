@@ -12,7 +12,8 @@
 #include "client/command.h"
 #include "client/known_commands.h"
 #include "client/program.h"
-#include "client/wire.h"
+#include "client/reply.h"
+#include "qvclient/wire.h"
 
 using namespace qvcd;
 using namespace qvcd::client;
