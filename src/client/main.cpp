@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "client/command.h"
+#include "client/known_commands.h"
 #include "client/program.h"
 #include "client/reply.h"
 #include "qvclient/wire.h"
@@ -36,7 +37,8 @@ bool is_done_here(const Options &options)
     if (!options.endpoint.local() || options.words.empty())
         return false;
     const std::string &command = options.words[0];
-    return local_command(command) == LocalCommand::none && !is_transfer_command(options.words) &&
+    return is_known_command(options.words) && local_command(command) == LocalCommand::none &&
+           !is_transfer_command(options.words) &&
            (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
 }
 

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "client/command_shapes.h"
 #include "client/errors.h"
 #include "client/local_file.h"
 #include "client/reply.h"
@@ -36,17 +37,6 @@ constexpr Row kRows[] = {
     {"profile.export", false, Kind::profile, 2}, {"profile.import", true, Kind::profile, 2},
     {"user.export", false, Kind::users, 1},      {"user.import", true, Kind::users, 1},
 };
-
-// "user import" is the same as "user.import".
-Words with_dot(Words words)
-{
-    if (words.size() > 1 && (words[1] == "import" || words[1] == "export") &&
-        (words[0] == "user" || words[0] == "preset" || words[0] == "profile")) {
-        words[0] += "." + words[1];
-        words.erase(words.begin() + 1);
-    }
-    return words;
-}
 
 const Row *row_of(const Words &words)
 {
@@ -141,8 +131,8 @@ class Exchange {
     int run(const LineSink &sink)
     {
         sink_ = sink;
-        while (!parser_.result())
-            step();
+        while (step()) {
+        }
         return *parser_.result();
     }
 
@@ -159,7 +149,8 @@ class Exchange {
         document_.clear();
     }
 
-    void step()
+    // False at the end of the connection, which is that of the reply.
+    bool step()
     {
         constexpr int kTickMilliseconds = 250; // of what is shown meanwhile
         const short reading = channel_.read_events();
@@ -167,18 +158,23 @@ class Exchange {
         pollfd wanted{channel_.fd(), static_cast<short>(request_.empty() ? reading : reading | sending), 0};
         const int left = milliseconds_left(deadline_);
         const int ready = poll(&wanted, 1, std::min(left, kTickMilliseconds));
-        if (ready == 0 && left == 0)
+        if (ready == 0 && left == 0) {
+            if (parser_.result())
+                return false;
             throw WireError("no answer within the time limit");
+        }
         progress_.show(all_ - std::min(all_, request_.size()), all_, received_);
         if (ready <= 0)
-            return;
+            return true;
         const std::size_t before = request_.size();
+        Came came = Came::nothing;
         if (!request_.empty() && (wanted.revents & sending) != 0)
             send_some(channel_, request_);
         if ((wanted.revents & (reading | POLLHUP | POLLERR)) != 0)
-            receive_some(channel_, parser_);
+            came = receive_some(channel_, parser_);
         if (!options_.timeout && before != request_.size())
             deadline_ = deadline_in(limits_.whole); // a slow line is none that is dead
+        return came != Came::end;
     }
 
     const Options &options_;
@@ -235,19 +231,9 @@ int fetch_document(const Options &options, const Transfer &transfer)
 
 } // namespace
 
-bool is_local_transfer(const Words &typed)
-{
-    const Words words = with_dot(typed);
-    const Row *const row = row_of(words);
-    if (!row)
-        return false;
-    const Transfer transfer = read_transfer(words, false);
-    return transfer.way != Transfer::Way::none && (row->imports || transfer.words != words);
-}
-
 Transfer read_transfer(Words words, bool piped)
 {
-    Transfer transfer{with_dot(std::move(words)), Transfer::Way::none, "-"};
+    Transfer transfer{with_subcommand(std::move(words)), Transfer::Way::none, "-"};
     const Row *const row = row_of(transfer.words);
     if (!row)
         return transfer;
@@ -265,7 +251,7 @@ Transfer read_transfer(Words words, bool piped)
 
 int run_transfer(const Options &options, const Words &words)
 {
-    const Words dotted = with_dot(words);
+    const Words dotted = with_subcommand(words);
     const Row *const row = row_of(dotted);
     const Transfer transfer =
         read_transfer(words, row && is_piped(row->imports ? STDIN_FILENO : STDOUT_FILENO));

@@ -9,9 +9,6 @@ namespace qvcd::client {
 // users. A file that is named behind the command is the daemon's, as ever; "-" is standard input or output,
 // and "-l FILE" a file here.
 
-/// True for one of these commands whose words speak of this machine.
-bool is_local_transfer(const Words &words);
-
 /// Runs one of these commands, prints its reply and returns the exit code. Throws UsageError and WireError.
 int run_transfer(const Options &options, const Words &words);
 
