@@ -9,10 +9,12 @@
 #include <unistd.h>
 
 #include "client/command.h"
-#include "client/connect.h"
+#include "client/command_check.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/reply.h"
 #include "client/typed_line.h"
+#include "qvclient/connect.h"
 
 namespace qvcd::client {
 
@@ -66,6 +68,7 @@ class CommandInput {
             wrong_ = false;
             if (words[0] == "quit" || words[0] == "exit")
                 return finish(request);
+            check_command(options_, words);
             if (is_client_only(words[0]))
                 throw UsageError(words[0] + " cannot be used here");
             for (const std::string &wire : wire_lines(options_.json ? in_json(words) : words))

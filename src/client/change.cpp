@@ -6,8 +6,9 @@
 
 #include "client/change_painter.h"
 #include "client/confirmation.h"
-#include "client/connect.h"
 #include "client/errors.h"
+#include "client/reply.h"
+#include "qvclient/connect.h"
 
 namespace qvcd::client {
 

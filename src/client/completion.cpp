@@ -6,10 +6,11 @@
 #include <set>
 #include <sstream>
 
-#include "client/connect.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/reply.h"
 #include "client/reply_cache.h"
+#include "qvclient/connect.h"
 
 namespace qvcd::client {
 

@@ -2,8 +2,10 @@
 
 #include <cstdio>
 
-#include "client/connect.h"
-#include "client/escape.h"
+#include "client/command_check.h"
+#include "client/reply.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 
@@ -59,6 +61,7 @@ bool is_client_only(const std::string &command)
 
 int run_command(const Options &options, const Words &typed)
 {
+    check_command(options, typed);
     const Words words = options.json ? in_json(typed) : typed;
     switch (local_command(words.at(0))) {
     case LocalCommand::help:

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/wire.h"
+#include "qvclient/wire.h"
 
 namespace qvcd::client {
 

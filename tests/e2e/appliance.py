@@ -289,7 +289,7 @@ class Appliance(Talker):
         self.settings = {}
         if shipped:
             shutil.copytree(REPOSITORY / "share/root", self.root, symlinks=True, dirs_exist_ok=True)
-            meta = (REPOSITORY / "share/apimeta.hdf").read_text()
+            meta = (BIN_DIR.parent / "share/apimeta.hdf").read_text()
         for folder in ("etc", "tmp", "var/run", "usr/share/qvapi"):
             (self.root / folder).mkdir(parents=True, exist_ok=True)
         if meta is not None:

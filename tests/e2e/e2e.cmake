@@ -15,7 +15,7 @@ function(qvcd_e2e_test)
     TIMEOUT ${T_TIMEOUT})
 endfunction()
 
-add_dependencies(concurrent_tests qvcd qvc)
+add_dependencies(concurrent_tests qvcd qvc apimeta)
 
 qvcd_e2e_test(NAME access CONCURRENT)
 qvcd_e2e_test(NAME change CONCURRENT)

@@ -1,12 +1,12 @@
 #include "client/command.h"
 #include "client/completion.h"
 #include "client/errors.h"
-#include "client/escape.h"
 #include "client/local_commands.h"
 #include "client/options.h"
 #include "client/reply.h"
 #include "client/typed_line.h"
 #include "platform/socket.h"
+#include "qvclient/escape.h"
 
 #include <gtest/gtest.h>
 

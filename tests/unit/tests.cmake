@@ -9,6 +9,7 @@ qvcd_unit_test(NAME commands_auth SOURCES auth_commands_test.cpp LIBRARIES qvcd_
 qvcd_unit_test(NAME client
   SOURCES client_change_test.cpp client_wire_test.cpp
   LIBRARIES qvcd_client_full)
+qvcd_unit_test(NAME client_commands SOURCES client_commands_test.cpp LIBRARIES qvcd_client_full qvcd_commands)
 qvcd_unit_test(NAME platform_device SOURCES platform_device_test.cpp LIBRARIES qvcd_platform)
 qvcd_unit_test(NAME status
   SOURCES status_bonding_test.cpp status_codec_test.cpp status_links_test.cpp status_network_test.cpp

@@ -1,10 +1,10 @@
-#include "client/escape.h"
+#include "qvclient/escape.h"
 
 #include <algorithm>
 #include <array>
 
-#include "client/errors.h"
 #include "platform/socket.h"
+#include "qvclient/errors.h"
 
 namespace qvcd::client {
 

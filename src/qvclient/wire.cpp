@@ -1,4 +1,4 @@
-#include "client/wire.h"
+#include "qvclient/wire.h"
 
 #include <algorithm>
 #include <array>
@@ -9,8 +9,8 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "client/errors.h"
 #include "platform/socket.h"
+#include "qvclient/errors.h"
 
 namespace qvcd::client {
 
