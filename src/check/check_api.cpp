@@ -74,14 +74,15 @@ class ApiCheck {
         const auto fallback = api_.own("default");
         if (fallback && type) {
             if (const auto why = type_refusal(*type, api_.name(), *fallback))
-                add(Kind::bad_default, "default", "the default " + quote(*fallback) + " does not fit the type " +
-                                                      quote(*type));
+                add(Kind::bad_default, "default",
+                    "the default " + quote(*fallback) + " does not fit the type " + quote(*type));
         }
         const bool is_moment = type == "timecode"; // none is good for ever
         if (fallback || is_dynamic_ || !may_be_set() || !writes() || !type || is_moment)
             return;
         if (type_refusal(*type, api_.name(), ""))
-            add(Kind::no_default, "there is no default, and the type " + quote(*type) + " takes no empty value");
+            add(Kind::no_default,
+                "there is no default, and the type " + quote(*type) + " takes no empty value");
     }
 
     void check_reader()
@@ -196,9 +197,10 @@ class ApiCheck {
         const Pair *pair = nullptr;
         for (const Pair &row : kUnlike)
             pair = writer_ && row.write == writer_->name ? &row : pair;
-        if (pair && reader_ && may_be_set() && std::ranges::find(pair->unlike, reader_->name) != pair->unlike.end())
-            add(Kind::unlike_formats, std::string(reader_->name) + " does not read what " +
-                                          std::string(writer_->name) + " writes");
+        if (pair && reader_ && may_be_set() &&
+            std::ranges::find(pair->unlike, reader_->name) != pair->unlike.end())
+            add(Kind::unlike_formats,
+                std::string(reader_->name) + " does not read what " + std::string(writer_->name) + " writes");
     }
 
     void check_secret()
@@ -206,7 +208,8 @@ class ApiCheck {
         const bool is_password = api_.get("type").value_or("").find("password") != std::string::npos;
         if (is_password && (perm_ & kReadBits & 0x00ff))
             add(Kind::open_secret, "perm",
-                "a password that perm " + api_.get("perm").value_or("") + " shows to others than administrators");
+                "a password that perm " + api_.get("perm").value_or("") +
+                    " shows to others than administrators");
         static constexpr std::string_view kSecrets[] = {"passw", "passphrase", "secret", "wepkey", "psk"};
         std::string name = api_.name().substr(api_.name().rfind('.') + 1);
         std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });

@@ -49,7 +49,8 @@ void check_perm(const Attribute &at)
 {
     const bool good = at.text.size() <= 4 && at.text.find_first_not_of("01234567") == std::string::npos;
     if (!good)
-        return at.add(Kind::bad_perm, "perm is " + quote(at.text) + ", not one digit from 0 to 7 for each level");
+        return at.add(Kind::bad_perm,
+                      "perm is " + quote(at.text) + ", not one digit from 0 to 7 for each level");
     const unsigned perm = c_hex16(at.text);
     if (perm == 0)
         at.add(Kind::nobody, "perm is " + at.text + ": nobody may do anything");
@@ -129,18 +130,19 @@ void check_call(const Attribute &at, const std::vector<std::string> &words)
         return at.add(Kind::unknown_action, unknown("no apply function", name, row_names(rows)));
     const std::size_t count = words.size() - 1;
     if (count < row->least || count > row->most) {
-        const std::string wanted = row->least == row->most ? std::to_string(row->least)
-                                                            : std::to_string(row->least) + " to " +
-                                                                  std::to_string(row->most);
-        return at.add(Kind::action_arguments, name + " takes " + wanted + " argument(s) and has " +
-                                                  std::to_string(count));
+        const std::string wanted = row->least == row->most
+                                       ? std::to_string(row->least)
+                                       : std::to_string(row->least) + " to " + std::to_string(row->most);
+        return at.add(Kind::action_arguments,
+                      name + " takes " + wanted + " argument(s) and has " + std::to_string(count));
     }
     if (name == "profile_apply" && words[1] != "current")
         return at.add(Kind::action_arguments, name + " knows \"current\" only, not " + quote(words[1]));
     if (name == "syscall_delay" && parse_int64(words[1]).value_or(-1) < 0)
         return at.add(Kind::action_arguments, name + " begins with seconds, not with " + quote(words[1]));
     if (std::ranges::any_of(words, [](const auto &word) { return word.find_first_of("\"'") != word.npos; }))
-        return at.add(Kind::action_arguments, "quotes keep no words together here: put the command into a script");
+        return at.add(Kind::action_arguments,
+                      "quotes keep no words together here: put the command into a script");
     if (name == "initd_restart")
         std::ranges::for_each(words.begin() + 1, words.end(),
                               [&](const auto &word) { check_script(at, "/etc/init.d/" + word); });
@@ -166,7 +168,8 @@ void check_add(const Attribute &at)
     if (name == "undefined" || std::ranges::find(known, name) == known.end())
         return at.add(Kind::unknown_member_function, unknown("no add function", name, known));
     if (words.size() < 2 || words.size() > kMostGroups + 1)
-        at.add(Kind::member_arguments, name + " takes 1 to 15 groups and has " + std::to_string(words.size() - 1));
+        at.add(Kind::member_arguments,
+               name + " takes 1 to 15 groups and has " + std::to_string(words.size() - 1));
     for (std::size_t i = 1; i < words.size(); ++i) {
         if (!find_in_model(at.report.root(), words[i]))
             at.add(Kind::member_arguments, "there is no group or API " + quote(words[i]));
@@ -187,7 +190,7 @@ void check_shadow(const Attribute &at)
 {
     if (!at.text.starts_with('/'))
         at.add(Kind::bad_path, "shadow is " + quote(at.text) + ", not an absolute path");
-    else if (at.report.options().root && 
+    else if (at.report.options().root &&
              !is_folder_path(*at.report.options().root + at.text.substr(0, at.text.rfind('/') + 1)))
         at.add(Kind::no_folder, "the folder of " + at.text + " does not exist");
 }
@@ -198,10 +201,10 @@ struct AttributeCheck {
 };
 
 constexpr AttributeCheck kChecks[] = {
-    {"type", check_type_text}, {"perm", check_perm},       {"dynamic", check_switch},
-    {"private", check_switch}, {"read", check_read},       {"write", check_write},
-    {"apply", check_apply},    {"apply2", check_apply},    {"timeout", check_timeout},
-    {"add", check_add},        {"remove", check_remove},   {"introspect", check_introspect},
+    {"type", check_type_text}, {"perm", check_perm},     {"dynamic", check_switch},
+    {"private", check_switch}, {"read", check_read},     {"write", check_write},
+    {"apply", check_apply},    {"apply2", check_apply},  {"timeout", check_timeout},
+    {"add", check_add},        {"remove", check_remove}, {"introspect", check_introspect},
     {"shadow", check_shadow},
 };
 
@@ -218,8 +221,7 @@ void check_attribute(const Attribute &at)
 {
     const AttributeRow *row = find_row(attribute_rows(), at.name);
     if (!row)
-        return at.add(Kind::unknown_attribute,
-                      unknown("no attribute", at.name, row_names(attribute_rows())));
+        return at.add(Kind::unknown_attribute, unknown("no attribute", at.name, row_names(attribute_rows())));
     check_place(at, *row);
     if (at.text.size() > kMaxValueBytes || !is_one_line(at.text))
         return at.add(Kind::bad_value, quote(at.name) + (is_one_line(at.text) ? " is longer than 1023 bytes"

@@ -39,11 +39,12 @@ void CheckedPairs::check_key(const ModelNode &api)
     const bool is_device = file_writer(api)->kind == WriteKind::device;
     const std::string key = is_device ? "" : api.get("attr").value_or("");
     const auto [first, is_new] = keys_.try_emplace({*file, key}, First{api.name(), api.node()});
-    const bool is_linked = api.own("link") == first->second.name || first->second.node.get("link") == api.name();
+    const bool is_linked =
+        api.own("link") == first->second.name || first->second.node.get("link") == api.name();
     if (!is_new && !is_linked)
         report_.add(Kind::same_key, api.node(), api.name(),
-                    (is_device ? "" : quote(key) + " of ") + *file + " is written by " + first->second.name + ", " +
-                        report_.place(first->second.node) + ", too");
+                    (is_device ? "" : quote(key) + " of ") + *file + " is written by " + first->second.name +
+                        ", " + report_.place(first->second.node) + ", too");
     check_copies(api);
     if (!is_device)
         check_folder(api, *file);
@@ -62,7 +63,8 @@ void CheckedPairs::check_copies(const ModelNode &api)
         });
         if (!differs)
             report_.add(Kind::copies_share_key, api.node(), api.name(),
-                        "all copies of " + one + " write the same key of the same file: \"__d\" stands for the number");
+                        "all copies of " + one +
+                            " write the same key of the same file: \"__d\" stands for the number");
     }
 }
 
@@ -74,7 +76,8 @@ void CheckedPairs::check_folder(const ModelNode &api, const std::string &file)
     struct stat status {};
     if (stat((*root + file).c_str(), &status) == 0 && S_ISDIR(status.st_mode))
         report_.add(Kind::no_folder, api.source("file"), api.source_name("file"), file + " is a folder");
-    else if (stat((*root + file.substr(0, file.rfind('/') + 1)).c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+    else if (stat((*root + file.substr(0, file.rfind('/') + 1)).c_str(), &status) != 0 ||
+             !S_ISDIR(status.st_mode))
         report_.add(Kind::no_folder, api.source("file"), api.source_name("file"),
                     "the folder of " + file + " does not exist");
 }
@@ -110,7 +113,8 @@ void CheckedPairs::check_former_names(const ModelNode &api)
         else if (find_in_model(report_.root(), name).child("attr"))
             add("there is still an API " + name);
         else if (const auto [first, is_new] = former_.try_emplace(name, First{api.name(), node}); !is_new)
-            add(name + " is claimed by " + first->second.name + ", " + report_.place(first->second.node) + ", too");
+            add(name + " is claimed by " + first->second.name + ", " + report_.place(first->second.node) +
+                ", too");
     }
 }
 

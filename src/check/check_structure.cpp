@@ -72,7 +72,8 @@ void check_template(Report &report, const ModelNode &node)
         report.add(Kind::template_name, node.node(), node.name(),
                    "a name with \"__\" is a template's, and those begin with it");
     else if (!node.get("range"))
-        report.add(Kind::no_range, node.node(), node.name(), "a template without a range: there are no copies");
+        report.add(Kind::no_range, node.node(), node.name(),
+                   "a template without a range: there are no copies");
 }
 
 void check_range(Report &report, const ModelNode &node)
@@ -85,7 +86,8 @@ void check_range(Report &report, const ModelNode &node)
         report.add(Kind::bad_range, range, node.name(), mistake);
     const bool used = node.node().name().find(kMark) != std::string_view::npos || has_template(node.node());
     if (!used)
-        report.add(Kind::unused_range, range, node.name(), "there is no template here, whose name begins with \"__\"");
+        report.add(Kind::unused_range, range, node.name(),
+                   "there is no template here, whose name begins with \"__\"");
 }
 
 } // namespace

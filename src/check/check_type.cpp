@@ -93,8 +93,8 @@ Mistakes type_mistakes(std::string_view type, bool is_source)
     Mistakes mistakes;
     for (const std::string &text : split_words(type, ",")) {
         if (split_words(text, kListSeparators).size() > kMaxTypeArgs + 1)
-            mistakes.emplace_back(Kind::type_arguments,
-                                  "more than " + std::to_string(kMaxTypeArgs) + " arguments: the rest is ignored");
+            mistakes.emplace_back(Kind::type_arguments, "more than " + std::to_string(kMaxTypeArgs) +
+                                                            " arguments: the rest is ignored");
     }
     std::size_t number = 0;
     for (const TypeWords &words : parse_type(type)) {
@@ -105,8 +105,9 @@ Mistakes type_mistakes(std::string_view type, bool is_source)
             mistakes.emplace_back(Kind::unknown_type,
                                   "no type \"" + name + "\"" + suggestion(name, row_names(type_rows())));
         if (name == "blank" && number++ > 0)
-            mistakes.emplace_back(Kind::blank_behind,
-                                  "write \"blank\" first: the last alternative says what is wrong with a value");
+            mistakes.emplace_back(
+                Kind::blank_behind,
+                "write \"blank\" first: the last alternative says what is wrong with a value");
         else
             ++number;
     }

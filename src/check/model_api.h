@@ -20,7 +20,10 @@ class ModelNode {
     const std::string &name() const { return name_; }
     Node node() const { return meta_.node(); }
     bool is_api() const { return static_cast<bool>(node().child("attr")); }
-    const std::vector<std::string> &templates() const { return templates_; } ///< around it, the outermost first
+    const std::vector<std::string> &templates() const
+    {
+        return templates_;
+    } ///< around it, the outermost first
 
     std::optional<std::string> get(std::string_view attribute) const; ///< inherited; none when it is empty
     std::optional<std::string> own(std::string_view attribute) const;

@@ -51,5 +51,4 @@ void check_attributes(Report &report, const ModelNode &node); ///< each attribut
 void check_structure(Report &report, const ModelNode &node);  ///< groups, templates
 void check_api(Report &report, const ModelNode &api);         ///< what an API's attributes are together
 
-
 } // namespace qvcd

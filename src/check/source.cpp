@@ -37,8 +37,8 @@ void Source::load_text(const std::string &name, std::string_view text)
 
 void Source::opened(Node group, std::size_t line)
 {
-    places_.try_emplace(group.id(),
-                        Place{static_cast<std::uint32_t>(files_.size() - 1), static_cast<std::uint32_t>(line)});
+    places_.try_emplace(
+        group.id(), Place{static_cast<std::uint32_t>(files_.size() - 1), static_cast<std::uint32_t>(line)});
 }
 
 void Source::given(Node node, std::size_t line)
@@ -75,8 +75,11 @@ const Source::Place *Source::place_of(Node node) const
 Finding Source::at(Kind kind, Node node, std::string api) const
 {
     const Place *place = place_of(node);
-    return {kind, place ? files_[place->file] : files_.empty() ? "" : files_.back(), place ? place->line : 0,
-            std::move(api), ""};
+    return {kind,
+            place            ? files_[place->file]
+            : files_.empty() ? ""
+                             : files_.back(),
+            place ? place->line : 0, std::move(api), ""};
 }
 
 namespace {

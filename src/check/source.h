@@ -52,7 +52,7 @@ class Source final : private HdfListener {
 
     Tree tree_ = Tree::make();
     std::vector<std::string> files_;
-    std::unordered_map<const void *, Place> places_; // where nodes stand last
+    std::unordered_map<const void *, Place> places_;        // where nodes stand last
     std::unordered_map<const void *, std::uint32_t> given_; // in this file, in which line first
     std::vector<Finding> findings_;
     std::unordered_multimap<const void *, std::size_t> repeated_; // nodes, and the numbers of findings

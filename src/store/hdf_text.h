@@ -15,8 +15,8 @@ namespace qvcd {
 struct HdfMistake {
     std::size_t line;
     std::string what;
-    std::string group;   ///< whose closing brace is missing, as far as indentation tells; else empty
-    bool is_brace;       ///< that is what is wrong
+    std::string group; ///< whose closing brace is missing, as far as indentation tells; else empty
+    bool is_brace;     ///< that is what is wrong
 };
 
 /// Who wants to know where things stand in a text.
@@ -31,8 +31,8 @@ class HdfListener {
 
 /// Reads a text into a node, merging with what is below it; with no node it is only looked at. What stands
 /// before a mistake is taken. Returns what is wrong, with the line: "line 7: ..."; empty when nothing is, or
-/// the listener went on behind it. Includes, links and attributes of the format are mistakes here, as are more
-/// levels than kMaxTreeDepth and NUL bytes.
+/// the listener went on behind it. Includes, links and attributes of the format are mistakes here, as are
+/// more levels than kMaxTreeDepth and NUL bytes.
 std::string hdf_parse(std::string_view text, Node into, HdfListener *listener = nullptr);
 
 /// The children of `node` as a text, two blanks a level. What holds no value leaves no trace. A value that
