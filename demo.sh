@@ -11,7 +11,7 @@ start_appliance() {
     export QV_SYSROOT
     cp -a share/root/. "$QV_SYSROOT" &&
         mkdir -p "$QV_SYSROOT/usr/share/qvapi" &&
-        cp share/apimeta.hdf "$QV_SYSROOT/usr/share/qvapi/" || exit 1
+        cp build/release/share/apimeta.hdf "$QV_SYSROOT/usr/share/qvapi/" || exit 1
     port=$(free_port)
     # It goes into the background, out of reach of the terminal's Ctrl-C, and returns when it serves.
     qvcd -w -P "$port" -p "$QV_SYSROOT/var/run/qvcd.pid" -l "$QV_SYSROOT/var/log/qvcd.log"
@@ -116,7 +116,7 @@ apply Services.HTTP.port=8088" grep HTTP "$QV_SYSROOT/events"
 scripts/install_deps.sh build || exit 1
 echo "building (the whole output is in build/demo.log) ..."
 mkdir -p build
-if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --target qvcd qvc; } >build/demo.log 2>&1; then
+if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --target qvcd qvc apimeta; } >build/demo.log 2>&1; then
     tail -n 40 build/demo.log >&2
     exit 1
 fi

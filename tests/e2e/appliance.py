@@ -289,7 +289,7 @@ class Appliance(Talker):
         self.settings = {}
         if shipped:
             shutil.copytree(REPOSITORY / "share/root", self.root, symlinks=True, dirs_exist_ok=True)
-            meta = (REPOSITORY / "share/apimeta.hdf").read_text()
+            meta = (BIN_DIR.parent / "share/apimeta.hdf").read_text()
         for folder in ("etc", "tmp", "var/run", "usr/share/qvapi"):
             (self.root / folder).mkdir(parents=True, exist_ok=True)
         if meta is not None:
@@ -332,7 +332,7 @@ class Appliance(Talker):
     # ---- The process ----
 
     def environment(self, **extra):
-        kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_"))}
+        kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_", "QVC_"))}
         return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
 
     def start(self, *options, level=4, tcp=False, env=None, program=QVCD, wrapper=(), in_child=lambda: None):
