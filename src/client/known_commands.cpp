@@ -56,6 +56,8 @@ constexpr KnownCommand kCommands[] = {
     {"abort"},
     {"history"},
     {"rollback"},
+    {"failures"},
+    {"version"},
     {"watch"},
     {"completion"},
 };
