@@ -94,8 +94,8 @@ int do_syscall(const std::string &api, const std::string &command, const std::st
 {
     constexpr std::string_view kNoErrors = " 2>&1";
     const bool keeps = shell_errors_are_kept() && command.ends_with(kNoErrors);
-    const int status = shell_run(cut(command, command.size() - (keeps ? kNoErrors.size() : 0)),
-                                 time_limit(api), key);
+    const int status =
+        shell_run(cut(command, command.size() - (keeps ? kNoErrors.size() : 0)), time_limit(api), key);
     qv_log_print(kLogDebug, "  syscall: %s\n", command.c_str());
     return status;
 }
