@@ -98,11 +98,11 @@ FileResult replace(const std::string &path, const std::string &text, FileKind ki
 
 } // namespace
 
-HdfRead hdf_read_own_file(const std::string &path, Tree &into)
+HdfRead hdf_read_own_file(const std::string &path, Tree &into, HdfListener *listener)
 {
     std::string text;
     const HdfRead read = load(path, kMaxOwnBytes, text);
-    return read.result == HdfResult::ok ? result_of(hdf_parse(text, into.root())) : read;
+    return read.result == HdfResult::ok ? result_of(hdf_parse(text, into.root(), listener)) : read;
 }
 
 HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into)
@@ -117,10 +117,16 @@ HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into)
 HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh)
 {
     std::string text;
-    HdfRead read = load(path, kMaxForeignBytes, text);
+    const HdfRead read = load(path, kMaxForeignBytes, text);
+    return read.result == HdfResult::ok ? hdf_read_foreign_text(text, fresh) : read;
+}
+
+HdfRead hdf_read_foreign_text(const std::string &text, Tree &fresh)
+{
+    if (text.size() > kMaxForeignBytes)
+        return {HdfResult::error, std::strerror(EFBIG)};
     Tree tree = Tree::make();
-    if (read.result == HdfResult::ok)
-        read = result_of(hdf_parse(text, tree.root()));
+    HdfRead read = result_of(hdf_parse(text, tree.root()));
     if (read.result == HdfResult::ok)
         fresh = std::move(tree);
     return read;

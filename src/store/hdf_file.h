@@ -21,7 +21,7 @@ struct HdfRead {
 
 /// Reads a file of the appliance's own into `into`, merging with what is there. What stands before an error
 /// is kept. The file may have any size.
-HdfRead hdf_read_own_file(const std::string &path, Tree &into);
+HdfRead hdf_read_own_file(const std::string &path, Tree &into, HdfListener *listener = nullptr);
 
 /// The same, but all or nothing: after an error `into` is as it was.
 HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into);
@@ -29,6 +29,9 @@ HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into);
 /// Reads a file that a client named or sent: at most 4 MiB, braces balanced, all or nothing, into a fresh
 /// tree.
 HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh);
+
+/// The same of a text that came from a client.
+HdfRead hdf_read_foreign_text(const std::string &text, Tree &fresh);
 
 enum class FileKind {
     open,         ///< a new file can be read by all
