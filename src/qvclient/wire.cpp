@@ -94,9 +94,6 @@ void begin_request()
     interrupted = false;
 }
 
-namespace {
-
-// When the other side has closed, `text` is dropped: what it answered before can still be read.
 void send_some(Channel &channel, std::string &text)
 {
     const ssize_t sent = channel.write(text);
@@ -107,8 +104,6 @@ void send_some(Channel &channel, std::string &text)
     else if (errno != EAGAIN && errno != EINTR)
         throw WireError("cannot send: " + channel.problem());
 }
-
-enum class Came { something, nothing, end };
 
 Came receive_some(Channel &channel, ReplyParser &parser)
 {
@@ -130,8 +125,6 @@ std::string greeting(const Caller &caller)
 {
     return caller.name + " " + std::to_string(caller.session) + " " + std::to_string(getpid()) + "\n";
 }
-
-} // namespace
 
 int ask(Channel channel, const Caller &caller, const std::vector<std::string> &lines, Deadline deadline,
         const LineSink &sink)

@@ -49,6 +49,16 @@ int milliseconds_left(Deadline deadline);
 void interrupt_request();
 void begin_request();
 
+/// Sends what the connection takes now and removes it from `text`. When the other side has closed, `text` is
+/// dropped: what it answered before can still be read.
+void send_some(Channel &channel, std::string &text);
+
+/// Hands what has arrived to `parser`. Throws when the stream ends or breaks before the end of the reply.
+enum class Came { something, nothing, end };
+Came receive_some(Channel &channel, ReplyParser &parser);
+
+std::string greeting(const Caller &caller);
+
 /// Sends `lines` as the commands of one connection, hands the reply lines to `sink` as they come and returns
 /// the result code of the last command. Only the end of the connection tells the end of the reply; when it
 /// does not come although all else has come, the connection is lost, and the reply is taken as it is.
