@@ -21,7 +21,7 @@ def test_the_table_is_whole_and_in_order(shipped):
     admin = shipped.login("admin", "kelpo")
     for_admin = [line.split(":")[0] for line in lines(shipped, "help.cmd", session=admin)]
     hidden = "undefined getv getd getdv sets seta setn preset add remove reload export import meta metav user group"
-    hidden += " menu sessions get_session insert delete"
+    hidden += " menu sessions get_session insert delete document"
     assert for_admin == [name for name in listed if name not in hidden.split()]
 
 

@@ -81,7 +81,8 @@ def test_backup_and_restore_from_here(a, tmp_path, tcp):
     assert qvc(a, "import", tcp=tcp)[:2] == (1, b"##Import failed#\n")
     assert qvc(a, "export", "/tmp/there", tcp=tcp)[0] == 0 and a.path("/tmp/there").exists()
     assert qvc(a, "import", stdin=b"\n", tcp=tcp)[0] == 2
-    assert qvc(a, "import", stdin=b"A {\n", tcp=tcp)[:2] == (1, b"##Import failed#: line 1: 1 open brace(s) at the end\n")
+    code, said, _ = qvc(a, "import", stdin=b"A {\n", tcp=tcp)
+    assert code == 1 and said.startswith(b"##Import failed#: line 1: ")
 
 
 def test_who_may_send_a_document_and_what_becomes_of_it(a):
