@@ -33,6 +33,7 @@ constexpr KnownCommand kCommands[] = {
     {"reload"},
     {"export"},
     {"import"},
+    {"document"},
     {"checkmod"},
     {"checkapp"},
     {"checkdef"},
