@@ -57,7 +57,6 @@ constexpr KnownCommand kCommands[] = {
     {"abort"},
     {"history"},
     {"rollback"},
-    {"document"},
     {"failures"},
     {"version"},
     {"watch"},
