@@ -41,7 +41,7 @@ constexpr CommandShape kShapes[] = {
     {"get_session", nothing, nothing},
     {"import", nothing, nothing},
     {"export", nothing, nothing},
-    {"watch", nothing, nothing},
+    {"watch", names, names, "-e: -t --json"},
     {"completion", nothing, nothing, "", "bash"},
     {"meta.get", names, names},
     {"user.add", nothing, user_groups},

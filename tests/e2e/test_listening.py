@@ -1,10 +1,14 @@
 """Events over the command socket and TCP: who gets what, what a listener costs, and how a stream ends."""
 
 import json
+import re
+import select
+import signal
+import subprocess
 
 import pytest
 
-from appliance import metadata, user_file, wait_until
+from appliance import PATIENCE, QVC, die_with_us, metadata, user_file, wait_until
 
 META = metadata("""
 Web: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/web.conf; apply = no_apply
@@ -99,3 +103,28 @@ def test_who_does_not_read_is_dropped_and_told(a):
     last = slow.connection.read_all()
     assert last.endswith(b"\n##Events were lost: too many came, or the client did not read them#\n@\n1\n")
     assert all(line.startswith(b'{"identity"') and line.endswith(b"}") for line in last.splitlines()[:-3])
+
+
+def test_watch_comes_back_and_says_what_was_missed(a):
+    words = [QVC, "-H", f"127.0.0.1:{a.tcp.port}", "watch", "-t", "-e", "set,default", "Web"]
+    with subprocess.Popen(
+        words, env=a.environment(TZ="UTC"), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+        text=True, preexec_fn=die_with_us,
+    ) as watch:  # fmt: skip
+
+        def changes_until_seen():
+            a.command("default Web.port")
+            a.command("set Web.port=81 Box.one=7")
+            return select.select([watch.stdout], [], [], 0.1)[0]
+
+        wait_until(changes_until_seen, "a line of the client")
+        assert re.fullmatch(r"20\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} set Web.port=81\n|.* default Web.port=80\n", watch.stdout.readline())
+        a.restart(tcp=True)
+        assert watch.stderr.readline().endswith("; trying again\n")
+        assert re.fullmatch("qvc: listening again; missed is what happened from .* to .*: the daemon was restarted\n", watch.stderr.readline())
+        a.command("set Web.text=new")
+        while not watch.stdout.readline().endswith("set Web.text=new\n"):
+            pass
+        watch.send_signal(signal.SIGINT)
+        assert watch.wait(PATIENCE) == 0
+    assert a.qvc("-s", "4711", "watch")[0] == 124 and a.qvc("watch", "-x")[0] == 2
