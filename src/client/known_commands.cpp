@@ -57,6 +57,8 @@ constexpr KnownCommand kCommands[] = {
     {"abort"},
     {"history"},
     {"rollback"},
+    {"failures"},
+    {"version"},
     {"watch"},
     {"completion"},
 };
