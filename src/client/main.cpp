@@ -14,7 +14,7 @@
 #include "client/known_commands.h"
 #include "client/program.h"
 #include "client/reply.h"
-#include "qvclient/wire.h"
+#include "qvclient/exchange.h"
 
 using namespace qvcd;
 using namespace qvcd::client;
