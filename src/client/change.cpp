@@ -1,13 +1,16 @@
 #include "client/local_commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
 
+#include "client/advice.h"
 #include "client/change_painter.h"
 #include "client/confirmation.h"
 #include "client/errors.h"
 #include "client/reply.h"
+#include "client/screen.h"
 #include "qvclient/connect.h"
 
 namespace qvcd::client {
@@ -16,7 +19,15 @@ namespace {
 
 bool is_for_a_person(const Options &options, const Words &words)
 {
-    return !options.strict && isatty(STDOUT_FILENO) && (words.size() < 2 || words[1] != "-j");
+    return !options.strict && !options.quiet && !options.values_only && isatty(STDOUT_FILENO) &&
+           (words.size() < 2 || words[1] != "-j");
+}
+
+// What runs no script is shown whole, page by page where it is long.
+bool tells_only(std::string_view command)
+{
+    static constexpr std::string_view kCommands[] = {"plan", "diff", "history", "failures"};
+    return std::ranges::count(kCommands, command) != 0;
 }
 
 int run_painted(const Options &options, const Words &words)
@@ -24,8 +35,16 @@ int run_painted(const Options &options, const Words &words)
     ChangePainter painter(colours_for(std::getenv("NO_COLOR"), std::getenv("TERM")), std::time(nullptr));
     const auto confirmation = can_ask() ? confirmation_time(words) : std::nullopt;
     Awaited awaited;
+    const bool only_tells = tells_only(words[0]);
+    std::vector<std::string> told;
+    std::vector<std::string> refused;
     const auto show = [&](std::string_view line) {
-        print_line(painter.paint(line));
+        if (only_tells)
+            told.push_back(painter.paint(line));
+        else
+            print_line(painter.paint(line));
+        if (parse_reply_line(line).error)
+            refused.emplace_back(line);
         awaited.take(line);
     };
     const std::string line = command_line(words);
@@ -44,6 +63,9 @@ int run_painted(const Options &options, const Words &words)
         std::fprintf(stderr, "qvc: %s: looking whether the change awaits confirmation\n", error.what());
         return ask_after_loss(options, painter, *confirmation);
     }
+    show_lines(look_at_screen(), told);
+    std::fflush(stdout);
+    advise(options, words, refused, false, result);
     const bool asks = confirmation && result == 0 && awaited.left;
     return asks ? ask_to_keep(options, painter, awaited) : exit_status(result);
 }

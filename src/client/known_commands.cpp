@@ -62,6 +62,9 @@ constexpr KnownCommand kCommands[] = {
     {"events"},
     {"watch"},
     {"completion"},
+    {"tree"},
+    {"find"},
+    {"edit"},
 };
 
 bool has_word(std::string_view list, std::string_view word)
@@ -92,6 +95,13 @@ std::string subcommand_of(const KnownCommand &command, const Words &words)
         return words[0].substr(dot + 1);
     // "help" is followed by what one wants to know of; the client makes commands of that.
     return words.size() > 1 && command.name != "help" ? words[1] : std::string();
+}
+
+bool is_for_administrators(const Words &words)
+{
+    static constexpr std::string_view kNames[] = {"help", "meta", "user", "group", "menu", "preset"};
+    const KnownCommand *const command = find_command(words);
+    return command && std::ranges::count(kNames, command->name) != 0;
 }
 
 bool is_known_command(const Words &words)

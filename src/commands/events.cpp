@@ -104,7 +104,8 @@ const CommandRecord eventsRecord = {
         "Keeps the connection, and prints a line with each event, until the client sends another command or "
         "an empty line, or closes. With -e only these events; with names only those of these APIs and "
         "groups, "
-        "where \"*\" stands for any characters and \"?\" for one. Events of APIs that the caller may not see "
+        "where \"*\" stands for any characters but dots and \"?\" for one. Events of APIs that the caller "
+        "may not see "
         "are left out, log-ins are for administrators. Who does not read is dropped.",
 };
 

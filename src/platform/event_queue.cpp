@@ -5,39 +5,31 @@
 
 namespace qvcd {
 
-namespace {
-
-// Backtracks to the last "*" only.
-bool fits_whole(std::string_view pattern, std::string_view name)
+// Backtracks to the last "*" only: what stands behind a "." of the pattern is pinned by it.
+bool fits_pattern(std::string_view pattern, std::string_view name)
 {
     std::size_t p = 0;
     std::size_t n = 0;
     std::size_t star = std::string_view::npos;
     std::size_t behind = 0; // where in the name the star's part ends
-    while (n < name.size()) {
+    for (;;) {
+        const bool is_end = n == name.size() || name[n] == '.';
+        if (p == pattern.size() && is_end)
+            return true;
         if (p < pattern.size() && pattern[p] == '*') {
             star = p++;
             behind = n;
-        } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
+        } else if (p < pattern.size() && n < name.size() &&
+                   (pattern[p] == name[n] || (pattern[p] == '?' && !is_end))) {
             ++p;
             ++n;
-        } else if (star != std::string_view::npos) {
+        } else if (star != std::string_view::npos && behind < name.size() && name[behind] != '.') {
             p = star + 1;
             n = ++behind;
         } else {
             return false;
         }
     }
-    return pattern.find_first_not_of('*', p) == std::string_view::npos;
-}
-
-} // namespace
-
-bool fits_pattern(std::string_view pattern, std::string_view name)
-{
-    if (pattern.find_first_of("*?") != std::string_view::npos)
-        return fits_whole(pattern, name);
-    return name.starts_with(pattern) && (name.size() == pattern.size() || name[pattern.size()] == '.');
 }
 
 bool EventFilter::lets_pass(const Notification &event) const

@@ -12,8 +12,8 @@
 
 namespace qvcd {
 
-/// True when the whole name fits the pattern: "*" stands for any bytes, "?" for one. Without either, a
-/// group's name fits all that is below it, too. Takes at most the product of both lengths.
+/// True when the pattern fits the name, or a group above it: "*" stands for any bytes but dots, "?" for one.
+/// Takes at most the product of both lengths.
 bool fits_pattern(std::string_view pattern, std::string_view name);
 
 /// What one listener wants to know, and may.

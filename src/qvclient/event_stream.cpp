@@ -5,6 +5,7 @@
 
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
+#include "qvclient/exchange.h"
 
 namespace qvcd::client {
 
@@ -20,12 +21,11 @@ EventStream::EventStream(const Endpoint &endpoint, const Caller &caller,
                          const std::vector<std::string> &filter, std::chrono::milliseconds connect_timeout)
     : channel_(connect_to(endpoint, connect_timeout))
 {
-    const Deadline deadline = deadline_in(connect_timeout);
     std::vector<std::string> words = {"events"};
     words.insert(words.end(), filter.begin(), filter.end());
-    std::string request = greeting(caller) + wire_line(words) + "\n"; // no end: the request is to last
-    for (send_some(channel_, request); !request.empty(); send_some(channel_, request))
-        wait_for(channel_, channel_.write_events(), deadline);
+    // Without an end: the request is to last.
+    if (!channel_.write_all(greeting(caller) + wire_line(words) + "\n", connect_timeout))
+        throw WireError("cannot send: " + channel_.problem());
     std::optional<std::string> first = next(connect_timeout);
     if (!first)
         throw WireError("the daemon does not tell of events within the time limit");

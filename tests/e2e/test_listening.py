@@ -47,7 +47,7 @@ def test_everybody_gets_what_he_may_see(a):
     admin, operator = a.login("admin", "kelpo"), a.login("op", "oper")
     elsewhere = a.login("x:op", "oper", tcp=True)
     root, over_tcp = Listener(a), Listener(a, session=elsewhere, tcp=True)
-    some = Listener(a, "-e set -e revert *.port Bo? Box", operator)
+    some = Listener(a, "-e set -e revert *.po*t Bo?", operator)
     assert root.first["event"] == "listening" and root.first["payload"].endswith("entry=0")
     commands = ["update Web.port=81", "set Web.password=hush Web.own=y Web.hidden=z Box.one=2", "revert Web.own Box", "default Web.port"]
     for command in commands:
