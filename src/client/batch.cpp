@@ -8,9 +8,11 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "client/careful.h"
 #include "client/command.h"
 #include "client/command_check.h"
 #include "client/errors.h"
+#include "client/given_values.h"
 #include "client/local_commands.h"
 #include "client/reply.h"
 #include "client/typed_line.h"
@@ -62,7 +64,7 @@ class CommandInput {
     {
         number_++;
         try {
-            const Words words = split_typed_line(line);
+            Words words = split_typed_line(line);
             if (words.empty())
                 return;
             wrong_ = false;
@@ -71,6 +73,9 @@ class CommandInput {
             check_command(options_, words);
             if (is_client_only(words[0]))
                 throw UsageError(words[0] + " cannot be used here");
+            if (!is_wanted(options_, words))
+                return;
+            words = with_given_values(options_, std::move(words), Source::input);
             for (const std::string &wire : wire_lines(options_.json ? in_json(words) : words))
                 request += wire + "\n";
             time_limit_ = std::max(time_limit_, options_.limits(words[0]).whole);

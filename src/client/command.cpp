@@ -14,6 +14,7 @@ LocalCommand local_command(std::string_view name)
     static constexpr std::pair<std::string_view, LocalCommand> kNames[] = {
         {"help", LocalCommand::help},
         {"login", LocalCommand::login},
+        {"logout", LocalCommand::logout},
         {"watch", LocalCommand::watch},
         {"completion", LocalCommand::completion},
     };

@@ -13,6 +13,7 @@
 #include "client/level.h"
 #include "client/local_commands.h"
 #include "client/reply.h"
+#include "client/session_choice.h"
 #include "client/shell_words.h"
 #include "client/short_question.h"
 
@@ -133,7 +134,7 @@ Candidates options_of(const CommandShape &shape)
     return options;
 }
 
-constexpr std::string_view kGlobalOptions = "-H -s -t --ca --cert --help --json --key --tls --version";
+constexpr std::string_view kGlobalOptions = "-H -s -t -y --ca --cert --help --json --key --tls --version";
 
 bool takes_file(const std::string &option)
 {
@@ -144,7 +145,8 @@ bool takes_file(const std::string &option)
 Candidates complete_line(const Words &words, const std::string &word)
 {
     try {
-        const Options options = parse_options(words);
+        Options options = parse_options(words);
+        choose_session(options);
         if (options.words.empty() && word.starts_with('-'))
             return starting_with(blank_separated(kGlobalOptions), word);
         return complete(options, options.words, word);

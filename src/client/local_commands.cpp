@@ -2,8 +2,13 @@
 
 #include <cstdio>
 
+#include "client/careful.h"
 #include "client/command_check.h"
+#include "client/command_shapes.h"
+#include "client/given_values.h"
+#include "client/person.h"
 #include "client/reply.h"
+#include "client/user_passwords.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 
@@ -62,12 +67,17 @@ bool is_client_only(const std::string &command)
 int run_command(const Options &options, const Words &typed)
 {
     check_command(options, typed);
-    const Words words = options.json ? in_json(typed) : typed;
+    Words words = options.json ? in_json(typed) : typed;
+    if (!is_wanted(options, words))
+        return 1;
+    words = with_given_values(options, std::move(words), Source::arguments);
     switch (local_command(words.at(0))) {
     case LocalCommand::help:
         return run_help(options, words);
     case LocalCommand::login:
         return run_login(options, words);
+    case LocalCommand::logout:
+        return run_logout(options, words);
     case LocalCommand::watch:
         return run_watch(options, words);
     case LocalCommand::completion:
@@ -75,6 +85,10 @@ int run_command(const Options &options, const Words &typed)
     case LocalCommand::none:
         break;
     }
+    if (lacks_password(words))
+        return set_user_password(options, words);
+    if (with_subcommand(words)[0] == "user.add" && is_typed())
+        return add_user(options, words);
     return is_change_command(words[0]) ? run_change(options, words) : run_on_daemon(options, words);
 }
 

@@ -28,6 +28,7 @@ int run_on_daemon(const Options &options, const Words &words);
 int run_change(const Options &options, const Words &words);
 
 int run_login(const Options &options, const Words &words);
+int run_logout(const Options &options, const Words &words);
 int run_watch(const Options &options, const Words &words);
 int run_completion(const Options &options, const Words &words);
 

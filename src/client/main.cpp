@@ -11,6 +11,7 @@
 
 #include "client/command.h"
 #include "client/known_commands.h"
+#include "client/plain_command.h"
 #include "client/program.h"
 #include "client/reply.h"
 #include "qvclient/wire.h"
@@ -37,7 +38,8 @@ bool is_done_here(const Options &options)
     if (!options.endpoint.local() || options.words.empty())
         return false;
     const std::string &command = options.words[0];
-    return is_known_command(options.words) && local_command(command) == LocalCommand::none &&
+    return is_known_command(options.words) && is_plain(options.words) &&
+           local_command(command) == LocalCommand::none &&
            (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
 }
 

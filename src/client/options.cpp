@@ -58,14 +58,6 @@ bool parse_number(const std::string &text, Number &number)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-int session_number(const std::string &text)
-{
-    int number = 0;
-    if (!parse_number(text, number) || number < 0)
-        throw UsageError("'" + text + "' is no session number");
-    return number;
-}
-
 std::chrono::milliseconds time_limit(const std::string &text)
 {
     double seconds = 0;
@@ -126,6 +118,7 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
     switch (option) {
     case 's':
         options.session = session_number(optarg);
+        options.session_given = true;
         break;
     case 'H':
         options.endpoint = tcp_endpoint(optarg);
@@ -147,6 +140,9 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
         break;
     case kKey:
         tls.files.key = file_name(optarg);
+        break;
+    case 'y':
+        options.yes = true;
         break;
     case 'h':
         options.action = Options::Action::help;
@@ -170,6 +166,14 @@ bool waits_for_scripts(std::string_view command)
 }
 
 } // namespace
+
+int session_number(const std::string &text)
+{
+    int number = 0;
+    if (!parse_number(text, number) || number < 0)
+        throw UsageError("'" + text + "' is no session number");
+    return number;
+}
 
 TimeLimits Options::limits(std::string_view command) const
 {
@@ -203,7 +207,7 @@ Options parse_options(const std::vector<std::string> &arguments)
     const int argc = static_cast<int>(argv.size()) - 1;
     for (int option = 0; options.action == Options::Action::run;) {
         const int at = optind == 0 ? 1 : optind;
-        option = getopt_long(argc, argv.data(), "+:s:H:t:hV", kLongOptions, nullptr);
+        option = getopt_long(argc, argv.data(), "+:s:H:t:yhV", kLongOptions, nullptr);
         if (option == -1)
             break;
         take_option(options, tls, option, argv[static_cast<std::size_t>(at)]);

@@ -16,6 +16,8 @@ struct Options {
     Action action = Action::run;
     Endpoint endpoint;
     int session = 0;
+    bool session_given = false;                       ///< with -s
+    bool yes = false;                                 ///< -y: nothing is asked before it is done
     std::optional<std::chrono::milliseconds> timeout; ///< what -t says
     bool json = false;
     std::vector<std::string> words; ///< the command and its arguments; empty: read commands
@@ -26,6 +28,9 @@ struct Options {
 
 /// Reads the arguments that follow the program's name. Options end at the command. Throws UsageError.
 Options parse_options(const std::vector<std::string> &arguments);
+
+/// The session that a text names. Throws UsageError.
+int session_number(const std::string &text);
 
 /// The text of --help.
 extern const char kUsage[];

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "client/options.h"
+
+namespace qvcd::client {
+
+// Who qvc is without -s: the session that the variable QVC_SESSION names, else the one that `login --keep`
+// left for this daemon, else session 0. A kept session lies in a file of the user's alone, one for each
+// endpoint, so that no other daemon is ever told its number.
+
+/// Throws UsageError when QVC_SESSION is no number.
+void choose_session(Options &options);
+
+/// Throws UsageError when the file cannot be written.
+void keep_session(const Endpoint &endpoint, int session);
+
+/// Removes the file when it names this session.
+void forget_session(const Endpoint &endpoint, int session);
+
+} // namespace qvcd::client
