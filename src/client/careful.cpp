@@ -97,7 +97,7 @@ bool is_wanted(const Options &options, Words &words)
     if (yes || !is_typed())
         return true;
     const std::string text = row->question(options, apart);
-    if (text.empty() || agrees(text + " Go on?"))
+    if (text.empty() || ask_person(text + " Go on?") == Reply::yes)
         return true;
     std::fprintf(stderr, "qvc: nothing was done\n");
     return false;

@@ -73,7 +73,7 @@ std::string typed_password(const Options &options, const std::string &name)
 
 class GivenValues {
   public:
-    GivenValues(const Options &options, Source source) : options_(options), source_(source) {}
+    explicit GivenValues(const Options &options) : options_(options) {}
 
     std::string value_of(const std::string &name, const std::string &value)
     {
@@ -89,7 +89,7 @@ class GivenValues {
   private:
     std::string text_of_input(const std::string &name)
     {
-        if (source_ == Source::input)
+        if (options_.input_is_script)
             throw UsageError(name + "=- cannot be used here: standard input has the commands");
         if (input_is_used_)
             throw UsageError("standard input can be the value of one name only");
@@ -98,18 +98,17 @@ class GivenValues {
     }
 
     const Options &options_;
-    Source source_;
     bool input_is_used_ = false;
 };
 
 } // namespace
 
-Words with_given_values(const Options &options, Words words, Source source)
+Words with_given_values(const Options &options, Words words)
 {
     const CommandShape shape = shape_of(words);
     if (shape.first != Takes::assignments)
         return words;
-    GivenValues given(options, source);
+    GivenValues given(options);
     for (std::size_t i = 1; i < words.size(); ++i) {
         if (shape.has_argument(words[i])) {
             ++i;

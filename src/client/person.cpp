@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -73,15 +74,18 @@ bool is_typed()
     return can_ask() && isatty(STDERR_FILENO) != 0 && leads_its_job();
 }
 
-bool agrees(const std::string &question)
+Reply ask_person(const std::string &question)
 {
     std::fflush(stdout);
     std::fprintf(stderr, "%s [y/N] ", question.c_str());
-    std::array<char, 256> answer{};
+    std::array<char, kLongestLine> answer{};
+    errno = 0;
     const ssize_t got = read(STDIN_FILENO, answer.data(), answer.size());
-    if (got <= 0)
+    if (got <= 0) {
         std::fputc('\n', stderr);
-    return got > 0 && (answer[0] == 'y' || answer[0] == 'Y');
+        return errno == EINTR ? Reply::no : Reply::none;
+    }
+    return answer[0] == 'y' || answer[0] == 'Y' ? Reply::yes : Reply::no;
 }
 
 std::string ask_password(const std::string &prompt)

@@ -13,8 +13,12 @@ bool can_ask();
 /// no other program leads our job.
 bool is_typed();
 
-/// Asks a question that is answered with y or, by whatever else, n.
-bool agrees(const std::string &question);
+enum class Reply {
+    yes,
+    no,  ///< whatever else is typed
+    none ///< nobody is there to type
+};
+Reply ask_person(const std::string &question);
 
 /// A password, typed without echo. Throws UsageError when none is given.
 std::string ask_password(const std::string &prompt);

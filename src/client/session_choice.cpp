@@ -1,7 +1,6 @@
 #include "client/session_choice.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <system_error>
 #include <unistd.h>
 
@@ -43,12 +42,7 @@ std::optional<int> kept_session(const Endpoint &endpoint)
 
 void choose_session(Options &options)
 {
-    if (options.session_given)
-        return;
-    const char *variable = std::getenv("QVC_SESSION");
-    if (variable && *variable != '\0')
-        options.session = session_number(variable);
-    else
+    if (!options.session_given)
         options.session = kept_session(options.endpoint).value_or(0);
 }
 

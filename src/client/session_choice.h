@@ -7,11 +7,10 @@
 
 namespace qvcd::client {
 
-// Who qvc is without -s: the session that the variable QVC_SESSION names, else the one that `login --keep`
-// left for this daemon, else session 0. A kept session lies in a file of the user's alone, one for each
-// endpoint, so that no other daemon is ever told its number.
+// Who qvc is without -s and QVC_SESSION: the session that `login --keep` left for this daemon, else session
+// 0. It lies in a file of the user's alone, one for each endpoint, so that no other daemon is ever told its
+// number.
 
-/// Throws UsageError when QVC_SESSION is no number.
 void choose_session(Options &options);
 
 /// Throws UsageError when the file cannot be written.

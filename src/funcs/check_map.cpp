@@ -15,32 +15,27 @@ namespace qvcd {
 
 namespace {
 
-struct CheckRow {
-    std::string_view name;
-    CheckFunction *check;
-};
-
 constexpr CheckRow cfuncCmdMap[] = {
     {"undefined", check_undefined},
     {"blank", check_blank},
     {"boolean", check_boolean},
     {"string", check_string},
-    {"string_set", check_string_set},
+    {"string_set", check_string_set, TypeArguments::members},
     {"alpha_numeric", check_alpha_numeric},
     {"label", check_label},
-    {"string_length", check_string_length},
+    {"string_length", check_string_length, TypeArguments::lengths},
     {"filename", check_filename},
     {"base64", check_base64},
     {"string_ext", check_string_ext},
-    {"password", check_password},
+    {"password", check_password, TypeArguments::lengths},
     {"integer", check_integer},
-    {"integer_set", check_integer_set},
-    {"integer_range", check_integer_range},
+    {"integer_set", check_integer_set, TypeArguments::members},
+    {"integer_range", check_integer_range, TypeArguments::bounds},
     {"signed_integer", check_signed_integer},
-    {"signed_integer_set", check_signed_integer_set},
-    {"signed_integer_range", check_signed_integer_range},
+    {"signed_integer_set", check_signed_integer_set, TypeArguments::members},
+    {"signed_integer_range", check_signed_integer_range, TypeArguments::bounds},
     {"float", check_float},
-    {"float_range", check_float_range},
+    {"float_range", check_float_range, TypeArguments::reals},
     {"hexadecimal", check_hexadecimal},
     {"ipaddress", check_ipaddress},
     {"portnumber", check_portnumber},
@@ -58,7 +53,6 @@ constexpr CheckRow cfuncCmdMap[] = {
 };
 
 constexpr char kInvalidProfile[] = "##Invalid profile#";
-constexpr std::size_t kMaxTypeArgs = 50;
 
 std::string error_line(std::string_view error, std::string_view value)
 {
@@ -84,6 +78,11 @@ const char *check_profile2(std::string_view api, CheckArgs, std::string_view val
 {
     std::string group;
     return error_unless(profile_read_group(value, group) == 0 && group == api, kInvalidProfile);
+}
+
+std::span<const CheckRow> type_rows()
+{
+    return cfuncCmdMap;
 }
 
 int cmd_create_cfuncmap_hdf()

@@ -12,9 +12,10 @@ std::string url_escape(std::string_view text);
 
 /// The line of the wire, without its newline, that says the command `words` (at least one) with each word as
 /// one word there:
-///   - all arguments of commands that take names and passwords of people (login, user.add and so on) are
-///     escaped,
-///   - so is the text behind "-m" of commit and rollback,
+///   - arguments that the daemon decodes (names and passwords of people, names of presets, names of profiles
+///     that there are) are escaped,
+///   - so is the text behind "-m" of commit and rollback; "-m" with an empty text, which means none, is left
+///     out,
 ///   - of an argument name=value the value is escaped,
 ///   - all others go as they are; in them a comma separates names as on the wire.
 /// Throws UsageError for what the wire cannot say: an empty word, a blank or a control character outside of

@@ -45,18 +45,23 @@ void begin_request();
 /// dropped: what it answered before can still be read.
 void send_some(Channel &channel, std::string &text);
 
-/// Hands what has arrived to `parser`. Throws at the end of the stream.
-void receive_some(Channel &channel, ReplyParser &parser);
+/// Hands what has arrived to `parser`. Throws when the stream ends or breaks before the end of the reply.
+enum class Came { something, nothing, end };
+Came receive_some(Channel &channel, ReplyParser &parser);
 
 /// The first line of a connection: who asks.
 std::string greeting(int session);
 
-/// Sends `lines` as the commands of one connection, hands the reply lines to `sink` and returns the result
-/// code of the last command.
+/// Sends `lines` as the commands of one connection, hands the reply lines to `sink` as they come and returns
+/// the result code of the last command. Only the end of the connection tells the end of the reply; when it
+/// does not come although all else has come, the connection is lost, and the reply is taken as it is.
 int ask(Channel channel, int session, const std::vector<std::string> &lines, Deadline deadline,
         const LineSink &sink);
 
-/// Waits until one of the `events` of poll(2) has come.
+/// Waits until one of the `events` of poll(2) has come; false at the deadline.
+bool has_come(const Channel &channel, short events, Deadline deadline);
+
+/// The same, but throws at the deadline.
 void wait_for(const Channel &channel, short events, Deadline deadline);
 
 /// Says why there is no connection to `where`: the errno of what failed.

@@ -59,7 +59,7 @@ def test_bash_is_told_what_can_stand_there_and_no_file_where_none_can(a):
 
 def test_bytes_above_ascii_are_kept_without_a_locale(a):
     env = {name: value for name, value in a.environment().items() if name != "LANG" and not name.startswith("LC_")}
-    with Terminal([QVC], env) as terminal:
+    with Terminal([QVC, "-y"], env) as terminal:  # and is not asked when it leaves
         terminal.press("set Network.Interfaces.Wlan0.ssid='Caféx\x7f 日本'\r")
         terminal.wait_for("ssid=Café 日本\n")
         terminal.press("quit\r")
@@ -129,7 +129,7 @@ def test_values_and_passwords_come_from_files_pipes_and_unseen_keys(a):
     assert "cannot read '/nowhere'" in piped("set", f"{ssid}=@/nowhere", text="")[2]
     assert "of one name only" in piped("set", f"{ssid}=-", f"{ssid}=-", text="")[2]
     script = piped(text=f"set {ssid}=@{a.path('/tmp/value')}\nset {ssid}=-\n")
-    assert script[0] == 2 and "line 2" in script[2] and a.get(ssid) == "one, two % +"
+    assert script[0] == 2 and "input:2" in script[2] and a.get(ssid) == "one, two % +"
     # A password is typed twice; the first attempt has a slip.
     twice = [("New password of", "first=one\r"), ("Once more", "first=0ne\r"), ("not the same", ""),
              ("New password of", "first=one\r"), ("Once more", "first=one\r")]
@@ -173,3 +173,94 @@ def test_a_kept_session_is_used_by_its_owner_for_its_daemon_until_logout(a):
     assert qvc("logout") == (0, "") and not file.exists()
     assert qvc("logout")[0] == 2
     assert qvc("set", "Services.HTTP.port=84")[0] == 0
+
+
+class Shell:
+    """A person before the shell, whose terminal shows escape sequences where the line is edited."""
+
+    def __init__(self, terminal):
+        self.terminal = terminal
+
+    def expect(self, *texts):
+        for text in texts:
+            self.terminal.expect(text)
+
+    def type(self, line, *texts, prompt=None):
+        """A line, what must come of it in this order, and the prompt behind it."""
+        self.terminal.press(line + "\r")
+        self.expect("\n", *texts, *([prompt + "> "] if prompt else []))
+
+
+def test_an_afternoon_in_the_shell(a):
+    env = {"HOME": str(a.path("/tmp/home")), "XDG_RUNTIME_DIR": str(a.path("/tmp/run")), "LANG": "C.UTF-8"}
+    env = {**a.environment(), **env}
+    env.pop("XDG_STATE_HOME", None)
+    host = os.uname().nodename.split(".")[0]
+    root, operator = f"root@{host}", f"operator@{host}"
+    history = a.path("/tmp/home/.local/state/qvc/history")
+    with Terminal([QVC], env) as terminal:
+        me = Shell(terminal)
+        me.expect(f"{root}> ")
+        # Names are short in a level; the mark says what is not saved.
+        me.type("edit Services.HTTP", prompt=f"{root} Services.HTTP")
+        me.type("set port=8081; get port .Network.hostname", "Services.HTTP.port=8081", "Services.HTTP.port=8081",
+                "Network.hostname=qv-encoder", prompt=f"{root} Services.HTTP*")
+        me.type("get", "Services.HTTP.enable=1", "Services.HTTP.port=8081", prompt=f"{root} Services.HTTP*")
+        me.type("set s\tena\t", "Services.HTTP.ssl=enable", prompt=f"{root} Services.HTTP*")
+        me.type("..", prompt=f"{root} Services*")
+        me.type("edit HTTP.port", "is a setting", prompt=f"{root} Services*")
+        me.type("edit Nowhere", "no group 'Services.Nowhere'", prompt=f"{root} Services*")
+        me.type("get .Services.HTTP | match s.l | except PORT", "Services.HTTP.ssl=enable\n", prompt=f"{root} Services*")
+        me.type("get HTTP | match port | count; top", "1\n", prompt=f"{root}*")
+        # Nothing of a wrong line is run.
+        for wrong, why in {
+            "set Services.HTTP.port=1 ; set 'A": "left open", "set Services.HTTP.port=1 ;; get A": "nothing stands",
+            "set Services.HTTP.port=1 | grep x": "stand match", "set Services.HTTP.port=1 | match [": "is no pattern",
+        }.items():
+            me.type(wrong, why, prompt=f"{root}*")
+        assert a.get("Services.HTTP.port") == "8081"
+        # Passwords are typed unseen, and are nowhere later.
+        me.type(f"set {SECRET}=swordfish", "=", prompt=f"{root}*")
+        me.type(f"set {SECRET}=?", "New password of")
+        me.type("hidden99", "Once more")
+        me.type("hidden99", f"{SECRET}=*******", prompt=f"{root}*")
+        me.type("user.passwd viewer", "New password of viewer")
+        me.type("hidden98", "Once more")
+        me.type("hidden98", "User.viewer.passwd=*******", prompt=f"{root}*")
+        me.type("login operator wrong-one", "##Invalid password#", prompt=f"{root}*")
+        me.type("preset.store 2", "Preset 2 (mobile) is overwritten", "Go on?")
+        me.type("n", "nothing was done", prompt=f"{root}*")
+        # Somebody else for a while, who completes as well as an administrator.
+        me.type("login operator", "Password of operator: ")
+        me.type("operator", prompt=f"{operator}*")
+        me.type("set Services.HTTP.port=82", "##Invalid permission#", prompt=f"{operator}*")
+        me.type("checkm\tServices.HT\tpo\t", "Services.HTTP.port=8081", prompt=f"{operator}*")
+        me.type("logout", prompt=f"{root}*")
+        me.type("logout", "not logged in", prompt=f"{root}*")
+        # Who leaves with changes of his own is asked; those of others are not his.
+        a.command("set Network.hostname=theirs")
+        me.type("quit", "You have changed Network.Interfaces.Wlan0.passphrase, Services.HTTP.port, Services.HTTP.ssl and not",
+                "Leave all the same? [y/N] ")
+        me.type("", prompt=f"{root}*")
+        me.type("save Services Network.Interfaces", prompt=f"{root}*")
+        me.type("quit")
+        assert terminal.wait() == 0
+        assert "hidden" not in terminal.screen
+    lines = history.read_text().splitlines()
+    assert stat.S_IMODE(history.stat().st_mode) == 0o600
+    assert lines[:2] == ["edit Services.HTTP", "set port=8081; get port .Network.hostname"]
+    assert "login operator" in lines and "user.passwd viewer" in lines and f"set {SECRET}=?" in lines
+    assert not [line for line in lines if "swordfish" in line or "wrong-one" in line]
+    # The next shell has the history, and outlives its daemon.
+    with Terminal([QVC], env) as terminal:
+        me = Shell(terminal)
+        me.expect(f"{root}*> ")
+        terminal.press("\x1b[A\x1b[A")
+        me.expect("save Services Network.Interfaces")  # the line before "quit"
+        me.type("", prompt=f"{root}*")
+        a.stop()
+        me.type("get Services.HTTP.port", "cannot reach the daemon", prompt=f"{root}?")
+        a.start()
+        me.type("get Services.HTTP.port", "Services.HTTP.port=8081", prompt=root)
+        terminal.press("\x04")
+        assert terminal.wait() == 0

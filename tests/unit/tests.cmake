@@ -36,3 +36,4 @@ qvcd_unit_test(NAME commands_snapshots
   SOURCES commands_preset_test.cpp commands_profile_test.cpp
   LIBRARIES qvcd_commands)
 qvcd_unit_test(NAME change SOURCES change_history_test.cpp LIBRARIES qvcd_change PkgConfig::SQLITE LABELS concurrent)
+qvcd_unit_test(NAME check SOURCES check_findings_test.cpp LIBRARIES qvcd_check)
