@@ -9,6 +9,7 @@
 #include "client/given_values.h"
 #include "client/person.h"
 #include "client/reply.h"
+#include "client/transfer.h"
 #include "client/user_passwords.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
@@ -81,6 +82,8 @@ int run_command(const Options &options, const Words &typed)
     case LocalCommand::none:
         break;
     }
+    if (is_transfer_command(words))
+        return run_transfer(options, words);
     if (lacks_password(words))
         return set_user_password(options, words);
     if (with_subcommand(words)[0] == "user.add" && is_typed())
