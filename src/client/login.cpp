@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <unistd.h>
 
+#include "client/answer.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
 #include "client/person.h"
-#include "client/reply.h"
 #include "client/session_choice.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
@@ -46,17 +46,17 @@ int send_logout(Options options, int as, int session)
 
 LoginResult log_in(const Options &options, Words words)
 {
-    LoginResult result{};
-    const std::string line = command_line(with_password(std::move(words)));
-    const int code =
-        ask(options.endpoint, options.session, {line}, options.limits("login"), [&](std::string_view reply) {
-            if (const auto session = session_in(reply))
-                result.session = session;
-            else
-                print_line(reply);
-        });
-    result.status = exit_status(code);
-    return result;
+    const Words whole = with_password(std::move(words));
+    Answer answer(options, whole);
+    std::optional<int> session;
+    const int code = ask(options.endpoint, options.session, {command_line(whole)}, options.limits("login"),
+                         [&](std::string_view line) {
+                             if (const auto number = session_in(line))
+                                 session = number;
+                             else
+                                 answer.take(line);
+                         });
+    return {session ? exit_status(code) : answer.end(code), session};
 }
 
 // Who is no administrator may end no session, not even his own; session 0 may, where it is root.
@@ -73,13 +73,11 @@ int run_login(const Options &options, const Words &words)
 {
     Words rest = words;
     const bool keeps = std::erase(rest, "--keep") > 0;
+    if (!keeps)
+        return run_on_daemon(options, with_password(std::move(rest)));
     const LoginResult login = log_in(options, rest);
-    if (!login.session)
-        return login.status;
-    if (keeps)
+    if (login.session)
         keep_session(options.endpoint, *login.session);
-    else
-        print_line(std::string(kAnswer) + std::to_string(*login.session));
     return login.status;
 }
 

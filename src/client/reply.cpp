@@ -8,6 +8,8 @@ namespace qvcd::client {
 
 namespace {
 
+constexpr char kStars[] = "*******";
+
 std::set<std::string, std::less<>> hidden_names;
 
 // Where in the line a value begins that was typed unseen; the end of the line where none is.
@@ -30,7 +32,14 @@ void print_line(std::string_view line)
 {
     const std::size_t secret = start_of_secret(line);
     std::fwrite(line.data(), 1, secret, stdout);
-    std::fputs(secret < line.size() ? "*******\n" : "\n", stdout);
+    std::fputs(secret < line.size() ? kStars : "", stdout);
+    std::fputc('\n', stdout);
+}
+
+std::string shown_line(std::string_view line)
+{
+    const std::size_t secret = start_of_secret(line);
+    return std::string(line.substr(0, secret)) + (secret < line.size() ? kStars : "");
 }
 
 void hide_value_of(const std::string &name)

@@ -14,4 +14,7 @@ void print_line(std::string_view line);
 /// where a refusal "NAME=##...#: VALUE" repeats it.
 void hide_value_of(const std::string &name);
 
+/// `line` as print_line() shows it.
+std::string shown_line(std::string_view line);
+
 } // namespace qvcd::client

@@ -3,6 +3,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "client/answer.h"
 #include "client/command_shapes.h"
 #include "client/local_commands.h"
 #include "client/person.h"
@@ -29,14 +30,15 @@ int set_user_password(const Options &options, const Words &words)
 int add_user(const Options &options, const Words &words)
 {
     const Words whole = with_subcommand(words);
+    Answer answer(options, whole);
     bool refused = whole.size() != 3;
     const int result = ask(options.endpoint, options.session, {command_line(whole)}, options.limits(whole[0]),
                            [&](std::string_view line) {
                                refused = refused || line.find("##") != std::string_view::npos;
-                               print_line(line);
+                               answer.take(line);
                            });
-    if (result != 0 || refused)
-        return exit_status(result);
+    if (const int status = answer.end(result); status != 0 || refused)
+        return status;
     return set_user_password(options, {"user.passwd", whole[1]});
 }
 

@@ -69,7 +69,7 @@ def test_bytes_above_ascii_are_kept_without_a_locale(a):
 
 def on_terminal(a, *words, say=(), **env):
     """Answers each text that appears with some keys: what stands there in the end, and the exit status."""
-    with Terminal([QVC, *words], a.environment(**env)) as terminal:
+    with Terminal([QVC, *words], a.environment(NO_COLOR="1", **env)) as terminal:
         for text, keys in say:
             terminal.expect(text)
             terminal.press(keys)
@@ -92,7 +92,7 @@ def test_what_destroys_much_is_asked_for_when_a_person_types_it(a):
             assert status == 1 and question in screen and "nothing was done" in screen, (words, screen)
     assert a.get("Services.HTTP.port") == "81"
     assert on_terminal(a, "default", "Services.HTTP.ssl") == (0, "")  # a name says what is meant
-    assert "Services.HTTP.port=80" in on_terminal(a, "default", say=[("Go on? [y/N] ", "y\r")])[1]
+    assert on_terminal(a, "default", say=[("Go on? [y/N] ", "y\r")])[0] == 0 and a.get("Services.HTTP.port") == "80"
     for words in (("-y", "default"), ("default", "-y")):
         a.command("set Services.HTTP.port=81")
         status, screen = on_terminal(a, *words)
@@ -192,7 +192,7 @@ class Shell:
 
 
 def test_an_afternoon_in_the_shell(a):
-    env = {"HOME": str(a.path("/tmp/home")), "XDG_RUNTIME_DIR": str(a.path("/tmp/run")), "LANG": "C.UTF-8"}
+    env = {"HOME": str(a.path("/tmp/home")), "XDG_RUNTIME_DIR": str(a.path("/tmp/run")), "LANG": "C.UTF-8", "NO_COLOR": "1"}
     env = {**a.environment(), **env}
     env.pop("XDG_STATE_HOME", None)
     host = os.uname().nodename.split(".")[0]
@@ -203,9 +203,9 @@ def test_an_afternoon_in_the_shell(a):
         me.expect(f"{root}> ")
         # Names are short in a level; the mark says what is not saved.
         me.type("edit Services.HTTP", prompt=f"{root} Services.HTTP")
-        me.type("set port=8081; get port .Network.hostname", "Services.HTTP.port=8081", "Services.HTTP.port=8081",
-                "Network.hostname=qv-encoder", prompt=f"{root} Services.HTTP*")
-        me.type("get", "Services.HTTP.enable=1", "Services.HTTP.port=8081", prompt=f"{root} Services.HTTP*")
+        me.type("set port=8081; get port .Network.hostname", "Services.HTTP.port=8081", "Services.HTTP.port  8081",
+                "Network.hostname    qv-encoder", prompt=f"{root} Services.HTTP*")
+        me.type("get", "Services.HTTP.enable  1", "Services.HTTP.port    8081", prompt=f"{root} Services.HTTP*")
         me.type("set s\tena\t", "Services.HTTP.ssl=enable", prompt=f"{root} Services.HTTP*")
         me.type("..", prompt=f"{root} Services*")
         me.type("edit HTTP.port", "is a setting", prompt=f"{root} Services*")
@@ -262,5 +262,5 @@ def test_an_afternoon_in_the_shell(a):
         me.type("get Services.HTTP.port", "cannot reach the daemon", prompt=f"{root}?")
         a.start()
         me.type("get Services.HTTP.port", "Services.HTTP.port=8081", prompt=root)
-        terminal.press("\x04")
+        terminal.press("quit\r")
         assert terminal.wait() == 0
