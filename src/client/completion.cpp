@@ -134,11 +134,12 @@ Candidates options_of(const CommandShape &shape)
     return options;
 }
 
-constexpr std::string_view kGlobalOptions = "-H -s -t -y --ca --cert --help --json --key --tls --version";
+constexpr std::string_view kGlobalOptions =
+    "-H -e -f -k -q -s -t -v -y --ca --cert --help --json --key --tls --version";
 
 bool takes_file(const std::string &option)
 {
-    return option == "--ca" || option == "--cert" || option == "--key";
+    return option == "-f" || option == "--ca" || option == "--cert" || option == "--key";
 }
 
 // `words`: the line behind "qvc" up to the word at the cursor.

@@ -35,12 +35,12 @@ std::string marks_of(const Setting &setting)
     if (setting.is_changed)
         add(setting.fallback ? "default " + (setting.fallback->empty() ? "empty" : *setting.fallback)
                              : "not default");
-    return marks.empty() ? marks : "  [" + marks + "]";
+    return marks.empty() ? marks : "[" + marks + "]";
 }
 
 std::vector<std::string> lines_of_tree(const Screen &screen, const std::vector<Setting> &list)
 {
-    std::vector<Row> rows;
+    std::vector<TableRow> rows;
     std::vector<std::string> above;
     for (const Setting &setting : list) {
         std::vector<std::string> parts = parts_of(setting.name);
@@ -50,7 +50,7 @@ std::vector<std::string> lines_of_tree(const Screen &screen, const std::vector<S
         for (; depth + 1 < parts.size(); ++depth)
             rows.push_back({std::string(2 * depth, ' ') + parts[depth], ""});
         rows.push_back({std::string(2 * depth, ' ') + parts[depth],
-                        setting.value + in_bold(screen, marks_of(setting)) + " "});
+                        setting.value + "  " + in_bold(screen, marks_of(setting))});
         parts.pop_back();
         above = std::move(parts);
     }
