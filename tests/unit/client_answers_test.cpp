@@ -4,6 +4,7 @@
 #include "client/advice.h"
 #include "client/json_answer.h"
 #include "client/name_globs.h"
+#include "client/nested_text.h"
 #include "client/screen.h"
 
 namespace qvcd::client {
@@ -35,6 +36,18 @@ TEST(ClientAnswers, ValuesHaveTheTypeThatTheirSettingHas)
     for (const auto &[type, value, json] : rows)
         EXPECT_EQ(one_json_line(typed_value(type, value)), json) << type;
     EXPECT_EQ(one_json_line("a\xff\"\n"), "\"a\xef\xbf\xbd\\\"\\n\"");
+}
+
+TEST(ClientAnswers, NestedTextBecomesObjects)
+{
+    const Texts sessions{"Session {", "  0 {", "    user = root", "    ip = a = b", "  }", "  1 {",
+                         "  }",       "}"};
+    EXPECT_EQ(one_json_line(*parse_nested(sessions)),
+              R"({"Session":{"0":{"user":"root","ip":"a = b"},"1":{}}})");
+    EXPECT_EQ(one_json_line(*parse_nested({"A = 1", "A {", "  b = 2", "}"})), R"({"A":{"":"1","b":"2"}})");
+    for (const Texts &other :
+         std::vector<Texts>{{}, {"A {"}, {"}"}, {"A=1"}, {"A {", "x", "}"}, Texts(99, "A {")})
+        EXPECT_FALSE(parse_nested(other));
 }
 
 TEST(ClientAnswers, PatternsStayWithinOnePart)
