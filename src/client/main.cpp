@@ -15,7 +15,7 @@
 #include "client/plain_command.h"
 #include "client/program.h"
 #include "client/reply.h"
-#include "qvclient/wire.h"
+#include "qvclient/exchange.h"
 
 using namespace qvcd;
 using namespace qvcd::client;
