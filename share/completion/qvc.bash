@@ -1,17 +1,14 @@
-# Bash completion of qvc: commands, sub-commands and setting names, as the daemon lists them.
+# Bash completion of qvc: commands, settings, values and other names, as the daemon lists them. What is no file for
+# qvc is none here.
 # For one shell: eval "$(qvc completion bash)"
 
 _qvc()
 {
-    local line=${COMP_LINE:0:COMP_POINT} words current candidate
-    read -r -a words <<<"$line"
-    [[ $line == *[[:blank:]] ]] && words+=("")
-    current=${words[-1]}
+    local candidate
     COMPREPLY=()
     while IFS= read -r candidate; do
-        # Bash completes only what follows the last of its word breaks.
-        COMPREPLY+=("${candidate:$((${#current} - ${#2}))}")
-        [[ $candidate == *[.=] ]] && compopt -o nospace
-    done < <("${words[0]}" completion words "${words[@]:1}" 2>/dev/null)
+        COMPREPLY+=("$candidate")
+        [[ $candidate == *[.=/] ]] && compopt -o nospace
+    done < <("$1" completion line "${COMP_LINE:0:COMP_POINT}" "$2" 2>/dev/null)
 }
-complete -o default -F _qvc qvc
+complete -F _qvc qvc

@@ -2,6 +2,7 @@
 
 #include <iterator>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
@@ -22,6 +23,16 @@ constexpr const auto &row_or_first(const Rows &rows, std::string_view name)
 {
     const auto *row = find_row(rows, name);
     return row ? *row : *std::begin(rows);
+}
+
+/// The names of all rows.
+template <class Rows>
+std::vector<std::string_view> row_names(const Rows &rows)
+{
+    std::vector<std::string_view> names;
+    for (const auto &row : rows)
+        names.push_back(row.name);
+    return names;
 }
 
 } // namespace qvcd

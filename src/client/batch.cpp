@@ -1,137 +1,147 @@
 #include "client/batch.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
 #include <optional>
-#include <poll.h>
+#include <system_error>
 #include <unistd.h>
 
-#include "client/command.h"
-#include "client/connect.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
 #include "client/typed_line.h"
+#include "platform/fd.h"
 
 namespace qvcd::client {
 
 namespace {
 
-constexpr std::size_t kMostWaiting = std::size_t{1} << 20; // bytes not sent yet; beyond, input is left alone
+[[noreturn]] void throw_unreadable(const std::string &name)
+{
+    throw UsageError("cannot read " + name + ": " + std::generic_category().message(errno));
+}
 
-// Standard input, turned into lines of the wire.
-class CommandInput {
+// Lines of a file, or of standard input, each as soon as it is there.
+class LineSource {
   public:
-    explicit CommandInput(const Options &options) : options_(options) {}
-
-    bool at_end() const { return at_end_; }
-    bool last_line_was_wrong() const { return wrong_; }
-
-    // For the replies, from the end of the input on.
-    std::chrono::milliseconds time_limit() const { return time_limit_; }
-
-    // Reads what is there and appends the commands in it, and after the last one the empty line.
-    void read_into(std::string &request)
+    explicit LineSource(const std::string &file)
+        : name_(file == "-" ? "standard input" : file),
+          file_(file == "-" ? take_input() : std::fopen(file.c_str(), "re"))
     {
-        std::array<char, 65536> buffer;
-        const ssize_t got = read(STDIN_FILENO, buffer.data(), buffer.size());
-        if (got < 0 && (errno == EINTR || errno == EAGAIN))
-            return;
-        pending_.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-        if (got <= 0 && !pending_.empty())
-            pending_ += '\n';
-        take_lines(request);
-        if (got <= 0)
-            finish(request);
+        if (!file_)
+            throw_unreadable(name_);
     }
+
+    bool next(std::string &line)
+    {
+        char *text = line_.release();
+        errno = 0;
+        const ssize_t length = getline(&text, &size_, file_.get());
+        line_.reset(text);
+        if (length < 0 && std::ferror(file_.get()) != 0)
+            throw_unreadable(name_);
+        ++number_;
+        line.assign(length > 0 ? text : "", length > 0 ? static_cast<std::size_t>(length) : 0);
+        return length >= 0;
+    }
+
+    std::string place() const { return name_ + ":" + std::to_string(number_); }
 
   private:
-    void take_lines(std::string &request)
+    // No command shall take the lines behind it for a password, say.
+    static std::FILE *take_input()
     {
-        std::size_t start = 0;
-        for (std::size_t end = 0; !at_end_ && (end = pending_.find('\n', start)) != std::string::npos;
-             start = end + 1)
-            take_line(pending_.substr(start, end - start), request);
-        pending_.erase(0, start);
+        Fd ours(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+        const Fd nothing(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        if (!ours || !nothing || ::dup2(nothing.get(), STDIN_FILENO) < 0)
+            return nullptr;
+        return ::fdopen(ours.release(), "r");
     }
 
-    void take_line(const std::string &line, std::string &request)
-    {
-        number_++;
-        try {
-            const Words words = split_typed_line(line);
-            if (words.empty())
-                return;
-            wrong_ = false;
-            if (words[0] == "quit" || words[0] == "exit")
-                return finish(request);
-            if (is_client_only(words[0]))
-                throw UsageError(words[0] + " cannot be used here");
-            for (const std::string &wire : wire_lines(options_.json ? in_json(words) : words))
-                request += wire + "\n";
-            time_limit_ = std::max(time_limit_, options_.limits(words[0]).whole);
-        } catch (const UsageError &error) {
-            wrong_ = true;
-            std::fprintf(stderr, "qvc: line %zu: %s\n", number_, error.what());
-        }
-    }
-
-    void finish(std::string &request)
-    {
-        if (!at_end_)
-            request += "\n";
-        at_end_ = true;
-    }
-
-    const Options &options_;
-    std::chrono::milliseconds time_limit_ = options_.limits("").whole;
-    std::string pending_;
+    struct Free {
+        void operator()(char *text) const noexcept { std::free(text); }
+    };
+    struct Close {
+        void operator()(std::FILE *file) const noexcept { std::fclose(file); }
+    };
+    std::string name_;
+    std::unique_ptr<std::FILE, Close> file_;
+    std::unique_ptr<char, Free> line_;
+    std::size_t size_ = 0;
     std::size_t number_ = 0;
-    bool at_end_ = false;
-    bool wrong_ = false;
 };
 
-// One wait for whatever can go on: input, sending, or the reply.
-void exchange(Channel &channel, CommandInput &input, std::string &request, ReplyParser &parser,
-              std::optional<Deadline> deadline)
+Words words_of(const std::string &line)
 {
-    const short reading = channel.read_events();
-    const short sending = channel.write_events();
-    const bool wants_input = !input.at_end() && request.size() < kMostWaiting;
-    std::array<pollfd, 2> wanted{
-        pollfd{channel.fd(), static_cast<short>(request.empty() ? reading : reading | sending), 0},
-        pollfd{wants_input ? STDIN_FILENO : -1, POLLIN, 0}};
-    const int ready = poll(wanted.data(), wanted.size(), deadline ? milliseconds_left(*deadline) : -1);
-    if (ready == 0)
-        throw WireError("no answer within the time limit");
-    if (ready < 0)
-        return;
-    if (wanted[1].revents != 0)
-        input.read_into(request);
-    if (!request.empty() && (wanted[0].revents & sending) != 0)
-        send_some(channel, request);
-    if ((wanted[0].revents & (reading | POLLHUP | POLLERR)) != 0) {
-        receive_some(channel, parser);
-        std::fflush(stdout);
+    if (line.find('\0') != std::string::npos)
+        throw UsageError("a NUL byte");
+    Words words = split_typed_line(line);
+    if (!words.empty() && is_client_only(words[0]))
+        throw UsageError(words[0] + " cannot be used here");
+    return words;
+}
+
+bool is_end(const Words &words)
+{
+    return !words.empty() && (words[0] == "quit" || words[0] == "exit");
+}
+
+struct Outcome {
+    int status = 0;
+    std::string trouble; // for stderr
+    bool lost = false;   // the daemon is not there
+};
+
+Outcome run_words(const Options &options, const Words &words)
+{
+    const int status = words.empty() ? 0 : run_command(options, words);
+    if (std::fflush(stdout) != 0)
+        throw std::system_error(errno, std::generic_category(), "cannot write the reply");
+    return {status, status != 0 ? words[0] + " failed" : std::string()};
+}
+
+// Nothing for the end.
+std::optional<Outcome> run_line(const Options &options, const std::string &line)
+{
+    try {
+        const Words words = words_of(line);
+        return is_end(words) ? std::nullopt : std::optional(run_words(options, words));
+    } catch (const UsageError &error) {
+        return Outcome{kExitUsage, error.what()};
+    } catch (const WireError &error) {
+        return Outcome{kExitNoDaemon, error.what(), true};
     }
+}
+
+int run_lines(const Options &options, LineSource &lines)
+{
+    int first_status = 0;
+    bool ends = false;
+    for (std::string line; !ends && lines.next(line);) {
+        const std::optional<Outcome> outcome = run_line(options, line);
+        if (!outcome)
+            break;
+        if (outcome->status == 0)
+            continue;
+        first_status = first_status == 0 ? outcome->status : first_status;
+        ends = !options.keep_going || outcome->lost;
+        std::fflush(stdout);
+        std::fprintf(stderr, "qvc: %s: %s%s\n", lines.place().c_str(), outcome->trouble.c_str(),
+                     ends ? "; what follows is not run" : "");
+    }
+    return first_status;
 }
 
 } // namespace
 
 int run_batch(const Options &options)
 {
-    Channel channel = connect_to(options.endpoint, options.limits("").connect);
-    CommandInput input(options);
-    std::string request = greeting(options.session);
-    ReplyParser parser(print_line);
-    std::optional<Deadline> deadline;
-    while (!parser.result()) {
-        if (input.at_end() && !deadline)
-            deadline = deadline_in(input.time_limit());
-        exchange(channel, input, request, parser, deadline);
-    }
-    return input.last_line_was_wrong() ? kExitUsage : exit_status(*parser.result());
+    LineSource lines(options.script.value_or("-"));
+    Options strict = options;
+    strict.strict = true;
+    return run_lines(strict, lines);
 }
 
 } // namespace qvcd::client

@@ -6,16 +6,17 @@
 
 #include "client/change_painter.h"
 #include "client/confirmation.h"
-#include "client/connect.h"
 #include "client/errors.h"
+#include "client/reply.h"
+#include "qvclient/connect.h"
 
 namespace qvcd::client {
 
 namespace {
 
-bool is_for_a_person(const Words &words)
+bool is_for_a_person(const Options &options, const Words &words)
 {
-    return isatty(STDOUT_FILENO) && (words.size() < 2 || words[1] != "-j");
+    return !options.strict && isatty(STDOUT_FILENO) && (words.size() < 2 || words[1] != "-j");
 }
 
 int run_painted(const Options &options, const Words &words)
@@ -51,7 +52,7 @@ int run_painted(const Options &options, const Words &words)
 
 int run_change(const Options &options, const Words &words)
 {
-    return is_for_a_person(words) ? run_painted(options, words) : run_on_daemon(options, words);
+    return is_for_a_person(options, words) ? run_painted(options, words) : run_on_daemon(options, words);
 }
 
 } // namespace qvcd::client

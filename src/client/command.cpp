@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "client/errors.h"
-#include "client/escape.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 

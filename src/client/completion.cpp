@@ -6,192 +6,190 @@
 #include <set>
 #include <sstream>
 
-#include "client/connect.h"
+#include "client/command_shapes.h"
+#include "client/completion_values.h"
 #include "client/errors.h"
+#include "client/known_commands.h"
+#include "client/level.h"
 #include "client/local_commands.h"
-#include "client/reply_cache.h"
+#include "client/reply.h"
+#include "client/shell_words.h"
+#include "client/short_question.h"
 
 namespace qvcd::client {
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{2}; // the user waits at the prompt
-constexpr TimeLimits kLimits{kPatience, kPatience};
+using Candidates = std::vector<std::string>;
 
-// Commands whose arguments are no setting names, and those that take NAME=VALUE. All others take names.
-enum class Takes { names, assignments, help_topics, nothing };
-struct ArgumentRow {
-    std::string_view command;
-    Takes takes;
-};
-constexpr ArgumentRow kArguments[] = {
-    {"set", Takes::assignments},    {"sets", Takes::assignments},      {"seta", Takes::assignments},
-    {"setn", Takes::assignments},   {"modify", Takes::assignments},    {"update", Takes::assignments},
-    {"add", Takes::assignments},    {"remove", Takes::assignments},    {"insert", Takes::assignments},
-    {"help", Takes::help_topics},   {"login", Takes::nothing},         {"logout", Takes::nothing},
-    {"sessions", Takes::nothing},   {"get_session", Takes::nothing},   {"user", Takes::nothing},
-    {"group", Takes::nothing},      {"menu", Takes::nothing},          {"preset", Takes::nothing},
-    {"profile", Takes::nothing},    {"factory_reset", Takes::nothing}, {"import", Takes::nothing},
-    {"watch", Takes::nothing},      {"completion", Takes::nothing},    {"plan", Takes::assignments},
-    {"commit", Takes::assignments}, {"confirm", Takes::nothing},       {"abort", Takes::nothing},
-    {"rollback", Takes::nothing},
-};
-
-// What else stands on the lines of some commands.
-struct OptionRow {
-    std::string_view command;
-    std::string_view options; // between blanks; those with an argument end in ":"
-    std::string_view words;   // in front of the names
-};
-constexpr OptionRow kOptions[] = {
-    {"plan", "-a -j", ""},
-    {"diff", "-j", "saved default running"},
-    {"commit", "-a -c: -j -m: -n -s", ""},
-    {"confirm", "-c: -j", ""},
-    {"abort", "-j", ""},
-    {"rollback", "-c: -j -m: -n", ""},
-    {"history", "-j -n:", ""},
-};
-
-Takes takes(std::string_view command)
-{
-    const auto *row =
-        std::ranges::find(kArguments, command.substr(0, command.find('.')), &ArgumentRow::command);
-    return row == std::end(kArguments) ? Takes::names : row->takes;
-}
-
-OptionRow options_of(std::string_view command)
-{
-    const auto *row = std::ranges::find(kOptions, command, &OptionRow::command);
-    return row == std::end(kOptions) ? OptionRow{} : *row;
-}
-
-std::vector<std::string> blank_separated(std::string_view text)
+Candidates blank_separated(std::string_view text)
 {
     std::istringstream stream{std::string(text)};
     return {std::istream_iterator<std::string>(stream), {}};
 }
 
-// One command's reply, from the cache or from the daemon; empty when there is none.
-std::string reply_text(const Options &options, const std::string &line)
-{
-    const std::string certificate = options.endpoint.tls ? " " + options.endpoint.tls->certificate : "";
-    const std::string key =
-        options.endpoint.text() + certificate + " " + std::to_string(options.session) + " " + line;
-    if (const auto kept = cached_text(key))
-        return *kept;
-    std::string text;
-    const auto keep = [&](std::string_view reply) {
-        text += reply;
-        text += '\n';
-    };
-    try {
-        if (ask(options.endpoint, options.session, {line}, kLimits, keep) != 0)
-            return {};
-    } catch (const WireError &) {
-        return {};
-    } catch (const UsageError &) { // a file for TLS
-        return {};
-    }
-    cache_text(key, text);
-    return text;
-}
-
-std::vector<std::string> lines_of(std::string_view text)
-{
-    std::vector<std::string> lines;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size());
-        lines.emplace_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return lines;
-}
-
-std::vector<std::string> starting_with(std::vector<std::string> names, const std::string &prefix)
+Candidates starting_with(Candidates names, const std::string &prefix)
 {
     std::erase_if(names, [&](const std::string &name) { return !name.starts_with(prefix); });
+    std::ranges::sort(names);
+    names.erase(std::ranges::unique(names).begin(), names.end());
     return names;
 }
 
-std::vector<std::string> commands(const Options &options, const std::string &word)
+// The daemon says nothing of its commands to sessions below administrator, and not all to those: what it does
+// not tell, the client knows.
+Candidates commands(const Options &options, const std::string &word)
 {
-    const std::size_t dot = word.find('.');
-    if (dot != std::string::npos)
-        return starting_with(parse_subcommands(reply_text(options, "help.cmd " + word.substr(0, dot))), word);
-    std::vector<std::string> names = parse_command_list(reply_text(options, "help.cmd"));
-    names.insert(names.end(), {"watch", "completion"});
-    return starting_with(names, word);
+    const std::string name = word.substr(0, word.find('.'));
+    const KnownCommand *known = find_command({word});
+    if (name.size() == word.size()) {
+        Candidates names = parse_command_list(kept_answer(options, "help.cmd"));
+        for (const KnownCommand &one : known_commands())
+            names.emplace_back(one.name);
+        std::erase(names, "undefined");
+        return names;
+    }
+    Candidates names = parse_subcommands(kept_answer(options, "help.cmd " + name));
+    for (const std::string &sub : blank_separated(known ? known->subcommands : ""))
+        names.push_back(name + "." + sub);
+    return names;
 }
 
-std::vector<std::string> setting_names(const Options &options, const std::string &word, std::string_view end)
+// Where a word stands: its candidates are written as it is, which may be short for a whole name.
+struct Place {
+    const Options &options;
+    const std::string &level;
+};
+
+Candidates setting_names(const Place &place, const std::string &word, std::string_view end)
 {
-    return next_name_parts(reply_text(options, "browse"), word, end);
+    const std::string typed_before = word.starts_with('.') ? "." : "";
+    const std::string above = typed_before.empty() && !place.level.empty() ? place.level + "." : "";
+    Candidates names =
+        next_name_parts(kept_answer(place.options, "browse"), above + word.substr(typed_before.size()), end);
+    for (std::string &name : names)
+        name = typed_before + name.substr(above.size());
+    return names;
 }
 
 // The word may be a list "A,B": its last name is completed.
-std::vector<std::string> listed_names(const Options &options, const std::string &word)
+Candidates listed_names(const Place &place, const std::string &word)
 {
-    const std::size_t comma = word.rfind(',');
-    const std::size_t start = comma == std::string::npos ? 0 : comma + 1;
-    std::vector<std::string> names = setting_names(options, word.substr(start), "");
+    const std::size_t start = word.rfind(',') + 1; // npos + 1 is 0
+    Candidates names = setting_names(place, word.substr(start), "");
     for (std::string &name : names)
         name.insert(0, word, 0, start);
     return names;
 }
 
-std::vector<std::string> help_topics(const Options &options, const std::string &word)
+Candidates assignments(const Place &place, const std::string &word)
 {
-    std::vector<std::string> topics = commands(options, word);
-    const std::vector<std::string> names = setting_names(options, word, "");
+    const std::size_t equals = word.find('=');
+    if (equals == std::string::npos)
+        return setting_names(place, word, "=");
+    return assignments_of(place.options, whole_name(place.level, word.substr(0, equals)),
+                          word.substr(0, equals + 1), word.substr(equals + 1));
+}
+
+Candidates help_topics(const Place &place, const std::string &word)
+{
+    Candidates topics = commands(place.options, word);
+    const Candidates names = setting_names(place, word, "");
     topics.insert(topics.end(), names.begin(), names.end());
     return topics;
 }
 
-std::vector<std::string> arguments(const Options &options, Takes takes, const std::string &word)
+Candidates arguments(const Place &place, Takes takes, const std::string &word)
 {
     switch (takes) {
     case Takes::names:
-        return listed_names(options, word);
+        return listed_names(place, word);
     case Takes::assignments:
-        return word.find('=') == std::string::npos ? setting_names(options, word, "=")
-                                                   : std::vector<std::string>{};
+        return assignments(place, word);
     case Takes::help_topics:
-        return help_topics(options, word);
-    case Takes::nothing:
-        break;
+        return help_topics(place, word);
+    default:
+        return named_things(place.options, takes);
     }
-    return {};
 }
 
-// `words`: the line behind "qvc" up to the cursor, the options included.
-int print_candidates(const Words &words)
+std::size_t arguments_in(const Words &before, const CommandShape &shape)
 {
-    Options options;
-    try {
-        options = parse_options({words.begin(), words.end() - 1});
-    } catch (const UsageError &) {
-        return 1; // the word is an option's argument, or follows a wrong one
+    std::size_t count = 0;
+    for (std::size_t i = 1; i < before.size(); ++i) {
+        if (!before[i].starts_with('-'))
+            ++count;
+        else if (shape.has_argument(before[i]))
+            ++i;
     }
-    for (const std::string &candidate : complete(options, options.words, words.back()))
-        print_line(candidate);
+    return count;
+}
+
+Candidates options_of(const CommandShape &shape)
+{
+    Candidates options = blank_separated(shape.options);
+    for (std::string &option : options)
+        option = option.substr(0, option.find(':'));
+    return options;
+}
+
+constexpr std::string_view kGlobalOptions = "-H -s -t --ca --cert --help --json --key --tls --version";
+
+bool takes_file(const std::string &option)
+{
+    return option == "--ca" || option == "--cert" || option == "--key";
+}
+
+// `words`: the line behind "qvc" up to the word at the cursor.
+Candidates complete_line(const Words &words, const std::string &word)
+{
+    try {
+        const Options options = parse_options(words);
+        if (options.words.empty() && word.starts_with('-'))
+            return starting_with(blank_separated(kGlobalOptions), word);
+        return complete(options, options.words, word);
+    } catch (const UsageError &) { // the word is an option's argument, or follows a wrong one
+        return !words.empty() && takes_file(words.back()) ? files_like(word) : Candidates{};
+    }
+}
+
+// Bash completes what follows the last of its word breaks, `part`, of the line up to the cursor; what it gets
+// takes the place of that.
+int print_candidates(const std::string &line, const std::string &part)
+{
+    const Tokens tokens = tokenize(line, Separators::blanks);
+    if (tokens.list.empty())
+        return 1;
+    Words words;
+    for (std::size_t i = 1; i < tokens.list.size(); ++i)
+        words.push_back(tokens.list[i].text);
+    std::string word;
+    if (tokens.in_word && !words.empty()) {
+        word = words.back();
+        words.pop_back();
+    }
+    const std::string typed = tokens.in_word ? line.substr(tokens.list.back().start) : "";
+    if (tokens.open || typed != typed_form(word) || part.size() > typed.size())
+        return 1; // with quotes it is not as typed_form() would have it
+    for (const std::string &candidate : complete_line(words, word))
+        print_line(typed_form(candidate).substr(typed.size() - part.size()));
     return 0;
 }
 
 } // namespace
 
-std::vector<std::string> parse_command_list(std::string_view text)
+Candidates parse_command_list(std::string_view text)
 {
-    std::vector<std::string> names;
+    Candidates names;
     for (const std::string &line : lines_of(text))
         if (const std::size_t colon = line.find(": "); colon != std::string::npos)
             names.push_back(line.substr(0, colon));
     return names;
 }
 
-std::vector<std::string> parse_subcommands(std::string_view page)
+Candidates parse_subcommands(std::string_view page)
 {
-    std::vector<std::string> names;
+    Candidates names;
     bool in_section = false;
     for (const std::string &line : lines_of(page)) {
         if (!line.starts_with('\t'))
@@ -202,7 +200,7 @@ std::vector<std::string> parse_subcommands(std::string_view page)
     return names;
 }
 
-std::vector<std::string> next_name_parts(std::string_view text, std::string_view prefix, std::string_view end)
+Candidates next_name_parts(std::string_view text, std::string_view prefix, std::string_view end)
 {
     std::set<std::string> parts;
     for (const std::string &line : lines_of(text)) {
@@ -215,24 +213,28 @@ std::vector<std::string> next_name_parts(std::string_view text, std::string_view
     return {parts.begin(), parts.end()};
 }
 
-std::vector<std::string> complete(const Options &options, const std::vector<std::string> &before,
-                                  const std::string &word)
+Candidates complete(const Options &options, const Words &before, const std::string &word,
+                    const std::string &level)
 {
     if (before.empty())
-        return commands(options, word);
-    const OptionRow row = options_of(before[0]);
-    std::vector<std::string> candidates = blank_separated(row.options);
-    if (before.size() > 1 && std::ranges::count(candidates, before.back() + ":") != 0)
+        return starting_with(commands(options, word), word);
+    const CommandShape shape = shape_of(before);
+    if (before.size() > 1 && shape.has_argument(before.back()))
         return {};
-    if (word.starts_with('-')) {
-        for (std::string &option : candidates)
-            option = option.substr(0, option.find(':'));
-    } else {
-        candidates = arguments(options, takes(before[0]), word);
-        const std::vector<std::string> words = blank_separated(row.words);
-        candidates.insert(candidates.begin(), words.begin(), words.end());
+    if (word.starts_with('-'))
+        return starting_with(options_of(shape), word);
+    const std::size_t argument = arguments_in(with_subcommand(before), shape);
+    Candidates candidates = arguments({options, level}, shape.takes(argument), word);
+    if (argument == 0) {
+        const Candidates words = blank_separated(shape.words);
+        candidates.insert(candidates.end(), words.begin(), words.end());
     }
     return starting_with(candidates, word);
+}
+
+bool goes_on(const std::string &candidate)
+{
+    return !candidate.empty() && std::string_view(".=/").find(candidate.back()) != std::string_view::npos;
 }
 
 int run_completion(const Options &, const Words &words)
@@ -241,8 +243,8 @@ int run_completion(const Options &, const Words &words)
         std::fputs(kBashCompletion, stdout);
         return 0;
     }
-    if (words.size() > 2 && words[1] == "words") // what the script asks
-        return print_candidates({words.begin() + 2, words.end()});
+    if (words.size() == 4 && words[1] == "line") // what the script asks
+        return print_candidates(words[2], words[3]);
     throw UsageError("completion takes the name of a shell: bash");
 }
 

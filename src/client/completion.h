@@ -11,11 +11,13 @@ namespace qvcd::client {
 /// The Bash script of `qvc completion bash`.
 extern const char kBashCompletion[];
 
-/// What can stand in place of `word` after the words `before`: commands, sub-commands, or setting names up to
-/// the next dot. Empty when the daemon does not answer within a short time. Candidates that end in "." or "="
-/// go on without a blank.
+/// What can stand in place of `word` after the words `before`, whose names count from the group `level`
+/// (client/level.h): commands, sub-commands, setting names up to the next dot, values, files. Empty when the
+/// daemon does not answer within a short time. After candidates that goes_on() no blank follows.
 std::vector<std::string> complete(const Options &options, const std::vector<std::string> &before,
-                                  const std::string &word);
+                                  const std::string &word, const std::string &level = "");
+
+bool goes_on(const std::string &candidate);
 
 // The parts of it that only read text.
 

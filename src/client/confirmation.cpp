@@ -9,10 +9,11 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "client/connect.h"
 #include "client/errors.h"
-#include "client/escape.h"
+#include "client/reply.h"
 #include "client/signal_input.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 

@@ -15,7 +15,8 @@ int run(const Options &options, char **)
 {
     if (!options.words.empty())
         return run_command(options, options.words);
-    return isatty(STDIN_FILENO) ? run_interactive(options) : run_batch(options);
+    const bool is_script = options.script || isatty(STDIN_FILENO) == 0;
+    return is_script ? run_batch(options) : run_interactive(options);
 }
 
 } // namespace

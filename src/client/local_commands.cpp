@@ -1,9 +1,12 @@
 #include "client/local_commands.h"
 
+#include <algorithm>
 #include <cstdio>
 
-#include "client/connect.h"
-#include "client/escape.h"
+#include "client/command_check.h"
+#include "client/reply.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 
@@ -13,21 +16,6 @@ namespace {
 bool is_help_subcommand(std::string_view word)
 {
     return word == "cmd" || word == "api" || word == "apihdf";
-}
-
-std::vector<std::string> help_lines(const Words &words)
-{
-    if (words.size() == 1)
-        return {"help.cmd"};
-    if (is_help_subcommand(words[1]))
-        return {wire_line(words)};
-    std::vector<std::string> lines;
-    for (std::size_t i = 1; i < words.size(); i++) {
-        lines.push_back(
-            wire_line({"help.cmd", words[i].substr(0, words[i].find('.'))})); // "user.add" as well
-        lines.push_back(wire_line({"help.api", words[i]}));
-    }
-    return lines;
 }
 
 int run_help(const Options &options, const Words &words)
@@ -46,9 +34,19 @@ int run_help(const Options &options, const Words &words)
 
 } // namespace
 
-std::vector<std::string> wire_lines(const Words &words)
+std::vector<std::string> help_lines(const Words &words)
 {
-    return words.at(0) == "help" ? help_lines(words) : std::vector<std::string>{wire_line(words)};
+    if (words.size() == 1)
+        return {"help.cmd"};
+    if (is_help_subcommand(words[1]))
+        return {wire_line(words)};
+    std::vector<std::string> lines;
+    for (std::size_t i = 1; i < words.size(); i++) {
+        lines.push_back(
+            wire_line({"help.cmd", words[i].substr(0, words[i].find('.'))})); // "user.add" as well
+        lines.push_back(wire_line({"help.api", words[i]}));
+    }
+    return lines;
 }
 
 bool is_client_only(const std::string &command)
@@ -59,6 +57,7 @@ bool is_client_only(const std::string &command)
 
 int run_command(const Options &options, const Words &typed)
 {
+    check_command(options, typed);
     const Words words = options.json ? in_json(typed) : typed;
     switch (local_command(words.at(0))) {
     case LocalCommand::help:
@@ -77,8 +76,16 @@ int run_command(const Options &options, const Words &typed)
 
 int run_on_daemon(const Options &options, const Words &words)
 {
-    return exit_status(
-        ask(options.endpoint, options.session, {command_line(words)}, options.limits(words[0]), print_line));
+    std::vector<std::string> lines; // whether they hold errors depends on the result
+    const int result = ask(options.endpoint, options.session, {command_line(words)}, options.limits(words[0]),
+                           [&](std::string_view line) {
+                               print_line(line);
+                               if (options.strict && parse_reply_line(line).error)
+                                   lines.emplace_back(line);
+                           });
+    const bool failed = std::ranges::any_of(
+        lines, [&](const std::string &line) { return says_error(words[0], result, line); });
+    return failed && result == 0 ? 1 : exit_status(result);
 }
 
 } // namespace qvcd::client

@@ -10,9 +10,9 @@ namespace qvcd::client {
 
 // Commands that the client knows by itself, and the way to all others.
 
-/// The lines that say `words` on the wire: one, but `help NAME` asks for a command and for a setting of that
-/// name. Throws UsageError for what the wire cannot say.
-std::vector<std::string> wire_lines(const Words &words);
+/// The lines of the wire that ask for `help ...`: about a command and about a setting of a name. Throws
+/// UsageError for what the wire cannot say.
+std::vector<std::string> help_lines(const Words &words);
 
 /// True for commands that work without the daemon's command connection (watch, completion).
 bool is_client_only(const std::string &command);

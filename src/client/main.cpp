@@ -10,8 +10,10 @@
 #include <unistd.h>
 
 #include "client/command.h"
+#include "client/known_commands.h"
 #include "client/program.h"
-#include "client/wire.h"
+#include "client/reply.h"
+#include "qvclient/wire.h"
 
 using namespace qvcd;
 using namespace qvcd::client;
@@ -35,7 +37,7 @@ bool is_done_here(const Options &options)
     if (!options.endpoint.local() || options.words.empty())
         return false;
     const std::string &command = options.words[0];
-    return local_command(command) == LocalCommand::none &&
+    return is_known_command(options.words) && local_command(command) == LocalCommand::none &&
            (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <getopt.h>
 
 #include "client/errors.h"
@@ -10,13 +11,16 @@
 namespace qvcd::client {
 
 const char kUsage[] = R"(Usage: qvc [-s SESSION] [-H HOST:PORT] [-t SECONDS] COMMAND [ARG ...]
-       qvc [-s SESSION] [-H HOST:PORT] [-t SECONDS]
+       qvc [-s SESSION] [-H HOST:PORT] [-t SECONDS] [-f FILE] [-k]
        qvc -H HOST:PORT --tls [--ca FILE] [--cert FILE --key FILE] ...
 
 Sends one command to the configuration daemon, prints its reply and exits with its result code.
-Without a command, reads commands: with line editing on a terminal, else line by line from standard input.
+Without a command, reads commands: with line editing on a terminal, else line by line from standard input,
+up to the first that fails.
 
-  -s SESSION     session number from "qvc login" (default 0, the local root session)
+  -s SESSION     session number from "qvc login" (default $QVC_SESSION, else 0, the local root session)
+  -f FILE        read commands from this file ("-": standard input)
+  -k             go on after a command that fails
   -H HOST:PORT   ask over TCP instead of the local socket; an IPv6 address as [ADDRESS]:PORT
   --tls          speak TLS with HOST, whose certificate must be for this name or address
   --ca FILE      trust the authorities in this file, not those of the system
@@ -33,7 +37,7 @@ Commands of the client's own, besides the daemon's:
   watch [--json]                        prints events as they come, until interrupted
   completion bash                       prints the completion script of Bash
 
-Exit code: the command's result; 2 for a wrong command line; 124 when the daemon cannot be reached, does not
+Exit code: the command's result, of several that of the first that failed; 2 for a wrong command line; 124 when the daemon cannot be reached, does not
 answer in time or breaks off.
 
 Examples:
@@ -130,6 +134,12 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
     case 'H':
         options.endpoint = tcp_endpoint(optarg);
         break;
+    case 'f':
+        options.script = file_name(optarg);
+        break;
+    case 'k':
+        options.keep_going = true;
+        break;
     case 't':
         options.timeout = time_limit(optarg);
         break;
@@ -198,12 +208,14 @@ Options parse_options(const std::vector<std::string> &arguments)
     argv[0] = name.data();
 
     Options options;
+    if (const char *session = std::getenv("QVC_SESSION"); session && *session != '\0')
+        options.session = session_number(session);
     TlsChoice tls;
     optind = 0; // getopt starts afresh
     const int argc = static_cast<int>(argv.size()) - 1;
     for (int option = 0; options.action == Options::Action::run;) {
         const int at = optind == 0 ? 1 : optind;
-        option = getopt_long(argc, argv.data(), "+:s:H:t:hV", kLongOptions, nullptr);
+        option = getopt_long(argc, argv.data(), "+:s:H:t:f:khV", kLongOptions, nullptr);
         if (option == -1)
             break;
         take_option(options, tls, option, argv[static_cast<std::size_t>(at)]);
@@ -211,6 +223,8 @@ Options parse_options(const std::vector<std::string> &arguments)
     if (options.action == Options::Action::run) {
         take_tls(options.endpoint, tls);
         options.words.assign(argv.begin() + optind, argv.end() - 1);
+        if (options.script && !options.words.empty())
+            throw UsageError("-f FILE and a command");
     }
     return options;
 }

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/wire.h"
+#include "qvclient/wire.h"
 
 namespace qvcd::client {
 
@@ -18,13 +18,17 @@ struct Options {
     int session = 0;
     std::optional<std::chrono::milliseconds> timeout; ///< what -t says
     bool json = false;
-    std::vector<std::string> words; ///< the command and its arguments; empty: read commands
+    bool strict = false;               ///< an error in a reply counts as a result that is not 0
+    std::optional<std::string> script; ///< the file to read commands from, "-": standard input
+    bool keep_going = false;           ///< after a command that failed
+    std::vector<std::string> words;    ///< the command and its arguments; empty: read commands
 
     /// What a request with this command may take: what -t says, else what suits the command.
     TimeLimits limits(std::string_view command) const;
 };
 
-/// Reads the arguments that follow the program's name. Options end at the command. Throws UsageError.
+/// Reads the arguments that follow the program's name, and the environment variable QVC_SESSION. Options end
+/// at the command. Throws UsageError.
 Options parse_options(const std::vector<std::string> &arguments);
 
 /// The text of --help.

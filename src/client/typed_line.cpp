@@ -1,22 +1,21 @@
 #include "client/typed_line.h"
 
-#include <histedit.h>
-#include <memory>
-
 #include "client/errors.h"
+#include "client/shell_words.h"
 
 namespace qvcd::client {
 
 std::vector<std::string> split_typed_line(const std::string &line)
 {
-    const std::unique_ptr<Tokenizer, decltype(&tok_end)> tokenizer(tok_init(nullptr), tok_end);
-    int count = 0;
-    const char **words = nullptr;
-    if (tok_str(tokenizer.get(), line.c_str(), &count, &words) != 0)
-        throw UsageError("a quote is left open");
-    if (count > 0 && words[0][0] == '#')
+    Tokens tokens = tokenize(line, Separators::blanks);
+    if (!tokens.list.empty() && line[tokens.list[0].start] == '#')
         return {};
-    return {words, words + count};
+    if (tokens.open)
+        throw UsageError("a quote or a backslash is left open");
+    std::vector<std::string> words;
+    for (Token &token : tokens.list)
+        words.push_back(std::move(token.text));
+    return words;
 }
 
 } // namespace qvcd::client

@@ -7,8 +7,9 @@
 #include <sys/socket.h>
 
 #include "client/errors.h"
-#include "client/escape.h"
+#include "client/reply.h"
 #include "client/signal_input.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 

@@ -125,6 +125,19 @@ std::optional<std::string> argument_or_current(const Args &argv, std::size_t i)
     return current == kDefaultProfile ? std::nullopt : std::optional(std::move(current));
 }
 
+// A profile that there is, by its name as it stands or, as a name with blanks arrives, escaped.
+std::string known_name(std::string word)
+{
+    const std::optional<std::string> decoded = url_unescape(word);
+    const bool is_escaped = decoded && profile_exists(word) == 1 && profile_exists(*decoded) == 0;
+    return is_escaped ? *decoded : std::move(word);
+}
+
+std::optional<std::string> known_or_current(const Args &argv)
+{
+    return argv.size() > 1 ? known_name(argv[1]) : argument_or_current(argv, 1);
+}
+
 // True for a group that has no room for another profile; `again` is the name of one that would only be
 // replaced. What looks like a group in a document need not be one of the settings.
 bool is_full(const std::string &group, const std::string &again)
@@ -176,7 +189,7 @@ bool is_shown(const Request &request, const std::string &api)
 
 int profile_read(Request &request, Args &argv, std::FILE *out)
 {
-    const std::optional<std::string> name = argument_or_current(argv, 1);
+    const std::optional<std::string> name = known_or_current(argv);
     if (!name || *name == kDefaultProfile) {
         Args everything;
         command_getd(request, everything, out);
@@ -200,7 +213,7 @@ int profile_read(Request &request, Args &argv, std::FILE *out)
 
 int profile_load(Request &request, Args &argv, std::FILE *out)
 {
-    const std::optional<std::string> name = argument_or_current(argv, 1);
+    const std::optional<std::string> name = known_or_current(argv);
     if (!name)
         return 1;
     if (!is_profile_name(*name))
@@ -234,9 +247,9 @@ int profile_save(Request &request, Args &argv, std::FILE *out)
 // The first one's file goes onto the second one's, whatever the synopsis calls them.
 int profile_copy(Request &, Args &argv, std::FILE *out)
 {
-    if (argv.size() < 2 || !is_profile_name(argv[1]))
+    const std::string source = argv.size() < 2 ? "" : known_name(argv[1]);
+    if (!is_profile_name(source))
         return refuse(out, error_invalid_arguments);
-    const std::string source = argv[1];
     const std::optional<std::string> target = argument_or_current(argv, 2);
     if (!target)
         return 1;
@@ -264,7 +277,7 @@ int select_default(Request &request, std::FILE *out)
 // The selection goes first: none shall be left that names no profile.
 int profile_remove(Request &request, Args &argv, std::FILE *out)
 {
-    const std::optional<std::string> name = argument_or_current(argv, 1);
+    const std::optional<std::string> name = known_or_current(argv);
     if (name == kDefaultProfile)
         return refuse(out, error_can_not_use_default);
     if (!name || !is_profile_name(*name))

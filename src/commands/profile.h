@@ -8,8 +8,8 @@ namespace qvcd {
 extern const CommandRecord profileRecord;
 
 /// Lists, reads, loads, saves, copies and removes profiles (store/profile_files.h); hands on the
-/// sub-command's result. Names are taken as they stand in the line, not decoded; one that no file can have is
-/// refused.
+/// sub-command's result. Names are taken as they stand in the line; where no profile has that one, those that
+/// it is decoded. One that no file can have is refused.
 int command_profile(Request &request, Args &argv, std::FILE *out);
 
 /// Writes a profile and enters it in the list. 1, after an error line, when there is nothing in it, its group

@@ -5,8 +5,6 @@
 #include "platform/log.h"
 #include "store/meta.h"
 
-#include <vector>
-
 namespace qvcd {
 
 namespace {
@@ -53,6 +51,16 @@ void log_call(const char *what, std::string_view api, std::string_view value)
 }
 
 } // namespace
+
+std::vector<std::string_view> add_functions()
+{
+    return row_names(addfuncCmdMap);
+}
+
+std::vector<std::string_view> remove_functions()
+{
+    return row_names(removefuncCmdMap);
+}
 
 int cmd_create_addfuncmap_hdf()
 {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
@@ -11,6 +12,9 @@ namespace qvcd {
 /// reply stream.
 using MemberFunction = int (*)(Request &request, std::string_view file, std::string_view api,
                                std::string_view value, std::FILE *out);
+
+std::vector<std::string_view> add_functions();    ///< the names of all
+std::vector<std::string_view> remove_functions(); ///< the same
 
 int cmd_create_addfuncmap_hdf();
 int cmd_create_removefuncmap_hdf();

@@ -38,25 +38,28 @@ int afunc_profile2(Request &request, const std::string &api, std::string_view ac
 
 constexpr std::string_view kDelayed = "syscall_delay";
 
+constexpr std::size_t kMaxCallArguments = 5;
+
 struct ApplyRow {
     std::string_view name;
     ApplyFunction function;
+    std::size_t least = 0; // arguments
+    std::size_t most = 0;
 };
 
 constexpr ApplyRow afuncCmdMap[] = {
     {"undefined", afunc_undefined},
     {"no_apply", afunc_no_apply},
-    {"syscall", afunc_syscall},
-    {kDelayed, afunc_syscall_delay},
-    {"initd_restart", afunc_initd_restart},
+    {"syscall", afunc_syscall, 1, kMaxCallArguments},
+    {kDelayed, afunc_syscall_delay, 2, kMaxCallArguments},
+    {"initd_restart", afunc_initd_restart, 1, kMaxCallArguments},
     {"settime_apply", afunc_settime},
-    {"profile_apply", afunc_profile},
+    {"profile_apply", afunc_profile, 1, 1},
     {"profile2_apply", afunc_profile2},
 };
 
 int (*profile_loader)(Request &, const std::string &) = nullptr; // filled by the profile commands
 
-constexpr std::size_t kMaxCallArguments = 5;
 constexpr std::size_t kMaxCommandBytes = 1023;
 constexpr std::size_t kMaxQuietCommandBytes = 512; // with the redirection
 constexpr std::string_view kQuiet = " >/dev/null 2>&1";
@@ -189,6 +192,14 @@ int run_call(Request &request, const char *label, std::string_view action, const
 }
 
 } // namespace
+
+std::vector<ApplySyntax> apply_syntax()
+{
+    std::vector<ApplySyntax> rows;
+    for (const ApplyRow &row : afuncCmdMap)
+        rows.push_back({row.name, row.least, row.most});
+    return rows;
+}
 
 int cmd_create_afuncmap_hdf()
 {

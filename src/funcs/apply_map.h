@@ -5,8 +5,17 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
+
+/// How a call is written: what is behind `most` arguments is not handed on.
+struct ApplySyntax {
+    std::string_view name;
+    std::size_t least; ///< arguments; with fewer it does nothing
+    std::size_t most;
+};
+std::vector<ApplySyntax> apply_syntax(); ///< of all apply functions
 
 int cmd_create_afuncmap_hdf(); ///< logs the map's size; 0
 

@@ -16,32 +16,27 @@ namespace qvcd {
 
 namespace {
 
-struct CheckRow {
-    std::string_view name;
-    CheckFunction *check;
-};
-
 constexpr CheckRow cfuncCmdMap[] = {
     {"undefined", check_undefined},
     {"blank", check_blank},
     {"boolean", check_boolean},
     {"string", check_string},
-    {"string_set", check_string_set},
+    {"string_set", check_string_set, TypeArguments::members},
     {"alpha_numeric", check_alpha_numeric},
     {"label", check_label},
-    {"string_length", check_string_length},
+    {"string_length", check_string_length, TypeArguments::lengths},
     {"filename", check_filename},
     {"base64", check_base64},
     {"string_ext", check_string_ext},
-    {"password", check_password},
+    {"password", check_password, TypeArguments::lengths},
     {"integer", check_integer},
-    {"integer_set", check_integer_set},
-    {"integer_range", check_integer_range},
+    {"integer_set", check_integer_set, TypeArguments::members},
+    {"integer_range", check_integer_range, TypeArguments::bounds},
     {"signed_integer", check_signed_integer},
-    {"signed_integer_set", check_signed_integer_set},
-    {"signed_integer_range", check_signed_integer_range},
+    {"signed_integer_set", check_signed_integer_set, TypeArguments::members},
+    {"signed_integer_range", check_signed_integer_range, TypeArguments::bounds},
     {"float", check_float},
-    {"float_range", check_float_range},
+    {"float_range", check_float_range, TypeArguments::reals},
     {"hexadecimal", check_hexadecimal},
     {"ipaddress", check_ipaddress},
     {"portnumber", check_portnumber},
@@ -57,16 +52,15 @@ constexpr CheckRow cfuncCmdMap[] = {
     {"serial_flags", check_serial_flags},
     {"profile2", check_profile2},
     {"ip6address", check_ip6address},
-    {"ip_prefix", check_ip_prefix},
-    {"address_list", check_address_list},
-    {"host_list", check_host_list},
-    {"url", check_url},
+    {"ip_prefix", check_ip_prefix, TypeArguments::family},
+    {"address_list", check_address_list, TypeArguments::limit},
+    {"host_list", check_host_list, TypeArguments::limit},
+    {"url", check_url, TypeArguments::words},
     {"timezone", check_timezone},
 };
 
 constexpr char kInvalidProfile[] = "##Invalid profile#";
 constexpr char kInvalidTimeZone[] = "##Invalid time zone#";
-constexpr std::size_t kMaxTypeArgs = 50;
 
 std::string error_line(std::string_view error, std::string_view value)
 {
@@ -107,6 +101,11 @@ const char *check_timezone(std::string_view, CheckArgs, std::string_view value)
         return kInvalidTimeZone;
     const auto zone = read_small_file("/usr/share/zoneinfo/" + std::string(value), kMagic.size());
     return error_unless(zone == kMagic, kInvalidTimeZone);
+}
+
+std::span<const CheckRow> type_rows()
+{
+    return cfuncCmdMap;
 }
 
 int cmd_create_cfuncmap_hdf()

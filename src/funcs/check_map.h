@@ -1,8 +1,10 @@
 #pragma once
 
+#include "funcs/check_functions.h"
 #include "store/api.h"
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +12,27 @@
 namespace qvcd {
 
 int cmd_create_cfuncmap_hdf(); ///< logs the map's size; 0
+
+/// What stands behind a type's name.
+enum class TypeArguments {
+    none,
+    members, ///< one at least
+    bounds,  ///< two whole numbers
+    lengths, ///< none, or two whole numbers
+    reals,   ///< two numbers
+    words,   ///< one at least, of any kind
+    limit,   ///< none, or a whole number above 0
+    family,  ///< none, or 4 or 6
+};
+
+struct CheckRow {
+    std::string_view name;
+    CheckFunction *check;
+    TypeArguments arguments = TypeArguments::none;
+};
+std::span<const CheckRow> type_rows(); ///< all types; the first one stands for those that are missing
+
+inline constexpr std::size_t kMaxTypeArgs = 50;
 
 /// One alternative of a type: its name (which may be empty), then at most 50 arguments; what follows is
 /// ignored.

@@ -86,6 +86,11 @@ void describe_alternatives(Description what, std::string_view spec)
 
 } // namespace
 
+std::vector<std::string_view> described_types()
+{
+    return row_names(ifuncCmdMap);
+}
+
 int cmd_create_ifuncmap_hdf()
 {
     return log_func_map("ifunc", ifuncCmdMap);

@@ -6,8 +6,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
+
+std::vector<std::string_view> described_types(); ///< the names that have a description of their own
 
 int cmd_create_ifuncmap_hdf(); ///< logs the map's size; 0
 

@@ -29,11 +29,6 @@ namespace qvcd {
 
 namespace {
 
-struct ReadRow {
-    std::string_view name;
-    ReadFunction function;
-};
-
 ReadFunction profile_reader = undefined_rfunc; // the profile commands put theirs here
 
 std::optional<std::string> profile_rfunc(Request &request, const char *file, const char *attr)
@@ -45,46 +40,51 @@ constexpr ReadRow rfuncCmdMap[] = {
     {"undefined", undefined_rfunc},
     {"na_rfunc", na_rfunc},
     {"hidden_rfunc", hidden_rfunc},
-    {"password_rfunc", password_rfunc},
+    {"password_rfunc", password_rfunc, ReadFile::path, ReadAttr::text},
     {"no_rfunc", no_rfunc},
     {"zero_rfunc", zero_rfunc},
-    {"model_rfunc", model_rfunc},
-    {"kv_rfunc", kv_rfunc},
-    {"quotedkv_rfunc", quoted_rfunc},
+    {"model_rfunc", model_rfunc, ReadFile::unused, ReadAttr::api},
+    {"kv_rfunc", kv_rfunc, ReadFile::path, ReadAttr::text},
+    {"quotedkv_rfunc", quoted_rfunc, ReadFile::path, ReadAttr::text},
     {"eeprom_rfunc", na_rfunc},
-    {"ipc_rfunc", ipc_rfunc},
-    {"ipc_attr_rfunc", ipc_attr_rfunc},
+    {"ipc_rfunc", ipc_rfunc, ReadFile::server, ReadAttr::text},
+    {"ipc_attr_rfunc", ipc_attr_rfunc, ReadFile::server, ReadAttr::text},
     {"power_source_rfunc", power_source_rfunc},
     {"battery_level_rfunc", battery_level_rfunc},
     {"hwver_rfunc", hw_version_rfunc},
-    {"codec_video_rfunc", codec_video_rfunc},
-    {"codec_audio_rfunc", codec_audio_rfunc},
-    {"codec_spotout_rfunc", codec_spotout_rfunc},
-    {"codec_actual_settings_rfunc", codec_actual_settings_rfunc},
-    {"syscall_rfunc", syscall_rfunc},
-    {"info_get_currenttime", info_get_currenttime},
-    {"info_get_sysinfo", info_get_sysinfo},
-    {"info_get_uptime", info_get_uptime},
+    {"codec_video_rfunc", codec_video_rfunc, ReadFile::unused, ReadAttr::text},
+    {"codec_audio_rfunc", codec_audio_rfunc, ReadFile::unused, ReadAttr::text},
+    {"codec_spotout_rfunc", codec_spotout_rfunc, ReadFile::unused, ReadAttr::text},
+    {"codec_actual_settings_rfunc", codec_actual_settings_rfunc, ReadFile::unused, ReadAttr::text},
+    {"syscall_rfunc", syscall_rfunc, ReadFile::unused, ReadAttr::text},
+    {"info_get_currenttime", info_get_currenttime, ReadFile::unused, ReadAttr::words, "string timecode"},
+    {"info_get_sysinfo", info_get_sysinfo, ReadFile::unused, ReadAttr::words,
+     "all avg1min avg5min avg15min totalram used freeram sharedram bufferram numberprocs"},
+    {"info_get_uptime", info_get_uptime, ReadFile::unused, ReadAttr::words, "all day hr min"},
     {"info_get_temperature", info_get_temperature},
     {"uplink_rfunc", uplink_rfunc},
-    {"network_rfunc", network_rfunc},
-    {"ntp_rfunc", ntp_rfunc},
+    {"network_rfunc", network_rfunc, ReadFile::unused, ReadAttr::words,
+     "hostname IFCONFIG_OPTS CONFIG_NETWORK_IPADDR_DYNAMIC ethaddr"},
+    {"ntp_rfunc", ntp_rfunc, ReadFile::path, ReadAttr::words, "server interval"},
     {"gateway_rfunc", gateway_rfunc},
-    {"resolv_rfunc", resolv_rfunc},
-    {"ifconfig_rfunc", ifconfig_rfunc},
-    {"linkstate_rfunc", linkstate_rfunc},
+    {"resolv_rfunc", resolv_rfunc, ReadFile::path, ReadAttr::words, "nameserver domain"},
+    {"ifconfig_rfunc", ifconfig_rfunc, ReadFile::unused, ReadAttr::device_words,
+     "ipaddress broadcast submask mtu macaddress gateway nameserver domain"},
+    {"linkstate_rfunc", linkstate_rfunc, ReadFile::unused, ReadAttr::text},
     {"discovery_id_rfunc", discovery_id_rfunc},
-    {"ifb_enc_info_rfunc", ifb_enc_info_rfunc},
-    {"ifb_dec_info_rfunc", ifb_dec_info_rfunc},
-    {"ifb_bond_info_rfunc", ifb_bond_info_rfunc},
-    {"bond_info_rfunc", bond_info_rfunc},
-    {"links_rfunc", links_rfunc},
-    {"iwconfig_rfunc", iwconfig_rfunc},
+    {"ifb_enc_info_rfunc", ifb_enc_info_rfunc, ReadFile::unused, ReadAttr::words, "host port"},
+    {"ifb_dec_info_rfunc", ifb_dec_info_rfunc, ReadFile::unused, ReadAttr::words, "host port"},
+    {"ifb_bond_info_rfunc", ifb_bond_info_rfunc, ReadFile::unused, ReadAttr::words, "host port"},
+    {"bond_info_rfunc", bond_info_rfunc, ReadFile::unused, ReadAttr::words, "mode state status version"},
+    {"links_rfunc", links_rfunc, ReadFile::group, ReadAttr::unused},
+    {"iwconfig_rfunc", iwconfig_rfunc, ReadFile::unused, ReadAttr::device_words,
+     "quality freq channel mode essid"},
     {"iwpassword_rfunc", iwpassword_rfunc},
-    {"linux_version_rfunc", linux_version_rfunc},
-    {"version_rfunc", version_rfunc},
-    {"qvi_rfunc", qvi_rfunc},
-    {"profile_rfunc", profile_rfunc},
+    {"linux_version_rfunc", linux_version_rfunc, ReadFile::path, ReadAttr::text},
+    {"version_rfunc", version_rfunc, ReadFile::path, ReadAttr::text},
+    {"qvi_rfunc", qvi_rfunc, ReadFile::unused, ReadAttr::words,
+     "brandname productname version buildinfo serialnumber vins vouts ains aouts country"},
+    {"profile_rfunc", profile_rfunc, ReadFile::path, ReadAttr::text},
     {"transmission_rate_rfunc", transmission_rate_rfunc},
 };
 
@@ -104,6 +104,11 @@ const char *for_log(const std::optional<std::string> &text)
 }
 
 } // namespace
+
+std::span<const ReadRow> read_rows()
+{
+    return rfuncCmdMap;
+}
 
 int cmd_create_rfuncmap_hdf()
 {

@@ -28,6 +28,11 @@ const WriteRow &write_row(std::string_view name)
     return row_or_first(wfuncCmdMap, name);
 }
 
+std::span<const WriteRow> write_rows()
+{
+    return wfuncCmdMap;
+}
+
 int cmd_create_wfuncmap_hdf()
 {
     return log_func_map("wfunc", wfuncCmdMap);

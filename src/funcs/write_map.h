@@ -2,6 +2,7 @@
 
 #include "funcs/write_functions.h"
 
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,8 @@ struct WriteRow {
 
 /// The row of that name; of a missing or unknown one the row "undefined".
 const WriteRow &write_row(std::string_view name);
+
+std::span<const WriteRow> write_rows(); ///< all of them
 
 int cmd_create_wfuncmap_hdf(); ///< logs the map's size; 0
 

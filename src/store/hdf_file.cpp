@@ -98,11 +98,11 @@ FileResult replace(const std::string &path, const std::string &text, FileKind ki
 
 } // namespace
 
-HdfRead hdf_read_own_file(const std::string &path, Tree &into)
+HdfRead hdf_read_own_file(const std::string &path, Tree &into, HdfListener *listener)
 {
     std::string text;
     const HdfRead read = load(path, kMaxOwnBytes, text);
-    return read.result == HdfResult::ok ? result_of(hdf_parse(text, into.root())) : read;
+    return read.result == HdfResult::ok ? result_of(hdf_parse(text, into.root(), listener)) : read;
 }
 
 HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into)

@@ -21,7 +21,7 @@ struct HdfRead {
 
 /// Reads a file of the appliance's own into `into`, merging with what is there. What stands before an error
 /// is kept. The file may have any size.
-HdfRead hdf_read_own_file(const std::string &path, Tree &into);
+HdfRead hdf_read_own_file(const std::string &path, Tree &into, HdfListener *listener = nullptr);
 
 /// The same, but all or nothing: after an error `into` is as it was.
 HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into);

@@ -3,6 +3,7 @@
 #include "base/text.h"
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 namespace qvcd {
@@ -36,23 +37,81 @@ int depth_of(std::string_view name)
     return 1 + static_cast<int>(std::count(name.begin(), name.end(), '.'));
 }
 
+// How far in a line begins; a tab goes on to the next multiple of 8.
+int indentation(std::string_view whole)
+{
+    int column = 0;
+    for (const char c : whole) {
+        if (c != ' ' && c != '\t')
+            break;
+        column = c == '\t' ? (column / 8 + 1) * 8 : column + 1;
+    }
+    return column;
+}
+
 class Parser {
   public:
-    Parser(std::string_view text, Node into) : text_(text), group_(into) {}
+    Parser(std::string_view text, Node into, HdfListener *listener)
+        : text_(text), group_(into), listener_(listener)
+    {
+    }
 
     std::string run()
     {
         while (at_ < text_.size()) {
-            if (const char *error = line(next_line()))
-                return "line " + std::to_string(line_number_) + ": " + error;
+            const char *error = line(next_line());
+            if (!error)
+                continue;
+            const HdfMistake mistake{line_number_, error, "", false};
+            if (!listener_ || !listener_->mistaken(mistake))
+                return text_of(mistake);
         }
-        if (!open_.empty())
-            return "line " + std::to_string(line_number_) + ": " + std::to_string(open_.size()) +
-                   " open brace(s) at the end";
-        return "";
+        if (open_.empty())
+            return "";
+        const HdfMistake mistake = missing_brace();
+        if (listener_)
+            listener_->mistaken(mistake);
+        return text_of(mistake);
     }
 
   private:
+    struct Outer {
+        Node group; // what is around the brace
+        int depth;
+        std::size_t line; // of the brace, its name and how far in it stands
+        std::string_view name;
+        int column;
+        int inside = -1; // how far in its first line stands
+    };
+
+    static std::string text_of(const HdfMistake &mistake)
+    {
+        return "line " + std::to_string(mistake.line) + ": " + mistake.what;
+    }
+
+    // Groups are found by how they are indented: what stands no farther in than the group's own line, as what
+    // stands in the group does, was not meant to be in it.
+    void look_for_missing_brace(bool closes)
+    {
+        Outer &group = open_.back();
+        if (group.inside < 0 && !closes)
+            group.inside = column_;
+        const bool outside = closes ? column_ < group.column : column_ <= group.column;
+        if (outside && group.inside > group.column) {
+            unclosed_ = group;
+            outside_line_ = line_number_;
+        }
+    }
+
+    HdfMistake missing_brace() const
+    {
+        const Outer &group = unclosed_ ? *unclosed_ : open_.back();
+        std::string what = "the group \"" + std::string(group.name) + "\" has no closing brace";
+        if (unclosed_)
+            what += "; line " + std::to_string(outside_line_) + " does not look like a part of it";
+        return {group.line, what, std::string(group.name), true};
+    }
+
     std::string_view next_line()
     {
         const std::size_t end = std::min(text_.find('\n', at_), text_.size());
@@ -72,6 +131,9 @@ class Parser {
             return nullptr;
         if (text.front() == '#')
             return text.starts_with("#include ") ? "files cannot include others" : nullptr;
+        column_ = indentation(whole);
+        if (!open_.empty() && !unclosed_)
+            look_for_missing_brace(text == "}");
         if (text == "}")
             return close();
         const std::string_view name = name_at(text);
@@ -89,16 +151,16 @@ class Parser {
             return nullptr;
         }
         if (rest == "{") {
-            open_.push_back({group_, depth_});
-            depth_ += depth_of(name);
-            if (group_)
-                group_ = group_.make(name);
+            open(name);
             return nullptr;
         }
         if (rest.starts_with("<<"))
             return block(name, trim(rest.substr(2)));
-        if (rest.starts_with("{"))
+        if (rest.starts_with("{")) {
+            if (listener_) // it may want to go on
+                open(name);
             return "text behind a brace";
+        }
         if (rest.starts_with(":") || rest.starts_with("["))
             return "links and attributes are not supported";
         return "neither a value nor a group";
@@ -114,10 +176,25 @@ class Parser {
         return nullptr;
     }
 
+    void open(std::string_view name)
+    {
+        open_.push_back({group_, depth_, line_number_, name, column_});
+        depth_ += depth_of(name);
+        if (!group_)
+            return;
+        group_ = group_.make(name);
+        if (listener_)
+            listener_->opened(group_, line_number_);
+    }
+
     void give(std::string_view name, std::string_view value)
     {
-        if (group_)
-            group_.set(name, value);
+        if (!group_)
+            return;
+        const std::size_t line = line_number_;
+        group_.set(name, value);
+        if (listener_)
+            listener_->given(group_.find(name), line);
     }
 
     // Other readers of the format may see the mark in the middle of a line: it must stand nowhere else.
@@ -144,13 +221,13 @@ class Parser {
     std::string_view text_;
     std::size_t at_ = 0;
     std::size_t line_number_ = 0;
-    struct Outer {
-        Node group;
-        int depth;
-    };
-    std::vector<Outer> open_; // what is around each open brace
-    Node group_;              // what names are relative to
+    int column_ = 0; // of the line
+    std::vector<Outer> open_;
+    std::optional<Outer> unclosed_; // the first group that seems to have no closing brace
+    std::size_t outside_line_ = 0;  // what tells
+    Node group_;                    // what names are relative to
     int depth_ = 0;
+    HdfListener *listener_;
 };
 
 void write_value(std::string_view value, std::string &text)
@@ -184,9 +261,9 @@ void write_below(Node node, std::size_t level, std::string &text)
 
 } // namespace
 
-std::string hdf_parse(std::string_view text, Node into)
+std::string hdf_parse(std::string_view text, Node into, HdfListener *listener)
 {
-    return Parser(text, into).run();
+    return Parser(text, into, listener).run();
 }
 
 std::string hdf_block_mark(std::string_view value)

@@ -23,11 +23,13 @@ bool is_or_leads_to_password(const MetaApi &api, int links)
 
 } // namespace
 
-MetaApi::MetaApi(std::string_view api)
+MetaApi::MetaApi(std::string_view api) : MetaApi(metaDB.root(), api) {}
+
+MetaApi::MetaApi(Node metadata, std::string_view api)
 {
     if (api.size() > kMaxNameBytes)
         return;
-    Node node = metaDB.root();
+    Node node = metadata;
     for (bool last = api.empty(); node && !last && depth_ < chain_.size();) {
         const std::size_t dot = api.find('.');
         last = dot == std::string_view::npos;
@@ -49,6 +51,19 @@ std::optional<std::string_view> MetaApi::find(std::string_view attribute, std::s
             return found.text().empty() ? std::nullopt : std::optional(found.text());
     }
     return std::nullopt;
+}
+
+std::size_t MetaApi::level_of(std::string_view attribute) const
+{
+    std::size_t levels = 0;
+    find(attribute, levels);
+    return levels;
+}
+
+Node MetaApi::source(std::string_view attribute) const
+{
+    const std::size_t levels = level_of(attribute);
+    return levels < depth_ ? chain_[depth_ - 1 - levels].child(attribute) : Node();
 }
 
 std::optional<std::string_view> MetaApi::get(std::string_view attribute) const

@@ -26,11 +26,18 @@ inline constexpr unsigned kLevel1Bits = 0x0f00; // administration
 class MetaApi {
   public:
     explicit MetaApi(std::string_view api);
+    MetaApi(Node metadata, std::string_view api); ///< of other metadata than the daemon's
     explicit operator bool() const { return depth_ != 0; }
     Node node() const { return depth_ != 0 ? chain_[depth_ - 1] : Node(); } ///< the API's own
 
     /// Inherited; an empty value gives none.
     std::optional<std::string_view> get(std::string_view attribute) const;
+
+    /// The node that get() takes the value from, which may be empty; none where there is no such attribute.
+    Node source(std::string_view attribute) const;
+
+    /// How many levels above the own node that is.
+    std::size_t level_of(std::string_view attribute) const;
 
     /// Own node only; an empty value is returned as such.
     std::optional<std::string_view> own(std::string_view attribute) const;

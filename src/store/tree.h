@@ -91,6 +91,9 @@ class Node {
         return n_ ? std::string_view(n_->value) : std::string_view("");
     }
 
+    /// The same for all handles of one node, as long as it is not removed.
+    const void *id() const noexcept { return n_; }
+
     /// It has a value and nothing below it, as settings and attributes have.
     bool is_leaf() const noexcept { return n_ && n_->has_value && !first_child(); }
 

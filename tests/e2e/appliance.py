@@ -331,7 +331,7 @@ class Appliance(Talker):
     # ---- The process ----
 
     def environment(self, **extra):
-        kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_"))}
+        kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_", "QVC_"))}
         return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
 
     def start(self, *options, level=4, tcp=False, env=None, program=QVCD, wrapper=(), in_child=lambda: None):

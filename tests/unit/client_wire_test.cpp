@@ -1,12 +1,12 @@
 #include "client/command.h"
 #include "client/completion.h"
 #include "client/errors.h"
-#include "client/escape.h"
 #include "client/local_commands.h"
 #include "client/options.h"
 #include "client/reply.h"
 #include "client/typed_line.h"
 #include "platform/socket.h"
+#include "qvclient/escape.h"
 
 #include <gtest/gtest.h>
 
@@ -32,6 +32,9 @@ TEST(ClientEscape, EachWordIsOneWordOnTheWire)
         {{"commit", "-m", "a=b, \"c\"", "A=x y"}, "commit -m a%3Db%2C%20%22c%22 A=x%20y"},
         {{"rollback", "-1", "-m", "-m", "-c", "9"}, "rollback -1 -m -m -c 9"},
         {{"user", "passwd", "ann", "a b"}, "user passwd ann a%20b"},
+        {{"preset.load_name", "Evening show, 5%"}, "preset.load_name Evening%20show%2C%205%25"},
+        {{"profile", "copy", "a b", "c%"}, "profile copy a%20b c%"},
+        {{"commit", "-m", "", "A=1", "-m"}, "commit A=1 -m"},
     };
     for (const auto &c : cases)
         EXPECT_EQ(wire_line(c.words), c.line);
@@ -48,7 +51,7 @@ TEST(ClientEscape, WhatTheWireCannotSayIsRefused)
         {"set", "=1"},
         {"set", "A,B=1"},
         {"login", "ann", ""},
-        {"commit", "-m", ""},
+        {"profile.copy", "a", "b c"},
         {"commit", "-n", "a b"},
         {"set", "A=" + std::string(kMaxLineBytes, 'x')},
     };
@@ -75,9 +78,9 @@ TEST(ClientEscape, TypedLinesSplitAsInAShell)
 
 TEST(ClientEscape, HelpAsksForCommandsAndSettings)
 {
-    EXPECT_EQ(wire_lines({"help"}), Lines({"help.cmd"}));
-    EXPECT_EQ(wire_lines({"help", "user.add"}), Lines({"help.cmd user", "help.api user.add"}));
-    EXPECT_EQ(wire_lines({"help", "apihdf", "A"}), Lines({"help apihdf A"}));
+    EXPECT_EQ(help_lines({"help"}), Lines({"help.cmd"}));
+    EXPECT_EQ(help_lines({"help", "user.add"}), Lines({"help.cmd user", "help.api user.add"}));
+    EXPECT_EQ(help_lines({"help", "apihdf", "A"}), Lines({"help apihdf A"}));
 }
 
 TEST(ClientOptions, EndAtTheCommand)
@@ -164,21 +167,58 @@ Parsed parse(const std::string &text, std::size_t piece)
 
 } // namespace
 
-TEST(ClientReply, IsTheSameWhateverThePieces)
+TEST(ClientReply, EndsAtTheLastMarkWhateverThePieces)
 {
-    const std::string text = "A=1\n\n@x\nB=##Parameter not found#\n@\n-3\nrest";
-    for (std::size_t piece = 1; piece <= text.size(); piece++) {
-        const Parsed parsed = parse(text, piece);
-        EXPECT_EQ(parsed.lines, Lines({"A=1", "", "@x", "B=##Parameter not found#"})) << piece;
-        EXPECT_EQ(parsed.result, -3) << piece;
+    const std::string error = "B=##Parameter not found#";
+    const struct {
+        std::string text;
+        Lines lines;
+        std::optional<int> result;
+    } cases[] = {
+        {"A=1\n\n@x\n" + error + "\n@\n-3\n", {"A=1", "", "@x", error}, -3},
+        {"@\n0\n", {}, 0},
+        {"@\n@\n@\n1\n", {"@", "@"}, 1},
+        {"@\n0\n@\n7\n", {"@", "0"}, 7},
+        {"@\n0\n5\n@\n@\nx\n@\n2\n", {"@", "0", "5", "@", "@", "x"}, 2},
+        {"A=1\n@\n1", {"A=1"}, std::nullopt},
+        {"@\n1\nrest", {}, std::nullopt},
+        {"@\n1x\n", {"@", "1x"}, std::nullopt},
+        {"@\n99999999999\n", {"@", "99999999999"}, std::nullopt},
+    };
+    for (const auto &c : cases) {
+        for (std::size_t piece = 1; piece <= c.text.size(); piece++) {
+            const Parsed parsed = parse(c.text, piece);
+            EXPECT_EQ(parsed.lines, c.lines) << c.text << piece;
+            EXPECT_EQ(parsed.result, c.result) << c.text << piece;
+        }
     }
-    EXPECT_EQ(parse("A=1\n@\n1", 4).result, std::nullopt) << "its line has not ended";
 }
 
-TEST(ClientReply, WithoutACodeIsAnError)
+TEST(ClientReply, ErrorsStandInPlaceOfValues)
 {
-    for (const char *text : {"@\n\n", "@\nok\n", "@\n1x\n", "@\n99999999999\n"})
-        EXPECT_THROW(parse(text, 1), WireError) << text;
+    const struct {
+        std::string line, name, value;
+        std::optional<std::string> error;
+    } cases[] = {
+        {"A=1=2", "A", "1=2", {}},
+        {"A=##Invalid port number format#: a#b", "A", "##Invalid port number format#: a#b",
+         "Invalid port number format"},
+        {"##can not write /tmp/a=b#c#", "", "##can not write /tmp/a=b#c#", "can not write /tmp/a=b#c"},
+        {"A=9=##Parameter not found#", "A", "9=##Parameter not found#", "Parameter not found"},
+        {"A=##", "A", "##", {}},
+        {"A=###", "A", "###", {}},
+        {"A=## note", "A", "## note", {}},
+        {"a text", "", "a text", {}},
+    };
+    for (const auto &c : cases) {
+        const ReplyLine line = parse_reply_line(c.line);
+        EXPECT_EQ(line.name, c.name) << c.line;
+        EXPECT_EQ(line.value, c.value) << c.line;
+        EXPECT_EQ(line.error, c.error) << c.line;
+    }
+    EXPECT_TRUE(says_error("user.passwd", 0, "User.bob.passwd=##Invalid permission#"));
+    EXPECT_TRUE(says_error("get", 1, "A=##Parameter not found#"));
+    EXPECT_FALSE(says_error("get", 0, "A=##a value#")) << "the result says that nothing failed";
 }
 
 TEST(ClientReply, ResultsAreExitStatuses)

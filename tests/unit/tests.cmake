@@ -9,6 +9,7 @@ qvcd_unit_test(NAME commands_auth SOURCES auth_commands_test.cpp LIBRARIES qvcd_
 qvcd_unit_test(NAME client
   SOURCES client_change_test.cpp client_wire_test.cpp
   LIBRARIES qvcd_client_full)
+qvcd_unit_test(NAME client_commands SOURCES client_commands_test.cpp LIBRARIES qvcd_client_full qvcd_commands)
 qvcd_unit_test(NAME platform_device SOURCES platform_device_test.cpp LIBRARIES qvcd_platform)
 qvcd_unit_test(NAME status
   SOURCES status_bonding_test.cpp status_codec_test.cpp status_links_test.cpp status_network_test.cpp
@@ -35,3 +36,4 @@ qvcd_unit_test(NAME commands_snapshots
   SOURCES commands_preset_test.cpp commands_profile_test.cpp
   LIBRARIES qvcd_commands)
 qvcd_unit_test(NAME change SOURCES change_history_test.cpp LIBRARIES qvcd_change PkgConfig::SQLITE LABELS concurrent)
+qvcd_unit_test(NAME check SOURCES check_findings_test.cpp LIBRARIES qvcd_check)

@@ -1,4 +1,4 @@
-#include "client/wire.h"
+#include "qvclient/wire.h"
 
 #include <algorithm>
 #include <array>
@@ -9,8 +9,8 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "client/errors.h"
 #include "platform/socket.h"
+#include "qvclient/errors.h"
 
 namespace qvcd::client {
 
@@ -35,21 +35,25 @@ void throw_unreachable(const std::string &where, int error)
     throw WireError("cannot reach the daemon at " + where + ": " + reason);
 }
 
-void wait_for(const Channel &channel, short events, Deadline deadline)
+bool has_come(const Channel &channel, short events, Deadline deadline)
 {
     pollfd wanted{channel.fd(), events, 0};
     for (;;) {
         const int left = milliseconds_left(deadline);
         const int ready = left > 0 ? poll(&wanted, 1, left) : 0;
-        if (ready > 0)
-            return;
-        if (ready == 0)
-            throw WireError(kTimeUp);
+        if (ready >= 0)
+            return ready > 0;
         if (errno != EINTR)
             throw WireError("poll: " + why(errno));
         if (interrupted != 0)
             throw Interrupted("interrupted");
     }
+}
+
+void wait_for(const Channel &channel, short events, Deadline deadline)
+{
+    if (!has_come(channel, events, deadline))
+        throw WireError(kTimeUp);
 }
 
 std::string Endpoint::text() const
@@ -96,16 +100,20 @@ void send_some(Channel &channel, std::string &text)
         throw WireError("cannot send: " + channel.problem());
 }
 
-void receive_some(Channel &channel, ReplyParser &parser)
+Came receive_some(Channel &channel, ReplyParser &parser)
 {
     std::array<char, 65536> buffer;
     const ssize_t got = channel.read(buffer.data(), buffer.size());
-    if (got > 0)
+    if (got > 0) {
         parser.feed({buffer.data(), static_cast<std::size_t>(got)});
-    else if (got == 0)
-        throw WireError("the daemon closed the connection before the end of its reply");
-    else if (errno != EAGAIN && errno != EINTR)
-        throw WireError("the connection broke before the end of the reply: " + channel.problem());
+        return Came::something;
+    }
+    if (got < 0 && (errno == EAGAIN || errno == EINTR))
+        return Came::nothing;
+    if (parser.result())
+        return Came::end;
+    throw WireError(got == 0 ? "the daemon closed the connection before the end of its reply"
+                             : "the connection broke before the end of the reply: " + channel.problem());
 }
 
 std::string greeting(int session)
@@ -121,14 +129,16 @@ int ask(Channel channel, int session, const std::vector<std::string> &lines, Dea
         request += line + "\n";
     request += "\n";
 
-    while (!request.empty()) {
+    for (send_some(channel, request); !request.empty(); send_some(channel, request))
         wait_for(channel, channel.write_events(), deadline);
-        send_some(channel, request);
-    }
     ReplyParser parser(sink);
-    while (!parser.result()) {
-        wait_for(channel, channel.read_events(), deadline);
-        receive_some(channel, parser);
+    for (Came came = Came::nothing; came != Came::end; came = receive_some(channel, parser)) {
+        const bool may_be_more = came == Came::something && milliseconds_left(deadline) > 0;
+        if (may_be_more || has_come(channel, channel.read_events(), deadline))
+            continue;
+        if (!parser.result())
+            throw WireError(kTimeUp);
+        break;
     }
     return *parser.result();
 }

@@ -1,24 +1,51 @@
-#include "client/escape.h"
+#include "qvclient/escape.h"
 
 #include <algorithm>
-#include <array>
 
-#include "client/errors.h"
 #include "platform/socket.h"
+#include "qvclient/errors.h"
 
 namespace qvcd::client {
 
 namespace {
 
-// Commands that take names and passwords of people: they decode their arguments.
-constexpr std::array<std::string_view, 6> kFreeTextCommands{"login",       "user.add", "user.mod",
-                                                            "user.passwd", "user.rem", "user.default"};
+// Commands that decode arguments, and how many of them. A name that is yet to be goes as it stands.
+struct FreeTextRow {
+    std::string_view command;
+    std::size_t arguments = 99;
+};
+constexpr FreeTextRow kFreeText[] = {
+    {"login"},
+    {"user.add"},
+    {"user.mod"},
+    {"user.passwd"},
+    {"user.rem"},
+    {"user.default"},
+    {"preset.load_name", 1},
+    {"preset.load_apply_name", 1},
+    {"profile.read", 1},
+    {"profile.load", 1},
+    {"profile.remove", 1},
+    {"profile.copy", 1},
+};
 
-bool takes_free_text(const std::vector<std::string> &words)
+// The words in front of the first and behind the last argument that is escaped.
+struct FreeText {
+    std::size_t first = 0;
+    std::size_t end = 0;
+};
+
+FreeText free_text_of(const std::vector<std::string> &words)
 {
     // "user passwd" is the same as "user.passwd".
-    const bool apart = words[0] == "user" && words.size() > 1;
-    return std::ranges::count(kFreeTextCommands, apart ? "user." + words[1] : words[0]) != 0;
+    const std::string apart = words.size() > 1 ? words[0] + "." + words[1] : words[0];
+    for (const FreeTextRow &row : kFreeText) {
+        if (row.command == words[0])
+            return {1, 1 + row.arguments};
+        if (row.command == apart)
+            return {2, 2 + row.arguments};
+    }
+    return {};
 }
 
 bool is_safe(char c)
@@ -86,9 +113,14 @@ std::string url_escape(std::string_view text)
 std::string wire_line(const std::vector<std::string> &words)
 {
     std::string line = name_part(words.at(0));
-    const bool free_text = takes_free_text(words);
-    for (std::size_t i = 1; i < words.size(); i++)
-        line += " " + wire_argument(words[i], free_text || is_text(words, i));
+    const FreeText free_text = free_text_of(words);
+    for (std::size_t i = 1; i < words.size(); i++) {
+        if (words[i] == "-m" && i + 1 < words.size() && words[i + 1].empty() && is_text(words, i + 1))
+            ++i;
+        else
+            line += " " +
+                    wire_argument(words[i], (i >= free_text.first && i < free_text.end) || is_text(words, i));
+    }
     if (line.size() >= kMaxLineBytes)
         throw UsageError("the command is longer than 1 MiB");
     return line;

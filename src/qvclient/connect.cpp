@@ -1,11 +1,11 @@
-#include "client/connect.h"
+#include "qvclient/connect.h"
 
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "client/errors.h"
+#include "qvclient/errors.h"
 
 namespace qvcd::client {
 

@@ -1,0 +1,47 @@
+#include "client/password_type.h"
+
+#include <algorithm>
+
+#include "client/short_question.h"
+#include "qvclient/errors.h"
+#include "qvclient/escape.h"
+
+namespace qvcd::client {
+
+bool is_password_type(std::string_view type)
+{
+    constexpr std::string_view kWord = "password";
+    for (std::size_t at = 0; at < type.size();) {
+        const std::size_t end = std::min(type.find_first_of(" ,", at), type.size());
+        if (type.substr(at, end - at) == kWord)
+            return true;
+        at = end + 1;
+    }
+    return false;
+}
+
+Kind kind_of(const Options &options, const std::vector<std::string> &names)
+{
+    if (names.empty())
+        return Kind::open;
+    std::vector<std::string> words{"introspect"};
+    words.insert(words.end(), names.begin(), names.end());
+    std::vector<std::string> lines;
+    try {
+        if (const auto answer = ask_shortly(options, {wire_line(words)}))
+            lines = answer->lines();
+    } catch (const UsageError &) { // no name
+        return Kind::unknown;
+    }
+    Kind kind = Kind::open;
+    for (const std::string &name : names) {
+        const std::optional<std::string> type = value_in(lines, name + ".type");
+        if (type && is_password_type(*type))
+            return Kind::password;
+        if (!type)
+            kind = Kind::unknown;
+    }
+    return kind;
+}
+
+} // namespace qvcd::client

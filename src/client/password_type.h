@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/options.h"
+
+namespace qvcd::client {
+
+/// True for the type of a password: the "password 1 32" of "NAME.type=blank,password 1 32".
+bool is_password_type(std::string_view type);
+
+enum class Kind { unknown, open, password };
+
+/// What the settings of these whole names hold, asked of the daemon; the one that needs most care: a
+/// password, else one that is unknown (or the daemon does not say, or not in time).
+Kind kind_of(const Options &options, const std::vector<std::string> &names);
+
+} // namespace qvcd::client
