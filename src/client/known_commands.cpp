@@ -26,7 +26,7 @@ constexpr KnownCommand kCommands[] = {
     {"browse"},
     {"preset", "current check load load_name load_apply load_apply_name store info get set save read import "
                "export"},
-    {"profile", "list read load save copy remove reset"},
+    {"profile", "list read load save copy remove reset export import"},
     {"add"},
     {"remove"},
     {"revert"},

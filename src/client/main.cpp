@@ -38,6 +38,7 @@ bool is_done_here(const Options &options)
         return false;
     const std::string &command = options.words[0];
     return is_known_command(options.words) && local_command(command) == LocalCommand::none &&
+           !is_transfer_command(options.words) &&
            (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
 }
 

@@ -8,6 +8,7 @@
 #include "commands/change.h"
 #include "commands/commit.h"
 #include "commands/defaults.h"
+#include "commands/document.h"
 #include "commands/export.h"
 #include "commands/get.h"
 #include "commands/group.h"
@@ -46,6 +47,7 @@ constexpr CommandRow cmdMap[] = {
     {0, &getSessionRecord}, {1, &defaultRecord},  {1, &factoryResetRecord}, {0, &insertRecord},
     {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},         {1, &commitRecord},
     {1, &confirmRecord},    {1, &abortRecord},    {1, &historyRecord},      {1, &rollbackRecord},
+    {0, &documentRecord},
 };
 
 } // namespace
