@@ -33,6 +33,7 @@ constexpr KnownCommand kCommands[] = {
     {"reload"},
     {"export"},
     {"import"},
+    {"document"},
     {"checkmod"},
     {"checkapp"},
     {"checkdef"},
@@ -56,6 +57,8 @@ constexpr KnownCommand kCommands[] = {
     {"abort"},
     {"history"},
     {"rollback"},
+    {"failures"},
+    {"version"},
     {"watch"},
     {"completion"},
 };

@@ -24,6 +24,8 @@ namespace qvcd {
 
 namespace {
 
+std::vector<std::string> loaded_files;
+
 // What population takes: the parents of nodes named "attr", outside templates.
 Walk what_node(Node node)
 {
@@ -158,12 +160,18 @@ void Population::write_defaults()
 int hdfdb_load_meta_file(Request &request, const FileName &file)
 {
     const HdfRead read = hdf_read_own_file(file.path, metaDB);
+    loaded_files.push_back(file.text);
     flags_forget();
     if (read.result != HdfResult::ok) {
         qv_log_print(kLogError, "Can not load metadata %s: %s\n", file.text.c_str(), read.detail.c_str());
         return 1;
     }
     return dyngroup_expand_meta(request);
+}
+
+const std::vector<std::string> &model_files()
+{
+    return loaded_files;
 }
 
 void model_remove_left_overs()

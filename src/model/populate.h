@@ -6,12 +6,16 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
 /// Reads a metadata file into metaDB, merging, and expands all templates. 1 after logging what is wrong;
 /// metaDB then keeps what stood before the error, unexpanded.
 int hdfdb_load_meta_file(Request &request, const FileName &file);
+
+/// The files that it was given, as they were named.
+const std::vector<std::string> &model_files();
 
 /// Removes the new texts that a crash left beside the files of APIs (base/replace_files.h).
 void model_remove_left_overs();
