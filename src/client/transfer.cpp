@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "client/answer.h"
 #include "client/command_shapes.h"
 #include "client/errors.h"
 #include "client/local_file.h"
@@ -265,8 +266,9 @@ int run_transfer(const Options &options, const Words &words)
     case Transfer::Way::none:
         break;
     }
-    return exit_status(ask(options.endpoint, options.session, {command_line(transfer.words)},
-                           options.limits("apply"), print_line));
+    Answer answer(options, transfer.words);
+    return answer.end(ask(options.endpoint, options.session, {command_line(transfer.words)},
+                          options.limits("apply"), [&](std::string_view line) { answer.take(line); }));
 }
 
 } // namespace qvcd::client
