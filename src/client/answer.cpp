@@ -81,7 +81,7 @@ std::vector<std::string> Answer::for_screen() const
         return !name.empty() && name.find_first_of(" \t") == std::string_view::npos;
     };
     const bool is_table = kept_.size() > 1 && std::ranges::all_of(kept_, is_setting);
-    std::vector<Row> rows;
+    std::vector<TableRow> rows;
     for (const std::string &line : kept_) {
         const ReplyLine parts = parse_reply_line(line);
         const std::string value = parts.error ? in_red(screen_, parts.value) : std::string(parts.value);

@@ -87,7 +87,7 @@ int run_find(const Options &options, const Words &words)
     if (options.json) {
         print_json(found);
     } else if (!options.quiet) {
-        std::vector<Row> rows;
+        std::vector<TableRow> rows;
         for (const Entry &entry : found)
             rows.push_back({entry.name, options.values_only ? "" : entry.help});
         show_lines(look_at_screen(), in_columns(rows));

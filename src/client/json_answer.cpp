@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "client/known_commands.h"
+#include "client/nested_text.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 #include "qvclient/reply.h"
@@ -90,6 +90,12 @@ std::string json_answer(const Options &options, const Words &words, const std::v
     }
     const std::map<std::string, std::string> types = types_of(options, names);
     Json json = {{"command", words[0]}, {"result", result}, {"values", Json::object()}};
+    if (names.empty()) {
+        if (auto tree = parse_nested(lines)) {
+            json["tree"] = std::move(*tree);
+            return one_json_line(json);
+        }
+    }
     for (const std::string &line : lines) {
         const ReplyLine parts = parse_reply_line(line);
         if (parts.error && says_error(words[0], result, line)) {

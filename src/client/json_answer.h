@@ -13,7 +13,8 @@ namespace qvcd::client {
 
 /// One line of JSON that says a reply: {"command": ..., "result": ..., "values": {NAME: VALUE, ...},
 /// "errors": [{"name": ..., "error": ...}], "text": [...]}. Values have the type that `introspect` says of
-/// their names; "errors" and "text" (lines that name nothing) are there only when there are some.
+/// their names; "errors" and "text" (lines that name nothing) are there only when there are some. Nested
+/// text, as that of `sessions`, is a "tree".
 std::string json_answer(const Options &options, const Words &words, const std::vector<std::string> &lines,
                         int result);
 

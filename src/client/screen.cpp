@@ -71,11 +71,11 @@ class PagerSignals {
 // False when there is no such program.
 bool page(const std::string &program, const std::vector<std::string> &lines)
 {
-    const PagerSignals signals;
     setenv("LESS", "FRX", 0);
     std::FILE *pipe = popen(program.c_str(), "we");
     if (!pipe)
         return false;
+    const PagerSignals signals; // the pager has those that we had
     print_lines(pipe, lines);
     const int status = pclose(pipe);
     constexpr int kNotFound = 127;
@@ -113,13 +113,13 @@ std::string in_bold(const Screen &screen, std::string_view text)
     return coloured(screen, "\033[1m", text);
 }
 
-std::vector<std::string> in_columns(const std::vector<Row> &rows)
+std::vector<std::string> in_columns(const std::vector<TableRow> &rows)
 {
     std::size_t widest = 0;
-    for (const Row &row : rows)
+    for (const TableRow &row : rows)
         widest = std::max(widest, std::min(width(row.name), kWidestName));
     std::vector<std::string> lines;
-    for (const Row &row : rows) {
+    for (const TableRow &row : rows) {
         const std::size_t blanks = widest + 2 - std::min(width(row.name), widest);
         lines.push_back(row.value.empty() ? row.name : row.name + std::string(blanks, ' ') + row.value);
     }

@@ -20,13 +20,13 @@ std::string in_red(const Screen &screen, std::string_view text);
 std::string in_bold(const Screen &screen, std::string_view text);
 
 /// Rows of two cells, the second one in a column of its own on a screen.
-struct Row {
+struct TableRow {
     std::string name;
     std::string value;
 };
 
 /// Lines as they stand on a screen: the first cells as wide as the widest of them, within limits.
-std::vector<std::string> in_columns(const std::vector<Row> &rows);
+std::vector<std::string> in_columns(const std::vector<TableRow> &rows);
 
 /// Prints the lines; when there are more of them than a screen has rows, through $PAGER, or less.
 void show_lines(const Screen &screen, const std::vector<std::string> &lines);

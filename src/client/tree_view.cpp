@@ -40,7 +40,7 @@ std::string marks_of(const Setting &setting)
 
 std::vector<std::string> lines_of_tree(const Screen &screen, const std::vector<Setting> &list)
 {
-    std::vector<Row> rows;
+    std::vector<TableRow> rows;
     std::vector<std::string> above;
     for (const Setting &setting : list) {
         std::vector<std::string> parts = parts_of(setting.name);

@@ -46,10 +46,10 @@ Json number_or_text(const std::string &value)
     return parse_seconds(value, number) ? Json(number) : Json(value);
 }
 
-void print_json(const std::string &client, const std::vector<Row> &daemon, int result)
+void print_json(const std::string &client, const std::vector<TableRow> &daemon, int result)
 {
     Json json = {{"command", "version"}, {"result", result}, {"client", client}, {"daemon", Json::object()}};
-    for (const Row &row : daemon) {
+    for (const TableRow &row : daemon) {
         if (row.name == "model") // there may be several
             json["daemon"]["model"].push_back(row.value);
         else
@@ -64,7 +64,7 @@ int run_version(const Options &options, const Words &words)
 {
     const std::string version(kVersion); // "qvc 1.0.0\n"
     const std::string client = version.substr(4, version.size() - 5);
-    std::vector<Row> rows;
+    std::vector<TableRow> rows;
     const int result = ask(options.endpoint, options.session, {command_line(words)}, options.limits(words[0]),
                            [&](std::string_view line) {
                                const ReplyLine parts = parse_reply_line(line);
@@ -74,7 +74,7 @@ int run_version(const Options &options, const Words &words)
         print_json(client, rows, result);
         return exit_status(result);
     }
-    for (Row &row : rows) {
+    for (TableRow &row : rows) {
         if (row.name == "uptime")
             row.value = duration(row.value);
     }
