@@ -86,7 +86,6 @@ INSERTIONS = [
     (1, "Web.port=1", NAME),
     (1, "Web=1", NAME),
     (1, "Web.port.extra=1", NAME),
-    (1, "Web.perm=7777", NAME),
     (1, "Web.port.perm=7777", NAME),
     (1, "Web.perm.x=1", NAME),
     (1, "T.__d=1", NAME),
