@@ -207,6 +207,13 @@ const char *change_to(const Tree &next, unsigned rights, const std::set<std::str
     return written.error ? kNotFlushed : nullptr;
 }
 
+bool can_export()
+{
+    if (file_unread)
+        qv_log_print(kLogError, "No users to export: %s could not be read\n", user_file.text.c_str());
+    return !file_unread;
+}
+
 } // namespace
 
 bool is_user_name(std::string_view name)
@@ -354,10 +361,8 @@ const char *user_remove(unsigned rights, std::string_view name)
     return change_to(next, rights, {std::string(name)});
 }
 
-const char *user_import(unsigned rights, const std::string &path)
+const char *user_import(unsigned rights, const HdfRead &read, Tree fresh)
 {
-    Tree fresh = Tree::make();
-    const HdfRead read = hdf_read_foreign_file(path, fresh);
     if (read.result == HdfResult::missing)
         return "##Specify a file to import#";
     const char *format_error = "##Error in file format#";
@@ -401,13 +406,14 @@ bool user_all_within(unsigned rights)
     });
 }
 
+std::optional<std::string> user_document()
+{
+    return can_export() ? std::optional(hdf_text(groups_and_users().root())) : std::nullopt;
+}
+
 bool user_export(const std::string &path)
 {
-    if (file_unread) {
-        qv_log_print(kLogError, "No users to export: %s could not be read\n", user_file.text.c_str());
-        return false;
-    }
-    return hdf_write_file(path, groups_and_users().root(), FileKind::named_secret).error == 0;
+    return can_export() && hdf_write_file(path, groups_and_users().root(), FileKind::named_secret).error == 0;
 }
 
 } // namespace qvcd

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/sysroot.h"
+#include "store/hdf_file.h"
 #include "store/tree.h"
 
 #include <optional>
@@ -96,10 +97,10 @@ const char *user_replace_stored(std::string_view name, const std::vector<StoredP
 /// Removes an existing user.
 const char *user_remove(unsigned rights, std::string_view name);
 
-/// Merges the users and groups of a file that a client named, a path of this machine, into the present ones.
-/// Hashes are taken as they are, plain passwords like new ones; lets go of the command lock for that.
-/// Errors: no such file; a file that is no user file.
-const char *user_import(unsigned rights, const std::string &path);
+/// Merges the users and groups of what a client named or sent (store/hdf_file.h), and is the callee's from
+/// then on, into the present ones. Hashes are taken as they are, plain passwords like new ones; lets go of
+/// the command lock for that. Errors: no such file; a file that is no user file.
+const char *user_import(unsigned rights, const HdfRead &read, Tree fresh);
 
 /// The users as the caller may see them: passwords of those who may do more than he read "*******".
 Tree user_shown_to(unsigned rights);
@@ -107,8 +108,11 @@ Tree user_shown_to(unsigned rights);
 /// True when no user may do more than the caller: only then is what he exports whole.
 bool user_all_within(unsigned rights);
 
-/// Writes groups and users to a file of mode 0600, in place of what bears the name (base/file_text.h); false
-/// after logging why not. `path` as in user_import().
+/// Writes groups and users to a file of mode 0600, a path of this machine, in place of what bears the name
+/// (base/file_text.h); false after logging why not.
 bool user_export(const std::string &path);
+
+/// The text of such a file; nothing, after logging why, when the users are not known.
+std::optional<std::string> user_document();
 
 } // namespace qvcd

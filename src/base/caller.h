@@ -4,6 +4,8 @@
 
 namespace qvcd {
 
+class Document;
+
 /// Whose changes are whose that is not known.
 inline constexpr char kNobody[] = "";
 
@@ -15,8 +17,9 @@ struct Caller {
     bool stranger = false; ///< came with session 0 without being trusted: runs what is open to strangers only
     std::string session =
         kNobody; ///< tells apart whose changes are whose; a credential: neither logged nor shown
-    std::string user = "qvcd"; ///< who is logged in
-    std::string client = "";   ///< the first word of the connection
+    std::string user = "qvcd";    ///< who is logged in
+    std::string client = "";      ///< the first word of the connection
+    Document *document = nullptr; ///< what came over the connection with this command; null: nothing can
 };
 
 /// Of commands that the daemon runs by itself.

@@ -31,6 +31,7 @@ inline ValueChange value_change(std::string api, std::string_view before, std::s
 struct ActionRun {
     std::string action;
     int status = 0;
+    std::vector<std::string> errors = {}; ///< after a failure: the first lines of what it said of errors
 
     bool operator==(const ActionRun &) const = default;
 };

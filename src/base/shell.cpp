@@ -2,6 +2,7 @@
 
 #include "base/command_lock.h"
 #include "base/limits.h"
+#include "base/shell_output.h"
 #include "base/text.h"
 #include "base/turn.h"
 #include "platform/fd.h"
@@ -41,6 +42,7 @@ constexpr int kNotRun = 1; // as if fork(2) had failed
 
 thread_local milliseconds limit_each = milliseconds::max();
 thread_local Deadline limit_until = Deadline::max();
+thread_local ShellErrors *shell_errors = nullptr;
 
 milliseconds bounded(milliseconds limit)
 {
@@ -110,13 +112,25 @@ std::vector<char *> environment_of_commands()
     return kept;
 }
 
-// Returns the child's ID, or -1 with errno set. `stdout_fd` is the child's stdout unless it is -1.
-pid_t spawn_shell(const std::string &command, int stdout_fd)
+// What a child has in place of /dev/null and the daemon's own stdout and stderr.
+struct ChildStreams {
+    int in = -1;
+    int out = -1;
+    int errors = -1;
+};
+
+// Returns the child's ID, or -1 with errno set.
+pid_t spawn_shell(const std::string &command, const ChildStreams &streams)
 {
     FileActions actions;
-    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    if (stdout_fd >= 0)
-        posix_spawn_file_actions_adddup2(actions.get(), stdout_fd, STDOUT_FILENO);
+    if (streams.in >= 0)
+        posix_spawn_file_actions_adddup2(actions.get(), streams.in, STDIN_FILENO);
+    else
+        posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (streams.out >= 0)
+        posix_spawn_file_actions_adddup2(actions.get(), streams.out, STDOUT_FILENO);
+    if (streams.errors >= 0)
+        posix_spawn_file_actions_adddup2(actions.get(), streams.errors, STDERR_FILENO);
     posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1);
     const Attributes attributes;
     std::string sh = "sh";
@@ -129,56 +143,6 @@ pid_t spawn_shell(const std::string &command, int stdout_fd)
     return errno == 0 ? child : -1;
 }
 
-// ---- Output ----
-
-// What a command prints. Only as much as somebody wants is kept.
-class Output {
-  public:
-    explicit Output(std::size_t size) : size_(size) {}
-    bool open()
-    {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
-            return false;
-        reader_.reset(ends[0]);
-        writer_.reset(ends[1]);
-        return fcntl(reader_.get(), F_SETFL, O_NONBLOCK) == 0;
-    }
-    int writer() const { return writer_.get(); }
-    int reader() const { return reader_.get(); }
-    void close_writer() { writer_.reset(); }
-
-    // False when there is nothing to read just now. At the end of the stream reader() becomes -1.
-    bool read_block()
-    {
-        std::array<char, 16384> block;
-        const ssize_t n = read(reader_.get(), block.data(), block.size());
-        if (n < 0 && errno == EINTR)
-            return true;
-        if (n == 0)
-            reader_.reset();
-        if (n <= 0)
-            return false;
-        text_.append(block.data(), std::min(static_cast<std::size_t>(n), size_ - text_.size()));
-        return true;
-    }
-
-    // The shell has ended; somebody that it left behind may go on printing.
-    void read_rest()
-    {
-        while (text_.size() < size_ && reader_ && read_block()) {
-        }
-    }
-    const std::string &text() const { return text_; }
-    void set(const std::string &text) { text_ = cut(text, size_); }
-
-  private:
-    Fd reader_;
-    Fd writer_;
-    std::string text_;
-    std::size_t size_;
-};
-
 // ---- Waiting ----
 
 // The child stays a zombie, so that its number stays its own.
@@ -189,8 +153,19 @@ bool has_ended(pid_t child)
            info.si_pid == child;
 }
 
+// Where a command prints; null for what nobody reads.
+struct Streams {
+    ShellOutput *output = nullptr;
+    ShellOutput *errors = nullptr;
+};
+
+int reader_of(const ShellOutput *stream)
+{
+    return stream ? stream->reader() : -1;
+}
+
 // True when the shell has ended by itself before the deadline.
-bool ends_in_time(pid_t child, Output *output, Deadline deadline)
+bool ends_in_time(pid_t child, Streams streams, Deadline deadline)
 {
     const Fd end(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
     for (;;) {
@@ -198,14 +173,18 @@ bool ends_in_time(pid_t child, Output *output, Deadline deadline)
         auto left = std::max(std::chrono::ceil<milliseconds>(deadline - now), milliseconds(0));
         if (!end)
             left = std::min<milliseconds>(left, kLookAgain);
-        std::array<pollfd, 2> waits{{{end.get(), POLLIN, 0}, {output ? output->reader() : -1, POLLIN, 0}}};
+        std::array<pollfd, 3> waits{{{end.get(), POLLIN, 0},
+                                     {reader_of(streams.output), POLLIN, 0},
+                                     {reader_of(streams.errors), POLLIN, 0}}};
         constexpr milliseconds kLongest = 1h; // poll counts in int
         poll(waits.data(), waits.size(), static_cast<int>(std::min(left, kLongest).count()));
-        if (output && waits[1].revents != 0)
-            output->read_block();
+        if (waits[1].revents != 0)
+            streams.output->read_block();
+        if (waits[2].revents != 0)
+            streams.errors->read_block();
         if (has_ended(child)) {
-            if (output)
-                output->read_rest();
+            if (streams.output)
+                streams.output->read_rest();
             return true;
         }
         if (now >= deadline)
@@ -230,7 +209,7 @@ void end_group(pid_t child, std::unique_ptr<Turn> turn)
     kill(-child, SIGTERM);
     std::this_thread::sleep_for(kGrace);
     kill(-child, SIGKILL);
-    if (ends_in_time(child, nullptr, deadline_in(kGrace))) {
+    if (ends_in_time(child, {}, deadline_in(kGrace))) {
         reap(child);
         return;
     }
@@ -242,8 +221,48 @@ void end_group(pid_t child, std::unique_ptr<Turn> turn)
     }
 }
 
+// What a command left behind may go on printing, and a pipe that nobody reads kills who writes. A reader of
+// its own lives as long as the writers do, even beyond the daemon.
+void leave_to_reader(const Fd &pipe)
+{
+    fcntl(pipe.get(), F_SETFL, 0);
+    const pid_t child = spawn_shell("{ cat <&3 >/dev/null 2>&1 & } 3<&0", {.in = pipe.get()});
+    if (child >= 0)
+        reap(child);
+}
+
+// The stderr of one command, for the thread's ShellErrors if there is one. Where there can be no pipe it goes
+// where it always goes.
+class KeptErrors {
+  public:
+    KeptErrors() : wanted_(shell_errors), stream_(ShellErrors::kMostBytes)
+    {
+        if (wanted_ && !stream_.open())
+            wanted_ = nullptr;
+    }
+    ~KeptErrors()
+    {
+        if (!wanted_)
+            return;
+        stream_.close_writer();
+        stream_.empty();
+        wanted_->append(stream_.text());
+        if (stream_.reader() >= 0)
+            leave_to_reader(stream_.take_reader());
+    }
+    KeptErrors(const KeptErrors &) = delete;
+    KeptErrors &operator=(const KeptErrors &) = delete;
+    int writer() const { return wanted_ ? stream_.writer() : -1; }
+    ShellOutput *stream() { return wanted_ ? &stream_ : nullptr; }
+
+  private:
+    ShellErrors *wanted_;
+    ShellOutput stream_;
+};
+
 // The status, or nothing when the command has not run.
-std::optional<int> run(const std::string &command, milliseconds limit, const std::string &key, Output *output)
+std::optional<int> run(const std::string &command, milliseconds limit, const std::string &key,
+                       ShellOutput *output)
 {
     if (!command_can_wait()) {
         warn("not run, the system gives no more threads", command);
@@ -263,18 +282,21 @@ std::optional<int> run(const std::string &command, milliseconds limit, const std
         return std::nullopt;
     }
     const bool ready = !output || output->open();
-    const pid_t child = ready ? spawn_shell(command, output ? output->writer() : -1) : -1;
+    KeptErrors errors;
+    const pid_t child =
+        ready ? spawn_shell(command, {.out = output ? output->writer() : -1, .errors = errors.writer()}) : -1;
     if (child < 0) {
         warn(std::strerror(errno), command);
         return std::nullopt;
     }
     if (output)
         output->close_writer();
+    const Streams streams{output, errors.stream()};
     const Deadline deadline = deadline_in(limit);
-    bool ended = ends_in_time(child, output, deadline_in(std::min<milliseconds>(limit, kLong)));
+    bool ended = ends_in_time(child, streams, deadline_in(std::min<milliseconds>(limit, kLong)));
     if (!ended && limit > kLong) {
         warn("still runs after 10 s", command);
-        ended = ends_in_time(child, output, deadline);
+        ended = ends_in_time(child, streams, deadline);
     }
     if (ended) {
         if (output)
@@ -300,7 +322,7 @@ int shell_run(const std::string &command, milliseconds limit)
 
 std::optional<std::string> shell_capture(const std::string &command, std::size_t size, milliseconds limit)
 {
-    Output output(size);
+    ShellOutput output(size);
     if (!run(command, limit, command, &output))
         return std::nullopt;
     return output.text();
@@ -317,6 +339,26 @@ ShellLimits::~ShellLimits()
 {
     limit_each = outer_each_;
     limit_until = outer_until_;
+}
+
+ShellErrors::ShellErrors() : outer_(shell_errors)
+{
+    shell_errors = this;
+}
+
+ShellErrors::~ShellErrors()
+{
+    shell_errors = outer_;
+}
+
+void ShellErrors::append(std::string_view text)
+{
+    text_.append(text.substr(0, kMostBytes - text_.size()));
+}
+
+bool shell_errors_are_kept()
+{
+    return shell_errors != nullptr;
 }
 
 std::optional<std::chrono::seconds> shell_time_of(const std::optional<std::string> &attribute)

@@ -47,6 +47,25 @@ class ShellLimits {
     Deadline outer_until_;
 };
 
+/// While it lives, what the shell commands of this thread print on stderr is read, and the first of it kept.
+/// What a command leaves behind can go on printing there; nobody sees that any more. An inner one takes over.
+class ShellErrors {
+  public:
+    static constexpr std::size_t kMostBytes = 1024;
+
+    ShellErrors();
+    ~ShellErrors();
+    ShellErrors(const ShellErrors &) = delete;
+    ShellErrors &operator=(const ShellErrors &) = delete;
+    const std::string &text() const { return text_; }
+    void append(std::string_view text); ///< for the commands
+
+  private:
+    ShellErrors *outer_;
+    std::string text_;
+};
+bool shell_errors_are_kept(); ///< of this thread
+
 /// The attribute "timeout" as a limit: whole seconds, at least one. Nothing when it says nothing.
 std::optional<std::chrono::seconds> shell_time_of(const std::optional<std::string> &attribute);
 

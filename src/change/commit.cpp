@@ -214,8 +214,7 @@ int Commit::run_actions()
 {
     for (std::size_t i = 0; i < record_.actions.size(); ++i) {
         const Actions::Action &action = record_.actions[i];
-        const int status = run_action(request_, action);
-        report_.actions.push_back({action.call, status});
+        const int status = report_.actions.emplace_back(run_action(request_, action)).status;
         const bool more_to_undo = take_notes(action);
         if (status == 0) {
             const int error = more_to_undo ? write_undo_record(record_).error : 0;

@@ -16,11 +16,21 @@ std::string line_of(const ActionRun &run)
     return run.status == 0 ? run.action : run.action + ": " + status_text(run.status);
 }
 
+void print_run(const std::string &front, const ActionRun &run, std::FILE *out)
+{
+    reply_line(out, front + line_of(run));
+    for (const std::string &line : run.errors)
+        reply_line(out, "    " + line);
+}
+
 Json json_of(const std::vector<ActionRun> &runs)
 {
     Json list = Json::array();
-    for (const ActionRun &run : runs)
+    for (const ActionRun &run : runs) {
         list.push_back({{"action", run.action}, {"status", run.status}});
+        if (!run.errors.empty())
+            list.back()["output"] = run.errors;
+    }
     return list;
 }
 
@@ -58,9 +68,9 @@ void Report::print_text(std::FILE *out) const
     for (const Refusal &refusal : errors)
         reply_value(out, refusal.api, refusal.error);
     for (const ActionRun &run : actions)
-        reply_line(out, "apply: " + line_of(run));
+        print_run("apply: ", run, out);
     for (const ActionRun &run : undone)
-        reply_line(out, "undo: " + line_of(run));
+        print_run("undo: ", run, out);
     if (!end.empty())
         reply_value(out, entry_name + ".end", end);
     if (entry >= 0)

@@ -39,7 +39,9 @@ struct Report {
 
 /// The parts of it that the history prints too.
 std::string line_of(const ActionRun &run); ///< "action", and how it failed
-std::string time_text(std::int64_t time);  ///< "2026-11-23T10:42:12Z"
+/// The same behind `front`, and below it what the action said of errors, behind four blanks.
+void print_run(const std::string &front, const ActionRun &run, std::FILE *out);
+std::string time_text(std::int64_t time); ///< "2026-11-23T10:42:12Z"
 nlohmann::ordered_json json_of(const std::vector<ActionRun> &runs);
 nlohmann::ordered_json json_of(const std::vector<ValueChange> &values);
 void reply_json(std::FILE *out,

@@ -231,7 +231,7 @@ RunAgain run_actions_again(Request &request, const UndoRecord &record, std::size
         const bool is_left = delay == Delay::kept && runs_later(action);
         if (is_left)
             again.left.push_back(action);
-        again.runs.push_back({action.call, is_left ? 0 : run_action(request, action, delay)});
+        again.runs.push_back(is_left ? ActionRun{action.call} : run_action(request, action, delay));
     };
     for (std::size_t i = 0; i < std::min(count, record.actions.size()); ++i)
         run(record.actions[i]);

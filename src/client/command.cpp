@@ -28,6 +28,17 @@ bool is_change_command(std::string_view name)
     return std::ranges::count(kNames, name) != 0;
 }
 
+bool is_transfer_command(const Words &words)
+{
+    const auto is_one = [](std::string_view word) { return word == "import" || word == "export"; };
+    const std::string_view name = words.at(0);
+    const std::size_t dot = name.find('.');
+    if (dot != std::string_view::npos)
+        return is_one(name.substr(dot + 1));
+    return is_one(name) || (words.size() > 1 && is_one(words[1]) &&
+                            (name == "user" || name == "preset" || name == "profile"));
+}
+
 Words in_json(Words words)
 {
     if (!is_change_command(words.at(0)))

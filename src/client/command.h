@@ -16,6 +16,9 @@ LocalCommand local_command(std::string_view name);
 /// say is made for a terminal.
 bool is_change_command(std::string_view name);
 
+/// Commands of the daemon's that may speak of a file of this machine (client/transfer.h).
+bool is_transfer_command(const Words &words);
+
 /// `words` as they ask for an answer in JSON. Throws UsageError when the command has none.
 Words in_json(Words words);
 

@@ -5,6 +5,7 @@
 
 #include "client/command_check.h"
 #include "client/reply.h"
+#include "client/transfer.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 
@@ -71,6 +72,8 @@ int run_command(const Options &options, const Words &typed)
     case LocalCommand::none:
         break;
     }
+    if (is_transfer_command(words))
+        return run_transfer(options, words);
     return is_change_command(words[0]) ? run_change(options, words) : run_on_daemon(options, words);
 }
 

@@ -38,6 +38,7 @@ bool is_done_here(const Options &options)
         return false;
     const std::string &command = options.words[0];
     return is_known_command(options.words) && local_command(command) == LocalCommand::none &&
+           !is_transfer_command(options.words) &&
            (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
 }
 
@@ -48,7 +49,7 @@ int run(const Options &options, char **arguments)
     const std::string line = command_line(options.json ? in_json(options.words) : options.words);
     const TimeLimits limits = options.limits(options.words[0]);
     const Deadline deadline = deadline_in(limits.whole);
-    Channel channel(connect_local("qvcd", limits.connect));
+    Channel channel(connect_local(options.endpoint.socket_path("qvcd"), limits.connect));
     return exit_status(ask(std::move(channel), options.session, {line}, deadline, print_line));
 }
 

@@ -50,10 +50,6 @@ const char kVersion[] = "qvc " QVC_VERSION "\n";
 
 namespace {
 
-constexpr std::chrono::seconds kTimeout{30};
-constexpr std::chrono::minutes kSlowTimeout{10};
-constexpr double kLongestTimeoutSeconds = 86400;
-
 template <typename Number>
 bool parse_number(const std::string &text, Number &number)
 {
@@ -73,7 +69,7 @@ int session_number(const std::string &text)
 std::chrono::milliseconds time_limit(const std::string &text)
 {
     double seconds = 0;
-    if (!parse_number(text, seconds) || !(seconds >= 0.001 && seconds <= kLongestTimeoutSeconds))
+    if (!parse_number(text, seconds) || !(seconds >= 0.001 && seconds <= double{kLongestLimit.count()}))
         throw UsageError("'" + text + "' is no time limit: expected seconds, 0.001 to 86400");
     return std::chrono::milliseconds(std::lround(seconds * 1000));
 }
@@ -171,20 +167,12 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
     }
 }
 
-// They run the scripts of the appliance, one after the other, of which each has minutes.
-bool waits_for_scripts(std::string_view command)
-{
-    static constexpr std::string_view kCommands[] = {"commit", "rollback", "abort",  "apply",
-                                                     "update", "preset",   "profile"};
-    return std::ranges::count(kCommands, command.substr(0, command.find('.'))) != 0;
-}
-
 } // namespace
 
 TimeLimits Options::limits(std::string_view command) const
 {
-    return {.connect = timeout.value_or(kTimeout),
-            .whole = timeout.value_or(waits_for_scripts(command) ? kSlowTimeout : kTimeout)};
+    const TimeLimits usual = usual_limits(command);
+    return {.connect = timeout.value_or(usual.connect), .whole = timeout.value_or(usual.whole)};
 }
 
 Options parse_options(const std::vector<std::string> &arguments)

@@ -65,7 +65,7 @@ int run_watch(const Options &options, const Words &words)
 {
     const Format format = output_format(options, words);
     SignalInput interrupt({SIGINT});
-    const Fd socket = connect_local("notify", options.limits(words[0]).connect);
+    const Fd socket = connect_local(options.endpoint.socket_path("notify"), options.limits(words[0]).connect);
     std::string pending;
     std::array<char, 65536> buffer;
     while (interrupt.wait(socket.get(), -1) != SignalInput::Came::signal) {

@@ -55,10 +55,10 @@ int command_apply(Request &request, Args &argv, std::FILE *out)
     if (actions.all().empty())
         return result;
     for (const Actions::Action &action : actions.all()) {
-        const int status = run_action(request, action);
+        const ActionRun run = run_action(request, action);
         if (request.notes)
-            request.notes->ran({action.call, status});
-        if (status != 0)
+            request.notes->ran(run);
+        if (run.status != 0)
             reply_value(out, action.apis.front(), API_E_APPLY_FAILED);
     }
     flush_file_systems();

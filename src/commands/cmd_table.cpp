@@ -8,7 +8,9 @@
 #include "commands/change.h"
 #include "commands/commit.h"
 #include "commands/defaults.h"
+#include "commands/document.h"
 #include "commands/export.h"
+#include "commands/failures.h"
 #include "commands/get.h"
 #include "commands/group.h"
 #include "commands/help.h"
@@ -25,6 +27,7 @@
 #include "commands/set.h"
 #include "commands/undefined.h"
 #include "commands/user.h"
+#include "commands/version.h"
 #include "platform/log.h"
 
 #include <algorithm>
@@ -46,6 +49,7 @@ constexpr CommandRow cmdMap[] = {
     {0, &getSessionRecord}, {1, &defaultRecord},  {1, &factoryResetRecord}, {0, &insertRecord},
     {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},         {1, &commitRecord},
     {1, &confirmRecord},    {1, &abortRecord},    {1, &historyRecord},      {1, &rollbackRecord},
+    {0, &documentRecord},   {1, &failuresRecord}, {1, &versionRecord},
 };
 
 } // namespace

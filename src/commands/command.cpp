@@ -27,8 +27,10 @@ int run_subcommand(const CommandRecord &record, Request &request, Args &argv, st
 void subcmd_help(const CommandRecord &record, std::FILE *out)
 {
     reply_printf(out, "%s: %s\n", record.name, "This menu");
-    for (const SubCommand &sub : record.sub_commands)
-        reply_printf(out, "%s.%s: %s\n", record.name, sub.name, sub.description);
+    for (const SubCommand &sub : record.sub_commands) {
+        if (sub.listed)
+            reply_printf(out, "%s.%s: %s\n", record.name, sub.name, sub.description);
+    }
 }
 
 } // namespace qvcd

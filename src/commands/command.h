@@ -12,6 +12,7 @@ struct SubCommand {
     const char *name;
     CommandHandler handler;
     const char *description;
+    bool listed = true; ///< false: neither the list of the sub-commands nor help.cmd shows it
 };
 
 /// What the system knows of one command. The texts are what "help.cmd" prints; null where there is none.

@@ -1,5 +1,6 @@
 #include "commands/export.h"
 
+#include "base/document.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/targets.h"
@@ -14,7 +15,13 @@ namespace qvcd {
 
 namespace {
 
-constexpr char kStream[] = "stdout"; // the target that is no file
+constexpr char kStream[] = "stdout";
+
+// The targets that are no files.
+bool is_stream(const std::string &target)
+{
+    return target == kStream || Document::is_meant_by(target);
+}
 
 // Which kinds of APIs go out; the row's number is the mode. Other numbers are as mode 0.
 struct ExportMode {
@@ -93,7 +100,7 @@ void Export::names(const Args &names, std::FILE *out)
 
 bool Export::write(const std::string &target, std::FILE *out) const
 {
-    if (target == kStream) {
+    if (is_stream(target)) {
         reply_text(out, hdf_text(document_.root()));
         return true;
     }
@@ -107,7 +114,7 @@ int command_export(Request &request, Args &argv, std::FILE *out)
 {
     const std::string target = argv.empty() ? kStream : argv[0];
     const int mode = argv.size() > 1 ? c_int(argv[1]) : 0;
-    if (target != kStream && (request.mask & kLevel1Bits) == 0) {
+    if (!is_stream(target) && (request.mask & kLevel1Bits) == 0) {
         reply_line(out, API_E_INVALID_PERMISSION);
         return 1;
     }
@@ -128,13 +135,15 @@ const CommandRecord exportRecord = {
     .name = "export",
     .handler = command_export,
     .summary = "Export the user settings",
-    .synopsis = "export [<file> or stdout] [<mode>] [<API or group> ...]",
+    .synopsis = "export [<file>, stdout or -] [<mode>] [<API or group> ...]",
     .errors = "<name>=##Parameter not found#: there is no such API or group. The others are exported.\n"
               "##Invalid permission#: only administrators may have files written.\n"
               "##can not write <file>#: the old file stays, and the log says why. The result is 1.",
     .description =
         "Writes the settings that the caller may read, all or the named ones, as an HDF document with "
-        "URL-escaped values: to a file, or to the reply when there is no file or it is \"stdout\". The "
+        "URL-escaped values: to a file, or to the reply when there is no file or it is \"stdout\" or \"-\". "
+        "Files are the "
+        "appliance's. The "
         "import command reads such a file.\n"
         "Mode 0 writes what can be set again, without passwords and dynamic APIs. Mode 1 adds dynamic "
         "APIs, mode 2 adds passwords, in clear. Mode 3 adds both, and read-only APIs.",

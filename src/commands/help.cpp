@@ -88,8 +88,10 @@ void print_cmd_help(const CommandRecord &record, std::FILE *out)
     if (record.sub_commands.empty())
         return;
     reply_text(out, "\nSUB-COMMANDS\n");
-    for (const SubCommand &sub : record.sub_commands)
-        reply_printf(out, "%s%s.%s - %s\n", kPrefix, record.name, sub.name, sub.description);
+    for (const SubCommand &sub : record.sub_commands) {
+        if (sub.listed)
+            reply_printf(out, "%s%s.%s - %s\n", kPrefix, record.name, sub.name, sub.description);
+    }
 }
 
 int cmd_help_cmd(Request &request, Args &argv, std::FILE *out)

@@ -60,7 +60,7 @@ void print_text(const HistoryEntry &entry, std::FILE *out)
     if (entry.more_values != 0)
         reply_line(out, kIndent + std::to_string(entry.more_values) + " more values");
     for (const ActionRun &run : entry.actions)
-        reply_line(out, std::string(kIndent) + "apply: " + line_of(run));
+        print_run(std::string(kIndent) + "apply: ", run, out);
 }
 
 Json json_of(const HistoryEntry &entry)

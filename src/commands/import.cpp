@@ -2,12 +2,12 @@
 
 #include "base/value.h"
 #include "commands/defaults.h"
+#include "commands/document.h"
 #include "commands/set.h"
 #include "commands/snapshot.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
 #include "platform/log.h"
-#include "platform/sysroot.h"
 #include "store/hdf_file.h"
 
 #include <malloc.h>
@@ -26,23 +26,27 @@ SetMode import_mode(int number)
     return number >= 0 && number < static_cast<int>(std::size(kModes)) ? kModes[number] : kModes[0];
 }
 
-bool read_document(const std::string &file, Tree &document)
+// Null, or the error.
+const char *read_document(const Request &request, const std::string &file, Tree &document,
+                          std::string &detail)
 {
-    const HdfRead read = hdf_read_foreign_file(qv_sysroot_path(file), document);
+    const HdfRead read = read_import(request, file, document);
     if (read.result == HdfResult::missing) {
         qv_log_print(kLogWarning, "Can not importing file %s\n", file.c_str());
-        return false;
+        return missing_import(file, API_E_IMPORT_FAILED);
     }
     if (read.result == HdfResult::error) {
         qv_log_print(kLogError, "Error reading file %s\n", file.c_str());
         qv_log_print(kLogError, "%s: %s\n", file.c_str(), read.detail.c_str());
-        return false;
+        detail = read.detail;
+        return API_E_IMPORT_FAILED;
     }
     if (!document.root().first_child()) {
         qv_log_print(kLogError, "Error importing file %s\n", file.c_str());
-        return false;
+        detail = "there is nothing in it";
+        return API_E_IMPORT_FAILED;
     }
-    return true;
+    return nullptr;
 }
 
 void log_setting(const char *what, const std::string &api, const std::string &value)
@@ -89,9 +93,12 @@ void import_settings(Request &request, const Tree &document, SetMode mode, std::
 
 int import_file(Request &request, const std::string &file, SetMode mode, std::FILE *out)
 {
+    const DocumentImport turn(file);
     Tree document;
-    if (!read_document(file, document)) {
-        reply_line(out, API_E_IMPORT_FAILED);
+    std::string detail;
+    if (const char *error =
+            turn.may_run() ? read_document(request, file, document, detail) : DocumentImport::kRefusal) {
+        reply_line(out, import_error(file, error, detail));
         return 1;
     }
     qv_log_print(kLogNotice, "Import file %s\n", file.c_str());
@@ -119,11 +126,13 @@ const CommandRecord importRecord = {
     .errors =
         "##Import failed#: the file is missing, empty or no valid document. Nothing is set, and the result "
         "is 1.\n"
+        "##No document was sent#, ##Another import is running#: of \"-\" alone.\n"
         "<name>=<value>=##Parameter not found#: the value, seven asterisks for a password, is not valid. "
         "The API keeps the one it has.",
     .description =
         "Sets every API of a document that the export command wrote; without a file name "
-        "/tmp/user_settings.hdf is read. Nothing is saved and nothing applied. Mode 0 sets as the set "
+        "/tmp/user_settings.hdf is read, for \"-\" what came over the connection (help.cmd document). "
+        "Files are the appliance's. Nothing is saved and nothing applied. Mode 0 sets as the set "
         "command does, 1 as sets, 2 as seta; 3 raises no flags. Unknown APIs, time codes, and what the "
         "caller may not write are passed over. A file may have 4 MiB and 64 levels, and can not include "
         "others.",

@@ -1,14 +1,15 @@
 #include "commands/preset.h"
 
+#include "base/document.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/apply.h"
+#include "commands/document.h"
 #include "commands/preset_store.h"
 #include "commands/save.h"
 #include "commands/snapshot.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
-#include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/hdf_file.h"
 
@@ -345,17 +346,18 @@ int preset_from_export(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
         return refuse(out, "##Need to specify an import file#");
+    const std::string &file = argv[1];
     Tree imported = Tree::make();
-    const HdfRead read = hdf_read_foreign_file(qv_sysroot_path(argv[1]), imported);
+    const HdfRead read = read_import(request, file, imported);
     if (read.result == HdfResult::missing)
-        return refuse(out, "##Can not find import file " + argv[1] + "#");
+        return refuse(out, missing_import(file, ("##Can not find import file " + file + "#").c_str()));
     const PresetImport result =
         read.result == HdfResult::ok ? preset_import(imported) : PresetImport::no_good;
     if (result == PresetImport::no_good) {
-        qv_log_print(kLogDebug, "Error loading preset file %s\n", argv[1].c_str());
-        qv_log_print(kLogError, "Can not import presets from %s: %s\n", argv[1].c_str(),
-                     read.detail.empty() ? "it has none, or a control character" : read.detail.c_str());
-        return refuse(out, API_E_IMPORT_FAILED);
+        const std::string detail = read.detail.empty() ? "it has none, or a control character" : read.detail;
+        qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
+        qv_log_print(kLogError, "Can not import presets from %s: %s\n", file.c_str(), detail.c_str());
+        return refuse(out, import_error(file, API_E_IMPORT_FAILED, detail));
     }
     note_event(request);
     if (result == PresetImport::done)
@@ -368,6 +370,12 @@ int preset_to_export(Request &, Args &argv, std::FILE *out)
     if (argv.size() < 2) {
         hdfutils_dump(presetDB.root(), "", out);
         return 0;
+    }
+    if (Document::is_meant_by(argv[1])) {
+        const std::optional<std::string> text = preset_document();
+        if (text)
+            reply_text(out, *text);
+        return text ? 0 : refuse(out, "##can not write -#");
     }
     return preset_export(argv[1]) ? 0 : refuse(out, "##can not write " + argv[1] + "#");
 }

@@ -323,6 +323,12 @@ FileResult preset_save(int number, const Tree &preset)
     return result;
 }
 
+std::optional<std::string> preset_document()
+{
+    std::optional<FileChange> file = new_file("the export", presetDB.root());
+    return file ? std::optional(std::move(file->text)) : std::nullopt;
+}
+
 bool preset_export(const std::string &path)
 {
     const std::optional<FileChange> file = new_file(path, presetDB.root());

@@ -3,6 +3,7 @@
 #include "base/file_text.h"
 #include "store/tree.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,7 +50,10 @@ void preset_enter(int number, const Tree &preset);
 /// password is readable for the owner only.
 FileResult preset_save(int number, const Tree &preset);
 
-/// Writes all presets as one document to a path of the appliance; false, after logging why, when it cannot be
+/// All presets as one document; nothing, after logging why, when none can hold a value.
+std::optional<std::string> preset_document();
+
+/// Writes it to a path of the appliance; false, after logging why, when it cannot be
 /// written.
 bool preset_export(const std::string &path);
 

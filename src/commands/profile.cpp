@@ -5,6 +5,7 @@
 #include "commands/get.h"
 #include "commands/profile_members.h"
 #include "commands/profile_switch.h"
+#include "commands/profile_transfer.h"
 #include "funcs/add_remove_map.h"
 #include "funcs/apply_map.h"
 #include "funcs/read_map.h"
@@ -35,6 +36,8 @@ constexpr SubCommand kSubCommands[] = {
     {"copy", profile_copy, "Duplicate a profile"},
     {"remove", profile_remove, "Remove a profile"},
     {"reset", profile_reset, "Reset the profile system, in effect, remove all profiles."},
+    {"export", profile_export, "Export a profile", false},
+    {"import", profile_import, "Import a profile", false},
 };
 
 } // namespace

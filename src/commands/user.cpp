@@ -2,7 +2,9 @@
 
 #include "auth/session.h"
 #include "auth/user.h"
+#include "base/document.h"
 #include "base/reply.h"
+#include "commands/document.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -154,11 +156,28 @@ int user_rem(Request &request, Args &argv, std::FILE *out)
 int user_import_file(Request &request, Args &argv, std::FILE *out)
 {
     const std::string *file = argument(argv, 1);
-    const char *error =
-        file ? user_import(request.mask, qv_sysroot_path(*file)) : "##Specify a file to import#";
+    if (!file) {
+        reply_line(out, "##Specify a file to import#");
+        return 1;
+    }
+    const DocumentImport turn(*file);
+    Tree fresh = Tree::make();
+    const HdfRead read = turn.may_run() ? read_import(request, *file, fresh) : HdfRead();
+    const char *error = DocumentImport::kRefusal;
+    if (turn.may_run() && read.result == HdfResult::missing && Document::is_meant_by(*file))
+        error = kNoDocument;
+    else if (turn.may_run())
+        error = user_import(request.mask, read, std::move(fresh));
     if (error)
-        reply_line(out, error);
+        reply_line(out, import_error(*file, error, read.detail));
     return error ? 1 : 0;
+}
+
+int print_users(std::FILE *out)
+{
+    const std::optional<std::string> text = user_document();
+    reply_text(out, text ? *text : "##can not write -#\n");
+    return text ? 0 : 1;
 }
 
 int user_export_file(Request &request, Args &argv, std::FILE *out)
@@ -173,6 +192,8 @@ int user_export_file(Request &request, Args &argv, std::FILE *out)
     // A file without them could not be imported again.
     if (!user_all_within(request.mask))
         reply_line(out, API_E_INVALID_PERMISSION);
+    else if (Document::is_meant_by(*file))
+        return print_users(out);
     else if (!user_export(qv_sysroot_path(*file)))
         reply_line(out, "##can not write " + *file + "#");
     else

@@ -3,6 +3,7 @@
 #include "auth/server_login.h"
 #include "auth/session.h"
 #include "base/command_lock.h"
+#include "base/document.h"
 #include "base/reply.h"
 #include "commands/cmd_parse.h"
 #include "platform/line_server.h"
@@ -36,7 +37,9 @@ class ConnectionWaits final : public WaitHooks {
 // its behaviour.
 class RequestHandler final : public LineHandler {
   public:
-    explicit RequestHandler(Caller caller) : caller_(std::move(caller)) {}
+    explicit RequestHandler(Caller caller) : caller_(std::move(caller)) { caller_.document = &document_; }
+    RequestHandler(const RequestHandler &) = delete;
+    RequestHandler &operator=(const RequestHandler &) = delete;
 
     Next line(std::string_view line, LineConnection &connection) override
     {
@@ -49,7 +52,19 @@ class RequestHandler final : public LineHandler {
         const LogSource source(caller_.source, is_privileged());
         ConnectionWaits waits(connection);
         result_ = cmd_parse(mask_, line, connection.out(), &waits, caller_);
-        return Next::go_on;
+        document_.drop_old();
+        return document_.is_refused() ? close(connection, 1) : Next::go_on;
+    }
+
+    std::size_t raw_bytes() const override { return document_.missing(); }
+    std::size_t held() const override { return document_.held(); }
+    Next raw(std::string_view bytes, LineConnection &connection) override
+    {
+        document_.add(bytes);
+        if (!document_.is_refused())
+            return Next::go_on;
+        reply_line(connection.out(), "##The document does not end where it should#");
+        return close(connection, 1);
     }
 
     void end(End why, LineConnection &connection) override
@@ -95,6 +110,7 @@ class RequestHandler final : public LineHandler {
     }
 
     Caller caller_;
+    Document document_;
     bool identified_ = false;
     unsigned mask_ = 0;
     std::shared_ptr<SessionUse> use_;

@@ -89,10 +89,13 @@ std::chrono::seconds time_limit(const std::string &api)
     return shell_time_of(meta_get(api, "timeout")).value_or(kShellApplyLimit);
 }
 
-// `key`: what must not run twice at once.
+// `key`: what must not run twice at once. What it says of errors is for who keeps that, else for nobody.
 int do_syscall(const std::string &api, const std::string &command, const std::string &key)
 {
-    const int status = shell_run(command, time_limit(api), key);
+    constexpr std::string_view kNoErrors = " 2>&1";
+    const bool keeps = shell_errors_are_kept() && command.ends_with(kNoErrors);
+    const int status =
+        shell_run(cut(command, command.size() - (keeps ? kNoErrors.size() : 0)), time_limit(api), key);
     qv_log_print(kLogDebug, "  syscall: %s\n", command.c_str());
     return status;
 }

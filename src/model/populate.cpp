@@ -26,6 +26,8 @@ namespace qvcd {
 
 namespace {
 
+std::vector<std::string> loaded_files;
+
 // What population takes: the parents of nodes named "attr", outside templates.
 Walk what_node(Node node)
 {
@@ -190,6 +192,7 @@ void Population::write_defaults()
 int hdfdb_load_meta_file(Request &request, const FileName &file)
 {
     const HdfRead read = hdf_read_own_file(file.path, metaDB);
+    loaded_files.push_back(file.text);
     flags_forget();
     if (read.result != HdfResult::ok) {
         qv_report_failure("Can not load metadata " + file.text + ": " + read.detail);
@@ -201,6 +204,11 @@ int hdfdb_load_meta_file(Request &request, const FileName &file)
 bool model_has_api()
 {
     return !hdfutils_parent_names(metaDB.root(), "", what_node).empty();
+}
+
+const std::vector<std::string> &model_files()
+{
+    return loaded_files;
 }
 
 void model_remove_left_overs()

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvcd {
 
@@ -15,6 +16,9 @@ int hdfdb_load_meta_file(Request &request, const FileName &file);
 
 /// There is an API that hdfdb_populate() would fill.
 bool model_has_api();
+
+/// The files that it was given, as they were named.
+const std::vector<std::string> &model_files();
 
 /// Removes the new texts that a crash left beside the files of APIs (base/replace_files.h).
 void model_remove_left_overs();

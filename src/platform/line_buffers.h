@@ -51,6 +51,12 @@ class LineInput {
     /// Takes the next line off, with its newline, or `limit` bytes of a longer one; empty when there is
     /// neither. The view is good until tidy().
     std::string_view take(std::size_t limit) { return take_off(line_size(limit)); }
+    /// The same with so many bytes, whatever they are; empty when there are fewer.
+    std::string_view take_bytes(std::size_t size)
+    {
+        return has_bytes(size) ? take_off(size) : std::string_view();
+    }
+    bool has_bytes(std::size_t size) const { return rest_.size() >= size; }
     std::string_view take_all() { return take_off(rest_.size()); }
 
     /// Keeps what was not taken; call when no view is used any more.

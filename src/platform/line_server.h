@@ -52,7 +52,7 @@ class LineHandler {
     enum class End {
         input,   ///< the client sends no more
         idle,    ///< nothing came in time
-        bad,     ///< half a line in time, or a line of over kMaxLineBytes
+        bad,     ///< half a line (or of raw bytes half a piece) in time, or a line of over kMaxLineBytes
         crowded, ///< the connection, idle for long, makes room for another: nothing may wait now
     };
 
@@ -62,10 +62,23 @@ class LineHandler {
     /// More bytes than this of one line come with the next call. kMaxLineBytes: they end the connection.
     virtual std::size_t max_line_bytes() const { return kMaxLineBytes; }
 
+    /// Bytes that are to come as they are, before the next line; they go to raw(). Asked after every call.
+    virtual std::size_t raw_bytes() const { return 0; }
+
+    /// The next of them: kRawPieceBytes, or the last ones. When the input ends before, the conversation does
+    /// too (End::bad).
+    virtual Next raw(std::string_view, LineConnection &) { return Next::close; }
+
+    /// Bytes that the handler keeps of what came; they count into ServerLimits::held.
+    virtual std::size_t held() const { return 0; }
+
     /// True when the connection may take one of the places kept for administrators. Asked at the connect too
     /// (not where TLS is spoken); who is privileged then does not count into ServerLimits::per_source.
     virtual bool is_privileged() const { return false; }
 };
+
+/// Raw bytes come in pieces of this size. Each is held to the time of a line.
+inline constexpr std::size_t kRawPieceBytes = std::size_t{64} << 10;
 
 using MakeHandler = std::function<std::unique_ptr<LineHandler>(const Peer &)>;
 

@@ -2,6 +2,7 @@
 
 #include "platform/log.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <optional>
@@ -71,26 +72,49 @@ void ServedConnection::converse(LineConnection &face, ReplyStream &replies, std:
 {
     std::optional<Deadline> until; // a line that comes alone needs no clock
     while (!closing_) {
-        std::string_view line = input_.take(line_limit());
-        if (line.empty()) {
-            if (!input_ended_)
-                return;
-            if (input_.empty())
-                return conclude(LineHandler::End::input, face);
-            line = input_.take_all();
-        }
+        const std::size_t raw = handler_->raw_bytes();
+        const std::string_view next = take_next(raw, face);
+        if (next.empty())
+            return;
         if (!until && !input_.empty())
             until = std::chrono::steady_clock::now() + slice;
         answered_ = true;
-        if (line.size() > kMaxLineBytes && line.back() != '\n') {
-            qv_log_print(kLogDebug, "connection closed: a line is too long\n");
-            conclude(LineHandler::End::bad, face);
-        } else if (handler_->line(line, face) == LineHandler::Next::close) {
+        if (hand_over(next, raw > 0, face) == LineHandler::Next::close)
             closing_ = true;
-        }
         if (replies.size() > kSliceReplyBytes || (until && std::chrono::steady_clock::now() >= *until))
             return;
     }
+}
+
+bool ServedConnection::has_work()
+{
+    const std::size_t raw = handler_->raw_bytes();
+    return input_ended_ ||
+           (raw > 0 ? input_.has_bytes(std::min(raw, kRawPieceBytes)) : input_.has_line(line_limit()));
+}
+
+// A line, or a piece of raw bytes; empty when there is none, and at the end of the conversation.
+std::string_view ServedConnection::take_next(std::size_t raw, LineConnection &face)
+{
+    const std::string_view next =
+        raw > 0 ? input_.take_bytes(std::min(raw, kRawPieceBytes)) : input_.take(line_limit());
+    if (!next.empty() || !input_ended_)
+        return next;
+    if (raw == 0 && !input_.empty())
+        return input_.take_all();
+    conclude(raw > 0 ? LineHandler::End::bad : LineHandler::End::input, face);
+    return {};
+}
+
+LineHandler::Next ServedConnection::hand_over(std::string_view next, bool raw, LineConnection &face)
+{
+    if (raw)
+        return handler_->raw(next, face);
+    if (next.size() <= kMaxLineBytes || next.back() == '\n')
+        return handler_->line(next, face);
+    qv_log_print(kLogDebug, "connection closed: a line is too long\n");
+    handler_->end(LineHandler::End::bad, face);
+    return LineHandler::Next::close;
 }
 
 void ServedConnection::conclude(LineHandler::End why, LineConnection &face)
@@ -101,7 +125,8 @@ void ServedConnection::conclude(LineHandler::End why, LineConnection &face)
 
 void ServedConnection::conclude_late(LineConnection &face)
 {
-    conclude(input_.empty() ? LineHandler::End::idle : LineHandler::End::bad, face);
+    conclude(input_.empty() && handler_->raw_bytes() == 0 ? LineHandler::End::idle : LineHandler::End::bad,
+             face);
 }
 
 // ---- Output ----

@@ -53,7 +53,7 @@ class ServedConnection {
     void keep_input() { input_.tidy(); }
 
     /// Something to do for converse() is there.
-    bool has_work() { return input_ended_ || input_.has_line(line_limit()); }
+    bool has_work();
 
     /// True when a line was handled since it was asked last.
     bool was_answered() { return std::exchange(answered_, false); }
@@ -90,12 +90,14 @@ class ServedConnection {
     bool has_just_read_all() { return std::exchange(all_read_, false); }
 
     /// Bytes that are kept of input and output.
-    std::size_t held() const { return input_.held() + output_.size(); }
+    std::size_t held() const { return input_.held() + output_.size() + (handler_ ? handler_->held() : 0); }
 
     std::string problem() const { return channel_.problem(); }
 
   private:
     std::size_t line_limit() const;
+    std::string_view take_next(std::size_t raw, LineConnection &face);
+    LineHandler::Next hand_over(std::string_view next, bool raw, LineConnection &face);
 
     Channel channel_;
     Peer peer_;

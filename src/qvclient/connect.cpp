@@ -14,9 +14,11 @@ namespace {
 std::unique_ptr<TlsStream> prepare_tls(const Endpoint &endpoint)
 {
     try {
-        return TlsContext::client(*endpoint.tls).connect(endpoint.host);
+        if (!endpoint.tls_context)
+            endpoint.tls_context = std::make_shared<TlsContext>(TlsContext::client(*endpoint.tls));
+        return endpoint.tls_context->connect(endpoint.host);
     } catch (const TlsError &error) {
-        throw UsageError(error.what());
+        throw TlsFileError(error.what());
     }
 }
 
@@ -43,8 +45,9 @@ void shake_hands(Channel &channel, const std::string &where, Deadline deadline)
         const std::string problem = channel.problem();
         const std::string distrust = channel.distrust();
         if (distrust.empty())
-            throw WireError("no TLS with " + where + ": " + problem);
-        throw WireError("certificate of " + where + " is not trusted: " + distrust);
+            throw WireError("no TLS with " + where + ": " + problem, WireError::Kind::untrusted);
+        throw WireError("certificate of " + where + " is not trusted: " + distrust,
+                        WireError::Kind::untrusted);
     }
 }
 
@@ -53,7 +56,7 @@ void shake_hands(Channel &channel, const std::string &where, Deadline deadline)
 Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
 {
     if (endpoint.local())
-        return Channel(connect_local("qvcd", timeout));
+        return Channel(connect_local(endpoint.socket_path("qvcd"), timeout));
     const Deadline deadline = deadline_in(timeout);
     std::unique_ptr<TlsStream> ssl = endpoint.tls ? prepare_tls(endpoint) : nullptr;
     Fd socket = connect_tcp(endpoint.host, endpoint.port, timeout);
@@ -67,12 +70,12 @@ Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
     return channel;
 }
 
-int ask(const Endpoint &endpoint, int session, const std::vector<std::string> &lines, TimeLimits limits,
-        const LineSink &sink)
+int ask(const Endpoint &endpoint, const Caller &caller, const std::vector<std::string> &lines,
+        TimeLimits limits, const LineSink &sink)
 {
     begin_request();
     const Deadline deadline = deadline_in(limits.whole);
-    return ask(connect_to(endpoint, limits.connect), session, lines, deadline, sink);
+    return ask(connect_to(endpoint, limits.connect), caller, lines, deadline, sink);
 }
 
 } // namespace qvcd::client

@@ -112,7 +112,9 @@ std::string url_escape(std::string_view text)
 
 std::string wire_line(const std::vector<std::string> &words)
 {
-    std::string line = name_part(words.at(0));
+    if (words.at(0) == "document") // what follows would be taken for the document
+        throw UsageError("a document goes with the command that takes it");
+    std::string line = name_part(words[0]);
     const FreeText free_text = free_text_of(words);
     for (std::size_t i = 1; i < words.size(); i++) {
         if (words[i] == "-m" && i + 1 < words.size() && words[i + 1].empty() && is_text(words, i + 1))

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -18,7 +18,8 @@ namespace {
 
 constexpr char kTimeUp[] = "no answer within the time limit";
 
-volatile std::sig_atomic_t interrupted = 0;
+std::atomic<bool> interrupted{false}; // in all threads
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
 
 std::string why(int error)
 {
@@ -30,22 +31,22 @@ std::string why(int error)
 void throw_unreachable(const std::string &where, int error)
 {
     if (error == EAGAIN || error == ETIMEDOUT)
-        throw WireError("cannot reach the daemon at " + where + " within the time limit");
+        throw WireError("cannot reach the daemon at " + where + " within the time limit",
+                        WireError::Kind::timeout);
     const std::string reason = error == EADDRNOTAVAIL ? "unknown host" : why(error);
-    throw WireError("cannot reach the daemon at " + where + ": " + reason);
+    throw WireError("cannot reach the daemon at " + where + ": " + reason, WireError::Kind::unreachable);
 }
 
 bool has_come(const Channel &channel, short events, Deadline deadline)
 {
     pollfd wanted{channel.fd(), events, 0};
     for (;;) {
-        const int left = milliseconds_left(deadline);
-        const int ready = left > 0 ? poll(&wanted, 1, left) : 0;
+        const int ready = poll(&wanted, 1, milliseconds_left(deadline));
         if (ready >= 0)
             return ready > 0;
         if (errno != EINTR)
             throw WireError("poll: " + why(errno));
-        if (interrupted != 0)
+        if (interrupted)
             throw Interrupted("interrupted");
     }
 }
@@ -53,19 +54,23 @@ bool has_come(const Channel &channel, short events, Deadline deadline)
 void wait_for(const Channel &channel, short events, Deadline deadline)
 {
     if (!has_come(channel, events, deadline))
-        throw WireError(kTimeUp);
+        throw WireError(kTimeUp, WireError::Kind::timeout);
+}
+
+std::string Endpoint::socket_path(std::string_view name) const
+{
+    return folder.empty() ? qv_ipc_socket_path(name) : folder + "/" + std::string(name) + ".sock";
 }
 
 std::string Endpoint::text() const
 {
     if (local())
-        return qv_ipc_socket_path("qvcd");
+        return socket_path("qvcd");
     return host.find(':') == std::string::npos ? host + ":" + port : "[" + host + "]:" + port;
 }
 
-Fd connect_local(const std::string &name, std::chrono::milliseconds timeout)
+Fd connect_local(const std::string &path, std::chrono::milliseconds timeout)
 {
-    const std::string path = qv_ipc_socket_path(name);
     Fd socket = connect_unix(path, timeout);
     if (!socket)
         throw_unreachable(path, errno);
@@ -81,12 +86,12 @@ int milliseconds_left(Deadline deadline)
 
 void interrupt_request()
 {
-    interrupted = 1;
+    interrupted = true;
 }
 
 void begin_request()
 {
-    interrupted = 0;
+    interrupted = false;
 }
 
 void send_some(Channel &channel, std::string &text)
@@ -116,15 +121,15 @@ Came receive_some(Channel &channel, ReplyParser &parser)
                              : "the connection broke before the end of the reply: " + channel.problem());
 }
 
-std::string greeting(int session)
+std::string greeting(const Caller &caller)
 {
-    return "qvc " + std::to_string(session) + " " + std::to_string(getpid()) + "\n";
+    return caller.name + " " + std::to_string(caller.session) + " " + std::to_string(getpid()) + "\n";
 }
 
-int ask(Channel channel, int session, const std::vector<std::string> &lines, Deadline deadline,
+int ask(Channel channel, const Caller &caller, const std::vector<std::string> &lines, Deadline deadline,
         const LineSink &sink)
 {
-    std::string request = greeting(session);
+    std::string request = greeting(caller);
     for (const std::string &line : lines)
         request += line + "\n";
     request += "\n";
@@ -133,11 +138,11 @@ int ask(Channel channel, int session, const std::vector<std::string> &lines, Dea
         wait_for(channel, channel.write_events(), deadline);
     ReplyParser parser(sink);
     for (Came came = Came::nothing; came != Came::end; came = receive_some(channel, parser)) {
-        const bool may_be_more = came == Came::something && milliseconds_left(deadline) > 0;
-        if (may_be_more || has_come(channel, channel.read_events(), deadline))
+        const bool in_time = milliseconds_left(deadline) > 0;
+        if (in_time && (came == Came::something || has_come(channel, channel.read_events(), deadline)))
             continue;
         if (!parser.result())
-            throw WireError(kTimeUp);
+            throw WireError(kTimeUp, WireError::Kind::timeout);
         break;
     }
     return *parser.result();

@@ -1,38 +1,46 @@
 #pragma once
 
-#include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/channel.h"
 #include "platform/fd.h"
 #include "platform/socket.h"
 #include "platform/tls.h"
+#include "qvclient/limits.h"
 #include "qvclient/reply.h"
 
 namespace qvcd::client {
 
-/// Where the daemon listens: its local socket, or TCP when a host is given.
+/// Where the daemon listens: its local sockets, or TCP when a host is given.
 struct Endpoint {
     std::string host;
     std::string port;
     std::optional<TlsFiles> tls; ///< over TCP: speak TLS
+    std::string folder;          ///< of the local sockets; empty: the appliance's
+
+    /// What was made of `tls` for the first connection.
+    mutable std::shared_ptr<const TlsContext> tls_context;
 
     bool local() const { return host.empty(); }
-    std::string text() const; ///< for messages
+    std::string socket_path(std::string_view name) const; ///< of the local endpoint `name`
+    std::string text() const;                             ///< for messages
 };
 
-/// How long a request may take.
-struct TimeLimits {
-    std::chrono::milliseconds connect; ///< until there is a connection
-    std::chrono::milliseconds whole;   ///< until the end of the reply
+/// Who asks: the first line of a connection.
+struct Caller {
+    Caller(int number = 0) : session(number) {}
+    int session;
+    std::string name = "qvc"; ///< one word
 };
 
 // All of these throw WireError when the daemon cannot be reached, breaks off, or the deadline passes.
 
-/// A connected socket to the local endpoint `name`.
-Fd connect_local(const std::string &name, std::chrono::milliseconds timeout);
+/// A connected socket to the local socket at this path.
+Fd connect_local(const std::string &path, std::chrono::milliseconds timeout);
 
 /// What is left until the deadline, for poll(2); 0 when it has passed.
 int milliseconds_left(Deadline deadline);
@@ -49,16 +57,15 @@ void send_some(Channel &channel, std::string &text);
 enum class Came { something, nothing, end };
 Came receive_some(Channel &channel, ReplyParser &parser);
 
-/// The first line of a connection: who asks.
-std::string greeting(int session);
+std::string greeting(const Caller &caller);
 
 /// Sends `lines` as the commands of one connection, hands the reply lines to `sink` as they come and returns
 /// the result code of the last command. Only the end of the connection tells the end of the reply; when it
 /// does not come although all else has come, the connection is lost, and the reply is taken as it is.
-int ask(Channel channel, int session, const std::vector<std::string> &lines, Deadline deadline,
+int ask(Channel channel, const Caller &caller, const std::vector<std::string> &lines, Deadline deadline,
         const LineSink &sink);
 
-/// Waits until one of the `events` of poll(2) has come; false at the deadline.
+/// Waits until one of the `events` of poll(2) has come; false when none is there at the deadline.
 bool has_come(const Channel &channel, short events, Deadline deadline);
 
 /// The same, but throws at the deadline.

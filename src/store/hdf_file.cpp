@@ -117,10 +117,16 @@ HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into)
 HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh)
 {
     std::string text;
-    HdfRead read = load(path, kMaxForeignBytes, text);
+    const HdfRead read = load(path, kMaxForeignBytes, text);
+    return read.result == HdfResult::ok ? hdf_read_foreign_text(text, fresh) : read;
+}
+
+HdfRead hdf_read_foreign_text(const std::string &text, Tree &fresh)
+{
+    if (text.size() > kMaxForeignBytes)
+        return {HdfResult::error, std::strerror(EFBIG)};
     Tree tree = Tree::make();
-    if (read.result == HdfResult::ok)
-        read = result_of(hdf_parse(text, tree.root()));
+    HdfRead read = result_of(hdf_parse(text, tree.root()));
     if (read.result == HdfResult::ok)
         fresh = std::move(tree);
     return read;

@@ -30,6 +30,9 @@ HdfRead hdf_read_own_file_whole(const std::string &path, Tree &into);
 /// tree.
 HdfRead hdf_read_foreign_file(const std::string &path, Tree &fresh);
 
+/// The same of a text that came from a client.
+HdfRead hdf_read_foreign_text(const std::string &text, Tree &fresh);
+
 enum class FileKind {
     open,         ///< a new file can be read by all
     secret,       ///< mode 0600

@@ -305,8 +305,9 @@ class Appliance(Talker):
     def write(self, name, content, mode=0o644):
         path = self.path(name)
         path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(as_bytes(content))
-        path.chmod(mode)
+        with open(path, "wb") as file:
+            file.write(as_bytes(content))
+            os.fchmod(file.fileno(), mode)  # whoever waits for it may have removed it already
 
     def read(self, name):
         return self.path(name).read_text()

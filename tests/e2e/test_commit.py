@@ -450,6 +450,22 @@ def test_commits_that_wait_leave_room_for_others(a):
     assert a.command("commit A.port=1").code == 0
 
 
+def test_an_action_that_ends_the_daemon_does_so_for_two_starts_only(a):
+    before = state(a)
+    a.command("commit -c 600 A.port=5")
+    a.kill()
+    wait_for_go = 'while ! rm "$QV_SYSROOT/go" 2>/dev/null; do sleep 0.01; done'
+    a.write("/act", f"#!/bin/sh\n{wait_for_go}\nkill -9 $(cat $QV_SYSROOT/var/run/qvcd.pid)\n", 0o755)
+    for _ in range(2):
+        a.start()
+        a.write("/go", "")
+        assert a.reap() == -signal.SIGKILL
+    a.start()
+    wait_until(lambda: not a.path("/var/lib/qv/commit.undo").exists(), "the undoing to end")
+    assert state(a) == before
+    assert ends(a) == [("rollback", "done"), ("commit", "undone: the daemon ended before it was settled")]
+
+
 def test_history_of_the_other_commands(a):
     a.command("set A.port=2")  # never saved: no entry
     a.command("revert")

@@ -109,7 +109,7 @@ TEST_F(HashTest, NewPasswords)
 
     const std::string import =
         "User.in.group = 2\nUser.in.passwd = plain\nUser.in.default = " + std::string(kSha512) + "\n";
-    EXPECT_EQ(nullptr, user_import(kRoot, appliance_root().write("tmp/users", import)));
+    EXPECT_EQ(nullptr, import_users(kRoot, appliance_root().write("tmp/users", import)));
     EXPECT_TRUE(is_hash_of(stored("in"), "plain"));
     EXPECT_EQ(kSha512, stored("in", "default"));
     EXPECT_LT(0, login("in", "plain"));

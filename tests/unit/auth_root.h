@@ -24,6 +24,13 @@ inline constexpr unsigned kRoot = 0x7777;
 inline constexpr unsigned kAdmin = 0x0777;
 inline constexpr unsigned kViewer = 0x0077;
 
+inline const char *import_users(unsigned rights, const std::string &path)
+{
+    Tree fresh = Tree::make();
+    const HdfRead read = hdf_read_foreign_file(path, fresh);
+    return user_import(rights, read, std::move(fresh));
+}
+
 /// Starts each test with the users above, session 0 and an empty list file.
 class AuthTest : public OnEmptyRoot<testing::Test> {
   protected:

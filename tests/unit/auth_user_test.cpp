@@ -68,7 +68,7 @@ TEST_F(UserTest, AFileThatCouldNotBeReadIsNotOverwritten)
     appliance_root().write("etc/user.conf", broken);
     ASSERT_EQ(1, user_load_db_file(qv_device_file("/etc/user.conf")));
     const std::string good = appliance_root().write("tmp/users", kUserFile);
-    EXPECT_STREQ(kUserFileError, user_import(kRoot, good));
+    EXPECT_STREQ(kUserFileError, import_users(kRoot, good));
     EXPECT_FALSE(user_export(appliance_root().path("etc/user.conf")));
     user_reread_db_file();
     EXPECT_EQ(broken, user_file());
@@ -102,7 +102,7 @@ TEST_F(UserTest, NobodyGivesMoreThanHeHasOrTouchesWhoHasMore)
     using Change = std::function<const char *(unsigned rights)>;
     const auto import = [](const std::string &text) {
         return [text](unsigned rights) {
-            return user_import(rights, appliance_root().write("tmp/users", text));
+            return import_users(rights, appliance_root().write("tmp/users", text));
         };
     };
     const auto group = [](const char *name, const char *number) {
@@ -167,7 +167,7 @@ TEST_F(UserTest, ImportIsAllOrNothing)
         {"", nullptr},
     };
     for (const auto &[text, error] : rows) {
-        EXPECT_STREQ(error, user_import(kRoot, appliance_root().write("tmp/users", text))) << text;
+        EXPECT_STREQ(error, import_users(kRoot, appliance_root().write("tmp/users", text))) << text;
         EXPECT_FALSE(user_exists("new")) << text;
         EXPECT_EQ("kelpo", user_get_passwd("admin")) << text;
         EXPECT_EQ(0x777U, user_get_perm("admin")) << text;

@@ -45,6 +45,33 @@ TEST(Shell, RunsCapturesAndQuotes)
     EXPECT_EQ(shell_capture("ls /proc/self/fd | wc -l", 100), "4\n"); // 0, 1, 2 and the folder itself
 }
 
+TEST(Shell, KeepsTheFirstOfWhatCommandsSayOfErrors)
+{
+    const TempFolder folder;
+    const std::string left_behind =
+        "(cd " + folder.path() +
+        "; until [ -e go ]; do sleep 0.01; done; i=0;"
+        " while [ $i -lt 9999 ]; do echo 0123456789 >&2; i=$((i+1)); done; touch lives)&";
+    {
+        const ShellErrors errors;
+        EXPECT_TRUE(shell_errors_are_kept());
+        shell_run("echo out >/dev/null; echo 1 >&2; exit 3");
+        shell_run("echo 2 >&2; " + left_behind + "kill -9 $$"); // its stderr stays open
+        {
+            const ShellErrors inner;
+            shell_run("echo 3 >&2");
+            EXPECT_EQ(shell_capture("echo 4; echo 5 >&2", 10), "4\n");
+            EXPECT_EQ(inner.text(), "3\n5\n");
+        }
+        EXPECT_EQ(errors.text(), "1\n2\n");
+        shell_run("yes >&2", 200ms);
+        EXPECT_EQ(errors.text().size(), ShellErrors::kMostBytes);
+    }
+    EXPECT_FALSE(shell_errors_are_kept());
+    folder.write("go", "");
+    EXPECT_TRUE(comes_true([&] { return std::filesystem::exists(folder.path("lives")); }));
+}
+
 // Were one of them waited for, the test would take a minute.
 TEST(Shell, ACommandEndsAtItsLimit)
 {

@@ -53,6 +53,7 @@ TEST(ClientEscape, WhatTheWireCannotSayIsRefused)
         {"login", "ann", ""},
         {"profile.copy", "a", "b c"},
         {"commit", "-n", "a b"},
+        {"document", "5"},
         {"set", "A=" + std::string(kMaxLineBytes, 'x')},
     };
     for (const auto &words : cases)

@@ -51,6 +51,8 @@ class Echo : public LineHandler {
         if (line == "\n")
             return say("@\n", connection), Next::close;
         ++lines;
+        if (line.starts_with("raw "))
+            return raw_ = std::stoul(std::string(line.substr(4))), kept_.clear(), Next::go_on;
         if (line.starts_with('#'))
             return Next::go_on;
         if (line == "throw\n")
@@ -86,6 +88,17 @@ class Echo : public LineHandler {
         say(kTexts[static_cast<int>(why)], connection);
     }
 
+    std::size_t raw_bytes() const override { return raw_; }
+    std::size_t held() const override { return kept_.capacity(); }
+    Next raw(std::string_view bytes, LineConnection &connection) override
+    {
+        kept_ += bytes;
+        raw_ -= bytes.size();
+        if (raw_ == 0)
+            say(std::to_string(std::hash<std::string>()(kept_)) + "\n", connection);
+        return Next::go_on;
+    }
+
     bool is_privileged() const override { return peer_.local && local_is_privileged; }
 
     static inline bool local_is_privileged = true;
@@ -106,6 +119,8 @@ class Echo : public LineHandler {
     Gate &gate_, &second_;
     Peer peer_;
     bool wait_at_end_ = false;
+    std::size_t raw_ = 0;
+    std::string kept_;
 };
 
 std::string times(int n, const std::string &text)
@@ -274,6 +289,34 @@ TEST_F(Lines, WhoDoesNotReadHoldsUpNobodyAndGetsAllInTheEnd)
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(slow.line().size(), (8U << 20) + 1);
     EXPECT_EQ(slow.line(), "<x\n");
+}
+
+TEST_F(Lines, RawBytesComeAsTheyAre)
+{
+    start({.held = 3U << 20, .idle = 300ms});
+    std::string bytes = times(40000, "x\n\n@\n");
+    bytes += '\0';
+    const std::string hash = std::to_string(std::hash<std::string>()(bytes)) + "\n";
+    const std::string announced = "raw " + std::to_string(bytes.size()) + "\n";
+    TestClient whole = local();
+    ASSERT_TRUE(whole.say("a\n" + announced + bytes + "b\n\n"));
+    EXPECT_EQ(whole.all(), "<a\n" + hash + "<b\n@\n");
+
+    TestClient half = tcp();
+    ASSERT_TRUE(half.say(announced + bytes.substr(1)));
+    half.end_input();
+    EXPECT_EQ(half.all(), "bad\n");
+    for (const std::size_t size : {std::size_t{0}, kRawPieceBytes, kRawPieceBytes + 9}) {
+        TestClient late = local(); // says no more
+        ASSERT_TRUE(late.say(announced + bytes.substr(0, size)));
+        EXPECT_EQ(late.all(), "bad\n") << size;
+    }
+    TestClient large = tcp(); // the handler keeps more than all may hold
+    large.say("raw 5000000\n" + std::string(4900000, 'x'));
+    EXPECT_EQ(large.all(), "");
+    TestClient other = local();
+    ASSERT_TRUE(other.say("x\n\n"));
+    EXPECT_EQ(other.all(), "<x\n@\n");
 }
 
 TEST_F(Lines, WhoSaysTooMuchWaitsHisTurn)

@@ -1,0 +1,272 @@
+#include "client/transfer.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <optional>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "client/command_shapes.h"
+#include "client/errors.h"
+#include "client/local_file.h"
+#include "client/reply.h"
+#include "client/transfer_progress.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
+
+namespace qvcd::client {
+
+namespace {
+
+constexpr std::size_t kMostBytes = std::size_t{4} << 20; // what the daemon takes
+constexpr char kFileHere[] = "-l";
+
+enum class Kind { settings, presets, profile, users };
+
+struct Row {
+    std::string_view command;
+    bool imports;
+    Kind kind;
+    std::size_t file_at; // the word that may name a file
+};
+constexpr Row kRows[] = {
+    {"export", false, Kind::settings, 1},        {"import", true, Kind::settings, 1},
+    {"preset.export", false, Kind::presets, 1},  {"preset.import", true, Kind::presets, 1},
+    {"profile.export", false, Kind::profile, 2}, {"profile.import", true, Kind::profile, 2},
+    {"user.export", false, Kind::users, 1},      {"user.import", true, Kind::users, 1},
+};
+
+const Row *row_of(const Words &words)
+{
+    const auto *row = std::ranges::find(kRows, words.at(0), &Row::command);
+    return row == std::end(kRows) ? nullptr : row;
+}
+
+bool is_mode(const std::string &word)
+{
+    return word.size() == 1 && word[0] >= '0' && word[0] <= '3';
+}
+
+bool is_there(const std::string &word)
+{
+    return word.find('/') != std::string::npos || word == "stdout";
+}
+
+// A file or a pipe: not a terminal, and not /dev/null, which is what services have.
+bool is_piped(int fd)
+{
+    struct stat st {};
+    return fstat(fd, &st) == 0 && (S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode));
+}
+
+[[noreturn]] void refuse_name(const std::string &command, const std::string &name)
+{
+    throw UsageError("'" + name + "' is no path of the daemon's machine; for a file of this one say: " +
+                     command + " -l " + name);
+}
+
+// Where a file's name can stand; a mode alone may stand there too.
+Words::iterator file_word(const Row &row, Words &words)
+{
+    return words.begin() + static_cast<std::ptrdiff_t>(std::min(row.file_at, words.size()));
+}
+
+// "-" where the daemon looks for a file's name, and the mode before names.
+void insert_stream(const Row &row, Words &words)
+{
+    const auto at = file_word(row, words);
+    const bool names_follow =
+        row.kind == Kind::settings && !row.imports && at != words.end() && !is_mode(*at);
+    const Words stream = names_follow ? Words{"-", "0"} : Words{"-"};
+    words.insert(at, stream.begin(), stream.end());
+}
+
+// True for a command without a file's name. The daemon then takes, or gives, something too: what that was
+// stays for who has no pipe there, and for lists of users.
+bool lacks_file(const Row &row, Words &words, bool piped)
+{
+    const auto at = file_word(row, words);
+    if (row.kind == Kind::settings && !row.imports && at != words.end())
+        return *at != "-" && !is_there(*at);
+    const bool is_missing = at == words.end() || (row.kind == Kind::settings && is_mode(*at));
+    return is_missing && piped && (row.imports || row.kind != Kind::users);
+}
+
+// The file behind the command is the daemon's, and so has a slash.
+void take_words(const Row &row, Transfer &transfer, bool piped)
+{
+    Words &words = transfer.words;
+    if (words.size() < row.file_at)
+        return;
+    if (lacks_file(row, words, piped))
+        insert_stream(row, words);
+    const auto at = file_word(row, words);
+    if (at == words.end() || is_there(*at))
+        return;
+    if (*at != "-")
+        refuse_name(words[0], *at);
+    transfer.way = row.imports ? Transfer::Way::here_to_daemon : Transfer::Way::daemon_to_here;
+}
+
+// ---- The exchange ----
+
+class Exchange {
+  public:
+    Exchange(const Options &options, const Transfer &transfer, std::string document)
+        : options_(options), command_(command_line(transfer.words)), document_(std::move(document)),
+          limits_(options.limits("apply")), channel_(connect_to(options.endpoint, limits_.connect)),
+          parser_([this](std::string_view line) { take_line(line); }), deadline_(deadline_in(limits_.whole))
+    {
+        request_ = greeting(options.session);
+        if (transfer.way == Transfer::Way::here_to_daemon)
+            request_ += "document " + std::to_string(document_.size()) + "\n";
+        else
+            request_ += command_ + "\n\n";
+        may_send_ = transfer.way != Transfer::Way::here_to_daemon;
+    }
+
+    // What it returns when the reply is whole.
+    int run(const LineSink &sink)
+    {
+        sink_ = sink;
+        while (step()) {
+        }
+        return *parser_.result();
+    }
+
+  private:
+    // The daemon says first that it takes the document: nothing of it goes to one that does not.
+    void take_line(std::string_view line)
+    {
+        received_ += line.size() + 1;
+        if (may_send_ || line.substr(0, line.find('=')) != "Document")
+            return sink_(line);
+        may_send_ = true;
+        all_ = document_.size();
+        request_ += document_ + "\n" + command_ + "\n\n";
+        document_.clear();
+    }
+
+    // False at the end of the connection, which is that of the reply.
+    bool step()
+    {
+        constexpr int kTickMilliseconds = 250; // of what is shown meanwhile
+        const short reading = channel_.read_events();
+        const short sending = channel_.write_events();
+        pollfd wanted{channel_.fd(), static_cast<short>(request_.empty() ? reading : reading | sending), 0};
+        const int left = milliseconds_left(deadline_);
+        const int ready = poll(&wanted, 1, std::min(left, kTickMilliseconds));
+        if (ready == 0 && left == 0) {
+            if (parser_.result())
+                return false;
+            throw WireError("no answer within the time limit");
+        }
+        progress_.show(all_ - std::min(all_, request_.size()), all_, received_);
+        if (ready <= 0)
+            return true;
+        const std::size_t before = request_.size();
+        Came came = Came::nothing;
+        if (!request_.empty() && (wanted.revents & sending) != 0)
+            send_some(channel_, request_);
+        if ((wanted.revents & (reading | POLLHUP | POLLERR)) != 0)
+            came = receive_some(channel_, parser_);
+        if (!options_.timeout && before != request_.size())
+            deadline_ = deadline_in(limits_.whole); // a slow line is none that is dead
+        return came != Came::end;
+    }
+
+    const Options &options_;
+    std::string command_, document_, request_;
+    TimeLimits limits_;
+    Channel channel_;
+    ReplyParser parser_;
+    Deadline deadline_;
+    LineSink sink_;
+    TransferProgress progress_;
+    bool may_send_ = false;
+    std::size_t all_ = 0, received_ = 0;
+};
+
+int send_document(const Options &options, const Transfer &transfer)
+{
+    std::string document = read_local_file(transfer.file, kMostBytes);
+    if (document.find_first_not_of(" \t\r\n") == std::string::npos)
+        throw UsageError((transfer.file == "-" ? "standard input" : transfer.file) + " is empty");
+    bool failed = false;
+    const int result = Exchange(options, transfer, std::move(document)).run([&](std::string_view line) {
+        failed |= line.starts_with("##");
+        print_line(line);
+    });
+    return failed && result == 0 ? 1 : exit_status(result); // some commands close with 0 whatever happens
+}
+
+// Lines that are no part of a document: no document has one that begins so, and in those of settings every
+// "#" of a value is escaped.
+bool is_error(std::string_view line, bool escaped)
+{
+    return line.starts_with("##") || (escaped && line.find("=##") != std::string_view::npos);
+}
+
+int fetch_document(const Options &options, const Transfer &transfer)
+{
+    const bool escaped = transfer.words[0] == "export" || transfer.words[0] == "profile.export";
+    std::string document;
+    bool failed = false;
+    const int result = Exchange(options, transfer, "").run([&](std::string_view line) {
+        if (is_error(line, escaped)) {
+            failed = true;
+            std::fprintf(stderr, "qvc: %.*s\n", static_cast<int>(line.size()), line.data());
+        } else {
+            document.append(line) += '\n';
+        }
+    });
+    if (!document.empty())
+        write_local_file(transfer.file, document);
+    else if (!failed)
+        std::fprintf(stderr, "qvc: there is nothing to export\n");
+    return result == 0 && (failed || document.empty()) ? 1 : exit_status(result);
+}
+
+} // namespace
+
+Transfer read_transfer(Words words, bool piped)
+{
+    Transfer transfer{with_subcommand(std::move(words)), Transfer::Way::none, "-"};
+    const Row *const row = row_of(transfer.words);
+    if (!row)
+        return transfer;
+    const auto option = std::ranges::find(transfer.words, kFileHere);
+    if (option != transfer.words.end()) {
+        if (option + 1 == transfer.words.end())
+            throw UsageError("-l needs a file");
+        transfer.file = *(option + 1);
+        transfer.words.erase(option, option + 2);
+        insert_stream(*row, transfer.words);
+    }
+    take_words(*row, transfer, piped);
+    return transfer;
+}
+
+int run_transfer(const Options &options, const Words &words)
+{
+    const Words dotted = with_subcommand(words);
+    const Row *const row = row_of(dotted);
+    const Transfer transfer =
+        read_transfer(words, row && is_piped(row->imports ? STDIN_FILENO : STDOUT_FILENO));
+    switch (transfer.way) {
+    case Transfer::Way::here_to_daemon:
+        if (transfer.file == "-" && isatty(STDIN_FILENO))
+            throw UsageError("standard input is a terminal; say: " + transfer.words[0] + " -l FILE");
+        return send_document(options, transfer);
+    case Transfer::Way::daemon_to_here:
+        return fetch_document(options, transfer);
+    case Transfer::Way::none:
+        break;
+    }
+    return exit_status(ask(options.endpoint, options.session, {command_line(transfer.words)},
+                           options.limits("apply"), print_line));
+}
+
+} // namespace qvcd::client
