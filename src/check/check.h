@@ -12,7 +12,7 @@ namespace qvcd {
 
 struct CheckOptions {
     std::optional<std::string> root; ///< a folder that stands for "/" of the appliance: its files count too
-    std::stop_token stop{};          ///< when it is asked for, the rest is not looked at
+    std::stop_token stop{};          ///< when it is asked for, nothing is found
 };
 
 /// Everything that is wrong with a model, in the order of its files: what the texts say, and, where every
