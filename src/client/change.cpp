@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "client/advice.h"
 #include "client/change_painter.h"
 #include "client/confirmation.h"
 #include "client/errors.h"
@@ -16,7 +17,8 @@ namespace {
 
 bool is_for_a_person(const Options &options, const Words &words)
 {
-    return !options.strict && isatty(STDOUT_FILENO) && (words.size() < 2 || words[1] != "-j");
+    return !options.strict && !options.quiet && !options.values_only && isatty(STDOUT_FILENO) &&
+           (words.size() < 2 || words[1] != "-j");
 }
 
 int run_painted(const Options &options, const Words &words)
@@ -24,8 +26,11 @@ int run_painted(const Options &options, const Words &words)
     ChangePainter painter(colours_for(std::getenv("NO_COLOR"), std::getenv("TERM")), std::time(nullptr));
     const auto confirmation = can_ask() ? confirmation_time(words) : std::nullopt;
     Awaited awaited;
+    std::vector<std::string> refused;
     const auto show = [&](std::string_view line) {
         print_line(painter.paint(line));
+        if (parse_reply_line(line).error)
+            refused.emplace_back(line);
         awaited.take(line);
     };
     const std::string line = command_line(words);
@@ -44,6 +49,8 @@ int run_painted(const Options &options, const Words &words)
         std::fprintf(stderr, "qvc: %s: looking whether the change awaits confirmation\n", error.what());
         return ask_after_loss(options, painter, *confirmation);
     }
+    std::fflush(stdout);
+    advise(options, words, refused, false, result);
     const bool asks = confirmation && result == 0 && awaited.left;
     return asks ? ask_to_keep(options, painter, awaited) : exit_status(result);
 }

@@ -12,10 +12,10 @@ namespace qvcd::client {
 LocalCommand local_command(std::string_view name)
 {
     static constexpr std::pair<std::string_view, LocalCommand> kNames[] = {
-        {"help", LocalCommand::help},
-        {"login", LocalCommand::login},
-        {"watch", LocalCommand::watch},
-        {"completion", LocalCommand::completion},
+        {"help", LocalCommand::help},   {"login", LocalCommand::login},
+        {"watch", LocalCommand::watch}, {"completion", LocalCommand::completion},
+        {"tree", LocalCommand::tree},   {"find", LocalCommand::find},
+        {"edit", LocalCommand::edit},   {"version", LocalCommand::version},
     };
     const auto *row = std::ranges::find(kNames, name, &std::pair<std::string_view, LocalCommand>::first);
     return row == std::end(kNames) ? LocalCommand::none : row->second;
@@ -23,8 +23,8 @@ LocalCommand local_command(std::string_view name)
 
 bool is_change_command(std::string_view name)
 {
-    static constexpr std::string_view kNames[] = {"plan",  "diff",    "commit",  "confirm",
-                                                  "abort", "history", "rollback"};
+    static constexpr std::string_view kNames[] = {"plan",  "diff",    "commit",   "confirm",
+                                                  "abort", "history", "rollback", "failures"};
     return std::ranges::count(kNames, name) != 0;
 }
 
@@ -41,10 +41,14 @@ bool is_transfer_command(const Words &words)
 
 Words in_json(Words words)
 {
-    if (!is_change_command(words.at(0)))
-        throw UsageError("--json is for plan, diff, commit, confirm, abort, history and rollback");
-    words.insert(words.begin() + 1, "-j");
+    if (is_change_command(words.at(0)))
+        words.insert(words.begin() + 1, "-j");
     return words;
+}
+
+bool has_glob(std::string_view argument)
+{
+    return argument.substr(0, argument.find('=')).find_first_of("*?[") != std::string_view::npos;
 }
 
 std::string command_line(const Words &words)

@@ -133,7 +133,8 @@ Candidates options_of(const CommandShape &shape)
     return options;
 }
 
-constexpr std::string_view kGlobalOptions = "-H -s -t --ca --cert --help --json --key --tls --version";
+constexpr std::string_view kGlobalOptions =
+    "-H -e -f -k -q -s -t -v --ca --cert --help --json --key --tls --version";
 
 bool takes_file(const std::string &option)
 {

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include "client/advice.h"
 #include "client/batch.h"
+#include "client/command.h"
 #include "client/interactive.h"
 #include "client/local_commands.h"
 #include "client/program.h"
@@ -13,6 +15,10 @@ namespace {
 
 int run(const Options &options, char **)
 {
+    if (options.said_result && !options.words.empty()) {
+        advise(options, options.words, options.said_lines, options.said_lines.empty(), *options.said_result);
+        return exit_status(*options.said_result);
+    }
     if (!options.words.empty())
         return run_command(options, options.words);
     const bool is_script = options.script || isatty(STDIN_FILENO) == 0;

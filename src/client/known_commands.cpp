@@ -61,6 +61,9 @@ constexpr KnownCommand kCommands[] = {
     {"version"},
     {"watch"},
     {"completion"},
+    {"tree"},
+    {"find"},
+    {"edit"},
 };
 
 bool has_word(std::string_view list, std::string_view word)

@@ -1,9 +1,10 @@
 #include "client/local_commands.h"
 
-#include <algorithm>
 #include <cstdio>
 
+#include "client/answer.h"
 #include "client/command_check.h"
+#include "client/name_globs.h"
 #include "client/reply.h"
 #include "client/transfer.h"
 #include "qvclient/connect.h"
@@ -21,14 +22,16 @@ bool is_help_subcommand(std::string_view word)
 
 int run_help(const Options &options, const Words &words)
 {
+    Answer answer(options, words);
     bool said_something = false;
     const int result = ask(options.endpoint, options.session, help_lines(words), options.limits(words[0]),
                            [&](std::string_view line) {
                                said_something = true;
-                               print_line(line);
+                               answer.take(line);
                            });
-    if (said_something || result != 0)
-        return exit_status(result);
+    const int status = answer.end(result);
+    if (said_something || status != 0)
+        return status;
     std::fprintf(stderr, "qvc: the daemon has no help on this\n");
     return 1;
 }
@@ -59,13 +62,23 @@ bool is_client_only(const std::string &command)
 int run_command(const Options &options, const Words &typed)
 {
     check_command(options, typed);
-    const Words words = options.json ? in_json(typed) : typed;
+    Words words = with_names(options, options.json ? in_json(typed) : typed);
     switch (local_command(words.at(0))) {
     case LocalCommand::help:
         return run_help(options, words);
     case LocalCommand::login:
         return run_login(options, words);
+    case LocalCommand::tree:
+        return run_tree(options, words);
+    case LocalCommand::find:
+        return run_find(options, words);
+    case LocalCommand::edit:
+        return run_edit(options, words);
+    case LocalCommand::version:
+        return run_version(options, words);
     case LocalCommand::watch:
+        if (options.json && words.size() == 1)
+            words.emplace_back("--json");
         return run_watch(options, words);
     case LocalCommand::completion:
         return run_completion(options, words);
@@ -79,16 +92,10 @@ int run_command(const Options &options, const Words &typed)
 
 int run_on_daemon(const Options &options, const Words &words)
 {
-    std::vector<std::string> lines; // whether they hold errors depends on the result
+    Answer answer(options, words);
     const int result = ask(options.endpoint, options.session, {command_line(words)}, options.limits(words[0]),
-                           [&](std::string_view line) {
-                               print_line(line);
-                               if (options.strict && parse_reply_line(line).error)
-                                   lines.emplace_back(line);
-                           });
-    const bool failed = std::ranges::any_of(
-        lines, [&](const std::string &line) { return says_error(words[0], result, line); });
-    return failed && result == 0 ? 1 : exit_status(result);
+                           [&](std::string_view line) { answer.take(line); });
+    return answer.end(result);
 }
 
 } // namespace qvcd::client

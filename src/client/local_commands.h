@@ -27,6 +27,10 @@ int run_on_daemon(const Options &options, const Words &words);
 /// confirmation is asked about.
 int run_change(const Options &options, const Words &words);
 
+int run_tree(const Options &options, const Words &words);
+int run_find(const Options &options, const Words &words);
+int run_edit(const Options &options, const Words &words);
+int run_version(const Options &options, const Words &words);
 int run_login(const Options &options, const Words &words);
 int run_watch(const Options &options, const Words &words);
 int run_completion(const Options &options, const Words &words);

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <system_error>
 #include <unistd.h>
 
@@ -13,7 +14,7 @@
 #include "client/known_commands.h"
 #include "client/program.h"
 #include "client/reply.h"
-#include "qvclient/wire.h"
+#include "qvclient/exchange.h"
 
 using namespace qvcd;
 using namespace qvcd::client;
@@ -32,14 +33,51 @@ namespace {
     throw std::system_error(errno, std::generic_category(), "cannot run " + full);
 }
 
+// What went wrong, as far as the reply shows.
+struct Trouble {
+    std::vector<std::string> lines; // with an error
+    bool is_silent = true;          // the reply had no line
+
+    void take(std::string_view line)
+    {
+        constexpr std::size_t kMost = 10;
+        is_silent = false;
+        if (lines.size() < kMost && parse_reply_line(line).error)
+            lines.emplace_back(line);
+    }
+};
+
+// It says what would have been right, and ends with the status that the command had.
+[[noreturn]] void have_advice_given(char **arguments, const Trouble &trouble, int result)
+{
+    if (std::fflush(stdout) != 0)
+        throw std::system_error(errno, std::generic_category(), "cannot write the reply");
+    std::vector<std::string> words{arguments[0], "--said-result=" + std::to_string(result)};
+    for (const std::string &line : trouble.lines)
+        words.push_back("--said=" + line);
+    std::vector<char *> all;
+    for (std::string &word : words)
+        all.push_back(word.data());
+    for (char **word = arguments + 1; *word; ++word)
+        all.push_back(*word);
+    all.push_back(nullptr);
+    become_full_client(all.data());
+}
+
+bool has_form_of_its_own(const Options &options)
+{
+    return options.values_only || options.quiet || options.strict || options.said_result ||
+           (options.json && !is_change_command(options.words[0])) || isatty(STDOUT_FILENO) == 1;
+}
+
 bool is_done_here(const Options &options)
 {
     if (!options.endpoint.local() || options.words.empty())
         return false;
     const std::string &command = options.words[0];
     return is_known_command(options.words) && local_command(command) == LocalCommand::none &&
-           !is_transfer_command(options.words) &&
-           (!is_change_command(command) || options.json || isatty(STDOUT_FILENO) == 0);
+           !is_transfer_command(options.words) && !has_form_of_its_own(options) &&
+           std::none_of(options.words.begin() + 1, options.words.end(), has_glob);
 }
 
 int run(const Options &options, char **arguments)
@@ -50,7 +88,17 @@ int run(const Options &options, char **arguments)
     const TimeLimits limits = options.limits(options.words[0]);
     const Deadline deadline = deadline_in(limits.whole);
     Channel channel(connect_local(options.endpoint.socket_path("qvcd"), limits.connect));
-    return exit_status(ask(std::move(channel), options.session, {line}, deadline, print_line));
+    Trouble trouble;
+    const int result =
+        ask(std::move(channel), options.session, {line}, deadline, [&](std::string_view reply) {
+            print_line(reply);
+            trouble.take(reply);
+        });
+    std::erase_if(trouble.lines,
+                  [&](const std::string &said) { return !says_error(options.words[0], result, said); });
+    if (!options.json && (!trouble.lines.empty() || (trouble.is_silent && result != 0)))
+        have_advice_given(arguments, trouble, result);
+    return exit_status(result);
 }
 
 } // namespace

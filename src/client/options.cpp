@@ -27,7 +27,10 @@ up to the first that fails.
   --cert FILE, --key FILE   show this certificate; session 0 then stands for the user whom it names
   -t SECONDS     give up when the whole reply is not there in time (default 30; 600 for commands that wait
                  for scripts: commit, rollback, abort, apply, update, preset, profile)
-  --json         print the answer of plan, diff, commit, confirm, abort, history or rollback as JSON
+  --json         print the answer as one line of JSON: values, typed, and errors apart
+  -v             print values only, without their names; errors go to standard error
+  -q             print errors only, on standard error
+  -e             fail when the reply holds an error, whatever the result is
   -h, --help     this text
   -V, --version  the version
 
@@ -36,6 +39,12 @@ Commands of the client's own, besides the daemon's:
   login USER [PASSWORD [IP [SERVER]]]   prints Session=NUMBER; asks for a missing password, or for one of "-"
   watch [--json]                        prints events as they come, until interrupted
   completion bash                       prints the completion script of Bash
+  tree [NAME ...]                       settings as a tree, with marks: modified, unapplied, not default
+  find WORD ...                         settings whose name, help or description holds all of the words
+  edit NAME ...                         settings in $EDITOR, until the daemon takes them or one gives up
+  version                               of client and daemon, and how the daemon is
+
+In names "*", "?" and "[...]" match within one part: "Services.*.port".
 
 Exit code: the command's result, of several that of the first that failed; 2 for a wrong command line; 124 when the daemon cannot be reached, does not
 answer in time or breaks off.
@@ -92,7 +101,7 @@ Endpoint tcp_endpoint(const std::string &text)
     return endpoint;
 }
 
-enum LongOption { kJson = 256, kTls, kAuthorities, kCertificate, kKey };
+enum LongOption { kJson = 256, kTls, kAuthorities, kCertificate, kKey, kSaidResult, kSaid };
 
 // What the options for TLS name; the endpoint gets it when all of them are known.
 struct TlsChoice {
@@ -112,6 +121,14 @@ void take_tls(Endpoint &endpoint, const TlsChoice &tls)
     if (endpoint.local())
         throw UsageError("--tls needs -H");
     endpoint.tls = files;
+}
+
+int said_number(const std::string &text)
+{
+    int number = 0;
+    if (!parse_number(text, number))
+        throw UsageError("'" + text + "' is no result");
+    return number;
 }
 
 std::string file_name(const char *text)
@@ -141,6 +158,21 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
         break;
     case kJson:
         options.json = true;
+        break;
+    case 'v':
+        options.values_only = true;
+        break;
+    case 'q':
+        options.quiet = true;
+        break;
+    case 'e':
+        options.strict = true;
+        break;
+    case kSaidResult:
+        options.said_result = said_number(optarg);
+        break;
+    case kSaid:
+        options.said_lines.emplace_back(optarg);
         break;
     case kTls:
         tls.wanted = true;
@@ -183,6 +215,8 @@ Options parse_options(const std::vector<std::string> &arguments)
         {"ca", required_argument, nullptr, kAuthorities},
         {"cert", required_argument, nullptr, kCertificate},
         {"key", required_argument, nullptr, kKey},
+        {"said-result", required_argument, nullptr, kSaidResult}, // from qvc to qvc-full
+        {"said", required_argument, nullptr, kSaid},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'V'},
         {nullptr, 0, nullptr, 0},
@@ -203,7 +237,7 @@ Options parse_options(const std::vector<std::string> &arguments)
     const int argc = static_cast<int>(argv.size()) - 1;
     for (int option = 0; options.action == Options::Action::run;) {
         const int at = optind == 0 ? 1 : optind;
-        option = getopt_long(argc, argv.data(), "+:s:H:t:f:khV", kLongOptions, nullptr);
+        option = getopt_long(argc, argv.data(), "+:s:H:t:f:kvqehV", kLongOptions, nullptr);
         if (option == -1)
             break;
         take_option(options, tls, option, argv[static_cast<std::size_t>(at)]);

@@ -18,10 +18,14 @@ struct Options {
     int session = 0;
     std::optional<std::chrono::milliseconds> timeout; ///< what -t says
     bool json = false;
-    bool strict = false;               ///< an error in a reply counts as a result that is not 0
-    std::optional<std::string> script; ///< the file to read commands from, "-": standard input
-    bool keep_going = false;           ///< after a command that failed
-    std::vector<std::string> words;    ///< the command and its arguments; empty: read commands
+    bool values_only = false;
+    bool quiet = false;                  ///< errors only
+    std::optional<int> said_result;      ///< the command has run and ended with this result, and only advice
+    std::vector<std::string> said_lines; ///< on these lines of its reply is wanted (client/main.cpp)
+    bool strict = false;                 ///< an error in a reply counts as a result that is not 0
+    std::optional<std::string> script;   ///< the file to read commands from, "-": standard input
+    bool keep_going = false;             ///< after a command that failed
+    std::vector<std::string> words;      ///< the command and its arguments; empty: read commands
 
     /// What a request with this command may take: what -t says, else what suits the command.
     TimeLimits limits(std::string_view command) const;

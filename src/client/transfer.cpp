@@ -1,13 +1,12 @@
 #include "client/transfer.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <optional>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "client/answer.h"
 #include "client/command_shapes.h"
 #include "client/errors.h"
 #include "client/local_file.h"
@@ -112,82 +111,17 @@ void take_words(const Row &row, Transfer &transfer, bool piped)
 
 // ---- The exchange ----
 
-class Exchange {
-  public:
-    Exchange(const Options &options, const Transfer &transfer, std::string document)
-        : options_(options), command_(command_line(transfer.words)), document_(std::move(document)),
-          limits_(options.limits("apply")), channel_(connect_to(options.endpoint, limits_.connect)),
-          parser_([this](std::string_view line) { take_line(line); }), deadline_(deadline_in(limits_.whole))
-    {
-        request_ = greeting(options.session);
-        if (transfer.way == Transfer::Way::here_to_daemon)
-            request_ += "document " + std::to_string(document_.size()) + "\n";
-        else
-            request_ += command_ + "\n\n";
-        may_send_ = transfer.way != Transfer::Way::here_to_daemon;
-    }
-
-    // What it returns when the reply is whole.
-    int run(const LineSink &sink)
-    {
-        sink_ = sink;
-        while (step()) {
-        }
-        return *parser_.result();
-    }
-
-  private:
-    // The daemon says first that it takes the document: nothing of it goes to one that does not.
-    void take_line(std::string_view line)
-    {
-        received_ += line.size() + 1;
-        if (may_send_ || line.substr(0, line.find('=')) != "Document")
-            return sink_(line);
-        may_send_ = true;
-        all_ = document_.size();
-        request_ += document_ + "\n" + command_ + "\n\n";
-        document_.clear();
-    }
-
-    // False at the end of the connection, which is that of the reply.
-    bool step()
-    {
-        constexpr int kTickMilliseconds = 250; // of what is shown meanwhile
-        const short reading = channel_.read_events();
-        const short sending = channel_.write_events();
-        pollfd wanted{channel_.fd(), static_cast<short>(request_.empty() ? reading : reading | sending), 0};
-        const int left = milliseconds_left(deadline_);
-        const int ready = poll(&wanted, 1, std::min(left, kTickMilliseconds));
-        if (ready == 0 && left == 0) {
-            if (parser_.result())
-                return false;
-            throw WireError("no answer within the time limit");
-        }
-        progress_.show(all_ - std::min(all_, request_.size()), all_, received_);
-        if (ready <= 0)
-            return true;
-        const std::size_t before = request_.size();
-        Came came = Came::nothing;
-        if (!request_.empty() && (wanted.revents & sending) != 0)
-            send_some(channel_, request_);
-        if ((wanted.revents & (reading | POLLHUP | POLLERR)) != 0)
-            came = receive_some(channel_, parser_);
-        if (!options_.timeout && before != request_.size())
-            deadline_ = deadline_in(limits_.whole); // a slow line is none that is dead
-        return came != Came::end;
-    }
-
-    const Options &options_;
-    std::string command_, document_, request_;
-    TimeLimits limits_;
-    Channel channel_;
-    ReplyParser parser_;
-    Deadline deadline_;
-    LineSink sink_;
-    TransferProgress progress_;
-    bool may_send_ = false;
-    std::size_t all_ = 0, received_ = 0;
-};
+int exchange_shown(const Options &options, const Transfer &transfer, std::optional<std::string> document,
+                   const LineSink &sink)
+{
+    const TimeLimits limits = options.limits("apply");
+    TransferProgress progress;
+    Watcher watcher{.show = [&](const Progress &p) { progress.show(p.sent, p.all, p.received); }};
+    if (!options.timeout) // a slow line is none that is dead
+        watcher.patience = limits.whole;
+    return exchange(options.endpoint, options.session,
+                    {command_line(transfer.words) + "\n", std::move(document)}, limits, sink, watcher);
+}
 
 int send_document(const Options &options, const Transfer &transfer)
 {
@@ -195,7 +129,7 @@ int send_document(const Options &options, const Transfer &transfer)
     if (document.find_first_not_of(" \t\r\n") == std::string::npos)
         throw UsageError((transfer.file == "-" ? "standard input" : transfer.file) + " is empty");
     bool failed = false;
-    const int result = Exchange(options, transfer, std::move(document)).run([&](std::string_view line) {
+    const int result = exchange_shown(options, transfer, std::move(document), [&](std::string_view line) {
         failed |= line.starts_with("##");
         print_line(line);
     });
@@ -214,7 +148,7 @@ int fetch_document(const Options &options, const Transfer &transfer)
     const bool escaped = transfer.words[0] == "export" || transfer.words[0] == "profile.export";
     std::string document;
     bool failed = false;
-    const int result = Exchange(options, transfer, "").run([&](std::string_view line) {
+    const int result = exchange_shown(options, transfer, std::nullopt, [&](std::string_view line) {
         if (is_error(line, escaped)) {
             failed = true;
             std::fprintf(stderr, "qvc: %.*s\n", static_cast<int>(line.size()), line.data());
@@ -265,8 +199,9 @@ int run_transfer(const Options &options, const Words &words)
     case Transfer::Way::none:
         break;
     }
-    return exit_status(ask(options.endpoint, options.session, {command_line(transfer.words)},
-                           options.limits("apply"), print_line));
+    Answer answer(options, transfer.words);
+    return answer.end(ask(options.endpoint, options.session, {command_line(transfer.words)},
+                          options.limits("apply"), [&](std::string_view line) { answer.take(line); }));
 }
 
 } // namespace qvcd::client

@@ -103,14 +103,18 @@ qvc_status log_in(qvc_client &client, const char *user, const char *password)
 } // namespace
 
 int qvcd::client::ask_with(const qvc_client &client, const std::vector<std::string> &words,
-                           const LineSink &sink)
+                           const LineSink &sink, std::optional<std::string> document)
 {
-    TimeLimits limits = usual_limits(words.at(0));
+    TimeLimits limits = usual_limits(document ? "apply" : words.at(0));
     if (client.connect_ms != 0)
         limits.connect = std::chrono::milliseconds(client.connect_ms);
     if (client.reply_ms != 0)
         limits.whole = std::chrono::milliseconds(client.reply_ms);
-    return ask(client.endpoint, client.caller, {wire_line(words)}, limits, sink);
+    Watcher watcher;
+    if (document)
+        watcher.patience = limits.whole;
+    return exchange(client.endpoint, client.caller, {wire_line(words) + "\n", std::move(document)}, limits,
+                    sink, watcher);
 }
 
 int qvc_version(void)

@@ -9,6 +9,7 @@
 #include "qvclient/c_guard.h"
 #include "qvclient/event_stream.h"
 #include "qvclient/qvclient.h"
+#include "qvclient/reply.h"
 #include "qvclient/wire.h"
 
 // What is behind the handles of qvclient.h.
@@ -35,7 +36,8 @@ struct Line {
 };
 
 /// Runs the command `words` and hands its lines to `sink`; the result code. Throws UsageError and WireError.
-int ask_with(const qvc_client &client, const std::vector<std::string> &words, const LineSink &sink);
+int ask_with(const qvc_client &client, const std::vector<std::string> &words, const LineSink &sink,
+             std::optional<std::string> document = std::nullopt);
 
 /// guarded() for functions of a client.
 template <class Function>

@@ -8,10 +8,17 @@ using namespace qvcd::client;
 
 namespace {
 
+constexpr std::size_t kMostDocumentBytes = std::size_t{4} << 20; // that the daemon takes
 constexpr std::size_t kMostWords = 100; // the daemon would drop further ones without a word
 
-std::vector<std::string> words_of(std::size_t count, const char *const *words)
+struct GivenWords {
+    std::size_t count;
+    const char *const *words;
+};
+
+std::vector<std::string> words_of(const GivenWords &given)
 {
+    const auto [count, words] = given;
     if (count < 1 || count > kMostWords || !words || std::count(words, words + count, nullptr) != 0)
         throw UsageError("a command has 1 to 100 words");
     return {words, words + count};
@@ -36,6 +43,24 @@ qvc_status stream(const qvc_client &client, const std::vector<std::string> &word
     } catch (const Enough &) {
         throw WireError("the rest of the reply is not wanted");
     }
+}
+
+qvc_status run(qvc_client *client, const GivenWords &given, std::optional<std::string_view> document,
+               qvc_reply **reply)
+{
+    if (reply)
+        *reply = nullptr;
+    return with(client, [&] {
+        if (!reply)
+            throw UsageError("nowhere to put the reply");
+        if (document && document->size() > kMostDocumentBytes)
+            throw UsageError("a document has at most 4 MiB");
+        const std::vector<std::string> words = words_of(given);
+        *reply = new qvc_reply(words, [&](const LineSink &sink) {
+            return ask_with(*client, words, sink, std::optional<std::string>(document));
+        });
+        return QVC_OK;
+    });
 }
 
 const Line *line_of(const qvc_reply *reply, std::size_t i)
@@ -76,15 +101,14 @@ qvc_reply::qvc_reply(const std::vector<std::string> &words,
 
 qvc_status qvc_run(qvc_client *client, size_t count, const char *const *words, qvc_reply **reply)
 {
-    if (reply)
-        *reply = nullptr;
-    return with(client, [&] {
-        if (!reply)
-            throw UsageError("nowhere to put the reply");
-        const std::vector<std::string> all = words_of(count, words);
-        *reply = new qvc_reply(all, [&](const LineSink &sink) { return ask_with(*client, all, sink); });
-        return QVC_OK;
-    });
+    return run(client, {count, words}, std::nullopt, reply);
+}
+
+qvc_status qvc_run_with_document(qvc_client *client, size_t count, const char *const *words,
+                                 const char *document, size_t size, qvc_reply **reply)
+{
+    const std::string_view text = document ? std::string_view(document, size) : std::string_view();
+    return run(client, {count, words}, text, reply);
 }
 
 qvc_status qvc_stream(qvc_client *client, size_t count, const char *const *words, qvc_take_line take,
@@ -93,7 +117,7 @@ qvc_status qvc_stream(qvc_client *client, size_t count, const char *const *words
     return with(client, [&] {
         if (!take)
             throw UsageError("nobody takes the lines");
-        return stream(*client, words_of(count, words), take, context, result);
+        return stream(*client, words_of({count, words}), take, context, result);
     });
 }
 

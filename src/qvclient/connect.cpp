@@ -70,6 +70,15 @@ Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout)
     return channel;
 }
 
+int exchange(const Endpoint &endpoint, const Caller &caller, Request request, TimeLimits limits,
+             const LineSink &sink, const Watcher &watcher)
+{
+    begin_request();
+    const Deadline deadline = deadline_in(limits.whole);
+    return exchange(connect_to(endpoint, limits.connect), caller, std::move(request), deadline, sink,
+                    watcher);
+}
+
 int ask(const Endpoint &endpoint, const Caller &caller, const std::vector<std::string> &lines,
         TimeLimits limits, const LineSink &sink)
 {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "qvclient/wire.h"
+#include "qvclient/exchange.h"
 
 namespace qvcd::client {
 
@@ -13,7 +13,9 @@ namespace qvcd::client {
 /// A connection that can be used. Throws TlsFileError when a file for TLS cannot.
 Channel connect_to(const Endpoint &endpoint, std::chrono::milliseconds timeout);
 
-/// ask() over a new connection.
+/// exchange() and ask() over a new connection.
+int exchange(const Endpoint &endpoint, const Caller &caller, Request request, TimeLimits limits,
+             const LineSink &sink, const Watcher &watcher = {});
 int ask(const Endpoint &endpoint, const Caller &caller, const std::vector<std::string> &lines,
         TimeLimits limits, const LineSink &sink);
 

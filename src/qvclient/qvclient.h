@@ -150,7 +150,15 @@ typedef struct qvc_reply qvc_reply;
 QVC_API qvc_status qvc_run(qvc_client *client, size_t count, const char *const *words, qvc_reply **reply);
 
 /*
- * The same, handing out each line, without newline but with a NUL byte behind it, as soon as it comes: for
+ * qvc_run() for a command that takes a document of `size` bytes, at most 4 MiB: import, preset.import,
+ * profile.import and user.import, where "-" stands in place of a file. Commands that give one (export, ...
+ * with "-") give it in their reply. The time limit counts from the last byte that was sent.
+ */
+QVC_API qvc_status qvc_run_with_document(qvc_client *client, size_t count, const char *const *words,
+                                         const char *document, size_t size, qvc_reply **reply);
+
+/*
+ * qvc_run(), handing out each line, without newline but with a NUL byte behind it, as soon as it comes: for
  * commands that take long, and replies that are large. What `take` is called with is good until it returns;
  * it must return. When it returns other than 0, the rest is not waited for, and the status is QVC_BROKEN; the
  * command goes on. *result (null: not wanted) is the result code.

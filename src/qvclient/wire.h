@@ -4,14 +4,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/channel.h"
 #include "platform/fd.h"
 #include "platform/socket.h"
 #include "platform/tls.h"
 #include "qvclient/limits.h"
-#include "qvclient/reply.h"
 
 namespace qvcd::client {
 
@@ -48,22 +46,6 @@ int milliseconds_left(Deadline deadline);
 /// For a signal handler: what waits now gives up, until the next request begins.
 void interrupt_request();
 void begin_request();
-
-/// Sends what the connection takes now and removes it from `text`. When the other side has closed, `text` is
-/// dropped: what it answered before can still be read.
-void send_some(Channel &channel, std::string &text);
-
-/// Hands what has arrived to `parser`. Throws when the stream ends or breaks before the end of the reply.
-enum class Came { something, nothing, end };
-Came receive_some(Channel &channel, ReplyParser &parser);
-
-std::string greeting(const Caller &caller);
-
-/// Sends `lines` as the commands of one connection, hands the reply lines to `sink` as they come and returns
-/// the result code of the last command. Only the end of the connection tells the end of the reply; when it
-/// does not come although all else has come, the connection is lost, and the reply is taken as it is.
-int ask(Channel channel, const Caller &caller, const std::vector<std::string> &lines, Deadline deadline,
-        const LineSink &sink);
 
 /// Waits until one of the `events` of poll(2) has come; false when none is there at the deadline.
 bool has_come(const Channel &channel, short events, Deadline deadline);

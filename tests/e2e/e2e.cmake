@@ -18,6 +18,7 @@ endfunction()
 add_dependencies(concurrent_tests qvcd qvc apimeta)
 
 qvcd_e2e_test(NAME access CONCURRENT)
+qvcd_e2e_test(NAME answers)
 qvcd_e2e_test(NAME change CONCURRENT)
 qvcd_e2e_test(NAME changes_page)
 qvcd_e2e_test(NAME client_library)

@@ -154,6 +154,20 @@ def test_values_errors_and_events(a, qvclient):
             client.get(name)
 
 
+def test_documents_go_and_come(a, qvclient):
+    with qvclient.Client(folder=str(a.path("/var/run/qv"))) as client:
+        before = client.check("export", "-", "0", "Network.hostname").text
+        client.set("Network.hostname", "other")
+        assert client.check("import", "-", document=before.encode()).failed is False
+        assert client.check("export", "-", "0", "Network.hostname").text == before
+        for document in (b"", b"no {", b"a = \0"):
+            assert client.run("import", "-", document=document).failed
+        with pytest.raises(qvclient.ArgumentError):
+            client.run("import", "-", document=bytes(5 << 20))
+        large = b"".join(b"No.such%d = %d\n" % (i, i) for i in range(150000))
+        assert client.run("import", "-", document=large).result == 0
+
+
 def test_a_daemon_that_says_nothing_or_half(qvclient, tmp_path):
     listener = socket.socket(socket.AF_UNIX)
     listener.bind(str(tmp_path / "qvcd.sock"))

@@ -86,6 +86,7 @@ _FUNCTIONS: dict[str, tuple[typing.Any, list[typing.Any]]] = {
     "text_free": (None, [_Handle]),
     "set": (ctypes.c_int, [_Handle, _Text, _Text]),
     "run": (ctypes.c_int, [_Handle, ctypes.c_size_t, ctypes.POINTER(_Text), _Out]),
+    "run_with_document": (ctypes.c_int, [_Handle, ctypes.c_size_t, ctypes.POINTER(_Text), _Text, ctypes.c_size_t, _Out]),
     "reply_free": (None, [_Handle]),
     "reply_result": (ctypes.c_int, [_Handle]),
     "reply_failed": (ctypes.c_int, [_Handle]),
@@ -159,6 +160,11 @@ class Reply:
 
     def __iter__(self) -> typing.Iterator[Line]:
         return iter(self.lines)
+
+    @property
+    def text(self) -> str:
+        """All lines, each with a newline."""
+        return "".join(line.text + "\n" for line in self.lines)
 
     @property
     def values(self) -> dict[str, str]:
@@ -283,10 +289,14 @@ class Client:
         """Sets one setting, without saving or applying it. Raises Refused."""
         self._call("set", _bytes(name), _bytes(value))
 
-    def run(self, *words: str) -> Reply:
-        """Runs any command. The reply may hold errors."""
+    def run(self, *words: str, document: bytes | None = None) -> Reply:
+        """Runs any command. The reply may hold errors. document: for an import that has "-" in place of a file."""
         found = _Handle()
-        self._call("run", len(words), (_Text * len(words))(*map(_bytes, words)), ctypes.byref(found))
+        given = len(words), (_Text * len(words))(*map(_bytes, words))
+        if document is None:
+            self._call("run", *given, ctypes.byref(found))
+        else:
+            self._call("run_with_document", *given, document, len(document), ctypes.byref(found))
         try:
             count = _library.qvc_reply_count(found)
             lines = tuple(_line(found, i) for i in range(count))
@@ -294,9 +304,9 @@ class Client:
         finally:
             _library.qvc_reply_free(found)
 
-    def check(self, *words: str) -> Reply:
-        """Runs any command, and raises Refused, with the reply in it, when that fails."""
-        reply = self.run(*words)
+    def check(self, *words: str, document: bytes | None = None) -> Reply:
+        """run(), which raises Refused, with the reply in it, when the command fails."""
+        reply = self.run(*words, document=document)
         if reply.failed:
             error = Refused(next((line.text for line in reply if line.error), f"result {reply.result}"))
             error.reply = reply

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "client/command.h"
+#include "client/options.h"
+
+namespace qvcd::client {
+
+/// Says on standard error what would have been right, as far as the daemon tells within a short time: values
+/// that a setting takes, names like one that is not found, why an action failed, that there is no such
+/// session. `refused`: the lines of the reply with errors; `is_empty`: it had no line at all.
+void advise(const Options &options, const Words &words, const std::vector<std::string> &refused,
+            bool is_empty, int result);
+
+/// "0 to 100" or "enable, disable", from the lines of `introspect NAME`; empty when any text would do.
+std::string allowed_values(const std::vector<std::string> &lines, const std::string &name);
+
+/// The same, asked of the daemon.
+std::string allowed_values(const Options &options, const std::string &name);
+
+} // namespace qvcd::client

@@ -1,0 +1,111 @@
+#include "client/answer.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <unistd.h>
+
+#include "client/advice.h"
+#include "client/json_answer.h"
+#include "client/reply.h"
+#include "qvclient/limits.h"
+
+namespace qvcd::client {
+
+namespace {
+
+constexpr std::size_t kMostRefused = 1000; // that are looked at again
+
+// Where one waits for each line, they are not kept until the end.
+bool waits(const Words &words)
+{
+    return usual_limits(words[0]).whole != usual_limits("").whole;
+}
+
+bool is_at_prompt(const Options &options)
+{
+    return options.words.empty() && !options.strict && isatty(STDIN_FILENO) == 1;
+}
+
+std::string_view value_of(std::string_view line)
+{
+    return parse_reply_line(line).value;
+}
+
+} // namespace
+
+Answer::Form Answer::form_of(const Options &options, const Words &words, const Screen &screen)
+{
+    if (options.json) // commands of changes answer in JSON themselves
+        return is_change_command(words[0]) ? Form::lines : Form::json;
+    if (options.quiet)
+        return Form::errors;
+    if (options.values_only)
+        return Form::values;
+    return screen.is_there && !options.strict && !waits(words) ? Form::screen : Form::lines;
+}
+
+Answer::Answer(const Options &options, Words words)
+    : options_(options), words_(std::move(words)), screen_(look_at_screen()),
+      form_(form_of(options_, words_, screen_))
+{
+}
+
+void Answer::take(std::string_view line)
+{
+    is_empty_ = false;
+    if (parse_reply_line(line).error && refused_.size() < kMostRefused)
+        refused_.emplace_back(line);
+    if (form_ == Form::json || form_ == Form::screen)
+        kept_.emplace_back(line);
+    else
+        print(line);
+}
+
+void Answer::print(std::string_view line) const
+{
+    if (form_ == Form::lines)
+        return print_line(line);
+    if (parse_reply_line(line).error) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "%s\n", std::string(line).c_str());
+    } else if (form_ == Form::values) {
+        print_line(value_of(line));
+    }
+}
+
+// A single line stays as it is; many are easier to read in columns.
+std::vector<std::string> Answer::for_screen() const
+{
+    const auto is_setting = [](const std::string &line) {
+        const std::string_view name = parse_reply_line(line).name;
+        return !name.empty() && name.find_first_of(" \t") == std::string_view::npos;
+    };
+    const bool is_table = kept_.size() > 1 && std::ranges::all_of(kept_, is_setting);
+    std::vector<TableRow> rows;
+    for (const std::string &line : kept_) {
+        const ReplyLine parts = parse_reply_line(line);
+        const std::string value = parts.error ? in_red(screen_, parts.value) : std::string(parts.value);
+        if (is_table)
+            rows.push_back({std::string(parts.name), value});
+        else
+            rows.push_back({parts.name.empty() ? value : std::string(parts.name) + "=" + value, ""});
+    }
+    return in_columns(rows);
+}
+
+int Answer::end(int result)
+{
+    std::erase_if(refused_, [&](const std::string &line) { return !says_error(words_[0], result, line); });
+    if (form_ == Form::json)
+        print_line(json_answer(options_, words_, kept_, result));
+    else if (form_ == Form::screen)
+        show_lines(screen_, for_screen());
+    std::fflush(stdout);
+    if (!options_.json && form_ != Form::errors)
+        advise(options_, words_, refused_, is_empty_, result);
+    if (is_empty_ && result == 0 && form_ == Form::screen && is_at_prompt(options_))
+        std::puts("(nothing)");
+    return options_.strict && result == 0 && !refused_.empty() ? 1 : exit_status(result);
+}
+
+} // namespace qvcd::client

@@ -1,0 +1,174 @@
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "client/advice.h"
+#include "client/edit_text.h"
+#include "client/errors.h"
+#include "client/local_commands.h"
+#include "client/reply.h"
+#include "platform/fd.h"
+#include "qvclient/connect.h"
+
+namespace qvcd::client {
+
+namespace {
+
+[[noreturn]] void throw_system(const std::string &what)
+{
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+// A file of our own, for nobody else to read, that goes when it is not needed any more.
+class PrivateText {
+  public:
+    PrivateText()
+    {
+        const char *folder = std::getenv("TMPDIR");
+        path_ = std::string(folder && *folder != '\0' ? folder : "/tmp") + "/qvc-edit-XXXXXX";
+        const Fd file(::mkostemp(path_.data(), O_CLOEXEC)); // mode 0600
+        if (!file)
+            throw_system("cannot make " + path_);
+    }
+    ~PrivateText() { ::unlink(path_.c_str()); }
+    PrivateText(const PrivateText &) = delete;
+    PrivateText &operator=(const PrivateText &) = delete;
+    const std::string &path() const { return path_; }
+
+    void write(const std::string &text) const
+    {
+        std::FILE *file = std::fopen(path_.c_str(), "we");
+        if (!file)
+            throw_system("cannot write " + path_);
+        const bool is_whole = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+        if (std::fclose(file) != 0 || !is_whole)
+            throw_system("cannot write " + path_);
+    }
+
+    // An editor may have put another file in its place.
+    std::string read() const
+    {
+        std::FILE *file = std::fopen(path_.c_str(), "re");
+        if (!file)
+            throw_system("cannot read " + path_);
+        std::string text;
+        std::array<char, 16384> block;
+        for (std::size_t n = 0; (n = std::fread(block.data(), 1, block.size(), file)) > 0;)
+            text.append(block.data(), n);
+        const bool is_whole = std::ferror(file) == 0;
+        std::fclose(file);
+        if (!is_whole)
+            throw_system("cannot read " + path_);
+        return text;
+    }
+
+  private:
+    std::string path_;
+};
+
+std::string editor()
+{
+    for (const char *variable : {"VISUAL", "EDITOR"}) {
+        if (const char *program = std::getenv(variable); program && *program != '\0')
+            return program;
+    }
+    return "vi";
+}
+
+// The variable may hold a program with arguments, as elsewhere.
+void run_editor(const std::string &path)
+{
+    std::fflush(stdout);
+    setenv("QVC_EDIT_FILE", path.c_str(), 1);
+    const int status = std::system((editor() + " \"$QVC_EDIT_FILE\"").c_str());
+    unsetenv("QVC_EDIT_FILE");
+    if (status != 0)
+        throw UsageError("the editor failed; nothing more is changed");
+}
+
+// Why it is refused; empty: it is set.
+std::string set_one(const Options &options, const std::string &name, const std::string &value)
+{
+    std::string line;
+    try {
+        const int result = ask(options.endpoint, options.session, {command_line({"set", name + "=" + value})},
+                               options.limits("set"), [&](std::string_view reply) { line = reply; });
+        if (result == 0) {
+            print_line(line);
+            return {};
+        }
+    } catch (const UsageError &error) {
+        return error.what();
+    }
+    std::string why(parse_reply_line(line).error.value_or("no right to set it"));
+    const std::string allowed = allowed_values(options, name);
+    return allowed.empty() ? why : why + "; it takes " + allowed;
+}
+
+// Sets what can be set; what cannot is in `refusals`, and stays in `edited.values`.
+void set_all(const Options &options, std::vector<Setting> &settings, Edited &edited)
+{
+    for (const std::string &name : edited.order) {
+        const std::string value = edited.values[name];
+        const std::string why = set_one(options, name, value);
+        if (!why.empty()) {
+            edited.refusals[name] = why;
+            continue;
+        }
+        edited.values.erase(name);
+        for (Setting &setting : settings) {
+            if (setting.name == name)
+                setting.value = value;
+        }
+    }
+}
+
+int edit(const Options &options, std::vector<Setting> settings)
+{
+    const PrivateText file;
+    Edited edited;
+    for (;;) {
+        const std::string text = edit_text(settings, edited.values, edited.refusals);
+        file.write(text);
+        run_editor(file.path());
+        const std::string changed = file.read();
+        const bool gives_up = changed.find_first_not_of(" \t\r\n") == std::string::npos ||
+                              (changed == text && !edited.refusals.empty());
+        if (gives_up && !edited.refusals.empty()) {
+            for (const auto &[name, why] : edited.refusals)
+                std::fprintf(stderr, "qvc: %s is not changed: %s\n", name.c_str(), why.c_str());
+            return 1;
+        }
+        if (gives_up)
+            return 1;
+        edited = read_edited(changed, settings);
+        set_all(options, settings, edited);
+        if (edited.refusals.empty())
+            return 0;
+    }
+}
+
+} // namespace
+
+int run_edit(const Options &options, const Words &words)
+{
+    if (words.size() < 2)
+        throw UsageError("edit needs a name");
+    if (options.json)
+        throw UsageError("edit is for people, and has no JSON");
+    Settings settings = fetch_settings(options, {words.begin() + 1, words.end()});
+    for (const std::string &line : settings.refused)
+        print_line(line);
+    if (settings.result != 0 || settings.list.empty()) {
+        advise(options, {"get"}, settings.refused, settings.list.empty() && settings.refused.empty(),
+               settings.result);
+        return settings.result == 0 ? 1 : exit_status(settings.result);
+    }
+    return edit(options, std::move(settings.list));
+}
+
+} // namespace qvcd::client
