@@ -96,7 +96,9 @@ int run(const Options &options, char **arguments)
         });
     std::erase_if(trouble.lines,
                   [&](const std::string &said) { return !says_error(options.words[0], result, said); });
-    if (!options.json && (!trouble.lines.empty() || (trouble.is_silent && result != 0)))
+    const bool is_refused =
+        trouble.is_silent && (result != 0 || (options.session != 0 && is_for_administrators(options.words)));
+    if (!options.json && (is_refused || !trouble.lines.empty()))
         have_advice_given(arguments, trouble, result);
     return exit_status(result);
 }

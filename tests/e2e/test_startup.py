@@ -337,14 +337,3 @@ def test_bad_metadata(appliance):
     for name, message in names.items():
         for text in (a.log(), a.stderr()):
             assert re.search(rf"Can not load metadata {re.escape(str(a.path(name)))}: {message}$", text, re.M), name
-
-
-def test_shipped_model_starts_without_complaints(appliance):
-    a = appliance(shipped=True).start(level=1)
-    before = {p: p.read_bytes() for p in a.path("/etc").rglob("*") if p.is_file()}
-    assert (a.log(), a.stderr()) == ("", "")
-    # Every setting has a valid value in its file: nothing is replaced by a default.
-    a.restart()
-    replaced = set(re.findall(r"^populate (?:default|blank) .*", a.log(), re.M))
-    assert replaced <= {"populate default System.Configuration.Profiles.current=default"}  # is the default anyway
-    assert {p: p.read_bytes() for p in a.path("/etc").rglob("*") if p.is_file()} == before
