@@ -59,6 +59,13 @@ void check_members(const CheckRow &row, const TypeWords &words, Mistakes &mistak
     }
 }
 
+// One argument, or none.
+void check_option(const TypeWords &words, const char *what, auto is_good, Mistakes &mistakes)
+{
+    if (words.size() > 2 || (words.size() == 2 && !is_good(words[1])))
+        mistakes.emplace_back(Kind::type_arguments, words.front() + " takes " + what + ", or nothing");
+}
+
 void check_arguments(const CheckRow &row, const TypeWords &words, bool is_source, Mistakes &mistakes)
 {
     switch (row.arguments) {
@@ -77,6 +84,19 @@ void check_arguments(const CheckRow &row, const TypeWords &words, bool is_source
         break;
     case TypeArguments::reals:
         check_bounds(words, false, real, mistakes);
+        break;
+    case TypeArguments::words:
+        if (words.size() < 2)
+            mistakes.emplace_back(Kind::type_arguments, words.front() + " has no words: it takes no value");
+        break;
+    case TypeArguments::limit:
+        check_option(
+            words, "a number above 0", [](const std::string &word) { return parse_int64(word) > 0; },
+            mistakes);
+        break;
+    case TypeArguments::family:
+        check_option(
+            words, "4 or 6", [](const std::string &word) { return word == "4" || word == "6"; }, mistakes);
         break;
     }
 }

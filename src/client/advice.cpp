@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 
+#include "client/known_commands.h"
 #include "client/nearest.h"
 #include "client/short_question.h"
 #include "qvclient/escape.h"
@@ -70,6 +72,19 @@ void advise_on(const Options &options, const std::string &name, std::string_view
         say(name + " takes " + allowed);
 }
 
+// Administrators' commands answer nothing to others, and end with 0.
+void advise_on_nothing(const Options &options, const Words &words)
+{
+    if (options.session == 0 || !is_for_administrators(words))
+        return;
+    const auto perm = value_in(answer_of(options, {"get_session", std::to_string(options.session)}), "perm");
+    constexpr unsigned long kAdministration = 0x0f00;
+    constexpr int kHexadecimal = 16;
+    if (perm && (std::strtoul(perm->c_str(), nullptr, kHexadecimal) & kAdministration) == 0)
+        say("session " + std::to_string(options.session) + " has not the right to " + words[0] +
+            ": it is for administrators");
+}
+
 // The daemon answers nothing at all to a session that it does not know.
 void advise_on_silence(const Options &options, const Words &words)
 {
@@ -126,6 +141,8 @@ void advise(const Options &options, const Words &words, const std::vector<std::s
 {
     if (is_empty && result != 0)
         advise_on_silence(options, words);
+    else if (is_empty)
+        advise_on_nothing(options, words);
     std::set<std::string, std::less<>> done;
     for (const std::string &line : refused) {
         const ReplyLine parts = parse_reply_line(line);

@@ -1,5 +1,6 @@
 #include "client/local_commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
@@ -8,7 +9,9 @@
 #include "client/change_painter.h"
 #include "client/confirmation.h"
 #include "client/errors.h"
+#include "client/person.h"
 #include "client/reply.h"
+#include "client/screen.h"
 #include "qvclient/connect.h"
 
 namespace qvcd::client {
@@ -21,14 +24,26 @@ bool is_for_a_person(const Options &options, const Words &words)
            (words.size() < 2 || words[1] != "-j");
 }
 
+// What runs no script is shown whole, page by page where it is long.
+bool tells_only(std::string_view command)
+{
+    static constexpr std::string_view kCommands[] = {"plan", "diff", "history", "failures"};
+    return std::ranges::count(kCommands, command) != 0;
+}
+
 int run_painted(const Options &options, const Words &words)
 {
     ChangePainter painter(colours_for(std::getenv("NO_COLOR"), std::getenv("TERM")), std::time(nullptr));
     const auto confirmation = can_ask() ? confirmation_time(words) : std::nullopt;
     Awaited awaited;
+    const bool only_tells = tells_only(words[0]);
+    std::vector<std::string> told;
     std::vector<std::string> refused;
     const auto show = [&](std::string_view line) {
-        print_line(painter.paint(line));
+        if (only_tells)
+            told.push_back(painter.paint(line));
+        else
+            print_line(painter.paint(line));
         if (parse_reply_line(line).error)
             refused.emplace_back(line);
         awaited.take(line);
@@ -49,6 +64,7 @@ int run_painted(const Options &options, const Words &words)
         std::fprintf(stderr, "qvc: %s: looking whether the change awaits confirmation\n", error.what());
         return ask_after_loss(options, painter, *confirmation);
     }
+    show_lines(look_at_screen(), told);
     std::fflush(stdout);
     advise(options, words, refused, false, result);
     const bool asks = confirmation && result == 0 && awaited.left;

@@ -96,6 +96,13 @@ std::string subcommand_of(const KnownCommand &command, const Words &words)
     return words.size() > 1 && command.name != "help" ? words[1] : std::string();
 }
 
+bool is_for_administrators(const Words &words)
+{
+    static constexpr std::string_view kNames[] = {"help", "meta", "user", "group", "menu", "preset"};
+    const KnownCommand *const command = find_command(words);
+    return command && std::ranges::count(kNames, command->name) != 0;
+}
+
 bool is_known_command(const Words &words)
 {
     const KnownCommand *const command = find_command(words);

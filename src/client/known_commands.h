@@ -24,6 +24,9 @@ const KnownCommand *find_command(const Words &words);
 /// commands that have none.
 std::string subcommand_of(const KnownCommand &command, const Words &words);
 
+/// True for commands that do nothing, and say nothing, for who is no administrator.
+bool is_for_administrators(const Words &words);
+
 /// True when the client knows the command and its sub-command, so that nobody need be asked whether they are
 /// right.
 bool is_known_command(const Words &words);

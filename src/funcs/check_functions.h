@@ -10,8 +10,8 @@ namespace qvcd {
 using CheckArgs = std::span<const std::string>;
 
 /// The validators behind check_map.cpp, one a type, named after it: a pure function of the API's full name,
-/// the type's arguments and the value (any bytes), except for the profile types, which ask about profile
-/// files. Null when the value is acceptable, else a constant error text.
+/// the type's arguments and the value (any bytes), except for the profile types and the time zone, which ask
+/// about files. Null when the value is acceptable, else a constant error text.
 using CheckFunction = const char *(std::string_view api, CheckArgs args, std::string_view value);
 
 inline const char *error_unless(bool good, const char *error)
@@ -56,8 +56,16 @@ CheckFunction check_hostname;
 CheckFunction check_multicast_ipaddress;
 CheckFunction check_submask;
 
+// check_addresses.cpp
+CheckFunction check_ip6address;
+CheckFunction check_ip_prefix;
+CheckFunction check_address_list;
+CheckFunction check_host_list;
+CheckFunction check_url;
+
 // check_map.cpp
 CheckFunction check_undefined;
+CheckFunction check_timezone;
 CheckFunction check_profile;
 CheckFunction check_profile2;
 

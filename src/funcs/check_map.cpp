@@ -5,6 +5,7 @@
 #include "funcs/check_functions.h"
 #include "funcs/func_map.h"
 #include "platform/log.h"
+#include "platform/small_file.h"
 #include "store/meta.h"
 #include "store/profile_files.h"
 
@@ -50,9 +51,16 @@ constexpr CheckRow cfuncCmdMap[] = {
     {"profile", check_profile},
     {"serial_flags", check_serial_flags},
     {"profile2", check_profile2},
+    {"ip6address", check_ip6address},
+    {"ip_prefix", check_ip_prefix, TypeArguments::family},
+    {"address_list", check_address_list, TypeArguments::limit},
+    {"host_list", check_host_list, TypeArguments::limit},
+    {"url", check_url, TypeArguments::words},
+    {"timezone", check_timezone},
 };
 
 constexpr char kInvalidProfile[] = "##Invalid profile#";
+constexpr char kInvalidTimeZone[] = "##Invalid time zone#";
 
 std::string error_line(std::string_view error, std::string_view value)
 {
@@ -78,6 +86,21 @@ const char *check_profile2(std::string_view api, CheckArgs, std::string_view val
 {
     std::string group;
     return error_unless(profile_read_group(value, group) == 0 && group == api, kInvalidProfile);
+}
+
+// A zone of the system's database; UTC is one without any.
+const char *check_timezone(std::string_view, CheckArgs, std::string_view value)
+{
+    constexpr std::string_view kMagic = "TZif";
+    const auto is_good = [](char c) {
+        return is_ascii_alnum(c) || std::string_view("_+-/").find(c) != std::string_view::npos;
+    };
+    if (value == "UTC")
+        return nullptr;
+    if (value.empty() || value.starts_with('/') || !std::ranges::all_of(value, is_good))
+        return kInvalidTimeZone;
+    const auto zone = read_small_file("/usr/share/zoneinfo/" + std::string(value), kMagic.size());
+    return error_unless(zone == kMagic, kInvalidTimeZone);
 }
 
 std::span<const CheckRow> type_rows()

@@ -20,6 +20,9 @@ enum class TypeArguments {
     bounds,  ///< two whole numbers
     lengths, ///< none, or two whole numbers
     reals,   ///< two numbers
+    words,   ///< one at least, of any kind
+    limit,   ///< none, or a whole number above 0
+    family,  ///< none, or 4 or 6
 };
 
 struct CheckRow {

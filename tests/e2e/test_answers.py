@@ -58,6 +58,7 @@ def test_who_errs_is_told_what_would_have_been_right(a):
     assert qvc(a, stdin="get A.port\nuser.bogus\n")[:2] == (2, "A.port=1\n")
     olga = a.login("olga", "o")
     assert f"session {olga} has not the right" in qvc(a, "-s", str(olga), "set", "C.only=d")[2]
+    assert "it is for administrators" in qvc(a, "-s", str(olga), "user.list")[2]
     assert qvc(a, "get", "A.port") == (0, "A.port=1\n", "")
     assert qvc(a, "-q", "set", "A.port=100") == (1, "", "A.port=##Invalid integer range#: 100\n")
 
@@ -127,6 +128,10 @@ def test_a_person_at_a_terminal(a):
         terminal.wait_for("did you mean A.port?")
         terminal.press("tree\r")
         terminal.wait_for("paged A\npaged   port  7  \033[1m[modified, unapplied, default 1]\033[0m\n")
+        terminal.press("diff default A\r")
+        terminal.wait_for("\nA.port=\033[31m1\033[0m -> \033[32m7")
+        terminal.press("plan A.port=1 A.mode=on A.name=y A.on=1 B.port=2 B.gain=1\r")
+        terminal.wait_for("paged B.port=")
 
 
 def test_settings_are_edited_until_they_are_right(a):

@@ -228,30 +228,3 @@ def test_reader_that_waits_holds_up_nobody(appliance):
         a.write("/go", "")
         assert waiting[0].read_all() == b"W.slow=42\n@\n0\n"
         assert waiting[1].read_all() == b"I.slow=done\n@\n0\n"
-
-
-# ---- The shipped model ----
-
-
-def test_every_shipped_api_reads_alike_alone_and_in_its_group(shipped):
-    whole = shipped.command("get")
-    assert whole.code == 0 and len(whole.lines) > 80
-    names = [line.split("=")[0] for line in whole.lines if re.match(r"[A-Z]\w*(\.\w+)+=", line)]
-    assert len(names) == len(set(names))
-    alone = shipped.talk([f"get {name}" for name in names]).decode().splitlines()
-    assert [line.split("=")[0] for line in alone if "=" in line] == names
-    assert not [line for line in alone if "##" in line]
-
-
-def test_every_value_is_told_and_described(shipped):
-    """Every API answers get, and what is settable has a type that its value satisfies."""
-    values = dict(line.split("=", 1) for line in shipped.command("get").lines)
-    assert len(values) > 250
-    assert re.fullmatch(r"\d+ days?, [ \d]\d:\d\d", values["System.Info.Uptime.all"])
-    assert int(values["System.Info.Memory.total"]) > 0
-    assert values["System.Info.Version.linux"] == open("/proc/version").read().split()[2]
-    assert values["System.Info.Product.productname"] == "QV Encoder"
-    described = shipped.command("introspect").lines
-    typed = {line.split(".type=")[0] for line in described if ".type=" in line}
-    links = {name for name in values if name.startswith("VideoStreamer.Links.1.")}  # published, with a name only
-    assert set(values) - typed - links == set()

@@ -328,14 +328,3 @@ def test_bad_metadata(appliance):
     assert a.command("get") == Reply(["Good.a=1", "Next.a=1"], 0)
     for name, message in names.items():
         assert re.search(rf"^Can not load metadata {re.escape(str(a.path(name)))}: {message}$", a.log(), re.M), name
-
-
-def test_shipped_model_starts_without_complaints(appliance):
-    a = appliance(shipped=True).start(level=1)
-    before = {p: p.read_bytes() for p in a.path("/etc").rglob("*") if p.is_file()}
-    assert (a.log(), a.stderr()) == ("", "")
-    # Every setting has a valid value in its file: nothing is replaced by a default.
-    a.restart()
-    replaced = set(re.findall(r"^populate (?:default|blank) .*", a.log(), re.M))
-    assert replaced <= {"populate default System.Configuration.Profiles.current=default"}  # is the default anyway
-    assert {p: p.read_bytes() for p in a.path("/etc").rglob("*") if p.is_file()} == before
