@@ -56,9 +56,9 @@ void Answer::take(std::string_view line)
     if (parse_reply_line(line).error && refused_.size() < kMostRefused)
         refused_.emplace_back(line);
     if (form_ == Form::json || form_ == Form::screen)
-        kept_.emplace_back(line);
+        kept_.push_back(shown_line(line));
     else
-        print(line);
+        print(shown_line(line));
 }
 
 void Answer::print(std::string_view line) const

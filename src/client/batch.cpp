@@ -141,6 +141,8 @@ int run_batch(const Options &options)
     LineSource lines(options.script.value_or("-"));
     Options strict = options;
     strict.strict = true;
+    strict.yes = true; // nobody typed it
+    strict.input_is_script = options.script.value_or("-") == "-";
     return run_lines(strict, lines);
 }
 

@@ -9,6 +9,7 @@
 #include "client/change_painter.h"
 #include "client/confirmation.h"
 #include "client/errors.h"
+#include "client/person.h"
 #include "client/reply.h"
 #include "client/screen.h"
 #include "qvclient/connect.h"

@@ -12,10 +12,11 @@ namespace qvcd::client {
 LocalCommand local_command(std::string_view name)
 {
     static constexpr std::pair<std::string_view, LocalCommand> kNames[] = {
-        {"help", LocalCommand::help},   {"login", LocalCommand::login},
-        {"watch", LocalCommand::watch}, {"completion", LocalCommand::completion},
-        {"tree", LocalCommand::tree},   {"find", LocalCommand::find},
-        {"edit", LocalCommand::edit},   {"version", LocalCommand::version},
+        {"help", LocalCommand::help},     {"login", LocalCommand::login},
+        {"watch", LocalCommand::watch},   {"completion", LocalCommand::completion},
+        {"tree", LocalCommand::tree},     {"find", LocalCommand::find},
+        {"edit", LocalCommand::edit},     {"version", LocalCommand::version},
+        {"logout", LocalCommand::logout},
     };
     const auto *row = std::ranges::find(kNames, name, &std::pair<std::string_view, LocalCommand>::first);
     return row == std::end(kNames) ? LocalCommand::none : row->second;

@@ -9,7 +9,7 @@ namespace qvcd::client {
 using Words = std::vector<std::string>; // a command and its arguments
 
 /// Commands that the client knows by itself; all others are the daemon's.
-enum class LocalCommand { none, help, login, watch, completion, tree, find, edit, version };
+enum class LocalCommand { none, help, login, logout, watch, completion, tree, find, edit, version };
 LocalCommand local_command(std::string_view name);
 
 /// Commands of the daemon's that plan, make, tell and undo changes: they answer in JSON too, and what they

@@ -35,7 +35,7 @@ constexpr CommandShape kShapes[] = {
     {"default", names, names, kAskedFirst},
     {"factory_reset", nothing, nothing, kAskedFirst, "all network nonetwork"},
     {"help", help_topics, help_topics},
-    {"login", users, nothing},
+    {"login", users, nothing, "--keep"},
     {"logout", nothing, nothing},
     {"sessions", nothing, nothing},
     {"get_session", nothing, nothing},

@@ -13,6 +13,7 @@
 #include "client/level.h"
 #include "client/local_commands.h"
 #include "client/reply.h"
+#include "client/session_choice.h"
 #include "client/shell_words.h"
 #include "client/short_question.h"
 
@@ -134,18 +135,19 @@ Candidates options_of(const CommandShape &shape)
 }
 
 constexpr std::string_view kGlobalOptions =
-    "-H -e -f -k -q -s -t -v --ca --cert --help --json --key --tls --version";
+    "-H -e -f -k -q -s -t -v -y --ca --cert --help --json --key --tls --version";
 
 bool takes_file(const std::string &option)
 {
-    return option == "--ca" || option == "--cert" || option == "--key";
+    return option == "-f" || option == "--ca" || option == "--cert" || option == "--key";
 }
 
 // `words`: the line behind "qvc" up to the word at the cursor.
 Candidates complete_line(const Words &words, const std::string &word)
 {
     try {
-        const Options options = parse_options(words);
+        Options options = parse_options(words);
+        choose_session(options);
         if (options.words.empty() && word.starts_with('-'))
             return starting_with(blank_separated(kGlobalOptions), word);
         return complete(options, options.words, word);

@@ -214,11 +214,6 @@ void Awaited::take(std::string_view line)
         entry = value;
 }
 
-bool can_ask()
-{
-    return tcgetpgrp(STDIN_FILENO) == getpgrp(); // not in the background
-}
-
 int ask_to_keep(const Options &options, ChangePainter &painter, const Awaited &awaited)
 {
     const Deadline deadline = deadline_in(awaited.left.value_or(seconds(0)));

@@ -24,9 +24,6 @@ struct Awaited {
     void take(std::string_view line);
 };
 
-/// True when standard input is a terminal that is ours to ask on.
-bool can_ask();
-
 /// Asks whether the change is to be kept, counting down, and does what is said, to this change and no other.
 /// Returns the exit status: 0 only for a change that is kept.
 int ask_to_keep(const Options &options, ChangePainter &painter, const Awaited &awaited);

@@ -10,12 +10,11 @@
 #include <stdexcept>
 
 #include "client/completion.h"
+#include "client/history_file.h"
 
 namespace qvcd::client {
 
 namespace {
-
-constexpr int kHistoryLines = 500;
 
 // Without a locale the editor drops what is not ASCII. Where none is set, as over many a serial line, the
 // terminal is taken to speak UTF-8.
@@ -74,7 +73,7 @@ LineEditor::LineEditor(Completer completer)
     if (!editor_ || !history_)
         throw std::runtime_error("cannot set up the terminal");
     HistEvent event{};
-    history(history_.get(), &event, H_SETSIZE, kHistoryLines);
+    history(history_.get(), &event, H_SETSIZE, static_cast<int>(kHistoryLines));
     history(history_.get(), &event, H_SETUNIQUE, 1);
     el_set(editor_.get(), EL_CLIENTDATA, this);
     el_set(editor_.get(), EL_PROMPT, &LineEditor::prompt);

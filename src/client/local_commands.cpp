@@ -3,10 +3,15 @@
 #include <cstdio>
 
 #include "client/answer.h"
+#include "client/careful.h"
 #include "client/command_check.h"
+#include "client/command_shapes.h"
+#include "client/given_values.h"
 #include "client/name_globs.h"
+#include "client/person.h"
 #include "client/reply.h"
 #include "client/transfer.h"
+#include "client/user_passwords.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 
@@ -62,12 +67,18 @@ bool is_client_only(const std::string &command)
 int run_command(const Options &options, const Words &typed)
 {
     check_command(options, typed);
-    Words words = with_names(options, options.json ? in_json(typed) : typed);
+    Words words = typed;
+    if (!is_wanted(options, words))
+        return 1;
+    words = with_names(options, options.json ? in_json(words) : words);
+    words = with_given_values(options, std::move(words));
     switch (local_command(words.at(0))) {
     case LocalCommand::help:
         return run_help(options, words);
     case LocalCommand::login:
         return run_login(options, words);
+    case LocalCommand::logout:
+        return run_logout(options, words);
     case LocalCommand::tree:
         return run_tree(options, words);
     case LocalCommand::find:
@@ -87,6 +98,10 @@ int run_command(const Options &options, const Words &typed)
     }
     if (is_transfer_command(words))
         return run_transfer(options, words);
+    if (lacks_password(words))
+        return set_user_password(options, words);
+    if (with_subcommand(words)[0] == "user.add" && is_typed())
+        return add_user(options, words);
     return is_change_command(words[0]) ? run_change(options, words) : run_on_daemon(options, words);
 }
 

@@ -32,6 +32,7 @@ int run_find(const Options &options, const Words &words);
 int run_edit(const Options &options, const Words &words);
 int run_version(const Options &options, const Words &words);
 int run_login(const Options &options, const Words &words);
+int run_logout(const Options &options, const Words &words);
 int run_watch(const Options &options, const Words &words);
 int run_completion(const Options &options, const Words &words);
 

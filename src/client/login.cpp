@@ -1,49 +1,95 @@
-#include "client/local_commands.h"
+#include "client/login.h"
 
-#include <array>
-#include <iostream>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
+#include <algorithm>
+#include <cstdio>
 #include <unistd.h>
 
+#include "client/answer.h"
 #include "client/errors.h"
+#include "client/local_commands.h"
+#include "client/person.h"
+#include "client/session_choice.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
 
 namespace qvcd::client {
 
 namespace {
 
-std::string ask_on_terminal(const std::string &user)
+constexpr std::string_view kAnswer = "Session=";
+
+// `login USER` and `login USER -`: from a terminal without echo, else the first line of standard input.
+Words with_password(Words words)
 {
-    std::array<char, 1024> buffer{};
-    const std::string prompt = "Password of " + user + ": ";
-    if (EVP_read_pw_string(buffer.data(), static_cast<int>(buffer.size()), prompt.c_str(), 0) != 0)
-        throw UsageError("no password given");
-    std::string password = buffer.data();
-    OPENSSL_cleanse(buffer.data(), buffer.size());
-    return password;
+    if (words.size() == 2)
+        words.emplace_back("-");
+    if (words.size() > 2 && words[2] == "-")
+        words[2] =
+            isatty(STDIN_FILENO) ? ask_password("Password of " + words[1] + ": ") : first_line_of_input();
+    return words;
 }
 
-// From a terminal without echo, else the first line of standard input.
-std::string read_password(const std::string &user)
+std::optional<int> session_in(std::string_view line)
 {
-    if (isatty(STDIN_FILENO))
-        return ask_on_terminal(user);
-    std::string line;
-    if (!std::getline(std::cin, line))
-        throw UsageError("no password on standard input");
-    return line;
+    return line.starts_with(kAnswer) ? std::optional(session_number(std::string(line.substr(kAnswer.size()))))
+                                     : std::nullopt;
+}
+
+int send_logout(Options options, int as, int session)
+{
+    options.session = as;
+    return ask(options.endpoint, options.session, {"logout " + std::to_string(session)},
+               options.limits("logout"), [](std::string_view) {});
 }
 
 } // namespace
 
+LoginResult log_in(const Options &options, Words words)
+{
+    const Words whole = with_password(std::move(words));
+    Answer answer(options, whole);
+    std::optional<int> session;
+    const int code = ask(options.endpoint, options.session, {command_line(whole)}, options.limits("login"),
+                         [&](std::string_view line) {
+                             if (const auto number = session_in(line))
+                                 session = number;
+                             else
+                                 answer.take(line);
+                         });
+    return {session ? exit_status(code) : answer.end(code), session};
+}
+
+// Who is no administrator may end no session, not even his own; session 0 may, where it is root.
+int log_out(const Options &options, int session)
+{
+    if (send_logout(options, session, session) == 0 || send_logout(options, 0, session) == 0)
+        return 0;
+    std::fprintf(stderr, "qvc: the daemon has not ended the session: it lets administrators do that, or the "
+                         "session is over\n");
+    return 1;
+}
+
 int run_login(const Options &options, const Words &words)
 {
-    Words all = words;
-    if (all.size() == 2)
-        all.emplace_back("-");
-    if (all.size() > 2 && all[2] == "-")
-        all[2] = read_password(all[1]);
-    return run_on_daemon(options, all);
+    Words rest = words;
+    const bool keeps = std::erase(rest, "--keep") > 0;
+    if (!keeps)
+        return run_on_daemon(options, with_password(std::move(rest)));
+    const LoginResult login = log_in(options, rest);
+    if (login.session)
+        keep_session(options.endpoint, *login.session);
+    return login.status;
+}
+
+int run_logout(const Options &options, const Words &words)
+{
+    if (words.size() > 1)
+        return run_on_daemon(options, words);
+    if (options.session == 0)
+        throw UsageError("not logged in");
+    const int status = log_out(options, options.session);
+    forget_session(options.endpoint, options.session);
+    return status;
 }
 
 } // namespace qvcd::client

@@ -12,6 +12,7 @@
 
 #include "client/command.h"
 #include "client/known_commands.h"
+#include "client/plain_command.h"
 #include "client/program.h"
 #include "client/reply.h"
 #include "qvclient/exchange.h"
@@ -75,8 +76,9 @@ bool is_done_here(const Options &options)
     if (!options.endpoint.local() || options.words.empty())
         return false;
     const std::string &command = options.words[0];
-    return is_known_command(options.words) && local_command(command) == LocalCommand::none &&
-           !is_transfer_command(options.words) && !has_form_of_its_own(options) &&
+    return is_known_command(options.words) && is_plain(options.words) &&
+           local_command(command) == LocalCommand::none && !is_transfer_command(options.words) &&
+           !has_form_of_its_own(options) &&
            std::none_of(options.words.begin() + 1, options.words.end(), has_glob);
 }
 

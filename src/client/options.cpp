@@ -67,14 +67,6 @@ bool parse_number(const std::string &text, Number &number)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-int session_number(const std::string &text)
-{
-    int number = 0;
-    if (!parse_number(text, number) || number < 0)
-        throw UsageError("'" + text + "' is no session number");
-    return number;
-}
-
 std::chrono::milliseconds time_limit(const std::string &text)
 {
     double seconds = 0;
@@ -143,6 +135,7 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
     switch (option) {
     case 's':
         options.session = session_number(optarg);
+        options.session_given = true;
         break;
     case 'H':
         options.endpoint = tcp_endpoint(optarg);
@@ -186,6 +179,9 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
     case kKey:
         tls.files.key = file_name(optarg);
         break;
+    case 'y':
+        options.yes = true;
+        break;
     case 'h':
         options.action = Options::Action::help;
         break;
@@ -200,6 +196,14 @@ void take_option(Options &options, TlsChoice &tls, int option, const std::string
 }
 
 } // namespace
+
+int session_number(const std::string &text)
+{
+    int number = 0;
+    if (!parse_number(text, number) || number < 0)
+        throw UsageError("'" + text + "' is no session number");
+    return number;
+}
 
 TimeLimits Options::limits(std::string_view command) const
 {
@@ -230,14 +234,16 @@ Options parse_options(const std::vector<std::string> &arguments)
     argv[0] = name.data();
 
     Options options;
-    if (const char *session = std::getenv("QVC_SESSION"); session && *session != '\0')
+    if (const char *session = std::getenv("QVC_SESSION"); session && *session != '\0') {
         options.session = session_number(session);
+        options.session_given = true;
+    }
     TlsChoice tls;
     optind = 0; // getopt starts afresh
     const int argc = static_cast<int>(argv.size()) - 1;
     for (int option = 0; options.action == Options::Action::run;) {
         const int at = optind == 0 ? 1 : optind;
-        option = getopt_long(argc, argv.data(), "+:s:H:t:f:kvqehV", kLongOptions, nullptr);
+        option = getopt_long(argc, argv.data(), "+:s:H:t:f:kvqeyhV", kLongOptions, nullptr);
         if (option == -1)
             break;
         take_option(options, tls, option, argv[static_cast<std::size_t>(at)]);

@@ -16,6 +16,9 @@ struct Options {
     Action action = Action::run;
     Endpoint endpoint;
     int session = 0;
+    bool session_given = false;   ///< with -s
+    bool yes = false;             ///< -y: nothing is asked before it is done
+    bool input_is_script = false; ///< standard input has the commands, and can be nothing else
     std::optional<std::chrono::milliseconds> timeout; ///< what -t says
     bool json = false;
     bool values_only = false;
@@ -34,6 +37,9 @@ struct Options {
 /// Reads the arguments that follow the program's name, and the environment variable QVC_SESSION. Options end
 /// at the command. Throws UsageError.
 Options parse_options(const std::vector<std::string> &arguments);
+
+/// The session that a text names. Throws UsageError.
+int session_number(const std::string &text);
 
 /// The text of --help.
 extern const char kUsage[];

@@ -20,6 +20,17 @@ bool is_password_type(std::string_view type)
     return false;
 }
 
+namespace {
+
+Kind kind_in(const std::vector<std::string> &lines, const std::string &name)
+{
+    if (const auto type = value_in(lines, name + ".type"))
+        return is_password_type(*type) ? Kind::password : Kind::open;
+    return value_in(lines, name) == "##Parameter not found#" ? Kind::missing : Kind::unknown;
+}
+
+} // namespace
+
 Kind kind_of(const Options &options, const std::vector<std::string> &names)
 {
     if (names.empty())
@@ -31,16 +42,11 @@ Kind kind_of(const Options &options, const std::vector<std::string> &names)
         if (const auto answer = ask_shortly(options, {wire_line(words)}))
             lines = answer->lines();
     } catch (const UsageError &) { // no name
-        return Kind::unknown;
+        return Kind::missing;
     }
     Kind kind = Kind::open;
-    for (const std::string &name : names) {
-        const std::optional<std::string> type = value_in(lines, name + ".type");
-        if (type && is_password_type(*type))
-            return Kind::password;
-        if (!type)
-            kind = Kind::unknown;
-    }
+    for (const std::string &name : names)
+        kind = std::max(kind, kind_in(lines, name));
     return kind;
 }
 

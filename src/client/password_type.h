@@ -12,10 +12,14 @@ namespace qvcd::client {
 /// True for the type of a password: the "password 1 32" of "NAME.type=blank,password 1 32".
 bool is_password_type(std::string_view type);
 
-enum class Kind { unknown, open, password };
+enum class Kind {
+    open,    ///< everybody may see it
+    missing, ///< there is no such setting
+    unknown, ///< the daemon does not say, or not in time
+    password,
+};
 
-/// What the settings of these whole names hold, asked of the daemon; the one that needs most care: a
-/// password, else one that is unknown (or the daemon does not say, or not in time).
+/// What the settings of these whole names hold, asked of the daemon: the last of these kinds that one has.
 Kind kind_of(const Options &options, const std::vector<std::string> &names);
 
 } // namespace qvcd::client

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "client/errors.h"
+#include "client/session_choice.h"
 
 namespace qvcd::client {
 
@@ -45,7 +46,7 @@ int run_program(char **arguments, int (*run)(const Options &options, char **argu
     hold_standard_streams();
     bool options_are_read = false;
     try {
-        const Options options = parse_options(behind_name(arguments));
+        Options options = parse_options(behind_name(arguments));
         options_are_read = true;
         switch (options.action) {
         case Options::Action::help:
@@ -55,6 +56,7 @@ int run_program(char **arguments, int (*run)(const Options &options, char **argu
             std::fputs(kVersion, stdout);
             return checked_output(0);
         case Options::Action::run:
+            choose_session(options);
             break;
         }
         return checked_output(run(options, arguments));

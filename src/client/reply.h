@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "qvclient/reply.h"
@@ -8,5 +9,12 @@ namespace qvcd::client {
 
 /// Prints each line on standard output.
 void print_line(std::string_view line);
+
+/// From now on print_line() shows stars in place of the value of this name, which was typed unseen, also
+/// where a refusal "NAME=##...#: VALUE" repeats it.
+void hide_value_of(const std::string &name);
+
+/// `line` as print_line() shows it.
+std::string shown_line(std::string_view line);
 
 } // namespace qvcd::client

@@ -30,6 +30,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <malloc.h>
 #include <memory>
 #include <optional>
@@ -243,6 +244,7 @@ int main(int argc, char **argv)
     using namespace qvcd;
     end_in_order();
     qv_fill_standard_descriptors();
+    ::setenv("QVC_SESSION", "0", 1); // scripts of the appliance ask as root, whoever has kept a session
     int status = 0;
     const std::optional<Options> options = parse_options(argc, argv, status);
     return options ? run_daemon(*options) : status;

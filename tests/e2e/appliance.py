@@ -332,8 +332,8 @@ class Appliance(Talker):
     # ---- The process ----
 
     def environment(self, **extra):
-        kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_", "QVC_"))}
-        return {**kept, "QV_SYSROOT": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
+        kept = {k: v for k, v in os.environ.items() if not k.startswith(("NOTIFY_", "WATCHDOG_", "QVC_", "XDG_"))}
+        return {**kept, "QV_SYSROOT": str(self.root), "HOME": str(self.root), "PATH": f"{BIN_DIR}:{kept['PATH']}", **extra}
 
     def start(self, *options, level=4, tcp=False, env=None, program=QVCD, wrapper=(), in_child=lambda: None):
         """Starts the daemon in the foreground with a fresh log, and waits until it answers.

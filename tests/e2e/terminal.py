@@ -15,6 +15,7 @@ from appliance import PATIENCE, die_with_us
 class Terminal:
     def __init__(self, command, env):
         self.screen = ""
+        self.expected = 0  # the end of what was found last
         self.keys, theirs = pty.openpty()
 
         def take_terminal():
@@ -40,6 +41,13 @@ class Terminal:
         deadline = time.monotonic() + PATIENCE
         while text not in self.screen:
             assert self.read_some(deadline), f"ended without {text!r}:\n{self.screen}"
+
+    def expect(self, text):
+        """Waits for a text behind the one before."""
+        deadline = time.monotonic() + PATIENCE
+        while text not in self.screen[self.expected:]:
+            assert self.read_some(deadline), f"ended without {text!r}:\n{self.screen}"
+        self.expected = self.screen.index(text, self.expected) + len(text)
 
     def press(self, keys):
         os.write(self.keys, keys.encode())

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string_view>
+
+#include "client/command.h"
+
+namespace qvcd::client {
+
+/// True for a command whose words go to the daemon as they stand: no value is read or asked for, and nobody
+/// is asked before it is done.
+bool is_plain(const Words &words);
+
+/// True for NAME=@FILE, NAME=- and NAME=?, and for those with backslashes in front of such a value.
+bool is_special_value(std::string_view argument);
+
+} // namespace qvcd::client
