@@ -13,6 +13,7 @@ namespace {
 using enum Takes;
 
 constexpr std::string_view kAskedFirst = "-y";
+constexpr std::string_view kFileHere = "-l:";
 
 // Commands with sub-commands that are not here take nothing.
 constexpr CommandShape kShapes[] = {
@@ -39,8 +40,8 @@ constexpr CommandShape kShapes[] = {
     {"logout", nothing, nothing},
     {"sessions", nothing, nothing},
     {"get_session", nothing, nothing},
-    {"import", nothing, nothing},
-    {"export", nothing, nothing},
+    {"import", nothing, nothing, kFileHere},
+    {"export", nothing, names, kFileHere},
     {"watch", nothing, nothing},
     {"find", nothing, nothing},
     {"version", nothing, nothing},
@@ -51,6 +52,8 @@ constexpr CommandShape kShapes[] = {
     {"user.mod", users, user_groups},
     {"user.passwd", users, nothing},
     {"user.rem", users, nothing},
+    {"user.export", nothing, nothing, kFileHere},
+    {"user.import", nothing, nothing, kFileHere},
     {"user.default", users, nothing, kAskedFirst},
     {"group.rem", user_groups, nothing},
     {"preset.load", preset_numbers, nothing},
@@ -63,12 +66,15 @@ constexpr CommandShape kShapes[] = {
     {"preset.set", preset_numbers, nothing, kAskedFirst},
     {"preset.save", preset_numbers, nothing},
     {"preset.read", preset_numbers, nothing},
-    {"preset.import", nothing, nothing, kAskedFirst},
+    {"preset.import", nothing, nothing, "-l: -y"},
+    {"preset.export", nothing, nothing, kFileHere},
     {"profile.read", profiles, nothing},
     {"profile.load", profiles, nothing},
     {"profile.save", profiles, names},
     {"profile.copy", profiles, profiles},
     {"profile.remove", profiles, nothing},
+    {"profile.export", profiles, nothing, kFileHere},
+    {"profile.import", profiles, nothing, kFileHere},
     {"profile.reset", nothing, nothing, kAskedFirst},
 };
 

@@ -223,7 +223,7 @@ Candidates complete(const Options &options, const Words &before, const std::stri
         return starting_with(commands(options, word), word);
     const CommandShape shape = shape_of(before);
     if (before.size() > 1 && shape.has_argument(before.back()))
-        return {};
+        return before.back() == "-l" ? files_like(word) : Candidates{};
     if (word.starts_with('-'))
         return starting_with(options_of(shape), word);
     const std::size_t argument = arguments_in(with_subcommand(before), shape);

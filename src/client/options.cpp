@@ -18,7 +18,8 @@ Sends one command to the configuration daemon, prints its reply and exits with i
 Without a command, reads commands: with line editing on a terminal, else line by line from standard input,
 up to the first that fails.
 
-  -s SESSION     session number from "qvc login" (default $QVC_SESSION, else 0, the local root session)
+  -s SESSION     session number from "qvc login" (default $QVC_SESSION, else the kept one, else 0, the local
+                 root session)
   -f FILE        read commands from this file ("-": standard input)
   -k             go on after a command that fails
   -H HOST:PORT   ask over TCP instead of the local socket; an IPv6 address as [ADDRESS]:PORT
@@ -31,12 +32,15 @@ up to the first that fails.
   -v             print values only, without their names; errors go to standard error
   -q             print errors only, on standard error
   -e             fail when the reply holds an error, whatever the result is
+  -y             ask nothing before something is done
   -h, --help     this text
   -V, --version  the version
 
 Commands of the client's own, besides the daemon's:
   help [COMMAND|API]                    what the daemon says about its commands and settings
   login USER [PASSWORD [IP [SERVER]]]   prints Session=NUMBER; asks for a missing password, or for one of "-"
+  login --keep USER ...                 keeps the session for later qvc, until logout
+  logout                                ends it
   watch [--json]                        prints events as they come, until interrupted
   completion bash                       prints the completion script of Bash
   tree [NAME ...]                       settings as a tree, with marks: modified, unapplied, not default
@@ -44,6 +48,7 @@ Commands of the client's own, besides the daemon's:
   edit NAME ...                         settings in $EDITOR, until the daemon takes them or one gives up
   version                               of client and daemon, and how the daemon is
 
+NAME=@FILE and NAME=- take the value from a file and from standard input; NAME=? asks for a password.
 In names "*", "?" and "[...]" match within one part: "Services.*.port".
 
 Exit code: the command's result, of several that of the first that failed; 2 for a wrong command line; 124 when the daemon cannot be reached, does not

@@ -44,6 +44,7 @@ def test_bash_is_told_what_can_stand_there_and_no_file_where_none_can(a):
         "preset.store ": "1 2",
         "profile.load ": "default",
         "--json diff sa": "saved",
+        f"import -l {a.path('/tmp')}/values/o": f"{a.path('/tmp')}/values/one\\ value",
         "commit -": "-a -c -j -m -n -s",
         "commit -c 60 -m ": "",
         f"--ca {a.path('/tmp')}/values/o": f"{a.path('/tmp')}/values/one\\ value",

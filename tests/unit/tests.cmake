@@ -7,7 +7,7 @@ qvcd_unit_test(NAME auth SOURCES auth_access_test.cpp auth_hash_test.cpp auth_se
   LIBRARIES qvcd_auth)
 qvcd_unit_test(NAME commands_auth SOURCES auth_commands_test.cpp LIBRARIES qvcd_commands)
 qvcd_unit_test(NAME client
-  SOURCES client_answers_test.cpp client_change_test.cpp client_wire_test.cpp
+  SOURCES client_answers_test.cpp client_change_test.cpp client_shell_test.cpp client_wire_test.cpp
   LIBRARIES qvcd_client_full)
 qvcd_unit_test(NAME client_commands SOURCES client_commands_test.cpp LIBRARIES qvcd_client_full qvcd_commands)
 qvcd_unit_test(NAME platform_device SOURCES platform_device_test.cpp LIBRARIES qvcd_platform)
