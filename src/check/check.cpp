@@ -13,6 +13,8 @@ std::vector<Finding> check_model(const Source &source, const CheckOptions &optio
         CheckedPairs pairs(report);
         bool has_api = false;
         visit_model(source.root(), [&](const ModelNode &node) {
+            if (options.stop.stop_requested())
+                return;
             check_attributes(report, node);
             check_structure(report, node);
             if (!node.is_api())
@@ -21,6 +23,8 @@ std::vector<Finding> check_model(const Source &source, const CheckOptions &optio
             check_api(report, node);
             pairs.add(node);
         });
+        if (options.stop.stop_requested())
+            return {};
         check_attributes(report, ModelNode(source.root(), "", ""));
         if (!has_api && !source.files().empty())
             findings.push_back({Kind::no_api_at_all, source.files().front(), 0, "", "there is no API"});

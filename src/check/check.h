@@ -4,6 +4,7 @@
 #include "check/source.h"
 
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@ namespace qvcd {
 
 struct CheckOptions {
     std::optional<std::string> root; ///< a folder that stands for "/" of the appliance: its files count too
+    std::stop_token stop{};          ///< when it is asked for, nothing is found
 };
 
 /// Everything that is wrong with a model, in the order of its files: what the texts say, and, where every

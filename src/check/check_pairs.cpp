@@ -1,8 +1,8 @@
 #include "check/check_pairs.h"
 
 #include "base/lookup.h"
-#include "base/text.h"
 #include "funcs/write_map.h"
+#include "model/former.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -104,12 +104,16 @@ void CheckedPairs::check_link(const ModelNode &api)
 void CheckedPairs::check_former_names(const ModelNode &api)
 {
     const Node node = api.node().child("was");
-    for (const std::string &name : split_words(api.own("was").value_or(""), " ")) {
+    for (const auto &[name, attr, file] : parse_former(api.own("was").value_or(""))) {
         const auto add = [&](const std::string &what) {
             report_.add(Kind::bad_former_name, node, api.name(), what);
         };
+        if (!file.empty() && !file.starts_with('/'))
+            add("the file " + quote(file) + " is no absolute path");
         if (!is_tree_name(name))
             add(quote(name) + " is no name that an API could have had");
+        else if (name == api.name() && !attr.empty()) // only its place was another
+            continue;
         else if (find_in_model(report_.root(), name).child("attr"))
             add("there is still an API " + name);
         else if (const auto [first, is_new] = former_.try_emplace(name, First{api.name(), node}); !is_new)

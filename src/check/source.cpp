@@ -5,9 +5,9 @@
 
 namespace qvcd {
 
-void Source::begin(const std::string &path)
+void Source::begin(const std::string &name)
 {
-    files_.push_back(path);
+    files_.push_back(name);
     given_.clear();
 }
 
@@ -16,9 +16,9 @@ void Source::add(Kind kind, std::size_t line, std::string api, std::string what)
     findings_.push_back({kind, files_.back(), line, std::move(api), std::move(what)});
 }
 
-void Source::load(const std::string &path)
+void Source::load(const std::string &path, const std::string &name)
 {
-    begin(path);
+    begin(name);
     const std::size_t before = findings_.size();
     const HdfRead read = hdf_read_own_file(path, tree_, this);
     name_repeated();

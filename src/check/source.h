@@ -18,9 +18,10 @@ class Source final : private HdfListener {
   public:
     Source() = default;
 
-    /// Reads a file over those before. A missing or broken one leaves findings; what can be read of it is
-    /// taken.
-    void load(const std::string &path);
+    /// Reads a file over those before; findings call it `name`. A missing or broken one leaves findings; what
+    /// can be read of it is taken.
+    void load(const std::string &path, const std::string &name);
+    void load(const std::string &path) { load(path, path); }
 
     /// The same for a text that came from somewhere else.
     void load_text(const std::string &name, std::string_view text);
@@ -45,7 +46,7 @@ class Source final : private HdfListener {
     void opened(Node group, std::size_t line) override;
     void given(Node node, std::size_t line) override;
     bool mistaken(const HdfMistake &mistake) override;
-    void begin(const std::string &path);
+    void begin(const std::string &name);
     void add(Kind kind, std::size_t line, std::string api, std::string what);
     void name_repeated();
     const Place *place_of(Node node) const;

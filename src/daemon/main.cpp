@@ -8,6 +8,7 @@
 #include "change/commit.h"
 #include "commands/cmd_table.h"
 #include "commands/profile.h"
+#include "daemon/model_findings.h"
 #include "daemon/options.h"
 #include "daemon/out_of_memory.h"
 #include "daemon/request_server.h"
@@ -107,7 +108,24 @@ void tidy_folders(const Options &options)
     model_remove_left_overs();
 }
 
-void load_databases(const Options &options)
+// False when an appliance would run with a part of its settings, or none.
+bool load_metadata(Request &request, const Options &options)
+{
+    bool usable = true;
+    for (const FileName &file : options.meta_files) {
+        qv_log_print(kLogInfo, "Loading %s into meta DB\n", file.text.c_str());
+        usable &= hdfdb_load_meta_file(request, file) == 0;
+    }
+    if (usable && !model_has_api()) {
+        qv_report_failure("There is no API in " + options.meta_files.front().text);
+        usable = false;
+    }
+    if (!usable && !options.any_metadata)
+        qv_report_failure("No usable metadata: the daemon ends; --any-metadata starts it all the same");
+    return usable || options.any_metadata;
+}
+
+bool load_databases(const Options &options)
 {
     Request request(kInternalMask);
     menu_load_db_file(options.menu_file);
@@ -116,15 +134,14 @@ void load_databases(const Options &options)
         hdfdb_load_file(options.preload_file);
     user_set_db_file(options.user_file);
     user_load_db_file(options.user_file);
-    for (const FileName &file : options.meta_files) {
-        qv_log_print(kLogInfo, "Loading %s into meta DB\n", file.text.c_str());
-        hdfdb_load_meta_file(request, file);
-    }
+    if (!load_metadata(request, options))
+        return false;
     session_load_db_file(disable_login);
     tidy_folders(options);
     hdfdb_populate(request);
     recover_commit();
     load_profile(request);
+    return true;
 }
 
 // False when the daemon must not start: another one has the root, or a file for TLS cannot be used. Then
@@ -147,7 +164,7 @@ bool claim_root(const Options &options, std::shared_ptr<const TlsContext> &tls)
     return false;
 }
 
-// False when there would be nobody to ask the daemon anything.
+// False when there would be nobody to ask the daemon anything, or nothing to ask for.
 bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
 {
     mallopt(M_MMAP_THRESHOLD, 1 << 20); // a long reply's memory goes back when it is sent, and stays so
@@ -165,13 +182,15 @@ bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
         const ShellLimits limits(kShellReadLimit, deadline_in(kStartUpShellTime));
         recover_file_sets(); // before anything is read that a crash may have left half replaced
         create_maps();
-        load_databases(options);
+        if (!load_databases(options))
+            return false;
     }
     if (socket_init(options.tcp_port, options.trust, std::move(tls), options.limits) != 0)
         return false;
     start_commits();
     qv_log_print(kLogNotice, "running\n");
     qv_claim_running();
+    model_findings_start(options.meta_files, !options.debug); // where -d logs to
     qv_daemon_ready();
     return true;
 }
@@ -199,6 +218,7 @@ void destroy_maps()
 bool shut_down(const Options &options)
 {
     qv_claim_stopping();
+    model_findings_stop();
     bool alone = command_lock_close(kShutdownPatience);
     alone &= shell_stop_later();
     alone &= stop_commits();

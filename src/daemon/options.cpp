@@ -57,6 +57,12 @@ std::string take_hash_passwords(const char *, Options &)
     return "";
 }
 
+std::string take_any_metadata(const char *, Options &options)
+{
+    options.any_metadata = true;
+    return "";
+}
+
 std::string take_trust_tcp(const char *argument, Options &options)
 {
     return options.trust.set_tcp(argument)
@@ -101,6 +107,7 @@ std::string take_tls_file(const char *argument, Options &options)
 
 constexpr LongOption kLongOptions[] = {
     {"help", nullptr, "This help, with the long options", nullptr},
+    {"any-metadata", nullptr, "Serve whatever can be read of the metadata, also nothing", take_any_metadata},
     {"hash-passwords", nullptr, "Keep hashes in place of passwords in the user file", take_hash_passwords},
     {"trust-tcp", "<sources>",
      "From where session 0 is root over TCP: none, loopback, <address>/<bits>,..., all", take_trust_tcp},

@@ -29,10 +29,11 @@ struct Options {
     bool to_syslog = false;
     bool foreground = false;
     bool no_watchdog = false;
-    int tcp_port = 0;    ///< 0: no TCP server
-    Trust trust;         ///< --trust-tcp
-    TlsFiles tls;        ///< of the TCP server; no certificate: it speaks in clear
-    ServerLimits limits; ///< --connections, --waiting
+    bool any_metadata = false; ///< serve also without usable metadata
+    int tcp_port = 0;          ///< 0: no TCP server
+    Trust trust;               ///< --trust-tcp
+    TlsFiles tls;              ///< of the TCP server; no certificate: it speaks in clear
+    ServerLimits limits;       ///< --connections, --waiting
 };
 
 /// Parses the command line with getopt_long(3); also sets what base/options.h holds. Nothing when the program

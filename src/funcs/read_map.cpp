@@ -115,14 +115,15 @@ int cmd_create_rfuncmap_hdf()
     return log_func_map("rfunc", rfuncCmdMap);
 }
 
-std::optional<std::string> rfuncmap_read(Request &request, std::string_view api)
+namespace {
+
+// Copies: the function may let go of the command lock.
+std::optional<std::string> read_value(Request &request, const std::string &name,
+                                      const std::optional<std::string> &file,
+                                      const std::optional<std::string> &attr)
 {
-    // Copies: the function may let go of the command lock.
-    const std::string name(api);
-    MetaApi meta(name);
-    const auto file = own_copy(meta.get("file"));
+    const MetaApi meta(name);
     const auto read = own_copy(meta.get("read"));
-    const auto attr = own_copy(meta.get("attr"));
     const ReadRow &row = row_or_first(rfuncCmdMap, read.value_or(""));
     if (qv_log_wants(kLogTrace)) {
         auto &called = request.once<CalledRows>([] { return CalledRows(); }).rows;
@@ -137,6 +138,20 @@ std::optional<std::string> rfuncmap_read(Request &request, std::string_view api)
     if (value)
         value = one_line(cut(*value, kMaxValueBytes));
     return value;
+}
+
+} // namespace
+
+std::optional<std::string> rfuncmap_read(Request &request, std::string_view api)
+{
+    const MetaApi meta(api);
+    return read_value(request, std::string(api), own_copy(meta.get("file")), own_copy(meta.get("attr")));
+}
+
+std::optional<std::string> rfuncmap_read_from(Request &request, std::string_view api, const std::string &file,
+                                              const std::string &attr)
+{
+    return read_value(request, std::string(api), file, attr);
 }
 
 void rfuncmap_set_profile_reader(ReadFunction reader)

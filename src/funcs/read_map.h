@@ -38,6 +38,10 @@ int cmd_create_rfuncmap_hdf(); ///< logs the map's size; 0
 /// kMaxValueBytes, with a blank in place of each control character. May let go of the command lock.
 std::optional<std::string> rfuncmap_read(Request &request, std::string_view api);
 
+/// The same, from another place than the API's "file" and "attr" say.
+std::optional<std::string> rfuncmap_read_from(Request &request, std::string_view api, const std::string &file,
+                                              const std::string &attr);
+
 /// Fills the row "profile_rfunc": the profile commands lie above this map.
 void rfuncmap_set_profile_reader(ReadFunction reader);
 

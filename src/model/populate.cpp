@@ -8,6 +8,7 @@
 #include "funcs/file_writes.h"
 #include "funcs/generic_readers.h"
 #include "funcs/read_map.h"
+#include "model/former.h"
 #include "model/template.h"
 #include "platform/log.h"
 #include "store/database.h"
@@ -19,6 +20,7 @@
 #include <functional>
 #include <set>
 #include <sys/stat.h>
+#include <utility>
 
 namespace qvcd {
 
@@ -70,12 +72,14 @@ class Population {
     };
 
     void store(const std::string &api, const std::string &value, const char *what);
+    std::optional<std::string> take_over(const std::string &api, const MetaApi &meta);
     void use_default(const std::string &api, const std::string &fallback, FileWrites::When when);
     void read_again(const Default &kept);
 
     Request &request_;
     int &read_error_;
     std::vector<Default> defaults_;
+    std::set<std::pair<std::string, std::string>> taken_over_; // files and keys
 };
 
 void Population::store(const std::string &api, const std::string &value, const char *what)
@@ -97,12 +101,36 @@ void Population::use_default(const std::string &api, const std::string &fallback
         defaults_.push_back({api, fallback, when});
 }
 
+// The value of an API that had another name, where that was kept elsewhere. It stays there: until it stands
+// in the new place too, every start takes it over again, and an older release finds it. When several APIs
+// claim one place, the first one has it.
+std::optional<std::string> Population::take_over(const std::string &api, const MetaApi &meta)
+{
+    const std::string file(meta.get("file").value_or(""));
+    const std::string attr(meta.get("attr").value_or(""));
+    for (const Former &former : parse_former(meta.own("was").value_or(""))) {
+        const auto place =
+            std::pair(former.file.empty() ? file : former.file, former.attr.empty() ? attr : former.attr);
+        if (place == std::pair(file, attr) || !taken_over_.insert(place).second)
+            continue;
+        const std::optional<std::string> value = rfuncmap_read_from(request_, api, place.first, place.second);
+        if (!value)
+            continue;
+        if (!cfuncmap_check(api, *value))
+            return value;
+        qv_log_print(kLogWarning, "Can not take over the value of %s: %s does not take it\n",
+                     former.name.c_str(), api.c_str());
+    }
+    return std::nullopt;
+}
+
 void Population::add(const std::string &api)
 {
     MetaApi meta(api);
     if (!meta) // deleted while the reader of another one waited
         return;
     const auto fallback = own_copy(meta.own("default"));
+    const bool had_other_names = meta.own("was").has_value();
     if (meta.is_true("dynamic")) {
         hdfDB.set(api, fallback.value_or(""));
         qv_log_print(kLogDebug, "populate dynamic %s\n", api.c_str());
@@ -115,8 +143,12 @@ void Population::add(const std::string &api)
     // While the reader waited the API may have been deleted, or set.
     if (turns != command_lock_turns() && (!metaDB.find(api) || own_copy(hdfDB.get(api)) != before))
         return;
+    const std::optional<std::string> former =
+        !value && read_error_ == 0 && had_other_names ? take_over(api, MetaApi(api)) : std::nullopt;
     if (value && !cfuncmap_check(api, *value)) {
         store(api, *value, "");
+    } else if (former) {
+        use_default(api, *former, FileWrites::When::absent);
     } else if (fallback) {
         use_default(api, *fallback, value ? FileWrites::When::always : FileWrites::When::absent);
     } else {
@@ -163,10 +195,15 @@ int hdfdb_load_meta_file(Request &request, const FileName &file)
     loaded_files.push_back(file.text);
     flags_forget();
     if (read.result != HdfResult::ok) {
-        qv_log_print(kLogError, "Can not load metadata %s: %s\n", file.text.c_str(), read.detail.c_str());
+        qv_report_failure("Can not load metadata " + file.text + ": " + read.detail);
         return 1;
     }
     return dyngroup_expand_meta(request);
+}
+
+bool model_has_api()
+{
+    return !hdfutils_parent_names(metaDB.root(), "", what_node).empty();
 }
 
 const std::vector<std::string> &model_files()

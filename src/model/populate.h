@@ -10,9 +10,12 @@
 
 namespace qvcd {
 
-/// Reads a metadata file into metaDB, merging, and expands all templates. 1 after logging what is wrong;
+/// Reads a metadata file into metaDB, merging, and expands all templates. 1 after reporting what is wrong;
 /// metaDB then keeps what stood before the error, unexpanded.
 int hdfdb_load_meta_file(Request &request, const FileName &file);
+
+/// There is an API that hdfdb_populate() would fill.
+bool model_has_api();
 
 /// The files that it was given, as they were named.
 const std::vector<std::string> &model_files();

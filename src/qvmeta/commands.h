@@ -13,6 +13,9 @@ inline constexpr int kUsageStatus = 2;
 using Words = std::span<char *const>;
 
 int check_command(Words words);
+int doc_command(Words words);
+int diff_command(Words words); ///< 1 also when an upgrade loses what users have saved
+int new_command(Words words);
 
 /// "qvmeta: ..." on stderr; kUsageStatus.
 int usage_error(const std::string &what);

@@ -18,6 +18,10 @@ struct CommandRow {
 
 constexpr CommandRow kCommands[] = {
     {"check", check_command, "check FILE... [--root DIR] [--json]", "tells what is wrong with metadata"},
+    {"doc", doc_command, "doc FILE... [--html]",
+     "writes a reference of all APIs, in Markdown or as one page of HTML"},
+    {"diff", diff_command, "diff OLD NEW", "tells what an upgrade changes for what users have saved"},
+    {"new", new_command, "new NAME", "asks for what an API is, and writes its metadata"},
 };
 
 int help(std::FILE *out, int status)

@@ -16,7 +16,8 @@ from appliance import LIBC, PATIENCE, QVC, QVCD, WAIT_FOR_GO, Reply, die_with_us
 
 
 def model(name, value="1"):
-    return f"{name} {{\n perm = 7777\n a {{\n attr = a\n default = {value}\n }}\n}}\n"
+    functions = "read = no_rfunc\n write = io_wfunc\n file = /none"
+    return f"{name} {{\n perm = 7777\n {functions}\n a {{\n attr = a\n default = {value}\n }}\n}}\n"
 
 
 # ---- Options ----
@@ -319,12 +320,20 @@ def test_sysroot_too_long_for_a_socket_address(appliance):
 
 
 def test_bad_metadata(appliance):
-    """What stands before the error counts, and so do the other files."""
+    """The daemon does not start; where it must all the same, what stands before the error counts, and so do the
+    other files."""
     files = {"/bad.hdf": model("Good") + "nonsense\n", "/deep.hdf": 100 * "a {\n", "/next.hdf": model("Next")}
     a = appliance(files=files)
-    names = {"/none.hdf": "No such file or directory", "/etc": "not a regular file", "/bad.hdf": "line 8: .+"}
+    names = {"/none.hdf": "No such file or directory", "/etc": "not a regular file", "/bad.hdf": "line 11: .+"}
     names["/deep.hdf"] = "line 6[0-9]: nested too deeply"
-    a.start(*[word for name in [*names, "/next.hdf"] for word in ("-m", a.path(name))])
+    for name, message in {**names, "/empty.hdf": "There is no API in .*"}.items():
+        a.write("/empty.hdf", "A {\n perm = 7777\n}\n")
+        code, _, err = run_qvcd("-g", "-m", a.path("/next.hdf") if "API" not in message else a.path(name),
+                                "-m", a.path(name), env=a.environment())
+        assert code == 1 and re.search(rf"^qvcd: .*{message}\nqvcd: No usable metadata", err), (name, err)
+        assert not a.path("/var/run/qvcd.pid").exists()
+    a.start("--any-metadata", *[word for name in [*names, "/next.hdf"] for word in ("-m", a.path(name))])
     assert a.command("get") == Reply(["Good.a=1", "Next.a=1"], 0)
     for name, message in names.items():
-        assert re.search(rf"^Can not load metadata {re.escape(str(a.path(name)))}: {message}$", a.log(), re.M), name
+        for text in (a.log(), a.stderr()):
+            assert re.search(rf"Can not load metadata {re.escape(str(a.path(name)))}: {message}$", text, re.M), name

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qvcd {
+
+/// What an API was before: one part of its "was", "NAME [KEY [FILE]]".
+struct Former {
+    std::string name;
+    std::string attr; ///< where its value was kept; empty: where it is now
+    std::string file;
+};
+
+/// The parts of a "was", between commas. Words behind the third are ignored.
+std::vector<Former> parse_former(std::string_view was);
+
+} // namespace qvcd
