@@ -30,12 +30,17 @@ void say(const std::string &text)
     std::fprintf(stderr, "qvc: %s\n", text.c_str());
 }
 
-void say_nearest(const Options &options, const std::string &name)
+std::vector<std::string> settings_like(const Options &options, const std::string &name)
 {
     std::vector<std::string> apis;
     for (const std::string &line : lines_of(kept_answer(options, "browse")))
         apis.push_back(line.substr(0, line.find('=')));
-    if (const std::string meant = did_you_mean(nearest_names(name, apis, kMostProposals)); !meant.empty())
+    return nearest_names(name, apis, kMostProposals);
+}
+
+void say_nearest(const Options &options, const std::string &name)
+{
+    if (const std::string meant = did_you_mean(settings_like(options, name)); !meant.empty())
         say("there is no " + name + meant);
 }
 
@@ -100,6 +105,15 @@ void advise_on_silence(const Options &options, const Words &words)
 }
 
 } // namespace
+
+std::vector<std::string> topics_like(const Options &options, const std::string &name)
+{
+    std::vector<std::string> commands;
+    for (const KnownCommand &row : known_commands())
+        commands.emplace_back(row.name);
+    std::vector<std::string> found = nearest(name, commands, kMostProposals);
+    return found.empty() ? settings_like(options, name) : found;
+}
 
 std::string allowed_values(const std::vector<std::string> &lines, const std::string &name)
 {

@@ -14,6 +14,9 @@ namespace qvcd::client {
 void advise(const Options &options, const Words &words, const std::vector<std::string> &refused,
             bool is_empty, int result);
 
+/// Commands, settings and groups whose names are like this one.
+std::vector<std::string> topics_like(const Options &options, const std::string &name);
+
 /// "0 to 100" or "enable, disable", from the lines of `introspect NAME`; empty when any text would do.
 std::string allowed_values(const std::vector<std::string> &lines, const std::string &name);
 

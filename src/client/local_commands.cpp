@@ -2,12 +2,14 @@
 
 #include <cstdio>
 
+#include "client/advice.h"
 #include "client/answer.h"
 #include "client/careful.h"
 #include "client/command_check.h"
 #include "client/command_shapes.h"
 #include "client/given_values.h"
 #include "client/name_globs.h"
+#include "client/nearest.h"
 #include "client/person.h"
 #include "client/reply.h"
 #include "client/transfer.h"
@@ -37,7 +39,8 @@ int run_help(const Options &options, const Words &words)
     const int status = answer.end(result);
     if (said_something || status != 0)
         return status;
-    std::fprintf(stderr, "qvc: the daemon has no help on this\n");
+    std::fprintf(stderr, "qvc: the daemon has no help on this%s\n",
+                 did_you_mean(topics_like(options, words.back())).c_str());
     return 1;
 }
 

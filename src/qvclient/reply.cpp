@@ -84,8 +84,9 @@ ReplyLine parse_reply_line(std::string_view line)
 
 bool says_error(std::string_view command, int result, std::string_view line)
 {
-    static constexpr std::string_view kTellByResult[] = {"get", "geti", "getv", "getd", "getdv",
-                                                         "set", "sets", "seta", "setn"};
+    static constexpr std::string_view kTellByResult[] = {
+        "get",  "geti", "getv", "getd",     "getdv",    "set",        "sets",
+        "seta", "setn", "help", "help.cmd", "help.api", "help.apihdf"};
     if (result == 0 && std::ranges::count(kTellByResult, command) != 0)
         return false;
     return parse_reply_line(line).error.has_value();

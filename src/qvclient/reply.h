@@ -46,7 +46,8 @@ struct ReplyLine {
 ReplyLine parse_reply_line(std::string_view line);
 
 /// True when a line of the reply to `command` with this result code says that something failed. Of commands
-/// whose result says it already (get, set and the like), a value that only looks like an error is none.
+/// whose result says it already (get, set and the like), a value that only looks like an error is none, and
+/// so are the errors that help tells of.
 bool says_error(std::string_view command, int result, std::string_view line);
 
 } // namespace qvcd::client

@@ -50,6 +50,8 @@ def test_who_errs_is_told_what_would_have_been_right(a):
         ("get A.prot", 1, "there is no A.prot (did you mean A.port?)"),
         ("get a.name,A.port", 1, "there is no a.name (did you mean A.name?)"),
         ("-s 4711 get A", 1, "there is no session 4711"),
+        ("help aplly", 1, "no help on this (did you mean apply?)"),
+        ("help A.prot", 1, "no help on this (did you mean A.port?)"),
         ("get Z.*", 2, "no name matches 'Z.*'"),
     ]:
         code, out, err = qvc(a, *words.split())
@@ -97,6 +99,7 @@ def test_answers_for_programs(a):
     assert [one["command"] for one in each] == ["get", "set"] and each[1]["errors"][0]["name"] == "A.mode"
     assert qvc(a, "-v", "get", "A.port", "A.mode") == (0, "7\noff\n", "")
     assert qvc(a, "-q", "get", "A") == (0, "", "")
+    assert qvc(a, "-e", "help", "apply")[0] == 0  # it tells of errors, and is none
     lost = ("user.passwd", "nobody", "x")
     assert [qvc(a, *e, *lost)[0] for e in ([], ["-e"])] == [0, 1]
     # Names by pattern, in names and assignments.
