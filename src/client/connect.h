@@ -1,4 +1,0 @@
-#pragma once
-
-#include "client/reply.h"
-#include "qvclient/connect.h"

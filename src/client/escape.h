@@ -1,3 +1,0 @@
-#pragma once
-
-#include "qvclient/escape.h"
