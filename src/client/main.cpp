@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -48,11 +49,22 @@ struct Trouble {
     }
 };
 
-// It says what would have been right, and ends with the status that the command had.
-[[noreturn]] void have_advice_given(char **arguments, const Trouble &trouble, int result)
+bool is_null_device(int fd)
+{
+    struct stat file {};
+    struct stat null {};
+    return fstat(fd, &file) == 0 && stat("/dev/null", &null) == 0 && S_ISCHR(file.st_mode) &&
+           file.st_rdev == null.st_rdev;
+}
+
+// The full client says what would have been right, where somebody reads that, and ends with the status that
+// the command had.
+int with_advice(char **arguments, const Trouble &trouble, int result)
 {
     if (std::fflush(stdout) != 0)
         throw std::system_error(errno, std::generic_category(), "cannot write the reply");
+    if (is_null_device(STDERR_FILENO))
+        return exit_status(result);
     std::vector<std::string> words{arguments[0], "--said-result=" + std::to_string(result)};
     for (const std::string &line : trouble.lines)
         words.push_back("--said=" + line);
@@ -62,7 +74,11 @@ struct Trouble {
     for (char **word = arguments + 1; *word; ++word)
         all.push_back(*word);
     all.push_back(nullptr);
-    become_full_client(all.data());
+    try {
+        become_full_client(all.data());
+    } catch (const std::system_error &) { // it is not installed
+        return exit_status(result);
+    }
 }
 
 bool has_form_of_its_own(const Options &options)
@@ -99,9 +115,9 @@ int run(const Options &options, char **arguments)
     std::erase_if(trouble.lines,
                   [&](const std::string &said) { return !says_error(options.words[0], result, said); });
     const bool is_refused =
-        trouble.is_silent && (result != 0 || (options.session != 0 && is_for_administrators(options.words)));
+        trouble.is_silent && options.session != 0 && (result != 0 || is_for_administrators(options.words));
     if (!options.json && (is_refused || !trouble.lines.empty()))
-        have_advice_given(arguments, trouble, result);
+        return with_advice(arguments, trouble, result);
     return exit_status(result);
 }
 

@@ -24,6 +24,7 @@ def wire(request):
 TRANSCRIPTS = {
     "ping": (b"?\n", b"!\n"),
     "ping with more on the line": (b"?anything 1 2\nget A.b\n\n", b"!\n"),
+    "ping without a newline": (b"?", b"!\n"),
     "one command": (b"me 0 0\nget A.b\n\n", b"A.b=1\n@\n0\n"),
     "any word and any third number": (b"\xff\x00\x01x 0 -77\nget A.b\n\n", b"@\n1\n"),
     "an empty line at once": (b"me 0 0\n\n", b"@\n0\n"),
@@ -31,6 +32,7 @@ TRANSCRIPTS = {
     "the code is the last command's": (b"me 0 0\nget X\nget A.b\n\n", b"X=##Parameter not found#\nA.b=1\n@\n0\n"),
     "comment": (b"me 0 0\nget A.b\n# get A.c\n\n", b"A.b=1\n@\n1\n"),
     "separators only": (b"me 0 0\nget X\n , ,\n\n", b"X=##Parameter not found#\n@\n0\n"),
+    "carriage return only": (b"me 0 0\n\r\n\n", b"@\n1\n"),
     "lines with carriage returns": (b"me 0 0\r\nget A.b\r\n\n", b"A.b=1\n@\n0\n"),
     "unknown command": (b"me 0 0\nnonsense a b\n\n", b"@\n0\n"),
     "binary command": (b"me 0 0\n\x80\xfe\x01\x02 \xff\n\n", b"@\n0\n"),
@@ -41,6 +43,7 @@ TRANSCRIPTS = {
     "nothing at all": (b"", b"@\n1\n"),
     "end of input instead of an empty line": (b"me 0 0\nget A.b\n", b"A.b=1\n@\n0\n"),
     "end of input within a line": (b"me 0 0\nget X\nget A.b", b"X=##Parameter not found#\nA.b=1\n@\n0\n"),
+    "end of input after the first line": (b"me 0 0", b"@\n0\n"),
     # 255 bytes count as the first line, the rest of a longer one is a command.
     "first line of 255 bytes with its newline": (b"me 0 0".ljust(254) + b"\nget A.b\n\n", b"A.b=1\n@\n0\n"),
     "first line of 255 bytes without it": (b"me 0 0".ljust(255) + b"\nget A.b\n\n", b"@\n0\n"),

@@ -81,6 +81,7 @@ INSERTIONS = [
     (3, "Web.extra=1", PERMISSION),  # the group may only read
     (1, "Maker.extra=1", PERMISSION),
     (1, "Bare.extra=1", None),  # no perm is inherited: administrators only
+    (2, "Bare.extra=1", PERMISSION),
     (2, "New.group.x=1", PERMISSION),
     (1, "Web.port=1", NAME),
     (1, "Web=1", NAME),
@@ -140,7 +141,8 @@ def test_what_is_no_list(a):
 def test_queries_change_nothing(a):
     before = everything(a)
     for query in ("metav sub.attr Web.group", "metav default Web.clone", "metav introspect Web.port",
-                  "metav nonsense Web.group.inner", "metav a/b Web.port", "help.api Web.port.type"):  # fmt: skip
+                  "metav nonsense Web.group.inner", "metav a/b Web.port", "help.api Web.port.type",
+                  "help.apihdf Web.port.type"):  # fmt: skip
         a.command(query)
     a.talk([f"metav invented{n} Web.group.inner" for n in range(1000)])
     a.command("reload")

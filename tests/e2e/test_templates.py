@@ -61,6 +61,8 @@ def test_placeholders_in_values(appliance):
         T.__d.short: attr = x; default = last__
         T.__d.many: attr = x; default = ____d__d
         T.__d.plain__d: attr = x; default = its name stays
+        F.__d: range = 1 2; perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/stream__d.conf
+        F.__d.port: attr = port; default = 80__d
     """)
     a = appliance(meta).start()
     assert a.command("get T.7").lines == [
@@ -72,6 +74,8 @@ def test_placeholders_in_values(appliance):
         "T.7.7=its name stays",  # a mark anywhere in a name makes a template
     ]
     assert "T.__d.two.default=a__db__zc" in a.command("meta.get T").lines  # templates stay
+    assert a.command("update F.2.port=9").code == 0  # each copy in the file of its own
+    assert [a.read(f"/etc/stream{n}.conf") for n in (1, 2)] == ["port=801\n", "port=9\n"]
 
 
 def test_template_in_a_template_counted_by_the_outer_number(appliance):

@@ -177,6 +177,16 @@ TEST_F(SessionTest, WhoMayUseWhichSession)
     EXPECT_FALSE(session_is_for(numbers[4], callers[5]));
 }
 
+TEST_F(SessionTest, WrongPasswordsByWayOfAServerHoldUpNobodyElseThere)
+{
+    const Caller web = from("user 33 again", true, true);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(kWrongPassword, login("viewer", "guess", "10.0.0.7", web));
+    EXPECT_EQ(kTooEarly, login("viewer", "a b", "10.0.0.7", web));
+    EXPECT_LT(0, login("viewer", "a b", "10.0.0.8", web));
+    EXPECT_LT(0, login("admin", "kelpo", "10.0.0.7", web));
+}
+
 TEST_F(SessionTest, TheLongestIdleOneOfTheSameSourceMakesRoom)
 {
     const auto now = std::chrono::steady_clock::now();

@@ -173,6 +173,13 @@ TEST_F(UserTest, ImportIsAllOrNothing)
         EXPECT_EQ(0x777U, user_get_perm("admin")) << text;
         EXPECT_EQ(kUserFile, user_file()) << text;
     }
+    const char *const part = "Group.2.perm = 44\nUser.admin.passwd = other\nUser.new.group = 2\n";
+    EXPECT_EQ(nullptr, import_users(kRoot, appliance_root().write("tmp/users", part)));
+    ASSERT_EQ(0, user_load_db_file(qv_device_file("/etc/user.conf")));
+    EXPECT_EQ("other", user_get_passwd("admin"));
+    EXPECT_EQ(0x44U, user_get_perm("new"));
+    EXPECT_EQ("first", user_get_default("admin")) << "what it does not say stays";
+    EXPECT_EQ("a b", user_get_passwd("viewer"));
 }
 
 TEST_F(UserTest, ExportIsReplacedAndSecret)
