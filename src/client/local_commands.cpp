@@ -73,7 +73,9 @@ int run_command(const Options &options, const Words &typed)
     Words words = typed;
     if (!is_wanted(options, words))
         return 1;
-    words = with_names(options, options.json ? in_json(words) : words);
+    words = options.json ? in_json(words) : words;
+    if (local_command(words.at(0)) != LocalCommand::watch) // there patterns are for what is to come, too
+        words = with_names(options, words);
     words = with_given_values(options, std::move(words));
     switch (local_command(words.at(0))) {
     case LocalCommand::help:

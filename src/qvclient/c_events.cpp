@@ -27,11 +27,9 @@ qvc_status qvc_events_open(qvc_client *client, qvc_events **events)
     return with(client, [&] {
         if (!events)
             throw UsageError("nowhere to put the events");
-        if (!client->endpoint.local())
-            throw UsageError("events come from the local daemon only");
         const auto limit = client->connect_ms != 0 ? std::chrono::milliseconds(client->connect_ms)
                                                    : usual_limits("").connect;
-        *events = new qvc_events{EventStream(client->endpoint, limit)};
+        *events = new qvc_events{EventStream(client->endpoint, client->caller, {}, limit)};
         return QVC_OK;
     });
 }

@@ -198,8 +198,8 @@ typedef struct qvc_events qvc_events;
 typedef struct qvc_event qvc_event;
 
 /*
- * Subscribes to what happens at the daemon from now on; of the local daemon only. The client is not needed
- * any more. *events is to be closed; null unless QVC_OK.
+ * Subscribes to what happens at the daemon from now on, as far as the client's session may see it. The client
+ * is not needed any more. *events is to be closed; null unless QVC_OK.
  */
 QVC_API qvc_status qvc_events_open(qvc_client *client, qvc_events **events);
 QVC_API void qvc_events_close(qvc_events *events);

@@ -314,7 +314,7 @@ class Client:
         return reply
 
     def events(self) -> Events:
-        """What happens at the local daemon from now on; to be closed."""
+        """What happens at the daemon from now on, as far as the session may see it; to be closed."""
         found = _Handle()
         self._call("events_open", ctypes.byref(found))
         return Events(found)
