@@ -173,6 +173,12 @@ def test_a_kept_session_is_used_by_its_owner_for_its_daemon_until_logout(a):
     os.chmod(file, 0o600)
     assert qvc("set", "Services.HTTP.port=83") == refused
     assert qvc("logout") == (0, "") and not file.exists()
+    # The daemon's scripts, which have the same home, do not use it.
+    assert a.qvc("login", "--keep", "operator", "operator") == (0, "")
+    assert a.qvc("set", "Services.HTTP.port=85")[0] == 1
+    a.write("/usr/share/qvcontrol/post_revert_script", "#!/bin/sh\nqvc set Services.HTTP.port=85\n", 0o755)
+    a.command("revert Services")
+    assert a.get("Services.HTTP.port") == "85" and a.qvc("logout") == (0, "")
     assert qvc("logout")[0] == 2
     assert qvc("set", "Services.HTTP.port=84")[0] == 0
 
