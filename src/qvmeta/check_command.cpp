@@ -44,6 +44,14 @@ void print_json(const std::vector<Finding> &findings)
     std::printf("%s\n", all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
+int print_kinds()
+{
+    for (const KindRow &row : finding_kinds())
+        std::printf("%-23s %-8s %s\n", std::string(row.word).c_str(),
+                    row.severity == Severity::error ? "error" : "warning", std::string(row.about).c_str());
+    return 0;
+}
+
 // Why the words cannot be taken; empty: they were.
 std::string take_words(Words words, CheckWords &taken)
 {
@@ -65,6 +73,8 @@ std::string take_words(Words words, CheckWords &taken)
 
 int check_command(Words words)
 {
+    if (words.size() == 1 && std::string_view(words[0]) == "--kinds")
+        return print_kinds();
     CheckWords taken;
     if (const std::string why = take_words(words, taken); !why.empty())
         return usage_error(why);

@@ -17,7 +17,8 @@ struct CommandRow {
 };
 
 constexpr CommandRow kCommands[] = {
-    {"check", check_command, "check FILE... [--root DIR] [--json]", "tells what is wrong with metadata"},
+    {"check", check_command, "check FILE... [--root DIR] [--json] | --kinds",
+     "tells what is wrong with metadata, or all that it looks for"},
     {"doc", doc_command, "doc FILE... [--html]",
      "writes a reference of all APIs, in Markdown or as one page of HTML"},
     {"diff", diff_command, "diff OLD NEW", "tells what an upgrade changes for what users have saved"},

@@ -1,6 +1,9 @@
 """The model that ships, as a whole, on the root that ships with it."""
 
 import re
+import subprocess
+
+from appliance import escape
 
 CURRENT = "System.Configuration.Profiles.current"
 NO_SETTINGS = "hardware.conf version resolv.conf user.conf wizard.hdf init.d presets sysconfig".split()
@@ -64,3 +67,36 @@ def test_starts_clean_with_its_settings_and_without(appliance):
 
 def replaced(a):
     return set(re.findall(r"^populate ((?:default|blank) .*)", a.log(), re.M))
+
+
+# (setting, file, what stands in it then); the files belong to programs of the system.
+OTHERS = [
+    ("Network.DNS.servers=192.0.2.53 2001:db8::53", "/etc/systemd/resolved.conf.d/qv.conf", "DNS=192.0.2.53 2001:db8::53"),
+    ("Network.Interfaces.Eth0.IPv6.address=2001:db8::9/64", "/etc/systemd/network/10-eth0.network.d/ipv6.conf",
+     "Address=2001:db8::9/64"),
+    ("Services.SSH.port=2222", "/etc/ssh/sshd_config.d/qv.conf", "Port 2222"),
+    ("Services.Syslog.Servers.1.host=2001:db8::7 Services.Syslog.Servers.1.enable=1", "/etc/rsyslog.d/50-qv.conf",
+     '*.info action(type="omfwd" target="2001:db8::7" port="514" protocol="udp"'),
+    ("Services.SNMP.Users.2.name=op Services.SNMP.Users.2.auth_password=a\"b\\c,d123",
+     "/etc/snmp/snmpd.conf.d/qv-users.conf", 'createUser "op" SHA-256 "a\\"b\\\\c,d123" AES ""'),
+    ("Network.Firewall.Rules.2.source=10.0.0.0/8 Network.Firewall.Rules.2.enable=1 Network.Firewall.enable=1",
+     "/etc/qv/firewall.nft", "        ip saddr 10.0.0.0/8 tcp dport 443 accept"),
+    ("Users.Radius.1.secret=s3cret,,, Users.Radius.1.host=::1 Users.Radius.enable=1", "/etc/pam_radius_auth.conf",
+     "[::1]:1812 s3cret,,, 3"),
+]
+
+
+def test_settings_reach_the_files_of_other_programs(appliance):
+    a = appliance(shipped=True).start()
+    for settings, file, expected in OTHERS:
+        pairs = [word.split("=", 1) for word in re.split(r" (?=[A-Z])", settings)]
+        reply = a.command(" ".join(["commit", *(f"{name}={escape(value)}" for name, value in pairs)]))
+        assert reply.code == 0 and "##" not in "".join(reply.lines), reply
+        assert [line for line in a.read(file).splitlines() if line.startswith(expected)], (expected, a.read(file))
+    assert a.path("/etc/snmp/snmpd.conf.d/qv-users.conf").stat().st_mode & 0o777 == 0o600
+    # What is done at once is a word in a file, which the service manager gives to a script.
+    assert a.command("set Services.Certificate.create=self-signed").code == 0
+    script = a.path("/usr/share/qvcontrol/request")
+    subprocess.run([script, "certificate"], env=a.environment(), check=True, capture_output=True)
+    assert a.get("Services.Certificate.Info.subject") == "CN = qv-encoder"
+    assert a.path("/etc/qv/tls/key.pem").stat().st_mode & 0o777 == 0o600
