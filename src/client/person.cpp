@@ -71,18 +71,21 @@ bool can_ask()
 
 bool is_typed()
 {
-    return can_ask() && isatty(STDERR_FILENO) != 0 && leads_its_job();
+    return can_ask() && (isatty(STDERR_FILENO) != 0 || isatty(STDOUT_FILENO) != 0) && leads_its_job();
 }
 
 Reply ask_person(const std::string &question)
 {
     std::fflush(stdout);
-    std::fprintf(stderr, "%s [y/N] ", question.c_str());
+    tcflush(STDIN_FILENO, TCIFLUSH); // what was typed before is no answer
+    std::FILE *out = isatty(STDERR_FILENO) ? stderr : stdout;
+    std::fprintf(out, "%s [y/N] ", question.c_str());
+    std::fflush(out);
     std::array<char, kLongestLine> answer{};
     errno = 0;
     const ssize_t got = read(STDIN_FILENO, answer.data(), answer.size());
     if (got <= 0) {
-        std::fputc('\n', stderr);
+        std::fputc('\n', out);
         return errno == EINTR ? Reply::no : Reply::none;
     }
     return answer[0] == 'y' || answer[0] == 'Y' ? Reply::yes : Reply::no;

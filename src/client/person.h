@@ -9,8 +9,8 @@ namespace qvcd::client {
 /// True when standard input is a terminal that is ours to ask on.
 bool can_ask();
 
-/// True when somebody typed this command, and it is no script that runs it: can_ask(), messages are seen, and
-/// no other program leads our job.
+/// True when somebody typed this command, and it is no script that runs it: can_ask(), a question is seen,
+/// and no other program leads our job.
 bool is_typed();
 
 enum class Reply {

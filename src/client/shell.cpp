@@ -78,7 +78,8 @@ Shell::Shell(const Options &options)
     for (const std::string &line : load_history())
         editor_.remember(line);
     learn_user();
-    unsaved_.look(options_, {});
+    if (!user_.empty()) // else there is none who answers, or nothing that he may know
+        unsaved_.look(options_, {});
 }
 
 int Shell::run()
@@ -185,8 +186,11 @@ void Shell::run_step(Step &step)
         std::fprintf(stderr, "qvc: %s\n", error.what());
         status_ = kExitNoDaemon;
     }
-    if (!ends_)
-        unsaved_.look(options_, words);
+    if (ends_)
+        return;
+    unsaved_.look(options_, words);
+    if (user_.empty() && unsaved_.any() != Unsaved::Any::unknown)
+        learn_user(); // the daemon is back
 }
 
 int Shell::run_words(const Words &words)

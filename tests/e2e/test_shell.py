@@ -1,6 +1,7 @@
 """qvc as a shell: what an administrator types and sees on a terminal."""
 
 import os
+import signal
 import stat
 import subprocess
 
@@ -253,7 +254,7 @@ def test_an_afternoon_in_the_shell(a):
     assert "login operator" in lines and "user.passwd viewer" in lines and f"set {SECRET}=?" in lines
     assert not [line for line in lines if "swordfish" in line or "wrong-one" in line]
     # The next shell has the history, and outlives its daemon.
-    with Terminal([QVC], env) as terminal:
+    with Terminal([QVC, "-t", "1"], env) as terminal:
         me = Shell(terminal)
         me.expect(f"{root}*> ")
         terminal.press("\x1b[A\x1b[A")
@@ -263,5 +264,11 @@ def test_an_afternoon_in_the_shell(a):
         me.type("get Services.HTTP.port", "cannot reach the daemon", prompt=f"{root}?")
         a.start()
         me.type("get Services.HTTP.port", "Services.HTTP.port=8081", prompt=root)
-        terminal.press("quit\r")
-        assert terminal.wait() == 0
+        # One that says nothing holds up nobody for long.
+        os.kill(a.process.pid, signal.SIGSTOP)
+        try:
+            me.type("get Services.HTTP.p\t", "no answer within the time limit", prompt=f"{root}?")
+            terminal.press("quit\r")
+            assert terminal.wait() == 124
+        finally:
+            os.kill(a.process.pid, signal.SIGCONT)
