@@ -160,9 +160,21 @@ void write_rights(const std::string &session, const std::string &user)
     sessionDB.set(session + ".group", user_get_group(user).value_or(""));
 }
 
+void follow_user(int n, const std::string &user)
+{
+    const std::string name = session_name(n);
+    const std::string before = sessionDB.get_or(name + ".perm", "");
+    write_rights(name, user);
+    const std::shared_ptr<SessionUse> use = session_use(n);
+    if (use && before != sessionDB.get_or(name + ".perm", ""))
+        use->note_change();
+}
+
 void end_session(int n)
 {
     sessionDB.remove(session_name(n));
+    if (const std::shared_ptr<SessionUse> use = session_use(n))
+        use->note_change();
     logins.erase(n);
 }
 
@@ -334,7 +346,7 @@ void session_follow_users()
             end_session(n);
             ended = true;
         } else {
-            write_rights(session_name(n), user);
+            follow_user(n, user);
         }
     }
     if (ended)

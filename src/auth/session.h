@@ -35,10 +35,22 @@ class SessionUse {
     {
         last_.store(at, std::memory_order_relaxed);
     }
-    Time last() const noexcept { return last_.load(std::memory_order_relaxed); }
+    Time last() const noexcept
+    {
+        return listeners_ > 0 ? std::chrono::steady_clock::now() : last_.load(std::memory_order_relaxed);
+    }
+
+    /// Who listens to events uses the session all the time: one more, one less.
+    void listen(int change) noexcept { listeners_ += change; }
+
+    /// How often the session's rights have changed, its end included. Who listens for long looks at it.
+    unsigned changes() const noexcept { return changes_; }
+    void note_change() noexcept { ++changes_; }
 
   private:
     std::atomic<Time> last_ = std::chrono::steady_clock::now();
+    std::atomic<int> listeners_ = 0;
+    std::atomic<unsigned> changes_ = 0;
 };
 
 /// Makes the tree with session 0 and a list file (auth/session_list.h) without sessions; with `unchecked`

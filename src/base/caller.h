@@ -1,10 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace qvcd {
 
 class Document;
+class EventQueue;
 
 /// Whose changes are whose that is not known.
 inline constexpr char kNobody[] = "";
@@ -20,6 +22,8 @@ struct Caller {
     std::string user = "qvcd";    ///< who is logged in
     std::string client = "";      ///< the first word of the connection
     Document *document = nullptr; ///< what came over the connection with this command; null: nothing can
+    std::shared_ptr<EventQueue> *events =
+        nullptr; ///< where the connection's stream of events is put, likewise
 };
 
 /// Of commands that the daemon runs by itself.

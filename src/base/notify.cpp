@@ -3,7 +3,6 @@
 #include "base/limits.h"
 #include "base/text.h"
 #include "platform/log.h"
-#include "platform/notify_bus.h"
 
 #include <string>
 
@@ -23,12 +22,21 @@ std::string payload_of(std::string_view key, std::string_view value)
 
 int notify_publish_on(std::string_view event, std::string_view key, std::string_view value, Secret secret)
 {
+    return notify_publish({event, key, value, secret});
+}
+
+int notify_publish(const Event &event)
+{
+    const auto &[name, key, value, secret, old, audience] = event;
     if (!qv_log_wants(kLogInfo) && !qvnotify_has_listeners())
         return 0;
     Notification n;
     n.identity = NOTIFY_IDENTITY;
     n.message_class = NOTIFY_PRIORITY;
-    n.event = event;
+    n.event = name;
+    n.audience = audience;
+    if (old && secret == Secret::no)
+        n.old = cut(*old, kMaxValueBytes);
     n.payload = payload_of(key, secret == Secret::yes ? kHiddenPassword : value);
     n.public_payload = secret == Secret::no ? n.payload : payload_of(key, kHiddenPassword);
     n.topic = cut("qvc " + n.event, kMaxValueBytes);

@@ -11,7 +11,7 @@
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
-#include "store/api.h"
+#include "store/api_event.h"
 #include "store/flags.h"
 
 #include <algorithm>
@@ -33,11 +33,6 @@ std::string new_key()
     for (int i = 0; i < 4; ++i)
         key += std::to_string(random()) + (i < 3 ? "-" : "");
     return key;
-}
-
-void publish(const char *event, const Api &api)
-{
-    notify_publish_on(event, api.name(), api.value(), api.is_secret() ? Secret::yes : Secret::no);
 }
 
 // One commit on its way.
@@ -160,21 +155,22 @@ void Commit::store(const Proposed &p, bool is_theirs)
     Api *api = find_api(p.api);
     if (!api)
         return;
-    const bool is_new = api->value() != p.after;
+    const std::string old(api->value());
+    const bool is_new = old != p.after;
     if (is_new && !is_theirs) {
         if (!p.saves && !p.dynamic)
             flag_unsaved(*api, request_.caller.session);
         store_setting(*api, p.after);
-        publish("set", *api);
+        publish_api("set", *api, p.after, old);
     }
     if (p.saves && !p.dynamic)
         flag_saved(p.api, p.after);
     if (p.saves && !is_theirs)
-        publish("save", *api);
+        publish_api("save", *api, p.after, old);
     if (p.applies)
         flag_in_force(p.api, p.after);
     if (p.applies && !is_theirs)
-        publish("apply", *api);
+        publish_api("apply", *api, p.after, old);
     qv_log_print(kLogNotice, "Commit %s=%s\n", p.api.c_str(), api->for_log(p.after).c_str());
 }
 

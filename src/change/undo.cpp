@@ -1,7 +1,6 @@
 #include "change/undo.h"
 
 #include "base/command_lock.h"
-#include "base/notify.h"
 #include "base/replace_journal.h"
 #include "base/replacement.h"
 #include "base/save_lock.h"
@@ -10,7 +9,7 @@
 #include "funcs/file_writes.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
-#include "store/api.h"
+#include "store/api_event.h"
 #include "store/flags.h"
 #include "store/meta.h"
 
@@ -126,7 +125,7 @@ bool may_be_taken_later(const std::string &api, std::string_view value)
 void publish(const Api &api)
 {
     for (const char *event : {"set", "save"})
-        notify_publish_on(event, api.name(), api.value(), api.is_secret() ? Secret::yes : Secret::no);
+        publish_api(event, api, api.value());
 }
 
 } // namespace

@@ -42,7 +42,7 @@ constexpr CommandShape kShapes[] = {
     {"get_session", nothing, nothing},
     {"import", nothing, nothing, kFileHere},
     {"export", nothing, names, kFileHere},
-    {"watch", nothing, nothing},
+    {"watch", names, names, "-e: -t --json"},
     {"find", nothing, nothing},
     {"version", nothing, nothing},
     {"failures", names, names, "-j"},

@@ -59,6 +59,7 @@ constexpr KnownCommand kCommands[] = {
     {"rollback"},
     {"failures"},
     {"version"},
+    {"events"},
     {"watch"},
     {"completion"},
     {"tree"},

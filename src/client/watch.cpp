@@ -1,50 +1,199 @@
 #include "client/local_commands.h"
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <nlohmann/json.hpp>
-#include <sys/socket.h>
 
 #include "client/errors.h"
 #include "client/reply.h"
 #include "client/signal_input.h"
 #include "qvclient/escape.h"
+#include "qvclient/event_stream.h"
 
 namespace qvcd::client {
 
 namespace {
 
-enum class Format { text, json };
+struct WatchOptions {
+    bool json = false;
+    bool times = false;
+    std::vector<std::string> filter; // for the daemon
+};
 
-Format output_format(const Options &options, const Words &words)
+// "-e set,save" is "-e set -e save".
+void add_events(const std::string &list, std::vector<std::string> &filter)
 {
-    if (!options.endpoint.local())
-        throw UsageError("watch works on the local socket only, without -H");
-    if (words.size() == 1)
-        return Format::text;
-    if (words.size() == 2 && words[1] == "--json")
-        return Format::json;
-    throw UsageError("watch takes no argument but --json");
-}
-
-void print_event(const std::string &json, Format format)
-{
-    try {
-        print_line(format == Format::json ? json : event_text(json));
-    } catch (const std::exception &) {
-        std::fprintf(stderr, "qvc: not an event: %s\n", url_escape(json).c_str());
+    std::size_t start = 0;
+    for (std::size_t end = 0; end != std::string::npos; start = end + 1) {
+        end = list.find(',', start);
+        const std::string event = list.substr(start, end == std::string::npos ? end : end - start);
+        if (event.empty())
+            throw UsageError("-e needs the names of events");
+        filter.insert(filter.end(), {"-e", event});
     }
 }
 
-void print_whole_lines(std::string &text, Format format)
+WatchOptions read_words(const Options &options, const Words &words)
 {
-    std::size_t start = 0;
-    for (std::size_t end = 0; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
-        print_event(text.substr(start, end - start), format);
-    text.erase(0, start);
-    std::fflush(stdout);
+    WatchOptions watch;
+    watch.json = options.json;
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        if (words[i] == "--json")
+            watch.json = true;
+        else if (words[i] == "-t")
+            watch.times = true;
+        else if (words[i] == "-e")
+            add_events(++i < words.size() ? words[i] : "", watch.filter);
+        else if (words[i].starts_with('-'))
+            throw UsageError("watch knows -e, -t and --json, not '" + words[i] + "'");
+        else
+            watch.filter.push_back(words[i]);
+    }
+    return watch;
 }
+
+std::string clock_text(std::time_t seconds)
+{
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local)};
+}
+
+// "2026-11-23T15:29:02.034Z" in local time; as it is when it is none.
+std::string local_time(const std::string &utc)
+{
+    std::tm parts{};
+    const char *const rest = strptime(utc.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+    if (!rest || *rest != '.')
+        return utc;
+    return clock_text(timegm(&parts)) + std::string(rest).substr(0, 4);
+}
+
+// Where a stream begins, or how far we are in it.
+struct Place {
+    std::string daemon;
+    std::int64_t entry = 0;
+    std::uint64_t id = 0;
+    std::string time;
+};
+
+Place start_of(const std::string &json)
+{
+    const nlohmann::json event = nlohmann::json::parse(json);
+    const std::string payload = event.at("payload").get<std::string>();
+    const std::size_t blank = payload.find(" entry=");
+    Place place{payload.substr(0, blank), 0, event.at("id").get<std::uint64_t>(),
+                event.at("time").get<std::string>()};
+    if (blank != std::string::npos)
+        place.entry = std::strtoll(payload.c_str() + blank + 7, nullptr, 10);
+    return place;
+}
+
+class Watch {
+  public:
+    Watch(const Options &options, WatchOptions watch)
+        : options_(options), watch_(std::move(watch)), limit_(options.limits("watch").connect)
+    {
+    }
+
+    int run()
+    {
+        stream_.emplace(open());
+        place_ = start_of(stream_->start());
+        for (;;) {
+            try {
+                if (!follow())
+                    return 0;
+            } catch (const EventsRefused &) {
+                throw;
+            } catch (const WireError &error) {
+                lost_at_ = clock_text(std::time(nullptr));
+                std::fprintf(stderr, "qvc: %s; trying again\n", error.what());
+                if (!come_back())
+                    return 0;
+            }
+        }
+    }
+
+  private:
+    EventStream open() const { return {options_.endpoint, options_.session, watch_.filter, limit_}; }
+
+    // False when the user has had enough; throws at the end of the stream.
+    bool follow()
+    {
+        while (interrupt_.wait(stream_->fd(), -1) != SignalInput::Came::signal) {
+            while (const auto json = stream_->next(std::chrono::milliseconds(0)))
+                print(*json);
+            std::fflush(stdout);
+        }
+        return false;
+    }
+
+    bool come_back()
+    {
+        constexpr int kFirstPause = 200; // milliseconds
+        constexpr int kLongestPause = 5000;
+        stream_.reset();
+        for (int pause = kFirstPause;; pause = std::min(2 * pause, kLongestPause)) {
+            if (interrupt_.wait(-1, pause) == SignalInput::Came::signal)
+                return false;
+            try {
+                stream_.emplace(open());
+                break;
+            } catch (const EventsRefused &) {
+                throw;
+            } catch (const WireError &) { // not yet
+            }
+        }
+        const Place now = start_of(stream_->start());
+        tell_what_was_missed(now);
+        place_ = now;
+        return true;
+    }
+
+    void tell_what_was_missed(const Place &now) const
+    {
+        std::string what = now.daemon == place_.daemon
+                               ? "at most " + std::to_string(now.id - place_.id) + " events"
+                               : "the daemon was restarted";
+        if (now.entry > place_.entry)
+            what += ", entries " + std::to_string(place_.entry + 1) + " to " + std::to_string(now.entry) +
+                    " of the history";
+        std::fprintf(stderr, "qvc: listening again; missed is what happened from %s to %s: %s\n",
+                     lost_at_.c_str(), clock_text(std::time(nullptr)).c_str(), what.c_str());
+        if (!watch_.json)
+            return;
+        const nlohmann::json missed = {{"identity", "qvc"}, {"class", "event"},      {"event", "missed"},
+                                       {"payload", what},   {"topic", "qvc missed"}, {"time", now.time}};
+        print_line(missed.dump());
+        std::fflush(stdout);
+    }
+
+    void print(const std::string &json)
+    {
+        try {
+            const nlohmann::json event = nlohmann::json::parse(json);
+            place_.id = event.at("id").get<std::uint64_t>();
+            const std::string time = event.at("time").get<std::string>();
+            const std::string when = watch_.times && !watch_.json ? local_time(time) + " " : "";
+            print_line(watch_.json ? json : when + event_text(json));
+        } catch (const nlohmann::json::exception &) {
+            std::fprintf(stderr, "qvc: not an event: %s\n", url_escape(json).c_str());
+        }
+    }
+
+    const Options &options_;
+    const WatchOptions watch_;
+    const std::chrono::milliseconds limit_;
+    SignalInput interrupt_{SIGINT};
+    std::optional<EventStream> stream_;
+    Place place_;
+    std::string lost_at_;
+};
 
 } // namespace
 
@@ -63,21 +212,7 @@ std::string event_text(const std::string &json)
 
 int run_watch(const Options &options, const Words &words)
 {
-    const Format format = output_format(options, words);
-    SignalInput interrupt({SIGINT});
-    const Fd socket = connect_local(options.endpoint.socket_path("notify"), options.limits(words[0]).connect);
-    std::string pending;
-    std::array<char, 65536> buffer;
-    while (interrupt.wait(socket.get(), -1) != SignalInput::Came::signal) {
-        const ssize_t got = recv(socket.get(), buffer.data(), buffer.size(), 0);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            throw WireError("the daemon ended the stream of events");
-        pending.append(buffer.data(), static_cast<std::size_t>(got));
-        print_whole_lines(pending, format);
-    }
-    return 0;
+    return Watch(options, read_words(options, words)).run();
 }
 
 } // namespace qvcd::client

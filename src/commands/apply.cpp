@@ -1,12 +1,12 @@
 #include "commands/apply.h"
 
 #include "base/command_lock.h"
-#include "base/notify.h"
 #include "base/reply.h"
 #include "change/actions.h"
 #include "commands/targets.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
+#include "store/api_event.h"
 
 #include <unistd.h>
 
@@ -27,14 +27,14 @@ int apply_param(const Request &request, const Api &api, Actions &actions, std::F
     const Actions::Added added = actions.add(name);
     if (added == Actions::Added::nothing)
         return 0;
+    const std::string old = pending_of(name).applied.value_or(std::string(api.value()));
     if (added == Actions::Added::taken) {
-        note_change(request, name, pending_of(name).applied.value_or(std::string(api.value())), api.value(),
-                    api.is_secret());
+        note_change(request, name, old, api.value(), api.is_secret());
         flag_applied(name);
     }
     reply_value(out, name, api.shown(api.value()));
     qv_log_print(kLogNotice, "Apply %s=%s\n", name.c_str(), api.for_log(api.value()).c_str());
-    notify_publish_on("apply", name, api.value(), api.is_secret() ? Secret::yes : Secret::no);
+    publish_api("apply", api, api.value(), old);
     return 0;
 }
 

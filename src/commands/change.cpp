@@ -10,6 +10,7 @@
 #include "funcs/read_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
+#include "store/api_event.h"
 
 namespace qvcd {
 
@@ -27,7 +28,10 @@ int revert_param(Request &request, const Api &changed, std::FILE *out)
     Api *api = find_api(name); // it may have been deleted while the reader waited
     if (!value || !api)
         return 1;
+    const std::string old(api->value());
     store_setting(*api, *value);
+    if (old != *value)
+        publish_api("revert", *api, *value, old);
     flag_restored(name, *value);
     reply_value(out, name, api->shown(*value));
     qv_log_print(kLogNotice, "Revert %s=%s\n", name.c_str(), api->for_log(*value).c_str());

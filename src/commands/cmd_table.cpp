@@ -9,6 +9,7 @@
 #include "commands/commit.h"
 #include "commands/defaults.h"
 #include "commands/document.h"
+#include "commands/events.h"
 #include "commands/export.h"
 #include "commands/failures.h"
 #include "commands/get.h"
@@ -49,7 +50,7 @@ constexpr CommandRow cmdMap[] = {
     {0, &getSessionRecord}, {1, &defaultRecord},  {1, &factoryResetRecord}, {0, &insertRecord},
     {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},         {1, &commitRecord},
     {1, &confirmRecord},    {1, &abortRecord},    {1, &historyRecord},      {1, &rollbackRecord},
-    {0, &documentRecord},   {1, &failuresRecord}, {1, &versionRecord},
+    {0, &documentRecord},   {1, &failuresRecord}, {1, &versionRecord},      {1, &eventsRecord},
 };
 
 } // namespace

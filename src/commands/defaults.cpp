@@ -11,7 +11,10 @@
 #include "model/populate.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
+#include "store/api_event.h"
 #include "store/database.h"
+
+#include <unordered_map>
 
 namespace qvcd {
 
@@ -76,8 +79,10 @@ int restore_param_to_default(const Request &request, Api &api, std::FILE *out)
     if (api.is_dynamic() || !fallback || api.value() == *fallback)
         return 0;
     raise_flags(request, api, SetMode::set);
-    note_set(request, api.name(), api.value(), *fallback, api.is_secret());
+    const std::string old(api.value());
+    note_set(request, api.name(), old, *fallback, api.is_secret());
     store_setting(api, *fallback);
+    publish_api("default", api, *fallback, old);
     reply_value(out, api.name(), *fallback);
     qv_log_print(kLogNotice, "Default %s=%s\n", api.name().c_str(), api.for_log(*fallback).c_str());
     return 0;
@@ -135,6 +140,7 @@ int command_factory(Request &request, Args &argv, std::FILE *out)
     Args users = default_settings;
     command_user(request, users, out);
     cmd_script_hook(kPostDefaultScript, argv);
+    notify_publish({"factory_reset", request.caller.user, scope->word});
     return 0;
 }
 
@@ -146,14 +152,42 @@ bool may_reload(const Request &request, const std::string &api)
     return writers == 0 || (writers & request.mask) != 0;
 }
 
+using Values = std::unordered_map<std::string, std::string>;
+
+// Kept only while somebody listens.
+Values values_for_events(const std::string &group)
+{
+    Values values;
+    if (qvnotify_has_listeners())
+        visit_apis(group, [&](Api &api) { values.emplace(api.name(), api.value()); });
+    return values;
+}
+
+void publish_reloaded(const std::string &group, const Values &before)
+{
+    if (before.empty())
+        return;
+    visit_apis(group, [&](Api &api) {
+        const auto old = before.find(api.name());
+        if (old != before.end() && old->second != api.value())
+            publish_api("reload", api, api.value(), old->second);
+    });
+}
+
+void reload_group(Request &request, const std::string &name)
+{
+    const Values before = values_for_events(name);
+    hdfdb_populate(request, name, [&](const std::string &api) { return may_reload(request, api); });
+    publish_reloaded(name, before);
+}
+
 int command_reload(Request &request, Args &argv, std::FILE *out)
 {
-    const auto wanted = [&](const std::string &api) { return may_reload(request, api); };
     for (const std::string &argument : argv) {
         const std::string name = cut(argument, kMaxNameBytes);
         const Node node = name.empty() ? Node() : metaDB.find(name);
         if (node.first_child()) {
-            hdfdb_populate(request, name, wanted);
+            reload_group(request, name);
             reply_line(out, name);
         } else {
             reply_value(out, name, API_E_PARAM_NOT_FOUND);
@@ -161,7 +195,7 @@ int command_reload(Request &request, Args &argv, std::FILE *out)
         }
     }
     if (argv.empty())
-        hdfdb_populate(request, "", wanted);
+        reload_group(request, "");
     return 0;
 }
 

@@ -1,6 +1,7 @@
 #include "commands/preset.h"
 
 #include "base/document.h"
+#include "base/notify.h"
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/apply.h"
@@ -75,6 +76,18 @@ constexpr char kInvalidNumber[] = "##Invalid preset number#";
 constexpr char kDefaultName[] = "custom";
 constexpr char kDefaultDescription[] = "Custom Preset";
 constexpr char kDefaultMatchName[] = "template"; // of a preset without a name, for who asks by name
+
+void publish(const std::string &name, std::string_view what)
+{
+    notify_publish({"preset", name, what, Secret::no, std::nullopt, {kLevel1Bits}});
+}
+
+void publish_current(int before)
+{
+    const std::string now = std::to_string(preset_current());
+    if (now != std::to_string(before))
+        notify_publish({"preset", "Preset.current", now, Secret::no, std::to_string(before), {kLevel1Bits}});
+}
 
 int refuse(std::FILE *out, std::string_view error)
 {
@@ -160,8 +173,12 @@ int load_number(Request &request, int number, std::FILE *out)
     if (!preset)
         return refuse(out, kCanNotGetPreset);
     const Settings settings = settings_of(preset); // copies: a set may let go of the command lock
-    if (const FileResult saved = save_current_preset(number); saved.error)
+    const int before = preset_current();
+    const FileResult saved = save_current_preset(number);
+    publish_current(before);
+    if (saved.error)
         return refuse(out, not_saved(saved));
+    publish(preset_name(number), "load");
     note_event(request);
     Request internal = request.as(kInternalMask);
     for (const Setting &setting : settings)
@@ -258,6 +275,7 @@ int preset_set(Request &, Args &argv, std::FILE *out)
     if (!can_have_file(number))
         return refuse(out, kInvalidNumber);
     preset_enter(number, preset_of_settings(number));
+    publish(preset_name(number), "set");
     return print_settings(number, out);
 }
 
@@ -268,6 +286,8 @@ int save_number(int number, const Tree &preset, std::FILE *out)
     if (!can_have_file(number))
         return refuse(out, kInvalidNumber);
     const FileResult saved = preset_save(number, preset);
+    if (saved.changed)
+        publish(preset_name(number), "save");
     return saved.error ? refuse(out, not_saved(saved)) : 0;
 }
 
@@ -338,6 +358,7 @@ int preset_read(Request &, Args &argv, std::FILE *out)
     if (!can_have_file(number) || !preset_read_file(number, preset))
         return 1;
     preset_enter(number, preset);
+    publish(preset_name(number), "read");
     print_values(preset.root(), preset_name(number), out);
     return 0;
 }
@@ -351,8 +372,10 @@ int preset_from_export(Request &request, Args &argv, std::FILE *out)
     const HdfRead read = read_import(request, file, imported);
     if (read.result == HdfResult::missing)
         return refuse(out, missing_import(file, ("##Can not find import file " + file + "#").c_str()));
+    const int before = preset_current();
     const PresetImport result =
         read.result == HdfResult::ok ? preset_import(imported) : PresetImport::no_good;
+    publish_current(before);
     if (result == PresetImport::no_good) {
         const std::string detail = read.detail.empty() ? "it has none, or a control character" : read.detail;
         qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
@@ -360,6 +383,7 @@ int preset_from_export(Request &request, Args &argv, std::FILE *out)
         return refuse(out, import_error(file, API_E_IMPORT_FAILED, detail));
     }
     note_event(request);
+    publish("Preset", "import");
     if (result == PresetImport::done)
         return 0;
     return refuse(out, result == PresetImport::not_flushed ? kNotFlushed : kCanNotSavePreset);

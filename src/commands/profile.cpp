@@ -226,6 +226,7 @@ int profile_load(Request &request, Args &argv, std::FILE *out)
     if (!switch_to_profile(request, *name, "", SetMode::set, out))
         return refuse(out, error_loading_profile);
     note_event(request);
+    publish_profile(*name, "load");
     reply_name(out, *name, *name);
     return 0;
 }

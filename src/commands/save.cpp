@@ -1,12 +1,12 @@
 #include "commands/save.h"
 
-#include "base/notify.h"
 #include "base/save_lock.h"
 #include "base/text.h"
 #include "commands/targets.h"
 #include "funcs/file_writes.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
+#include "store/api_event.h"
 
 #include <set>
 
@@ -39,7 +39,7 @@ void report_saved(const Request &request, const Taken &taken, std::FILE *out)
     reply_value(out, taken.api, shown_value(taken.api, taken.value));
     qv_log_print(kLogNotice, "Save %s=%s\n", taken.api.c_str(),
                  taken.secret ? kHiddenPassword : taken.value.c_str());
-    notify_publish_on("save", taken.api, taken.value, taken.secret ? Secret::yes : Secret::no);
+    publish_api("save", taken.api, taken.secret, taken.value, taken.before);
 }
 
 bool is_file_flushed(const std::string &api, const char *attribute)

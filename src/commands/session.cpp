@@ -143,7 +143,7 @@ int command_login(Request &request, Args &argv, std::FILE *out)
     reply_printf(out, "Session=%i\n", n);
     qv_log_print(kLogNotice, "User %s login on %s%s\n", for_log(user).c_str(),
                  for_log(argument(argv, 2).value_or("local")).c_str(), by.c_str());
-    notify_publish_on("login", user, std::to_string(n), Secret::outside);
+    notify_publish({"login", user, std::to_string(n), Secret::outside, std::nullopt, {kLevel1Bits}});
     return 0;
 }
 
@@ -163,7 +163,7 @@ int command_logout(Request &request, Args &argv, std::FILE *out)
     }
     reply_printf(out, "Session=%i\n", n);
     qv_log_print(kLogNotice, "User %s logout\n", for_log(user).c_str());
-    notify_publish_on("logout", "session", std::to_string(n), Secret::outside);
+    notify_publish({"logout", "session", std::to_string(n), Secret::outside, std::nullopt, {kLevel1Bits}});
     return 0;
 }
 

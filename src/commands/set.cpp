@@ -1,6 +1,5 @@
 #include "commands/set.h"
 
-#include "base/notify.h"
 #include "base/reply.h"
 #include "change/assignment.h"
 #include "commands/save.h"
@@ -9,6 +8,7 @@
 #include "funcs/write_map.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
+#include "store/api_event.h"
 
 namespace qvcd {
 
@@ -33,25 +33,26 @@ int set_argument(Request &request, const std::string &argument, std::FILE *out, 
                        : set_param(request, *asked.api, asked.value, out, mode);
 }
 
-void report_set(const Api &api, const std::string &value, std::FILE *out)
+void report_set(const Api &api, const std::string &value, const std::string &old, std::FILE *out)
 {
     reply_value(out, api.name(), value);
     if (qv_log_wants(kLogNotice))
         qv_log_print(kLogNotice, "Set %s=%s\n", api.name().c_str(), api.for_log(value).c_str());
-    notify_publish_on("set", api.name(), value, api.is_secret() ? Secret::yes : Secret::no);
+    publish_api("set", api, value, old);
 }
 
 // Written to the system at once, for which the command lock may be let go.
 int set_dynamic(const Api &api, const std::string &value, std::FILE *out)
 {
     const std::string name = api.name();
+    const std::string old(api.value());
     if (can_be_written(api) && wfuncmap_write(name, value) != 0)
         return refuse(name, kSaveFailed, out);
     Api *written = find_api(name);
     if (!written) // deleted while the write waited
         return refuse(name, API_E_PARAM_NOT_FOUND, out);
     store_setting(*written, value);
-    report_set(*written, value, out);
+    report_set(*written, value, old, out);
     return 0;
 }
 
@@ -83,9 +84,10 @@ int set_param(Request &request, Api &api, const std::string &value, std::FILE *o
     if (api.is_dynamic())
         return set_dynamic(api, value, out);
     raise_flags(request, api, mode);
-    note_set(request, api.name(), api.value(), value, api.is_secret());
+    const std::string old(api.value());
+    note_set(request, api.name(), old, value, api.is_secret());
     store_setting(api, value);
-    report_set(api, value, out);
+    report_set(api, value, old, out);
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include "base/document.h"
 #include "base/reply.h"
 #include "commands/document.h"
+#include "commands/user_events.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
@@ -256,10 +257,12 @@ int command_user(Request &request, Args &argv, std::FILE *out)
 {
     user_reread_db_file();
     const std::uint64_t before = userDB.marks().changed;
+    const UserEvents events;
     run_subcommand(userRecord, request, argv, out, SubResult::zero);
     if (userDB.marks().changed != before)
         note_event(request);
     session_follow_users();
+    events.publish(); // behind it: streams of sessions that have ended see it
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include "base/document.h"
 #include "base/reply.h"
 #include "commands/cmd_parse.h"
+#include "platform/event_queue.h"
 #include "platform/line_server.h"
 #include "platform/log.h"
 #include "store/meta.h"
@@ -17,6 +18,8 @@ namespace qvcd {
 
 namespace {
 
+constexpr char kEventsLost[] = "##Events were lost: too many came, or the client did not read them#";
+constexpr char kSessionChanged[] = "##The session has ended, or its rights have changed#";
 constexpr std::size_t kFirstLineBytes = 255; // what is behind them is the first command line
 
 // What was answered goes out before a command waits: the command may end the daemon or cut the network.
@@ -37,7 +40,12 @@ class ConnectionWaits final : public WaitHooks {
 // its behaviour.
 class RequestHandler final : public LineHandler {
   public:
-    explicit RequestHandler(Caller caller) : caller_(std::move(caller)) { caller_.document = &document_; }
+    explicit RequestHandler(Caller caller) : caller_(std::move(caller))
+    {
+        caller_.document = &document_;
+        caller_.events = &events_;
+    }
+    ~RequestHandler() override { stop_listening(); }
     RequestHandler(const RequestHandler &) = delete;
     RequestHandler &operator=(const RequestHandler &) = delete;
 
@@ -49,21 +57,37 @@ class RequestHandler final : public LineHandler {
             return close(connection, result_);
         if (use_)
             use_->note();
+        stop_listening();
         const LogSource source(caller_.source, is_privileged());
         ConnectionWaits waits(connection);
         result_ = cmd_parse(mask_, line, connection.out(), &waits, caller_);
         document_.drop_old();
+        if (events_)
+            start_listening(connection);
         return document_.is_refused() ? close(connection, 1) : Next::go_on;
     }
 
     std::size_t raw_bytes() const override { return document_.missing(); }
-    std::size_t held() const override { return document_.held(); }
+    std::size_t held() const override { return document_.held() + (events_ ? events_->held() : 0); }
     Next raw(std::string_view bytes, LineConnection &connection) override
     {
         document_.add(bytes);
         if (!document_.is_refused())
             return Next::go_on;
         reply_line(connection.out(), "##The document does not end where it should#");
+        return close(connection, 1);
+    }
+
+    bool is_listening() const override { return events_ != nullptr; }
+    bool has_news() const override { return events_ && events_->has_news(); }
+    Next news(LineConnection &connection) override
+    {
+        const EventQueue::News news = events_->take();
+        reply_text(connection.out(), news.lines);
+        if (news.end == EventQueue::End::none)
+            return Next::go_on;
+        const bool is_lost = news.end == EventQueue::End::lost;
+        reply_line(connection.out(), is_lost ? kEventsLost : kSessionChanged);
         return close(connection, 1);
     }
 
@@ -109,11 +133,28 @@ class RequestHandler final : public LineHandler {
         return Next::go_on;
     }
 
+    void start_listening(LineConnection &connection)
+    {
+        if (use_)
+            use_->listen(1);
+        events_->serve(connection.waker(),
+                       [use = use_, changes = changes_] { return !use || use->changes() == changes; });
+    }
+
+    void stop_listening()
+    {
+        if (events_ && use_)
+            use_->listen(-1);
+        events_.reset();
+    }
+
     Caller caller_;
+    std::shared_ptr<EventQueue> events_;
     Document document_;
     bool identified_ = false;
     unsigned mask_ = 0;
     std::shared_ptr<SessionUse> use_;
+    unsigned changes_ = 0; // of the session's rights, when the connection got them
     int result_ = 0;
 };
 

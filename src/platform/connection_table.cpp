@@ -45,7 +45,7 @@ void ConnectionTable::remove(Member &member)
 
 void ConnectionTable::clear()
 {
-    for (Stage *stage : {&first, &idle, &sending, &draining, &ready, &busy})
+    for (Stage *stage : {&first, &idle, &sending, &draining, &listening, &ready, &busy})
         stage->members.clear();
 }
 
@@ -103,7 +103,7 @@ void ConnectionTable::count(Member &member)
 ConnectionTable::Member *ConnectionTable::largest()
 {
     Member *largest = nullptr;
-    for (Stage *stage : {&first, &idle, &sending, &ready}) {
+    for (Stage *stage : {&first, &idle, &sending, &listening, &ready}) {
         for (Member &member : stage->members) {
             if (member.counted > (largest ? largest->counted : 0))
                 largest = &member;

@@ -44,12 +44,13 @@ class ConnectionTable {
 
     explicit ConnectionTable(const ServerLimits &limits);
 
-    Stage first;    ///< connected, and said no whole line yet
-    Stage idle;     ///< between two lines
-    Stage sending;  ///< does not take its answer
-    Stage draining; ///< its conversation is over, and it still talks
-    Stage ready;    ///< with lines that wait their turn
-    Stage busy;     ///< being served
+    Stage first;     ///< connected, and said no whole line yet
+    Stage idle;      ///< between two lines
+    Stage sending;   ///< does not take its answer
+    Stage draining;  ///< its conversation is over, and it still talks
+    Stage listening; ///< for others' news, as long as it takes
+    Stage ready;     ///< with lines that wait their turn
+    Stage busy;      ///< being served
 
     /// A new one, in `first`. It counts for `source`, unless that is empty.
     Member &add(Channel channel, Peer peer, std::unique_ptr<LineHandler> handler, std::string source);

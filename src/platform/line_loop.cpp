@@ -42,6 +42,13 @@ class LineLoop::Worker final : public LineConnection {
     void end_wait() noexcept override { loop_.places_.come_back(member_->fd()); }
     bool can_wait() noexcept override { return !leads_ || loop_.crew_.has_follower(); }
     std::size_t unsent() noexcept override { return replies_.size() + member_->unsent(); }
+    std::function<void()> waker() override
+    {
+        return [weak = loop_.weak_from_this()] {
+            if (const std::shared_ptr<LineLoop> loop = weak.lock())
+                loop->tell_of_news();
+        };
+    }
 
   private:
     friend class LineLoop;
@@ -131,6 +138,7 @@ void LineLoop::dispatch(Worker &worker, const epoll_event &event)
     if (event.data.ptr == nullptr) {
         eventfd_t count = 0;
         ::eventfd_read(wake_.get(), &count);
+        take_news();
         return take_returned(worker);
     }
     if (event.data.ptr == &timer_) {
@@ -162,6 +170,24 @@ void LineLoop::serve_ready(Worker &worker)
         serve(worker, member);
         if (std::chrono::steady_clock::now() >= until)
             break;
+    }
+}
+
+void LineLoop::tell_of_news()
+{
+    if (!has_news_.exchange(true))
+        wake();
+}
+
+// Who is served just now sees his news when he comes back.
+void LineLoop::take_news()
+{
+    if (!has_news_.exchange(false))
+        return;
+    for (auto next = table_.listening.members.begin(); next != table_.listening.members.end();) {
+        Member &member = *next++;
+        if (member.has_work())
+            table_.move(member, table_.ready);
     }
 }
 
@@ -313,6 +339,10 @@ void LineLoop::settle(Member &member)
         all_read ? close(member) : drain(member);
     } else if (member.has_work()) {
         table_.move(member, table_.ready);
+    } else if (member.is_listening()) {
+        watch(member, EPOLLIN);
+        if (member.stage != &table_.listening)
+            table_.move(member, table_.listening);
     } else {
         watch(member, EPOLLIN);
         // A line that dribbles in is held to the time of the whole.

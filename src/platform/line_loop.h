@@ -29,6 +29,9 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     bool start();
     bool stop(std::chrono::milliseconds patience);
 
+    /// Those who listen may have news. Thread-safe.
+    void tell_of_news();
+
   private:
     using Member = ConnectionTable::Member;
     class Worker;
@@ -38,6 +41,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     void dispatch(Worker &worker, const epoll_event &event);
     void serve_ready(Worker &worker);
     void take_returned(Worker &worker);
+    void take_news();
     void wake();
 
     // Connections come and go
@@ -71,6 +75,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     Fd wake_;  // eventfd(2)
     Fd timer_; // timerfd_create(2): tells when the next connection may be late
     std::atomic<bool> stopping_{false};
+    std::atomic<bool> has_news_{false};
     WaitPlaces places_;
 
     std::mutex returned_mutex_;      // guards what follows

@@ -34,6 +34,9 @@ class LineConnection {
     /// Bytes of replies that were not sent yet.
     virtual std::size_t unsent() noexcept = 0;
 
+    /// To be called, by any thread and as long as one likes, when a handler that listens has news.
+    virtual std::function<void()> waker() = 0;
+
   protected:
     ~LineConnection() = default;
 };
@@ -68,6 +71,14 @@ class LineHandler {
     /// The next of them: kRawPieceBytes, or the last ones. When the input ends before, the conversation does
     /// too (End::bad).
     virtual Next raw(std::string_view, LineConnection &) { return Next::close; }
+
+    /// True while the handler waits for what others have to say, as long as it takes. What the client says
+    /// meanwhile comes as ever.
+    virtual bool is_listening() const { return false; }
+
+    /// True when news() has something to write. It may not wait, and comes before the next line.
+    virtual bool has_news() const { return false; }
+    virtual Next news(LineConnection &) { return Next::go_on; }
 
     /// Bytes that the handler keeps of what came; they count into ServerLimits::held.
     virtual std::size_t held() const { return 0; }

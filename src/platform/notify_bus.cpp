@@ -1,5 +1,6 @@
 #include "platform/notify_bus.h"
 
+#include "platform/event_queue.h"
 #include "platform/log.h"
 #include "platform/mqtt.h"
 #include "platform/socket.h"
@@ -7,9 +8,13 @@
 #include "platform/sysroot.h"
 #include "platform/thread.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
@@ -46,9 +51,21 @@ std::string json_line(const Notification &n)
            ",\"topic\":" + quoted(n.topic) + "}\n";
 }
 
+std::string utc_text(std::int64_t milliseconds)
+{
+    const std::time_t seconds = milliseconds / 1000;
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    std::array<char, 64> text{};
+    const std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &utc);
+    const std::string thousandths = std::to_string(1000 + milliseconds % 1000).substr(1);
+    return std::string(text.data(), size) + "." + thousandths + "Z";
+}
+
 std::size_t size_of(const Notification &n)
 {
-    return sizeof n + n.payload.size() + n.public_payload.size() + n.event.size() + n.topic.size();
+    return sizeof n + (n.old ? n.old->size() : 0) + n.payload.size() + n.public_payload.size() +
+           n.event.size() + n.topic.size();
 }
 
 /// The bus. Publishers only append to `inbox_` and wake the thread, which never blocks in a send. It accepts
@@ -66,6 +83,7 @@ class Bus {
 
     bool has_listeners() const;
     void publish(Notification notification);
+    std::optional<std::uint64_t> listen(const std::shared_ptr<EventQueue> &queue);
     void stop();
 
   private:
@@ -76,6 +94,8 @@ class Bus {
     void accept_all();
     void take_inbox(bool &last, bool &overflow);
     void distribute();
+    void to_queues(const Notification &event);
+    std::vector<std::shared_ptr<EventQueue>> queues();
 
     UnixListener listener_;
     Fd wake_; // eventfd(2)
@@ -87,11 +107,15 @@ class Bus {
     std::size_t inbox_bytes_ = 0;
     bool overflow_ = false; // an event found no room
     bool stopping_ = false;
+    std::uint64_t last_id_ = 0;
+    std::vector<std::weak_ptr<EventQueue>> queues_;
 
+    std::atomic<bool> has_queues_{false};
     std::atomic<bool> has_subscribers_{false}; // or may have in a moment
 
     Subscribers subscribers_; // the thread's own, like what follows
     std::vector<Notification> events_;
+    std::vector<std::shared_ptr<EventQueue>> listening_; // while events are distributed
     std::vector<pollfd> waits_;
     bool in_trouble_ = false; // accept failed and was logged
     LogPause losses_;
@@ -117,7 +141,7 @@ void Bus::stop()
 // the two is known as a subscriber by then.
 bool Bus::has_listeners() const
 {
-    if (has_broker_ || has_subscribers_)
+    if (has_broker_ || has_subscribers_ || has_queues_)
         return true;
     pollfd entry{listener_.socket.get(), POLLIN, 0};
     return ::poll(&entry, 1, 0) > 0 || has_subscribers_;
@@ -125,9 +149,13 @@ bool Bus::has_listeners() const
 
 void Bus::publish(Notification notification)
 {
+    using std::chrono::milliseconds;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    notification.at = std::chrono::duration_cast<milliseconds>(now).count();
     bool was_empty = false;
     {
         const std::lock_guard lock(mutex_);
+        notification.id = ++last_id_;
         was_empty = inbox_.empty();
         inbox_bytes_ += size_of(notification);
         overflow_ = overflow_ || inbox_bytes_ > kInboxBytes;
@@ -154,6 +182,13 @@ void Bus::run()
 void Bus::lose_events(const char *why)
 {
     subscribers_.drop_all();
+    {
+        const std::lock_guard lock(mutex_);
+        for (const std::weak_ptr<EventQueue> &queue : queues_) {
+            if (const std::shared_ptr<EventQueue> one = queue.lock())
+                one->lose();
+        }
+    }
     if (losses_.over())
         qv_log_print(kLogError, "notify: events are lost and all subscribers dropped: %s\n", why);
 }
@@ -220,14 +255,53 @@ void Bus::accept_all()
     }
 }
 
+// Those that are left; whoever has gone leaves his place.
+std::vector<std::shared_ptr<EventQueue>> Bus::queues()
+{
+    std::vector<std::shared_ptr<EventQueue>> left;
+    const std::lock_guard lock(mutex_);
+    std::erase_if(queues_, [](const std::weak_ptr<EventQueue> &queue) { return queue.expired(); });
+    for (const std::weak_ptr<EventQueue> &queue : queues_) {
+        if (std::shared_ptr<EventQueue> one = queue.lock())
+            left.push_back(std::move(one));
+    }
+    has_queues_ = !queues_.empty();
+    return left;
+}
+
+std::optional<std::uint64_t> Bus::listen(const std::shared_ptr<EventQueue> &queue)
+{
+    const std::string &source = queue->filter().source;
+    std::size_t of_source = 0;
+    for (const std::shared_ptr<EventQueue> &other : queues())
+        of_source += !source.empty() && other->filter().source == source ? 1 : 0;
+    const std::lock_guard lock(mutex_);
+    if (stopping_ || queues_.size() >= kMostListeners || of_source >= kMostListeners / 2)
+        return std::nullopt;
+    queue->begin_behind(last_id_);
+    queues_.push_back(queue);
+    has_queues_ = true;
+    return last_id_;
+}
+
+void Bus::to_queues(const Notification &event)
+{
+    EventLines lines(event);
+    for (const std::shared_ptr<EventQueue> &queue : listening_)
+        queue->offer(lines);
+}
+
 void Bus::distribute()
 {
+    listening_ = queues();
     for (const Notification &event : events_) {
         if (!subscribers_.empty())
             subscribers_.queue(json_line(event));
         if (mqtt_)
             mqtt_->publish(event.event, event.public_payload);
+        to_queues(event);
     }
+    listening_.clear(); // who goes now is gone
 }
 
 // ---- The bus of the process ----
@@ -262,6 +336,18 @@ std::unique_ptr<MqttClient> start_mqtt()
 
 } // namespace
 
+std::string stream_line(const Notification &n, bool sees_sessions)
+{
+    const std::string &payload = sees_sessions ? n.payload : n.public_payload;
+    std::string line = "{\"identity\":" + quoted(n.identity) + ",\"class\":" + quoted(n.message_class) +
+                       ",\"event\":" + quoted(n.event) + ",\"payload\":" + quoted(payload) +
+                       ",\"topic\":" + quoted(n.topic) + ",\"id\":" + std::to_string(n.id) + ",\"time\":\"" +
+                       utc_text(n.at) + "\"";
+    if (n.old)
+        line += ",\"old\":" + quoted(*n.old);
+    return line + "}\n";
+}
+
 int qvnotify_start()
 {
     qvnotify_stop();
@@ -282,6 +368,12 @@ int qvnotify_start()
         qv_report_failure(std::string("cannot start the notification bus: ") + error.what());
         return -1;
     }
+}
+
+std::optional<std::uint64_t> qvnotify_listen(const std::shared_ptr<EventQueue> &queue)
+{
+    const std::shared_ptr<Bus> bus = current_bus();
+    return bus ? bus->listen(queue) : std::nullopt;
 }
 
 bool qvnotify_has_listeners()

@@ -70,6 +70,8 @@ std::size_t ServedConnection::line_limit() const
 
 void ServedConnection::converse(LineConnection &face, ReplyStream &replies, std::chrono::microseconds slice)
 {
+    if (!closing_ && handler_->has_news() && handler_->news(face) == LineHandler::Next::close)
+        closing_ = true;
     std::optional<Deadline> until; // a line that comes alone needs no clock
     while (!closing_) {
         const std::size_t raw = handler_->raw_bytes();
@@ -89,7 +91,7 @@ void ServedConnection::converse(LineConnection &face, ReplyStream &replies, std:
 bool ServedConnection::has_work()
 {
     const std::size_t raw = handler_->raw_bytes();
-    return input_ended_ ||
+    return input_ended_ || handler_->has_news() ||
            (raw > 0 ? input_.has_bytes(std::min(raw, kRawPieceBytes)) : input_.has_line(line_limit()));
 }
 

@@ -58,6 +58,7 @@ class ServedConnection {
     /// True when a line was handled since it was asked last.
     bool was_answered() { return std::exchange(answered_, false); }
 
+    bool is_listening() const { return handler_ && handler_->is_listening(); }
     bool is_privileged() const { return handler_ && handler_->is_privileged(); }
 
     // ---- Output ----

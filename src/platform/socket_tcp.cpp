@@ -89,7 +89,10 @@ Fd listen_tcp(const char *address, int port)
     Fd fd(::socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (fd) {
         set_option(fd.get(), SOL_SOCKET, SO_REUSEADDR, 1);
-        set_option(fd.get(), SOL_SOCKET, SO_KEEPALIVE, 1);
+        set_option(fd.get(), SOL_SOCKET, SO_KEEPALIVE,
+                   1); // who listens to events may be gone, and say nothing
+        set_option(fd.get(), IPPROTO_TCP, TCP_KEEPIDLE, 60);
+        set_option(fd.get(), IPPROTO_TCP, TCP_KEEPINTVL, 15);
         set_option(fd.get(), IPPROTO_TCP, TCP_NODELAY, 1);
         if (::bind(fd.get(), list->ai_addr, list->ai_addrlen) == 0 && ::listen(fd.get(), SOMAXCONN) == 0)
             return fd;

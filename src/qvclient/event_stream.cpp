@@ -3,7 +3,9 @@
 #include <array>
 #include <cerrno>
 
-#include "qvclient/errors.h"
+#include "qvclient/connect.h"
+#include "qvclient/escape.h"
+#include "qvclient/exchange.h"
 
 namespace qvcd::client {
 
@@ -11,12 +13,37 @@ namespace {
 
 constexpr std::size_t kLongestEvent = std::size_t{1} << 20;
 constexpr std::chrono::hours kForEver{24};
+constexpr char kLost[] = "##Events were lost";
 
 } // namespace
 
-EventStream::EventStream(const Endpoint &endpoint, std::chrono::milliseconds connect_timeout)
-    : channel_(connect_local(endpoint.socket_path("notify"), connect_timeout))
+EventStream::EventStream(const Endpoint &endpoint, const Caller &caller,
+                         const std::vector<std::string> &filter, std::chrono::milliseconds connect_timeout)
+    : channel_(connect_to(endpoint, connect_timeout))
 {
+    std::vector<std::string> words = {"events"};
+    words.insert(words.end(), filter.begin(), filter.end());
+    // Without an end: the request is to last.
+    if (!channel_.write_all(greeting(caller) + wire_line(words) + "\n", connect_timeout))
+        throw WireError("cannot send: " + channel_.problem());
+    std::optional<std::string> first = next(connect_timeout);
+    if (!first)
+        throw WireError("the daemon does not tell of events within the time limit");
+    start_ = std::move(*first);
+}
+
+// Whatever is no event ends the stream.
+std::string EventStream::event_in(std::string line) const
+{
+    if (line.starts_with('{'))
+        return line;
+    if (line.starts_with(kLost))
+        throw WireError("the daemon dropped us, for we did not read");
+    if (line.starts_with("##") && line.ends_with('#'))
+        throw EventsRefused("the daemon ended the stream of events: " + line.substr(2, line.size() - 3));
+    if (line == "@")
+        throw EventsRefused("the daemon does not know the session");
+    throw WireError("what came is no event");
 }
 
 std::optional<std::string> EventStream::next(std::chrono::milliseconds timeout)
@@ -24,7 +51,7 @@ std::optional<std::string> EventStream::next(std::chrono::milliseconds timeout)
     const Deadline deadline = deadline_in(timeout.count() < 0 ? kForEver : timeout);
     for (;;) {
         if (auto line = take_line())
-            return line;
+            return event_in(std::move(*line));
         const bool came = has_come(channel_, channel_.read_events(), deadline);
         if (came)
             receive();

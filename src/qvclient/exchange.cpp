@@ -13,11 +13,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kTick{250};
 
-std::string greeting(const Caller &caller)
-{
-    return caller.name + " " + std::to_string(caller.session) + " " + std::to_string(getpid()) + "\n";
-}
-
 class Exchange {
   public:
     Exchange(Channel channel, const Caller &caller, Request request, const LineSink &sink,
@@ -115,6 +110,11 @@ class Exchange {
 };
 
 } // namespace
+
+std::string greeting(const Caller &caller)
+{
+    return caller.name + " " + std::to_string(caller.session) + " " + std::to_string(getpid()) + "\n";
+}
 
 int exchange(Channel channel, const Caller &caller, Request request, Deadline deadline, const LineSink &sink,
              const Watcher &watcher)

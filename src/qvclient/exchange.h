@@ -11,6 +11,9 @@
 
 namespace qvcd::client {
 
+/// The first line of a connection: who asks.
+std::string greeting(const Caller &caller);
+
 /// What is asked over one connection.
 struct Request {
     std::string lines;                   ///< commands of the wire, each with its newline

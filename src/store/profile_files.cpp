@@ -2,12 +2,14 @@
 
 #include "base/file_text.h"
 #include "base/limits.h"
+#include "base/notify.h"
 #include "base/replacement.h"
 #include "base/text.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
 #include "store/hdfutils.h"
+#include "store/meta.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -174,6 +176,11 @@ std::vector<std::string> profile_names_of_group(std::string_view group)
     return names;
 }
 
+void publish_profile(std::string_view name, std::string_view what)
+{
+    notify_publish({"profile", name, what, Secret::no, std::nullopt, {kLevel1Bits}});
+}
+
 int profile_exists(std::string_view name)
 {
     if (!can_exist(name))
@@ -206,8 +213,10 @@ FileResult profile_write_hdf(const std::string &name, const Tree &document, File
         return {EFBIG, false};
     }
     const FileResult result = hdf_write_file(qv_sysroot_path(profile_file(name)), document.root(), kind);
-    if (result.changed)
+    if (result.changed) {
         profiledb_enter(name, document);
+        publish_profile(name, "save");
+    }
     return result;
 }
 
@@ -232,8 +241,10 @@ FileResult profile_write_text(const std::string &name, const ProfileText &file)
     const std::string path = profile_file(name);
     const FileResult result = replace_secret_file(qv_sysroot_path(path), file.text, file.mode);
     log_failure("write", path, result.error);
-    if (result.changed)
+    if (result.changed) {
         profileDB[name] = file.group;
+        publish_profile(name, "save");
+    }
     return result;
 }
 
@@ -244,6 +255,8 @@ FileResult profile_remove_file(const std::string &name)
     log_failure("remove", file, result.error);
     if (result.changed || result.error == ENOENT)
         profileDB.erase(name);
+    if (result.changed)
+        publish_profile(name, "remove");
     return result;
 }
 
@@ -255,8 +268,11 @@ FileResult profile_remove_files()
         const std::string file = std::string(kProfileFolder) + "/" + entry;
         const FileResult removed = remove_file(qv_sysroot_path(file));
         log_failure("remove", file, removed.error);
-        if (removed.changed && entry.ends_with(kSuffix))
-            profileDB.erase(entry.substr(0, entry.size() - kSuffix.size()));
+        if (removed.changed && entry.ends_with(kSuffix)) {
+            const std::string name = entry.substr(0, entry.size() - kSuffix.size());
+            profileDB.erase(name);
+            publish_profile(name, "remove");
+        }
         result.error = removed.error ? removed.error : result.error;
         result.changed &= removed.changed;
     }

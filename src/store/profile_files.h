@@ -68,7 +68,11 @@ int check_valid_profile(std::string_view name);
 /// those of profileDB, kMaxGroupProfiles in all.
 std::vector<std::string> profile_names_of_group(std::string_view group);
 
-// ---- Files. A change of one changes the list with it; the reason of an error is logged. ----
+/// Publishes what was done with a profile: event "profile", "<name>=<what>".
+void publish_profile(std::string_view name, std::string_view what);
+
+// ---- Files. A change of one changes the list with it, and is an event ("save", "remove"); the reason of an
+// error is logged. ----
 
 /// 0 when the profile has a file, 1 when it has none, 2 when that is not known, which is logged.
 int profile_exists(std::string_view name);

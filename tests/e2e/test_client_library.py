@@ -209,8 +209,10 @@ def test_over_tcp(a, qvclient):
         assert client.get("Services.HTTP.port") == "80"
         client.check("commit", "-m", "a, b", "Network.hostname=x")
         assert "me) commit: done" in client.run("history").lines[0].text
-        with pytest.raises(qvclient.ArgumentError):
-            client.events()
+        with client.events() as events:
+            client.run("set", "Services.HTTP.port=8081")
+            event = next(iter(events))
+            assert (event.kind, event.name, event.value) == ("set", "Services.HTTP.port", "8081")
     with qvclient.Client(host="127.0.0.1", port=a.tcp.port, tls=True) as client, pytest.raises(qvclient.Untrusted):
         client.get("Services.HTTP.port")
 
