@@ -1,19 +1,25 @@
 """qvc as a shell: what an administrator types and sees on a terminal."""
 
 import os
+import pathlib
 import signal
 import stat
 import subprocess
 
 import pytest
 
-from appliance import QVC
+from appliance import QVC, wait_until
 from terminal import Terminal
 
 
 @pytest.fixture
 def a(appliance):
     return appliance(shipped=True).start()
+
+
+def is_stopped(pid):
+    threads = pathlib.Path(f"/proc/{pid}/task").iterdir()
+    return all((thread / "stat").read_text().rpartition(")")[2].split()[0] == "T" for thread in threads)
 
 
 def bash_offers(a, line, env):
@@ -266,6 +272,7 @@ def test_an_afternoon_in_the_shell(a):
         me.type("get Services.HTTP.port", "Services.HTTP.port=8081", prompt=root)
         # One that says nothing holds up nobody for long.
         os.kill(a.process.pid, signal.SIGSTOP)
+        wait_until(lambda: is_stopped(a.process.pid), "all threads to stop")
         try:
             me.type("get Services.HTTP.p\t", "no answer within the time limit", prompt=f"{root}?")
             terminal.press("quit\r")
