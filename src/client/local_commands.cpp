@@ -6,6 +6,7 @@
 #include "client/answer.h"
 #include "client/careful.h"
 #include "client/command_check.h"
+#include "client/command_pages.h"
 #include "client/command_shapes.h"
 #include "client/given_values.h"
 #include "client/name_globs.h"
@@ -27,6 +28,17 @@ bool is_help_subcommand(std::string_view word)
     return word == "cmd" || word == "api" || word == "apihdf";
 }
 
+// Of commands that were asked about; "help.cmd" and the like give what the daemon says alone.
+std::vector<std::string> own_pages(const Words &words)
+{
+    std::vector<std::string> lines;
+    for (std::size_t i = 1; i < words.size() && !is_help_subcommand(words[1]); ++i) {
+        const std::vector<std::string> page = command_page(words[i].substr(0, words[i].find('.')));
+        lines.insert(lines.end(), page.begin(), page.end());
+    }
+    return lines;
+}
+
 int run_help(const Options &options, const Words &words)
 {
     Answer answer(options, words);
@@ -36,6 +48,10 @@ int run_help(const Options &options, const Words &words)
                                said_something = true;
                                answer.take(line);
                            });
+    for (const std::string &line : own_pages(words)) {
+        said_something = true;
+        answer.take(line);
+    }
     const int status = answer.end(result);
     if (said_something || status != 0)
         return status;

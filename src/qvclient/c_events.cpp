@@ -20,7 +20,7 @@ qvc_event::qvc_event(std::string text) : json(std::move(text))
     }
 }
 
-qvc_status qvc_events_open(qvc_client *client, qvc_events **events)
+qvc_status qvc_events_open(qvc_client *client, size_t count, const char *const *words, qvc_events **events)
 {
     if (events)
         *events = nullptr;
@@ -29,7 +29,9 @@ qvc_status qvc_events_open(qvc_client *client, qvc_events **events)
             throw UsageError("nowhere to put the events");
         const auto limit = client->connect_ms != 0 ? std::chrono::milliseconds(client->connect_ms)
                                                    : usual_limits("").connect;
-        *events = new qvc_events{EventStream(client->endpoint, client->caller, {}, limit)};
+        const std::vector<std::string> filter =
+            count > 0 ? words_of({count, words}) : std::vector<std::string>();
+        *events = new qvc_events{EventStream(client->endpoint, client->caller, filter, limit)};
         return QVC_OK;
     });
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "qvclient/errors.h"
+#include "qvclient/event_stream.h"
 #include "qvclient/qvclient.h"
 
 namespace qvcd::client {
@@ -46,6 +47,9 @@ qvc_status guarded(std::string &problem, Function function) noexcept
     } catch (const UsageError &error) {
         note(problem, error.what());
         return QVC_ARGUMENT;
+    } catch (const EventsRefused &error) {
+        note(problem, error.what());
+        return QVC_REFUSED;
     } catch (const WireError &error) {
         note(problem, error.what());
         return status_of(error.kind);

@@ -39,6 +39,15 @@ struct Line {
 int ask_with(const qvc_client &client, const std::vector<std::string> &words, const LineSink &sink,
              std::optional<std::string> document = std::nullopt);
 
+/// The words that a caller hands over.
+struct GivenWords {
+    std::size_t count;
+    const char *const *words;
+};
+
+/// Throws UsageError when they are too few or too many, or one is null.
+std::vector<std::string> words_of(const GivenWords &given);
+
 /// guarded() for functions of a client.
 template <class Function>
 qvc_status with(qvc_client *client, Function function) noexcept

@@ -9,20 +9,6 @@ using namespace qvcd::client;
 namespace {
 
 constexpr std::size_t kMostDocumentBytes = std::size_t{4} << 20; // that the daemon takes
-constexpr std::size_t kMostWords = 100; // the daemon would drop further ones without a word
-
-struct GivenWords {
-    std::size_t count;
-    const char *const *words;
-};
-
-std::vector<std::string> words_of(const GivenWords &given)
-{
-    const auto [count, words] = given;
-    if (count < 1 || count > kMostWords || !words || std::count(words, words + count, nullptr) != 0)
-        throw UsageError("a command has 1 to 100 words");
-    return {words, words + count};
-}
 
 // Who reads the lines does not want more.
 struct Enough {};
@@ -74,6 +60,15 @@ const char *c_text(const std::optional<std::string> &text)
 }
 
 } // namespace
+
+std::vector<std::string> qvcd::client::words_of(const GivenWords &given)
+{
+    constexpr std::size_t kMostWords = 100; // the daemon would drop further ones without a word
+    const auto [count, words] = given;
+    if (count < 1 || count > kMostWords || !words || std::count(words, words + count, nullptr) != 0)
+        throw UsageError("a command has 1 to 100 words");
+    return {words, words + count};
+}
 
 Line::Line(std::string_view line) : text(line)
 {

@@ -46,7 +46,7 @@ QVC_API const char *qvc_version_text(void);
 
 typedef enum qvc_status {
     QVC_OK = 0,          /* there is an answer */
-    QVC_REFUSED = 1,     /* the daemon answered with an error (functions for a single value or login only) */
+    QVC_REFUSED = 1,     /* the daemon answered with an error (not of commands: see their replies) */
     QVC_ARGUMENT = 2,    /* an argument is wrong or cannot be said on the wire; nothing was sent */
     QVC_MEMORY = 3,      /* no memory */
     QVC_UNREACHABLE = 4, /* there is no connection; nothing was sent */
@@ -198,16 +198,20 @@ typedef struct qvc_events qvc_events;
 typedef struct qvc_event qvc_event;
 
 /*
- * Subscribes to what happens at the daemon from now on, as far as the client's session may see it. The client
- * is not needed any more. *events is to be closed; null unless QVC_OK.
+ * Subscribes to what happens at the daemon from now on, as far as the client's session may see it. The
+ * `count` words choose (0: everything): names of settings and groups, with "*" and "?", and kinds of events,
+ * each behind a word "-e". The client is not needed any more. *events is to be closed; null unless QVC_OK.
+ * QVC_REFUSED with the reason in qvc_problem(): the daemon does not tell.
  */
-QVC_API qvc_status qvc_events_open(qvc_client *client, qvc_events **events);
+QVC_API qvc_status qvc_events_open(qvc_client *client, size_t count, const char *const *words,
+                                   qvc_events **events);
 QVC_API void qvc_events_close(qvc_events *events);
 
 /*
  * The next event: waits for up to `timeout` (0: not at all, -1: for ever). QVC_TIMEOUT: none has come yet.
  * QVC_BROKEN: the daemon has ended the stream, because it ends itself or events were not read in time: later
- * events are missed; subscribe again, and ask for the values. *event is to be freed; null unless QVC_OK.
+ * events are missed; subscribe again, and ask for the values. QVC_REFUSED: it has ended for good, because the
+ * session has ended or its rights have changed. *event is to be freed; null unless QVC_OK.
  */
 QVC_API qvc_status qvc_events_next(qvc_events *events, int timeout, qvc_event **event);
 

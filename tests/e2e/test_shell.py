@@ -1,19 +1,25 @@
 """qvc as a shell: what an administrator types and sees on a terminal."""
 
 import os
+import pathlib
 import signal
 import stat
 import subprocess
 
 import pytest
 
-from appliance import QVC
+from appliance import QVC, wait_until
 from terminal import Terminal
 
 
 @pytest.fixture
 def a(appliance):
     return appliance(shipped=True).start()
+
+
+def is_stopped(pid):
+    threads = pathlib.Path(f"/proc/{pid}/task").iterdir()
+    return all((thread / "stat").read_text().rpartition(")")[2].split()[0] == "T" for thread in threads)
 
 
 def bash_offers(a, line, env):
@@ -207,13 +213,13 @@ def test_an_afternoon_in_the_shell(a):
         me.type("edit Services.HTTP", prompt=f"{root} Services.HTTP")
         me.type("set port=8081; get port .Network.hostname", "Services.HTTP.port=8081", "Services.HTTP.port  8081",
                 "Network.hostname    qv-encoder", prompt=f"{root} Services.HTTP*")
-        me.type("get", "Services.HTTP.enable  1", "Services.HTTP.port    8081", prompt=f"{root} Services.HTTP*")
+        me.type("get | match enable", "Services.HTTP.enable=1", prompt=f"{root} Services.HTTP*")
         me.type("set s\tena\t", "Services.HTTP.ssl=enable", prompt=f"{root} Services.HTTP*")
         me.type("..", prompt=f"{root} Services*")
         me.type("edit HTTP.port", "is a setting", prompt=f"{root} Services*")
         me.type("edit Nowhere", "no group 'Services.Nowhere'", prompt=f"{root} Services*")
         me.type("get .Services.HTTP | match s.l | except PORT", "Services.HTTP.ssl=enable\n", prompt=f"{root} Services*")
-        me.type("get HTTP | match port | count; top", "1\n", prompt=f"{root}*")
+        me.type("get HTTP | match P.port | count; top", "1\n", prompt=f"{root}*")
         # Nothing of a wrong line is run.
         for wrong, why in {
             "set Services.HTTP.port=1 ; set 'A": "left open", "set Services.HTTP.port=1 ;; get A": "nothing stands",
@@ -266,6 +272,7 @@ def test_an_afternoon_in_the_shell(a):
         me.type("get Services.HTTP.port", "Services.HTTP.port=8081", prompt=root)
         # One that says nothing holds up nobody for long.
         os.kill(a.process.pid, signal.SIGSTOP)
+        wait_until(lambda: is_stopped(a.process.pid), "all threads to stop")
         try:
             me.type("get Services.HTTP.p\t", "no answer within the time limit", prompt=f"{root}?")
             terminal.press("quit\r")

@@ -95,7 +95,7 @@ _FUNCTIONS: dict[str, tuple[typing.Any, list[typing.Any]]] = {
     "reply_name": (_Text, [_Handle, ctypes.c_size_t]),
     "reply_value": (_Text, [_Handle, ctypes.c_size_t]),
     "reply_error": (_Text, [_Handle, ctypes.c_size_t]),
-    "events_open": (ctypes.c_int, [_Handle, _Out]),
+    "events_open": (ctypes.c_int, [_Handle, ctypes.c_size_t, ctypes.POINTER(_Text), _Out]),
     "events_close": (None, [_Handle]),
     "events_next": (ctypes.c_int, [_Handle, ctypes.c_int, _Out]),
     "events_fd": (ctypes.c_int, [_Handle]),
@@ -182,7 +182,7 @@ class Event(typing.NamedTuple):
 
 
 class Events:
-    """What happens at the daemon; iterates until it ends, which raises Broken."""
+    """What happens at the daemon; iterates until it ends, which raises Broken, or Refused when the session does."""
 
     def __init__(self, handle: _Handle) -> None:
         self._handle = handle
@@ -313,10 +313,15 @@ class Client:
             raise error
         return reply
 
-    def events(self) -> Events:
-        """What happens at the daemon from now on, as far as the session may see it; to be closed."""
+    def events(self, *names: str, kinds: typing.Sequence[str] = ()) -> Events:
+        """What happens at the daemon from now on; to be closed.
+
+        Without names and kinds, all that this session may see. names: of settings and groups, with "*" and "?".
+        kinds: "set", "save", ...
+        """
+        words = [*(word for kind in kinds for word in ("-e", kind)), *names]
         found = _Handle()
-        self._call("events_open", ctypes.byref(found))
+        self._call("events_open", len(words), (_Text * len(words))(*map(_bytes, words)), ctypes.byref(found))
         return Events(found)
 
     def close(self) -> None:

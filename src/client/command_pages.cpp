@@ -1,0 +1,77 @@
+#include "client/command_pages.h"
+
+#include <algorithm>
+#include <cctype>
+#include <sstream>
+
+namespace qvcd::client {
+
+namespace {
+
+constexpr std::size_t kWidth = 72;
+constexpr char kIndent[] = "\t";
+
+// Whole words in lines of kWidth, as the pages of the daemon look.
+void add_wrapped(const std::string &text, std::vector<std::string> &lines)
+{
+    std::istringstream words(text);
+    std::string line;
+    for (std::string word; words >> word;) {
+        if (!line.empty() && line.size() + 1 + word.size() > kWidth) {
+            lines.push_back(kIndent + line);
+            line.clear();
+        }
+        line += (line.empty() ? "" : " ") + word;
+    }
+    lines.push_back(kIndent + line);
+}
+
+std::string upper(std::string text)
+{
+    std::ranges::transform(text, text.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
+bool is_page_of(const std::string &line, std::string_view command)
+{
+    const std::string_view synopsis = std::string_view(line).substr(2);
+    return synopsis.starts_with(command) && synopsis.find_first_of(" .[", command.size()) == command.size();
+}
+
+// The parts of one page, each on one line, "Rights: ...".
+std::vector<std::string> parts_of(std::string_view command)
+{
+    std::istringstream text(kCommandPages);
+    std::vector<std::string> parts;
+    bool is_wanted = false;
+    for (std::string line; std::getline(text, line);) {
+        if (line.starts_with("= "))
+            is_wanted =
+                line.size() == command.size() + 2 ? line.ends_with(command) : is_page_of(line, command);
+        else if (is_wanted && line.starts_with(' '))
+            parts.back() += line;
+        else if (is_wanted && !line.empty() && !line.starts_with('#'))
+            parts.push_back(line);
+    }
+    return parts;
+}
+
+} // namespace
+
+std::vector<std::string> command_page(std::string_view command)
+{
+    std::vector<std::string> lines;
+    for (const std::string &part : parts_of(command)) {
+        const std::size_t colon = part.find(": ");
+        lines.insert(lines.end(), {"", upper(part.substr(0, colon))});
+        const std::string text = part.substr(colon + 2);
+        if (part.starts_with("Example"))
+            lines.push_back(kIndent + text);
+        else
+            add_wrapped(text, lines);
+    }
+    return lines;
+}
+
+} // namespace qvcd::client
