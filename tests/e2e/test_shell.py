@@ -57,10 +57,10 @@ def test_bash_is_told_what_can_stand_there_and_no_file_where_none_can(a):
         f"--ca {a.path('/tmp')}/values/o": f"{a.path('/tmp')}/values/one\\ value",
         "-H ": "", "login x ": "", "confirm ": "",
     }.items():
-        assert bash_offers(a, f"qvc {line}", env) == offered, line
+        assert bash_offers(a, f"qvc -t 30 {line}", env) == offered, line
         if line[:4] in ("get ", "set "):  # below administrator, too
-            assert bash_offers(a, f"qvc -s {operator} {line}", env) == offered, line
-    assert bash_offers(a, f"qvc -s {operator} chec", env) == "checkapp checkdef checkmod"
+            assert bash_offers(a, f"qvc -t 30 -s {operator} {line}", env) == offered, line
+    assert bash_offers(a, f"qvc -t 30 -s {operator} chec", env) == "checkapp checkdef checkmod"
     a.stop()
     assert bash_offers(a, "qvc -H 127.0.0.1:1 get ", env) == ""
 
@@ -77,7 +77,7 @@ def test_bytes_above_ascii_are_kept_without_a_locale(a):
 
 def on_terminal(a, *words, say=(), **env):
     """Answers each text that appears with some keys: what stands there in the end, and the exit status."""
-    with Terminal([QVC, *words], a.environment(NO_COLOR="1", **env)) as terminal:
+    with Terminal([QVC, "-t", "30", *words], a.environment(NO_COLOR="1", **env)) as terminal:
         for text, keys in say:
             terminal.expect(text)
             terminal.press(keys)
@@ -179,6 +179,12 @@ def test_a_kept_session_is_used_by_its_owner_for_its_daemon_until_logout(a):
     os.chmod(file, 0o600)
     assert qvc("set", "Services.HTTP.port=83") == refused
     assert qvc("logout") == (0, "") and not file.exists()
+    # The daemon's scripts, which have the same home, do not use it.
+    assert a.qvc("login", "--keep", "operator", "operator") == (0, "")
+    assert a.qvc("set", "Services.HTTP.port=85")[0] == 1
+    a.write("/usr/share/qvcontrol/post_revert_script", "#!/bin/sh\nqvc set Services.HTTP.port=85\n", 0o755)
+    a.command("revert Services")
+    assert a.get("Services.HTTP.port") == "85" and a.qvc("logout") == (0, "")
     assert qvc("logout")[0] == 2
     assert qvc("set", "Services.HTTP.port=84")[0] == 0
 
@@ -206,7 +212,7 @@ def test_an_afternoon_in_the_shell(a):
     host = os.uname().nodename.split(".")[0]
     root, operator = f"root@{host}", f"operator@{host}"
     history = a.path("/tmp/home/.local/state/qvc/history")
-    with Terminal([QVC], env) as terminal:
+    with Terminal([QVC, "-t", "30"], env) as terminal:
         me = Shell(terminal)
         me.expect(f"{root}> ")
         # Names are short in a level; the mark says what is not saved.
@@ -260,7 +266,7 @@ def test_an_afternoon_in_the_shell(a):
     assert "login operator" in lines and "user.passwd viewer" in lines and f"set {SECRET}=?" in lines
     assert not [line for line in lines if "swordfish" in line or "wrong-one" in line]
     # The next shell has the history, and outlives its daemon.
-    with Terminal([QVC, "-t", "1"], env) as terminal:
+    with Terminal([QVC, "-t", "30"], env) as terminal:
         me = Shell(terminal)
         me.expect(f"{root}*> ")
         terminal.press("\x1b[A\x1b[A")
@@ -270,11 +276,16 @@ def test_an_afternoon_in_the_shell(a):
         me.type("get Services.HTTP.port", "cannot reach the daemon", prompt=f"{root}?")
         a.start()
         me.type("get Services.HTTP.port", "Services.HTTP.port=8081", prompt=root)
-        # One that says nothing holds up nobody for long.
+        terminal.press("quit\r")
+        assert terminal.wait() == 0
+    # One that says nothing holds up nobody for long.
+    with Terminal([QVC, "-t", "1"], env) as terminal:
+        me = Shell(terminal)
+        me.expect("> ")
         os.kill(a.process.pid, signal.SIGSTOP)
         wait_until(lambda: is_stopped(a.process.pid), "all threads to stop")
         try:
-            me.type("get Services.HTTP.p\t", "no answer within the time limit", prompt=f"{root}?")
+            me.type("get Services.HTTP.p\t", "no answer within the time limit", "?> ")
             terminal.press("quit\r")
             assert terminal.wait() == 124
         finally:
