@@ -1,4 +1,5 @@
 #include "appliance_root.h"
+#include "platform/event_queue.h"
 #include "platform/log.h"
 #include "platform/mqtt.h"
 #include "platform/notify_bus.h"
@@ -162,6 +163,30 @@ TEST(MqttConfigText, TheLogNeverShowsAValue)
     qv_log_stop();
     EXPECT_NE(folder.read("log").find("unknown key passwort"), std::string::npos);
     EXPECT_EQ(folder.read("log").find("topsecret"), std::string::npos);
+}
+
+TEST(EventPatterns, FitNamesAndGroupsAboveThem)
+{
+    const std::string hostile = std::string(500, 'a') + ".b";
+    const struct {
+        std::string pattern;
+        std::vector<std::string> fits, others;
+    } cases[] = {
+        {"A.b", {"A.b", "A.b.c"}, {"A", "A.bc", "xA.b", ""}},
+        {"A.*", {"A.b", "A.b.c", "A."}, {"A", "B.c"}},
+        {"*.po?t", {"A.port", "A.port.x"}, {"A.b.port", "A.pot", "A.ports", "A.po.t"}},
+        {"*a*b*.c", {"ab.c", "xaybz.c.d"}, {"a.b.c", "ba.c", "ab"}},
+        {"", {"", ".x"}, {"A"}},
+        {"*", {"", "A", "A.b"}, {}},
+        {"**?", {"A"}, {"", ".A"}},
+        {"*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*c", {}, {hostile}},
+    };
+    for (const auto &c : cases) {
+        for (const std::string &name : c.fits)
+            EXPECT_TRUE(fits_pattern(c.pattern, name)) << c.pattern << " " << name;
+        for (const std::string &name : c.others)
+            EXPECT_FALSE(fits_pattern(c.pattern, name)) << c.pattern << " " << name;
+    }
 }
 
 } // namespace
