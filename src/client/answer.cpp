@@ -21,17 +21,17 @@ bool waits(const Words &words)
     return usual_limits(words[0]).whole != usual_limits("").whole;
 }
 
-bool is_at_prompt(const Options &options)
-{
-    return options.words.empty() && !options.strict && isatty(STDIN_FILENO) == 1;
-}
-
 std::string_view value_of(std::string_view line)
 {
     return parse_reply_line(line).value;
 }
 
 } // namespace
+
+bool is_at_prompt(const Options &options)
+{
+    return options.words.empty() && !options.strict && isatty(STDIN_FILENO) == 1;
+}
 
 Answer::Form Answer::form_of(const Options &options, const Words &words, const Screen &screen)
 {
@@ -74,7 +74,7 @@ void Answer::print(std::string_view line) const
 }
 
 // A single line stays as it is; many are easier to read in columns.
-std::vector<std::string> Answer::for_screen() const
+std::vector<std::string> Answer::for_screen(int result) const
 {
     const auto is_setting = [](const std::string &line) {
         const std::string_view name = parse_reply_line(line).name;
@@ -84,7 +84,8 @@ std::vector<std::string> Answer::for_screen() const
     std::vector<TableRow> rows;
     for (const std::string &line : kept_) {
         const ReplyLine parts = parse_reply_line(line);
-        const std::string value = parts.error ? in_red(screen_, parts.value) : std::string(parts.value);
+        const bool is_wrong = says_error(words_[0], result, line);
+        const std::string value = is_wrong ? in_red(screen_, parts.value) : std::string(parts.value);
         if (is_table)
             rows.push_back({std::string(parts.name), value});
         else
@@ -99,7 +100,7 @@ int Answer::end(int result)
     if (form_ == Form::json)
         print_line(json_answer(options_, words_, kept_, result));
     else if (form_ == Form::screen)
-        show_lines(screen_, for_screen());
+        show_lines(screen_, for_screen(result));
     std::fflush(stdout);
     if (!options_.json && form_ != Form::errors)
         advise(options_, words_, refused_, is_empty_, result);

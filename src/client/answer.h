@@ -10,6 +10,9 @@
 
 namespace qvcd::client {
 
+/// True where somebody types commands, and an answer without a line says "(nothing)".
+bool is_at_prompt(const Options &options);
+
 /// The answer to one command on its way to the user, in the form that the options ask for: line by line as it
 /// comes, values only, errors only, one line of JSON, or for a person on a terminal.
 class Answer {
@@ -27,7 +30,7 @@ class Answer {
     enum class Form { lines, values, errors, json, screen };
     static Form form_of(const Options &options, const Words &words, const Screen &screen);
     void print(std::string_view line) const;
-    std::vector<std::string> for_screen() const;
+    std::vector<std::string> for_screen(int result) const;
 
     const Options &options_;
     Words words_;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "client/advice.h"
+#include "client/answer.h"
 #include "client/change_painter.h"
 #include "client/confirmation.h"
 #include "client/errors.h"
@@ -65,6 +66,8 @@ int run_painted(const Options &options, const Words &words)
         return ask_after_loss(options, painter, *confirmation);
     }
     show_lines(look_at_screen(), told);
+    if (only_tells && told.empty() && result == 0 && is_at_prompt(options))
+        std::puts("(nothing)");
     std::fflush(stdout);
     advise(options, words, refused, false, result);
     const bool asks = confirmation && result == 0 && awaited.left;

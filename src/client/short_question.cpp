@@ -10,8 +10,8 @@ namespace qvcd::client {
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{2};
-constexpr TimeLimits kLimits{kPatience, kPatience};
+constexpr std::chrono::milliseconds kPatience{2000};
+constexpr std::chrono::milliseconds kMostPatience{30000};
 
 } // namespace
 
@@ -22,9 +22,10 @@ std::vector<std::string> ShortAnswer::lines() const
 
 std::optional<ShortAnswer> ask_shortly(const Options &options, const std::vector<std::string> &commands)
 {
+    const auto patience = std::min(options.timeout.value_or(kPatience), kMostPatience);
     ShortAnswer answer;
     try {
-        answer.result = ask(options.endpoint, options.session, commands, kLimits,
+        answer.result = ask(options.endpoint, options.session, commands, {patience, patience},
                             [&](std::string_view line) { answer.text.append(line).append("\n"); });
     } catch (const WireError &) {
         return std::nullopt;

@@ -8,7 +8,8 @@
 
 namespace qvcd::client {
 
-// Questions that qvc asks the daemon for the person at the prompt, who waits: two seconds at most.
+// Questions that qvc asks the daemon for the person at the prompt, who waits: two seconds at
+// most, or as long as -t says, up to half a minute.
 
 struct ShortAnswer {
     int result = 0;   ///< of the last command

@@ -7,6 +7,7 @@
 #include "commands/snapshot.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
+#include "model/former.h"
 #include "platform/log.h"
 #include "store/hdf_file.h"
 
@@ -87,7 +88,7 @@ void import_settings(Request &request, const Tree &document, SetMode mode, std::
 {
     for (const std::string &api : hdfutils_names(document.root(), "", hdfutils_check_endnode)) {
         if (const auto value = document.get(api))
-            import_setting(request, api, std::string(*value), mode, out);
+            import_setting(request, current_name(api), std::string(*value), mode, out);
     }
 }
 

@@ -1,6 +1,10 @@
 #include "model/former.h"
 
 #include "base/text.h"
+#include "store/database.h"
+#include "store/hdfutils.h"
+
+#include <algorithm>
 
 namespace qvcd {
 
@@ -15,6 +19,26 @@ std::vector<Former> parse_former(std::string_view was)
         all.push_back({std::move(words[0]), std::move(words[1]), std::move(words[2])});
     }
     return all;
+}
+
+std::string current_name(const std::string &name)
+{
+    if (metaDB.find(name))
+        return name;
+    std::string found;
+    hdfutils_traverse_tree(
+        metaDB.root(), "",
+        [](Node node) {
+            if (node.name().starts_with("__")) // its copies have names
+                return Walk::skip;
+            return node.name() == "was" && node.is_leaf() ? Walk::visit : Walk::descend;
+        },
+        [&](Node was, const std::string &api) {
+            const std::vector<Former> all = parse_former(was.text());
+            if (found.empty() && std::ranges::find(all, name, &Former::name) != all.end())
+                found = api;
+        });
+    return found.empty() ? name : found;
 }
 
 } // namespace qvcd

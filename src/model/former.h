@@ -16,4 +16,8 @@ struct Former {
 /// The parts of a "was", between commas. Words behind the third are ignored.
 std::vector<Former> parse_former(std::string_view was);
 
+/// The name that an API has now: `name`, unless there is no such API and another one says that it was that.
+/// The first one that does counts. Used under the command lock.
+std::string current_name(const std::string &name);
+
 } // namespace qvcd

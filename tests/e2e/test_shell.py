@@ -1,19 +1,25 @@
 """qvc as a shell: what an administrator types and sees on a terminal."""
 
 import os
+import pathlib
 import signal
 import stat
 import subprocess
 
 import pytest
 
-from appliance import QVC
+from appliance import QVC, wait_until
 from terminal import Terminal
 
 
 @pytest.fixture
 def a(appliance):
     return appliance(shipped=True).start()
+
+
+def is_stopped(pid):
+    threads = pathlib.Path(f"/proc/{pid}/task").iterdir()
+    return all((thread / "stat").read_text().rpartition(")")[2].split()[0] == "T" for thread in threads)
 
 
 def bash_offers(a, line, env):
@@ -51,10 +57,10 @@ def test_bash_is_told_what_can_stand_there_and_no_file_where_none_can(a):
         f"--ca {a.path('/tmp')}/values/o": f"{a.path('/tmp')}/values/one\\ value",
         "-H ": "", "login x ": "", "confirm ": "",
     }.items():
-        assert bash_offers(a, f"qvc {line}", env) == offered, line
+        assert bash_offers(a, f"qvc -t 30 {line}", env) == offered, line
         if line[:4] in ("get ", "set "):  # below administrator, too
-            assert bash_offers(a, f"qvc -s {operator} {line}", env) == offered, line
-    assert bash_offers(a, f"qvc -s {operator} chec", env) == "checkapp checkdef checkmod"
+            assert bash_offers(a, f"qvc -t 30 -s {operator} {line}", env) == offered, line
+    assert bash_offers(a, f"qvc -t 30 -s {operator} chec", env) == "checkapp checkdef checkmod"
     a.stop()
     assert bash_offers(a, "qvc -H 127.0.0.1:1 get ", env) == ""
 
@@ -71,7 +77,7 @@ def test_bytes_above_ascii_are_kept_without_a_locale(a):
 
 def on_terminal(a, *words, say=(), **env):
     """Answers each text that appears with some keys: what stands there in the end, and the exit status."""
-    with Terminal([QVC, *words], a.environment(NO_COLOR="1", **env)) as terminal:
+    with Terminal([QVC, "-t", "30", *words], a.environment(NO_COLOR="1", **env)) as terminal:
         for text, keys in say:
             terminal.expect(text)
             terminal.press(keys)
@@ -173,6 +179,12 @@ def test_a_kept_session_is_used_by_its_owner_for_its_daemon_until_logout(a):
     os.chmod(file, 0o600)
     assert qvc("set", "Services.HTTP.port=83") == refused
     assert qvc("logout") == (0, "") and not file.exists()
+    # The daemon's scripts, which have the same home, do not use it.
+    assert a.qvc("login", "--keep", "operator", "operator") == (0, "")
+    assert a.qvc("set", "Services.HTTP.port=85")[0] == 1
+    a.write("/usr/share/qvcontrol/post_revert_script", "#!/bin/sh\nqvc set Services.HTTP.port=85\n", 0o755)
+    a.command("revert Services")
+    assert a.get("Services.HTTP.port") == "85" and a.qvc("logout") == (0, "")
     assert qvc("logout")[0] == 2
     assert qvc("set", "Services.HTTP.port=84")[0] == 0
 
@@ -200,20 +212,20 @@ def test_an_afternoon_in_the_shell(a):
     host = os.uname().nodename.split(".")[0]
     root, operator = f"root@{host}", f"operator@{host}"
     history = a.path("/tmp/home/.local/state/qvc/history")
-    with Terminal([QVC], env) as terminal:
+    with Terminal([QVC, "-t", "30"], env) as terminal:
         me = Shell(terminal)
         me.expect(f"{root}> ")
         # Names are short in a level; the mark says what is not saved.
         me.type("edit Services.HTTP", prompt=f"{root} Services.HTTP")
         me.type("set port=8081; get port .Network.hostname", "Services.HTTP.port=8081", "Services.HTTP.port  8081",
                 "Network.hostname    qv-encoder", prompt=f"{root} Services.HTTP*")
-        me.type("get", "Services.HTTP.enable  1", "Services.HTTP.port    8081", prompt=f"{root} Services.HTTP*")
+        me.type("get | match enable", "Services.HTTP.enable=1", prompt=f"{root} Services.HTTP*")
         me.type("set s\tena\t", "Services.HTTP.ssl=enable", prompt=f"{root} Services.HTTP*")
         me.type("..", prompt=f"{root} Services*")
         me.type("edit HTTP.port", "is a setting", prompt=f"{root} Services*")
         me.type("edit Nowhere", "no group 'Services.Nowhere'", prompt=f"{root} Services*")
         me.type("get .Services.HTTP | match s.l | except PORT", "Services.HTTP.ssl=enable\n", prompt=f"{root} Services*")
-        me.type("get HTTP | match port | count; top", "1\n", prompt=f"{root}*")
+        me.type("get HTTP | match P.port | count; top", "1\n", prompt=f"{root}*")
         # Nothing of a wrong line is run.
         for wrong, why in {
             "set Services.HTTP.port=1 ; set 'A": "left open", "set Services.HTTP.port=1 ;; get A": "nothing stands",
@@ -254,7 +266,7 @@ def test_an_afternoon_in_the_shell(a):
     assert "login operator" in lines and "user.passwd viewer" in lines and f"set {SECRET}=?" in lines
     assert not [line for line in lines if "swordfish" in line or "wrong-one" in line]
     # The next shell has the history, and outlives its daemon.
-    with Terminal([QVC, "-t", "1"], env) as terminal:
+    with Terminal([QVC, "-t", "30"], env) as terminal:
         me = Shell(terminal)
         me.expect(f"{root}*> ")
         terminal.press("\x1b[A\x1b[A")
@@ -264,10 +276,16 @@ def test_an_afternoon_in_the_shell(a):
         me.type("get Services.HTTP.port", "cannot reach the daemon", prompt=f"{root}?")
         a.start()
         me.type("get Services.HTTP.port", "Services.HTTP.port=8081", prompt=root)
-        # One that says nothing holds up nobody for long.
+        terminal.press("quit\r")
+        assert terminal.wait() == 0
+    # One that says nothing holds up nobody for long.
+    with Terminal([QVC, "-t", "1"], env) as terminal:
+        me = Shell(terminal)
+        me.expect("> ")
         os.kill(a.process.pid, signal.SIGSTOP)
+        wait_until(lambda: is_stopped(a.process.pid), "all threads to stop")
         try:
-            me.type("get Services.HTTP.p\t", "no answer within the time limit", prompt=f"{root}?")
+            me.type("get Services.HTTP.p\t", "no answer within the time limit", "?> ")
             terminal.press("quit\r")
             assert terminal.wait() == 124
         finally:
