@@ -41,7 +41,9 @@ Commands of the client's own, besides the daemon's:
   login USER [PASSWORD [IP [SERVER]]]   prints Session=NUMBER; asks for a missing password, or for one of "-"
   login --keep USER ...                 keeps the session for later qvc, until logout
   logout                                ends it
-  watch [--json]                        prints events as they come, until interrupted
+  watch [-t] [--json] [-e EVENT] [NAME ...]   prints events as they come, until interrupted
+  export, import [-l FILE]              settings to and from this machine; a name with a slash is the
+                                        daemon's; without one it is standard output, or what is piped in
   completion bash                       prints the completion script of Bash
   tree [NAME ...]                       settings as a tree, with marks: modified, unapplied, not default
   find WORD ...                         settings whose name, help or description holds all of the words
