@@ -95,7 +95,8 @@ demonstrate() {
     show "Services.HTTP.port=80" qvc get Services.HTTP.port
     show "Services.HTTP.port=80" qvc -H "127.0.0.1:$port" get Services.HTTP.port
     say "Values are checked:"
-    show "Services.HTTP.port=##Invalid integer format#: http" qvc set Services.HTTP.port=http
+    show "Services.HTTP.port=##Invalid integer format#: http
+qvc: Services.HTTP.port takes a port, 0 to 65535" qvc set Services.HTTP.port=http
     say "Set: the value is in the settings tree, not in the file."
     show "Services.HTTP.port=8088" qvc set Services.HTTP.port=8088
     show "port=80" grep ^port= "$QV_SYSROOT/etc/httpd.conf"
