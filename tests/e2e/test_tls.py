@@ -156,7 +156,7 @@ def test_qvc(box):
     assert qvc(box, *tls, stdin=5000 * "get A.b A.long\n") == (0, 5000 * f"A.b=1\nA.long={LONG}\n", "")
     # A session of a log-in works as over a plain connection.
     session = qvc(box, *tls, "login", "viewer", "v")[1].strip().removeprefix("Session=")
-    assert qvc(box, *tls, "-s", session, "get", "A.mine") == (1, "", "")
+    assert qvc(box, *tls, "-s", session, "get", "A.mine")[:2] == (1, "")
     assert box.qvc("get", "A.b") == (0, "A.b=1\n")  # the local socket is as ever
 
 
@@ -313,14 +313,14 @@ def test_the_certificate_names_the_user(strict, certificates):
     as_viewer = [*tls, *certificates.of_client("viewer")]
     assert qvc(strict, *as_admin, "set", "A.mine=2") == (0, "A.mine=2\n", "")
     assert qvc(strict, *as_viewer, "get", "A.b") == (0, "A.b=1\n", "")
-    assert qvc(strict, *as_viewer, "get", "A.mine") == (1, "", "")
+    assert qvc(strict, *as_viewer, "get", "A.mine")[:2] == (1, "")
     # A session is worth what it is, whoever's certificate is shown.
     session = strict.login("admin", "kelpo")
     assert qvc(strict, *as_viewer, "-s", session, "get", "A.mine") == (0, "A.mine=2\n", "")
-    assert qvc(strict, *as_viewer, "-s", "5", "get", "A.b") == (1, "", "")
+    assert qvc(strict, *as_viewer, "-s", "5", "get", "A.b")[:2] == (1, "")
     # Rights end with the user.
     assert strict.command("user.rem viewer").code == 0
-    assert qvc(strict, *as_viewer, "get", "A.b") == (1, "", "")
+    assert qvc(strict, *as_viewer, "get", "A.b")[:2] == (1, "")
 
 
 def test_certificates_that_let_nobody_in(strict, certificates):
