@@ -11,6 +11,7 @@
 #include "client/errors.h"
 #include "client/local_file.h"
 #include "client/reply.h"
+#include "client/terminal_text.h"
 #include "client/transfer_progress.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
@@ -151,7 +152,7 @@ int fetch_document(const Options &options, const Transfer &transfer)
     const int result = exchange_shown(options, transfer, std::nullopt, [&](std::string_view line) {
         if (is_error(line, escaped)) {
             failed = true;
-            std::fprintf(stderr, "qvc: %.*s\n", static_cast<int>(line.size()), line.data());
+            std::fprintf(stderr, "qvc: %s\n", for_errors(line).c_str());
         } else {
             document.append(line) += '\n';
         }

@@ -138,6 +138,7 @@ def test_values_and_passwords_come_from_files_pipes_and_unseen_keys(a):
     assert "of one name only" in piped("set", f"{ssid}=-", f"{ssid}=-", text="")[2]
     script = piped(text=f"set {ssid}=@{a.path('/tmp/value')}\nset {ssid}=-\n")
     assert script[0] == 2 and "input:2" in script[2] and a.get(ssid) == "one, two % +"
+    assert piped("set", f"{SECRET}=-", text="from-input")[:2] == (0, f"{SECRET}=*******\n")
     # A password is typed twice; the first attempt has a slip.
     twice = [("New password of", "first=one\r"), ("Once more", "first=0ne\r"), ("not the same", ""),
              ("New password of", "first=one\r"), ("Once more", "first=one\r")]
@@ -238,6 +239,7 @@ def test_an_afternoon_in_the_shell(a):
         me.type(f"set {SECRET}=?", "New password of")
         me.type("hidden99", "Once more")
         me.type("hidden99", f"{SECRET}=*******", prompt=f"{root}*")
+        me.type("swordfish", "unknown command 'swordfish'", prompt=f"{root}*")  # at the wrong prompt
         me.type("user.passwd viewer", "New password of viewer")
         me.type("hidden98", "Once more")
         me.type("hidden98", "User.viewer.passwd=*******", prompt=f"{root}*")
