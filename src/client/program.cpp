@@ -62,7 +62,8 @@ int run_program(char **arguments, int (*run)(const Options &options, char **argu
         }
         return checked_output(run(options, arguments));
     } catch (const UsageError &error) {
-        std::fprintf(stderr, "qvc: %s\n%s", for_errors(error.what()).c_str(), options_are_read ? "" : kUsage);
+        std::fprintf(stderr, "qvc: %s\n%s", for_errors(error.what()).c_str(),
+                     options_are_read ? "" : "qvc: \"qvc --help\" tells how it is used\n");
         return kExitUsage;
     } catch (const WireError &error) {
         std::fflush(stdout);

@@ -179,6 +179,11 @@ def test_a_kept_session_is_used_by_its_owner_for_its_daemon_until_logout(a):
     assert qvc("set", "Services.HTTP.port=82")[0] == 0
     os.chmod(file, 0o600)
     assert qvc("set", "Services.HTTP.port=83") == refused
+    # Who has a session can become somebody else, also when it is over.
+    assert qvc("login", "operator") == (0, f"Session={a.login('operator', 'operator')}\n")
+    a.command(f"logout {a.login('operator', 'operator')}")
+    assert qvc("get", "Services.HTTP.port")[0] == 1 and qvc("login", "--keep", "operator") == (0, "")
+    assert qvc("set", "Services.HTTP.port=83") == refused
     assert qvc("logout") == (0, "") and not file.exists()
     # The daemon's scripts, which have the same home, do not use it.
     assert a.qvc("login", "--keep", "operator", "operator") == (0, "")
