@@ -7,9 +7,6 @@
 
 namespace qvcd::client {
 
-/// How many letters must be changed, added, left out or swapped with their neighbour to make `b` of `a`.
-std::size_t edit_distance(std::string_view a, std::string_view b);
-
 /// Of the candidates those that may be meant by a misspelt word, at most `most`, the nearest first: those
 /// that a few letters make of it (upper and lower case are alike), or, when there are none, those that begin
 /// with it.
