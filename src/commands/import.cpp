@@ -90,8 +90,9 @@ void import_settings(Request &request, const Tree &document, SetMode mode, std::
     for (const std::string &api : hdfutils_names(document.root(), "", hdfutils_check_endnode)) {
         const auto value = document.get(api);
         const auto now = metaDB.find(api) ? renamed.end() : renamed.find(api);
-        if (value)
-            import_setting(request, now == renamed.end() ? api : now->second, std::string(*value), mode, out);
+        if (!value || (now != renamed.end() && document.get(now->second))) // the name of now counts
+            continue;
+        import_setting(request, now == renamed.end() ? api : now->second, std::string(*value), mode, out);
     }
 }
 
