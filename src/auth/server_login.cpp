@@ -75,8 +75,10 @@ Admission server_login(std::string_view first_line, const Caller &caller,
     session_end_idle();
     SessionFacts facts;
     session_get(*n, facts);
-    if (*n == 0 || (facts.user && facts.group && session_is_for(*n, caller)))
-        return {facts.perm, false, session, facts.user.value_or(""), session_use(*n)};
+    if (*n == 0 || (facts.user && facts.group && session_is_for(*n, caller))) {
+        const std::shared_ptr<SessionUse> use = session_use(*n);
+        return {facts.perm, false, session, facts.user.value_or(""), use, use ? use->changes() : 0};
+    }
     qv_log_print(kLogDebug, "Access denied for nonsession\n");
     return {};
 }

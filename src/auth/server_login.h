@@ -18,6 +18,7 @@ struct Admission {
     std::string session = kNobody;             ///< for Caller
     std::string user = "";                     ///< for Caller
     std::shared_ptr<SessionUse> use = nullptr; ///< of its session; each command notes it
+    unsigned changes = 0;                      ///< of the session's rights, when these were given
 
     bool admitted() const { return mask != 0 || stranger; }
 };

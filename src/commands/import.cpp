@@ -86,9 +86,13 @@ void import_setting(Request &request, const std::string &api, const std::string 
 // By name: what is set may be written through to the system, with the command lock let go.
 void import_settings(Request &request, const Tree &document, SetMode mode, std::FILE *out)
 {
+    const auto renamed = names_by_former();
     for (const std::string &api : hdfutils_names(document.root(), "", hdfutils_check_endnode)) {
-        if (const auto value = document.get(api))
-            import_setting(request, current_name(api), std::string(*value), mode, out);
+        const auto value = document.get(api);
+        const auto now = metaDB.find(api) ? renamed.end() : renamed.find(api);
+        if (!value || (now != renamed.end() && document.get(now->second))) // the name of now counts
+            continue;
+        import_setting(request, now == renamed.end() ? api : now->second, std::string(*value), mode, out);
     }
 }
 

@@ -123,6 +123,7 @@ class RequestHandler final : public LineHandler {
             return close(connection, 1);
         mask_ = admission.mask;
         use_ = admission.use;
+        changes_ = admission.changes;
         if (use_)
             use_->note();
         caller_.stranger = admission.stranger;

@@ -4,8 +4,6 @@
 #include "store/database.h"
 #include "store/hdfutils.h"
 
-#include <algorithm>
-
 namespace qvcd {
 
 std::vector<Former> parse_former(std::string_view was)
@@ -21,11 +19,9 @@ std::vector<Former> parse_former(std::string_view was)
     return all;
 }
 
-std::string current_name(const std::string &name)
+std::map<std::string, std::string> names_by_former()
 {
-    if (metaDB.find(name))
-        return name;
-    std::string found;
+    std::map<std::string, std::string> names;
     hdfutils_traverse_tree(
         metaDB.root(), "",
         [](Node node) {
@@ -34,11 +30,10 @@ std::string current_name(const std::string &name)
             return node.name() == "was" && node.is_leaf() ? Walk::visit : Walk::descend;
         },
         [&](Node was, const std::string &api) {
-            const std::vector<Former> all = parse_former(was.text());
-            if (found.empty() && std::ranges::find(all, name, &Former::name) != all.end())
-                found = api;
+            for (const Former &former : parse_former(was.text()))
+                names.try_emplace(former.name, api);
         });
-    return found.empty() ? name : found;
+    return names;
 }
 
 } // namespace qvcd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,8 +17,8 @@ struct Former {
 /// The parts of a "was", between commas. Words behind the third are ignored.
 std::vector<Former> parse_former(std::string_view was);
 
-/// The name that an API has now: `name`, unless there is no such API and another one says that it was that.
-/// The first one that does counts. Used under the command lock.
-std::string current_name(const std::string &name);
+/// The APIs of now by the names that they say they had. Of those that claim one name, the first one has it.
+/// Used under the command lock.
+std::map<std::string, std::string> names_by_former();
 
 } // namespace qvcd

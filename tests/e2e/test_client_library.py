@@ -133,6 +133,8 @@ def test_values_errors_and_events(a, qvclient):
         for words in ((), ("",), ("get", "a b"), ("get", "A\n"), ("get",) * 101):
             with pytest.raises(qvclient.ArgumentError):
                 client.run(*words)
+        with pytest.raises(qvclient.ArgumentError):  # cut to 32 bits it would be root's
+            qvclient.Client(session=1 << 32)
         for one in ("A,B", "A=1", ""):
             with pytest.raises(qvclient.ArgumentError):
                 client.get(one)

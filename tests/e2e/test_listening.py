@@ -87,6 +87,13 @@ def test_ends_of_streams(a):
     assert half.connection.read_all() == b"@\n0\n"
     a.command(f"logout {session}")
     assert ended.connection.read_all() == b"##The session has ended, or its rights have changed#\n@\n1\n"
+    # Who got other rights before he listens has them, and keeps his stream.
+    operator = a.login("op", "oper")
+    a.command("user.mod op 1")
+    regraded = Listener(a, "Box", session=operator)
+    a.command("set Box.one=6")
+    assert regraded.seen(1) == [("set", "Box.one=6", "1")]
+    regraded.connection.close()
     # Places are limited, and come back.
     many = [Listener(a) for _ in range(64)]
     wait_until(lambda: a.command("events").lines == ["##Too many listen to events#"], "no place")

@@ -175,7 +175,7 @@ def test_values_of_renamed_settings(appliance):
         ["bright=30", "mode=day", "key=secret", "copy1=5", "copy2=6", "first=1", "second=0"])
     assert a.read("/etc/lamp.conf") == old
     assert a.command("update Lamp.bright=40") == Reply(["Lamp.bright=40"] * 2, 0)
-    a.write("/tmp/old.hdf", "Lamp.level = 41\nOld.2.level = 7\nLamp.gone = 1\n")  # exported under the old names
+    a.write("/tmp/old.hdf", "Lamp.bright = 41\nLamp.level = 9\nOld.2.level = 7\nLamp.gone = 1\n")  # old names; that of now counts before one
     assert a.command("import /tmp/old.hdf").code == 0
     assert (a.get("Lamp.bright"), a.get("Copy.2.level"), a.get("Copy.1.level")) == ("41", "7", "5")
     a.kill()

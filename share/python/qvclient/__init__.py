@@ -61,6 +61,7 @@ class InternalError(Error):
 
 
 _OK, _TIMEOUT = 0, 7
+_MOST_INT = 0x7FFFFFFF
 _ERRORS = {1: Refused, 2: ArgumentError, 3: MemoryError, 4: Unreachable, 5: Untrusted, 6: TlsFileError,
            _TIMEOUT: TimeOver, 8: Broken}
 
@@ -195,7 +196,9 @@ class Events:
             left = None if deadline is None else deadline - time.monotonic()
             if left is not None and left <= 0:
                 return None
-            select.select([self], [], [], left)
+            waits = select.poll()  # select() takes no descriptor above 1023
+            waits.register(self, select.POLLIN)
+            waits.poll(None if left is None else min(left, 86400) * 1000)
         if status != _OK:
             raise _ERRORS.get(status, InternalError)(_str(_library.qvc_status_text(status)))
         try:
@@ -255,6 +258,8 @@ class Client:
         self._call("client_set_session", session)
 
     def _call(self, function: str, *arguments: typing.Any) -> None:
+        if any(isinstance(one, int) and not -_MOST_INT <= one <= _MOST_INT for one in arguments):
+            raise ArgumentError("a number is too large")  # ctypes would cut it: of session 1 << 32 the root session is left
         with self._lock:
             if not self._handle:
                 raise ArgumentError("the client is closed")
