@@ -128,17 +128,9 @@ std::optional<std::string> argument_or_current(const Args &argv, std::size_t i)
     return current == kDefaultProfile ? std::nullopt : std::optional(std::move(current));
 }
 
-// A profile that there is, by its name as it stands or, as a name with blanks arrives, escaped.
-std::string known_name(std::string word)
-{
-    const std::optional<std::string> decoded = url_unescape(word);
-    const bool is_escaped = decoded && profile_exists(word) == 1 && profile_exists(*decoded) == 0;
-    return is_escaped ? *decoded : std::move(word);
-}
-
 std::optional<std::string> known_or_current(const Args &argv)
 {
-    return argv.size() > 1 ? known_name(argv[1]) : argument_or_current(argv, 1);
+    return argv.size() > 1 ? known_profile(argv[1]) : argument_or_current(argv, 1);
 }
 
 // True for a group that has no room for another profile; `again` is the name of one that would only be
@@ -251,7 +243,7 @@ int profile_save(Request &request, Args &argv, std::FILE *out)
 // The first one's file goes onto the second one's, whatever the synopsis calls them.
 int profile_copy(Request &, Args &argv, std::FILE *out)
 {
-    const std::string source = argv.size() < 2 ? "" : known_name(argv[1]);
+    const std::string source = argv.size() < 2 ? "" : known_profile(argv[1]);
     if (!is_profile_name(source))
         return refuse(out, error_invalid_arguments);
     const std::optional<std::string> target = argument_or_current(argv, 2);
@@ -311,6 +303,13 @@ int profile_reset(Request &, Args &, std::FILE *out)
 int command_profile(Request &request, Args &argv, std::FILE *out)
 {
     return run_subcommand(profileRecord, request, argv, out, SubResult::hand_on);
+}
+
+std::string known_profile(std::string word)
+{
+    const std::optional<std::string> decoded = url_unescape(word);
+    const bool is_escaped = decoded && profile_exists(word) == 1 && profile_exists(*decoded) == 0;
+    return is_escaped ? *decoded : std::move(word);
 }
 
 int store_profile(const std::string &name, const Settings &settings, const std::string &again, std::FILE *out)

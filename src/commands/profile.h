@@ -12,6 +12,10 @@ extern const CommandRecord profileRecord;
 /// it is decoded. One that no file can have is refused.
 int command_profile(Request &request, Args &argv, std::FILE *out);
 
+/// The name of a profile that there is, as it stands in the line or, as names with blanks arrive, decoded;
+/// else the word.
+std::string known_profile(std::string word);
+
 /// Writes a profile and enters it in the list. 1, after an error line, when there is nothing in it, its group
 /// has no room, or it cannot be written, all with the old file as it was, or cannot be flushed. `again`: a
 /// member of the group that is replaced and so takes no further room.

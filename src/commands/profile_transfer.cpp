@@ -58,9 +58,10 @@ int profile_export(Request &request, Args &argv, std::FILE *out)
     if (!names_profile(argv))
         return fail(out, API_E_INVALID_CMD_ARGS);
     Tree profile = Tree::make();
-    if (profile_exists(argv[1]) != 0)
+    const std::string name = known_profile(argv[1]);
+    if (profile_exists(name) != 0)
         return fail(out, "##Profile not found#");
-    if (profile_read_hdf(argv[1], profile) != 0)
+    if (profile_read_hdf(name, profile) != 0)
         return fail(out, "##Error loading profile#");
     for (const std::string &api : hdfutils_names(profile.root(), "", hdfutils_check_endnode)) {
         if (!MetaApi(api).visible_to(request.mask))
@@ -79,6 +80,7 @@ int profile_import(Request &request, Args &argv, std::FILE *out)
 {
     if (!names_profile(argv) || argv.size() < 3)
         return fail(out, API_E_INVALID_CMD_ARGS);
+    const std::string name = known_profile(argv[1]);
     const std::string &file = argv[2];
     const DocumentImport turn(file);
     if (!turn.may_run())
@@ -88,13 +90,13 @@ int profile_import(Request &request, Args &argv, std::FILE *out)
     if (read.result == HdfResult::missing)
         return fail(out, missing_import(file, API_E_IMPORT_FAILED));
     if (read.result == HdfResult::error) {
-        qv_log_print(kLogError, "Can not import profile %s: %s\n", argv[1].c_str(), read.detail.c_str());
+        qv_log_print(kLogError, "Can not import profile %s: %s\n", name.c_str(), read.detail.c_str());
         return fail(out, import_error(file, API_E_IMPORT_FAILED, read.detail));
     }
     keep_what_may_be_written(request, document, out);
-    if (store_profile(argv[1], settings_of(document), "", out) != 0)
+    if (store_profile(name, settings_of(document), "", out) != 0)
         return 1;
-    reply_value(out, "Profile." + argv[1] + ".name", argv[1]);
+    reply_value(out, "Profile." + name + ".name", name);
     return 0;
 }
 

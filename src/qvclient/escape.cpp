@@ -27,6 +27,7 @@ constexpr FreeTextRow kFreeText[] = {
     {"profile.load", 1},
     {"profile.remove", 1},
     {"profile.copy", 1},
+    {"profile.export", 1},
 };
 
 // The words in front of the first and behind the last argument that is escaped.

@@ -72,6 +72,9 @@ def test_backup_and_restore_from_here(a, tmp_path, tcp):
     assert qvc(a, "profile.import", "day", stdin=profile + b"Nowhere = 1\n", tcp=tcp)[:2] == (
         0, b"Nowhere=##Parameter not found#\nProfile.day.name=day\n")  # fmt: skip
     assert "port = 81" in a.read("/etc/profiles/day.hdf")
+    a.path("/etc/profiles/day.hdf").rename(a.path("/etc/profiles/a day.hdf"))
+    assert qvc(a, "profile.import", "a%20day", stdin=b"A.port = 82\n", tcp=tcp)[:2] == (0, b"Profile.a day.name=a day\n")
+    assert b"port = 82" in qvc(a, "profile.export", "a day", tcp=tcp)[1]
     assert qvc(a, "user.import", stdin=users, tcp=tcp) == (0, b"", "")
     assert a.login("op", "oper")
 
