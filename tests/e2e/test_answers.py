@@ -48,6 +48,7 @@ def test_who_errs_is_told_what_would_have_been_right(a):
         ("set A.name=much_too_long", 1, "A.name takes up to 9 characters"),
         ("commit A.mode=of", 1, "A.mode takes one of off, on, auto"),
         ("get A.prot", 1, "there is no A.prot (did you mean A.port?)"),
+        ("help k", 1, "no help on this\n"),
         ("get a.name,A.port", 1, "there is no a.name (did you mean A.name?)"),
         ("-s 4711 get A", 1, "there is no session 4711"),
         ("help aplly", 1, "no help on this (did you mean apply?)"),
