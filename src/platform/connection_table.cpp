@@ -3,6 +3,8 @@
 #include "platform/coarse_clock.h"
 
 #include <algorithm>
+#include <string_view>
+#include <utility>
 
 namespace qvcd {
 
@@ -102,11 +104,21 @@ void ConnectionTable::count(Member &member)
 
 ConnectionTable::Member *ConnectionTable::largest()
 {
+    const std::array stages = {&first, &idle, &sending, &listening, &ready};
+    std::map<std::string_view, std::size_t> of_source;
+    for (const Stage *stage : stages) {
+        for (const Member &member : stage->members)
+            of_source[member.source_] += member.counted;
+    }
     Member *largest = nullptr;
-    for (Stage *stage : {&first, &idle, &sending, &listening, &ready}) {
+    std::pair<std::size_t, std::size_t> most;
+    for (Stage *stage : stages) {
         for (Member &member : stage->members) {
-            if (member.counted > (largest ? largest->counted : 0))
+            const std::size_t together = member.source_.empty() ? member.counted : of_source[member.source_];
+            if (const std::pair held(together, member.counted); member.counted > 0 && held > most) {
+                most = held;
                 largest = &member;
+            }
         }
     }
     return largest;

@@ -77,7 +77,8 @@ class ConnectionTable {
     std::size_t held() const { return held_; }
     void count(Member &member);
 
-    /// The one that holds most, of those that are not being served; null: none holds anything.
+    /// The one that holds most, of those that are not being served, of the source that does: many small ones
+    /// of one source shall not have another's closed. Null: none holds anything.
     Member *largest();
 
   private:

@@ -126,6 +126,14 @@ def test_who_may_send_a_document_and_what_becomes_of_it(a):
     wait_until(lambda: a.answers(tcp=True), "an answer")
 
 
+def test_many_half_lines_do_not_cut_a_document_off(a):
+    a.restart("--trust-tcp=192.0.2.1", tcp=True)
+    for _ in range(64):  # all that one address may have, and all together as much as is held
+        a.connect(tcp=True, greeting=b"x 0 0\n" + b"l" * ((1 << 20) - 5))
+    large = b"# " + b"x" * (3 << 20) + b"\nA.port = 66\n"
+    assert a.talk(sent(large, "import -")).endswith(b"A.port=66\n@\n0\n")
+
+
 def test_two_imports_at_once(a):
     a.restart("--hash-passwords", tcp=True)
     users = "".join(f"User.u{n}.group = 3\nUser.u{n}.passwd = secret\n" for n in range(30))
