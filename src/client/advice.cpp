@@ -8,6 +8,7 @@
 #include "client/known_commands.h"
 #include "client/nearest.h"
 #include "client/short_question.h"
+#include "client/terminal_text.h"
 #include "qvclient/escape.h"
 #include "qvclient/reply.h"
 
@@ -27,7 +28,7 @@ std::vector<std::string> answer_of(const Options &options, const Words &words)
 
 void say(const std::string &text)
 {
-    std::fprintf(stderr, "qvc: %s\n", text.c_str());
+    std::fprintf(stderr, "qvc: %s\n", for_errors(text).c_str());
 }
 
 std::vector<std::string> settings_like(const Options &options, const std::string &name)
@@ -55,7 +56,7 @@ void say_failure(const Options &options, const std::string &name)
     const auto first = last.base() - 1;
     say(first->substr(first->find(' ') + 1)); // behind the time
     for (auto line = first + 1; line != lines.end(); ++line)
-        std::fprintf(stderr, "%s\n", line->c_str());
+        std::fprintf(stderr, "%s\n", for_errors(*line).c_str());
 }
 
 void say_right(const Options &options, const std::string &name)

@@ -7,6 +7,7 @@
 #include "client/advice.h"
 #include "client/json_answer.h"
 #include "client/reply.h"
+#include "client/terminal_text.h"
 #include "qvclient/limits.h"
 
 namespace qvcd::client {
@@ -67,7 +68,7 @@ void Answer::print(std::string_view line) const
         return print_line(line);
     if (parse_reply_line(line).error) {
         std::fflush(stdout);
-        std::fprintf(stderr, "%s\n", std::string(line).c_str());
+        std::fprintf(stderr, "%s\n", for_errors(line).c_str());
     } else if (form_ == Form::values) {
         print_line(value_of(line));
     }

@@ -11,6 +11,7 @@
 
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/terminal_text.h"
 #include "client/typed_line.h"
 #include "platform/fd.h"
 
@@ -128,8 +129,8 @@ int run_lines(const Options &options, LineSource &lines)
         first_status = first_status == 0 ? outcome->status : first_status;
         ends = !options.keep_going || outcome->lost;
         std::fflush(stdout);
-        std::fprintf(stderr, "qvc: %s: %s%s\n", lines.place().c_str(), outcome->trouble.c_str(),
-                     ends ? "; what follows is not run" : "");
+        std::fprintf(stderr, "qvc: %s: %s%s\n", for_errors(lines.place()).c_str(),
+                     for_errors(outcome->trouble).c_str(), ends ? "; what follows is not run" : "");
     }
     return first_status;
 }

@@ -13,6 +13,7 @@
 #include "client/person.h"
 #include "client/reply.h"
 #include "client/screen.h"
+#include "client/terminal_text.h"
 #include "qvclient/connect.h"
 
 namespace qvcd::client {
@@ -62,7 +63,8 @@ int run_painted(const Options &options, const Words &words)
         if (!confirmation)
             throw;
         std::fflush(stdout);
-        std::fprintf(stderr, "qvc: %s: looking whether the change awaits confirmation\n", error.what());
+        std::fprintf(stderr, "qvc: %s: looking whether the change awaits confirmation\n",
+                     for_errors(error.what()).c_str());
         return ask_after_loss(options, painter, *confirmation);
     }
     show_lines(look_at_screen(), told);

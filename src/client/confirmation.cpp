@@ -12,6 +12,7 @@
 #include "client/errors.h"
 #include "client/reply.h"
 #include "client/signal_input.h"
+#include "client/terminal_text.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 
@@ -128,7 +129,7 @@ Outcome try_until(Deadline deadline, const std::function<bool()> &attempt)
         } catch (const WireError &error) {
             std::fflush(stdout);
             if (said != error.what())
-                std::fprintf(stderr, "qvc: %s: trying again\n", error.what());
+                std::fprintf(stderr, "qvc: %s: trying again\n", for_errors(error.what()).c_str());
             said = error.what();
         }
         if (signals.wait(-1, kPauseMilliseconds) == Came::signal)
@@ -181,7 +182,8 @@ int undo(const Options &options, ChangePainter &painter, const Awaited &awaited)
         settle(options, "abort", awaited, options.limits("abort"), painter);
     } catch (const WireError &error) {
         std::fflush(stdout);
-        std::fprintf(stderr, "qvc: %s: the daemon undoes the change when the time is over\n", error.what());
+        std::fprintf(stderr, "qvc: %s: the daemon undoes the change when the time is over\n",
+                     for_errors(error.what()).c_str());
     }
     return 1;
 }

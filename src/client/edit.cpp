@@ -11,6 +11,7 @@
 #include "client/errors.h"
 #include "client/local_commands.h"
 #include "client/reply.h"
+#include "client/terminal_text.h"
 #include "platform/fd.h"
 #include "qvclient/connect.h"
 
@@ -109,12 +110,22 @@ std::string set_one(const Options &options, const std::string &name, const std::
     return allowed.empty() ? why : why + "; it takes " + allowed;
 }
 
-// Sets what can be set; what cannot is in `refusals`, and stays in `edited.values`.
-void set_all(const Options &options, std::vector<Setting> &settings, Edited &edited)
+// Sets what can be set; what cannot is in `refusals`, and stays in `edited.values`. False when the daemon is
+// lost: what was typed is not.
+bool set_all(const Options &options, std::vector<Setting> &settings, Edited &edited)
 {
+    std::string lost;
     for (const std::string &name : edited.order) {
         const std::string value = edited.values[name];
-        const std::string why = set_one(options, name, value);
+        std::string why = lost;
+        try {
+            if (lost.empty())
+                why = set_one(options, name, value);
+        } catch (const Interrupted &) {
+            throw;
+        } catch (const WireError &error) {
+            why = lost = error.what();
+        }
         if (!why.empty()) {
             edited.refusals[name] = why;
             continue;
@@ -125,12 +136,14 @@ void set_all(const Options &options, std::vector<Setting> &settings, Edited &edi
                 setting.value = value;
         }
     }
+    return lost.empty();
 }
 
 int edit(const Options &options, std::vector<Setting> settings)
 {
     const PrivateText file;
     Edited edited;
+    bool is_lost = false;
     for (;;) {
         const std::string text = edit_text(settings, edited.values, edited.refusals);
         file.write(text);
@@ -140,13 +153,13 @@ int edit(const Options &options, std::vector<Setting> settings)
                               (changed == text && !edited.refusals.empty());
         if (gives_up && !edited.refusals.empty()) {
             for (const auto &[name, why] : edited.refusals)
-                std::fprintf(stderr, "qvc: %s is not changed: %s\n", name.c_str(), why.c_str());
-            return 1;
+                std::fprintf(stderr, "qvc: %s is not changed: %s\n", name.c_str(), for_errors(why).c_str());
+            return is_lost ? kExitNoDaemon : 1;
         }
         if (gives_up)
             return 1;
         edited = read_edited(changed, settings);
-        set_all(options, settings, edited);
+        is_lost = !set_all(options, settings, edited);
         if (edited.refusals.empty())
             return 0;
     }

@@ -81,6 +81,8 @@ class GivenValues {
             return value.substr(1);
         if (value == "?")
             return typed_password(options_, name);
+        if (const Kind kind = kind_of(options_, {name}); kind == Kind::password || kind == Kind::unknown)
+            hide_value_of(name); // the reply has it
         if (value == "-")
             return text_of_input(name);
         return text_of_file(value.substr(1));

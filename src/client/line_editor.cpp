@@ -11,6 +11,7 @@
 
 #include "client/completion.h"
 #include "client/history_file.h"
+#include "client/terminal_text.h"
 
 namespace qvcd::client {
 
@@ -58,7 +59,7 @@ void list_candidates(const std::vector<std::string> &candidates)
 {
     std::fputc('\n', stdout);
     for (const std::string &candidate : candidates)
-        std::fprintf(stdout, "%s  ", candidate.c_str());
+        std::fprintf(stdout, "%s  ", for_output(candidate).c_str());
     std::fputc('\n', stdout);
     std::fflush(stdout);
 }

@@ -29,6 +29,15 @@ Words with_password(Words words)
     return words;
 }
 
+// Session 0 may log in wherever one asks from. Another may not, or be over, a kept one above all.
+constexpr int kNewcomer = 0;
+
+Options as_newcomer(Options options)
+{
+    options.session = kNewcomer;
+    return options;
+}
+
 std::optional<int> session_in(std::string_view line)
 {
     return line.starts_with(kAnswer) ? std::optional(session_number(std::string(line.substr(kAnswer.size()))))
@@ -49,7 +58,7 @@ LoginResult log_in(const Options &options, Words words)
     const Words whole = with_password(std::move(words));
     Answer answer(options, whole);
     std::optional<int> session;
-    const int code = ask(options.endpoint, options.session, {command_line(whole)}, options.limits("login"),
+    const int code = ask(options.endpoint, kNewcomer, {command_line(whole)}, options.limits("login"),
                          [&](std::string_view line) {
                              if (const auto number = session_in(line))
                                  session = number;
@@ -74,7 +83,7 @@ int run_login(const Options &options, const Words &words)
     Words rest = words;
     const bool keeps = std::erase(rest, "--keep") > 0;
     if (!keeps)
-        return run_on_daemon(options, with_password(std::move(rest)));
+        return run_on_daemon(as_newcomer(options), with_password(std::move(rest)));
     const LoginResult login = log_in(options, rest);
     if (login.session)
         keep_session(options.endpoint, *login.session);

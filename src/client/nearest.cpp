@@ -39,6 +39,8 @@ std::vector<std::string> best(const std::set<Found> &found, std::size_t most)
 
 std::size_t allowed(std::string_view word)
 {
+    if (word.size() < 2) // any letter is one mistake away from it
+        return 0;
     return std::max<std::size_t>(1, word.size() / kLettersOfOneMistake);
 }
 

@@ -53,8 +53,8 @@ Commands of the client's own, besides the daemon's:
 NAME=@FILE and NAME=- take the value from a file and from standard input; NAME=? asks for a password.
 In names "*", "?" and "[...]" match within one part: "Services.*.port".
 
-Exit code: the command's result, of several that of the first that failed; 2 for a wrong command line; 124 when the daemon cannot be reached, does not
-answer in time or breaks off.
+Exit code: the command's result, of several that of the first that failed; 2 for a wrong command line; 124 when
+the daemon cannot be reached, does not answer in time or breaks off.
 
 Examples:
   qvc get Network

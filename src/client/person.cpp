@@ -13,6 +13,7 @@
 
 #include "client/errors.h"
 #include "client/signal_input.h"
+#include "client/terminal_text.h"
 
 namespace qvcd::client {
 
@@ -79,7 +80,7 @@ Reply ask_person(const std::string &question)
     std::fflush(stdout);
     tcflush(STDIN_FILENO, TCIFLUSH); // what was typed before is no answer
     std::FILE *out = isatty(STDERR_FILENO) ? stderr : stdout;
-    std::fprintf(out, "%s [y/N] ", question.c_str());
+    std::fprintf(out, "%s [y/N] ", harmless(question).c_str());
     std::fflush(out);
     std::array<char, kLongestLine> answer{};
     errno = 0;

@@ -8,6 +8,7 @@
 
 #include "client/errors.h"
 #include "client/session_choice.h"
+#include "client/terminal_text.h"
 
 namespace qvcd::client {
 
@@ -61,14 +62,15 @@ int run_program(char **arguments, int (*run)(const Options &options, char **argu
         }
         return checked_output(run(options, arguments));
     } catch (const UsageError &error) {
-        std::fprintf(stderr, "qvc: %s\n%s", error.what(), options_are_read ? "" : kUsage);
+        std::fprintf(stderr, "qvc: %s\n%s", for_errors(error.what()).c_str(),
+                     options_are_read ? "" : "qvc: \"qvc --help\" tells how it is used\n");
         return kExitUsage;
     } catch (const WireError &error) {
         std::fflush(stdout);
-        std::fprintf(stderr, "qvc: %s\n", error.what());
+        std::fprintf(stderr, "qvc: %s\n", for_errors(error.what()).c_str());
         return kExitNoDaemon;
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "qvc: %s\n", error.what());
+        std::fprintf(stderr, "qvc: %s\n", for_errors(error.what()).c_str());
         return 1;
     }
 }

@@ -17,6 +17,8 @@ bool holds_secret(const Words &words)
     const std::size_t arguments = with_subcommand(words).size() - 1;
     if (command == "login" || command == "user.passwd")
         return arguments > 1;
+    if (command == "user.add")
+        return arguments > 2;
     return (command == "logout" || command == "get_session") && arguments > 0;
 }
 

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <set>
 
+#include "client/terminal_text.h"
+
 namespace qvcd::client {
 
 namespace {
@@ -30,9 +32,8 @@ std::size_t start_of_secret(std::string_view line)
 
 void print_line(std::string_view line)
 {
-    const std::size_t secret = start_of_secret(line);
-    std::fwrite(line.data(), 1, secret, stdout);
-    std::fputs(secret < line.size() ? kStars : "", stdout);
+    const std::string shown = for_output(shown_line(line));
+    std::fwrite(shown.data(), 1, shown.size(), stdout);
     std::fputc('\n', stdout);
 }
 

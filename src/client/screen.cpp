@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "client/change_painter.h"
+#include "client/terminal_text.h"
 
 namespace qvcd::client {
 
@@ -42,7 +43,7 @@ bool is_longer_than(const Screen &screen, const std::vector<std::string> &lines)
 void print_lines(std::FILE *out, const std::vector<std::string> &lines)
 {
     for (const std::string &line : lines)
-        std::fprintf(out, "%s\n", line.c_str());
+        std::fprintf(out, "%s\n", for_output(line).c_str());
 }
 
 // A pager ends when its user likes, and an interrupt is for it alone.

@@ -19,6 +19,7 @@
 #include "client/session_choice.h"
 #include "client/shell_words.h"
 #include "client/short_question.h"
+#include "client/terminal_text.h"
 
 namespace qvcd::client {
 
@@ -66,6 +67,12 @@ std::string destination(const std::string &level, const Words &words)
     if (words.size() != 2)
         throw UsageError(words[0] + " takes the name of one group");
     return level_behind(level, words[1]);
+}
+
+// Anything else may be a password that was typed in the wrong place.
+bool is_understandable(const Step &step)
+{
+    return std::ranges::count(kShellWords, step.words[0]) != 0 || is_known_command(step.words);
 }
 
 } // namespace
@@ -138,6 +145,7 @@ std::string Shell::prompt() const
     std::string text = user_.empty() ? host_ : user_ + "@" + host_;
     if (!level_.empty())
         text += " " + level_;
+    text = harmless(text);
     return text.append(kMarks[static_cast<std::size_t>(unsaved_.any())]) + "> ";
 }
 
@@ -146,7 +154,7 @@ void Shell::remember(const std::string &line, const std::vector<Step> &steps)
     const Remember how = how_to_remember(options_, level_, steps);
     if (how != Remember::nowhere)
         editor_.remember(line);
-    if (how == Remember::for_good)
+    if (how == Remember::for_good && std::ranges::all_of(steps, is_understandable))
         add_to_history(line);
 }
 
@@ -154,7 +162,13 @@ void Shell::remember(const std::string &line, const std::vector<Step> &steps)
 void Shell::run_line(const std::string &line)
 {
     try {
-        std::vector<Step> steps = parse_shell_line(line);
+        std::vector<Step> steps;
+        try {
+            steps = parse_shell_line(line);
+        } catch (const UsageError &) {
+            editor_.remember(line); // to be mended
+            throw;
+        }
         if (steps.empty())
             return;
         remember(line, steps);
@@ -163,10 +177,10 @@ void Shell::run_line(const std::string &line)
                 run_step(step);
         }
     } catch (const UsageError &error) {
-        std::fprintf(stderr, "qvc: %s\n", error.what());
+        std::fprintf(stderr, "qvc: %s\n", for_errors(error.what()).c_str());
         status_ = kExitUsage;
     } catch (const Interrupted &error) {
-        std::fprintf(stderr, "qvc: %s\n", error.what());
+        std::fprintf(stderr, "qvc: %s\n", for_errors(error.what()).c_str());
         status_ = kExitNoDaemon;
     }
 }
@@ -178,12 +192,12 @@ void Shell::run_step(Step &step)
         const FilteredOutput output(step.filters);
         status_ = run_words(words);
     } catch (const UsageError &error) {
-        std::fprintf(stderr, "qvc: %s\n", error.what());
+        std::fprintf(stderr, "qvc: %s\n", for_errors(error.what()).c_str());
         status_ = kExitUsage;
     } catch (const Interrupted &) {
         throw;
     } catch (const WireError &error) {
-        std::fprintf(stderr, "qvc: %s\n", error.what());
+        std::fprintf(stderr, "qvc: %s\n", for_errors(error.what()).c_str());
         status_ = kExitNoDaemon;
     }
     if (ends_)

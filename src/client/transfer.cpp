@@ -11,6 +11,7 @@
 #include "client/errors.h"
 #include "client/local_file.h"
 #include "client/reply.h"
+#include "client/terminal_text.h"
 #include "client/transfer_progress.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
@@ -129,10 +130,16 @@ int send_document(const Options &options, const Transfer &transfer)
     if (document.find_first_not_of(" \t\r\n") == std::string::npos)
         throw UsageError((transfer.file == "-" ? "standard input" : transfer.file) + " is empty");
     bool failed = false;
+    Answer answer(options, transfer.words);
     const int result = exchange_shown(options, transfer, std::move(document), [&](std::string_view line) {
         failed |= line.starts_with("##");
-        print_line(line);
+        if (options.json)
+            answer.take(line);
+        else
+            print_line(line);
     });
+    if (options.json)
+        answer.end(result);
     return failed && result == 0 ? 1 : exit_status(result); // some commands close with 0 whatever happens
 }
 
@@ -151,11 +158,13 @@ int fetch_document(const Options &options, const Transfer &transfer)
     const int result = exchange_shown(options, transfer, std::nullopt, [&](std::string_view line) {
         if (is_error(line, escaped)) {
             failed = true;
-            std::fprintf(stderr, "qvc: %.*s\n", static_cast<int>(line.size()), line.data());
+            std::fprintf(stderr, "qvc: %s\n", for_errors(line).c_str());
         } else {
             document.append(line) += '\n';
         }
     });
+    if (options.json)
+        Answer(options, transfer.words).end(result);
     if (!document.empty())
         write_local_file(transfer.file, document);
     else if (!failed)
@@ -195,7 +204,9 @@ int run_transfer(const Options &options, const Words &words)
             throw UsageError("standard input is a terminal; say: " + transfer.words[0] + " -l FILE");
         return send_document(options, transfer);
     case Transfer::Way::daemon_to_here:
-        return fetch_document(options, transfer);
+        if (!options.json || transfer.file != "-")
+            return fetch_document(options, transfer);
+        break; // the document is in the answer
     case Transfer::Way::none:
         break;
     }

@@ -6,6 +6,7 @@
 #include "client/reply.h"
 #include "client/screen.h"
 #include "client/settings.h"
+#include "client/terminal_text.h"
 
 namespace qvcd::client {
 
@@ -98,7 +99,7 @@ int run_tree(const Options &options, const Words &words)
     if (!options.quiet)
         show_lines(screen, lines_of_tree(screen, settings.list));
     for (const std::string &line : settings.refused)
-        std::fprintf(stderr, "%s\n", line.c_str());
+        std::fprintf(stderr, "%s\n", for_errors(line).c_str());
     advise(options, {"get"}, settings.refused, settings.list.empty() && settings.refused.empty(),
            settings.result);
     return exit_status(settings.result);

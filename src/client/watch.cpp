@@ -10,6 +10,7 @@
 #include "client/errors.h"
 #include "client/reply.h"
 #include "client/signal_input.h"
+#include "client/terminal_text.h"
 #include "qvclient/escape.h"
 #include "qvclient/event_stream.h"
 
@@ -112,7 +113,7 @@ class Watch {
                 throw;
             } catch (const WireError &error) {
                 lost_at_ = clock_text(std::time(nullptr));
-                std::fprintf(stderr, "qvc: %s; trying again\n", error.what());
+                std::fprintf(stderr, "qvc: %s; trying again\n", for_errors(error.what()).c_str());
                 if (!come_back())
                     return 0;
             }

@@ -48,6 +48,7 @@ def test_who_errs_is_told_what_would_have_been_right(a):
         ("set A.name=much_too_long", 1, "A.name takes up to 9 characters"),
         ("commit A.mode=of", 1, "A.mode takes one of off, on, auto"),
         ("get A.prot", 1, "there is no A.prot (did you mean A.port?)"),
+        ("help k", 1, "no help on this\n"),
         ("get a.name,A.port", 1, "there is no a.name (did you mean A.name?)"),
         ("-s 4711 get A", 1, "there is no session 4711"),
         ("help aplly", 1, "no help on this (did you mean apply?)"),
@@ -145,6 +146,8 @@ def test_settings_are_edited_until_they_are_right(a):
             1) sed -i 's/^A.port=500/A.port=50/; /bogus/d' "$1" ;;
             2) sed -i 's/^A.port=50$/A.port=0/' "$1" ;;
             4) : >"$1" ;;
+            5) sed -i 's/^A.port=50$/A.port=51/' "$1"; mv "$QV_SYSROOT/var/run/qv/qvcd.sock" "$QV_SYSROOT/away" ;;
+            6) mv "$QV_SYSROOT/away" "$QV_SYSROOT/var/run/qv/qvcd.sock"; echo >>"$1" ;;
         esac""", 0o755)
     edit = {"EDITOR": str(a.path("/editor")), "VISUAL": "", "TMPDIR": str(a.path("/tmp"))}
     assert qvc(a, "edit", "A", **edit) == (0, "A.name=y z\nA.port=50\n", "")
@@ -153,5 +156,8 @@ def test_settings_are_edited_until_they_are_right(a):
     status, out, err = qvc(a, "edit", "A.port", **edit)
     assert (status, out) == (1, "") and err.startswith("qvc: A.port is not changed: Invalid integer range")
     assert qvc(a, "edit", "A.port", **edit) == (1, "", "") and a.get("A.port") == "50"
+    # What was typed outlives a daemon that is away for a while.
+    assert qvc(a, "edit", "A.port", **edit) == (0, "A.port=51\n", "")
+    assert "\nA.port=51\n# refused: cannot reach the daemon" in a.read("/seen6")
     assert qvc(a, "edit", "A", EDITOR="false", VISUAL="")[0] == 2
     assert not list(a.path("/tmp").glob("qvc-edit*"))

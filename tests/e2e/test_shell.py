@@ -138,6 +138,7 @@ def test_values_and_passwords_come_from_files_pipes_and_unseen_keys(a):
     assert "of one name only" in piped("set", f"{ssid}=-", f"{ssid}=-", text="")[2]
     script = piped(text=f"set {ssid}=@{a.path('/tmp/value')}\nset {ssid}=-\n")
     assert script[0] == 2 and "input:2" in script[2] and a.get(ssid) == "one, two % +"
+    assert piped("set", f"{SECRET}=-", text="from-input")[:2] == (0, f"{SECRET}=*******\n")
     # A password is typed twice; the first attempt has a slip.
     twice = [("New password of", "first=one\r"), ("Once more", "first=0ne\r"), ("not the same", ""),
              ("New password of", "first=one\r"), ("Once more", "first=one\r")]
@@ -177,6 +178,11 @@ def test_a_kept_session_is_used_by_its_owner_for_its_daemon_until_logout(a):
     os.chmod(file, 0o644)  # somebody may have put it there
     assert qvc("set", "Services.HTTP.port=82")[0] == 0
     os.chmod(file, 0o600)
+    assert qvc("set", "Services.HTTP.port=83") == refused
+    # Who has a session can become somebody else, also when it is over.
+    assert qvc("login", "operator") == (0, f"Session={a.login('operator', 'operator')}\n")
+    a.command(f"logout {a.login('operator', 'operator')}")
+    assert qvc("get", "Services.HTTP.port")[0] == 1 and qvc("login", "--keep", "operator") == (0, "")
     assert qvc("set", "Services.HTTP.port=83") == refused
     assert qvc("logout") == (0, "") and not file.exists()
     # The daemon's scripts, which have the same home, do not use it.
@@ -238,6 +244,7 @@ def test_an_afternoon_in_the_shell(a):
         me.type(f"set {SECRET}=?", "New password of")
         me.type("hidden99", "Once more")
         me.type("hidden99", f"{SECRET}=*******", prompt=f"{root}*")
+        me.type("swordfish", "unknown command 'swordfish'", prompt=f"{root}*")  # at the wrong prompt
         me.type("user.passwd viewer", "New password of viewer")
         me.type("hidden98", "Once more")
         me.type("hidden98", "User.viewer.passwd=*******", prompt=f"{root}*")

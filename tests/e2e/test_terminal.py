@@ -70,6 +70,18 @@ def test_colours_are_for_terminals(a):
                                              f"<33>apply: {failed}\n<33>undo: {failed}\nCommit.end=undone\nCommit=1\n")
 
 
+def test_no_value_rules_the_terminal(appliance):
+    hostile, harmless = "\u009b31m\u00e9\u009d0 x", "\\u009b31m\u00e9\\u009d0 x"
+    a = appliance(META + metadata("A.ssid: attr = ssid; type = ssid; default = x")).start()
+    assert a.qvc("set", f"A.ssid={hostile}")[0] == 0
+    assert a.qvc("get", "A.ssid") == (0, f"A.ssid={hostile}\n")
+    for words in (("get", "A.ssid"), ("get", "A"), ("tree", "A"), ("-e", "get", "A")):
+        status, text = shown(a, *words)
+        assert status == 0 and hostile not in text and harmless in text, words
+    status, text = shown(a, "--json", "get", "A.ssid")
+    assert "\u009b" not in text and json.loads(text)["values"] == {"A.ssid": hostile}
+
+
 @pytest.mark.parametrize("answer, value, end", [
     ("y", "5", "confirmed"), ("n", "1", "undone: aborted"), ("\r", "1", "undone: aborted"),
     ("?Y", "5", "confirmed"), ("", "1", "undone: not confirmed in time")])

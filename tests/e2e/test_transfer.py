@@ -1,5 +1,6 @@
 """Documents over the connection: backup and restore from the client's machine, and what hostile ones send."""
 
+import json
 import subprocess
 
 import pytest
@@ -51,6 +52,9 @@ def test_backup_and_restore_from_here(a, tmp_path, tcp):
         1, b"A {\n  port = 81\n}\n", "qvc: Nowhere=##Parameter not found#\n")  # fmt: skip
     assert qvc(a, "export", "-l", tmp_path / "all", "2", "A", tcp=tcp) == (0, b"", "")
     assert "key = hush" in (tmp_path / "all").read_text() and (tmp_path / "all").stat().st_mode & 0o777 == 0o600
+    # For programs, documents and refusals are JSON, too.
+    assert json.loads(qvc(a, "--json", "export", "A.port", tcp=tcp)[1])["tree"] == {"A": {"port": "81"}}
+    assert json.loads(qvc(a, "--json", "import", "-", stdin=b"A {{", tcp=tcp)[1])["errors"][0]["error"] == "Import failed"
     presets = qvc(a, "preset.export", tcp=tcp)[1]
     assert b"ends with a blank \n" in presets
     assert qvc(a, "profile.save", "night", tcp=tcp)[0] == 0
