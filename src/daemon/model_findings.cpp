@@ -1,5 +1,6 @@
 #include "daemon/model_findings.h"
 
+#include "base/limits.h"
 #include "check/check.h"
 #include "platform/fd.h"
 #include "platform/log.h"
@@ -8,6 +9,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <malloc.h>
+#include <poll.h>
 #include <stop_token>
 #include <sys/resource.h>
 #include <system_error>
@@ -20,6 +22,8 @@ namespace {
 
 // What a model full of mistakes may put into the log at a start.
 constexpr std::size_t kMostLines = 20; // of errors, and of warnings
+
+constexpr std::size_t kMostLineBytes = 4000; // on stderr: a pipe that takes something takes so much
 
 constexpr int kLastOfAll = 19; // nice(2)
 
@@ -48,11 +52,18 @@ class Told {
   private:
     static std::size_t beyond(std::size_t count) { return count > kMostLines ? count - kMostLines : 0; }
 
+    // A pipe that nobody reads must not keep the daemon from ending.
+    bool takes_a_line() const
+    {
+        pollfd entry{standard_error_.get(), POLLOUT, 0};
+        return standard_error_ && poll(&entry, 1, 0) == 1;
+    }
+
     void print(bool is_error, const std::string &line) const
     {
         qv_log_print(is_error ? kLogError : kLogInfo, "%s\n", line.c_str());
-        if (is_error && standard_error_)
-            dprintf(standard_error_.get(), "qvcd: %s\n", line.c_str());
+        if (is_error && takes_a_line())
+            dprintf(standard_error_.get(), "qvcd: %s\n", cut(line, kMostLineBytes).c_str());
     }
 
     Fd standard_error_; // none when the log goes there

@@ -107,6 +107,21 @@ def test_preloaded_values_and_user_file(appliance):
     assert a.command("user.list").lines == ["User.admin.passwd=x"]
 
 
+def test_errors_that_nobody_reads_do_not_keep_the_daemon_from_ending(appliance):
+    a = appliance(model("A").replace("attr = a\n", "attr = a\n type = nonsense\n"))
+    reading, writing = os.pipe()
+    os.set_blocking(writing, False)
+    with contextlib.suppress(BlockingIOError):
+        while os.write(writing, bytes(4096)):
+            pass
+    os.set_blocking(writing, True)
+    a.start(in_child=lambda: os.dup2(writing, 2))
+    wait_until(lambda: 'no type "nonsense"' in a.log(), "the finding")
+    a.stop()
+    os.close(reading)
+    os.close(writing)
+
+
 def test_debug_logs_to_stderr_and_timestamps_alone_do_nothing(appliance):
     a = appliance(model("A"))
     for options, pattern in (
