@@ -379,6 +379,7 @@ class Appliance(Talker):
             wait_until(self.has_ended, f"the daemon's end; its log:\n{self.log()[-3000:]}")
         finally:
             end_session(self.process.pid)
+            self.process.kill()  # without effect on one that has ended
             code = self.process.wait()
             self.process = None
         return code
