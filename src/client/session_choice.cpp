@@ -35,7 +35,11 @@ std::optional<int> kept_session(const Endpoint &endpoint)
     if (!text || !text->ends_with('\n'))
         return std::nullopt;
     text->pop_back();
-    return session_number(*text);
+    try {
+        return session_number(*text);
+    } catch (const UsageError &) { // nobody is to become root by that
+        throw UsageError(file + " holds no session: remove it, and log in again");
+    }
 }
 
 } // namespace

@@ -184,6 +184,10 @@ def test_a_kept_session_is_used_by_its_owner_for_its_daemon_until_logout(a):
     a.command(f"logout {a.login('operator', 'operator')}")
     assert qvc("get", "Services.HTTP.port")[0] == 1 and qvc("login", "--keep", "operator") == (0, "")
     assert qvc("set", "Services.HTTP.port=83") == refused
+    kept = file.read_text()
+    file.write_text("zz\n")
+    assert qvc("get", "Network.hostname") == (2, "")  # not root all of a sudden
+    file.write_text(kept)
     assert qvc("logout") == (0, "") and not file.exists()
     # The daemon's scripts, which have the same home, do not use it.
     assert a.qvc("login", "--keep", "operator", "operator") == (0, "")
