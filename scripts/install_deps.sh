@@ -9,6 +9,7 @@ build_packages=(
     libnl-3-dev libnl-route-3-dev libcurl4-openssl-dev libssl-dev libcrypt-dev
     libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev
+    tzdata
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
