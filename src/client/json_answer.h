@@ -21,9 +21,6 @@ std::string json_answer(const Options &options, const Words &words, const std::v
 /// The types of settings, as `introspect` says them.
 std::map<std::string, std::string> types_of(const Options &options, const std::vector<std::string> &names);
 
-/// The value as a boolean or a number, where a setting of this type holds one; else as a text.
-nlohmann::ordered_json typed_value(std::string_view type, const std::string &value);
-
 /// One line; bytes that are no UTF-8 are replaced.
 std::string one_json_line(const nlohmann::ordered_json &json);
 

@@ -6,6 +6,7 @@
 #include "client/name_globs.h"
 #include "client/nested_text.h"
 #include "client/screen.h"
+#include "qvclient/typed_value.h"
 
 namespace qvcd::client {
 
