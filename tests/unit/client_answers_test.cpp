@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "client/type_words.h"
 #include "client/json_answer.h"
 #include "client/name_globs.h"
 #include "client/nested_text.h"
 #include "client/screen.h"
+#include "client/type_words.h"
 
 namespace qvcd::client {
 
@@ -69,7 +69,8 @@ TEST(ClientAnswers, WhatASettingTakes)
         {{"A.type=string_length 0 9"}, "up to 9 characters"},
         {{"A.type=blank,password 8 63"}, "empty, or a password of 8 to 63 characters"},
         {{"A.type=password"}, "a password of 1 to 256 characters"},
-        {{"A.type=blank,ip6address,domainname"}, "empty, or an IPv6 address, or a domain name or an IPv4 address"},
+        {{"A.type=blank,ip6address,domainname"},
+         "empty, or an IPv6 address, or a domain name or an IPv4 address"},
         {{"A.type=string_set on off", "A.choices=[on,off]"}, "one of on, off"},
         {{"A.type=string_set", "A.choices=[]"}, ""},
         {{"A.type=profile", "A.choices=[default,night]"}, "one of default, night"},
