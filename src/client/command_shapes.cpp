@@ -49,7 +49,7 @@ constexpr CommandShape kShapes[] = {
     {"describe", names, names},
     {"pages", nothing, nothing},
     {"pending", names, names},
-    {"completion", nothing, nothing, "", "bash"},
+    {"completion", nothing, nothing, "", "bash fish zsh"},
     {"meta.get", names, names},
     {"user.add", nothing, user_groups},
     {"user.mod", users, user_groups},
