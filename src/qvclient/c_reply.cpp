@@ -57,9 +57,8 @@ qvc_status run(qvc_client *client, const GivenWords &given, const std::optional<
             throw UsageError("nowhere to put the reply");
         const std::optional<std::string> text = document_of(document);
         const std::vector<std::string> words = words_of(given);
-        *reply = new qvc_reply(words, [&](const LineSink &sink) {
-            return ask_with(*client, words, sink, text);
-        });
+        *reply =
+            new qvc_reply(words, [&](const LineSink &sink) { return ask_with(*client, words, sink, text); });
         return QVC_OK;
     });
 }
