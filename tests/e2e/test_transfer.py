@@ -129,10 +129,18 @@ def test_who_may_send_a_document_and_what_becomes_of_it(a):
 
 def test_many_half_lines_do_not_cut_a_document_off(a):
     a.restart("--trust-tcp=192.0.2.1", tcp=True)
+    guest = a.login("guest", "look", tcp=True)
     for _ in range(64):  # all that one address may have, and all together as much as is held
-        a.connect(tcp=True, greeting=b"x 0 0\n" + b"l" * ((1 << 20) - 5))
+        a.connect(tcp=True, greeting=b"x %d 0\n" % guest + b"l" * ((1 << 20) - 15))
     large = b"# " + b"x" * (3 << 20) + b"\nA.port = 66\n"
     assert a.talk(sent(large, "import -")).endswith(b"A.port=66\n@\n0\n")
+
+
+def test_who_is_not_logged_in_says_no_long_lines(a):
+    a.restart("--trust-tcp=192.0.2.1", tcp=True)
+    assert a.exchange(b"x 0 0\n" + b"l" * 8192 + b"\nlogin op oper\n", tcp=True) == b"@\n1\n"
+    longest = b"%41" * 1023
+    assert a.talk([b"login " + longest + b" " + longest], tcp=True).startswith(b"##Invalid ")
 
 
 def test_two_imports_at_once(a):
