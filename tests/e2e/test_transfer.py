@@ -1,11 +1,13 @@
 """Documents over the connection: backup and restore from the client's machine, and what hostile ones send."""
 
 import json
+import signal
 import subprocess
 
 import pytest
 
 from appliance import PATIENCE, QVC, Reply, metadata, user_file, wait_until
+from terminal import Terminal
 
 META = metadata("""
 A: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf; apply = no_apply
@@ -152,3 +154,12 @@ def test_two_imports_at_once(a):
     assert first.read_all() == b"Document=%d\n@\n0\n" % len(users)
     assert a.command("login u29 secret").code == 0
     assert Reply(["Document=12", "A.port=98"], 0) == a.command(b"\n".join(sent("A.port = 98\n", b"import -")))
+
+
+def test_a_person_sees_how_far_it_is(a, tmp_path):
+    (tmp_path / "in").write_text("A.port = 55\n")
+    a.process.send_signal(signal.SIGSTOP)
+    with Terminal([QVC, "import", "-l", tmp_path / "in"], a.environment()) as terminal:
+        terminal.wait_for("\r\033[Kwaiting for the answer, 1 s")
+        a.process.send_signal(signal.SIGCONT)
+        assert terminal.wait() == 0 and terminal.screen.endswith(" s\r\033[KA.port=55\n")
