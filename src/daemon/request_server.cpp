@@ -20,7 +20,8 @@ namespace {
 
 constexpr char kEventsLost[] = "##Events were lost: too many came, or the client did not read them#";
 constexpr char kSessionChanged[] = "##The session has ended, or its rights have changed#";
-constexpr std::size_t kFirstLineBytes = 255; // what is behind them is the first command line
+constexpr std::size_t kFirstLineBytes = 255;     // what is behind them is the first command line
+constexpr std::size_t kStrangerLineBytes = 8192; // of who can do little but log in, with the longest password
 
 // What was answered goes out before a command waits: the command may end the daemon or cut the network.
 class ConnectionWaits final : public WaitHooks {
@@ -55,6 +56,10 @@ class RequestHandler final : public LineHandler {
             return identify(line, connection);
         if (line == "\n")
             return close(connection, result_);
+        if (caller_.stranger && line.size() == kStrangerLineBytes && line.back() != '\n') {
+            qv_log_print(kLogDebug, "connection closed: the line of a stranger is too long\n");
+            return close(connection, 1);
+        }
         if (use_)
             use_->note();
         stop_listening();
@@ -98,7 +103,10 @@ class RequestHandler final : public LineHandler {
         close(connection, identified_ && why != End::bad ? result_ : 1);
     }
 
-    std::size_t max_line_bytes() const override { return identified_ ? kMaxLineBytes : kFirstLineBytes; }
+    std::size_t max_line_bytes() const override
+    {
+        return !identified_ ? kFirstLineBytes : caller_.stranger ? kStrangerLineBytes : kMaxLineBytes;
+    }
     bool is_privileged() const override
     {
         return identified_ ? (mask_ & kLevel1Bits) != 0 : caller_.local && caller_.trusted;
