@@ -11,8 +11,10 @@
 #include "platform/log.h"
 #include "store/meta.h"
 
+#include <array>
 #include <memory>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 namespace qvcd {
 
@@ -126,9 +128,12 @@ class RequestHandler final : public LineHandler {
             reply_text(connection.out(), "!\n");
             return Next::close;
         }
-        const Admission admission = server_login(line, caller_, connection.peer().certificate_user);
-        if (!admission.admitted())
+        const Admission admission = admit(line, connection);
+        if (!admission.admitted()) {
+            if (!admission.refusal.empty())
+                reply_line(connection.out(), admission.refusal);
             return close(connection, 1);
+        }
         mask_ = admission.mask;
         use_ = admission.use;
         changes_ = admission.changes;
@@ -140,6 +145,15 @@ class RequestHandler final : public LineHandler {
         caller_.client = client_of(line);
         identified_ = true;
         return Next::go_on;
+    }
+
+    Admission admit(std::string_view line, LineConnection &connection)
+    {
+        const Peer &peer = connection.peer();
+        if (!peer.relayed)
+            return server_login(line, caller_, peer.certificate_user);
+        ConnectionWaits waits(connection);
+        return relayed_login(line, caller_, peer.login, &waits);
     }
 
     void start_listening(LineConnection &connection)
@@ -197,6 +211,16 @@ int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls, Se
     if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
         the_server->listen(std::move(tcp), std::move(tls));
     return the_server->start() ? 0 : -1;
+}
+
+Fd socket_open(Peer peer)
+{
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0)
+        return {};
+    Fd ours(ends[0]);
+    the_server->adopt(Fd(ends[1]), std::move(peer));
+    return ours;
 }
 
 bool socket_exit(std::chrono::milliseconds patience)
