@@ -4,6 +4,7 @@ import { h, svg } from "../dom.js";
 import { scaled } from "../words.js";
 
 const SPAN = 5 * 60_000; // ms
+const LEAST_SPAN = 60_000; // ms
 const WIDTH = 240;
 const HEIGHT = 44;
 
@@ -45,32 +46,40 @@ function withUnit(value, unit) {
     return unit && /\d$/.test(text) ? `${text} ${unit}` : `${text}${unit}`;
 }
 
-function place(time, now) {
-    return WIDTH - ((now - time) / SPAN) * WIDTH;
+/** The time on the ground: the last minute at first, then more, up to five. */
+function scaleOf(list, now) {
+    const span = Math.min(SPAN, Math.max(LEAST_SPAN, now - (list[0]?.time ?? now)));
+    return { minutes: Math.ceil(span / 60_000), place: (time) => WIDTH - ((now - time) / span) * WIDTH };
 }
 
-function drawLine(ground, list, now) {
+function drawLine(ground, list, place) {
     const values = list.map(({ value }) => value);
     const top = Math.max(...values);
     const least = Math.min(...values);
     const low = least >= 0 && least < top / 2 ? 0 : least;
     const height = top - low || Math.abs(top) || 1;
     const y = (value) => (top === low ? HEIGHT / 2 : HEIGHT - 5 - ((value - low) / height) * (HEIGHT - 12));
-    const line = list.map(({ time, value }) => `${place(time, now).toFixed(1)} ${y(value).toFixed(1)}`);
-    const first = place(list[0].time, now).toFixed(1);
-    const end = place(list.at(-1).time, now).toFixed(1);
+    const line = list.map(({ time, value }) => `${place(time).toFixed(1)} ${y(value).toFixed(1)}`);
+    const first = place(list[0].time).toFixed(1);
+    const end = place(list.at(-1).time).toFixed(1);
     ground.append(
         svg("path", { class: "chart-area", d: `M${first} ${HEIGHT}L${line.join("L")}L${end} ${HEIGHT}Z` }),
         svg("path", { class: "chart-line", d: `M${line.join("L")}` }),
-        svg("circle", { class: "chart-now", cx: end, cy: y(list.at(-1).value).toFixed(1), r: 2.5 }));
+        svg("path", { class: "chart-now", d: `M${end} ${y(list.at(-1).value).toFixed(1)}h0.01` }));
 }
 
 const TONES = [[/^(up|on|locked|provider|running|good)$/i, "good"], [/^(internet|local|present|paused)$/i, "fair"], [/^(down|none|failed|lost|no)$/i, "bad"]];
 
-function drawBand(ground, list, now) {
+// One piece for each time of a state, not for each reading.
+function pieces(list) {
+    return list.filter(({ value }, at) => at === 0 || list[at - 1].value !== value);
+}
+
+function drawBand(ground, all, place) {
+    const list = pieces(all);
     list.forEach(({ time, value }, at) => {
-        const from = Math.min(WIDTH - 3, Math.max(0, place(time, now)));
-        const to = at + 1 < list.length ? place(list[at + 1].time, now) : WIDTH;
+        const from = Math.min(WIDTH - 3, Math.max(0, place(time)));
+        const to = at + 1 < list.length ? place(list[at + 1].time) : WIDTH;
         const tone = TONES.find(([pattern]) => pattern.test(value))?.[1] ?? "unknown";
         ground.append(svg("rect", { class: `band ${tone}`, x: from.toFixed(1), y: HEIGHT - 30, width: Math.max(3, to - from + 0.4).toFixed(1), height: 22 }));
     });
@@ -80,23 +89,25 @@ function drawBand(ground, list, now) {
 export function chart(title, how) {
     const ground = svg("svg", { class: "chart", viewBox: `0 0 ${WIDTH} ${HEIGHT}`, preserveAspectRatio: "none", role: "img" });
     const newest = h("span", { class: "chart-value" }, "…");
-    const note = h("span", { class: "chart-note" }, "last 5 minutes");
+    const note = h("span", { class: "chart-note" }, "");
     const element = h("figure", { class: "chart-card" }, h("figcaption", {}, h("span", {}, title), newest), ground, note);
     return {
         element,
         draw(list) {
             ground.replaceChildren(svg("line", { class: "chart-base", x1: 0, x2: WIDTH, y1: HEIGHT - 1, y2: HEIGHT - 1 }));
-            const now = Date.now();
+            const { minutes, place } = scaleOf(list, Date.now());
+            const span = minutes === 1 ? "last minute" : `last ${minutes} minutes`;
             const drawn = how.kind === "band" ? list.filter(({ value }) => value !== "") : points(list, how);
             if (drawn.length === 0) {
                 newest.textContent = how.kind === "rate" && list.length > 0 ? "…" : "—";
                 return;
             }
-            (how.kind === "band" ? drawBand : drawLine)(ground, drawn, now);
+            (how.kind === "band" ? drawBand : drawLine)(ground, drawn, place);
             const last = drawn.at(-1).value;
             newest.textContent = how.kind === "band" ? last : withUnit(last, how.unit);
+            note.textContent = span;
             if (how.kind !== "band")
-                note.textContent = `last 5 minutes, up to ${withUnit(Math.max(...drawn.map(({ value }) => value)), how.unit)}`;
+                note.textContent += `, up to ${withUnit(Math.max(...drawn.map(({ value }) => value)), how.unit)}`;
             ground.setAttribute("aria-label", `${title}, now ${newest.textContent}`);
         },
     };

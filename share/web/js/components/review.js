@@ -53,7 +53,7 @@ function outcomeOf(answer) {
 }
 
 function showFailure(shown, answer) {
-    shown.element.querySelector(".commit-options").remove();
+    shown.element.querySelector(".commit-options")?.remove();
     shown.body.replaceChildren(
         h("p", { class: "notice strong" }, icon("warning"), h("span", {}, "It failed, and everything is as it was before.")),
         errorList(errorsOf(answer)), answer.actions?.length > 0 ? actionList(answer.actions) : "");
@@ -85,13 +85,19 @@ function refused(shown, error) {
     shown.body.scrollTop = 0;
 }
 
+function refusal(errors) {
+    return h("div", { class: "refusal" }, h("p", {}, "The appliance refuses these; mend them first:"), errorList(errors));
+}
+
 function sections(answer, errors, secrets) {
     const taken = (name) => state.drafts.has(name) ? h("button", { type: "button", class: "link", click: (event) => {
         discard([name]);
         event.target.closest("li").remove();
     } }, "Leave out") : h("span");
+    if (errors.size > 0 && (answer.changes ?? []).length === 0)
+        return [refusal(errors)];
     return [
-        errors.size > 0 && h("div", { class: "refusal" }, h("p", {}, "The appliance refuses these:"), errorList(errors)),
+        errors.size > 0 && refusal(errors),
         h("h3", {}, plural(answer.changes?.length ?? 0, "change")),
         changeTable(answer.changes ?? [], taken),
         secrets.length > 0 && h("p", { class: "help" }, `And ${plural(secrets.length, "secret")} that ${secrets.length === 1 ? "was" : "were"} set before.`),
@@ -138,7 +144,8 @@ export async function review() {
     }, { kind: "primary", symbol: icon("check") });
     go.disabled = errors.size > 0;
     shown.body.replaceChildren(...[move && moveNotice(move), othersNote(), sections(answer, errors, secretsWait())].flat(Infinity).filter(Boolean));
-    shown.foot.before(given.element);
+    if (!go.disabled)
+        shown.foot.before(given.element);
     shown.foot.replaceChildren(button("Back to editing", () => shown.close()), go);
     (go.disabled ? shown.foot.firstElementChild : go).focus();
     return shown.closed;

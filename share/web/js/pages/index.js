@@ -2,13 +2,16 @@
 
 import { state } from "../state.js";
 import { title } from "../words.js";
+import { accountsPage } from "./accounts.js";
 import { historyPage } from "./history.js";
 import { missingPage } from "./missing.js";
+import { presetsPage } from "./presets.js";
+import { profilesPage } from "./profiles.js";
 import { settingsPage } from "./settings.js";
 import { transferPage } from "./transfer.js";
 import { wizardPage } from "./wizard.js";
 
-const OWN = { history: historyPage, transfer: transferPage, wizard: wizardPage };
+const OWN = { accounts: accountsPage, history: historyPage, presets: presetsPage, profiles: profilesPage, transfer: transferPage, wizard: wizardPage };
 
 /** Shows the page of the parts of an address at place. current() tells whether the page is still wanted. Returns how to leave it. */
 export async function showPage(place, [kind, id, found], current) {
