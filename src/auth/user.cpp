@@ -1,6 +1,7 @@
 #include "auth/user.h"
 
 #include "auth/stored_password.h"
+#include "auth/user_document.h"
 #include "base/limits.h"
 #include "base/options.h"
 #include "base/text.h"
@@ -8,6 +9,7 @@
 #include "platform/log.h"
 #include "platform/password_hash.h"
 #include "store/hdf_file.h"
+#include "store/meta.h"
 
 #include <algorithm>
 #include <charconv>
@@ -113,36 +115,15 @@ void take(const Tree &both)
     userDB = std::move(users);
 }
 
-bool is_blank(char c)
+// A user whom the document gives a group that there is not.
+std::optional<std::string> user_without_group(const Tree &document, const Tree &next)
 {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-// A value that one line of an HDF file gives back as it is.
-bool is_line_value(std::string_view value)
-{
-    return value.empty() || (!is_blank(value.front()) && !is_blank(value.back()) && is_one_line(value));
-}
-
-// One entry that the user file cannot hold would keep every later change from being written.
-bool can_be_written(Node node)
-{
-    if (!is_line_value(node.text()) || node.text().size() > kMaxValueBytes)
-        return false;
-    for (const Node child : node) {
-        if (!can_be_written(child))
-            return false;
+    for (const Node user : document.find("User")) {
+        const auto group = user.get("group");
+        if (group && !find_group(next, *group))
+            return std::string(user.name());
     }
-    return true;
-}
-
-bool can_be_imported(Node subtree)
-{
-    for (const Node entry : subtree) {
-        if (!is_user_name(entry.name()))
-            return false;
-    }
-    return can_be_written(subtree);
+    return std::nullopt;
 }
 
 std::set<std::string> children_of(Node node)
@@ -191,6 +172,25 @@ bool may_change(unsigned rights, const Tree &next, const std::set<std::string> &
     return true;
 }
 
+// The administration that a user may do; none without a password to log in with.
+unsigned administration(const Tree &groups, const Tree &users, const std::string &name)
+{
+    return find_user(users, name).get("passwd") ? mask_of_user(groups, users, name) & kLevel1Bits : 0;
+}
+
+// False when nobody would be left who may do all that one of the administrators may do now: there would be no
+// way back but the user file.
+bool keeps_administrators(const Tree &next)
+{
+    const std::set<std::string> after = children_of(next.find("User"));
+    return std::ranges::all_of(children_of(userDB.find("User")), [&](const std::string &name) {
+        const unsigned now = administration(groupDB, userDB, name);
+        return now == 0 || std::ranges::any_of(after, [&](const std::string &other) {
+                   return is_within(administration(next, next, other), now);
+               });
+    });
+}
+
 // Makes `next` the users and groups, when the caller may do that and the user file takes it.
 const char *change_to(const Tree &next, unsigned rights, const std::set<std::string> &named)
 {
@@ -200,6 +200,8 @@ const char *change_to(const Tree &next, unsigned rights, const std::set<std::str
     }
     if (!may_change(rights, next, named))
         return API_E_INVALID_PERMISSION;
+    if (!keeps_administrators(next))
+        return kNoAdministrator;
     const FileResult written = hdf_write_file(user_file.path, next.root(), FileKind::secret);
     if (!written.changed)
         return kUserFileError;
@@ -305,7 +307,7 @@ const char *user_passwd_error(std::string_view password)
 {
     if (password.size() > (hash_passwords ? kMaxHashedPasswordBytes : kMaxValueBytes))
         return API_E_INVALID_PASSWORD_TOO_LONG;
-    return is_line_value(password) ? nullptr : API_E_INVALID_PASSWORD_CHARACTER;
+    return is_user_file_value(password) ? nullptr : API_E_INVALID_PASSWORD_CHARACTER;
 }
 
 const char *user_set_group(unsigned rights, std::string_view name, std::string_view group)
@@ -361,29 +363,25 @@ const char *user_remove(unsigned rights, std::string_view name)
     return change_to(next, rights, {std::string(name)});
 }
 
-const char *user_import(unsigned rights, const HdfRead &read, Tree fresh)
+const char *user_import(unsigned rights, HdfRead &read, Tree fresh)
 {
     if (read.result == HdfResult::missing)
         return "##Specify a file to import#";
-    const char *format_error = "##Error in file format#";
-    if (read.result == HdfResult::error) {
+    if (read.result == HdfResult::ok)
+        read.detail = user_document_error(fresh);
+    if (read.result == HdfResult::error || !read.detail.empty()) {
         qv_log_print(kLogError, "Can not import users: %s\n", read.detail.c_str());
-        return format_error;
+        return "##Error in file format#";
     }
-    const Node groups = fresh.find("Group");
-    const Node users = fresh.find("User");
-    if (!can_be_imported(groups) || !can_be_imported(users)) {
-        qv_log_print(kLogError, "Can not import users: a name or a value that the user file can not hold\n");
-        return format_error;
-    }
-    if (!groups && !users)
-        return nullptr;
-    const std::set<std::string> named = children_of(users);
     hash_passwords_of(fresh);
     Tree next = groups_and_users();
     copy_subtree(fresh, "Group", next);
     copy_subtree(fresh, "User", next);
-    return change_to(next, rights, named);
+    if (const auto user = user_without_group(fresh, next)) {
+        read.detail = "of user " + *user;
+        return API_E_INVALID_GROUP;
+    }
+    return change_to(next, rights, children_of(fresh.find("User")));
 }
 
 Tree user_shown_to(unsigned rights)

@@ -73,6 +73,9 @@ const char *user_passwd_error(std::string_view password);
 
 inline constexpr char kUserFileError[] = "##Can not write user file#";
 
+/// Nobody with a password would be left who may do all of the administration that one may do now.
+inline constexpr char kNoAdministrator[] = "##No administrator would be left#";
+
 /// Sets the group, creating the user when needed. Errors: a bad name, an unknown group.
 const char *user_set_group(unsigned rights, std::string_view name, std::string_view group);
 
@@ -99,8 +102,9 @@ const char *user_remove(unsigned rights, std::string_view name);
 
 /// Merges the users and groups of what a client named or sent (store/hdf_file.h), and is the callee's from
 /// then on, into the present ones. Hashes are taken as they are, plain passwords like new ones; lets go of
-/// the command lock for that. Errors: no such file; a file that is no user file.
-const char *user_import(unsigned rights, const HdfRead &read, Tree fresh);
+/// the command lock for that. Errors: no such file; a file that is no user file, or holds anything else; a
+/// group that there is not. `read.detail` says then what is wrong.
+const char *user_import(unsigned rights, HdfRead &read, Tree fresh);
 
 /// The users as the caller may see them: passwords of those who may do more than he read "*******".
 Tree user_shown_to(unsigned rights);

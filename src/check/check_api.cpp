@@ -33,6 +33,7 @@ class ApiCheck {
         check_writer();
         check_formats();
         check_secret();
+        check_metric();
         if (!api_.own("help"))
             add(Kind::no_help, "there is no help: the help pages leave it out");
     }
@@ -218,6 +219,17 @@ class ApiCheck {
         const bool is_blank = reader_ && reader_->attr == ReadAttr::unused; // shows stars, or nothing
         if (sounds_secret && !is_password && may_be_set() && !is_blank)
             add(Kind::untyped_secret, "type", "the name speaks of a secret, the type is no password");
+    }
+
+    void check_metric()
+    {
+        const auto metric = api_.own("metric");
+        const auto type = api_.get("type");
+        if (metric && metric != "gauge" && metric != "counter")
+            add(Kind::bad_metric, "metric", "metric is " + quote(*metric) + ", neither gauge nor counter");
+        else if (metric && !(type && has_numbers(*type)))
+            add(Kind::bad_metric, "metric",
+                "a metric is a number, and the type is " + quote(type.value_or("")));
     }
 
     Report &report_;

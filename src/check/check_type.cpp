@@ -134,6 +134,14 @@ Mistakes type_mistakes(std::string_view type, bool is_source)
     return mistakes;
 }
 
+bool has_numbers(std::string_view type)
+{
+    return std::ranges::any_of(parse_type(type), [](const TypeWords &words) {
+        const CheckRow *row = known_type(words.front());
+        return row && row->takes == Takes::numbers;
+    });
+}
+
 std::optional<std::string> type_refusal(std::string_view type, std::string_view api, std::string_view value)
 {
     std::string error;

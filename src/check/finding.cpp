@@ -29,6 +29,8 @@ constexpr KindRow kKinds[] = {
     {Kind::bad_value, "bad-value", kError, "a value that is too long or has several lines"},
     {Kind::bad_switch, "bad-switch", kError, "\"dynamic\" or \"private\" that is neither true nor false"},
     {Kind::bad_timeout, "bad-timeout", kError, "a \"timeout\" that is no number of seconds"},
+    {Kind::bad_metric, "bad-metric", kError,
+     "a \"metric\" that is neither gauge nor counter, or whose API has no numbers"},
     {Kind::bad_path, "bad-path", kError, "a file that is no absolute path"},
     {Kind::unknown_type, "unknown-type", kError, "a type that does not exist: it refuses every value"},
     {Kind::type_arguments, "type-arguments", kError, "missing, superfluous or wrong arguments of a type"},

@@ -29,6 +29,7 @@ enum class Kind {
     bad_value,
     bad_switch,
     bad_timeout,
+    bad_metric,
     bad_path,
     // Types
     unknown_type,

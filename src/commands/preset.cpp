@@ -372,16 +372,15 @@ int preset_from_export(Request &request, Args &argv, std::FILE *out)
     const HdfRead read = read_import(request, file, imported);
     if (read.result == HdfResult::missing)
         return refuse(out, missing_import(file, ("##Can not find import file " + file + "#").c_str()));
-    const int before = preset_current();
-    const PresetImport result =
-        read.result == HdfResult::ok ? preset_import(imported) : PresetImport::no_good;
-    publish_current(before);
-    if (result == PresetImport::no_good) {
-        const std::string detail = read.detail.empty() ? "it has none, or a control character" : read.detail;
+    const std::string wrong = read.result == HdfResult::ok ? preset_document_error(imported) : read.detail;
+    if (read.result == HdfResult::error || !wrong.empty()) {
         qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
-        qv_log_print(kLogError, "Can not import presets from %s: %s\n", file.c_str(), detail.c_str());
-        return refuse(out, import_error(file, API_E_IMPORT_FAILED, detail));
+        qv_log_print(kLogError, "Can not import presets from %s: %s\n", file.c_str(), wrong.c_str());
+        return refuse(out, import_error(file, API_E_IMPORT_FAILED, wrong));
     }
+    const int before = preset_current();
+    const PresetImport result = preset_import(imported);
+    publish_current(before);
     note_event(request);
     publish("Preset", "import");
     if (result == PresetImport::done)

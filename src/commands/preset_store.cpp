@@ -137,6 +137,15 @@ std::optional<FileChange> new_file(const std::string &path, Node node)
     return std::nullopt;
 }
 
+bool has_file(std::string_view number)
+{
+    for (int each = 1; each <= preset_max_num; ++each) {
+        if (number == std::to_string(each))
+            return true;
+    }
+    return false;
+}
+
 // Presets 1 up to the first that is not in memory or has no file.
 void count_presets()
 {
@@ -335,14 +344,28 @@ bool preset_export(const std::string &path)
     return file && log_failure("write", file->path, replace_named_file(file->path, file->text, file->mode));
 }
 
-PresetImport preset_import(Tree &imported)
+std::string preset_document_error(Tree &imported)
 {
     strip_line_ends(imported);
-    bool found = imported.get(kCurrent).has_value();
-    for (int number = 1; number <= kMaxPresets; ++number)
-        found |= static_cast<bool>(imported.find(preset_name(number)));
-    if (!found || !has_only_values(imported.root()))
-        return PresetImport::no_good;
+    const Node presets = imported.find("Preset");
+    if (!presets.first_child())
+        return "there are no presets in it";
+    for (const Node node : imported.root()) {
+        if (!(node == presets) || node.value())
+            return std::string(node.name()) + " belongs to no preset";
+    }
+    for (const Node node : presets) {
+        const std::string name = join_name("Preset", node.name());
+        if (name == kCurrent ? !node.is_leaf() : node.value().has_value())
+            return name + " belongs to no preset";
+        if (name != kCurrent && !has_file(node.name()))
+            return "there is no preset " + std::string(node.name()) + " here (preset.store makes one)";
+    }
+    return has_only_values(imported.root()) ? "" : "a value has a control character, or is too long";
+}
+
+PresetImport preset_import(const Tree &imported)
+{
     std::vector<FileChange> files;
     for (int number = 1; number <= preset_max_num; ++number) {
         Tree merged = preset_copy(number);
@@ -357,15 +380,12 @@ PresetImport preset_import(Tree &imported)
     const std::vector<FileResult> results = store_files(files);
     if (imported.get(kCurrent) && results.back().changed)
         presetDB.set(kCurrent, std::to_string(current_in(imported)));
-    for (int number = 1; number <= kMaxPresets; ++number) {
-        const bool has_file = number <= preset_max_num;
-        if (has_file && !results[static_cast<std::size_t>(number) - 1].changed)
+    for (int number = 1; number <= preset_max_num; ++number) {
+        if (!results[static_cast<std::size_t>(number) - 1].changed)
             continue;
         presetDB.root().merge(preset_name(number), imported.find(preset_name(number)));
-        if (has_file)
-            in_file[number] = preset_copy(number);
+        in_file[number] = preset_copy(number);
     }
-    count_presets();
     if (!std::ranges::all_of(results, &FileResult::changed))
         return PresetImport::not_saved;
     const auto flushed = [](const FileResult &result) { return result.error == 0; };

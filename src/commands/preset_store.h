@@ -57,11 +57,16 @@ std::optional<std::string> preset_document();
 /// written.
 bool preset_export(const std::string &path);
 
+/// Why such a document cannot be imported; empty when it can. It holds nothing, something that is no preset's
+/// and so in no file, a preset that there is not, or a value with a control character. Line ends of its
+/// blocks are taken off.
+std::string preset_document_error(Tree &imported);
+
 /// Puts the presets and the current number of such a document over those in memory and in the files that
-/// there are. Nothing is changed when it holds neither or a value with a control character (no_good), or when
-/// a file cannot be written, which is logged (not_saved); a disk that fails in the middle leaves some presets
-/// changed, in memory as in their files. not_flushed: all change, but a power failure may undo it.
-enum class PresetImport { done, no_good, not_saved, not_flushed };
-PresetImport preset_import(Tree &imported);
+/// there are. Nothing is changed when a file cannot be written, which is logged (not_saved); a disk that
+/// fails in the middle leaves some presets changed, in memory as in their files. not_flushed: all change, but
+/// a power failure may undo it.
+enum class PresetImport { done, not_saved, not_flushed };
+PresetImport preset_import(const Tree &imported);
 
 } // namespace qvcd

@@ -59,6 +59,9 @@ const CommandRecord userRecord = {
         "has more, or exports that one's password.\n"
         "##Password too long#, ##Invalid password character#: a password has at most 1023 bytes, no control "
         "character, and no blank at its ends; the old one stays.\n"
+        "##No administrator would be left#: nobody with a password could do all that the administrators "
+        "can do now.\n"
+        "##Error in file format#: what is imported holds no users and groups, or anything else.\n"
         "##Can not write user file#: nothing has changed, and the log says why.\n"
         "The result is 0 even then: look for the hash marks.",
     .description =
@@ -163,7 +166,7 @@ int user_import_file(Request &request, Args &argv, std::FILE *out)
     }
     const DocumentImport turn(*file);
     Tree fresh = Tree::make();
-    const HdfRead read = turn.may_run() ? read_import(request, *file, fresh) : HdfRead();
+    HdfRead read = turn.may_run() ? read_import(request, *file, fresh) : HdfRead();
     const char *error = DocumentImport::kRefusal;
     if (turn.may_run() && read.result == HdfResult::missing && Document::is_meant_by(*file))
         error = kNoDocument;

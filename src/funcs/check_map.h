@@ -25,10 +25,13 @@ enum class TypeArguments {
     family,  ///< none, or 4 or 6
 };
 
+enum class Takes { text, numbers };
+
 struct CheckRow {
     std::string_view name;
     CheckFunction *check;
     TypeArguments arguments = TypeArguments::none;
+    Takes takes = Takes::text;
 };
 std::span<const CheckRow> type_rows(); ///< all types; the first one stands for those that are missing
 

@@ -60,7 +60,7 @@ constexpr ReadRow rfuncCmdMap[] = {
     {"info_get_currenttime", info_get_currenttime, ReadFile::unused, ReadAttr::words, "string timecode"},
     {"info_get_sysinfo", info_get_sysinfo, ReadFile::unused, ReadAttr::words,
      "all avg1min avg5min avg15min totalram used freeram sharedram bufferram numberprocs"},
-    {"info_get_uptime", info_get_uptime, ReadFile::unused, ReadAttr::words, "all day hr min"},
+    {"info_get_uptime", info_get_uptime, ReadFile::unused, ReadAttr::words, "all day hr min seconds"},
     {"info_get_temperature", info_get_temperature},
     {"uplink_rfunc", uplink_rfunc},
     {"network_rfunc", network_rfunc, ReadFile::unused, ReadAttr::words,

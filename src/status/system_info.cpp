@@ -76,6 +76,8 @@ std::optional<std::string> uptime_text(long seconds, std::string_view attr)
         return print_text("%2ld", hours);
     if (attr == "min")
         return print_text("%02ld", minutes);
+    if (attr == "seconds")
+        return std::to_string(seconds);
     return std::nullopt;
 }
 

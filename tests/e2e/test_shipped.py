@@ -34,8 +34,13 @@ def test_every_api_tells_its_value_and_what_it_is(shipped):
     shown = {name for name in types if SECRET.search(name) and "password" not in types[name]}
     assert shown == {"System.Factory.support_key", "Network.CurrentSettings.Interfaces.Wlan0.passphrase",
                      "VideoStreamer.Info.viewer_password"}  # their readers give stars
-    pages = {line.removeprefix("NAME").strip() for line in shipped.command("help.api").lines if line.startswith("NAME")}
-    assert set(types) - pages == set()
+    texts = "\n".join(shipped.command("help.api").lines).split("\nNAME ")[1:]
+    pages = {text.split()[0]: "\nDESCRIPTION\n" in text for text in texts}
+    assert set(types) - set(pages) == set()
+    settings = {name for name in pages if not re.search(r"\.(Info|CurrentSettings|BoardDefaults)\.", name)}
+    assert {name for name in settings if not pages[name]} == {"Tally.state"}
+    metrics = [name for name in values if shipped.command(f"metav metric {name}").lines in (["gauge"], ["counter"])]
+    assert len(metrics) >= 30 and not [name for name in metrics if not re.fullmatch(r"-?\d+(\.\d+)?|n/a|", values[name].strip())]
 
 
 def test_pages_name_what_there_is_and_leave_nothing_out(shipped):

@@ -27,7 +27,7 @@ inline constexpr unsigned kViewer = 0x0077;
 inline const char *import_users(unsigned rights, const std::string &path)
 {
     Tree fresh = Tree::make();
-    const HdfRead read = hdf_read_foreign_file(path, fresh);
+    HdfRead read = hdf_read_foreign_file(path, fresh);
     return user_import(rights, read, std::move(fresh));
 }
 

@@ -159,12 +159,26 @@ TEST_F(UserTest, NobodyGivesMoreThanHeHasOrTouchesWhoHasMore)
 
 TEST_F(UserTest, ImportIsAllOrNothing)
 {
+    constexpr char kFormat[] = "##Error in file format#";
     const std::pair<const char *, const char *> rows[] = {
-        {"User.new.group = 1\nUser.admin.passwd << EOM\nx\nEOM\n", "##Error in file format#"},
-        {"User.new.group = 1\nUser {\n", "##Error in file format#"},
-        {"Group.1.perm = 7\n#include \"/etc/user.conf\"\n", "##Error in file format#"},
-        {"Other.new.group = 1\n", nullptr},
-        {"", nullptr},
+        {"User.new.group = 1\nUser.admin.passwd << EOM\nx\nEOM\n", kFormat},
+        {"User.new.group = 1\nUser {\n", kFormat},
+        {"Group.1.perm = 7\n#include \"/etc/user.conf\"\n", kFormat},
+        {"Other.new.group = 1\n", kFormat},
+        {"", kFormat},
+        {"User {\n}\n", kFormat},
+        {"User.new.group = 1\nUser.new {\n}\nUser.empty {\n}\n", kFormat},
+        {"User.new.group = 1\nUser.new.group.more = 1\n", kFormat},
+        {"User.new.group = 1\nUser.new.colour = red\n", kFormat},
+        {"User.new.group = 1\nGroup.1.passwd = x\n", kFormat},
+        {"User.new.group = 1\nGroup.1.perm = admin\n", kFormat},
+        {"User.new.group = 1\nGroup.1.perm = 17777\n", kFormat},
+        {"User.new.group = 1\nEnc.rate = 1\n", kFormat},
+        {"User.new.group = 9\n", API_E_INVALID_GROUP},
+        // The last one who could mend it: by himself, by his group, and though others have the right on
+        // paper.
+        {"User.new.group = 1\nUser.admin.group = 2\n", kNoAdministrator},
+        {"User.new.group = 1\nGroup.1.perm = 477\n", kNoAdministrator},
     };
     for (const auto &[text, error] : rows) {
         EXPECT_STREQ(error, import_users(kRoot, appliance_root().write("tmp/users", text))) << text;
@@ -173,6 +187,8 @@ TEST_F(UserTest, ImportIsAllOrNothing)
         EXPECT_EQ(0x777U, user_get_perm("admin")) << text;
         EXPECT_EQ(kUserFile, user_file()) << text;
     }
+    EXPECT_STREQ(kNoAdministrator, user_set_group(kRoot, "admin", "2"));
+    EXPECT_STREQ(kNoAdministrator, user_remove(kRoot, "admin"));
     const char *const part = "Group.2.perm = 44\nUser.admin.passwd = other\nUser.new.group = 2\n";
     EXPECT_EQ(nullptr, import_users(kRoot, appliance_root().write("tmp/users", part)));
     ASSERT_EQ(0, user_load_db_file(qv_device_file("/etc/user.conf")));
@@ -180,6 +196,9 @@ TEST_F(UserTest, ImportIsAllOrNothing)
     EXPECT_EQ(0x44U, user_get_perm("new"));
     EXPECT_EQ("first", user_get_default("admin")) << "what it does not say stays";
     EXPECT_EQ("a b", user_get_passwd("viewer"));
+    EXPECT_EQ(nullptr,
+              import_users(kRoot, appliance_root().write("tmp/users", "User.new.group = 1\nUser.new."
+                                                                      "passwd = x\nUser.admin.group = 2\n")));
 }
 
 TEST_F(UserTest, ExportIsReplacedAndSecret)

@@ -232,8 +232,7 @@ TEST_F(PresetTest, ImportRewritesTheFilesThatExist)
 {
     start();
     ask("preset.export /tmp-export");
-    write("import",
-          "Preset {\n  current = 2x\n  1.Config.name = uno\n  2.Enc.rate = 21\n  3.Enc.rate = 31\n}\n");
+    write("import", "Preset {\n  current = 2x\n  1.Config.name = uno\n  2.Enc.rate = 21\n}\n");
     EXPECT_EQ(reply("preset.import /import"), "");
     EXPECT_EQ(conf(), "Preset.current=2");
     EXPECT_EQ(preset(1), "Config.name=uno\nConfig.desc=First %s\nEnc.rate=10\nEnc.text=plain\n");
@@ -242,8 +241,14 @@ TEST_F(PresetTest, ImportRewritesTheFilesThatExist)
     EXPECT_EQ(reply("preset.import /tmp-export"), "");
     EXPECT_EQ(preset(1) + preset(2), std::string(kFirst) + kSecond);
     const std::string before = reply("preset.export");
-    for (const char *text : {"", "Preset.current = 2\nPreset {\n",
-                             "Preset.current = 2\nPreset.1.Enc.text << EOM\ntwo\nlines\nEOM\n"}) {
+    for (const char *text :
+         {"", "Preset.current = 2\nPreset {\n",
+          "Preset.current = 2\nPreset.1.Enc.text << EOM\ntwo\nlines\nEOM\n",
+          // What no file of theirs can hold.
+          "Preset.1.Enc.rate = 7\nPreset.3.Enc.rate = 31\n",
+          "Preset.1.Enc.rate = 7\nPreset.01.Enc.rate = 31\n", "Preset.1.Enc.rate = 7\nPreset.1 = x\n",
+          "Preset.1.Enc.rate = 7\nPreset.current.x = 1\n", "Preset.1.Enc.rate = 7\nPreset = x\n",
+          "Preset.1.Enc.rate = 7\nEnc.rate = 8\n"}) {
         write("import", text);
         EXPECT_EQ(reply("preset.import /import"), "##Import failed#\n") << text;
     }

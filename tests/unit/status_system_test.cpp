@@ -62,6 +62,7 @@ TEST_F(SystemInfoTest, Times)
     EXPECT_EQ(uptime_text(2 * 86400 + 82800, "all"), "2 days, 23:00");
     EXPECT_EQ(uptime_text(90061, "all"), "1 day,  1:01");
     EXPECT_EQ(*uptime_text(90061, "day") + *uptime_text(90061, "hr") + *uptime_text(90061, "min"), "1 101");
+    EXPECT_EQ(uptime_text(90061, "seconds"), "90061");
     std::tm time{};
     time.tm_year = 124;
     time.tm_mon = 1;
