@@ -8,10 +8,6 @@ import { state } from "../state.js";
 
 const OWN = [
     { id: "history", title: "History" },
-    { id: "profiles", title: "Saved profiles", symbol: "profiles" },
-    { id: "presets", title: "Presets", admin: true },
-    { id: "accounts", title: "Log-ins and passwords", admin: true },
-    { id: "transfer", title: "Export and import" },
     { id: "wizard", title: "Set-up wizard", admin: true },
 ];
 
@@ -28,7 +24,7 @@ function mark(page) {
         const waits = [...state.modified.keys(), ...state.unapplied.keys()].some((name) => names.has(name));
         dot.hidden = drafts === 0 && !waits;
         dot.className = `nav-mark ${drafts > 0 ? "edited" : "modified"}`;
-        dot.replaceChildren(h("span", { class: "hidden-text" }, drafts > 0 ? " (edited)" : " (changes wait)"));
+        dot.replaceChildren(dot.hidden ? "" : h("span", { class: "hidden-text" }, drafts > 0 ? " (edited)" : " (changes wait)"));
     };
     update();
     return { dot, update };
