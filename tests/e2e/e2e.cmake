@@ -46,3 +46,8 @@ qvcd_e2e_test(NAME network)
 qvcd_e2e_test(NAME selfdesc)
 qvcd_e2e_test(NAME snapshots TIMEOUT 300)
 qvcd_e2e_test(NAME waiting CONCURRENT)
+
+# Those that wait longest begin first.
+foreach(name tls changes_page commit cut_off crowd waiting)
+  set_tests_properties(e2e.${name} PROPERTIES COST 100)
+endforeach()
