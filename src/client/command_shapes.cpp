@@ -46,7 +46,7 @@ constexpr CommandShape kShapes[] = {
     {"find", nothing, nothing},
     {"version", nothing, nothing},
     {"failures", names, names, "-j"},
-    {"completion", nothing, nothing, "", "bash"},
+    {"completion", nothing, nothing, "", "bash fish zsh"},
     {"meta.get", names, names},
     {"user.add", nothing, user_groups},
     {"user.mod", users, user_groups},

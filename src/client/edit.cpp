@@ -12,6 +12,7 @@
 #include "client/local_commands.h"
 #include "client/reply.h"
 #include "client/terminal_text.h"
+#include "client/type_words.h"
 #include "platform/fd.h"
 #include "qvclient/connect.h"
 
@@ -107,7 +108,7 @@ std::string set_one(const Options &options, const std::string &name, const std::
     }
     std::string why(parse_reply_line(line).error.value_or("no right to set it"));
     const std::string allowed = allowed_values(options, name);
-    return allowed.empty() ? why : why + "; it takes " + allowed;
+    return allowed.empty() ? why : why + "; " + sentence_on("it", allowed);
 }
 
 // Sets what can be set; what cannot is in `refusals`, and stays in `edited.values`. False when the daemon is

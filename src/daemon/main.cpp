@@ -49,6 +49,7 @@ constexpr std::chrono::seconds kStartUpShellTime{30}; // for all shell commands 
 
 volatile std::sig_atomic_t run = 1;
 volatile std::sig_atomic_t caught_signal = 0;
+volatile std::sig_atomic_t hung_up = 0;
 
 // Logging is not safe inside a signal handler: the main loop writes the line when the sleep returns.
 void signal_shutdown(int signal)
@@ -57,22 +58,28 @@ void signal_shutdown(int signal)
     run = 0;
 }
 
-// SIGINT is blocked in every thread but inside the main loop's sleep, so that it always interrupts that
-// sleep.
-sigset_t only_sigint()
+void signal_reopen(int)
 {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    return set;
+    hung_up = 1;
 }
+
+// They are blocked in every thread but inside the main loop's sleep, so that they always interrupt that
+// sleep.
+constexpr struct {
+    int signal;
+    void (*handler)(int);
+} kHandled[] = {{SIGINT, signal_shutdown}, {SIGHUP, signal_reopen}};
 
 void install_signals()
 {
-    struct sigaction action {};
-    action.sa_handler = signal_shutdown;
-    sigaction(SIGINT, &action, nullptr);
-    const sigset_t blocked = only_sigint();
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const auto &[signal, handler] : kHandled) {
+        struct sigaction action {};
+        action.sa_handler = handler;
+        sigaction(signal, &action, nullptr);
+        sigaddset(&blocked, signal);
+    }
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL); // who starts us may ignore it; then nobody could wait for a command
@@ -199,10 +206,15 @@ void main_loop()
 {
     sigset_t open;
     pthread_sigmask(SIG_BLOCK, nullptr, &open);
-    sigdelset(&open, SIGINT);
+    for (const auto &one : kHandled)
+        sigdelset(&open, one.signal);
     while (run) {
         const timespec hour{kAliveSeconds, 0};
         pselect(0, nullptr, nullptr, nullptr, &hour, &open);
+        if (hung_up) {
+            hung_up = 0;
+            qv_log_reopen();
+        }
         if (caught_signal)
             qv_log_print(kLogDebug, "Signal %d caught, shutting down\n", static_cast<int>(caught_signal));
         qv_log_print(kLogInfo, "alive\n");

@@ -15,6 +15,7 @@
 #include <mutex>
 #include <string_view>
 #include <syslog.h>
+#include <utility>
 
 namespace qvcd {
 
@@ -34,7 +35,8 @@ struct Log {
     bool to_stderr = false;
     bool to_syslog = false;
     Fd file;
-    std::string identity; // openlog(3) keeps the pointer
+    std::string file_name; // empty: no file
+    std::string identity;  // openlog(3) keeps the pointer
     LogBudget budget;
 };
 
@@ -87,6 +89,16 @@ void append_time(std::string &line)
     localtime_r(&now, &local);
     std::array<char, 32> text{};
     line.append(text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S ", &local));
+}
+
+Fd open_file(const std::string &name)
+{
+    return Fd(::open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kLogFileMode));
+}
+
+std::string cannot_open(const std::string &name)
+{
+    return "cannot open the log file " + name + ": " + std::strerror(errno);
 }
 
 // A log that cannot be written has nobody to be told.
@@ -193,11 +205,11 @@ void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool 
     log.to_stderr = debug;
     log.identity = identity ? identity : "";
     log.file.reset();
+    log.file_name = file ? file : "";
     if (file) {
-        log.file.reset(::open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kLogFileMode));
+        log.file = open_file(log.file_name);
         if (!log.file)
-            write_all(STDERR_FILENO, log.identity + ": cannot open the log file " + file + ": " +
-                                         std::strerror(errno) + "\n");
+            write_all(STDERR_FILENO, log.identity + ": " + cannot_open(log.file_name) + "\n");
     }
     if (log.to_syslog)
         ::closelog();
@@ -206,6 +218,19 @@ void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool 
         ::openlog(log.identity.c_str(), LOG_PID, LOG_DAEMON);
     const auto index = static_cast<std::size_t>(std::clamp(level, 0, 4));
     detail::log_threshold.store(kThresholds[index], std::memory_order_relaxed);
+}
+
+void qv_log_reopen()
+{
+    Log &log = the_log();
+    const std::lock_guard lock(log.mutex);
+    if (log.file_name.empty())
+        return;
+    Fd file = open_file(log.file_name);
+    if (file)
+        log.file = std::move(file);
+    else if (qv_log_wants(kLogError))
+        write_line_locked(log, kLogError, cannot_open(log.file_name));
 }
 
 void qv_log_print(int priority, const char *format, ...)
@@ -236,6 +261,7 @@ void qv_log_stop()
     detail::log_threshold.store(-1, std::memory_order_relaxed);
     log.to_stderr = false;
     log.file.reset();
+    log.file_name.clear();
     if (log.to_syslog)
         ::closelog();
     log.to_syslog = false;

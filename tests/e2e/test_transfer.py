@@ -85,7 +85,8 @@ def test_backup_and_restore_from_here(a, tmp_path, tcp):
     # What is no path of the daemon's is not taken for one; without a pipe the old meaning holds.
     code, _, message = qvc(a, "import", "backup.hdf", tcp=tcp)
     assert code == 2 and "-l backup.hdf" in message
-    assert qvc(a, "import", tcp=tcp)[:2] == (1, b"##Import failed#\n")
+    code, said, message = qvc(a, "import", tcp=tcp)
+    assert (code, said) == (1, b"##Import failed#\n") and "say: import -l FILE; without one the daemon reads" in message
     assert qvc(a, "export", "/tmp/there", tcp=tcp)[0] == 0 and a.path("/tmp/there").exists()
     assert qvc(a, "import", stdin=b"\n", tcp=tcp)[0] == 2
     code, said, _ = qvc(a, "import", stdin=b"A {\n", tcp=tcp)
