@@ -7,7 +7,7 @@ set -euo pipefail
 build_packages=(
     g++ cmake ninja-build pkg-config ccache
     libnl-3-dev libnl-route-3-dev libcurl4-openssl-dev libssl-dev libcrypt-dev
-    libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev
+    libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev libboost-dev
     libgtest-dev libgmock-dev
     tzdata
 )

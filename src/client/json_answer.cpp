@@ -1,9 +1,6 @@
 #include "client/json_answer.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
-#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -12,6 +9,7 @@
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 #include "qvclient/reply.h"
+#include "qvclient/typed_value.h"
 
 namespace qvcd::client {
 
@@ -20,14 +18,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kMostNames = 99; // that one command takes
-
-template <typename Number>
-bool parse_whole(const std::string &text, Number &number)
-{
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return !text.empty() && result.ec == std::errc() && result.ptr == end;
-}
 
 bool is_name(std::string_view name)
 {
@@ -85,23 +75,6 @@ std::map<std::string, std::string> types_in(const Options &options, const std::s
 }
 
 } // namespace
-
-Json typed_value(std::string_view type, const std::string &value)
-{
-    const bool is_flag = type.starts_with("boolean");
-    if (is_flag && (value == "0" || value == "1"))
-        return value == "1";
-    std::int64_t whole = 0;
-    const bool is_integer =
-        type.starts_with("integer") || type.starts_with("signed_integer") || type.starts_with("portnumber");
-    const bool is_plain = value == "0" || !(value.starts_with('0') || value.starts_with("-0"));
-    if (is_integer && is_plain && parse_whole(value, whole))
-        return whole;
-    double real = 0;
-    if (type.starts_with("float") && parse_whole(value, real) && std::isfinite(real))
-        return real;
-    return value;
-}
 
 std::map<std::string, std::string> types_of(const Options &options, const std::vector<std::string> &names)
 {

@@ -21,9 +21,6 @@ std::string json_answer(const Options &options, const Words &words, const std::v
 /// The types of settings, as `introspect` says them.
 std::map<std::string, std::string> types_of(const Options &options, const std::vector<std::string> &names);
 
-/// The value as a boolean or a number, where a setting of this type holds one; else as a text.
-nlohmann::ordered_json typed_value(std::string_view type, const std::string &value);
-
 /// Puts into "errors" what these lines say that is wrong, and when the reply had no line at all why that may
 /// be.
 void add_errors(nlohmann::ordered_json &json, const Options &options, const Words &words,

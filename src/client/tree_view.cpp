@@ -7,6 +7,7 @@
 #include "client/screen.h"
 #include "client/settings.h"
 #include "client/terminal_text.h"
+#include "qvclient/typed_value.h"
 
 namespace qvcd::client {
 

@@ -153,9 +153,10 @@ int command_logout(Request &request, Args &argv, std::FILE *out)
         reply_printf(out, "%s: No session number\n", API_E_INVALID_CMD_ARGS);
         return 1;
     }
-    if (!(request.mask & kLevel1Bits))
-        return 1;
     const int n = c_int(argv[0]);
+    const bool is_own = std::to_string(n) == request.caller.session;
+    if (!is_own && !(request.mask & kLevel1Bits))
+        return 1;
     const std::string user = session_get_user(n).value_or("");
     if (n == 0 || !session_seen_by(request.mask, n) || session_logout(n) != 0) {
         reply_printf(out, "##Session %d not valid#\n", n);

@@ -13,6 +13,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <mutex>
+#include <poll.h>
 #include <string_view>
 #include <syslog.h>
 #include <utility>
@@ -114,6 +115,20 @@ void write_all(int fd, std::string_view bytes)
     }
 }
 
+// Whoever reads it may have stopped: rather a line is lost than the daemon waits. A pipe, socket or terminal
+// that takes something takes a whole line.
+void write_to_stderr(const std::string &line)
+{
+    static std::atomic<unsigned> lost{0};
+    pollfd entry{STDERR_FILENO, POLLOUT, 0};
+    if (::poll(&entry, 1, 0) != 1) {
+        ++lost;
+        return;
+    }
+    const unsigned before = lost.exchange(0);
+    write_all(STDERR_FILENO, before == 0 ? line : std::to_string(before) + " lines were lost\n" + line);
+}
+
 // One write a target, so that lines of several processes do not mix.
 void write_line_locked(Log &log, int priority, std::string_view text)
 {
@@ -127,7 +142,7 @@ void write_line_locked(Log &log, int priority, std::string_view text)
         ::syslog(std::min<int>(priority, LOG_DEBUG), "%s", line.c_str() + text_at);
     line += '\n';
     if (log.to_stderr)
-        write_all(STDERR_FILENO, line);
+        write_to_stderr(line);
     if (log.file)
         write_all(log.file.get(), line);
 }
@@ -209,7 +224,7 @@ void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool 
     if (file) {
         log.file = open_file(log.file_name);
         if (!log.file)
-            write_all(STDERR_FILENO, log.identity + ": " + cannot_open(log.file_name) + "\n");
+            write_to_stderr(log.identity + ": " + cannot_open(log.file_name) + "\n");
     }
     if (log.to_syslog)
         ::closelog();
@@ -270,7 +285,8 @@ void qv_log_stop()
 void qv_log_last_line(const char *text)
 {
     const Log &log = the_log(); // its lock may be held by the one who has no memory
-    for (const int fd : {STDERR_FILENO, log.file.get()}) {
+    pollfd standard_error{STDERR_FILENO, POLLOUT, 0};
+    for (const int fd : {::poll(&standard_error, 1, 0) == 1 ? STDERR_FILENO : -1, log.file.get()}) {
         if (fd >= 0) {
             write_all(fd, text);
             write_all(fd, "\n");
@@ -293,7 +309,7 @@ void qv_report_failure(const std::string &text)
         return;
     std::string line = std::string(program_invocation_short_name) + ": ";
     append_clean(line, text);
-    write_all(STDERR_FILENO, line + "\n");
+    write_to_stderr(line + "\n");
 }
 
 } // namespace qvcd

@@ -2,6 +2,7 @@
 
 import fcntl
 import json
+import pathlib
 import re
 import struct
 import subprocess
@@ -9,7 +10,7 @@ import termios
 
 import pytest
 
-from appliance import QVC, metadata, user_file
+from appliance import QVC, metadata, user_file, wait_until
 from terminal import Terminal
 
 META = metadata("""
@@ -178,4 +179,14 @@ def test_settings_are_edited_until_they_are_right(a):
     assert qvc(a, "edit", "A.port", **edit) == (0, "A.port=51\n", "")
     assert "\nA.port=51\n# refused: cannot reach the daemon" in a.read("/seen6")
     assert qvc(a, "edit", "A", EDITOR="false", VISUAL="")[0] == 2
-    assert not list(a.path("/tmp").glob("qvc-edit*"))
+    # Who ends it, ends the editor, and no text is left.
+    a.write("/editor", '#!/bin/sh\necho $$ >>"$QV_SYSROOT/started"\nexec sleep 60\n', 0o755)
+    for number, where in enumerate(("tmp", "run"), 1):
+        mine = {"XDG_RUNTIME_DIR": str(a.path("/run"))} if where == "run" else {}
+        a.path("/run").mkdir(exist_ok=True)
+        edited = subprocess.Popen([QVC, "edit", "A"], env=a.environment(**edit, **mine), stderr=subprocess.DEVNULL)
+        wait_until(lambda: a.path("/started").exists() and len(a.read("/started").split()) == number, "the editor")
+        assert len(list(a.path(f"/{where}").rglob("qvc-edit*"))) == 1
+        edited.terminate()
+        assert edited.wait() == 1 and not pathlib.Path(f"/proc/{a.read('/started').split()[-1]}").exists()
+    assert not list(a.path("/tmp").glob("qvc-edit*")) + list(a.path("/run").rglob("qvc-edit*"))

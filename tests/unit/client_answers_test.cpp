@@ -6,6 +6,7 @@
 #include "client/nested_text.h"
 #include "client/screen.h"
 #include "client/type_words.h"
+#include "qvclient/typed_value.h"
 
 namespace qvcd::client {
 
