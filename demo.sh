@@ -2,6 +2,7 @@
 # Builds qvcd, starts the shipped appliance in a folder of its own, and shows the life of one setting: get, set,
 # save, apply, and the events of it. Works on a fresh Debian 12, as root or with sudo. With a terminal it leaves
 # you in qvc afterwards. Ends with 0 only if everything that it showed was right.
+# ./demo.sh fleet shows ten appliances at a broker instead (scripts/demo_fleet.sh).
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -114,7 +115,9 @@ save Services.HTTP.port=8088
 apply Services.HTTP.port=8088" grep HTTP "$QV_SYSROOT/events"
 }
 
-scripts/install_deps.sh build || exit 1
+needed=build
+[ "${1:-}" = fleet ] && needed=test # a broker
+scripts/install_deps.sh $needed || exit 1
 echo "building (the whole output is in build/demo.log) ..."
 mkdir -p build
 if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --target qvcd qvc apimeta; } >build/demo.log 2>&1; then
@@ -122,6 +125,7 @@ if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --
     exit 1
 fi
 PATH=$PWD/build/release/bin:$PATH
+[ "${1:-}" = fleet ] && exec scripts/demo_fleet.sh
 
 failed=0
 trap stop_appliance EXIT
