@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian packages that are missing: what the build needs, with "test" what the tests need too, with "fuzz"
-# what fuzzing needs too, and with "bench" what the benchmark compares with.
-# Usage: scripts/install_deps.sh [build|test|fuzz|bench]
+# what fuzzing needs too, with "bench" what the benchmark compares with, and with "cross" what builds for arm64.
+# Usage: scripts/install_deps.sh [build|test|fuzz|bench|cross]
 set -euo pipefail
 
 build_packages=(
@@ -16,14 +16,16 @@ test_packages=(
 )
 fuzz_packages=(clang libclang-rt-14-dev)
 bench_packages=(redis-server)
+cross_packages=(g++-aarch64-linux-gnu mmdebstrap qemu-user)
 
 case "${1:-test}" in
 build) wanted=("${build_packages[@]}") ;;
 test) wanted=("${build_packages[@]}" "${test_packages[@]}") ;;
 fuzz) wanted=("${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
 bench) wanted=("${build_packages[@]}" "${test_packages[@]}" "${bench_packages[@]}") ;;
+cross) wanted=("${build_packages[@]}" "${cross_packages[@]}") ;;
 *)
-    echo "usage: $0 [build|test|fuzz|bench]" >&2
+    echo "usage: $0 [build|test|fuzz|bench|cross]" >&2
     exit 2
     ;;
 esac
