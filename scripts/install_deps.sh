@@ -7,12 +7,14 @@ set -euo pipefail
 build_packages=(
     g++ cmake ninja-build pkg-config ccache
     libnl-3-dev libnl-route-3-dev libcurl4-openssl-dev libssl-dev libcrypt-dev
-    libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev
+    libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev libboost-dev
     libgtest-dev libgmock-dev
     tzdata
+    python3 dpkg-dev
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
+    zsh fish lintian
 )
 fuzz_packages=(clang libclang-rt-14-dev)
 bench_packages=(redis-server)

@@ -82,7 +82,7 @@ class Attributes {
         sigemptyset(&defaults);
         sigaddset(&defaults, SIGPIPE);
         posix_spawnattr_setsigdefault(&attributes_, &defaults);
-        // Its threads block SIGINT, so that only the main loop's sleep is interrupted.
+        // Its threads block SIGINT and SIGHUP, so that only the main loop's sleep is interrupted.
         sigset_t nothing;
         sigemptyset(&nothing);
         posix_spawnattr_setsigmask(&attributes_, &nothing);

@@ -14,13 +14,14 @@ namespace qvcd::client {
 void advise(const Options &options, const Words &words, const std::vector<std::string> &refused,
             bool is_empty, int result);
 
+/// Why the daemon may have answered nothing at all, as far as it tells within a short time; empty when that
+/// is no wonder.
+std::string reason_of_silence(const Options &options, const Words &words, int result);
+
 /// Commands, settings and groups whose names are like this one.
 std::vector<std::string> topics_like(const Options &options, const std::string &name);
 
-/// "0 to 100" or "enable, disable", from the lines of `introspect NAME`; empty when any text would do.
-std::string allowed_values(const std::vector<std::string> &lines, const std::string &name);
-
-/// The same, asked of the daemon.
+/// What a setting takes (client/type_words.h), asked of the daemon.
 std::string allowed_values(const Options &options, const std::string &name);
 
 } // namespace qvcd::client

@@ -95,10 +95,16 @@ std::vector<std::string> Answer::for_screen(int result) const
     return in_columns(rows);
 }
 
+// With a result that does not say so.
+bool Answer::is_refused() const
+{
+    return !refused_.empty() || (is_empty_ && !reason_of_silence(options_, words_, 0).empty());
+}
+
 int Answer::end(int result)
 {
     std::erase_if(refused_, [&](const std::string &line) { return !says_error(words_[0], result, line); });
-    if (form_ == Form::json)
+    if (form_ == Form::json || (options_.json && is_empty_)) // a program reads one line whatever happens
         print_line(json_answer(options_, words_, kept_, result));
     else if (form_ == Form::screen)
         show_lines(screen_, for_screen(result));
@@ -107,7 +113,7 @@ int Answer::end(int result)
         advise(options_, words_, refused_, is_empty_, result);
     if (is_empty_ && result == 0 && form_ == Form::screen && is_at_prompt(options_))
         std::puts("(nothing)");
-    return options_.strict && result == 0 && !refused_.empty() ? 1 : exit_status(result);
+    return options_.strict && result == 0 && is_refused() ? 1 : exit_status(result);
 }
 
 } // namespace qvcd::client

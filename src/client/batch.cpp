@@ -1,5 +1,6 @@
 #include "client/batch.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include "client/errors.h"
+#include "client/line_filter.h"
 #include "client/local_commands.h"
 #include "client/terminal_text.h"
 #include "client/typed_line.h"
@@ -81,6 +83,9 @@ Words words_of(const std::string &line)
     Words words = split_typed_line(line);
     if (!words.empty() && is_client_only(words[0]))
         throw UsageError(words[0] + " cannot be used here");
+    const auto bar = std::ranges::find(words, "|");
+    if (bar != words.end() && bar + 1 != words.end() && std::ranges::count(filter_names(), bar[1]) != 0)
+        throw UsageError("\"| " + bar[1] + "\" is for the prompt, not for scripts");
     return words;
 }
 

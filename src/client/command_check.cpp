@@ -7,6 +7,7 @@
 #include "client/errors.h"
 #include "client/known_commands.h"
 #include "client/nearest.h"
+#include "client/plain_command.h"
 #include "qvclient/connect.h"
 #include "qvclient/escape.h"
 
@@ -64,6 +65,9 @@ void check_subcommand(const Options &options, const KnownCommand &command, const
 
 void check_command(const Options &options, const Words &words)
 {
+    if (const auto word = unset_word(words))
+        throw UsageError(words[0] + " needs NAME=VALUE" +
+                         (word->empty() ? "" : ", and '" + *word + "' is none"));
     if (is_known_command(words))
         return;
     if (const KnownCommand *const command = find_command(words))

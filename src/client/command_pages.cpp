@@ -33,10 +33,14 @@ std::string upper(std::string text)
     return text;
 }
 
-bool is_page_of(const std::string &line, std::string_view command)
+// True for the first line of the command's page: "= name (arguments)".
+bool begins_page(const std::string &line, std::string_view command)
 {
-    const std::string_view synopsis = std::string_view(line).substr(2);
-    return synopsis.starts_with(command) && synopsis.find_first_of(" .[", command.size()) == command.size();
+    constexpr std::string_view kMark = "= ";
+    const std::string_view synopsis = std::string_view(line).substr(std::min(kMark.size(), line.size()));
+    return line.starts_with(kMark) && synopsis.starts_with(command) &&
+           (synopsis.size() == command.size() ||
+            synopsis.find_first_of(" .[", command.size()) == command.size());
 }
 
 // The parts of one page, each on one line, "Rights: ...".
@@ -47,8 +51,7 @@ std::vector<std::string> parts_of(std::string_view command)
     bool is_wanted = false;
     for (std::string line; std::getline(text, line);) {
         if (line.starts_with("= "))
-            is_wanted =
-                line.size() == command.size() + 2 ? line.ends_with(command) : is_page_of(line, command);
+            is_wanted = begins_page(line, command);
         else if (is_wanted && line.starts_with(' '))
             parts.back() += line;
         else if (is_wanted && !line.empty() && !line.starts_with('#'))
@@ -72,6 +75,16 @@ std::vector<std::string> command_page(std::string_view command)
             add_wrapped(text, lines);
     }
     return lines;
+}
+
+std::string command_synopsis(std::string_view command)
+{
+    std::istringstream text(kCommandPages);
+    for (std::string line; std::getline(text, line);) {
+        if (begins_page(line, command))
+            return line.substr(2);
+    }
+    return {};
 }
 
 } // namespace qvcd::client

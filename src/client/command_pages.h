@@ -12,4 +12,7 @@ extern const char kCommandPages[];
 /// The lines that `qvc help NAME` shows below the daemon's own page; none for what is no command.
 std::vector<std::string> command_page(std::string_view command);
 
+/// "rollback [-n] NUMBER": how the command is used; empty for what is no command.
+std::string command_synopsis(std::string_view command);
+
 } // namespace qvcd::client

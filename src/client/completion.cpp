@@ -156,8 +156,8 @@ Candidates complete_line(const Words &words, const std::string &word)
     }
 }
 
-// Bash completes what follows the last of its word breaks, `part`, of the line up to the cursor; what it gets
-// takes the place of that.
+// What is printed takes the place of `part`, the end of the line up to the cursor: in Bash what follows the
+// last of its word breaks, elsewhere the word.
 int print_candidates(const std::string &line, const std::string &part)
 {
     const Tokens tokens = tokenize(line, Separators::blanks);
@@ -242,13 +242,15 @@ bool goes_on(const std::string &candidate)
 
 int run_completion(const Options &, const Words &words)
 {
-    if (words.size() == 2 && words[1] == "bash") {
-        std::fputs(kBashCompletion, stdout);
-        return 0;
+    for (const CompletionScript &script : kCompletionScripts) {
+        if (words.size() == 2 && words[1] == script.shell) {
+            std::fputs(script.text, stdout);
+            return 0;
+        }
     }
     if (words.size() == 4 && words[1] == "line") // what the script asks
         return print_candidates(words[2], words[3]);
-    throw UsageError("completion takes the name of a shell: bash");
+    throw UsageError("completion takes the name of a shell: bash, zsh or fish");
 }
 
 } // namespace qvcd::client

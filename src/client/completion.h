@@ -8,8 +8,12 @@
 
 namespace qvcd::client {
 
-/// The Bash script of `qvc completion bash`.
-extern const char kBashCompletion[];
+/// What `qvc completion SHELL` prints.
+struct CompletionScript {
+    std::string_view shell;
+    const char *text;
+};
+extern const CompletionScript kCompletionScripts[3];
 
 /// What can stand in place of `word` after the words `before`, whose names count from the group `level`
 /// (client/level.h): commands, sub-commands, setting names up to the next dot, values, files. Empty when the

@@ -1,5 +1,6 @@
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -8,10 +9,14 @@
 
 #include "client/advice.h"
 #include "client/edit_text.h"
+#include "client/editor.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/private_file.h"
 #include "client/reply.h"
+#include "client/signal_input.h"
 #include "client/terminal_text.h"
+#include "client/type_words.h"
 #include "platform/fd.h"
 #include "qvclient/connect.h"
 
@@ -29,8 +34,7 @@ class PrivateText {
   public:
     PrivateText()
     {
-        const char *folder = std::getenv("TMPDIR");
-        path_ = std::string(folder && *folder != '\0' ? folder : "/tmp") + "/qvc-edit-XXXXXX";
+        path_ = folder() + "/qvc-edit-XXXXXX";
         const Fd file(::mkostemp(path_.data(), O_CLOEXEC)); // mode 0600
         if (!file)
             throw_system("cannot make " + path_);
@@ -68,28 +72,34 @@ class PrivateText {
     }
 
   private:
+    // What a killed qvc leaves goes when the user logs out, where there is a place for that.
+    static std::string folder()
+    {
+        if (const std::string ours = runtime_folder(); make_private_folder(ours))
+            return ours;
+        const char *given = std::getenv("TMPDIR");
+        return given && *given != '\0' ? given : "/tmp";
+    }
+
     std::string path_;
 };
 
-std::string editor()
-{
-    for (const char *variable : {"VISUAL", "EDITOR"}) {
-        if (const char *program = std::getenv(variable); program && *program != '\0')
-            return program;
+// An interrupt ends a request, and the file goes.
+class Interruptible {
+  public:
+    Interruptible()
+    {
+        struct sigaction action {};
+        action.sa_handler = [](int) { interrupt_request(); };
+        sigaction(SIGINT, &action, &before_);
     }
-    return "vi";
-}
+    ~Interruptible() { sigaction(SIGINT, &before_, nullptr); }
+    Interruptible(const Interruptible &) = delete;
+    Interruptible &operator=(const Interruptible &) = delete;
 
-// The variable may hold a program with arguments, as elsewhere.
-void run_editor(const std::string &path)
-{
-    std::fflush(stdout);
-    setenv("QVC_EDIT_FILE", path.c_str(), 1);
-    const int status = std::system((editor() + " \"$QVC_EDIT_FILE\"").c_str());
-    unsetenv("QVC_EDIT_FILE");
-    if (status != 0)
-        throw UsageError("the editor failed; nothing more is changed");
-}
+  private:
+    struct sigaction before_ {};
+};
 
 // Why it is refused; empty: it is set.
 std::string set_one(const Options &options, const std::string &name, const std::string &value)
@@ -107,7 +117,7 @@ std::string set_one(const Options &options, const std::string &name, const std::
     }
     std::string why(parse_reply_line(line).error.value_or("no right to set it"));
     const std::string allowed = allowed_values(options, name);
-    return allowed.empty() ? why : why + "; it takes " + allowed;
+    return allowed.empty() ? why : why + "; " + sentence_on("it", allowed);
 }
 
 // Sets what can be set; what cannot is in `refusals`, and stays in `edited.values`. False when the daemon is
@@ -141,13 +151,15 @@ bool set_all(const Options &options, std::vector<Setting> &settings, Edited &edi
 
 int edit(const Options &options, std::vector<Setting> settings)
 {
+    const Interruptible interruptible;
+    SignalInput signals{SIGTERM, SIGHUP};
     const PrivateText file;
     Edited edited;
     bool is_lost = false;
     for (;;) {
         const std::string text = edit_text(settings, edited.values, edited.refusals);
         file.write(text);
-        run_editor(file.path());
+        run_editor(file.path(), signals);
         const std::string changed = file.read();
         const bool gives_up = changed.find_first_not_of(" \t\r\n") == std::string::npos ||
                               (changed == text && !edited.refusals.empty());

@@ -6,8 +6,10 @@
 #include "client/batch.h"
 #include "client/command.h"
 #include "client/interactive.h"
+#include "client/json_answer.h"
 #include "client/local_commands.h"
 #include "client/program.h"
+#include "client/reply.h"
 
 using namespace qvcd::client;
 
@@ -16,7 +18,11 @@ namespace {
 int run(const Options &options, char **)
 {
     if (options.said_result && !options.words.empty()) {
-        advise(options, options.words, options.said_lines, options.said_lines.empty(), *options.said_result);
+        if (options.json)
+            print_line(json_answer(options, options.words, {}, *options.said_result));
+        else
+            advise(options, options.words, options.said_lines, options.said_lines.empty(),
+                   *options.said_result);
         return exit_status(*options.said_result);
     }
     if (!options.words.empty())

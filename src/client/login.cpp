@@ -21,6 +21,8 @@ constexpr std::string_view kAnswer = "Session=";
 // `login USER` and `login USER -`: from a terminal without echo, else the first line of standard input.
 Words with_password(Words words)
 {
+    if (words.size() < 2)
+        throw UsageError("login needs a user");
     if (words.size() == 2)
         words.emplace_back("-");
     if (words.size() > 2 && words[2] == "-")

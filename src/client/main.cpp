@@ -114,9 +114,8 @@ int run(const Options &options, char **arguments)
         });
     std::erase_if(trouble.lines,
                   [&](const std::string &said) { return !says_error(options.words[0], result, said); });
-    const bool is_refused =
-        trouble.is_silent && options.session != 0 && (result != 0 || is_for_administrators(options.words));
-    if (!options.json && (is_refused || !trouble.lines.empty()))
+    const bool is_refused = trouble.is_silent && (result != 0 || is_for_administrators(options.words));
+    if (options.json ? trouble.is_silent : is_refused || !trouble.lines.empty())
         return with_advice(arguments, trouble, result);
     return exit_status(result);
 }

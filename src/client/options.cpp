@@ -44,7 +44,7 @@ Commands of the client's own, besides the daemon's:
   watch [-t] [--json] [-e EVENT] [NAME ...]   prints events as they come, until interrupted
   export, import [-l FILE]              settings to and from this machine; a name with a slash is the
                                         daemon's; without one it is standard output, or what is piped in
-  completion bash                       prints the completion script of Bash
+  completion bash|zsh|fish              prints the completion script of a shell
   tree [NAME ...]                       settings as a tree, with marks: modified, unapplied, not default
   find WORD ...                         settings whose name, help or description holds all of the words
   edit NAME ...                         settings in $EDITOR, until the daemon takes them or one gives up

@@ -110,6 +110,12 @@ void take_words(const Row &row, Transfer &transfer, bool piped)
     transfer.way = row.imports ? Transfer::Way::here_to_daemon : Transfer::Way::daemon_to_here;
 }
 
+void say_files(const std::string &command)
+{
+    std::fprintf(stderr, "qvc: for a file of this machine say: %s -l FILE%s\n", command.c_str(),
+                 command == "import" ? "; without one the daemon reads its own /tmp/user_settings.hdf" : "");
+}
+
 // ---- The exchange ----
 
 int exchange_shown(const Options &options, const Transfer &transfer, std::optional<std::string> document,
@@ -120,8 +126,13 @@ int exchange_shown(const Options &options, const Transfer &transfer, std::option
     Watcher watcher{.show = [&](const Progress &p) { progress.show(p.sent, p.all, p.received); }};
     if (!options.timeout) // a slow line is none that is dead
         watcher.patience = limits.whole;
-    return exchange(options.endpoint, options.session,
-                    {command_line(transfer.words) + "\n", std::move(document)}, limits, sink, watcher);
+    return exchange(
+        options.endpoint, options.session, {command_line(transfer.words) + "\n", std::move(document)}, limits,
+        [&](std::string_view line) {
+            progress.clear();
+            sink(line);
+        },
+        watcher);
 }
 
 int send_document(const Options &options, const Transfer &transfer)
@@ -211,8 +222,16 @@ int run_transfer(const Options &options, const Words &words)
         break;
     }
     Answer answer(options, transfer.words);
-    return answer.end(ask(options.endpoint, options.session, {command_line(transfer.words)},
-                          options.limits("apply"), [&](std::string_view line) { answer.take(line); }));
+    bool failed = false;
+    const int result = ask(options.endpoint, options.session, {command_line(transfer.words)},
+                           options.limits("apply"), [&](std::string_view line) {
+                               failed |= line.starts_with("##");
+                               answer.take(line);
+                           });
+    const int status = answer.end(result);
+    if (failed && row && row->imports && transfer.words.size() <= row->file_at && !options.json)
+        say_files(transfer.words[0]);
+    return status;
 }
 
 } // namespace qvcd::client

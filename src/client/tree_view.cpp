@@ -7,6 +7,7 @@
 #include "client/screen.h"
 #include "client/settings.h"
 #include "client/terminal_text.h"
+#include "qvclient/typed_value.h"
 
 namespace qvcd::client {
 
@@ -79,10 +80,8 @@ std::string json_of(const Options &options, const Settings &settings)
             one["default"] = typed_value(type, *setting.fallback);
         json["settings"].push_back(std::move(one));
     }
-    for (const std::string &line : settings.refused) {
-        const ReplyLine parts = parse_reply_line(line);
-        json["errors"].push_back({{"name", parts.name}, {"error", parts.error.value_or("")}});
-    }
+    if (settings.list.empty() || !settings.refused.empty())
+        add_errors(json, options, {"get"}, settings.refused, settings.result);
     return one_json_line(json);
 }
 

@@ -1,11 +1,15 @@
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "client/advice.h"
+#include "client/errors.h"
 #include "client/json_answer.h"
 #include "client/local_commands.h"
 #include "client/reply.h"
 #include "client/screen.h"
+#include "client/terminal_text.h"
 #include "qvclient/connect.h"
 
 namespace qvcd::client {
@@ -46,7 +50,7 @@ Json number_or_text(const std::string &value)
     return parse_seconds(value, number) ? Json(number) : Json(value);
 }
 
-void print_json(const std::string &client, const std::vector<TableRow> &daemon, int result)
+Json json_of(const std::string &client, const std::vector<TableRow> &daemon, int result)
 {
     Json json = {{"command", "version"}, {"result", result}, {"client", client}, {"daemon", Json::object()}};
     for (const TableRow &row : daemon) {
@@ -55,23 +59,33 @@ void print_json(const std::string &client, const std::vector<TableRow> &daemon, 
         else
             json["daemon"][row.name] = row.name == "version" ? Json(row.value) : number_or_text(row.value);
     }
-    print_line(one_json_line(json));
+    return json;
 }
 
 } // namespace
 
 int run_version(const Options &options, const Words &words)
 {
+    if (words.size() > 1)
+        throw UsageError("version takes no arguments");
     const std::string version(kVersion); // "qvc 1.0.0\n"
     const std::string client = version.substr(4, version.size() - 5);
     std::vector<TableRow> rows;
+    std::vector<std::string> refused;
     const int result = ask(options.endpoint, options.session, {command_line(words)}, options.limits(words[0]),
                            [&](std::string_view line) {
                                const ReplyLine parts = parse_reply_line(line);
-                               rows.push_back({std::string(parts.name), std::string(parts.value)});
+                               if (parts.error)
+                                   refused.emplace_back(line);
+                               else
+                                   rows.push_back({std::string(parts.name), std::string(parts.value)});
                            });
+    const bool is_empty = rows.empty() && refused.empty();
     if (options.json) {
-        print_json(client, rows, result);
+        Json json = json_of(client, rows, result);
+        if (rows.empty())
+            add_errors(json, options, words, refused, result);
+        print_line(one_json_line(json));
         return exit_status(result);
     }
     for (TableRow &row : rows) {
@@ -81,6 +95,10 @@ int run_version(const Options &options, const Words &words)
     rows.insert(rows.begin(), {"client", client});
     if (!options.quiet)
         show_lines(look_at_screen(), in_columns(rows));
+    std::fflush(stdout);
+    for (const std::string &line : refused)
+        std::fprintf(stderr, "%s\n", for_errors(line).c_str());
+    advise(options, words, refused, is_empty, result);
     return exit_status(result);
 }
 

@@ -8,6 +8,7 @@
 #include "commands/change.h"
 #include "commands/commit.h"
 #include "commands/defaults.h"
+#include "commands/describe.h"
 #include "commands/document.h"
 #include "commands/events.h"
 #include "commands/export.h"
@@ -20,6 +21,8 @@
 #include "commands/insert.h"
 #include "commands/menu.h"
 #include "commands/meta.h"
+#include "commands/pages.h"
+#include "commands/pending.h"
 #include "commands/plan.h"
 #include "commands/preset.h"
 #include "commands/profile.h"
@@ -51,6 +54,7 @@ constexpr CommandRow cmdMap[] = {
     {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},         {1, &commitRecord},
     {1, &confirmRecord},    {1, &abortRecord},    {1, &historyRecord},      {1, &rollbackRecord},
     {0, &documentRecord},   {1, &failuresRecord}, {1, &versionRecord},      {1, &eventsRecord},
+    {1, &describeRecord},   {1, &pagesRecord},    {1, &pendingRecord},
 };
 
 } // namespace

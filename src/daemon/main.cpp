@@ -13,6 +13,7 @@
 #include "daemon/out_of_memory.h"
 #include "daemon/request_server.h"
 #include "daemon/watchdog.h"
+#include "fleet/member.h"
 #include "funcs/add_remove_map.h"
 #include "funcs/apply_map.h"
 #include "funcs/check_map.h"
@@ -49,6 +50,7 @@ constexpr std::chrono::seconds kStartUpShellTime{30}; // for all shell commands 
 
 volatile std::sig_atomic_t run = 1;
 volatile std::sig_atomic_t caught_signal = 0;
+volatile std::sig_atomic_t hung_up = 0;
 
 // Logging is not safe inside a signal handler: the main loop writes the line when the sleep returns.
 void signal_shutdown(int signal)
@@ -57,22 +59,28 @@ void signal_shutdown(int signal)
     run = 0;
 }
 
-// SIGINT is blocked in every thread but inside the main loop's sleep, so that it always interrupts that
-// sleep.
-sigset_t only_sigint()
+void signal_reopen(int)
 {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    return set;
+    hung_up = 1;
 }
+
+// They are blocked in every thread but inside the main loop's sleep, so that they always interrupt that
+// sleep.
+constexpr struct {
+    int signal;
+    void (*handler)(int);
+} kHandled[] = {{SIGINT, signal_shutdown}, {SIGHUP, signal_reopen}};
 
 void install_signals()
 {
-    struct sigaction action {};
-    action.sa_handler = signal_shutdown;
-    sigaction(SIGINT, &action, nullptr);
-    const sigset_t blocked = only_sigint();
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const auto &[signal, handler] : kHandled) {
+        struct sigaction action {};
+        action.sa_handler = handler;
+        sigaction(signal, &action, nullptr);
+        sigaddset(&blocked, signal);
+    }
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL); // who starts us may ignore it; then nobody could wait for a command
@@ -188,6 +196,7 @@ bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
     if (socket_init(options.tcp_port, options.trust, std::move(tls), options.limits) != 0)
         return false;
     start_commits();
+    fleet_start(socket_open);
     qv_log_print(kLogNotice, "running\n");
     qv_claim_running();
     model_findings_start(options.meta_files, !options.debug); // where -d logs to
@@ -199,10 +208,15 @@ void main_loop()
 {
     sigset_t open;
     pthread_sigmask(SIG_BLOCK, nullptr, &open);
-    sigdelset(&open, SIGINT);
+    for (const auto &one : kHandled)
+        sigdelset(&open, one.signal);
     while (run) {
         const timespec hour{kAliveSeconds, 0};
         pselect(0, nullptr, nullptr, nullptr, &hour, &open);
+        if (hung_up) {
+            hung_up = 0;
+            qv_log_reopen();
+        }
         if (caught_signal)
             qv_log_print(kLogDebug, "Signal %d caught, shutting down\n", static_cast<int>(caught_signal));
         qv_log_print(kLogInfo, "alive\n");
@@ -219,7 +233,8 @@ bool shut_down(const Options &options)
 {
     qv_claim_stopping();
     model_findings_stop();
-    bool alone = command_lock_close(kShutdownPatience);
+    bool alone = fleet_stop();
+    alone &= command_lock_close(kShutdownPatience);
     alone &= shell_stop_later();
     alone &= stop_commits();
     qv_log_print(kLogNotice, "stopping\n");

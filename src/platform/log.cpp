@@ -13,8 +13,10 @@
 #include <ctime>
 #include <fcntl.h>
 #include <mutex>
+#include <poll.h>
 #include <string_view>
 #include <syslog.h>
+#include <utility>
 
 namespace qvcd {
 
@@ -34,7 +36,8 @@ struct Log {
     bool to_stderr = false;
     bool to_syslog = false;
     Fd file;
-    std::string identity; // openlog(3) keeps the pointer
+    std::string file_name; // empty: no file
+    std::string identity;  // openlog(3) keeps the pointer
     LogBudget budget;
 };
 
@@ -89,6 +92,16 @@ void append_time(std::string &line)
     line.append(text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S ", &local));
 }
 
+Fd open_file(const std::string &name)
+{
+    return Fd(::open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kLogFileMode));
+}
+
+std::string cannot_open(const std::string &name)
+{
+    return "cannot open the log file " + name + ": " + std::strerror(errno);
+}
+
 // A log that cannot be written has nobody to be told.
 void write_all(int fd, std::string_view bytes)
 {
@@ -100,6 +113,20 @@ void write_all(int fd, std::string_view bytes)
             return;
         bytes.remove_prefix(static_cast<std::size_t>(n));
     }
+}
+
+// Whoever reads it may have stopped: rather a line is lost than the daemon waits. A pipe, socket or terminal
+// that takes something takes a whole line.
+void write_to_stderr(const std::string &line)
+{
+    static std::atomic<unsigned> lost{0};
+    pollfd entry{STDERR_FILENO, POLLOUT, 0};
+    if (::poll(&entry, 1, 0) != 1) {
+        ++lost;
+        return;
+    }
+    const unsigned before = lost.exchange(0);
+    write_all(STDERR_FILENO, before == 0 ? line : std::to_string(before) + " lines were lost\n" + line);
 }
 
 // One write a target, so that lines of several processes do not mix.
@@ -115,7 +142,7 @@ void write_line_locked(Log &log, int priority, std::string_view text)
         ::syslog(std::min<int>(priority, LOG_DEBUG), "%s", line.c_str() + text_at);
     line += '\n';
     if (log.to_stderr)
-        write_all(STDERR_FILENO, line);
+        write_to_stderr(line);
     if (log.file)
         write_all(log.file.get(), line);
 }
@@ -193,11 +220,11 @@ void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool 
     log.to_stderr = debug;
     log.identity = identity ? identity : "";
     log.file.reset();
+    log.file_name = file ? file : "";
     if (file) {
-        log.file.reset(::open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kLogFileMode));
+        log.file = open_file(log.file_name);
         if (!log.file)
-            write_all(STDERR_FILENO, log.identity + ": cannot open the log file " + file + ": " +
-                                         std::strerror(errno) + "\n");
+            write_to_stderr(log.identity + ": " + cannot_open(log.file_name) + "\n");
     }
     if (log.to_syslog)
         ::closelog();
@@ -206,6 +233,19 @@ void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool 
         ::openlog(log.identity.c_str(), LOG_PID, LOG_DAEMON);
     const auto index = static_cast<std::size_t>(std::clamp(level, 0, 4));
     detail::log_threshold.store(kThresholds[index], std::memory_order_relaxed);
+}
+
+void qv_log_reopen()
+{
+    Log &log = the_log();
+    const std::lock_guard lock(log.mutex);
+    if (log.file_name.empty())
+        return;
+    Fd file = open_file(log.file_name);
+    if (file)
+        log.file = std::move(file);
+    else if (qv_log_wants(kLogError))
+        write_line_locked(log, kLogError, cannot_open(log.file_name));
 }
 
 void qv_log_print(int priority, const char *format, ...)
@@ -236,6 +276,7 @@ void qv_log_stop()
     detail::log_threshold.store(-1, std::memory_order_relaxed);
     log.to_stderr = false;
     log.file.reset();
+    log.file_name.clear();
     if (log.to_syslog)
         ::closelog();
     log.to_syslog = false;
@@ -244,7 +285,8 @@ void qv_log_stop()
 void qv_log_last_line(const char *text)
 {
     const Log &log = the_log(); // its lock may be held by the one who has no memory
-    for (const int fd : {STDERR_FILENO, log.file.get()}) {
+    pollfd standard_error{STDERR_FILENO, POLLOUT, 0};
+    for (const int fd : {::poll(&standard_error, 1, 0) == 1 ? STDERR_FILENO : -1, log.file.get()}) {
         if (fd >= 0) {
             write_all(fd, text);
             write_all(fd, "\n");
@@ -267,7 +309,7 @@ void qv_report_failure(const std::string &text)
         return;
     std::string line = std::string(program_invocation_short_name) + ": ";
     append_clean(line, text);
-    write_all(STDERR_FILENO, line + "\n");
+    write_to_stderr(line + "\n");
 }
 
 } // namespace qvcd

@@ -33,6 +33,11 @@ inline bool qv_log_wants(int priority)
 void qv_log_start(int level, bool timestamp, bool debug, const char *file, bool to_syslog,
                   const char *identity);
 
+/// Opens the log file anew by its name, for when it was renamed. When it cannot be opened the one that is
+/// open goes on being written, and has a line (priority 3) that says why. Without a log file nothing happens.
+/// Thread-safe.
+void qv_log_reopen();
+
 /// Writes one line; printf format. The line's own final newline is optional. Control characters inside the
 /// line are written as \xNN, so that one call is one line whatever a client sent. Of a line over 2 KiB the
 /// rest is left out and "..." put in its place. Thread-safe.

@@ -31,7 +31,23 @@ qvc_status stream(const qvc_client &client, const std::vector<std::string> &word
     }
 }
 
-qvc_status run(qvc_client *client, const GivenWords &given, std::optional<std::string_view> document,
+struct GivenDocument {
+    const char *text;
+    std::size_t size;
+};
+
+std::optional<std::string> document_of(const std::optional<GivenDocument> &given)
+{
+    if (!given)
+        return std::nullopt;
+    if (!given->text && given->size > 0)
+        throw UsageError("no document");
+    if (given->size > kMostDocumentBytes)
+        throw UsageError("a document has at most 4 MiB");
+    return given->text ? std::string(given->text, given->size) : std::string();
+}
+
+qvc_status run(qvc_client *client, const GivenWords &given, const std::optional<GivenDocument> &document,
                qvc_reply **reply)
 {
     if (reply)
@@ -39,12 +55,10 @@ qvc_status run(qvc_client *client, const GivenWords &given, std::optional<std::s
     return with(client, [&] {
         if (!reply)
             throw UsageError("nowhere to put the reply");
-        if (document && document->size() > kMostDocumentBytes)
-            throw UsageError("a document has at most 4 MiB");
+        const std::optional<std::string> text = document_of(document);
         const std::vector<std::string> words = words_of(given);
-        *reply = new qvc_reply(words, [&](const LineSink &sink) {
-            return ask_with(*client, words, sink, std::optional<std::string>(document));
-        });
+        *reply =
+            new qvc_reply(words, [&](const LineSink &sink) { return ask_with(*client, words, sink, text); });
         return QVC_OK;
     });
 }
@@ -102,8 +116,7 @@ qvc_status qvc_run(qvc_client *client, size_t count, const char *const *words, q
 qvc_status qvc_run_with_document(qvc_client *client, size_t count, const char *const *words,
                                  const char *document, size_t size, qvc_reply **reply)
 {
-    const std::string_view text = document ? std::string_view(document, size) : std::string_view();
-    return run(client, {count, words}, text, reply);
+    return run(client, {count, words}, GivenDocument{document, size}, reply);
 }
 
 qvc_status qvc_stream(qvc_client *client, size_t count, const char *const *words, qvc_take_line take,

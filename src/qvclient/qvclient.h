@@ -150,9 +150,9 @@ typedef struct qvc_reply qvc_reply;
 QVC_API qvc_status qvc_run(qvc_client *client, size_t count, const char *const *words, qvc_reply **reply);
 
 /*
- * qvc_run() for a command that takes a document of `size` bytes, at most 4 MiB: import, preset.import,
- * profile.import and user.import, where "-" stands in place of a file. Commands that give one (export, ...
- * with "-") give it in their reply. The time limit counts from the last byte that was sent.
+ * qvc_run() for a command that takes a document of `size` bytes, at most 4 MiB (null only for 0): import,
+ * preset.import, profile.import and user.import, where "-" stands in place of a file. Commands that give one
+ * (export, ... with "-") give it in their reply. The time limit counts from the last byte that was sent.
  */
 QVC_API qvc_status qvc_run_with_document(qvc_client *client, size_t count, const char *const *words,
                                          const char *document, size_t size, qvc_reply **reply);

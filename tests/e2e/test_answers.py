@@ -2,6 +2,7 @@
 
 import fcntl
 import json
+import pathlib
 import re
 import struct
 import subprocess
@@ -9,7 +10,7 @@ import termios
 
 import pytest
 
-from appliance import QVC, metadata, user_file
+from appliance import QVC, metadata, user_file, wait_until
 from terminal import Terminal
 
 META = metadata("""
@@ -54,14 +55,24 @@ def test_who_errs_is_told_what_would_have_been_right(a):
         ("help aplly", 1, "no help on this (did you mean apply?)"),
         ("help A.prot", 1, "no help on this (did you mean A.port?)"),
         ("get Z.*", 2, "no name matches 'Z.*'"),
+        ("set", 2, "set needs NAME=VALUE\n"),
+        ("set A.port=1 A.mode", 2, "set needs NAME=VALUE, and 'A.mode' is none"),
+        ("set A=1", 1, "A is a group of settings"),
+        ("find no such", 1, "no name, help or description holds 'no' and 'such'"),
+        ("version x", 2, "version takes no arguments"),
+        ("rollback", 1, "it is used so: rollback [-n]"),
+        ("delete A.x", 1, "the daemon refuses delete without a word"),
+        ("preset.load_name x", 0, "there is no preset x"),
     ]:
         code, out, err = qvc(a, *words.split())
         assert (code, said in err) == (status, True), (words, code, err)
         assert status != 2 or (out == "" and "bogus" not in a.log() and "sett" not in a.log())
     assert qvc(a, stdin="get A.port\nuser.bogus\n")[:2] == (2, "A.port=1\n")
+    assert '"| match" is for the prompt' in qvc(a, stdin="get A | match port\n")[2]
     olga = a.login("olga", "o")
     assert f"session {olga} has not the right" in qvc(a, "-s", str(olga), "set", "C.only=d")[2]
     assert "it is for administrators" in qvc(a, "-s", str(olga), "user.list")[2]
+    assert qvc(a, "-s", str(olga), stdin="user.list\n")[0] == 1
     assert qvc(a, "get", "A.port") == (0, "A.port=1\n", "")
     assert qvc(a, "-q", "set", "A.port=100") == (1, "", "A.port=##Invalid integer range#: 100\n")
 
@@ -96,6 +107,15 @@ def test_answers_for_programs(a):
         "errors": [{"name": "A.prot", "error": "Parameter not found"}]})
     assert json.loads(qvc(a, "--json", "set", "A.on=0")[1])["values"] == {"A.on": False}
     assert json.loads(qvc(a, "--json", "help", "get")[1])["text"][0] == "NAME"
+    values = json.loads(qvc(a, "--json", "introspect", "A.port", "B.gain", "A.on")[1])["values"]
+    assert [values[name] for name in ("A.port.default", "A.port.max", "B.gain.min", "A.on.default", "A.port.type")] == [
+        1, 99, -1.0, False, "integer_range 1 99"]
+    session = json.loads(qvc(a, "--json", "login", "olga", "o")[1])["values"]["Session"]
+    fields = json.loads(qvc(a, "--json", "get_session", str(session))[1])["values"]
+    assert (fields["session"], fields["group"]) == (session, 2) and a.command(f"logout {session}").code == 0
+    for words in ("get A", "plan", "version", "tree", "find A", "user.list"):  # an answer of no line is one, too
+        status, out, err = qvc(a, "--json", "-s", str(session), *words.split())
+        assert status == 1 and "there is no session" in json.loads(out)["errors"][0]["error"] and err == "", words
     each = [json.loads(line) for line in qvc(a, "--json", stdin="get A.port\nset A.mode=x\n")[1].splitlines()]
     assert [one["command"] for one in each] == ["get", "set"] and each[1]["errors"][0]["name"] == "A.mode"
     assert qvc(a, "-v", "get", "A.port", "A.mode") == (0, "7\noff\n", "")
@@ -109,7 +129,6 @@ def test_answers_for_programs(a):
     assert qvc(a, "plan", "*.port=9")[1].splitlines()[:2] == ["A.port=1 -> 9", "B.port=22 -> 9"]
     assert qvc(a, "find", "BROWSER")[1].split() == ["A.name"]
     assert qvc(a, "find", "web", "listens")[1] == "A.port  Where the web server listens\n"
-    assert qvc(a, "find", "nowhere")[0] == 1
     marks = {one["name"]: (one["value"], one["modified"], one["unapplied"], one.get("default"))
              for one in json.loads(qvc(a, "--json", "tree", "A")[1])["settings"]}
     assert marks["A.port"] == (7, True, True, 1) and marks["A.on"] == (False, True, False, None)
@@ -160,4 +179,14 @@ def test_settings_are_edited_until_they_are_right(a):
     assert qvc(a, "edit", "A.port", **edit) == (0, "A.port=51\n", "")
     assert "\nA.port=51\n# refused: cannot reach the daemon" in a.read("/seen6")
     assert qvc(a, "edit", "A", EDITOR="false", VISUAL="")[0] == 2
-    assert not list(a.path("/tmp").glob("qvc-edit*"))
+    # Who ends it, ends the editor, and no text is left.
+    a.write("/editor", '#!/bin/sh\necho $$ >>"$QV_SYSROOT/started"\nexec sleep 60\n', 0o755)
+    for number, where in enumerate(("tmp", "run"), 1):
+        mine = {"XDG_RUNTIME_DIR": str(a.path("/run"))} if where == "run" else {}
+        a.path("/run").mkdir(exist_ok=True)
+        edited = subprocess.Popen([QVC, "edit", "A"], env=a.environment(**edit, **mine), stderr=subprocess.DEVNULL)
+        wait_until(lambda: a.path("/started").exists() and len(a.read("/started").split()) == number, "the editor")
+        assert len(list(a.path(f"/{where}").rglob("qvc-edit*"))) == 1
+        edited.terminate()
+        assert edited.wait() == 1 and not pathlib.Path(f"/proc/{a.read('/started').split()[-1]}").exists()
+    assert not list(a.path("/tmp").glob("qvc-edit*")) + list(a.path("/run").rglob("qvc-edit*"))

@@ -28,8 +28,9 @@ def blocks(language):
 @pytest.fixture(scope="module")
 def installed(tmp_path_factory):
     prefix = tmp_path_factory.mktemp("prefix")
-    subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix, "--component", "client-library"], check=True,
-                   stdout=subprocess.DEVNULL)
+    for component in ("client-library", "client-development", "python"):
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix, "--component", component], check=True,
+                       stdout=subprocess.DEVNULL)
     return prefix
 
 
@@ -166,6 +167,9 @@ def test_documents_go_and_come(a, qvclient):
             assert client.run("import", "-", document=document).failed
         with pytest.raises(qvclient.ArgumentError):
             client.run("import", "-", document=bytes(5 << 20))
+        words = (ctypes.c_char_p * 2)(b"import", b"-")
+        with pytest.raises(qvclient.ArgumentError, match="no document"):
+            client._call("run_with_document", 2, words, None, 9, ctypes.byref(ctypes.c_void_p()))
         large = b"".join(b"No.such%d = %d\n" % (i, i) for i in range(150000))
         assert client.run("import", "-", document=large).result == 0
 

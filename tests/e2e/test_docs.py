@@ -24,7 +24,7 @@ BUILD = BIN_DIR.parent
 PLAIN = "QVCD_SANITIZE:STRING=\n" in (BUILD / "CMakeCache.txt").read_text()
 
 # Page: how many commands are for a device, and whether an appliance runs beside it.
-PAGES = {"README.md": 0, "docs/model.md": 0, "docs/protocol.md": 0, "docs/operations.md": 0}
+PAGES = {"README.md": 3, "docs/model.md": 0, "docs/protocol.md": 0, "docs/operations.md": 0}
 
 # What differs from one run to the next.
 PLACEHOLDERS = [
@@ -66,6 +66,7 @@ CHECKED = [
     (r"cmake --build --preset (\w+)", lambda found: is_preset(found[1])),
     (r"(?:\./)?((?:scripts/)?(?:test|install_deps)\.sh)((?: [\w-]+)*)", lambda found: is_part(found[1], found[2])),
     (r"(?:\./)?((?:scripts/)?(?:demo|cross_build)\.sh)", lambda found: os.access(REPOSITORY / found[1], os.X_OK)),
+    (r"cpack -G DEB --config build/release/(CPackConfig.cmake) -B \w+", lambda found: (BUILD / found[1]).exists()),
     (r"git clone \S+ (\w+) && cd \1", lambda found: True),
 ]
 

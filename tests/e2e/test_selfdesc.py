@@ -1,6 +1,9 @@
 """The appliance describes itself: help, the menu, export and import; the shipped one, as a whole."""
 
+import shutil
 import subprocess
+
+import pytest
 
 EXPORT = "/tmp/settings.hdf"
 
@@ -15,7 +18,7 @@ def test_the_table_is_whole_and_in_order(shipped):
         "undefined help get geti getv getd getdv set sets seta setn apply save modify update introspect browse preset",
         "profile add remove revert reload export import checkmod checkapp checkdef meta metav user group menu login",
         "logout sessions get_session default factory_reset insert delete plan diff commit confirm abort history",
-        "rollback document failures version events",
+        "rollback document failures version events describe pages pending",
     ]
     assert listed == " ".join(everything).split()  # session 0 has level-0 bits
     admin = shipped.login("admin", "kelpo")
@@ -41,16 +44,24 @@ def test_export_reset_import_brings_every_value_back(appliance):
     assert a.get("Network.Interfaces.Wlan0.ssid") == "My net %"
 
 
-def test_completion_knows_what_the_daemon_knows(shipped):
-    script = """
-        source <(qvc completion bash)
-        complete_line() { COMP_LINE=$1; COMP_POINT=${#1}; _qvc qvc "${1##* }"; echo "${COMPREPLY[@]}"; }
-        complete_line "qvc get Services.HTTP.p"
-        complete_line "qvc user.pa"
-        complete_line "qvc factory"
-        complete_line "qvc --json diff sa"
-        complete_line "qvc commit -c 60 -m"
-    """
+# For each shell: prints what it offers for the lines that are its arguments.
+OFFERS = {
+    "bash": """source <(qvc completion bash)
+        for line; do COMP_LINE=$line; COMP_POINT=${#line}; _qvc qvc "${line##* }"; echo "${COMPREPLY[@]}"; done""",
+    "zsh": """compdef() { :; }; compadd() { shift ${@[(i)--]}; (( ! $# )) || print -r -- $@; }
+        source <(qvc completion zsh)
+        for line; do words=("${(@s: :)line}"); CURRENT=$#words PREFIX=$words[-1]; _qvc; done""",
+    "fish": 'qvc completion fish | source; for line in $argv; echo (complete -C "$line"); end',
+}
+
+
+@pytest.mark.parametrize("shell, before", [("bash", ["-c", OFFERS["bash"], "bash"]), ("zsh", ["-fc", OFFERS["zsh"], "zsh"]),
+                                           ("fish", ["-N", "-c", OFFERS["fish"]])])
+def test_completion_knows_what_the_daemon_knows(shipped, shell, before):
+    if not shutil.which(shell):
+        pytest.skip(f"there is no {shell}")
+    offers = {"get Services.HTTP.p": "Services.HTTP.port", "user.pa": "user.passwd", "factory": "factory_reset",
+              "--json diff sa": "saved", "commit -c 60 -m": "-m", "completion ": "bash fish zsh"}
     environment = shipped.environment(XDG_RUNTIME_DIR=str(shipped.path("/tmp")))
-    done = subprocess.run(["bash", "-c", script], env=environment, capture_output=True, text=True)
-    assert done.stdout.split() == ["Services.HTTP.port", "user.passwd", "factory_reset", "saved", "-m"], done
+    done = subprocess.run([shell, *before, *(f"qvc {line}" for line in offers)], env=environment, capture_output=True, text=True)
+    assert done.stdout.splitlines() == list(offers.values()), done

@@ -215,9 +215,21 @@ def test_standard_descriptors_that_are_closed(appliance, closed):
 
 
 def test_signals(appliance):
-    a = appliance(model("A")).start()
+    a = appliance(model("A"), {"/etc/user.conf": ""}).start()
+    a.command("set A.a=2")
+    before = os.rename(a.path("/log"), a.path("/log.1")) or a.read("/log.1")
+    a.write("/usr/share/qvapi/apimeta.hdf", "no metadata")
+    a.process.send_signal(signal.SIGHUP)
+    a.wait_for_log("alive")  # in a new file, and nothing else was done
+    assert a.command("get A.a") == Reply(["A.a=2"], 0) and a.read("/log.1") == before
+    os.rename(a.path("/log"), a.path("/log.1"))
+    a.path("/log").mkdir()
+    a.process.send_signal(signal.SIGHUP)
+    wait_until(lambda: f"cannot open the log file {a.path('/log')}: Is a directory\n" in a.read("/log.1"), "the old file goes on")
+    a.path("/log").rmdir()
+    a.write("/usr/share/qvapi/apimeta.hdf", model("A"))
     a.process.send_signal(signal.SIGPIPE)
-    assert a.command("get A.a") == Reply(["A.a=1"], 0)
+    assert a.command("get A.a") == Reply(["A.a=2"], 0)
     a.process.send_signal(signal.SIGTERM)  # keeps its default action
     assert a.reap() == -signal.SIGTERM
     assert a.read("/var/run/qvcd.pid") != ""

@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "client/advice.h"
 #include "client/json_answer.h"
 #include "client/name_globs.h"
 #include "client/nested_text.h"
 #include "client/screen.h"
+#include "client/type_words.h"
+#include "qvclient/typed_value.h"
 
 namespace qvcd::client {
 
@@ -65,21 +66,27 @@ TEST(ClientAnswers, PatternsStayWithinOnePart)
 TEST(ClientAnswers, WhatASettingTakes)
 {
     const std::pair<Texts, const char *> rows[] = {
-        {{"A.type=integer_range 1 9", "A.min=1", "A.max=9"}, "1 to 9"},
-        {{"A.type=string_length 0 9", "A.min=", "A.max=9"}, "up to 9 characters"},
-        {{"A.type=float_range 1", "A.min=1", "A.max="}, "1 and more"},
+        {{"A.type=integer_range 0 9", "A.min=0", "A.max=9"}, "0 to 9"},
+        {{"A.type=string_length 0 9"}, "up to 9 characters"},
+        {{"A.type=blank,password 8 63"}, "empty, or a password of 8 to 63 characters"},
+        {{"A.type=password"}, "a password of 1 to 256 characters"},
+        {{"A.type=blank,ip6address,domainname"},
+         "empty, or an IPv6 address, or a domain name or an IPv4 address"},
         {{"A.type=string_set on off", "A.choices=[on,off]"}, "one of on, off"},
         {{"A.type=string_set", "A.choices=[]"}, ""},
-        {{"A.type=ipaddress"}, "a value of type ipaddress"},
-        {{"B.type=integer_range 1 9", "B.min=1", "B.max=9"}, ""},
+        {{"A.type=profile", "A.choices=[default,night]"}, "one of default, night"},
+        {{"A.type=url http https"}, "an address that begins with http:// or https://"},
+        {{"A.type=unheard_of 1"}, "a value of type unheard_of"},
+        {{"B.type=integer_range 1 9"}, ""},
+        {{"A.type=,"}, ""},
         {{}, ""},
     };
     for (const auto &[lines, text] : rows)
         EXPECT_EQ(allowed_values(lines, "A"), text);
-    std::string many = "A.choices=[0";
+    std::string many = "A.type=integer_set 0";
     for (int i = 1; i < 100; ++i)
-        many += "," + std::to_string(i);
-    EXPECT_TRUE(allowed_values(Texts{many + "]"}, "A").ends_with(", 19, ..."));
+        many += " " + std::to_string(i);
+    EXPECT_TRUE(allowed_values(Texts{many}, "A").ends_with(", 19, ..."));
 }
 
 TEST(ClientAnswers, ColumnsAreAsWideAsTheirNames)

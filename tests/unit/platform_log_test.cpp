@@ -1,10 +1,14 @@
+#include "platform/fd.h"
 #include "platform/log.h"
 #include "platform/log_budget.h"
 #include "temp_folder.h"
 
+#include <array>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace qvcd {
@@ -79,6 +83,29 @@ TEST(Log, AFailureIsOnStderrOnceAndInTheLog)
     testing::internal::CaptureStderr();
     qv_report_failure("no luck");
     EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith(": no luck\n"));
+}
+
+TEST(Log, AFullPipeOnStderrLosesLinesAndHoldsUpNobody)
+{
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK | O_CLOEXEC), 0);
+    const Fd reader(ends[0]), writer(ends[1]), before(dup(STDERR_FILENO));
+    const std::string block(4096, '.');
+    std::size_t size = 0;
+    for (ssize_t n = 0; (n = write(writer.get(), block.data(), block.size())) > 0;)
+        size += static_cast<std::size_t>(n);
+    fcntl(writer.get(), F_SETFL, 0); // as others leave it: a write waits
+    dup2(writer.get(), STDERR_FILENO);
+    qv_report_failure("lost");
+    qv_log_start(0, false, true, nullptr, false, "test");
+    qv_log_print(kLogError, "lost, too");
+    std::string text(size + 1000, '\0');
+    EXPECT_EQ(read(reader.get(), text.data(), text.size()), static_cast<ssize_t>(size));
+    qv_log_print(kLogError, "here");
+    qv_log_stop();
+    dup2(before.get(), STDERR_FILENO);
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(read(reader.get(), text.data(), text.size()), 0)));
+    EXPECT_EQ(text, "2 lines were lost\nhere\n");
 }
 
 TEST(Log, ThreadsDoNotMixTheirLines)

@@ -1,0 +1,102 @@
+#include "web/http.h"
+
+#include <charconv>
+#include <stdexcept>
+
+namespace qvcd::web {
+
+namespace {
+
+constexpr std::string_view kCookie = "qv_session=";
+constexpr std::string_view kBearer = "Bearer ";
+
+std::string_view trimmed(std::string_view text)
+{
+    while (text.starts_with(' '))
+        text.remove_prefix(1);
+    while (text.ends_with(' '))
+        text.remove_suffix(1);
+    return text;
+}
+
+// Calls `take` with each part.
+template <class Take>
+void split(std::string_view text, char separator, const Take &take)
+{
+    while (!text.empty()) {
+        const std::size_t end = text.find(separator);
+        take(text.substr(0, end));
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    }
+}
+
+} // namespace
+
+std::string url_decode(std::string_view text, bool is_query)
+{
+    std::string decoded;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned byte = 0;
+        const char *digits = text.data() + i + 1;
+        if (text[i] == '%' && i + 2 < text.size() &&
+            std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+            decoded += static_cast<char>(byte);
+            i += 2;
+        } else {
+            decoded += is_query && text[i] == '+' ? ' ' : text[i];
+        }
+    }
+    return decoded;
+}
+
+void take_target(std::string_view target, Request &request)
+{
+    const std::size_t question = target.find('?');
+    request.path = url_decode(target.substr(0, question), false);
+    if (question == std::string_view::npos)
+        return;
+    split(target.substr(question + 1), '&', [&](std::string_view part) {
+        const std::size_t equals = part.find('=');
+        const std::string_view value = equals == std::string_view::npos ? "" : part.substr(equals + 1);
+        request.query.emplace(url_decode(part.substr(0, equals), true), url_decode(value, true));
+    });
+}
+
+void take_credentials(std::string_view authorization, std::string_view cookies, Request &request)
+{
+    if (authorization.starts_with(kBearer)) {
+        request.token = trimmed(authorization.substr(kBearer.size()));
+        return;
+    }
+    split(cookies, ';', [&](std::string_view cookie) {
+        cookie = trimmed(cookie);
+        if (cookie.starts_with(kCookie)) {
+            request.token = cookie.substr(kCookie.size());
+            request.has_cookie = true;
+        }
+    });
+}
+
+std::pair<std::string, unsigned> split_address(const std::string &text)
+{
+    const std::size_t colon = text.rfind(':');
+    std::string address = text.substr(0, colon == std::string::npos ? 0 : colon);
+    if (address.starts_with('[') && address.ends_with(']'))
+        address = address.substr(1, address.size() - 2);
+    unsigned port = 0;
+    const char *end = text.data() + text.size();
+    const char *begin = text.data() + colon + 1;
+    if (address.empty() || begin == end || std::from_chars(begin, end, port).ptr != end || port > 65535)
+        throw std::runtime_error("'" + text + "' is no ADDRESS:PORT");
+    return {address, port};
+}
+
+std::string text_of_address(std::string address)
+{
+    constexpr std::string_view kMapped = "::ffff:";
+    if (address.starts_with(kMapped) && address.find('.') != std::string::npos)
+        return address.substr(kMapped.size());
+    return address.substr(0, address.find('%'));
+}
+
+} // namespace qvcd::web

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "web/daemon.h"
+#include "web/json.h"
+
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace qvcd::web {
+
+/// The types of APIs, kept for a while: the same for everybody who may read an API. For several threads.
+class Types {
+  public:
+    explicit Types(const Daemon &daemon) : daemon_(daemon) {}
+
+    /// The values, which `who` was given, as the truths and numbers that they are.
+    Json typed(const Who &who, const std::vector<NamedValue> &values);
+
+  private:
+    using Time = std::chrono::steady_clock::time_point;
+    std::vector<std::string> known_types(const std::vector<NamedValue> &values, Words &missing);
+    void learn(const Who &who, const Words &names);
+
+    const Daemon &daemon_;
+    std::mutex mutex_;
+    std::unordered_map<std::string, std::string> types_;
+    Time made_;
+};
+
+} // namespace qvcd::web
