@@ -1,23 +1,19 @@
 #!/bin/bash
 # Builds for arm64 with Debian's cross compiler, and lets the result work under qemu-user: qvcd on the shipped appliance, and
 # qvc with one value over the socket. What it needs is installed by "install_deps.sh cross"; no foreign architecture is
-# added to this machine: headers and libraries are unpacked into build/arm64-sysroot (160 MB, made once).
+# added to this machine: headers and libraries are unpacked into build/arm64-sysroot (300 MB, made again when the list of libraries is another).
 # Usage: scripts/cross_build.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sysroot=$PWD/build/arm64-sysroot
-libraries=(
-    libc6-dev libstdc++-12-dev libnl-3-dev libnl-route-3-dev libcurl4-openssl-dev libssl-dev libcrypt-dev
-    libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev
-)
-
 make_sysroot() {
-    [ -e "$sysroot" ] && return
     local wanted
-    wanted=$(IFS=,; echo "${libraries[*]}")
-    rm -rf "$sysroot.new"
-    mmdebstrap --quiet --variant=extract --architectures=arm64 --include="$wanted" bookworm "$sysroot.new"
+    wanted="libc6-dev libstdc++-12-dev $(scripts/install_deps.sh libraries)"
+    [ "$(cat "$sysroot/holds" 2>/dev/null)" = "$wanted" ] && return
+    rm -rf "$sysroot" "$sysroot.new"
+    mmdebstrap --quiet --variant=extract --architectures=arm64 --include="${wanted// /,}" bookworm "$sysroot.new"
+    echo "$wanted" >"$sysroot.new/holds"
     mv "$sysroot.new" "$sysroot"
 }
 
@@ -55,14 +51,14 @@ try_it() {
     cp build/arm64/share/apimeta.hdf "$QV_SYSROOT/usr/share/qvapi/"
     qemu-aarch64 -L "$sysroot" build/arm64/bin/qvcd -g -w -p "$QV_SYSROOT/var/run/qvcd.pid" 2>"$QV_SYSROOT/stderr" &
     daemon=$!
-    local try
-    for try in {1..300}; do
+    for _ in {1..300}; do
         [ ! -S "$QV_SYSROOT/var/run/qv/qvcd.sock" ] || break
         kill -0 "$daemon" 2>/dev/null || fail "qvcd has ended"
         sleep 0.1
     done
     [ "$(on_arm64 qvc get Services.HTTP.port)" = "Services.HTTP.port=80" ] || fail "get"
-    on_arm64 qvc set Services.HTTP.port=8088 >/dev/null && on_arm64 qvc save Services >/dev/null || fail "set and save"
+    on_arm64 qvc set Services.HTTP.port=8088 >/dev/null || fail "set"
+    on_arm64 qvc save Services >/dev/null || fail "save"
     grep -q '^port=8088$' "$QV_SYSROOT/etc/httpd.conf" || fail "the file was not written"
     on_arm64 qvmeta check --root share/root share/model/*.hdf || fail "qvmeta"
     kill -INT "$daemon"

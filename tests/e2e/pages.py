@@ -93,14 +93,19 @@ class Shell:
         """What a file named in the text is here: absolute names are the appliance's."""
         return pathlib.Path(self.type('echo "$QV_SYSROOT"' if name.startswith("/") else "pwd")[-1], name.lstrip("/"))
 
-    def stop_daemons(self):
-        """Those that went into the background."""
+    def daemons(self):
+        """The processes of those that went into the background."""
         for root in self.roots:
             with contextlib.suppress(OSError, ValueError):
                 pid = int(pathlib.Path(root, "var/run/qvcd.pid").read_text())
                 if os.readlink(f"/proc/{pid}/exe") == str(QVCD):
-                    os.kill(pid, signal.SIGINT)
-                    wait_until(lambda pid=pid: not os.path.exists(f"/proc/{pid}"), "the daemon's end")
+                    yield pid
+
+    def stop_daemons(self):
+        for pid in self.daemons():
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGINT)
+            wait_until(lambda pid=pid: not os.path.exists(f"/proc/{pid}"), "the daemon's end")
 
     def end(self):
         end_session(self.process.pid)

@@ -5,9 +5,11 @@
     sh                a script, which must end with 0; with title=FILE it becomes that file
     hdf [title=FILE]  a model in which qvmeta finds nothing
     wire [stranger]   what a client sends ("> ") and gets; "$ " is typed in a shell meanwhile. A stranger comes over TCP
+    json              what is sent to a broker; tests/fleet has one, here the names are compared with the sources
     events            the same at the socket of the events
 """
 
+import contextlib
 import json
 import os
 import pathlib
@@ -17,14 +19,14 @@ import tempfile
 
 import pytest
 
-from appliance import BIN_DIR, REPOSITORY, Connection, wait_until
+from appliance import BIN_DIR, REPOSITORY, Connection, Reservation, wait_until
 from pages import Shell, blocks_of, examples
 
 BUILD = BIN_DIR.parent
 PLAIN = "QVCD_SANITIZE:STRING=\n" in (BUILD / "CMakeCache.txt").read_text()
 
-# Page: how many commands are for a device, and whether an appliance runs beside it.
-PAGES = {"README.md": 3, "docs/model.md": 0, "docs/protocol.md": 0, "docs/operations.md": 0}
+# Page: how many commands are for a device.
+PAGES = {"README.md": 3, "docs/model.md": 0, "docs/protocol.md": 0, "docs/operations.md": 4}
 
 # What differs from one run to the next.
 PLACEHOLDERS = [
@@ -77,6 +79,7 @@ class Walk:
         self.appliance = appliance
         self.on_device = 0
         self.numbers = {}  # of sessions: that of the page, ours
+        self.port = Reservation()
 
     def run(self, block):
         runner = getattr(self, f"run_{block.language}", None)
@@ -101,11 +104,19 @@ class Walk:
             found = next((check(found) for pattern, check in CHECKED if (found := re.fullmatch(pattern, command[2:]))), None)
             assert found is not False, what
             if found is None:
-                expect(lines, self.shell.type(command[2:]), what)
+                running = list(self.shell.daemons()) if command.startswith("$ kill") else []
+                expect(lines, self.shell.type(self.here(command[2:])), what)
+                for pid in running:
+                    wait_until(lambda pid=pid: not os.path.exists(f"/proc/{pid}"), what)
+
+    def here(self, command):
+        """Other machines of the pages are this one."""
+        command = re.sub(r"\b(192\.0\.2\.7|encoder):7000", f"127.0.0.1:{self.port.port}", command)
+        return command.replace("IP:192.0.2.7", "IP:127.0.0.1").replace("-P 7000", f"-P {self.port.port}")
 
     def run_sh(self, block):
         if "title" not in block.options:
-            lines = self.shell.type("{ " + "\n".join(block.lines) + "\n}")
+            lines = self.shell.type(self.here("\n".join(block.lines)))
             assert self.shell.status == 0, f"{block.place}: {lines}"
 
     def run_hdf(self, block):
@@ -113,6 +124,10 @@ class Walk:
         file.write_text("\n".join(block.lines) + "\n")
         done = subprocess.run([BIN_DIR / "qvmeta", "check", file], capture_output=True, text=True)
         assert (done.returncode, done.stdout) == (0, ""), block.place
+
+    def run_json(self, block):
+        sources = "".join(path.read_text() for path in REPOSITORY.glob("src/fleet/*.cpp"))
+        assert all(re.search(rf'[",]{name}["=]', sources) for name in json.loads("\n".join(block.lines))), block.place
 
     def run_wire(self, block):
         address = self.appliance.address(tcp="stranger" in block.options)
@@ -173,6 +188,22 @@ def test_the_page_is_true(page, appliance, folder):
         del env["QV_SYSROOT"]
     with Shell("bash", env, folder) as shell:
         walk = Walk(shell, a)
-        for block in blocks_of(page):
-            walk.run(block)
+        with contextlib.closing(walk.port):
+            for block in blocks_of(page):
+                walk.run(block)
     assert walk.on_device == PAGES[page]
+
+
+def test_readme_names_all_documents():
+    named = set(re.findall(r"\]\((docs/[\w-]+\.md)\)", (REPOSITORY / "README.md").read_text()))
+    assert named == {str(path.relative_to(REPOSITORY)) for path in REPOSITORY.glob("docs/*.md")}
+
+
+@pytest.mark.skipif(not PLAIN, reason="once is enough")
+def test_builds_without_what_tests_need(folder):
+    """GoogleTest is not looked for, and there are no test programs."""
+    configure = ["cmake", "-G", "Ninja", "-S", REPOSITORY, "-B", folder, "-D", "QVCD_TESTS=OFF", "-D", "CMAKE_DISABLE_FIND_PACKAGE_GTest=ON"]
+    done = subprocess.run(configure, capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr
+    targets = subprocess.run(["ninja", "-C", folder, "-t", "targets", "all"], capture_output=True, text=True, check=True).stdout
+    assert re.search(r"^bin/qvcd:", targets, re.M) and not re.search(r"^bin/(test_|qvcd_bench)", targets, re.M)
