@@ -18,6 +18,7 @@ build_packages=(
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
+    chromium chromium-driver python3-selenium
     zsh fish lintian
 )
 fuzz_packages=(clang libclang-rt-14-dev)

@@ -23,6 +23,7 @@ qvcd_e2e_test(NAME change CONCURRENT)
 qvcd_e2e_test(NAME changes_page)
 qvcd_e2e_test(NAME client_library)
 qvcd_e2e_test(NAME commit CONCURRENT)
+qvcd_e2e_test(NAME console TIMEOUT 300)
 qvcd_e2e_test(NAME crash TIMEOUT 300)
 qvcd_e2e_test(NAME docs)
 qvcd_e2e_test(NAME crowd CONCURRENT TIMEOUT 300)
@@ -49,6 +50,16 @@ qvcd_e2e_test(NAME package TIMEOUT 300)
 qvcd_e2e_test(NAME selfdesc)
 qvcd_e2e_test(NAME snapshots TIMEOUT 300)
 qvcd_e2e_test(NAME waiting CONCURRENT)
+
+# Those that wait longest begin first.
+foreach(name tls changes_page commit cut_off crowd waiting)
+  set_tests_properties(e2e.${name} PROPERTIES COST 100)
+endforeach()
+
+# What the browser asks for is asked by other tests under the sanitizers, too; and it needs the gateway.
+if(QVCD_SANITIZE OR NOT QVCD_WEB)
+  set_tests_properties(e2e.console PROPERTIES DISABLED TRUE)
+endif()
 
 file(GLOB test_files CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}/e2e ${CMAKE_CURRENT_SOURCE_DIR}/e2e/test_*.py)
 foreach(test_file IN LISTS test_files)
