@@ -13,6 +13,7 @@ build_packages=(
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
+    python3-jsonschema python3-prometheus-client
     zsh fish
 )
 fuzz_packages=(clang libclang-rt-14-dev)

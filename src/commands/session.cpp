@@ -7,6 +7,7 @@
 #include "base/reply.h"
 #include "base/text.h"
 #include "platform/api_errors.h"
+#include "platform/counters.h"
 #include "platform/log.h"
 #include "store/meta.h"
 
@@ -122,6 +123,8 @@ int command_login(Request &request, Args &argv, std::FILE *out)
                                           .ip = argument(argv, 2),
                                           .server = argument(argv, 3)},
                                          request.caller);
+    if (n < 0)
+        ++counters.refused_logins;
     switch (n) {
     case kUnknownUser:
         qv_log_print(kLogWarning, "Failed login for nonuser %s%s\n", for_log(name).c_str(), by.c_str());
