@@ -10,11 +10,13 @@ build_packages=(
     libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev libboost-dev
     libgtest-dev libgmock-dev
     tzdata
+    python3 dpkg-dev
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
     python3-jsonschema python3-prometheus-client
-    zsh fish
+    chromium chromium-driver python3-selenium
+    zsh fish lintian
 )
 fuzz_packages=(clang libclang-rt-14-dev)
 bench_packages=(redis-server)

@@ -67,6 +67,7 @@ def man(pages):
     lines = [
         r'.\" Made of docs/commands/commands.txt by scripts/make_command_pages.py.',
         '.TH QVC-COMMANDS 7 "" "qvcd" "Commands of the configuration daemon"',
+        ".ad l",
         ".SH NAME",
         r"qvc\-commands \- what the commands of the configuration daemon take, need and change",
         ".SH DESCRIPTION",

@@ -1,5 +1,6 @@
 #include "auth/server_login.h"
 
+#include "auth/login_refusal.h"
 #include "auth/session.h"
 #include "auth/user.h"
 #include "base/command_lock.h"
@@ -81,6 +82,28 @@ Admission server_login(std::string_view first_line, const Caller &caller,
     }
     qv_log_print(kLogDebug, "Access denied for nonsession\n");
     return {};
+}
+
+Admission relayed_login(std::string_view first_line, const Caller &caller,
+                        const std::optional<PeerLogin> &login, WaitHooks *hooks)
+{
+    if (!login) {
+        Admission admission = server_login(first_line, caller);
+        if (admission.mask == 0)
+            admission = {.refusal = "##Log in first#"};
+        return admission;
+    }
+    const CommandLock lock(hooks);
+    if (!lock.held())
+        return {};
+    Credentials credentials;
+    credentials.name = login->user;
+    credentials.passwords = {login->password};
+    const LoginResult result =
+        is_user_name(login->user) ? session_check(credentials, caller) : LoginResult{kUnknownUser};
+    if (std::optional<std::string> refusal = login_refusal(result, login->user, caller))
+        return {.refusal = std::move(*refusal)};
+    return {user_get_perm(login->user), false, "user " + login->user + " by " + caller.source, login->user};
 }
 
 } // namespace qvcd

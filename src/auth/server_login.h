@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/caller.h"
+#include "platform/peer.h"
 
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 namespace qvcd {
 
 class SessionUse;
+class WaitHooks;
 
 /// What the first line of a connection makes of it.
 struct Admission {
@@ -19,6 +21,7 @@ struct Admission {
     std::string user = "";                     ///< for Caller
     std::shared_ptr<SessionUse> use = nullptr; ///< of its session; each command notes it
     unsigned changes = 0;                      ///< of the session's rights, when these were given
+    std::string refusal = "";                  ///< what to tell who is not admitted, where it may be told
 
     bool admitted() const { return mask != 0 || stranger; }
 };
@@ -33,5 +36,10 @@ std::string client_of(std::string_view first_line);
 /// Session 0 of a client that showed a certificate stands for the user of this name, who needs no log-in.
 Admission server_login(std::string_view first_line, const Caller &caller,
                        const std::optional<std::string> &certificate_user = std::nullopt);
+
+/// The same for a client whose requests another program hands on: by user and password where he has given
+/// them, else by a session, which is not 0. `hooks` run around the checking of a password.
+Admission relayed_login(std::string_view first_line, const Caller &caller,
+                        const std::optional<PeerLogin> &login, WaitHooks *hooks);
 
 } // namespace qvcd

@@ -233,26 +233,46 @@ int session_unload_db_file()
     return 0;
 }
 
-LoginResult session_login(const Credentials &credentials, const Caller &caller)
+namespace {
+
+// 0 when the password is right; then `password` is the one that was meant.
+LoginResult check_login(const Credentials &credentials, const LoginName &login, const Caller &caller,
+                        std::string &password)
 {
     user_reread_db_file();
     session_end_idle();
-    const LoginName login = split_login_name(credentials.name);
     const bool known = user_get_perm(login.user) != 0 && is_one_line(login.prefix.value_or(""));
     const std::string user = known ? login.user : cut(credentials.name, kMaxNameBytes);
-    const PasswordCheck check =
-        check_password(user, credentials.passwords, caller, credentials.ip.value_or(""));
+    PasswordCheck check = check_password(user, credentials.passwords, caller, credentials.ip.value_or(""));
     if (check.verdict == Verdict::early)
         return {kTooEarly, check.wait};
     if (!known || user_get_perm(login.user) == 0) // he may have gone meanwhile
         return {kUnknownUser};
     if (check.verdict != Verdict::right)
         return {check.verdict == Verdict::built_in ? kBuiltInPassword : kWrongPassword};
+    password = std::move(check.password);
+    return {0};
+}
+
+} // namespace
+
+LoginResult session_check(const Credentials &credentials, const Caller &caller)
+{
+    std::string password;
+    return check_login(credentials, split_login_name(credentials.name), caller, password);
+}
+
+LoginResult session_login(const Credentials &credentials, const Caller &caller)
+{
+    const LoginName login = split_login_name(credentials.name);
+    std::string password;
+    if (const LoginResult check = check_login(credentials, login, caller, password); check.session < 0)
+        return check;
     const std::string address = login.prefix ? *login.prefix : noted(credentials.ip);
     std::optional<int> n = find_session(login.user, address);
     if (!n) {
         make_room(caller.source);
-        n = login.prefix ? credentials_session_number(login, check.password) : new_session_number();
+        n = login.prefix ? credentials_session_number(login, password) : new_session_number();
         write_session(*n, login.user, address, noted(credentials.server));
         write_list();
     }

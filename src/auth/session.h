@@ -83,6 +83,9 @@ struct LoginResult {
 /// the command lock (auth/password_check.h).
 LoginResult session_login(const Credentials &credentials, const Caller &caller = kOwnCaller);
 
+/// What session_login() would say, without a session: 0 when it would give one.
+LoginResult session_check(const Credentials &credentials, const Caller &caller);
+
 /// True when the caller's connections may have the session's rights: it was logged in from his address, or
 /// locally by his own user; every session for who is trusted on the local socket, and the local ones for who
 /// is trusted over TCP.

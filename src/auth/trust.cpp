@@ -95,6 +95,8 @@ bool Trust::set_tcp(std::string_view sources)
 
 bool Trust::holds(const Peer &peer) const
 {
+    if (peer.relayed)
+        return false;
     if (peer.local)
         return peer.uid == 0 || peer.uid == ::geteuid() ||
                (group_ && (peer.gid == *group_ || std::ranges::count(peer.groups, *group_) > 0));

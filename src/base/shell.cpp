@@ -361,6 +361,12 @@ bool shell_errors_are_kept()
     return shell_errors != nullptr;
 }
 
+std::string shell_with_errors(const std::string &command)
+{
+    constexpr std::string_view kNoErrors = " 2>&1";
+    return command.substr(0, command.size() - (command.ends_with(kNoErrors) ? kNoErrors.size() : 0));
+}
+
 std::optional<std::chrono::seconds> shell_time_of(const std::optional<std::string> &attribute)
 {
     const int seconds = c_int(attribute.value_or(""));

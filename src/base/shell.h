@@ -66,6 +66,9 @@ class ShellErrors {
 };
 bool shell_errors_are_kept(); ///< of this thread
 
+/// The command without the " 2>&1" at its end, if that is there, for who keeps them.
+std::string shell_with_errors(const std::string &command);
+
 /// The attribute "timeout" as a limit: whole seconds, at least one. Nothing when it says nothing.
 std::optional<std::chrono::seconds> shell_time_of(const std::optional<std::string> &attribute);
 

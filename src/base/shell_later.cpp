@@ -18,6 +18,7 @@ constexpr std::size_t kMost = 100;
 struct Job {
     std::string command;
     std::chrono::milliseconds limit;
+    LateFailure failed;
 };
 
 // One thread watches the clock. A command has a thread of its own only while it runs: one that hangs must not
@@ -40,7 +41,10 @@ Later &later()
 
 void run(const Job &job)
 {
-    shell_run(job.command, job.limit);
+    const ShellErrors errors;
+    const int status = shell_run(shell_with_errors(job.command), job.limit, job.command);
+    if (status != 0)
+        job.failed(status, errors.text());
     qv_log_print(kLogDebug, "  delay_syscall: %s\n", job.command.c_str());
     const std::lock_guard lock(later().mutex);
     --later().running;
@@ -74,7 +78,8 @@ void watch_the_clock()
 
 } // namespace
 
-bool shell_run_later(std::chrono::seconds delay, std::string command, std::chrono::milliseconds limit)
+bool shell_run_later(std::chrono::seconds delay, std::string command, std::chrono::milliseconds limit,
+                     LateFailure failed)
 {
     Later &l = later();
     const std::lock_guard lock(l.mutex);
@@ -90,7 +95,8 @@ bool shell_run_later(std::chrono::seconds delay, std::string command, std::chron
         qv_log_print(kLogError, "not run later, %s: %s\n", error.what(), command.c_str());
         return false;
     }
-    l.waiting.emplace(std::chrono::steady_clock::now() + delay, Job{std::move(command), limit});
+    l.waiting.emplace(std::chrono::steady_clock::now() + delay,
+                      Job{std::move(command), limit, std::move(failed)});
     l.changed.notify_all();
     return true;
 }

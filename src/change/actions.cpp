@@ -1,16 +1,14 @@
 #include "change/actions.h"
 
+#include "base/failures.h"
 #include "base/limits.h"
 #include "base/shell.h"
 #include "base/text.h"
-#include "change/failures.h"
 #include "funcs/apply_map.h"
 #include "platform/log.h"
 #include "store/meta.h"
 
 #include <algorithm>
-#include <ctime>
-#include <sys/wait.h>
 
 namespace qvcd {
 
@@ -31,25 +29,6 @@ std::vector<std::string> calls_of(const std::string &api)
         }
     }
     return calls;
-}
-
-std::vector<std::string> first_lines(const std::string &text)
-{
-    constexpr std::size_t kMostLines = 5;
-    std::vector<std::string> lines;
-    for (const std::string &line : split_words(text, "\r\n")) {
-        if (lines.size() < kMostLines)
-            lines.push_back(one_line(cut(line, kMaxErrorLineBytes)));
-    }
-    return lines;
-}
-
-void log_failure(const Actions::Action &action, const ActionRun &run)
-{
-    qv_log_print(kLogWarning, "Can not apply %s\n", action.apis.front().c_str());
-    qv_log_print(kLogError, "  %s: %s\n", run.action.c_str(), status_text(run.status).c_str());
-    for (const std::string &line : run.errors)
-        qv_log_print(kLogError, "    %s\n", line.c_str());
 }
 
 } // namespace
@@ -91,24 +70,11 @@ ActionRun run_action(Request &request, const Actions::Action &action, Delay dela
     ActionRun run{action.call};
     const ShellErrors errors;
     afuncmap_apply_direct(request, "apply", action.apis.front(), call.value_or(action.call), run.status);
-    if (run.status != 0) {
-        run.errors = first_lines(errors.text());
-        log_failure(action, run);
-        failure_note({.time = std::time(nullptr), .apis = action.apis, .run = run});
-    }
+    if (run.status != 0)
+        run = note_failure(action.apis, run.action, run.status, errors.text());
     for (const std::string &api : action.apis)
         qv_log_print(kLogDebug, "  with %s\n", api.c_str());
     return run;
-}
-
-std::string status_text(int status)
-{
-    constexpr int kNotRun = 1; // what shell_run() returns for a command that could not be started
-    if (status > kNotRun && WIFEXITED(status))
-        return "exit status " + std::to_string(WEXITSTATUS(status));
-    if (status > kNotRun && WIFSIGNALED(status))
-        return "ended by signal " + std::to_string(WTERMSIG(status));
-    return "failed";
 }
 
 } // namespace qvcd

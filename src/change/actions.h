@@ -43,10 +43,7 @@ enum class Delay { kept, none };
 bool runs_later(const Actions::Action &action);
 
 /// Runs one; with its delay kept it may run after this has returned 0, or never when the daemon ends. A
-/// failure is logged, and remembered (change/failures.h). Lets go of the command lock.
+/// failure is logged, and remembered (base/failures.h). Lets go of the command lock.
 ActionRun run_action(Request &request, const Actions::Action &action, Delay delay = Delay::kept);
-
-/// "exit status 3", "ended by signal 15", "failed": what to say of a status that is not 0.
-std::string status_text(int status);
 
 } // namespace qvcd

@@ -1,6 +1,7 @@
 #include "change/commit.h"
 
 #include "base/command_lock.h"
+#include "base/failures.h"
 #include "base/notify.h"
 #include "base/replace_journal.h"
 #include "base/save_lock.h"

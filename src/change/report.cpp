@@ -1,5 +1,6 @@
 #include "change/report.h"
 
+#include "base/failures.h"
 #include "base/reply.h"
 #include "store/meta.h"
 

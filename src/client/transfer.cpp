@@ -126,8 +126,13 @@ int exchange_shown(const Options &options, const Transfer &transfer, std::option
     Watcher watcher{.show = [&](const Progress &p) { progress.show(p.sent, p.all, p.received); }};
     if (!options.timeout) // a slow line is none that is dead
         watcher.patience = limits.whole;
-    return exchange(options.endpoint, options.session,
-                    {command_line(transfer.words) + "\n", std::move(document)}, limits, sink, watcher);
+    return exchange(
+        options.endpoint, options.session, {command_line(transfer.words) + "\n", std::move(document)}, limits,
+        [&](std::string_view line) {
+            progress.clear();
+            sink(line);
+        },
+        watcher);
 }
 
 int send_document(const Options &options, const Transfer &transfer)

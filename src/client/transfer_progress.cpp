@@ -20,8 +20,14 @@ TransferProgress::TransferProgress() : wanted_(isatty(STDERR_FILENO) != 0) {}
 
 TransferProgress::~TransferProgress()
 {
+    clear();
+}
+
+void TransferProgress::clear()
+{
     if (shown_)
         std::fputs(kClearLine, stderr);
+    shown_ = false;
 }
 
 void TransferProgress::show(std::size_t sent, std::size_t all, std::size_t received)

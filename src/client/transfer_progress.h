@@ -17,6 +17,9 @@ class TransferProgress {
     /// Bytes: how many of `all` are sent, and what came back.
     void show(std::size_t sent, std::size_t all, std::size_t received);
 
+    /// Before anything else is printed.
+    void clear();
+
   private:
     using Clock = std::chrono::steady_clock;
     const bool wanted_;

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/failures.h"
 #include "base/request.h"
-#include "change/failures.h"
 #include "commands/command.h"
 
 namespace qvcd {

@@ -1,5 +1,6 @@
 #include "commands/session.h"
 
+#include "auth/login_refusal.h"
 #include "auth/session.h"
 #include "base/limits.h"
 #include "base/notify.h"
@@ -118,30 +119,16 @@ int command_login(Request &request, Args &argv, std::FILE *out)
     const std::optional<std::string> unescaped = url_unescape(argv[0]);
     const std::string name = unescaped.value_or(argv[0]);
     const std::string by = request.caller.trusted ? "" : " by " + request.caller.source;
-    const auto [n, wait] = session_login({.name = unescaped ? name : "",
-                                          .passwords = either_way(argv[1]),
-                                          .ip = argument(argv, 2),
-                                          .server = argument(argv, 3)},
-                                         request.caller);
-    if (n < 0)
+    const LoginResult login = session_login({.name = unescaped ? name : "",
+                                             .passwords = either_way(argv[1]),
+                                             .ip = argument(argv, 2),
+                                             .server = argument(argv, 3)},
+                                            request.caller);
+    if (const std::optional<std::string> refusal = login_refusal(login, name, request.caller)) {
         ++counters.refused_logins;
-    switch (n) {
-    case kUnknownUser:
-        qv_log_print(kLogWarning, "Failed login for nonuser %s%s\n", for_log(name).c_str(), by.c_str());
-        return refuse(API_E_INVALID_USER, out);
-    case kWrongPassword:
-        qv_log_print(kLogWarning, "Failed login for user %s%s\n", for_log(name).c_str(), by.c_str());
-        return refuse(API_E_INVALID_PASSWORD, out);
-    case kTooEarly:
-        reply_printf(out, "##Try again in %lld s#\n", static_cast<long long>(wait.count()));
-        return 1;
-    case kBuiltInPassword:
-        qv_log_print(kLogWarning, "Refused the built-in password of user %s%s\n", for_log(name).c_str(),
-                     by.c_str());
-        return refuse("##Change the password of admin locally first#", out);
-    default:
-        break;
+        return refuse(refusal->c_str(), out);
     }
+    const int n = login.session;
     const std::string user = session_get_user(n).value_or("");
     reply_printf(out, "Session=%i\n", n);
     qv_log_print(kLogNotice, "User %s login on %s%s\n", for_log(user).c_str(),

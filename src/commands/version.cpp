@@ -2,8 +2,8 @@
 
 #include "auth/session.h"
 #include "auth/user.h"
+#include "base/failures.h"
 #include "base/reply.h"
-#include "change/failures.h"
 #include "change/report.h"
 #include "commands/failures.h"
 #include "model/populate.h"

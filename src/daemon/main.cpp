@@ -13,6 +13,7 @@
 #include "daemon/out_of_memory.h"
 #include "daemon/request_server.h"
 #include "daemon/watchdog.h"
+#include "fleet/member.h"
 #include "funcs/add_remove_map.h"
 #include "funcs/apply_map.h"
 #include "funcs/check_map.h"
@@ -195,6 +196,7 @@ bool start_up(const Options &options, std::shared_ptr<const TlsContext> tls)
     if (socket_init(options.tcp_port, options.trust, std::move(tls), options.limits) != 0)
         return false;
     start_commits();
+    fleet_start(socket_open);
     qv_log_print(kLogNotice, "running\n");
     qv_claim_running();
     model_findings_start(options.meta_files, !options.debug); // where -d logs to
@@ -231,7 +233,8 @@ bool shut_down(const Options &options)
 {
     qv_claim_stopping();
     model_findings_stop();
-    bool alone = command_lock_close(kShutdownPatience);
+    bool alone = fleet_stop();
+    alone &= command_lock_close(kShutdownPatience);
     alone &= shell_stop_later();
     alone &= stop_commits();
     qv_log_print(kLogNotice, "stopping\n");

@@ -11,8 +11,10 @@
 #include "platform/log.h"
 #include "store/meta.h"
 
+#include <array>
 #include <memory>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 namespace qvcd {
 
@@ -20,7 +22,8 @@ namespace {
 
 constexpr char kEventsLost[] = "##Events were lost: too many came, or the client did not read them#";
 constexpr char kSessionChanged[] = "##The session has ended, or its rights have changed#";
-constexpr std::size_t kFirstLineBytes = 255; // what is behind them is the first command line
+constexpr std::size_t kFirstLineBytes = 255;     // what is behind them is the first command line
+constexpr std::size_t kStrangerLineBytes = 8192; // of who can do little but log in, with the longest password
 
 // What was answered goes out before a command waits: the command may end the daemon or cut the network.
 class ConnectionWaits final : public WaitHooks {
@@ -55,6 +58,10 @@ class RequestHandler final : public LineHandler {
             return identify(line, connection);
         if (line == "\n")
             return close(connection, result_);
+        if (caller_.stranger && line.size() == kStrangerLineBytes && line.back() != '\n') {
+            qv_log_print(kLogDebug, "connection closed: the line of a stranger is too long\n");
+            return close(connection, 1);
+        }
         if (use_)
             use_->note();
         stop_listening();
@@ -98,7 +105,10 @@ class RequestHandler final : public LineHandler {
         close(connection, identified_ && why != End::bad ? result_ : 1);
     }
 
-    std::size_t max_line_bytes() const override { return identified_ ? kMaxLineBytes : kFirstLineBytes; }
+    std::size_t max_line_bytes() const override
+    {
+        return !identified_ ? kFirstLineBytes : caller_.stranger ? kStrangerLineBytes : kMaxLineBytes;
+    }
     bool is_privileged() const override
     {
         return identified_ ? (mask_ & kLevel1Bits) != 0 : caller_.local && caller_.trusted;
@@ -118,9 +128,12 @@ class RequestHandler final : public LineHandler {
             reply_text(connection.out(), "!\n");
             return Next::close;
         }
-        const Admission admission = server_login(line, caller_, connection.peer().certificate_user);
-        if (!admission.admitted())
+        const Admission admission = admit(line, connection);
+        if (!admission.admitted()) {
+            if (!admission.refusal.empty())
+                reply_line(connection.out(), admission.refusal);
             return close(connection, 1);
+        }
         mask_ = admission.mask;
         use_ = admission.use;
         changes_ = admission.changes;
@@ -132,6 +145,15 @@ class RequestHandler final : public LineHandler {
         caller_.client = client_of(line);
         identified_ = true;
         return Next::go_on;
+    }
+
+    Admission admit(std::string_view line, LineConnection &connection)
+    {
+        const Peer &peer = connection.peer();
+        if (!peer.relayed)
+            return server_login(line, caller_, peer.certificate_user);
+        ConnectionWaits waits(connection);
+        return relayed_login(line, caller_, peer.login, &waits);
     }
 
     void start_listening(LineConnection &connection)
@@ -189,6 +211,16 @@ int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls, Se
     if (Fd tcp = port != 0 ? listen_tcp("0.0.0.0", port) : Fd())
         the_server->listen(std::move(tcp), std::move(tls));
     return the_server->start() ? 0 : -1;
+}
+
+Fd socket_open(Peer peer)
+{
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0)
+        return {};
+    Fd ours(ends[0]);
+    the_server->adopt(Fd(ends[1]), std::move(peer));
+    return ours;
 }
 
 bool socket_exit(std::chrono::milliseconds patience)

@@ -15,6 +15,10 @@ namespace qvcd {
 /// endpoint cannot be served; of TCP that is reported only.
 int socket_init(int port, Trust trust, std::shared_ptr<const TlsContext> tls, ServerLimits limits);
 
+/// A new connection to ourselves, which counts as this peer's; the socket does not block. Empty, with errno
+/// set, when there is none. Thread-safe, between socket_init() and socket_exit().
+Fd socket_open(Peer peer);
+
 /// Ends all connections and waits for the requests that run. False when one did not end in time.
 bool socket_exit(std::chrono::milliseconds patience = std::chrono::seconds{2});
 

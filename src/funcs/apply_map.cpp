@@ -3,6 +3,8 @@
 #include "funcs/apply_map.h"
 
 #include "base/args.h"
+#include "base/command_lock.h"
+#include "base/failures.h"
 #include "base/file_text.h"
 #include "base/limits.h"
 #include "base/shell.h"
@@ -92,10 +94,8 @@ std::chrono::seconds time_limit(const std::string &api)
 // `key`: what must not run twice at once. What it says of errors is for who keeps that, else for nobody.
 int do_syscall(const std::string &api, const std::string &command, const std::string &key)
 {
-    constexpr std::string_view kNoErrors = " 2>&1";
-    const bool keeps = shell_errors_are_kept() && command.ends_with(kNoErrors);
     const int status =
-        shell_run(cut(command, command.size() - (keeps ? kNoErrors.size() : 0)), time_limit(api), key);
+        shell_run(shell_errors_are_kept() ? shell_with_errors(command) : command, time_limit(api), key);
     qv_log_print(kLogDebug, "  syscall: %s\n", command.c_str());
     return status;
 }
@@ -116,7 +116,14 @@ int afunc_syscall_delay(Request &, const std::string &api, std::string_view, con
     if (args.empty())
         return 1;
     const std::chrono::seconds delay{std::max(0, c_int(args.front()))};
-    return shell_run_later(delay, join_words(args, 1) + std::string(kQuiet), time_limit(api)) ? 0 : 1;
+    std::string call(kDelayed);
+    for (const std::string &arg : args)
+        call += " " + arg;
+    const auto failed = [api, call](int status, const std::string &errors) {
+        if (const CommandLock lock; lock.held())
+            note_failure({api}, call, status, errors);
+    };
+    return shell_run_later(delay, join_words(args, 1) + std::string(kQuiet), time_limit(api), failed) ? 0 : 1;
 }
 
 int afunc_initd_restart(Request &, const std::string &api, std::string_view action, const Args &args)

@@ -41,6 +41,21 @@ std::int32_t qvcrypto_get_md5_session(std::string_view text)
     return number == 0 ? 1 : static_cast<std::int32_t>(number);
 }
 
+std::string qvcrypto_sha256(std::string_view text)
+{
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string hex;
+    try {
+        for (const unsigned byte : module<CryptoModule>().sha256(text).value()) {
+            hex += kDigits[byte >> 4U];
+            hex += kDigits[byte & 0xfU];
+        }
+    } catch (const std::exception &error) {
+        qv_log_print(kLogError, "SHA-256 is not available: %s\n", error.what());
+    }
+    return hex;
+}
+
 std::uint32_t qvcrypto_random31()
 {
     std::uint32_t bits = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace qvcd {
@@ -8,6 +9,9 @@ namespace qvcd {
 /// The session number that stands for a login's credentials: the first four bytes of the text's MD5 digest,
 /// big-endian, top bit cleared; 0 becomes 1.
 std::int32_t qvcrypto_get_md5_session(std::string_view text);
+
+/// The text's SHA-256 digest in hexadecimal digits; empty, after logging why, when there is none.
+std::string qvcrypto_sha256(std::string_view text);
 
 /// 31 random bits from the kernel (getrandom(2)).
 std::uint32_t qvcrypto_random31();

@@ -351,16 +351,27 @@ std::unique_ptr<TlsContext::Settings> tls_client(const TlsFiles &files)
 
 // ---- Digest ----
 
-std::optional<std::array<unsigned char, 16>> md5(std::string_view text)
+template <std::size_t Size>
+std::optional<std::array<unsigned char, Size>> digest_of(std::string_view text, const EVP_MD *kind)
 {
-    std::array<unsigned char, 16> digest{};
-    if (EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_md5(), nullptr) != 1)
+    std::array<unsigned char, Size> digest{};
+    if (EVP_Digest(text.data(), text.size(), digest.data(), nullptr, kind, nullptr) != 1)
         return std::nullopt;
     return digest;
 }
 
+std::optional<std::array<unsigned char, 16>> md5(std::string_view text)
+{
+    return digest_of<16>(text, EVP_md5());
+}
+
+std::optional<std::array<unsigned char, 32>> sha256(std::string_view text)
+{
+    return digest_of<32>(text, EVP_sha256());
+}
+
 } // namespace
 
-QVCD_MODULE(CryptoModule, tls_server, tls_client, md5)
+QVCD_MODULE(CryptoModule, tls_server, tls_client, md5, sha256)
 
 } // namespace qvcd

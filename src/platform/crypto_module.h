@@ -19,6 +19,7 @@ struct CryptoModule {
 
     /// Nothing when the library does not offer it.
     std::optional<std::array<unsigned char, 16>> (*md5)(std::string_view text);
+    std::optional<std::array<unsigned char, 32>> (*sha256)(std::string_view text);
 };
 
 } // namespace qvcd

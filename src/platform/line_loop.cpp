@@ -139,7 +139,8 @@ void LineLoop::dispatch(Worker &worker, const epoll_event &event)
         eventfd_t count = 0;
         ::eventfd_read(wake_.get(), &count);
         take_news();
-        return take_returned(worker);
+        take_returned(worker);
+        return take_adopted(worker);
     }
     if (event.data.ptr == &timer_) {
         std::uint64_t count = 0;
@@ -202,6 +203,32 @@ void LineLoop::take_returned(Worker &worker)
         answer(worker, *member);
 }
 
+void LineLoop::adopt(Listeners::Arrival arrival)
+{
+    {
+        const std::lock_guard lock(returned_mutex_);
+        adopted_.push_back(std::move(arrival));
+    }
+    wake();
+}
+
+void LineLoop::take_adopted(Worker &worker)
+{
+    while (worker.leads_) {
+        std::optional<Listeners::Arrival> arrival;
+        {
+            const std::lock_guard lock(returned_mutex_);
+            if (adopted_.empty())
+                return;
+            arrival = std::move(adopted_.front());
+            adopted_.pop_front();
+        }
+        if (Member *const member = admit(worker, nullptr, std::move(*arrival)))
+            readable(worker, *member);
+    }
+    wake(); // the next leader takes the others
+}
+
 void LineLoop::Worker::begin_wait() noexcept
 {
     Member &member = *member_;
@@ -241,20 +268,20 @@ void LineLoop::accept_all(Worker &worker, Listener &listener)
                 make_room(worker);
             return;
         }
-        if (Member *const member = admit(worker, listener, std::move(*arrival)))
+        if (Member *const member = admit(worker, listener.tls.get(), std::move(*arrival)))
             readable(worker, *member); // the request is mostly there already
     } while (worker.leads_ && !alone && std::chrono::steady_clock::now() < until);
 }
 
 // Null when there is no place.
-LineLoop::Member *LineLoop::admit(Worker &worker, Listener &listener, Listeners::Arrival arrival)
+LineLoop::Member *LineLoop::admit(Worker &worker, const TlsContext *tls, Listeners::Arrival arrival)
 {
-    std::unique_ptr<LineHandler> handler = listener.tls ? nullptr : make_handler_(arrival.peer);
+    std::unique_ptr<LineHandler> handler = tls ? nullptr : make_handler_(arrival.peer);
     std::string source = handler && handler->is_privileged() ? "" : arrival.peer.source();
     if (!find_place(worker, source))
         return nullptr;
-    Channel channel = listener.tls ? Channel(std::move(arrival.socket), listener.tls->accept())
-                                   : Channel(std::move(arrival.socket));
+    Channel channel =
+        tls ? Channel(std::move(arrival.socket), tls->accept()) : Channel(std::move(arrival.socket));
     return &table_.add(std::move(channel), std::move(arrival.peer), std::move(handler), std::move(source));
 }
 

@@ -10,6 +10,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -29,6 +30,9 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     bool start();
     bool stop(std::chrono::milliseconds patience);
 
+    /// One more client, who came in elsewhere. Thread-safe.
+    void adopt(Listeners::Arrival arrival);
+
     /// Those who listen may have news. Thread-safe.
     void tell_of_news();
 
@@ -41,12 +45,13 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     void dispatch(Worker &worker, const epoll_event &event);
     void serve_ready(Worker &worker);
     void take_returned(Worker &worker);
+    void take_adopted(Worker &worker);
     void take_news();
     void wake();
 
     // Connections come and go
     void accept_all(Worker &worker, Listener &listener);
-    Member *admit(Worker &worker, Listener &listener, Listeners::Arrival arrival);
+    Member *admit(Worker &worker, const TlsContext *tls, Listeners::Arrival arrival);
     bool find_place(Worker &worker, const std::string &source);
     bool make_room(Worker &worker);
     void close(Member &member);
@@ -80,6 +85,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
 
     std::mutex returned_mutex_;      // guards what follows
     std::vector<Member *> returned_; // their commands waited and have ended
+    std::deque<Listeners::Arrival> adopted_;
 
     // The leader's.
     Listeners listeners_;

@@ -27,6 +27,11 @@ void LineServer::listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls)
     loop_->add({std::move(listener), false, std::move(tls)});
 }
 
+void LineServer::adopt(Fd socket, Peer peer)
+{
+    loop_->adopt({std::move(socket), std::move(peer)});
+}
+
 bool LineServer::start()
 {
     return loop_->start();

@@ -123,6 +123,10 @@ class LineServer {
     /// With `tls` that is all that is spoken there; its handshake counts into ServerLimits::first_line.
     void listen(Fd tcp_socket, std::shared_ptr<const TlsContext> tls = nullptr);
 
+    /// Serves a connected stream socket of this peer like one that came in, in clear. Thread-safe. It is
+    /// closed when there is no place.
+    void adopt(Fd socket, Peer peer);
+
     /// Starts the threads. False, after reporting why, when the kernel gives none or no epoll descriptor.
     bool start();
 

@@ -1,5 +1,6 @@
 #include "platform/mqtt.h"
 
+#include "platform/host_name.h"
 #include "platform/log.h"
 #include "platform/mqtt_module.h"
 #include "platform/sysroot.h"
@@ -34,8 +35,18 @@ struct TextKey {
 };
 
 constexpr TextKey kTextKeys[] = {
-    {"host", &MqttConfig::host},     {"user", &MqttConfig::user},     {"password", &MqttConfig::password},
-    {"cafile", &MqttConfig::cafile}, {"prefix", &MqttConfig::prefix},
+    {"host", &MqttConfig::host},         {"user", &MqttConfig::user},
+    {"password", &MqttConfig::password}, {"cafile", &MqttConfig::cafile},
+    {"certfile", &MqttConfig::certfile}, {"keyfile", &MqttConfig::keyfile},
+    {"prefix", &MqttConfig::prefix},     {"id", &MqttConfig::id},
+    {"facts", &MqttConfig::facts},
+};
+
+// What stands for itself in the file, and in the end for something else.
+struct Answers {
+    std::optional<int> port;
+    bool commands = false;
+    bool insecure = false;
 };
 
 bool parse_port(std::string_view text, int &port)
@@ -45,7 +56,7 @@ bool parse_port(std::string_view text, int &port)
 }
 
 // False when the line makes the file useless.
-bool take_line(std::string_view line, MqttConfig &config, std::optional<int> &port)
+bool take_line(std::string_view line, MqttConfig &config, Answers &answers)
 {
     const std::size_t equals = std::min(line.find('='), line.size());
     const std::string_view key = trim(line.substr(0, equals));
@@ -57,7 +68,11 @@ bool take_line(std::string_view line, MqttConfig &config, std::optional<int> &po
                          kMqttConfigFile);
             return false;
         }
-        port = number;
+        answers.port = number;
+        return true;
+    }
+    if (key == "commands" || key == "insecure") {
+        (key == "commands" ? answers.commands : answers.insecure) = value == "yes";
         return true;
     }
     const auto *row = std::ranges::find(kTextKeys, key, &TextKey::name);
@@ -69,27 +84,57 @@ bool take_line(std::string_view line, MqttConfig &config, std::optional<int> &po
     return true;
 }
 
+// Why no commands are taken; null: they are.
+const char *refusal_of_commands(const MqttConfig &config, const Answers &answers)
+{
+    if (config.cafile.empty() && !answers.insecure)
+        return "there is no cafile, and passwords would go in clear: commands need TLS, or insecure=yes";
+    if (!is_topic_level(config.id))
+        return "the id is no level of a topic, no commands are taken";
+    if (config.certfile.empty() != config.keyfile.empty())
+        return "certfile and keyfile belong together, no commands are taken";
+    return nullptr;
+}
+
 } // namespace
+
+bool is_topic_level(std::string_view text)
+{
+    constexpr std::size_t kMostBytes = 64;
+    return !text.empty() && text.size() <= kMostBytes && std::ranges::all_of(text, [](char c) {
+        return c > ' ' && c < '\x7f' && std::string_view("/+#$").find(c) == std::string_view::npos;
+    });
+}
 
 std::optional<MqttConfig> parse_mqtt_config(std::string_view text)
 {
     MqttConfig config;
-    std::optional<int> port;
+    Answers answers;
     while (!text.empty()) {
         const std::string_view line = trim(next_line(text));
-        if (!line.empty() && line.front() != '#' && !take_line(line, config, port))
+        if (!line.empty() && line.front() != '#' && !take_line(line, config, answers))
             return std::nullopt;
     }
     if (config.host.empty())
         return std::nullopt;
-    config.port = port.value_or(config.cafile.empty() ? 1883 : 8883);
+    config.port = answers.port.value_or(config.cafile.empty() ? 1883 : 8883);
+    if (!answers.commands)
+        return config;
+    if (config.id.empty())
+        config.id = host_name();
+    const char *const refusal = refusal_of_commands(config, answers);
+    if (refusal)
+        qv_log_print(kLogError, "%s: %s\n", kMqttConfigFile, refusal);
+    config.commands = !refusal;
     return config;
 }
 
 std::unique_ptr<MqttClient> MqttClient::start(MqttConfig config)
 {
-    if (!config.cafile.empty())
-        config.cafile = qv_sysroot_path(config.cafile);
+    for (std::string *file : {&config.cafile, &config.certfile, &config.keyfile}) {
+        if (!file->empty())
+            *file = qv_sysroot_path(*file);
+    }
     try {
         return module<MqttModule>().start(std::move(config), qv_log_print);
     } catch (const ModuleError &error) {

@@ -1,21 +1,19 @@
 #include "platform/mqtt_module.h"
 
-#include "platform/fd.h"
+#include "platform/host_name.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <mosquitto.h>
+#include <mqtt_protocol.h>
 #include <mutex>
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <unordered_map>
 
 namespace qvcd {
 
@@ -25,107 +23,176 @@ using namespace std::chrono_literals;
 
 constexpr int kQos = 1;
 constexpr int kKeepAliveSeconds = 60;
-constexpr int kUnacknowledgedLimit = 20; // the library sends no more at once
-constexpr auto kAnswerPatience = 10s;    // for the broker's answer to CONNECT
 constexpr auto kRetryFirst = 1s;
 constexpr auto kRetryLongest = 30s;
 constexpr auto kStopPatience = 1s;
-constexpr auto kTick = 1s; // how often the library looks after its keep-alive
 
 struct MosquittoFree {
     void operator()(mosquitto *client) const noexcept { ::mosquitto_destroy(client); }
 };
 
-struct Message {
-    std::string event;
-    std::string payload;
+// Properties of one packet, which may lack memory: then the packet is not sent.
+class Properties {
+  public:
+    Properties() = default;
+    ~Properties() { ::mosquitto_property_free_all(&list_); }
+    Properties(const Properties &) = delete;
+    Properties &operator=(const Properties &) = delete;
+
+    void pair(const std::string &name, const std::string &value)
+    {
+        good_ &= ::mosquitto_property_add_string_pair(&list_, MQTT_PROP_USER_PROPERTY, name.c_str(),
+                                                      value.c_str()) == MOSQ_ERR_SUCCESS;
+    }
+    void binary(int which, const std::string &value)
+    {
+        good_ &=
+            ::mosquitto_property_add_binary(&list_, which, value.data(),
+                                            static_cast<std::uint16_t>(value.size())) == MOSQ_ERR_SUCCESS;
+    }
+    void number(int which, std::size_t value)
+    {
+        good_ &= ::mosquitto_property_add_int32(&list_, which, static_cast<std::uint32_t>(value)) ==
+                 MOSQ_ERR_SUCCESS;
+    }
+    bool good() const { return good_; }
+    const mosquitto_property *get() const { return list_; }
+
+  private:
+    mosquitto_property *list_ = nullptr;
+    bool good_ = true;
 };
 
-// Only the thread calls the library; publish() fills the queue and wakes it.
+// What the library gives is ours to free.
+std::string taken(char *text)
+{
+    std::string copy = text ? text : "";
+    std::free(text);
+    return copy;
+}
+
+MqttRequest request_of(const mosquitto_message &message, const mosquitto_property *properties)
+{
+    MqttRequest request;
+    request.payload.assign(static_cast<const char *>(message.payload),
+                           static_cast<std::size_t>(message.payloadlen));
+    char *text = nullptr;
+    if (::mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &text, false))
+        request.response_topic = taken(text);
+    void *bytes = nullptr;
+    std::uint16_t size = 0;
+    if (::mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &bytes, &size, false)) {
+        request.correlation.assign(static_cast<const char *>(bytes), size);
+        std::free(bytes);
+    }
+    char *name = nullptr;
+    char *value = nullptr;
+    const mosquitto_property *at = properties;
+    for (bool next = false;
+         (at = ::mosquitto_property_read_string_pair(at, MQTT_PROP_USER_PROPERTY, &name, &value, next));
+         next = true) {
+        std::string first = taken(name); // both are freed, whatever the second one's memory
+        request.properties.emplace_back(std::move(first), taken(value));
+    }
+    return request;
+}
+
+// The thread runs the library's loop, which reconnects and sends; what the others call only queues. The
+// library calls back on the thread, without any lock of its own that they would wait for.
 struct State {
     State(MqttConfig c, decltype(&qv_log_print) l) : config(std::move(c)), log(l) {}
 
     const MqttConfig config;
     decltype(&qv_log_print) const log;
     std::unique_ptr<mosquitto, MosquittoFree> client;
-    Fd wake; // eventfd(2)
 
     std::mutex mutex; // guards what follows
     std::condition_variable changed;
-    std::deque<Message> queue;
-    std::uint64_t lost = 0; // events since the queue became full
+    std::unordered_map<int, std::size_t> unacknowledged; // bytes of each message
+    std::size_t unacknowledged_bytes = 0;
+    std::uint64_t lost = 0; // messages since the queue became full
+    bool joined = false;
+    bool connected = false; // the broker has accepted us
     bool stopping = false;
     bool ended = false;
-    Deadline stop_deadline;
+    std::function<void(MqttRequest)> request;
+    std::string status, farewell;
 
     // The thread's own.
-    bool connected = false; // the broker has accepted us
-    bool served = false;    // it did at some time of this connection
-    bool refused = false;
+    bool served = false;    // the broker accepted us since the last failure
     bool up_logged = false; // what the log says last; neither at first
     bool down_logged = false;
-    int unacknowledged = 0;
 
     bool prepare();
+    int secure();
     void run();
+    int open_connection();
     bool is_stopping();
-    bool has_time();
-    bool work_left();
     void note_down(const char *reason);
     void note_up();
-    int open_connection();
-    void converse();
-    bool wait_for_traffic();
-    void hand_over();
-    void publish_one(const Message &message);
+    void set_will();
+    void subscribe();
+    void send_status();
+    bool publish(const std::string &topic, const std::string &payload, const mosquitto_property *properties,
+                 bool retain);
+    bool publish_locked(const std::string &topic, const std::string &payload,
+                        const mosquitto_property *properties, bool retain);
+    void disconnect();
     bool pause(std::chrono::milliseconds time);
 
-    static void on_connect(mosquitto *, void *self, int code);
-    static void on_disconnect(mosquitto *, void *self, int code);
-    static void on_publish(mosquitto *, void *self, int id);
+    static void on_connect(mosquitto *, void *self, int code, int flags, const mosquitto_property *);
+    static void on_disconnect(mosquitto *, void *self, int code, const mosquitto_property *);
+    static void on_publish(mosquitto *, void *self, int id, int code, const mosquitto_property *);
+    static void on_subscribe(mosquitto *, void *self, int id, int count, const int *granted,
+                             const mosquitto_property *);
+    static void on_message(mosquitto *, void *self, const mosquitto_message *message,
+                           const mosquitto_property *properties);
 };
 
 bool State::prepare()
 {
     static const int library = ::mosquitto_lib_init();
-    wake.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    client.reset(::mosquitto_new(nullptr, true, this));
-    if (library != MOSQ_ERR_SUCCESS || !client || !wake) {
+    // With a name of its own an appliance takes its place from a connection of its that the broker still
+    // holds.
+    const std::string name = "qvcd-" + config.id;
+    client.reset(::mosquitto_new(config.commands ? name.c_str() : nullptr, true, this));
+    if (library != MOSQ_ERR_SUCCESS || !client) {
         log(kLogError, "notify: cannot make an MQTT client: %s\n", std::strerror(errno));
         return false;
     }
-    ::mosquitto_connect_callback_set(client.get(), &on_connect);
-    ::mosquitto_disconnect_callback_set(client.get(), &on_disconnect);
-    ::mosquitto_publish_callback_set(client.get(), &on_publish);
-    int rc = MOSQ_ERR_SUCCESS;
-    if (!config.user.empty())
-        rc = ::mosquitto_username_pw_set(client.get(), config.user.c_str(),
-                                         config.password.empty() ? nullptr : config.password.c_str());
-    if (rc == MOSQ_ERR_SUCCESS && !config.cafile.empty())
-        rc = ::mosquitto_tls_set(client.get(), config.cafile.c_str(), nullptr, nullptr, nullptr, nullptr);
+    ::mosquitto_threaded_set(client.get(), true);
+    ::mosquitto_int_option(client.get(), MOSQ_OPT_PROTOCOL_VERSION,
+                           config.commands ? MQTT_PROTOCOL_V5 : MQTT_PROTOCOL_V311);
+    ::mosquitto_reconnect_delay_set(client.get(), std::chrono::seconds(kRetryFirst).count(),
+                                    std::chrono::seconds(kRetryLongest).count(), true);
+    ::mosquitto_connect_v5_callback_set(client.get(), &on_connect);
+    ::mosquitto_disconnect_v5_callback_set(client.get(), &on_disconnect);
+    ::mosquitto_publish_v5_callback_set(client.get(), &on_publish);
+    ::mosquitto_subscribe_v5_callback_set(client.get(), &on_subscribe);
+    ::mosquitto_message_v5_callback_set(client.get(), &on_message);
+    const int rc = secure();
     if (rc != MOSQ_ERR_SUCCESS)
         log(kLogError, "notify: no events to the broker, user or cafile cannot be used: %s\n",
             ::mosquitto_strerror(rc));
     return rc == MOSQ_ERR_SUCCESS;
 }
 
+int State::secure()
+{
+    const auto or_none = [](const std::string &text) { return text.empty() ? nullptr : text.c_str(); };
+    int rc = MOSQ_ERR_SUCCESS;
+    if (!config.user.empty())
+        rc = ::mosquitto_username_pw_set(client.get(), config.user.c_str(), or_none(config.password));
+    if (rc == MOSQ_ERR_SUCCESS && !config.cafile.empty())
+        rc = ::mosquitto_tls_set(client.get(), config.cafile.c_str(), nullptr, or_none(config.certfile),
+                                 or_none(config.keyfile), nullptr);
+    return rc;
+}
+
 bool State::is_stopping()
 {
     const std::lock_guard lock(mutex);
     return stopping;
-}
-
-// False when the second that stopping grants is over.
-bool State::has_time()
-{
-    const std::lock_guard lock(mutex);
-    return !stopping || std::chrono::steady_clock::now() < stop_deadline;
-}
-
-bool State::work_left()
-{
-    const std::lock_guard lock(mutex);
-    return !queue.empty() || unacknowledged > 0;
 }
 
 void State::note_down(const char *reason)
@@ -144,124 +211,156 @@ void State::note_up()
     up_logged = true;
 }
 
-void State::on_connect(mosquitto *, void *self, int code)
+void State::on_connect(mosquitto *, void *self, int code, int, const mosquitto_property *)
 {
     auto *s = static_cast<State *>(self);
-    s->connected = s->served = code == 0;
-    s->refused = code != 0;
-    if (s->connected)
-        s->note_up();
-    else
-        s->note_down(::mosquitto_connack_string(code));
+    if (code != 0)
+        return s->note_down(s->config.commands ? ::mosquitto_reason_string(code)
+                                               : ::mosquitto_connack_string(code));
+    s->served = true;
+    s->note_up();
+    if (s->config.commands)
+        s->subscribe();
+    const std::lock_guard lock(s->mutex);
+    s->connected = true;
+    s->send_status();
+    if (s->stopping)
+        s->disconnect();
+    s->changed.notify_all();
 }
 
-void State::on_disconnect(mosquitto *, void *self, int code)
+void State::on_disconnect(mosquitto *, void *self, int code, const mosquitto_property *)
 {
     auto *s = static_cast<State *>(self);
-    s->connected = false;
+    {
+        const std::lock_guard lock(s->mutex);
+        s->connected = false;
+        s->changed.notify_all();
+    }
     if (code != 0)
         s->note_down(::mosquitto_strerror(code));
+    s->set_will(); // of the next connection
 }
 
-void State::on_publish(mosquitto *, void *self, int)
+void State::on_publish(mosquitto *, void *self, int id, int code, const mosquitto_property *)
 {
     auto *s = static_cast<State *>(self);
-    s->unacknowledged = std::max(s->unacknowledged - 1, 0);
+    if (code >= MQTT_RC_UNSPECIFIED)
+        s->log(kLogWarning, "notify: the broker refuses a message: %s\n", ::mosquitto_reason_string(code));
+    const std::lock_guard lock(s->mutex);
+    const auto found = s->unacknowledged.find(id);
+    if (found == s->unacknowledged.end())
+        return;
+    s->unacknowledged_bytes -= found->second;
+    s->unacknowledged.erase(found);
+    if (s->lost > 0 && s->unacknowledged.size() < kMqttQueueLimit / 2)
+        s->log(kLogWarning, "notify: %llu messages did not reach the broker\n",
+               static_cast<unsigned long long>(std::exchange(s->lost, 0)));
+    s->changed.notify_all();
+}
+
+void State::on_subscribe(mosquitto *, void *self, int, int count, const int *granted,
+                         const mosquitto_property *)
+{
+    auto *s = static_cast<State *>(self);
+    if (std::any_of(granted, granted + count, [](int qos) { return qos >= MQTT_RC_UNSPECIFIED; }))
+        s->log(kLogError, "notify: the broker does not let us listen to requests\n");
+}
+
+void State::on_message(mosquitto *, void *self, const mosquitto_message *message,
+                       const mosquitto_property *properties)
+{
+    auto *s = static_cast<State *>(self);
+    if (message->retain) // it is nobody's request of today
+        return;
+    std::function<void(MqttRequest)> taker;
+    {
+        const std::lock_guard lock(s->mutex);
+        taker = s->request;
+    }
+    try {
+        if (taker)
+            taker(request_of(*message, properties));
+    } catch (const std::exception &error) {
+        s->log(kLogError, "notify: a request is lost: %s\n", error.what());
+    }
+}
+
+void State::subscribe()
+{
+    ::mosquitto_subscribe_v5(client.get(), nullptr, fleet_topic(config, "request").c_str(), kQos,
+                             MQTT_SUB_OPT_SEND_RETAIN_NEVER, nullptr);
+}
+
+void State::set_will()
+{
+    std::string will;
+    {
+        const std::lock_guard lock(mutex);
+        will = farewell;
+    }
+    if (config.commands)
+        ::mosquitto_will_set_v5(client.get(), fleet_topic(config, "status").c_str(),
+                                static_cast<int>(will.size()), will.data(), kQos, true, nullptr);
+}
+
+// With the mutex. While the broker is away there is nothing to tell: what holds at the next connect is sent
+// then.
+void State::send_status()
+{
+    if (config.commands && connected && !status.empty())
+        publish_locked(fleet_topic(config, "status"), status, nullptr, true);
 }
 
 // Looks the broker up and connects; both may block for long, which only this thread feels.
 int State::open_connection()
 {
-    refused = served = false;
+    served = false;
+    set_will();
+    Properties properties;
+    if (config.commands)
+        properties.number(MQTT_PROP_MAXIMUM_PACKET_SIZE, kMqttRequestBytes);
     errno = 0;
-    const int rc = ::mosquitto_connect(client.get(), config.host.c_str(), config.port, kKeepAliveSeconds);
+    const int rc = ::mosquitto_connect_bind_v5(client.get(), config.host.c_str(), config.port,
+                                               kKeepAliveSeconds, nullptr, properties.get());
     if (rc != MOSQ_ERR_SUCCESS)
         note_down(rc == MOSQ_ERR_ERRNO ? std::strerror(errno) : ::mosquitto_strerror(rc));
     return rc;
 }
 
-// One connection, from the broker's answer to its loss or our stop.
-void State::converse()
+bool State::publish(const std::string &topic, const std::string &payload,
+                    const mosquitto_property *properties, bool retain)
 {
-    const Deadline answer = deadline_in(kAnswerPatience);
-    while (has_time()) {
-        if (is_stopping() && !work_left())
-            break;
-        if (!connected && (refused || std::chrono::steady_clock::now() >= answer)) {
-            note_down("it does not answer");
-            break;
-        }
-        if (connected)
-            hand_over();
-        if (!wait_for_traffic())
-            break;
-    }
-    connected = false;
-    ::mosquitto_disconnect(client.get());
-    ::mosquitto_loop_write(client.get(), 1);
+    const std::lock_guard lock(mutex); // so that on_publish finds it
+    return publish_locked(topic, payload, properties, retain);
 }
 
-// False when the connection is lost.
-bool State::wait_for_traffic()
+bool State::publish_locked(const std::string &topic, const std::string &payload,
+                           const mosquitto_property *properties, bool retain)
 {
-    const int socket = ::mosquitto_socket(client.get());
-    if (socket < 0)
+    if (unacknowledged.size() >= kMqttQueueLimit || unacknowledged_bytes + payload.size() > kMqttQueueBytes) {
+        if (lost++ == 0)
+            log(kLogWarning, "notify: the broker's queue is full, further events are lost\n");
         return false;
-    const bool writing = ::mosquitto_want_write(client.get());
-    std::array<pollfd, 2> waits{
-        {{socket, static_cast<short>(writing ? POLLIN | POLLOUT : POLLIN), 0}, {wake.get(), POLLIN, 0}}};
-    const auto longest = is_stopping() ? 50ms : std::chrono::milliseconds(kTick);
-    if (::poll(waits.data(), waits.size(), static_cast<int>(longest.count())) < 0 && errno != EINTR)
-        return false;
-    if (waits[1].revents != 0) {
-        eventfd_t count = 0;
-        ::eventfd_read(wake.get(), &count);
     }
-    int rc = MOSQ_ERR_SUCCESS;
-    if (waits[0].revents & (POLLIN | POLLHUP | POLLERR))
-        rc = ::mosquitto_loop_read(client.get(), 1);
-    if (rc == MOSQ_ERR_SUCCESS && (waits[0].revents & POLLOUT))
-        rc = ::mosquitto_loop_write(client.get(), 1);
-    if (rc == MOSQ_ERR_SUCCESS)
-        rc = ::mosquitto_loop_misc(client.get());
-    return rc == MOSQ_ERR_SUCCESS;
-}
-
-// Gives queued events to the library, as many as it sends without acknowledgement.
-void State::hand_over()
-{
-    while (unacknowledged < kUnacknowledgedLimit) {
-        Message message;
-        std::uint64_t dropped = 0;
-        {
-            const std::lock_guard lock(mutex);
-            if (queue.empty())
-                return;
-            message = std::move(queue.front());
-            queue.pop_front();
-            dropped = std::exchange(lost, 0);
-        }
-        if (dropped > 0)
-            log(kLogWarning, "notify: %llu events did not reach the broker\n",
-                static_cast<unsigned long long>(dropped));
-        publish_one(message);
-    }
-}
-
-void State::publish_one(const Message &message)
-{
-    std::array<char, 256> name{};
-    const bool named = ::gethostname(name.data(), name.size() - 1) == 0 && name[0] != '\0';
-    const std::string topic = config.prefix + "/" + (named ? name.data() : "localhost") + "/" + message.event;
+    int id = 0;
+    const int rc = ::mosquitto_publish_v5(client.get(), &id, topic.c_str(), static_cast<int>(payload.size()),
+                                          payload.data(), kQos, retain, properties);
     // A lost connection is no failure here: the library keeps the message and sends it after the next
     // connect.
-    const int rc =
-        ::mosquitto_publish(client.get(), nullptr, topic.c_str(), static_cast<int>(message.payload.size()),
-                            message.payload.data(), kQos, false);
-    if (rc == MOSQ_ERR_SUCCESS || rc == MOSQ_ERR_NO_CONN || rc == MOSQ_ERR_CONN_LOST)
-        ++unacknowledged;
-    else
+    if (rc != MOSQ_ERR_SUCCESS && rc != MOSQ_ERR_NO_CONN && rc != MOSQ_ERR_CONN_LOST) {
         log(kLogWarning, "notify: cannot publish %s: %s\n", topic.c_str(), ::mosquitto_strerror(rc));
+        return false;
+    }
+    unacknowledged[id] = payload.size();
+    unacknowledged_bytes += payload.size();
+    return true;
+}
+
+// The broker then says that we are gone, as our last will.
+void State::disconnect()
+{
+    ::mosquitto_disconnect_v5(client.get(), config.commands ? MQTT_RC_DISCONNECT_WITH_WILL_MSG : 0, nullptr);
 }
 
 // False when the client stops.
@@ -271,12 +370,22 @@ bool State::pause(std::chrono::milliseconds time)
     return !changed.wait_for(lock, time, [this] { return stopping; });
 }
 
+// The library's loop reconnects by itself, but gives up after some failures (of TLS, of the protocol, at the
+// first connect); we do not.
 void State::run()
 {
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [this] { return stopping || !config.commands || (joined && !status.empty()); });
+    }
     std::chrono::milliseconds delay = kRetryFirst;
     while (!is_stopping()) {
         if (open_connection() == MOSQ_ERR_SUCCESS) {
-            converse();
+            if (is_stopping())
+                disconnect();
+            const int end = ::mosquitto_loop_forever(client.get(), -1, 1);
+            if (end != MOSQ_ERR_SUCCESS)
+                note_down(::mosquitto_strerror(end));
             if (served)
                 delay = kRetryFirst;
         }
@@ -297,7 +406,12 @@ class Client : public MqttClient {
     }
     ~Client() override;
 
+    const MqttConfig &config() const override { return state_->config; }
     void publish(std::string event, std::string payload) override;
+    void join(std::function<void(MqttRequest)> request) override;
+    void leave() override;
+    bool reply(const MqttReply &reply) override;
+    void tell_status(std::string status, std::string farewell) override;
 
   private:
     std::shared_ptr<State> state_; // the thread's too: one that hangs in a name lookup is left behind
@@ -306,13 +420,16 @@ class Client : public MqttClient {
 
 Client::~Client()
 {
-    std::unique_lock lock(state_->mutex);
-    state_->stopping = true;
-    state_->stop_deadline = deadline_in(kStopPatience);
-    state_->changed.notify_all();
-    ::eventfd_write(state_->wake.get(), 1);
-    const bool ended =
-        state_->changed.wait_until(lock, state_->stop_deadline + 100ms, [this] { return state_->ended; });
+    State &s = *state_;
+    const Deadline deadline = deadline_in(kStopPatience);
+    std::unique_lock lock(s.mutex);
+    s.stopping = true;
+    s.changed.notify_all();
+    s.changed.wait_until(lock, deadline, [&] { return s.ended || !s.connected || s.unacknowledged.empty(); });
+    lock.unlock();
+    s.disconnect();
+    lock.lock();
+    const bool ended = s.changed.wait_until(lock, deadline + 100ms, [&] { return s.ended; });
     lock.unlock();
     if (ended)
         thread_.join();
@@ -322,19 +439,41 @@ Client::~Client()
 
 void Client::publish(std::string event, std::string payload)
 {
-    bool was_empty = false;
-    {
-        const std::lock_guard lock(state_->mutex);
-        if (state_->queue.size() >= kMqttQueueLimit) {
-            if (state_->lost++ == 0)
-                state_->log(kLogWarning, "notify: the broker's queue is full, further events are lost\n");
-            return;
-        }
-        was_empty = state_->queue.empty();
-        state_->queue.push_back({std::move(event), std::move(payload)});
-    }
-    if (was_empty)
-        ::eventfd_write(state_->wake.get(), 1);
+    const MqttConfig &c = config();
+    state_->publish(c.prefix + "/" + (c.id.empty() ? host_name() : c.id) + "/" + event, payload, nullptr,
+                    false);
+}
+
+void Client::join(std::function<void(MqttRequest)> request)
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->request = std::move(request);
+    state_->joined = true;
+    state_->changed.notify_all();
+}
+
+void Client::leave()
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->request = nullptr;
+}
+
+bool Client::reply(const MqttReply &reply)
+{
+    Properties properties;
+    properties.binary(MQTT_PROP_CORRELATION_DATA, reply.correlation);
+    for (const auto &[name, value] : reply.properties)
+        properties.pair(name, value);
+    return properties.good() && state_->publish(reply.topic, reply.payload, properties.get(), false);
+}
+
+void Client::tell_status(std::string status, std::string farewell)
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->status = std::move(status);
+    state_->farewell = std::move(farewell);
+    state_->changed.notify_all();
+    state_->send_status();
 }
 
 std::unique_ptr<MqttClient> start(MqttConfig config, decltype(&qv_log_print) log)

@@ -72,7 +72,7 @@ std::size_t size_of(const Notification &n)
 /// before it distributes, so who was connected when an event was published gets it.
 class Bus {
   public:
-    Bus(UnixListener listener, Fd wake, std::unique_ptr<MqttClient> mqtt)
+    Bus(UnixListener listener, Fd wake, std::shared_ptr<MqttClient> mqtt)
         : listener_(std::move(listener)), wake_(std::move(wake)), mqtt_(std::move(mqtt)),
           has_broker_(mqtt_ != nullptr), thread_(start_quiet_thread([this] { run(); }))
     {
@@ -84,6 +84,7 @@ class Bus {
     bool has_listeners() const;
     void publish(Notification notification);
     std::optional<std::uint64_t> listen(const std::shared_ptr<EventQueue> &queue);
+    std::shared_ptr<MqttClient> broker() const { return mqtt_; }
     void stop();
 
   private:
@@ -99,7 +100,7 @@ class Bus {
 
     UnixListener listener_;
     Fd wake_; // eventfd(2)
-    std::unique_ptr<MqttClient> mqtt_;
+    std::shared_ptr<MqttClient> mqtt_;
     const bool has_broker_; // for publishers, whom stop() may overtake
 
     std::mutex mutex_; // guards what follows
@@ -324,7 +325,7 @@ std::shared_ptr<Bus> current_bus()
     return the.bus;
 }
 
-std::unique_ptr<MqttClient> start_mqtt()
+std::shared_ptr<MqttClient> start_mqtt()
 {
     std::ifstream file(qv_sysroot_path(kMqttConfigFile), std::ios::binary);
     if (!file)
@@ -374,6 +375,12 @@ std::optional<std::uint64_t> qvnotify_listen(const std::shared_ptr<EventQueue> &
 {
     const std::shared_ptr<Bus> bus = current_bus();
     return bus ? bus->listen(queue) : std::nullopt;
+}
+
+std::shared_ptr<MqttClient> qvnotify_broker()
+{
+    const std::shared_ptr<Bus> bus = current_bus();
+    return bus ? bus->broker() : nullptr;
 }
 
 bool qvnotify_has_listeners()

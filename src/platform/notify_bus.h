@@ -9,6 +9,7 @@
 namespace qvcd {
 
 class EventQueue;
+class MqttClient;
 
 /// Who may know of an event: whose permission word has a bit of each.
 struct Audience {
@@ -57,6 +58,9 @@ std::optional<std::uint64_t> qvnotify_listen(const std::shared_ptr<EventQueue> &
 /// are when more events come than can be sent. Each is logged, once a minute at most. Before qvnotify_start()
 /// or after qvnotify_stop() nothing happens. Thread-safe.
 void qvnotify_send_publish_message(Notification notification);
+
+/// The client of the broker, where notify.conf names one.
+std::shared_ptr<MqttClient> qvnotify_broker();
 
 /// Ends the bus; events that are queued for the broker are given a second.
 void qvnotify_stop();

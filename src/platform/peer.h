@@ -8,6 +8,11 @@
 
 namespace qvcd {
 
+/// A user and his password, as a client gave them.
+struct PeerLogin {
+    std::string user, password;
+};
+
 /// Who connected.
 struct Peer {
     bool local = false;                 ///< over the Unix socket
@@ -17,6 +22,11 @@ struct Peer {
     std::vector<gid_t> groups;          ///< its further groups; not looked up of root and of our own user
     std::string address;                ///< of one over TCP, numeric; an IPv4 address in IPv4 form
     std::optional<std::string> certificate_user; ///< where clients show certificates: the common name in it
+
+    /// Another program hands on what came to it (the MQTT broker): nobody is trusted, session 0 is nobody.
+    /// The address is that program's name.
+    bool relayed = false;
+    std::optional<PeerLogin> login; ///< of one that is relayed, in place of a session
 
     /// Where it comes from, in a word: "user 1000", "192.0.2.7".
     std::string source() const;

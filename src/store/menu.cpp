@@ -11,14 +11,27 @@ namespace {
 
 constexpr char kWizardFile[] = "/etc/wizard.hdf";
 
+// Of the package that brings the metadata; a file of the device's own counts in its place.
+constexpr char kPackagedMenu[] = "/usr/share/qvapi/menu.hdf";
+constexpr char kPackagedWizard[] = "/usr/share/qvapi/wizard.hdf";
+
 FileName menuDBFile;
+
+// The result and detail are those of the file that was there.
+HdfRead read_one_of(const std::string &path, const char *packaged, Tree &tree)
+{
+    HdfRead read = hdf_read_own_file_whole(path, tree);
+    if (read.result == HdfResult::missing && !path.empty())
+        read = hdf_read_own_file_whole(qv_sysroot_path(packaged), tree);
+    return read;
+}
 
 } // namespace
 
 int menu_load_db_file(const FileName &file)
 {
     Tree fresh = Tree::make();
-    const HdfRead menu = hdf_read_own_file_whole(file.path, fresh);
+    const HdfRead menu = read_one_of(file.path, kPackagedMenu, fresh);
     if (menu.result == HdfResult::missing)
         return 0;
     if (menu.result == HdfResult::error) {
@@ -28,7 +41,7 @@ int menu_load_db_file(const FileName &file)
         return 1;
     }
     menuDB = std::move(fresh);
-    const HdfRead wizard = hdf_read_own_file_whole(qv_sysroot_path(kWizardFile), menuDB);
+    const HdfRead wizard = read_one_of(qv_sysroot_path(kWizardFile), kPackagedWizard, menuDB);
     if (wizard.result == HdfResult::missing)
         return 0;
     if (wizard.result == HdfResult::error)

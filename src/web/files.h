@@ -3,8 +3,12 @@
 #include "web/message.h"
 
 #include <string>
+#include <string_view>
 
 namespace qvcd::web {
+
+/// What pages of other sites may ask for, too.
+constexpr std::string_view kPublicFile = "/icon.svg";
 
 /// The pages: files below a folder.
 class Files {

@@ -70,7 +70,7 @@ void Gate::check(const Origin &o) const
         throw Problem{421, "this is not the name of this machine: see option --name"};
     const bool is_foreign = o.fetch_site == "cross-site" || o.fetch_site == "same-site";
     const bool is_link = !o.changes && o.is_page && o.fetch_mode == "navigate";
-    if (is_foreign && !is_link)
+    if (is_foreign && !is_link && !(o.is_public && !o.changes))
         throw Problem{403, "another site asks this"};
     if (!o.origin.empty() && lower(o.origin) != scheme_ + lower(o.host))
         throw Problem{403, "another site asks this"};

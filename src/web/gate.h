@@ -14,6 +14,7 @@ struct Origin {
     std::string_view fetch_mode; ///< Sec-Fetch-Mode
     bool changes = false;        ///< its method is neither GET nor HEAD
     bool is_page = false;        ///< it asks for a file, and not for the API
+    bool is_public = false;      ///< other sites may ask for it
     bool has_cookie = false;     ///< its session is from a cookie, which browsers send unasked
 };
 

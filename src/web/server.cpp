@@ -275,6 +275,7 @@ class Connection : public Guest,
                 .fetch_mode = view(message["Sec-Fetch-Mode"]),
                 .changes = request_.method != "GET" && request_.method != "HEAD",
                 .is_page = !is_api_path(request_.path),
+                .is_public = request_.path == kPublicFile,
                 .has_cookie = request_.has_cookie};
     }
 

@@ -20,7 +20,7 @@ A.mode: attr = mode; type = string_set off on auto; default = off; apply = initd
 A.name: attr = name; type = string_length 0 9; default = x; desc = Shown in the browser's title
 A.on: attr = on; type = boolean; default = 0
 B.port: attr = port; perm = 7777; type = portnumber; default = 22
-B.gain: attr = gain; perm = 7777; type = float_range -1 1; default = 0.5
+B.gain: attr = gain; perm = 7777; type = float_range -1 1; default = 0.5; apply = syscall_delay 0 $QV_SYSROOT/late
 B.key: attr = key; perm = 7777; type = password; default = secret
 C.only: attr = only; perm = 7700; type = string; default = c
 """)
@@ -30,7 +30,8 @@ USERS = user_file({0: "7777", 1: "0777", 2: "0077"}, {"admin": (1, "a"), "olga":
 
 @pytest.fixture
 def a(appliance):
-    return appliance(META, {"/etc/init.d/web": (WEB, 0o755), "/etc/user.conf": USERS}).start()
+    return appliance(META, {"/etc/init.d/web": (WEB, 0o755), "/late": ("#!/bin/sh\necho late >&2; exit 3\n", 0o755),
+                              "/etc/user.conf": USERS}).start()
 
 
 def qvc(a, *words, stdin="", **env):
@@ -62,7 +63,9 @@ def test_who_errs_is_told_what_would_have_been_right(a):
         ("version x", 2, "version takes no arguments"),
         ("rollback", 1, "it is used so: rollback [-n]"),
         ("delete A.x", 1, "the daemon refuses delete without a word"),
-        ("preset.load_name x", 0, "there is no preset x"),
+        ("user.rem olgga", 0, "there is no user olgga (did you mean olga?)"),
+        ("user.mod olga 9", 0, "there is no group 9 (there are 0, 1, 2)"),
+        ("profile.load x", 1, "there is no profile x (there is default)"),
     ]:
         code, out, err = qvc(a, *words.split())
         assert (code, said in err) == (status, True), (words, code, err)
@@ -94,8 +97,10 @@ def test_an_action_that_failed_says_why(a):
     # The newest is the last one.
     kept = json.loads(qvc(a, "--json", "failures", "A")[1])["failures"]
     assert kept[-1]["names"] == ["A.port"] and kept[-1]["output"] == output
-    assert qvc(a, "failures", "B") == (0, "", "")
     assert qvc(a, "version")[1].splitlines()[-1].endswith(failure)
+    assert qvc(a, "update", "B.gain=1")[0] == 0  # of what runs later, too
+    wait_until(lambda: qvc(a, "failures", "B")[1], "the failure")
+    assert re.fullmatch(r"\S+ B.gain: syscall_delay 0 \$QV_SYSROOT/late: exit status 3\n    late\n", qvc(a, "failures", "B")[1])
 
 
 def test_answers_for_programs(a):

@@ -28,8 +28,9 @@ def blocks(language):
 @pytest.fixture(scope="module")
 def installed(tmp_path_factory):
     prefix = tmp_path_factory.mktemp("prefix")
-    subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix, "--component", "client-library"], check=True,
-                   stdout=subprocess.DEVNULL)
+    for component in ("client-library", "client-development", "python"):
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix, "--component", component], check=True,
+                       stdout=subprocess.DEVNULL)
     return prefix
 
 

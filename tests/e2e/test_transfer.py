@@ -1,11 +1,13 @@
 """Documents over the connection: backup and restore from the client's machine, and what hostile ones send."""
 
 import json
+import signal
 import subprocess
 
 import pytest
 
 from appliance import PATIENCE, QVC, Reply, metadata, user_file, wait_until
+from terminal import Terminal
 
 META = metadata("""
 A: perm = 7777; read = kv_rfunc; write = kv_wfunc; file = /etc/a.conf; apply = no_apply
@@ -129,10 +131,18 @@ def test_who_may_send_a_document_and_what_becomes_of_it(a):
 
 def test_many_half_lines_do_not_cut_a_document_off(a):
     a.restart("--trust-tcp=192.0.2.1", tcp=True)
+    guest = a.login("guest", "look", tcp=True)
     for _ in range(64):  # all that one address may have, and all together as much as is held
-        a.connect(tcp=True, greeting=b"x 0 0\n" + b"l" * ((1 << 20) - 5))
+        a.connect(tcp=True, greeting=b"x %d 0\n" % guest + b"l" * ((1 << 20) - 15))
     large = b"# " + b"x" * (3 << 20) + b"\nA.port = 66\n"
     assert a.talk(sent(large, "import -")).endswith(b"A.port=66\n@\n0\n")
+
+
+def test_who_is_not_logged_in_says_no_long_lines(a):
+    a.restart("--trust-tcp=192.0.2.1", tcp=True)
+    assert a.exchange(b"x 0 0\n" + b"l" * 8192 + b"\nlogin op oper\n", tcp=True) == b"@\n1\n"
+    longest = b"%41" * 1023
+    assert a.talk([b"login " + longest + b" " + longest], tcp=True).startswith(b"##Invalid ")
 
 
 def test_two_imports_at_once(a):
@@ -144,3 +154,12 @@ def test_two_imports_at_once(a):
     assert first.read_all() == b"Document=%d\n@\n0\n" % len(users)
     assert a.command("login u29 secret").code == 0
     assert Reply(["Document=12", "A.port=98"], 0) == a.command(b"\n".join(sent("A.port = 98\n", b"import -")))
+
+
+def test_a_person_sees_how_far_it_is(a, tmp_path):
+    (tmp_path / "in").write_text("A.port = 55\n")
+    a.process.send_signal(signal.SIGSTOP)
+    with Terminal([QVC, "import", "-l", tmp_path / "in"], a.environment()) as terminal:
+        terminal.wait_for("\r\033[Kwaiting for the answer, 1 s")
+        a.process.send_signal(signal.SIGCONT)
+        assert terminal.wait() == 0 and terminal.screen.endswith(" s\r\033[KA.port=55\n")

@@ -227,19 +227,20 @@ TEST(ShellLater, RunsInTimeUntilItIsStopped)
 {
     const TempFolder folder;
     const auto touch = [&](const char *name) { return "touch " + folder.path(name); };
-    EXPECT_TRUE(shell_run_later(3600s, touch("never"), kLong));
-    EXPECT_TRUE(shell_run_later(1s, touch("second"), kLong));
-    EXPECT_TRUE(shell_run_later(0s, "sleep 60", 1ms));
-    EXPECT_TRUE(shell_run_later(0s, touch("first"), kLong));
+    const auto unheard = [](int, const std::string &) {};
+    EXPECT_TRUE(shell_run_later(3600s, touch("never"), kLong, unheard));
+    EXPECT_TRUE(shell_run_later(1s, touch("second"), kLong, unheard));
+    EXPECT_TRUE(shell_run_later(0s, "sleep 60", 1ms, unheard));
+    EXPECT_TRUE(shell_run_later(0s, touch("first"), kLong, unheard));
     EXPECT_TRUE(comes_true([&] { return std::filesystem::exists(folder.path("first")); }));
     EXPECT_TRUE(comes_true([&] { return std::filesystem::exists(folder.path("second")); }));
 
     int taken = 0;
-    while (shell_run_later(3600s, "sleep 60", kLong))
+    while (shell_run_later(3600s, "sleep 60", kLong, unheard))
         ASSERT_LT(++taken, 100);
     EXPECT_GE(taken, 90); // some may still run
     EXPECT_TRUE(comes_true([] { return shell_stop_later(); }));
-    EXPECT_FALSE(shell_run_later(0s, touch("never"), kLong));
+    EXPECT_FALSE(shell_run_later(0s, touch("never"), kLong, unheard));
     EXPECT_FALSE(std::filesystem::exists(folder.path("never")));
 }
 

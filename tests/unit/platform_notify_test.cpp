@@ -151,6 +151,15 @@ TEST(MqttConfigText, Rows)
                 is("b", 8883, "", "", "/etc/ca.pem", "qv"));
     EXPECT_THAT(parse_mqtt_config("cafile=/c\nport=1\nhost=b\nuser=u\npassword= p=#q \nprefix=site/x\nodd\n"),
                 is("b", 1, "u", "p=#q", "/c", "site/x"));
+    const auto takes_commands = [](const std::string &text) {
+        return parse_mqtt_config("host=b\ncommands=yes\n" + text)->commands;
+    };
+    for (const char *text :
+         {"cafile=/c\n", "insecure=yes\n", "cafile=/c\nid=enc-1\ncertfile=/x\nkeyfile=/k\n"})
+        EXPECT_TRUE(takes_commands(text)) << text;
+    for (const char *text : {"", "insecure=no\n", "cafile=/c\nid=a/b\n", "cafile=/c\nid=a#\n",
+                             "cafile=/c\nid=a b\n", "cafile=/c\nkeyfile=/k\n", "cafile=/c\ncommands=no\n"})
+        EXPECT_FALSE(takes_commands(text)) << text;
     for (const char *text : {"user=u\n", "host=\n", "host=b\nport=0\n", "host=b\nport=65536\n", "#host=b\n"})
         EXPECT_EQ(parse_mqtt_config(text), std::nullopt) << text;
 }
