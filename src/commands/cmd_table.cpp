@@ -56,8 +56,7 @@ constexpr CommandRow cmdMap[] = {
     {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},         {1, &commitRecord},
     {1, &confirmRecord},    {1, &abortRecord},    {1, &historyRecord},      {1, &rollbackRecord},
     {0, &documentRecord},   {1, &failuresRecord}, {1, &versionRecord},      {1, &eventsRecord},
-    {1, &describeRecord},   {1, &pagesRecord},    {1, &pendingRecord},
-    {1, &statsRecord},
+    {1, &describeRecord},   {1, &pagesRecord},    {1, &pendingRecord},      {1, &statsRecord},
 };
 
 } // namespace
