@@ -18,6 +18,7 @@ build_packages=(
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
+    python3-jsonschema python3-prometheus-client
     chromium chromium-driver python3-selenium
     zsh fish lintian
 )
