@@ -151,7 +151,7 @@ def test_two_at_once(console, unit):
     theirs.find(".pending-part", "1 set, not committed")
     ours.find(".pending-part", "1 by someone else")
     ours.go("page/encoder")
-    ours.find(".chip", "someone else")
+    ours.find(".chip", "by operator")
     assert ours.value(theirs_is) == "4000000"
     ours.click("Review and commit")
     ours.find("dialog .notice", "does not take it")

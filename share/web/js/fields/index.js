@@ -1,5 +1,6 @@
 // Which field shows which kind of API. Each kind gives { element, input, set(text), lock(locked) }, and calls changed(text).
 
+import { action, isAction } from "./action.js";
 import { choices } from "./choices.js";
 import { number } from "./number.js";
 import { password } from "./password.js";
@@ -16,5 +17,9 @@ export function makeField(api, ids, changed) {
         return value(api, ids);
     if (api.secret)
         return password(api, ids, changed);
+    if (api.kind === "choice" && !api.choices?.length)
+        return textField(api, ids, changed);
+    if (isAction(api))
+        return action(api, ids);
     return (KINDS[api.kind] ?? textField)(api, ids, changed);
 }
