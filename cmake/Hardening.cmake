@@ -1,4 +1,5 @@
 # Compiler flags of our own sources: warnings are errors, release builds are hardened.
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 add_library(qvcd_flags INTERFACE)
 target_compile_options(qvcd_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wformat=2 -Wcast-qual
@@ -19,7 +20,6 @@ if(QVCD_SANITIZE)
 endif()
 
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT QVCD_SANITIZE)
-  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   target_compile_options(qvcd_flags INTERFACE
     -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS -fstack-protector-strong -fstack-clash-protection)
   target_link_options(qvcd_flags INTERFACE

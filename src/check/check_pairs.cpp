@@ -2,7 +2,7 @@
 
 #include "base/lookup.h"
 #include "funcs/write_map.h"
-#include "model/former.h"
+#include "store/former.h"
 
 #include <algorithm>
 #include <sys/stat.h>

@@ -7,8 +7,8 @@
 #include "commands/snapshot.h"
 #include "commands/targets.h"
 #include "funcs/check_map.h"
-#include "model/former.h"
 #include "platform/log.h"
+#include "store/former.h"
 #include "store/hdf_file.h"
 
 #include <malloc.h>
@@ -86,13 +86,9 @@ void import_setting(Request &request, const std::string &api, const std::string 
 // By name: what is set may be written through to the system, with the command lock let go.
 void import_settings(Request &request, const Tree &document, SetMode mode, std::FILE *out)
 {
-    const auto renamed = names_by_former();
     for (const std::string &api : hdfutils_names(document.root(), "", hdfutils_check_endnode)) {
-        const auto value = document.get(api);
-        const auto now = metaDB.find(api) ? renamed.end() : renamed.find(api);
-        if (!value || (now != renamed.end() && document.get(now->second))) // the name of now counts
-            continue;
-        import_setting(request, now == renamed.end() ? api : now->second, std::string(*value), mode, out);
+        if (const auto value = document.get(api))
+            import_setting(request, api, std::string(*value), mode, out);
     }
 }
 
@@ -108,6 +104,7 @@ int import_file(Request &request, const std::string &file, SetMode mode, std::FI
     }
     qv_log_print(kLogNotice, "Import file %s\n", file.c_str());
     note_event(request);
+    rename_former(document);
     import_settings(request, document, mode, out);
     return 0;
 }

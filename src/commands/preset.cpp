@@ -12,6 +12,7 @@
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/database.h"
+#include "store/former.h"
 #include "store/hdf_file.h"
 
 #include <algorithm>
@@ -145,7 +146,7 @@ int preset_check(Request &, Args &, std::FILE *out)
         return refuse(out, kCanNotGetPreset);
     const bool matches = std::ranges::all_of(preset_settings, [&](const std::string &api) {
         const auto current = hdfDB.get(api);
-        return current && current == preset.get(api);
+        return current && current == get_by_any_name(preset, api);
     });
     if (!matches) {
         print_report(0, kDefaultName, kDefaultDescription, out);
@@ -159,7 +160,7 @@ Settings settings_of(Node preset)
 {
     Settings settings;
     for (const std::string &api : preset_settings) {
-        if (const auto value = preset.get(api))
+        if (const auto value = get_by_any_name(preset, api))
             settings.push_back({api, std::string(*value)});
     }
     return settings;

@@ -10,6 +10,7 @@
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
+#include "store/former.h"
 #include "store/profile_files.h"
 
 namespace qvcd {
@@ -93,6 +94,7 @@ int profile_import(Request &request, Args &argv, std::FILE *out)
         qv_log_print(kLogError, "Can not import profile %s: %s\n", name.c_str(), read.detail.c_str());
         return fail(out, import_error(file, API_E_IMPORT_FAILED, read.detail));
     }
+    rename_former(document);
     keep_what_may_be_written(request, document, out);
     if (store_profile(name, settings_of(document), "", out) != 0)
         return 1;

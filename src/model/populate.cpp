@@ -8,11 +8,11 @@
 #include "funcs/file_writes.h"
 #include "funcs/generic_readers.h"
 #include "funcs/read_map.h"
-#include "model/former.h"
 #include "model/template.h"
 #include "platform/log.h"
 #include "store/database.h"
 #include "store/flags.h"
+#include "store/former.h"
 #include "store/hdf_file.h"
 
 #include <cstdint>

@@ -3,9 +3,9 @@
 #include "check/model_api.h"
 #include "check/source.h"
 #include "funcs/check_map.h"
-#include "model/former.h"
 #include "qvmeta/commands.h"
 #include "qvmeta/print.h"
+#include "store/former.h"
 
 #include <algorithm>
 #include <cstdio>

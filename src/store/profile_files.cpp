@@ -8,6 +8,7 @@
 #include "platform/log.h"
 #include "platform/sysroot.h"
 #include "store/database.h"
+#include "store/former.h"
 #include "store/hdfutils.h"
 #include "store/meta.h"
 
@@ -203,7 +204,10 @@ int profile_read_hdf(std::string_view name, Tree &tree)
     const HdfRead read = hdf_read_foreign_file(qv_sysroot_path(file), tree);
     if (read.result == HdfResult::error)
         qv_log_print(kLogError, "Error reading profile %s: %s\n", file.c_str(), read.detail.c_str());
-    return read.result == HdfResult::ok ? 0 : 1;
+    if (read.result != HdfResult::ok)
+        return 1;
+    rename_former(tree);
+    return 0;
 }
 
 FileResult profile_write_hdf(const std::string &name, const Tree &document, FileKind kind)

@@ -50,6 +50,11 @@ qvcd_e2e_test(NAME selfdesc)
 qvcd_e2e_test(NAME snapshots TIMEOUT 300)
 qvcd_e2e_test(NAME waiting CONCURRENT)
 
+# Those that wait longest begin first.
+foreach(name tls changes_page commit cut_off crowd waiting)
+  set_tests_properties(e2e.${name} PROPERTIES COST 100)
+endforeach()
+
 # What the browser asks for is asked by other tests under the sanitizers, too; and it needs the gateway.
 if(QVCD_SANITIZE OR NOT QVCD_WEB)
   set_tests_properties(e2e.console PROPERTIES DISABLED TRUE)

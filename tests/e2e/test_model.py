@@ -164,7 +164,8 @@ def test_values_of_renamed_settings(appliance):
     }
 }
 """
-    a = appliance(renamed + copies, {"/etc/lamp.conf": old}).start()
+    a = appliance(renamed + copies, {"/etc/lamp.conf": old, "/etc/profiles/dark.hdf": "Lamp.level = 7\n",
+                                     "/etc/presets/template": "Lamp.bright\n", "/etc/presets/preset1": "Lamp.level=8\n"}).start()
     values = {"Lamp.bright": "30", "Lamp.when": "day", "Copy.1.level": "5", "Copy.2.level": "6",
               "Copy.first": "1", "Copy.second": "0"}
     assert {name: a.get(name) for name in values} == values
@@ -186,3 +187,6 @@ def test_values_of_renamed_settings(appliance):
     a.path("/etc/light.conf").unlink()
     a.start()
     assert a.get("Lamp.bright") == "30"
+    for command, now in ("profile.load dark", "7"), ("preset.load 1", "8"):
+        assert a.command(command).code == 0
+        assert a.get("Lamp.bright") == now
