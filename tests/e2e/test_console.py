@@ -208,6 +208,49 @@ def test_what_is_hostile_stays_text(console, unit):
     assert page.run("return document.body.dataset.owned ?? null") is None
 
 
+def test_export_and_import(browser, console, unit):
+    page = console(path="transfer")
+    page.click("Export", ".card")
+    [document] = wait_until(browser.downloads, "the exported file")
+    text = document.read_text()
+    assert "QV Encoder" in text
+    document.write_text(text.replace("QV Encoder", "Imported"))
+    page.find("input[type=file]").send_keys(str(document))
+    page.click("Import", ".card")
+    page.find(".card .new", "Imported")
+    assert unit.get(NAME) == "Imported"
+    document.write_text("not {{ a document")
+    page.find("input[type=file]").send_keys(str(document))
+    page.click("Import", ".card")
+    page.find(".card .notice.bad")
+
+
+def test_users_presets_and_profiles(console, unit):
+    page = console(path="accounts")
+    page.click("Add a user")
+    page.find("dialog input").send_keys("guest")
+    page.find("dialog input[type=password]").send_keys("one")
+    page.keys(page.Keys.TAB, page.Keys.TAB, "two")
+    page.find(".pair-note", "not the same")
+    page.keys(page.Keys.BACKSPACE * 3, "one", page.Keys.ENTER)
+    page.find("[data-user=guest]", "Viewers")
+    unit.login("guest", "one")
+    page.click("Remove", "[data-user=guest]")
+    page.click("Remove", "dialog")
+    page.gone("[data-user=guest]")
+    page.go("profiles")
+    page.click("Save a profile")
+    page.find("dialog input").send_keys("evening")
+    page.click("Save", "dialog")
+    page.click("Show", "[data-profile=evening]")
+    page.find("dialog .change-list", "QV Encoder")
+    page.keys(page.Keys.ESCAPE)
+    page.go("presets")
+    page.click("Store a preset")
+    page.click("Store", "dialog")
+    page.find("[data-preset='3']")
+
+
 def test_a_lost_daemon_and_a_session_that_ends(console, unit):
     page = console()
     page.type(NAME, "kept")

@@ -46,7 +46,7 @@ function addDialog(groups) {
     const group = groupField(groups, 3);
     const word = passwordField();
     return formDialog("Add a user", [h("div", { class: "form-line" }, h("label", { for: id }, "User"), name), group.element, word.element], "Add",
-        () => api.create("users", name.value, { group: Number(group.select.value), password: word.read() }));
+        () => api.replace("users", name.value.trim(), { group: group.select.value, password: word.read() }));
 }
 
 function passwordDialog(user) {
@@ -56,7 +56,7 @@ function passwordDialog(user) {
 
 function groupDialog(user, groups) {
     const group = groupField(groups, user.group);
-    return formDialog(`Group of ${user.name}`, [group.element], "Change", () => api.replace("users", user.name, { group: Number(group.select.value) }));
+    return formDialog(`Group of ${user.name}`, [group.element], "Change", () => api.replace("users", user.name, { group: group.select.value }));
 }
 
 async function remove(user) {
@@ -81,7 +81,7 @@ export async function accountsPage(place, id, current) {
     let groups = [];
     async function load() {
         const answer = await api.list("users");
-        groups = (answer.groups ?? []).map((group) => group.number ?? group);
+        groups = (answer.groups ?? []).map(({ group }) => group);
         list.replaceChildren(...answer.users.map((user) => line(user, groups, load)));
     }
     await load();

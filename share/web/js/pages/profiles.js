@@ -33,7 +33,7 @@ async function load(profile) {
     if (!(await ask(`Load ${profile.name}?`, "What is set and not saved is lost; then the values of the profile are set. They wait to be committed.", "Load")))
         return;
     await attempt(async () => {
-        await api.create("profiles", profile.name, { action: "load" });
+        await api.create("profiles", profile.name, {});
         await refreshMarks();
     }, "Loaded. Review and commit what has changed.");
 }
