@@ -7,6 +7,7 @@
 
 #include "client/command_pages.h"
 #include "client/command_shapes.h"
+#include "client/completion_values.h"
 #include "client/known_commands.h"
 #include "client/nearest.h"
 #include "client/short_question.h"
@@ -21,6 +22,7 @@ namespace {
 
 constexpr std::size_t kMostAdvised = 5; // errors of one reply
 constexpr std::size_t kMostProposals = 3;
+constexpr std::size_t kMostListed = 10;
 
 std::vector<std::string> answer_of(const Options &options, const Words &words)
 {
@@ -28,9 +30,12 @@ std::vector<std::string> answer_of(const Options &options, const Words &words)
     return answer ? answer->lines() : std::vector<std::string>();
 }
 
-void say(const std::string &text)
+std::string joined(const std::vector<std::string> &words)
 {
-    std::fprintf(stderr, "qvc: %s\n", for_errors(text).c_str());
+    std::string list;
+    for (const std::string &word : words)
+        list += (list.empty() ? "" : ", ") + word;
+    return list;
 }
 
 std::vector<std::string> known_settings(const Options &options)
@@ -45,9 +50,14 @@ void say_nearest(const Options &options, const std::string &name)
 {
     const std::vector<std::string> apis = known_settings(options);
     if (std::ranges::any_of(apis, [&](const std::string &api) { return api.starts_with(name + "."); }))
-        return say(name + " is a group of settings");
+        return say_advice(name + " is a group of settings");
+    const std::string level = options.level + ".";
+    const std::string behind = name.starts_with(level) ? name.substr(level.size()) : "";
+    const auto is_it = [&](const std::string &api) { return api == behind || api.starts_with(behind + "."); };
+    if (!behind.empty() && std::ranges::any_of(apis, is_it))
+        return say_advice("there is no " + name + "; ." + behind + " counts from the top");
     if (const std::string meant = did_you_mean(nearest_names(name, apis, kMostProposals)); !meant.empty())
-        say("there is no " + name + meant);
+        say_advice("there is no " + name + meant);
 }
 
 // Of an error that speaks of no name.
@@ -80,7 +90,7 @@ void say_failure(const Options &options, const std::string &name)
     if (last == lines.rend())
         return;
     const auto first = last.base() - 1;
-    say(first->substr(first->find(' ') + 1)); // behind the time
+    say_advice(first->substr(first->find(' ') + 1)); // behind the time
     for (auto line = first + 1; line != lines.end(); ++line)
         std::fprintf(stderr, "%s\n", for_errors(*line).c_str());
 }
@@ -88,8 +98,8 @@ void say_failure(const Options &options, const std::string &name)
 void say_right(const Options &options, const std::string &name)
 {
     const std::string who = options.session == 0 ? "who asks" : "session " + std::to_string(options.session);
-    say(who + " has not the right" + (name.empty() ? "" : " to do this to " + name) +
-        "; \"qvc login USER\" gives a session with that user's rights, for -s");
+    say_advice(who + " has not the right" + (name.empty() ? "" : " to do this to " + name) +
+               "; \"qvc login USER\" gives a session with that user's rights, for -s");
 }
 
 void advise_on(const Options &options, const std::string &name, std::string_view error)
@@ -101,7 +111,7 @@ void advise_on(const Options &options, const std::string &name, std::string_view
     if (error == "Invalid permission")
         return say_right(options, name);
     if (const std::string allowed = allowed_values(options, name); !allowed.empty())
-        say(sentence_on(name, allowed));
+        say_advice(sentence_on(name, allowed));
 }
 
 // Administrators' commands answer nothing to others, and end with 0.
@@ -118,16 +128,64 @@ std::string lack_of_right(const Options &options, const Words &words)
            ": it is for administrators";
 }
 
-// Who loads or reads one is told its values.
-std::string lack_of_preset(const Words &words)
+std::string kind_of_thing(Takes takes)
 {
-    static constexpr std::string_view kLoading[] = {"preset.load", "preset.load_name", "preset.read"};
+    switch (takes) {
+    case Takes::users:
+        return "user";
+    case Takes::user_groups:
+        return "group";
+    case Takes::preset_numbers:
+    case Takes::preset_names:
+        return "preset";
+    case Takes::profiles:
+        return "profile";
+    default:
+        return {};
+    }
+}
+
+// "there is no user bbo (did you mean bob?)", of what the command names and there is not.
+std::string lack_of_thing(const Options &options, const Words &words)
+{
     const Words whole = with_subcommand(words);
-    const bool loads = whole.size() > 1 && std::ranges::count(kLoading, whole[0]) != 0;
-    return loads ? "there is no preset " + whole[1] + ", or nothing in it" : "";
+    const CommandShape shape = shape_of(whole);
+    for (std::size_t i = 1; i < whole.size(); ++i) {
+        const Takes takes = shape.takes(i - 1);
+        const std::string kind = kind_of_thing(takes);
+        const std::vector<std::string> all =
+            kind.empty() ? std::vector<std::string>() : named_things(options, takes);
+        if (all.empty() || std::ranges::count(all, whole[i]) != 0)
+            continue;
+        std::string text = "there is no " + kind + " " + whole[i];
+        text += did_you_mean(nearest(whole[i], all, kMostProposals));
+        if (text.ends_with(')') || all.size() > kMostListed)
+            return text;
+        return text + " (there " + (all.size() == 1 ? "is " : "are ") + joined(all) + ")";
+    }
+    return {};
+}
+
+// The daemon says nothing of presets that it does not find.
+bool looks_for_preset(const Words &words)
+{
+    static constexpr std::string_view kCommands[] = {"preset.load_name", "preset.load_apply_name",
+                                                     "preset.read"};
+    return std::ranges::count(kCommands, with_subcommand(words)[0]) != 0;
+}
+
+bool is_about_things(std::string_view error)
+{
+    return error == "Profile not found" || error == "Does not exist" || error == "Invalid group" ||
+           (error.starts_with("user ") && error.ends_with(" does not exist"));
 }
 
 } // namespace
+
+void say_advice(const std::string &text)
+{
+    std::fprintf(stderr, "qvc: %s\n", for_errors(text).c_str());
+}
 
 std::vector<std::string> topics_like(const Options &options, const std::string &name)
 {
@@ -148,7 +206,7 @@ std::string reason_of_silence(const Options &options, const Words &words, int re
 {
     if (result == 0) {
         const std::string lack = lack_of_right(options, words);
-        return lack.empty() ? lack_of_preset(words) : lack;
+        return lack.empty() && looks_for_preset(words) ? lack_of_thing(options, words) : lack;
     }
     const auto answer = ask_shortly(options, {});
     if (!answer)
@@ -167,14 +225,20 @@ void advise(const Options &options, const Words &words, const std::vector<std::s
 {
     const std::string reason = is_empty ? reason_of_silence(options, words, result) : "";
     if (!reason.empty())
-        say(reason);
+        say_advice(reason);
     std::set<std::string, std::less<>> done;
     for (const std::string &line : refused) {
         const ReplyLine parts = parse_reply_line(line);
         const std::string name(parts.name);
+        if (parts.error && is_about_things(*parts.error)) {
+            if (const std::string lack = lack_of_thing(options, words);
+                !lack.empty() && done.insert(lack).second)
+                say_advice(lack);
+            continue;
+        }
         const bool is_name = !name.empty() && name.find_first_of(" ,\t") == std::string::npos;
         if (parts.error && name.empty() && is_about_usage(words[0], *parts.error) && !usage(words[0]).empty())
-            say(usage(words[0]));
+            say_advice(usage(words[0]));
         if (!parts.error || (!is_name && *parts.error != "Invalid permission") || done.size() >= kMostAdvised)
             continue;
         const bool is_said = *parts.error == "Apply failed" && is_change_command(words[0]);

@@ -14,6 +14,9 @@ namespace qvcd::client {
 void advise(const Options &options, const Words &words, const std::vector<std::string> &refused,
             bool is_empty, int result);
 
+/// "qvc: " and the text, on standard error.
+void say_advice(const std::string &text);
+
 /// Why the daemon may have answered nothing at all, as far as it tells within a short time; empty when that
 /// is no wonder.
 std::string reason_of_silence(const Options &options, const Words &words, int result);

@@ -95,25 +95,25 @@ std::vector<std::string> Answer::for_screen(int result) const
     return in_columns(rows);
 }
 
-// With a result that does not say so.
-bool Answer::is_refused() const
-{
-    return !refused_.empty() || (is_empty_ && !reason_of_silence(options_, words_, 0).empty());
-}
-
 int Answer::end(int result)
 {
     std::erase_if(refused_, [&](const std::string &line) { return !says_error(words_[0], result, line); });
+    const std::string reason = is_empty_ ? reason_of_silence(options_, words_, result) : "";
     if (form_ == Form::json || (options_.json && is_empty_)) // a program reads one line whatever happens
         print_line(json_answer(options_, words_, kept_, result));
     else if (form_ == Form::screen)
         show_lines(screen_, for_screen(result));
-    std::fflush(stdout);
-    if (!options_.json && form_ != Form::errors)
-        advise(options_, words_, refused_, is_empty_, result);
-    if (is_empty_ && result == 0 && form_ == Form::screen && is_at_prompt(options_))
+    const bool is_shown = form_ == Form::screen || (form_ == Form::lines && screen_.is_there);
+    if (is_empty_ && result == 0 && reason.empty() && is_shown && is_at_prompt(options_))
         std::puts("(nothing)");
-    return options_.strict && result == 0 && is_refused() ? 1 : exit_status(result);
+    std::fflush(stdout);
+    if (!options_.json && form_ != Form::errors) {
+        if (!reason.empty())
+            say_advice(reason);
+        advise(options_, words_, refused_, false, result);
+    }
+    const bool is_refused = !refused_.empty() || !reason.empty();
+    return options_.strict && result == 0 && is_refused ? 1 : exit_status(result);
 }
 
 } // namespace qvcd::client

@@ -30,7 +30,6 @@ class Answer {
     enum class Form { lines, values, errors, json, screen };
     static Form form_of(const Options &options, const Words &words, const Screen &screen);
     void print(std::string_view line) const;
-    bool is_refused() const;
     std::vector<std::string> for_screen(int result) const;
 
     const Options &options_;

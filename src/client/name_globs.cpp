@@ -69,7 +69,8 @@ class Expansion {
             all_ = names_of_all(options_);
         const std::vector<std::string> found = matching_names(name, *all_, rest.empty());
         if (found.empty())
-            throw UsageError("no name matches '" + name + "'");
+            throw UsageError("no name matches '" + name + "'" +
+                             (options_.level.empty() ? "" : "; .NAME counts from the top"));
         for (const std::string &one : found)
             words.push_back(one + rest);
     }

@@ -29,6 +29,7 @@ struct Options {
     std::optional<std::string> script;   ///< the file to read commands from, "-": standard input
     bool keep_going = false;             ///< after a command that failed
     std::vector<std::string> words;      ///< the command and its arguments; empty: read commands
+    std::string level;                   ///< the group from which names count at the prompt
 
     /// What a request with this command may take: what -t says, else what suits the command.
     TimeLimits limits(std::string_view command) const;

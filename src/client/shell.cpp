@@ -271,7 +271,7 @@ void Shell::enter(const std::string &level)
         if (lines.empty() || answer->result != 0)
             throw UsageError("there is no group '" + level + "'");
     }
-    level_ = level;
+    level_ = options_.level = level;
 }
 
 void Shell::learn_user()

@@ -46,7 +46,8 @@ std::string qvcrypto_sha256(std::string_view text)
     constexpr std::string_view kDigits = "0123456789abcdef";
     std::string hex;
     try {
-        for (const unsigned byte : module<CryptoModule>().sha256(text).value()) {
+        const auto digest = module<CryptoModule>().sha256(text);
+        for (const unsigned byte : digest.value()) {
             hex += kDigits[byte >> 4U];
             hex += kDigits[byte & 0xfU];
         }

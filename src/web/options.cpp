@@ -102,8 +102,8 @@ void complete(Options &options)
     if (options.listen.empty())
         options.listen = {"127.0.0.1:8443", "[::1]:8443"};
     const auto is_loopback = [](const std::string &where) {
-        const std::string address = split_address(where).first;
-        return address.starts_with("127.") || address == "::1";
+        const auto parts = split_address(where);
+        return parts.first.starts_with("127.") || parts.first == "::1";
     };
     if (options.plain && !std::ranges::all_of(options.listen, is_loopback))
         throw std::runtime_error("--plain is for loopback only: passwords would be read on the way");

@@ -63,7 +63,9 @@ def test_who_errs_is_told_what_would_have_been_right(a):
         ("version x", 2, "version takes no arguments"),
         ("rollback", 1, "it is used so: rollback [-n]"),
         ("delete A.x", 1, "the daemon refuses delete without a word"),
-        ("preset.load_name x", 0, "there is no preset x"),
+        ("user.rem olgga", 0, "there is no user olgga (did you mean olga?)"),
+        ("user.mod olga 9", 0, "there is no group 9 (there are 0, 1, 2)"),
+        ("profile.load x", 1, "there is no profile x (there is default)"),
     ]:
         code, out, err = qvc(a, *words.split())
         assert (code, said in err) == (status, True), (words, code, err)
