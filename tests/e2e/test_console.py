@@ -213,8 +213,8 @@ def test_export_and_import(browser, console, unit):
     page.click("Export", ".card")
     [document] = wait_until(browser.downloads, "the exported file")
     text = document.read_text()
-    assert "QV Encoder" in text
-    document.write_text(text.replace("QV Encoder", "Imported"))
+    assert "QV+Encoder" in text
+    document.write_text(text.replace("QV+Encoder", "Imported"))
     page.find("input[type=file]").send_keys(str(document))
     page.click("Import", ".card")
     page.find(".card .new", "Imported")
