@@ -23,6 +23,12 @@ Hostile.value.read = kv_rfunc
 Hostile.value.write = kv_wfunc
 Hostile.value.file = /etc/hostile.conf
 Hostile.value.desc = {HOSTILE}
+Hostile.several.attr = several
+Hostile.several.type = domainname_list a.example b.example
+Hostile.several.default = b.example
+Hostile.several.read = kv_rfunc
+Hostile.several.write = kv_wfunc
+Hostile.several.file = /etc/hostile.conf
 """
 
 
@@ -196,8 +202,10 @@ def test_who_may_only_look(console):
 def test_what_is_hostile_stays_text(console, unit):
     page = console(path="group/Hostile")
     page.type("Hostile.value", HOSTILE.replace('"', "'"))
+    page.find("[data-name='Hostile.several'] [value='a.example']").click()
     page.click("Set only")
     page.find(".chip", "Not saved, saved is javascript")
+    assert unit.get("Hostile.several") == "a.example b.example"
     page.find("[aria-label='More about this']").click()
     page.find(".details", "onerror")
     page.go("page/services")
