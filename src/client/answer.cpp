@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "client/advice.h"
+#include "client/errors.h"
 #include "client/json_answer.h"
 #include "client/reply.h"
 #include "client/terminal_text.h"
@@ -15,6 +16,7 @@ namespace qvcd::client {
 namespace {
 
 constexpr std::size_t kMostRefused = 1000; // that are looked at again
+constexpr std::size_t kMostKeptBytes = std::size_t{64} << 20;
 
 // Where one waits for each line, they are not kept until the end.
 bool waits(const Words &words)
@@ -56,10 +58,13 @@ void Answer::take(std::string_view line)
     is_empty_ = false;
     if (parse_reply_line(line).error && refused_.size() < kMostRefused)
         refused_.emplace_back(line);
-    if (form_ == Form::json || form_ == Form::screen)
+    if (form_ == Form::json || form_ == Form::screen) {
         kept_.push_back(shown_line(line));
-    else
+        if ((kept_bytes_ += line.size()) > kMostKeptBytes)
+            throw WireError("the reply is too long to be kept");
+    } else {
         print(shown_line(line));
+    }
 }
 
 void Answer::print(std::string_view line) const

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "qvclient/errors.h"
+
 namespace qvcd::client {
 
 namespace {
@@ -45,6 +47,8 @@ void ReplyParser::feed(std::string_view bytes)
         }
     }
     partial_ += bytes;
+    if (partial_.size() > kMostReplyLineBytes)
+        throw WireError("the reply has a line without an end");
 }
 
 void ReplyParser::take_line(std::string_view line)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -10,6 +11,9 @@ namespace qvcd::client {
 /// Takes one reply line, without its newline.
 using LineSink = std::function<void(std::string_view)>;
 
+/// The history as JSON is one line, and takes a few MiB at most.
+inline constexpr std::size_t kMostReplyLineBytes = std::size_t{64} << 20;
+
 /// Finds the lines of a reply and the result code in what comes from the wire, whatever the pieces that it
 /// comes in. The end mark is the last line "@" before the daemon closes the connection: values may look like
 /// one, so a line "@" and the number behind it are held back until more comes, which makes them lines as all
@@ -18,6 +22,7 @@ class ReplyParser {
   public:
     explicit ReplyParser(LineSink sink) : sink_(std::move(sink)) {}
 
+    /// Throws WireError when a line gets too long.
     void feed(std::string_view bytes);
 
     /// The result code, if what came so far is a whole reply.

@@ -15,6 +15,22 @@ function(qvcd_e2e_test)
     TIMEOUT ${T_TIMEOUT})
 endfunction()
 
+# A library with the address sanitizer in it is loaded into Python and programs of C, which have neither that nor the
+# library of C++ whose exceptions it watches.
+function(qvcd_preload_sanitizer name)
+  if(NOT QVCD_SANITIZE MATCHES "address")
+    return()
+  endif()
+  foreach(library libasan.so libstdc++.so)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${library}
+      OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE)
+    list(APPEND preloaded ${file})
+  endforeach()
+  list(JOIN preloaded ":" preloaded)
+  set_property(TEST e2e.${name} APPEND PROPERTY ENVIRONMENT
+    "LD_PRELOAD=${preloaded}" "ASAN_OPTIONS=detect_leaks=0") # Python has leaks of its own
+endfunction()
+
 add_dependencies(concurrent_tests qvcd qvc apimeta)
 
 qvcd_e2e_test(NAME access CONCURRENT)
@@ -22,6 +38,7 @@ qvcd_e2e_test(NAME answers)
 qvcd_e2e_test(NAME change CONCURRENT)
 qvcd_e2e_test(NAME changes_page)
 qvcd_e2e_test(NAME client_library)
+qvcd_preload_sanitizer(client_library)
 qvcd_e2e_test(NAME commit CONCURRENT)
 qvcd_e2e_test(NAME console TIMEOUT 300)
 qvcd_e2e_test(NAME crash TIMEOUT 300)

@@ -17,8 +17,8 @@ from test_tls import certificates, strict  # noqa: F401: fixtures
 BUILD = BIN_DIR.parent
 PAGE = (REPOSITORY / "docs/client-library.md").read_text()
 
-pytestmark = pytest.mark.skipif("QVCD_SANITIZE:STRING=\n" not in (BUILD / "CMakeCache.txt").read_text(),
-                                reason="the run-time parts of sanitizers are in the programs")
+# The run-time part of the address sanitizer is preloaded then (e2e.cmake), and there is no static library.
+SANITIZED = "QVCD_SANITIZE:STRING=\n" not in (BUILD / "CMakeCache.txt").read_text()
 
 
 def blocks(language):
@@ -69,7 +69,7 @@ def run(a, prefix, *command):
     return done.returncode, done.stdout, done.stderr
 
 
-@pytest.mark.parametrize("static", [False, True])
+@pytest.mark.parametrize("static", [False] if SANITIZED else [False, True])
 def test_the_c_example(a, installed, tmp_path, static):
     program = compile_c(installed, tmp_path, static)
     needed = subprocess.run(["readelf", "-d", program], capture_output=True, text=True, check=True).stdout
@@ -88,7 +88,8 @@ def test_the_python_example(a, installed):
 def test_nothing_but_the_interface_is_public(installed):
     header = next(installed.rglob("qvclient.h")).read_text()
     declared = set(re.findall(r"^QVC_API [^(]*?(qvc_\w+)\(", header, re.MULTILINE))
-    for options, library in ((["-D"], "libqvclient.so"), ([], "libqvclient.a")):
+    libraries = ((["-D"], "libqvclient.so"), ([], "libqvclient.a"))
+    for options, library in libraries[:1] if SANITIZED else libraries:
         names = subprocess.run(["nm", "--defined-only", "--extern-only", "--format=just-symbols", *options,
                                 library_folder(installed) / library], capture_output=True, text=True, check=True).stdout
         plain = {name.partition("@")[0] for name in names.split() if "qvc_" in name}
