@@ -9,6 +9,7 @@
 # faults-all  all of them: some minutes
 # fuzz        the fuzz targets of tests/fuzz for FUZZ_SECONDS each (20); installs clang
 # bench       the benchmark of tests/bench, in release; installs redis-server, which it compares with
+# cross       builds for arm64 and lets it work under qemu-user, scripts/cross_build.sh: some minutes; installs both
 # format      clang-format over our sources, where clang-format 14 is installed
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
@@ -72,6 +73,12 @@ fuzz() {
     build fuzz fuzz_targets && /usr/bin/python3 tests/fuzz/run.py
 }
 
+cross() {
+    scripts/cross_build.sh >"$logs/cross.log" 2>&1 && return
+    tail -n 40 "$logs/cross.log"
+    return 1
+}
+
 run_part() {
     case $1 in
     format) step "format" check_format ;;
@@ -80,6 +87,7 @@ run_part() {
     faults) step "build release" build release && step "faults" /usr/bin/python3 tests/faults/run.py ;;
     faults-all) step "build release" build release && step "all faults" /usr/bin/python3 tests/faults/run.py --all ;;
     fuzz) step "fuzz" fuzz ;;
+    cross) step "cross" cross ;;
     bench) step "build release" build release qvcd_bench && step "benchmark" cmake --build --preset release --target bench ;;
     esac
 }
@@ -88,9 +96,9 @@ parts=("$@")
 for part in "${parts[@]}"; do
     case $part in
     format | release | asan | tsan | faults | faults-all) ;;
-    fuzz | bench) scripts/install_deps.sh "$part" || exit 1 ;;
+    fuzz | bench | cross) scripts/install_deps.sh "$part" || exit 1 ;;
     *)
-        echo "usage: $0 [format|release|asan|tsan|faults|faults-all|fuzz|bench ...]" >&2
+        echo "usage: $0 [format|release|asan|tsan|faults|faults-all|fuzz|bench|cross ...]" >&2
         exit 2
         ;;
     esac

@@ -1,32 +1,43 @@
 #!/bin/bash
 # Installs the Debian packages that are missing: what the build needs, with "test" what the tests need too, with "fuzz"
-# what fuzzing needs too, and with "bench" what the benchmark compares with.
-# Usage: scripts/install_deps.sh [build|test|fuzz|bench]
+# what fuzzing needs too, with "bench" what the benchmark compares with, and with "cross" what builds for arm64.
+# "libraries" prints the names of what is linked, or is there as headers.
+# Usage: scripts/install_deps.sh [build|test|fuzz|bench|cross|libraries]
 set -euo pipefail
 
-build_packages=(
-    g++ cmake ninja-build pkg-config ccache
+libraries=(
     libnl-3-dev libnl-route-3-dev libcurl4-openssl-dev libssl-dev libcrypt-dev
     libmosquitto-dev libedit-dev libsqlite3-dev libdtl-dev nlohmann-json3-dev libboost-dev
+)
+build_packages=(
+    g++ cmake ninja-build pkg-config ccache
+    "${libraries[@]}"
     libgtest-dev libgmock-dev
     tzdata
     python3 dpkg-dev
 )
 test_packages=(
     mosquitto mosquitto-clients python3 python3-pytest python3-paho-mqtt iproute2 strace socat openssl systemd
+    python3-jsonschema python3-prometheus-client
     chromium chromium-driver python3-selenium
     zsh fish lintian
 )
 fuzz_packages=(clang libclang-rt-14-dev)
 bench_packages=(redis-server)
+cross_packages=(g++-aarch64-linux-gnu mmdebstrap qemu-user)
 
 case "${1:-test}" in
 build) wanted=("${build_packages[@]}") ;;
 test) wanted=("${build_packages[@]}" "${test_packages[@]}") ;;
 fuzz) wanted=("${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
 bench) wanted=("${build_packages[@]}" "${test_packages[@]}" "${bench_packages[@]}") ;;
+cross) wanted=("${build_packages[@]}" "${cross_packages[@]}") ;;
+libraries)
+    echo "${libraries[@]}"
+    exit 0
+    ;;
 *)
-    echo "usage: $0 [build|test|fuzz|bench]" >&2
+    echo "usage: $0 [build|test|fuzz|bench|cross|libraries]" >&2
     exit 2
     ;;
 esac

@@ -111,6 +111,13 @@ std::uint64_t command_lock_turns()
     return state().turns;
 }
 
+int commands_under_way()
+{
+    State &s = state();
+    const std::lock_guard lock(s.mutex);
+    return s.running;
+}
+
 bool command_lock_is_mine()
 {
     return mine;

@@ -67,6 +67,9 @@ void send_long_reply();
 /// this number has changed: others may have run, and changed it.
 std::uint64_t command_lock_turns();
 
+/// Commands that have begun and not ended: one that holds the lock, the others wait on the outside world.
+int commands_under_way();
+
 /// True when the calling thread holds the command lock.
 bool command_lock_is_mine();
 

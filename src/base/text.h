@@ -45,7 +45,8 @@ inline bool is_ascii_alnum(char c)
 /// True for a byte that no value and no line of a reply holds: below 0x20, or 0x7f.
 inline bool is_control(char c)
 {
-    return (c >= 0 && c < ' ') || c == '\x7f';
+    const auto byte = static_cast<unsigned char>(c); // char has a sign on some machines
+    return byte < 0x20 || byte == 0x7f;
 }
 
 /// True when the text holds no such byte.

@@ -49,6 +49,7 @@ constexpr CommandShape kShapes[] = {
     {"describe", names, names},
     {"pages", nothing, nothing},
     {"pending", names, names},
+    {"stats", nothing, nothing},
     {"completion", nothing, nothing, "", "bash fish zsh"},
     {"meta.get", names, names},
     {"user.add", nothing, user_groups},

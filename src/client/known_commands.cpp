@@ -63,6 +63,7 @@ constexpr KnownCommand kCommands[] = {
     {"describe"},
     {"pages"},
     {"pending"},
+    {"stats"},
     {"watch"},
     {"completion"},
     {"tree"},

@@ -6,6 +6,7 @@
 #include "base/reply.h"
 #include "base/text.h"
 #include "commands/cmd_table.h"
+#include "commands/command_times.h"
 #include "commands/history.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
@@ -182,7 +183,9 @@ int cmd_parse(unsigned mask, std::string_view text, std::FILE *out, WaitHooks *h
     const CommandLock lock(hooks);
     if (!lock.held())
         return 1;
-    const CommandRecord &record = cmd_find(line.command);
+    const std::size_t row = cmd_find_row(line.command);
+    const CommandRecord &record = *cmd_map()[row].record;
+    const CommandTimer timer(command_times()[row]);
     log_line(number, line, record);
     if (caller.stranger && !record.open_to_strangers) {
         reply_line(out, API_E_INVALID_PERMISSION);

@@ -6,6 +6,7 @@
 #include "commands/apply.h"
 #include "commands/browse.h"
 #include "commands/change.h"
+#include "commands/command_times.h"
 #include "commands/commit.h"
 #include "commands/defaults.h"
 #include "commands/describe.h"
@@ -29,6 +30,7 @@
 #include "commands/save.h"
 #include "commands/session.h"
 #include "commands/set.h"
+#include "commands/stats.h"
 #include "commands/undefined.h"
 #include "commands/user.h"
 #include "commands/version.h"
@@ -54,7 +56,7 @@ constexpr CommandRow cmdMap[] = {
     {0, &deleteRecord},     {1, &planRecord},     {1, &diffRecord},         {1, &commitRecord},
     {1, &confirmRecord},    {1, &abortRecord},    {1, &historyRecord},      {1, &rollbackRecord},
     {0, &documentRecord},   {1, &failuresRecord}, {1, &versionRecord},      {1, &eventsRecord},
-    {1, &describeRecord},   {1, &pagesRecord},    {1, &pendingRecord},
+    {1, &describeRecord},   {1, &pagesRecord},    {1, &pendingRecord},      {1, &statsRecord},
 };
 
 } // namespace
@@ -87,11 +89,17 @@ int cmd_destroy_cmdmap_hdf()
     return 0;
 }
 
-const CommandRecord &cmd_find(std::string_view name)
+std::size_t cmd_find_row(std::string_view name)
 {
     const auto *row = std::ranges::find(
         cmdMap, name, [](const CommandRow &r) -> std::string_view { return r.record->name; });
-    return *(row == std::end(cmdMap) ? cmdMap : row)->record;
+    return row == std::end(cmdMap) ? 0 : static_cast<std::size_t>(row - cmdMap);
+}
+
+std::span<CommandTimes> command_times()
+{
+    static CommandTimes times[std::size(cmdMap)];
+    return times;
 }
 
 } // namespace qvcd

@@ -19,7 +19,13 @@ std::span<const CommandRow> cmd_map();
 int cmd_create_cmdmap_hdf();
 int cmd_destroy_cmdmap_hdf();
 
-/// The record of a command word; "undefined" when there is none.
-const CommandRecord &cmd_find(std::string_view name);
+/// The row of a command word; 0 when there is none.
+std::size_t cmd_find_row(std::string_view name);
+
+/// Its record.
+inline const CommandRecord &cmd_find(std::string_view name)
+{
+    return *cmd_map()[cmd_find_row(name)].record;
+}
 
 } // namespace qvcd

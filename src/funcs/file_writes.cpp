@@ -4,6 +4,7 @@
 #include "base/file_text.h"
 #include "base/text.h"
 #include "funcs/func_map.h"
+#include "platform/counters.h"
 #include "platform/sysroot.h"
 
 #include <algorithm>
@@ -243,6 +244,13 @@ void FileWrites::write(Extent extent)
 }
 
 void FileWrites::commit(Extent extent)
+{
+    commit_entries(extent);
+    for (const Entry &entry : entries_)
+        ++(entry.result == Result::failed ? counters.failed_saves : counters.saves);
+}
+
+void FileWrites::commit_entries(Extent extent)
 {
     const Unlocked unlocked;
     if (!is_prepared_)

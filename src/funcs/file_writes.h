@@ -92,6 +92,7 @@ class FileWrites {
     std::vector<std::size_t> add_shadows(const std::vector<Entry *> &entries, const std::string &text,
                                          unsigned mode);
     std::size_t add_part(Target part, FileChange change);
+    void commit_entries(Extent extent);
     void write(Extent extent);
 
     std::vector<Entry> entries_;

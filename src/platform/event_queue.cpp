@@ -1,5 +1,7 @@
 #include "platform/event_queue.h"
 
+#include "platform/counters.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -88,6 +90,8 @@ void EventQueue::lose()
 void EventQueue::end(End why)
 {
     end_ = why;
+    if (why == End::lost)
+        ++counters.lost_listeners;
     if (why == End::not_entitled)
         lines_ = std::string();
     if (wake_)

@@ -1,5 +1,6 @@
 #include "platform/subscribers.h"
 
+#include "platform/counters.h"
 #include "platform/log.h"
 
 #include <algorithm>
@@ -56,6 +57,7 @@ void Subscribers::queue(std::string_view line)
             if (slow_.over())
                 qv_log_print(kLogWarning, "notify: a subscriber is dropped, it does not read\n");
             subscriber.gone = true;
+            ++counters.lost_listeners;
         }
         if (!subscriber.gone)
             subscriber.queue += line;

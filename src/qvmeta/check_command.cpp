@@ -22,6 +22,7 @@ void print_lines(const std::vector<Finding> &findings)
     for (const Finding &one : findings)
         std::printf("%s\n", finding_line(one).c_str());
     const std::size_t errors = count_errors(findings);
+    std::fflush(stdout); // the sum stands below what it counts
     if (!findings.empty())
         std::fprintf(stderr, "%zu error(s), %zu warning(s)\n", errors, findings.size() - errors);
 }

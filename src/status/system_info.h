@@ -18,7 +18,7 @@ namespace qvcd {
 /// "freeram", "sharedram", "bufferram" (KiB) or "numberprocs".
 std::optional<std::string> info_get_sysinfo(Request &request, const char *file, const char *attr);
 
-/// sysinfo(2): `attr` is "all" ("0 days,  3:07"), "day", "hr" or "min".
+/// sysinfo(2): `attr` is "all" ("0 days,  3:07"), "day", "hr", "min", or "seconds" since the start.
 std::optional<std::string> info_get_uptime(Request &request, const char *file, const char *attr);
 
 /// The first sensor of the first hardware monitor (hwmon, temp1_input, millidegrees Celsius): in Fahrenheit

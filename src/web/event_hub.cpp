@@ -47,13 +47,23 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
         beat();
     }
 
-    void listen(const std::string &last, const std::shared_ptr<Listener> &listener)
+    void listen(const std::string &key, const std::string &last, const std::shared_ptr<Listener> &listener)
     {
         for (Text &text : ring_.since(last))
             listener->send(std::move(text));
         if (!stream_)
             listener->send(text_of(named_event("lost")));
-        listeners_.push_back(listener);
+        listeners_.push_back({key, listener});
+    }
+
+    void end(const std::string &key)
+    {
+        std::erase_if(listeners_, [&](const Entry &entry) {
+            const auto alive = entry.key == key ? entry.listener.lock() : nullptr;
+            if (alive)
+                alive->end();
+            return entry.key == key;
+        });
     }
 
     void end()
@@ -68,11 +78,16 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     }
 
   private:
+    struct Entry {
+        std::string key;
+        std::weak_ptr<Listener> listener;
+    };
+
     std::vector<std::shared_ptr<Listener>> living()
     {
         std::vector<std::shared_ptr<Listener>> all;
-        std::erase_if(listeners_, [&](const std::weak_ptr<Listener> &listener) {
-            const auto alive = listener.lock();
+        std::erase_if(listeners_, [&](const Entry &entry) {
+            const auto alive = entry.listener.lock();
             if (alive)
                 all.push_back(alive);
             return !alive;
@@ -200,7 +215,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     asio::posix::stream_descriptor descriptor_;
     asio::steady_timer again_;
     asio::steady_timer beat_;
-    std::vector<std::weak_ptr<Listener>> listeners_;
+    std::vector<Entry> listeners_;
     std::chrono::seconds idle_{0};
     bool ended_ = false;
 };
@@ -244,21 +259,25 @@ void EventHub::open(const Who &who)
         asio::post(loop_, [made] { made->start(); });
 }
 
-bool EventHub::listen(const Who &who, const std::string &last, const std::shared_ptr<Listener> &listener)
+bool EventHub::listen(const Who &who, const std::string &key, const std::string &last,
+                      const std::shared_ptr<Listener> &listener)
 {
     const auto subscription = find(who.session);
     if (subscription)
-        subscription->listen(last, listener);
+        subscription->listen(key, last, listener);
     return subscription != nullptr;
 }
 
-void EventHub::end(const Who &who)
+void EventHub::end(const Who &who, const std::string &key, bool is_last)
 {
-    asio::post(loop_, [this, session = who.session] {
+    asio::post(loop_, [this, session = who.session, key, is_last] {
         const auto subscription = find(session);
+        if (!subscription)
+            return;
+        if (!is_last)
+            return subscription->end(key);
         drop(session);
-        if (subscription)
-            subscription->end();
+        subscription->end();
     });
 }
 

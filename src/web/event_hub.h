@@ -35,11 +35,13 @@ class EventHub {
     void open(const Who &who);
 
     /// From now on, on the thread of the loop. `last` is the id of the last event that the listener has seen:
-    /// what came since is sent, or that it is gone. False: the session has no connection.
-    bool listen(const Who &who, const std::string &last, const std::shared_ptr<Listener> &listener);
+    /// what came since is sent, or that it is gone. `key` tells its log-in from others. False: the session
+    /// has no connection.
+    bool listen(const Who &who, const std::string &key, const std::string &last,
+                const std::shared_ptr<Listener> &listener);
 
-    /// The session has ended: so do its streams. On any thread.
-    void end(const Who &who);
+    /// The log-in has ended: so do its streams, and with the last one the connection. On any thread.
+    void end(const Who &who, const std::string &key, bool is_last);
 
     /// Ends all. On the thread of the loop.
     void stop();

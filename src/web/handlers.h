@@ -36,6 +36,31 @@ Answer abort_commit(Call &call);
 Answer history(Call &call);
 Answer roll_back(Call &call);
 
+// stored.cpp
+Answer list_presets(Call &call);
+Answer show_preset(Call &call);
+Answer load_preset(Call &call);
+Answer store_preset(Call &call);
+Answer list_profiles(Call &call);
+Answer show_profile(Call &call);
+Answer load_profile(Call &call);
+Answer save_profile(Call &call);
+Answer remove_profile(Call &call);
+Answer list_users(Call &call);
+Answer put_user(Call &call);
+Answer remove_user(Call &call);
+Answer export_document(Call &call);
+Answer import_document(Call &call);
+
+// schema.cpp
+Answer schema(Call &call);
+
+// metrics.cpp
+Answer metrics(Call &call);
+
+// openapi.cpp
+Answer openapi(Call &call);
+
 // events.cpp
 Answer listen(Call &call);
 

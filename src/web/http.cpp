@@ -1,6 +1,8 @@
 #include "web/http.h"
 
+#include <algorithm>
 #include <charconv>
+#include <openssl/evp.h>
 #include <stdexcept>
 
 namespace qvcd::web {
@@ -68,6 +70,7 @@ void take_credentials(std::string_view authorization, std::string_view cookies, 
         request.token = trimmed(authorization.substr(kBearer.size()));
         return;
     }
+    request.authorization = authorization;
     split(cookies, ';', [&](std::string_view cookie) {
         cookie = trimmed(cookie);
         if (cookie.starts_with(kCookie)) {
@@ -75,6 +78,27 @@ void take_credentials(std::string_view authorization, std::string_view cookies, 
             request.has_cookie = true;
         }
     });
+}
+
+std::optional<Credentials> basic_credentials(std::string_view authorization)
+{
+    constexpr std::string_view kBasic = "Basic ";
+    constexpr std::size_t kMostBytes = 4096;
+    if (!authorization.starts_with(kBasic) || authorization.size() > kMostBytes)
+        return std::nullopt;
+    const std::string_view text = trimmed(authorization.substr(kBasic.size()));
+    std::string bytes(text.size(), '\0');
+    auto *out = reinterpret_cast<unsigned char *>(bytes.data());
+    const auto *in = reinterpret_cast<const unsigned char *>(text.data());
+    const int size = EVP_DecodeBlock(out, in, static_cast<int>(text.size()));
+    if (size < 0)
+        return std::nullopt;
+    const auto padding = static_cast<std::size_t>(std::ranges::count(text, '='));
+    bytes.resize(static_cast<std::size_t>(size) - std::min(padding, static_cast<std::size_t>(size)));
+    const std::size_t colon = bytes.find(':');
+    if (colon == std::string::npos)
+        return std::nullopt;
+    return Credentials{bytes.substr(0, colon), bytes.substr(colon + 1)};
 }
 
 std::pair<std::string, unsigned> split_address(const std::string &text)

@@ -2,6 +2,7 @@
 
 #include "web/message.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -16,6 +17,13 @@ void take_target(std::string_view target, Request &request);
 
 /// The token of the headers Authorization and Cookie, of which the first counts.
 void take_credentials(std::string_view authorization, std::string_view cookies, Request &request);
+
+struct Credentials {
+    std::string user, password;
+};
+
+/// What "Basic BASE64" says; nothing for another text.
+std::optional<Credentials> basic_credentials(std::string_view authorization);
 
 /// "ADDRESS:PORT", "[ADDRESS]:PORT". Throws std::runtime_error for another text.
 std::pair<std::string, unsigned> split_address(const std::string &text);

@@ -117,10 +117,11 @@ int serve(const Options &options)
     Daemon daemon(options.socket_folder);
     Types types(daemon);
     EventHub *told = nullptr;
-    Sessions sessions(options.idle, [&](const Who &who) {
+    Sessions sessions(options.idle, [&](const Sessions::Gone &gone) {
         if (told)
-            told->end(who);
-        daemon.log_out(who);
+            told->end(gone.who, gone.digest, gone.is_last);
+        if (gone.is_last)
+            daemon.log_out(gone.who);
     });
     Pool quick(8, 256);
     Pool slow(4, 32);

@@ -17,6 +17,7 @@ struct Request {
     std::string body = "";
     std::string client = "";        ///< the address it came from
     std::string token = "";         ///< of the session, from the cookie or as a bearer
+    std::string authorization = ""; ///< the header, where it is no bearer's
     bool has_cookie = false;        ///< the token is from the cookie
     std::string last_event_id = ""; ///< of a stream of events that is taken up again
     std::string known_version = ""; ///< If-None-Match

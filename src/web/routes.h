@@ -33,22 +33,29 @@ struct Call {
 
 using Handler = Answer (*)(Call &call);
 
-enum class Access { open, session };
+enum class Access { open, session, metrics };
 
 /// Which threads do it: what takes long must not hold up the rest.
 enum class Lane { quick, slow, login };
 
+inline constexpr char kApi[] = "/api/v1";
+
 struct Route {
     const char *method;
-    const char *path; ///< below /api/v1
+    const char *path; ///< below `base`; the last part may be in braces, and stands for any text
     Access access;
     Handler handler;
     const char *summary;
+    const char *rights;          ///< who may, in the daemon's words; what is refused is the daemon's
+    const char *takes = nullptr; ///< the body's schema (web/schemas.h)
+    const char *gives = nullptr; ///< the answer's; none: a text
+    const char *query = ""; ///< the parameters of the query, "*" behind one: several times, "#": a number
     Lane lane = Lane::quick;
+    int status = 200;
+    const char *gives_type = "application/json";
     bool takes_document = false; ///< the body may be as large as a document
+    const char *base = kApi;
 };
-
-inline constexpr std::string_view kApi = "/api/v1";
 
 std::span<const Route> routes();
 
@@ -58,6 +65,9 @@ struct Found {
     std::string tail;
 };
 Found find_route(std::string_view method, std::string_view path);
+
+/// True where a route is asked for, whether there is one or not, and false for a file.
+bool is_api_path(std::string_view path);
 
 /// Nothing when there is no such route.
 const Route *route_of(std::string_view method, std::string_view path) noexcept;

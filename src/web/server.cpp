@@ -3,6 +3,7 @@
 #include "web/server.h"
 
 #include "platform/log.h"
+#include "web/digest.h"
 #include "web/event_hub.h"
 #include "web/http.h"
 #include "web/pool.h"
@@ -37,6 +38,7 @@ constexpr std::chrono::seconds kHandshake{10};
 constexpr std::chrono::seconds kHeader{30}; // with the pause before it
 constexpr std::chrono::seconds kBody{60};
 constexpr std::chrono::seconds kWriting{30};
+constexpr std::chrono::seconds kFarewell{5};
 constexpr std::uint32_t kHeaderBytes = 16 * 1024;
 constexpr std::uint64_t kBodyBytes = 64 * 1024;
 constexpr std::uint64_t kDocumentBytes = 4 * 1024 * 1024;
@@ -237,10 +239,11 @@ class Connection : public Guest,
                          });
     }
 
-    // Of what is no HTTP, and of what is too much, nothing more is read.
+    // Of what is no HTTP, and of what is too much, nothing more is looked at.
     void refuse_input(error_code error)
     {
         keep_alive_ = false;
+        is_input_left_ = true;
         if (error == http::error::header_limit)
             write(answer_of(Problem{431, "the header is too long"}));
         else if (error == http::error::body_limit)
@@ -271,12 +274,10 @@ class Connection : public Guest,
                 .fetch_site = view(message["Sec-Fetch-Site"]),
                 .fetch_mode = view(message["Sec-Fetch-Mode"]),
                 .changes = request_.method != "GET" && request_.method != "HEAD",
-                .is_page = !is_api(request_.path),
+                .is_page = !is_api_path(request_.path),
                 .is_public = request_.path == kPublicFile,
                 .has_cookie = request_.has_cookie};
     }
-
-    static bool is_api(const std::string &path) { return path.starts_with(std::string(kApi) + "/"); }
 
     void handle()
     {
@@ -284,7 +285,7 @@ class Connection : public Guest,
         request_.body = std::move(parser_->get().body());
         try {
             state_->site.gate.check(origin());
-            if (is_api(request_.path))
+            if (is_api_path(request_.path))
                 return hand_over();
             if (request_.method != "GET" && request_.method != "HEAD")
                 throw Problem{405, "not with this method"};
@@ -355,16 +356,27 @@ class Connection : public Guest,
                           });
     }
 
-    // The other side gets all that was written before it sees the end.
+    // The other side gets all that was written before it sees the end, also when it is still sending.
     void finish()
     {
+        lowest().expires_after(kFarewell);
+        if (is_input_left_)
+            return drain(kDocumentBytes * 2);
         error_code ignored;
-        if constexpr (kIsTls<Stream>) {
-            lowest().expires_after(kHandshake);
+        if constexpr (kIsTls<Stream>)
             stream_.async_shutdown([self = this->shared_from_this()](error_code) {});
-        } else {
+        else
             lowest().socket().shutdown(tcp::socket::shutdown_send, ignored);
-        }
+    }
+
+    void drain(std::size_t left)
+    {
+        buffer_.clear();
+        lowest().async_read_some(buffer_.prepare(std::size_t{16} * 1024),
+                                 [self = this->shared_from_this(), left](error_code error, std::size_t got) {
+                                     if (!error && got < left)
+                                         self->drain(left - got);
+                                 });
     }
 
     // ---- Streams of events ----
@@ -379,8 +391,8 @@ class Connection : public Guest,
         header << message.base();
         send(std::make_shared<const std::string>(header.str()));
         const auto who = state_->site.services.sessions.find(request_.token);
-        if (!who ||
-            !state_->site.services.events.listen(*who, request_.last_event_id, this->shared_from_this()))
+        if (!who || !state_->site.services.events.listen(*who, digest_of(request_.token),
+                                                         request_.last_event_id, this->shared_from_this()))
             return end();
         watch_for_end();
     }
@@ -420,6 +432,7 @@ class Connection : public Guest,
     Request request_;
     bool keep_alive_ = false;
     bool is_idle_ = true;
+    bool is_input_left_ = false;
 
     std::deque<Text> waiting_; // of a stream
     std::size_t waiting_bytes_ = 0;

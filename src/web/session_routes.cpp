@@ -59,7 +59,7 @@ Answer log_in(Call &call)
 {
     const Who who = check_login(call);
     const std::string token = call.services.sessions.add(who);
-    if (!call.request.token.empty()) // the browser has a new one now
+    if (call.request.has_cookie) // the browser has a new one now
         call.services.sessions.remove(call.request.token);
     Answer answer = answer_of(identity_of(call, who), 201);
     answer.headers.emplace_back("Set-Cookie", cookie(call, token, ""));

@@ -9,16 +9,22 @@ namespace qvcd::web {
 std::string Sessions::add(const Who &who)
 {
     const std::string token = random_token();
-    std::vector<Who> over;
+    add_as(token, who);
+    return token;
+}
+
+void Sessions::add_as(const std::string &token, const Who &who)
+{
+    std::vector<Gone> over;
     {
         const std::lock_guard lock(mutex_);
         make_room(who, over);
         entries_[digest_of(token)] = {who, std::chrono::steady_clock::now()};
         // Whoever made room may have been the last of the very session.
-        std::erase_if(over, [&](const Who &gone) { return gone.session == who.session; });
+        for (Gone &gone : over)
+            gone.is_last = gone.is_last && gone.who.session != who.session;
     }
     std::ranges::for_each(over, ended_);
-    return token;
 }
 
 std::optional<Who> Sessions::find(const std::string &token)
@@ -34,20 +40,19 @@ std::optional<Who> Sessions::find(const std::string &token)
     return found->second.who;
 }
 
-void Sessions::erase(Entries::iterator entry, std::vector<Who> &over)
+void Sessions::erase(Entries::iterator entry, std::vector<Gone> &over)
 {
-    const Who who = entry->second.who;
+    Gone gone{entry->second.who, entry->first, false};
     entries_.erase(entry);
-    const bool is_used = std::ranges::any_of(
-        entries_, [&](const auto &other) { return other.second.who.session == who.session; });
-    if (!is_used)
-        over.push_back(who);
+    gone.is_last = std::ranges::none_of(
+        entries_, [&](const auto &other) { return other.second.who.session == gone.who.session; });
+    over.push_back(std::move(gone));
 }
 
 template <class Which>
 void Sessions::end(Which which)
 {
-    std::vector<Who> over;
+    std::vector<Gone> over;
     {
         const std::lock_guard lock(mutex_);
         for (auto at = entries_.begin(); at != entries_.end();) {
@@ -59,7 +64,7 @@ void Sessions::end(Which which)
     std::ranges::for_each(over, ended_);
 }
 
-void Sessions::make_room(const Who &who, std::vector<Who> &over)
+void Sessions::make_room(const Who &who, std::vector<Gone> &over)
 {
     const auto is_same = [&](const auto &entry) { return entry.second.who.session == who.session; };
     const bool too_many_of_one =

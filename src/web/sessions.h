@@ -17,17 +17,27 @@ namespace qvcd::web {
 class Sessions {
   public:
     using Time = std::chrono::steady_clock::time_point;
-    using Ended = std::function<void(const Who &who)>;
+
+    /// A token that is no more.
+    struct Gone {
+        Who who;
+        std::string digest; ///< digest_of() the token
+        bool is_last;       ///< nobody has a token for the session of the daemon any more
+    };
+    using Ended = std::function<void(const Gone &gone)>;
 
     static constexpr std::size_t kMost = 512;     ///< then the one that was idle longest ends
     static constexpr std::size_t kMostOfOne = 64; ///< of one user from one address
 
-    /// Tokens that were not used for so long end. `ended` is called, on any thread, with each session of the
-    /// daemon that nobody has a token for any more.
+    /// Tokens that were not used for so long end. `ended` is called, on any thread, with each that
+    /// ends.
     Sessions(std::chrono::minutes idle, Ended ended) : idle_(idle), ended_(std::move(ended)) {}
 
     /// A new token: 64 hexadecimal digits.
     std::string add(const Who &who);
+
+    /// The same with a token that the client has already: a credential of another kind.
+    void add_as(const std::string &token, const Who &who);
 
     /// Whose token it is; notes its use. Nothing for one that is unknown or has ended.
     std::optional<Who> find(const std::string &token);
@@ -55,8 +65,8 @@ class Sessions {
 
     template <class Which>
     void end(Which which);
-    void make_room(const Who &who, std::vector<Who> &over);
-    void erase(Entries::iterator entry, std::vector<Who> &over);
+    void make_room(const Who &who, std::vector<Gone> &over);
+    void erase(Entries::iterator entry, std::vector<Gone> &over);
 
     const std::chrono::minutes idle_;
     const Ended ended_;

@@ -442,17 +442,17 @@ class Appliance(Talker):
             connection.send(greeting)
         return connection
 
-    def subscribe(self):
+    def subscribe(self, password="kelpo"):
         """A subscriber that has been taken in, and has nothing to read yet."""
         events = Events(str(self.path("/var/run/qv/notify.sock")))
         self.events.append(events)
 
         def taken_in():
-            self.login("admin", "kelpo", "subscriber")
+            self.login("admin", password, "subscriber")
             return events.seen()
 
         wait_until(taken_in, "a first event")
-        session = self.login("admin", "kelpo", "subscriber")
+        session = self.login("admin", password, "subscriber")
         self.command(f"logout {session}")
         events.wait_for("logout", f"session={session}")
         events.objects.clear()

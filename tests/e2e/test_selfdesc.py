@@ -18,7 +18,7 @@ def test_the_table_is_whole_and_in_order(shipped):
         "undefined help get geti getv getd getdv set sets seta setn apply save modify update introspect browse preset",
         "profile add remove revert reload export import checkmod checkapp checkdef meta metav user group menu login",
         "logout sessions get_session default factory_reset insert delete plan diff commit confirm abort history",
-        "rollback document failures version events describe pages pending",
+        "rollback document failures version events describe pages pending stats",
     ]
     assert listed == " ".join(everything).split()  # session 0 has level-0 bits
     admin = shipped.login("admin", "kelpo")
