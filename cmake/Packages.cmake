@@ -1,4 +1,4 @@
-# Debian packages, one a component: "cpack --preset release", or "cpack -G DEB" in the folder of a build. A component is
+# Debian packages, one a component: "cpack --preset release", or "cpack -G DEB" in the folder of any build. A component is
 # installed alone by "cmake --install DIR --component NAME".
 #
 #   daemon              qvcd                 the daemon, qvc, qvmeta; nothing is started
@@ -6,6 +6,9 @@
 #   client-library      libqvclient1
 #   client-development  libqvclient-dev
 #   python              python3-qvclient
+#
+# A folder that brings a package of its own (COMPONENT web on its install() lines) adds a qvcd_package() below; what has a
+# component without one is installed, and packaged by nobody.
 set(QVCD_MAINTAINER "The qvcd developers <qvcd@lists.example.org>" CACHE STRING "Who answers for the packages")
 set(package_files ${CMAKE_SOURCE_DIR}/share/package)
 

@@ -37,7 +37,7 @@ class Answer {
     Screen screen_;
     Form form_;
     bool is_empty_ = true;
-    std::vector<std::string> kept_;    // what is printed at the end
+    std::vector<std::string> kept_; // what is printed at the end
     std::size_t kept_bytes_ = 0;
     std::vector<std::string> refused_; // lines with an error
 };

@@ -257,8 +257,7 @@ TEST(ClientReply, ALineWithoutAnEndIsNotKept)
     ReplyParser parser([](std::string_view) {});
     const std::string piece(std::size_t{1} << 20, 'x');
     std::size_t fed = 0;
-    EXPECT_THROW(
-        for (; fed <= 2 * kMostReplyLineBytes; fed += piece.size()) parser.feed(piece), WireError);
+    EXPECT_THROW(for (; fed <= 2 * kMostReplyLineBytes; fed += piece.size()) parser.feed(piece), WireError);
     EXPECT_EQ(fed, kMostReplyLineBytes);
 }
 
