@@ -10,6 +10,8 @@ import { state } from "../state.js";
 
 const GROUPS = { 0: "Maker", 1: "Administrators", 2: "Operators", 3: "Viewers" };
 
+const SELF = "Another administrator has to do this: it is you.";
+
 function groupName(number) {
     return GROUPS[number] ?? `Group ${number}`;
 }
@@ -72,8 +74,8 @@ function line(user, groups, after) {
         h("div", { class: "list-main" }, h("b", {}, user.name), own && h("span", { class: "help" }, " (you)"), h("div", { class: "help" }, groupName(user.group))),
         h("div", { class: "list-actions" },
             button("Password", then(() => passwordDialog(user)), { kind: "small" }),
-            button("Group", then(() => groupDialog(user, groups)), { kind: "small", disabled: own }),
-            button("Remove", then(() => remove(user)), { kind: "small quiet", disabled: own })));
+            button("Group", then(() => groupDialog(user, groups)), { kind: "small", disabled: own, title: own ? SELF : null }),
+            button("Remove", then(() => remove(user)), { kind: "small quiet", disabled: own, title: own ? SELF : null })));
 }
 
 export async function accountsPage(place, id, current) {
