@@ -2,6 +2,7 @@
 # Builds qvcd, starts the shipped appliance in a folder of its own, and shows the life of one setting: get, set,
 # save, apply, and the events of it. Works on a fresh Debian 12, as root or with sudo. With a terminal it leaves
 # you in qvc afterwards. Ends with 0 only if everything that it showed was right.
+# Usage: ./demo.sh        ./demo.sh web: the appliance with its web console, until Ctrl-C
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -40,6 +41,9 @@ wait_until() {
 
 stop_appliance() {
     stop_watching
+    if [ -n "${gateway:-}" ] && kill -TERM "$gateway" 2>/dev/null; then
+        wait "$gateway"
+    fi
     if [ -n "${daemon:-}" ] && kill -INT "$daemon" 2>/dev/null; then
         wait_until daemon_is_gone
     fi
@@ -114,10 +118,22 @@ save Services.HTTP.port=8088
 apply Services.HTTP.port=8088" grep HTTP "$QV_SYSROOT/events"
 }
 
+# Without TLS: a browser would ask about the certificate, and it is this machine alone that can ask.
+show_web() {
+    qvweb --plain --debug --listen "127.0.0.1:$(free_port)" --files share/web >"$QV_SYSROOT/address" &
+    gateway=$!
+    wait_until test -s "$QV_SYSROOT/address" || give_up "the gateway did not start"
+    echo "The appliance is at $(cat "$QV_SYSROOT/address") until Ctrl-C."
+    echo "Log in as admin, password kelpo; or as operator or viewer, whose passwords are their names."
+    wait "$gateway"
+}
+
 scripts/install_deps.sh build || exit 1
+targets=(qvcd qvc apimeta)
+[ "${1:-}" = web ] && targets+=(qvweb)
 echo "building (the whole output is in build/demo.log) ..."
 mkdir -p build
-if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --target qvcd qvc apimeta; } >build/demo.log 2>&1; then
+if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --target "${targets[@]}"; } >build/demo.log 2>&1; then
     tail -n 40 build/demo.log >&2
     exit 1
 fi
@@ -128,6 +144,10 @@ trap stop_appliance EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 start_appliance
+if [ "${1:-}" = web ]; then
+    show_web
+    exit 0
+fi
 start_watching
 demonstrate
 echo

@@ -24,9 +24,9 @@ struct PasswordCheck {
 
 /// Checks a user's password, which may have been meant in several ways, and holds up who gives wrong ones
 /// (auth/login_delays.h), told by where he comes from: the caller's source, and `on_behalf_of` where a
-/// trusted caller says so. A user without a password has none that is right, and a user who does not exist
-/// neither. Lets go of the command lock where hashes are made or compared. A plain password that was right is
-/// replaced by its hash when the option asks for that.
+/// trusted caller, or the local user "qvweb", says so. A user without a password has none that is right, and
+/// a user who does not exist neither. Lets go of the command lock where hashes are made or compared. A plain
+/// password that was right is replaced by its hash when the option asks for that.
 PasswordCheck check_password(const std::string &user, const std::vector<std::string> &passwords,
                              const Caller &caller, std::string_view on_behalf_of);
 

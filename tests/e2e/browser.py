@@ -91,7 +91,16 @@ class Page:
         wait_until(lambda: not self.run(SHOWN, selector, text), f"end of {selector} {text!r}")
 
     def click(self, text, inside=""):
-        self.find(f"{inside} button, {inside} a", text).click()
+        from selenium.common.exceptions import StaleElementReferenceException
+
+        def click():
+            try:
+                self.find(f"{inside} button, {inside} a", text).click()
+                return True
+            except StaleElementReferenceException:  # a list was shown anew meanwhile
+                return False
+
+        wait_until(click, f"a click on {text!r}")
 
     def keys(self, *keys):
         self.here().switch_to.active_element.send_keys(*keys)

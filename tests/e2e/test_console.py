@@ -241,6 +241,7 @@ def test_users_presets_and_profiles(console, unit):
     page.keys(page.Keys.TAB, page.Keys.TAB, "two")
     page.find(".pair-note", "not the same")
     page.keys(page.Keys.BACKSPACE * 3, "one", page.Keys.ENTER)
+    page.gone("dialog")
     page.find("[data-user=guest]", "Viewers")
     unit.login("guest", "one")
     page.click("Remove", "[data-user=guest]")
