@@ -6,7 +6,7 @@
         page.click("Review and commit")
 """
 
-import contextlib
+import base64
 import importlib.util
 import os
 import pathlib
@@ -18,6 +18,9 @@ import pytest
 
 from appliance import BIN_DIR, REPOSITORY, Reservation, die_with_us, wait_until
 
+SHOWN = """const [selector, text] = arguments;
+return [...document.querySelectorAll(selector)].find((e) =>
+    e.checkVisibility({ visibilityProperty: true }) && e.innerText.includes(text)) ?? null"""
 PICTURES = BIN_DIR.parent / "screenshots"
 
 
@@ -78,27 +81,26 @@ class Page:
 
     def find(self, selector, text=""):
         """The first shown element with this text in it."""
-
-        def look():
-            with contextlib.suppress(Exception):  # it may go while we look
-                for one in self.all(selector):
-                    if one.is_displayed() and text in one.text:
-                        return one
-            return None
-
         try:
-            return wait_until(look, f"{selector} {text!r}")
+            return wait_until(lambda: self.run(SHOWN, selector, text), f"{selector} {text!r}")
         except AssertionError:
             self.picture("failed")
             raise
 
     def gone(self, selector, text=""):
-        wait_until(lambda: not self.run(
-            "return [...document.querySelectorAll(arguments[0])].some(e => e.checkVisibility() && e.innerText.includes(arguments[1]))",
-            selector, text), f"end of {selector} {text!r}")
+        wait_until(lambda: not self.run(SHOWN, selector, text), f"end of {selector} {text!r}")
 
     def click(self, text, inside=""):
-        self.find(f"{inside} button, {inside} a", text).click()
+        from selenium.common.exceptions import StaleElementReferenceException
+
+        def click():
+            try:
+                self.find(f"{inside} button, {inside} a", text).click()
+                return True
+            except StaleElementReferenceException:  # a list was shown anew meanwhile
+                return False
+
+        wait_until(click, f"a click on {text!r}")
 
     def keys(self, *keys):
         self.here().switch_to.active_element.send_keys(*keys)
@@ -128,7 +130,8 @@ class Page:
 
     def picture(self, name):
         PICTURES.mkdir(parents=True, exist_ok=True)
-        self.here().save_screenshot(str(PICTURES / f"{name}.png"))
+        shot = self.here().execute_cdp_cmd("Page.captureScreenshot", {"optimizeForSpeed": True})
+        (PICTURES / f"{name}.png").write_bytes(base64.b64decode(shot["data"]))
 
     def size(self, width, height=900):
         self.here().execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
@@ -149,7 +152,8 @@ class Browser:
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="qb", dir="/tmp"))
         options = webdriver.ChromeOptions()
         for one in ("headless=new", "no-sandbox", "disable-dev-shm-usage", "disable-gpu", "hide-scrollbars",
-                    "force-prefers-reduced-motion", "window-size=1360,900", f"user-data-dir={self.folder}"):
+                    "force-prefers-reduced-motion", "window-size=1360,900", "disable-background-timer-throttling",
+                    "disable-renderer-backgrounding", "disable-backgrounding-occluded-windows", f"user-data-dir={self.folder}"):
             options.add_argument(f"--{one}")
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         options.set_capability("unhandledPromptBehavior", "accept")

@@ -23,6 +23,12 @@ Hostile.value.read = kv_rfunc
 Hostile.value.write = kv_wfunc
 Hostile.value.file = /etc/hostile.conf
 Hostile.value.desc = {HOSTILE}
+Hostile.several.attr = several
+Hostile.several.type = domainname_list a.example b.example
+Hostile.several.default = b.example
+Hostile.several.read = kv_rfunc
+Hostile.several.write = kv_wfunc
+Hostile.several.file = /etc/hostile.conf
 """
 
 
@@ -151,7 +157,7 @@ def test_two_at_once(console, unit):
     theirs.find(".pending-part", "1 set, not committed")
     ours.find(".pending-part", "1 by someone else")
     ours.go("page/encoder")
-    ours.find(".chip", "someone else")
+    ours.find(".chip", "by operator")
     assert ours.value(theirs_is) == "4000000"
     ours.click("Review and commit")
     ours.find("dialog .notice", "does not take it")
@@ -196,8 +202,10 @@ def test_who_may_only_look(console):
 def test_what_is_hostile_stays_text(console, unit):
     page = console(path="group/Hostile")
     page.type("Hostile.value", HOSTILE.replace('"', "'"))
+    page.find("[data-name='Hostile.several'] [value='a.example']").click()
     page.click("Set only")
     page.find(".chip", "Not saved, saved is javascript")
+    assert unit.get("Hostile.several") == "a.example b.example"
     page.find("[aria-label='More about this']").click()
     page.find(".details", "onerror")
     page.go("page/services")
@@ -206,6 +214,50 @@ def test_what_is_hostile_stays_text(console, unit):
     page.keys("onerror")
     page.find(".found-help", "<img")
     assert page.run("return document.body.dataset.owned ?? null") is None
+
+
+def test_export_and_import(browser, console, unit):
+    page = console(path="transfer")
+    page.click("Export", ".card")
+    [document] = wait_until(browser.downloads, "the exported file")
+    text = document.read_text()
+    assert "QV+Encoder" in text
+    document.write_text(text.replace("QV+Encoder", "Imported"))
+    page.find("input[type=file]").send_keys(str(document))
+    page.click("Import", ".card")
+    page.find(".card .new", "Imported")
+    assert unit.get(NAME) == "Imported"
+    document.write_text("not {{ a document")
+    page.find("input[type=file]").send_keys(str(document))
+    page.click("Import", ".card")
+    page.find(".card .notice.bad")
+
+
+def test_users_presets_and_profiles(console, unit):
+    page = console(path="accounts")
+    page.click("Add a user")
+    page.find("dialog input").send_keys("guest")
+    page.find("dialog input[type=password]").send_keys("one")
+    page.keys(page.Keys.TAB, page.Keys.TAB, "two")
+    page.find(".pair-note", "not the same")
+    page.keys(page.Keys.BACKSPACE * 3, "one", page.Keys.ENTER)
+    page.gone("dialog")
+    page.find("[data-user=guest]", "Viewers")
+    unit.login("guest", "one")
+    page.click("Remove", "[data-user=guest]")
+    page.click("Remove", "dialog")
+    page.gone("[data-user=guest]")
+    page.go("profiles")
+    page.click("Save a profile")
+    page.find("dialog input").send_keys("evening")
+    page.click("Save", "dialog")
+    page.click("Show", "[data-profile=evening]")
+    page.find("dialog .change-list", "QV Encoder")
+    page.keys(page.Keys.ESCAPE)
+    page.go("presets")
+    page.click("Store a preset")
+    page.click("Store", "dialog")
+    page.find("[data-preset='3']")
 
 
 def test_a_lost_daemon_and_a_session_that_ends(console, unit):

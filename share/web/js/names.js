@@ -55,6 +55,24 @@ export function byGroup(names) {
     return [...groups];
 }
 
+// The parts of a group; a number belongs to the part before it.
+function levels(group) {
+    return group.split(/\.(?!\d+(?:\.|$))/);
+}
+
+/** Groups that belong together on a page, two levels below what is common to all: [[card, [[group, names] ...]] ...]. */
+export function byCard(groups, base) {
+    const depth = (base ? levels(base).length : 0) + 2;
+    const cards = new Map();
+    for (const entry of groups) {
+        const card = levels(entry[0]).slice(0, depth).join(".");
+        if (!cards.has(card))
+            cards.set(card, []);
+        cards.get(card).push(entry);
+    }
+    return [...cards].map(([card, entries]) => [entries.length === 1 ? entries[0][0] : card, entries]);
+}
+
 /** What all these groups begin with. */
 export function commonGroup(groups) {
     const parts = groups.map((group) => group.split("."));

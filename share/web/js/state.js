@@ -6,7 +6,7 @@ import { Emitter } from "./emitter.js";
 function empty() {
     return {
         session: null, apis: new Map(), pages: [], header: [], values: new Map(), drafts: new Map(), errors: new Map(),
-        modified: new Map(), unapplied: new Map(), own: new Set(), commit: null, restart: false,
+        modified: new Map(), unapplied: new Map(), own: new Set(), others: new Map(), commit: null, restart: false,
     };
 }
 
@@ -64,9 +64,9 @@ function texts(object) {
 }
 
 /** Takes what the appliance says about pending changes. */
-export function setMarks({ modified, unapplied, own, commit, restart }) {
+export function setMarks({ modified, unapplied, own, others, commit, restart }) {
     const before = [state.modified, state.unapplied, state.own];
-    Object.assign(state, { modified: texts(modified), unapplied: texts(unapplied), own: new Set(own), restart: Boolean(restart) });
+    Object.assign(state, { modified: texts(modified), unapplied: texts(unapplied), own: new Set(own), others: texts(others), restart: Boolean(restart) });
     const names = new Set([...before, state.modified, state.unapplied, state.own].flatMap((one) => [...one.keys()]));
     names.forEach(touch);
     state.commit = commit ? { ...commit, until: Date.now() + 1000 * commit.seconds_left } : null;
@@ -122,6 +122,7 @@ export function marksOf(name) {
         saved: modified ? state.modified.get(name) : null,
         running: unapplied ? state.unapplied.get(name) : null,
         others: (modified || unapplied) && !state.own.has(name),
+        by: state.others.get(name) || "someone else",
         error: state.errors.get(name) ?? null,
     };
 }

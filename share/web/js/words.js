@@ -24,8 +24,8 @@ function capital(text) {
 export function label(part) {
     if (Object.hasOwn(WHOLE, part))
         return WHOLE[part];
-    const words = part.replace(/([a-z])([A-Z])/g, "$1 $2").split(/[_\s]+/).filter(Boolean);
-    return capital(words.map((one, at) => word(at > 0 && /^[A-Z][a-z]/.test(one) ? one.toLowerCase() : one)).join(" ")) || part;
+    const words = part.replace(/([A-Z]{2,})([A-Z][a-z])/g, "$1 $2").replace(/([a-z]{2})([A-Z])/g, "$1 $2").split(/[_\s]+/).filter(Boolean);
+    return capital(words.map((one, at) => word(at > 0 && /^[A-Z][a-z]/.test(one) && !/[A-Z]$/.test(one) ? one.toLowerCase() : one)).join(" ")) || part;
 }
 
 /** The last part of a name. */

@@ -58,7 +58,7 @@ function drawLine(ground, list, place) {
     const least = Math.min(...values);
     const low = least >= 0 && least < top / 2 ? 0 : least;
     const height = top - low || Math.abs(top) || 1;
-    const y = (value) => (top === low ? HEIGHT / 2 : HEIGHT - 5 - ((value - low) / height) * (HEIGHT - 12));
+    const y = (value) => (top === low ? (top === 0 ? HEIGHT - 5 : HEIGHT / 2) : HEIGHT - 5 - ((value - low) / height) * (HEIGHT - 12));
     const line = list.map(({ time, value }) => `${place(time).toFixed(1)} ${y(value).toFixed(1)}`);
     const first = place(list[0].time).toFixed(1);
     const end = place(list.at(-1).time).toFixed(1);

@@ -8,7 +8,7 @@ import { chart, drawing } from "./chart.js";
 const EMPTY = /^(Info|Traffic|Current settings|Interfaces|Hardware|System)$/;
 
 function chartTitle(name) {
-    return title(name).filter((part, at, all) => at === all.length - 1 || !EMPTY.test(part)).slice(-3).join(" · ");
+    return title(name.replace(/_bytes$/, "")).filter((part, at, all) => at === all.length - 1 || !EMPTY.test(part)).slice(-3).join(" · ");
 }
 
 /** Those that can be drawn. */

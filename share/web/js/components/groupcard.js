@@ -31,22 +31,25 @@ function titleText(rest) {
     return [rest.slice(0, -1).map((part) => h("span", { class: "path" }, part, " › ")), rest.at(-1)];
 }
 
-/** { element, id, title, forget }. base: the group that all of the page have in common. withCharts: of what moves in it. */
-export function groupCard(group, names, base, withCharts = false) {
-    const id = uniqueId("group");
+// What stands in one group: charts of what moves in it, then what the appliance tells, then settings.
+function section(names, withCharts) {
     const apis = names.map((name) => state.apis.get(name));
     const settings = apis.filter((api) => !api.isStatus).map(row);
     const facts = apis.filter((api) => api.isStatus).map(statusLine);
     const drawn = charts(withCharts ? names : []);
-    const parts = shortTitle(group, base);
-    const element = h("section", { class: "card", "aria-labelledby": id, "data-group": group },
-        h("h2", { id, tabindex: "-1" }, titleText(parts)),
-        drawn.element,
-        facts.length > 0 && h("dl", { class: "facts" }, facts.map((one) => one.element)),
-        settings.map((one) => one.element));
     return {
-        element, id,
-        title: parts.join(" › "),
+        elements: [drawn.element, facts.length > 0 && h("dl", { class: "facts" }, facts.map((one) => one.element)), settings.map((one) => one.element)],
         forget: () => [...settings, drawn, ...facts].forEach((one) => one.forget()),
     };
+}
+
+/** { element, title, forget }. groups: what is in it. base: the group that all of the page have in common. */
+export function groupCard(card, groups, base, withCharts = false) {
+    const id = uniqueId("group");
+    const parts = shortTitle(card, base);
+    const sections = groups.map(([group, names]) => ({ group, ...section(names, withCharts) }));
+    const element = h("section", { class: "card", "aria-labelledby": id, "data-group": card },
+        h("h2", { id, tabindex: "-1" }, titleText(parts)),
+        sections.map((one) => [one.group !== card && h("h3", {}, titleText(shortTitle(one.group, card))), one.elements]));
+    return { element, title: parts.join(" › "), forget: () => sections.forEach((one) => one.forget()) };
 }

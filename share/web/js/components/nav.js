@@ -8,6 +8,10 @@ import { state } from "../state.js";
 
 const OWN = [
     { id: "history", title: "History" },
+    { id: "profiles", title: "Saved profiles", admin: true },
+    { id: "presets", title: "Presets", admin: true },
+    { id: "accounts", title: "Log-ins and passwords", admin: true },
+    { id: "transfer", title: "Export and import" },
     { id: "wizard", title: "Set-up wizard", admin: true },
 ];
 

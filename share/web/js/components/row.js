@@ -35,7 +35,7 @@ function chips(api, marks) {
     if (marks.conflict)
         list.push(chip("conflict", `Meanwhile ${said(api, state.values.get(name) ?? null)}`));
     const back = () => undoButton(name, "Take back", () => takeBack([name]));
-    const who = marks.others ? ", by someone else" : "";
+    const who = marks.others ? `, by ${marks.by}` : "";
     if (marks.modified)
         list.push(chip("modified", `Not saved${who}${api.secret ? "" : `, saved is ${said(api, marks.saved)}`}`, api.writable && back()));
     else if (marks.unapplied)

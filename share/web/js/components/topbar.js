@@ -1,6 +1,7 @@
 import { button, h, iconButton } from "../dom.js";
 import { icon } from "../icons.js";
 import { state } from "../state.js";
+import { loadValues } from "../sync.js";
 import { nextTheme, theme } from "../theme.js";
 import { searchBox } from "./search.js";
 
@@ -32,11 +33,23 @@ function unitName() {
     return { element, forgets: ["System.Configuration.Label.name", "Network.hostname", ...state.header].map((name) => state.on(`setting ${name}`, update)) };
 }
 
+const LOOK_EVERY = 30_000; // ms
+
+// Some status values say when a restart is needed.
+function restartSigns() {
+    return [...state.apis.values()].filter((api) => api.isStatus && api.choices?.includes("restart-needed")).map((api) => api.name);
+}
+
 function restartChip() {
-    const element = h("span", { class: "chip restart", hidden: true, role: "status" }, icon("warning"), h("span", {}, "Restart needed"));
-    const update = () => (element.hidden = !state.restart);
+    const element = h("a", { class: "chip restart", hidden: true, href: "#/page/maintenance" }, icon("warning"), h("span", {}, "Restart needed"));
+    const signs = restartSigns();
+    const update = () => (element.hidden = !state.restart && !signs.some((name) => state.values.get(name) === "restart-needed"));
+    const look = () => loadValues(signs).catch(() => {});
+    const timer = setInterval(look, LOOK_EVERY);
+    const stops = [state.on("pending", update), ...signs.map((name) => state.on(`setting ${name}`, update))];
+    look();
     update();
-    return { element, forget: state.on("pending", update) };
+    return { element, forget: () => (clearInterval(timer), stops.forEach((stop) => stop())) };
 }
 
 /** { element, search, forget }. toggleNav: opens and closes the drawer. */

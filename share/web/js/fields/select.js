@@ -5,7 +5,7 @@ export function select(api, ids, changed) {
     const input = h("select", { id: ids.id, "aria-describedby": ids.describedby, change: () => changed(input.value) });
     const offer = (text) => input.append(h("option", { value: text }, text === "" ? "(none)" : text));
     const known = new Set((api.choices ?? []).map(String));
-    if (/(^|,)blank\b/.test(api.type ?? ""))
+    if (api.optional)
         known.add("");
     known.forEach(offer);
     return {

@@ -10,6 +10,8 @@ import { state } from "../state.js";
 
 const GROUPS = { 0: "Maker", 1: "Administrators", 2: "Operators", 3: "Viewers" };
 
+const SELF = "Another administrator has to do this: it is you.";
+
 function groupName(number) {
     return GROUPS[number] ?? `Group ${number}`;
 }
@@ -46,7 +48,7 @@ function addDialog(groups) {
     const group = groupField(groups, 3);
     const word = passwordField();
     return formDialog("Add a user", [h("div", { class: "form-line" }, h("label", { for: id }, "User"), name), group.element, word.element], "Add",
-        () => api.create("users", name.value, { group: Number(group.select.value), password: word.read() }));
+        () => api.replace("users", name.value.trim(), { group: group.select.value, password: word.read() }));
 }
 
 function passwordDialog(user) {
@@ -56,7 +58,7 @@ function passwordDialog(user) {
 
 function groupDialog(user, groups) {
     const group = groupField(groups, user.group);
-    return formDialog(`Group of ${user.name}`, [group.element], "Change", () => api.replace("users", user.name, { group: Number(group.select.value) }));
+    return formDialog(`Group of ${user.name}`, [group.element], "Change", () => api.replace("users", user.name, { group: group.select.value }));
 }
 
 async function remove(user) {
@@ -72,8 +74,8 @@ function line(user, groups, after) {
         h("div", { class: "list-main" }, h("b", {}, user.name), own && h("span", { class: "help" }, " (you)"), h("div", { class: "help" }, groupName(user.group))),
         h("div", { class: "list-actions" },
             button("Password", then(() => passwordDialog(user)), { kind: "small" }),
-            button("Group", then(() => groupDialog(user, groups)), { kind: "small", disabled: own }),
-            button("Remove", then(() => remove(user)), { kind: "small quiet", disabled: own })));
+            button("Group", then(() => groupDialog(user, groups)), { kind: "small", disabled: own, title: own ? SELF : null }),
+            button("Remove", then(() => remove(user)), { kind: "small quiet", disabled: own, title: own ? SELF : null })));
 }
 
 export async function accountsPage(place, id, current) {
@@ -81,7 +83,7 @@ export async function accountsPage(place, id, current) {
     let groups = [];
     async function load() {
         const answer = await api.list("users");
-        groups = (answer.groups ?? []).map((group) => group.number ?? group);
+        groups = (answer.groups ?? []).map(({ group }) => group);
         list.replaceChildren(...answer.users.map((user) => line(user, groups, load)));
     }
     await load();

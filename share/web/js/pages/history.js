@@ -46,7 +46,8 @@ function changesOf(entry) {
 }
 
 function card(entry) {
-    const source = [entry.source, entry.client].filter(Boolean).join(", ");
+    const browser = /^qvweb\/(.+)/.exec(entry.client ?? "");
+    const source = browser ? `web, from ${browser[1]}` : [entry.source, entry.client].filter(Boolean).join(", ");
     const may = (entry.changes ?? []).some(({ name }) => state.apis.get(name)?.writable);
     return h("article", { class: "card entry", "data-entry": String(entry.number) },
         h("div", { class: "entry-head" }, h("span", { class: "entry-number" }, String(entry.number)),

@@ -33,7 +33,7 @@ async function load(profile) {
     if (!(await ask(`Load ${profile.name}?`, "What is set and not saved is lost; then the values of the profile are set. They wait to be committed.", "Load")))
         return;
     await attempt(async () => {
-        await api.create("profiles", profile.name, { action: "load" });
+        await api.create("profiles", profile.name, {});
         await refreshMarks();
     }, "Loaded. Review and commit what has changed.");
 }
@@ -43,10 +43,19 @@ async function remove(profile) {
         await attempt(() => api.remove("profiles", profile.name), "Removed.");
 }
 
+// A profile is a file, and shown as it stands there: escaped.
+function plain(value) {
+    try {
+        return typeof value === "string" ? decodeURIComponent(value.replaceAll("+", " ")) : value;
+    } catch {
+        return value;
+    }
+}
+
 async function show(profile) {
     const found = await attempt(() => api.list(`profiles/${encodeURIComponent(profile.name)}`));
     if (found)
-        valuesDialog(profile.name, found.values);
+        valuesDialog(profile.name, Object.fromEntries(Object.entries(found.values).map(([name, value]) => [name, plain(value)])));
 }
 
 function line(profile, may, after) {

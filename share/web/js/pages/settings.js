@@ -2,7 +2,7 @@
 
 import { h } from "../dom.js";
 import { icon } from "../icons.js";
-import { byGroup, commonGroup, expand } from "../names.js";
+import { byCard, byGroup, commonGroup, expand } from "../names.js";
 import { poll } from "../poller.js";
 import { state } from "../state.js";
 import { needValues } from "../sync.js";
@@ -68,7 +68,7 @@ export async function settingsPage(place, page, found, current) {
         return () => {};
     const groups = byGroup(names);
     const base = commonGroup(groups.map(([group]) => group));
-    const cards = groups.map(([group, members]) => groupCard(group, members, base, !isOverview));
+    const cards = byCard(groups, base).map(([card, members]) => groupCard(card, members, base, !isOverview));
     const drawn = charts(top);
     place.replaceChildren(
         h("div", { class: "page-main" }, h("h1", { tabindex: "-1" }, page.title), lookingOnly(names), drawn.element, cards.map((card) => card.element),

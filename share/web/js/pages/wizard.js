@@ -7,7 +7,7 @@ import { review } from "../components/review.js";
 import { attempt, toast } from "../components/toast.js";
 import { button, h } from "../dom.js";
 import { icon } from "../icons.js";
-import { byGroup, commonGroup, expand } from "../names.js";
+import { byCard, byGroup, commonGroup, expand } from "../names.js";
 import { go } from "../router.js";
 import { state } from "../state.js";
 import { needValues } from "../sync.js";
@@ -51,7 +51,7 @@ export async function wizardPage(place, id, current) {
         const step = steps[at];
         const groups = byGroup(settingsOf(step));
         const base = commonGroup(groups.map(([group]) => group));
-        const cards = groups.map(([group, names]) => groupCard(group, names, base));
+        const cards = byCard(groups, base).map(([card, members]) => groupCard(card, members, base));
         forget = () => cards.forEach((card) => card.forget());
         const last = at === steps.length - 1;
         place.replaceChildren(h("div", { class: "page-main wizard" },
