@@ -3,6 +3,7 @@
 # save, apply, and the events of it. Works on a fresh Debian 12, as root or with sudo. With a terminal it leaves
 # you in qvc afterwards. Ends with 0 only if everything that it showed was right.
 # Usage: ./demo.sh        ./demo.sh web: the appliance with its web console, until Ctrl-C
+#        ./demo.sh fleet: ten appliances at a broker (scripts/demo_fleet.sh)
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -128,7 +129,9 @@ show_web() {
     wait "$gateway"
 }
 
-scripts/install_deps.sh build || exit 1
+needed=build
+[ "${1:-}" = fleet ] && needed=test # a broker
+scripts/install_deps.sh $needed || exit 1
 targets=(qvcd qvc apimeta)
 [ "${1:-}" = web ] && targets+=(qvweb)
 echo "building (the whole output is in build/demo.log) ..."
@@ -138,6 +141,7 @@ if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --
     exit 1
 fi
 PATH=$PWD/build/release/bin:$PATH
+[ "${1:-}" = fleet ] && exec scripts/demo_fleet.sh
 
 failed=0
 trap stop_appliance EXIT

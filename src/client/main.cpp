@@ -24,15 +24,20 @@ using namespace qvcd::client;
 namespace {
 
 // The build and the installation have it at the same place beside this program.
-[[noreturn]] void become_full_client(char **arguments)
+[[noreturn]] void become(const char *name, char **arguments)
 {
     std::array<char, PATH_MAX> buffer;
     const ssize_t size = readlink("/proc/self/exe", buffer.data(), buffer.size());
     const std::string program(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    const std::string full = program.substr(0, program.rfind('/') + 1) + "../libexec/qvc-full";
+    const std::string full = program.substr(0, program.rfind('/') + 1) + "../libexec/" + name;
     if (size > 0)
         execv(full.c_str(), arguments);
     throw std::system_error(errno, std::generic_category(), "cannot run " + full);
+}
+
+[[noreturn]] void become_full_client(char **arguments)
+{
+    become("qvc-full", arguments);
 }
 
 // What went wrong, as far as the reply shows.
@@ -100,6 +105,8 @@ bool is_done_here(const Options &options)
 
 int run(const Options &options, char **arguments)
 {
+    if (!options.words.empty() && options.words[0] == "fleet")
+        become("qvc-fleet", arguments);
     if (!is_done_here(options))
         become_full_client(arguments);
     const std::string line = command_line(options.json ? in_json(options.words) : options.words);

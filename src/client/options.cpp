@@ -49,6 +49,7 @@ Commands of the client's own, besides the daemon's:
   find WORD ...                         settings whose name, help or description holds all of the words
   edit NAME ...                         settings in $EDITOR, until the daemon takes them or one gives up
   version                               of client and daemon, and how the daemon is
+  fleet ...                             many appliances at once, over an MQTT broker: qvc fleet help
 
 NAME=@FILE and NAME=- take the value from a file and from standard input; NAME=? asks for a password.
 In names "*", "?" and "[...]" match within one part: "Services.*.port".
