@@ -3,11 +3,12 @@
 #
 #   daemon              qvcd                 the daemon, qvc, qvmeta; nothing is started
 #   appliance           qvcd-appliance       the model that ships, with what it needs; the daemon is enabled
+#   web                 qvcd-web             qvweb with its console, enabled
 #   client-library      libqvclient1
 #   client-development  libqvclient-dev
 #   python              python3-qvclient
 #
-# A folder that brings a package of its own (COMPONENT web on its install() lines) adds a qvcd_package() below; what has a
+# A folder that brings a package of its own (COMPONENT on its install() lines) adds a qvcd_package() below; what has a
 # component without one is installed, and packaged by nobody.
 set(QVCD_MAINTAINER "The qvcd developers <qvcd@lists.example.org>" CACHE STRING "Who answers for the packages")
 set(package_files ${CMAKE_SOURCE_DIR}/share/package)
@@ -116,6 +117,19 @@ qvcd_package(python NAME python3-qvclient SECTION python ALL
   DESCRIPTION "client library of the configuration daemon qvcd (Python module)
 Commands, replies and events of qvcd for programs in Python, as types and
 exceptions of the language.")
+
+if(QVCD_WEB)
+  qvcd_package(web NAME qvcd-web SHLIBDEPS AFTER daemon
+    DEPENDS "init-system-helpers (>= 1.54), systemd | systemd-standalone-sysusers | systemd-sysusers"
+    CONTROL web/postinst web/prerm web/postrm web/conffiles
+    DESCRIPTION "web console and HTTP API of the configuration daemon qvcd
+The appliance in a browser, for scripts over HTTP, and for Prometheus. qvweb
+runs as a user of its own without rights, and asks the daemon in the name of
+whoever logs in.
+.
+It listens on loopback, with TLS, until /etc/default/qvweb says more.")
+  qvcd_install_etc(web default qvweb.default qvweb)
+endif()
 
 qvcd_install_etc(daemon default qvcd.default qvcd)
 qvcd_install_etc(daemon logrotate.d qvcd.logrotate qvcd)

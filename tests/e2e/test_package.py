@@ -160,7 +160,11 @@ def test_from_the_first_installation_to_the_purge(system, packages, tmp_path):
     kept = {path: path.read_bytes() for path in system.upper.joinpath("etc").rglob("*.conf") if path.is_file()}
     # The release after: nobody is asked about settings, and the daemon is restarted.
     system.run("dpkg", "-i", *(f"/mnt/{path.name}" for path in packages.glob("*_*.deb")))
-    assert "restart qvcd.service" in system.asked()
+    asked = system.asked()
+    assert "restart qvcd.service" in asked and "restart qvweb.service" in asked
+    assert system.run("systemd-analyze", "verify", "--man=no", "qvweb.service") == ""
+    assert system.path("/etc/systemd/system/multi-user.target.wants/qvweb.service").is_symlink()
+    system.run("install", "-d", "-o", "qvweb", "-m", "700", "/var/lib/qvweb")  # its StateDirectory
     system.stop()
     assert {path: path.read_bytes() for path in kept} == kept and list(system.upper.glob("etc/**/*.dpkg-*")) == []
     system.start()
@@ -168,6 +172,13 @@ def test_from_the_first_installation_to_the_purge(system, packages, tmp_path):
     assert "not found" in system.run("qvc", "get", "Old.setting", status=1)
     assert system.run("python3", "-c", "import qvclient; print(qvclient.Client().get('Network.hostname'))").strip() == "studio-9"
     assert "-lqvclient" in system.run("pkg-config", "--libs", "qvclient")
+    gateway = system.popen("runuser", "-u", "qvweb", "--", "/usr/sbin/qvweb", "--debug")
+    page = ("python3", "-c", "import ssl, urllib.request as web\n"
+            "print(web.urlopen('https://localhost:8443/', context=ssl._create_unverified_context()).read())")
+    wait_until(lambda: gateway.poll() is not None or system.popen(*page).wait() == 0, "the console over HTTPS")
+    assert "<title>" in system.run(*page)
+    gateway.terminate()
+    gateway.wait()
     system.stop()
     # Removed: the settings stay. Purged: nothing does.
     names = [path.name.split("_")[0] for path in packages.glob("*_*.deb")]
