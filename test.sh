@@ -8,7 +8,8 @@
 # faults      a sample of the runs on a disk that fails, tests/faults/run.py
 # faults-all  all of them: some minutes
 # fuzz        the fuzz targets of tests/fuzz for FUZZ_SECONDS each (20); installs clang
-# bench       the benchmark of tests/bench, in release; installs redis-server, which it compares with
+# bench       the benchmark of tests/bench, in release, and qvc fleet over 5,000 simulated appliances; installs
+#             redis-server, which it compares with
 # cross       builds for arm64 and lets it work under qemu-user, scripts/cross_build.sh: some minutes; installs both
 # format      clang-format over our sources, where clang-format 14 is installed
 set -uo pipefail
@@ -89,7 +90,11 @@ run_part() {
     faults-all) step "build release" build release && step "all faults" /usr/bin/python3 tests/faults/run.py --all ;;
     fuzz) step "fuzz" fuzz ;;
     cross) step "cross" cross ;;
-    bench) step "build release" build release qvcd_bench && step "benchmark" cmake --build --preset release --target bench ;;
+    bench)
+        step "build release" build release qvcd_bench fleet_simulated &&
+            step "benchmark" cmake --build --preset release --target bench &&
+            step "fleet of 5,000" /usr/bin/python3 tests/fleet/scale.py
+        ;;
     esac
 }
 

@@ -37,7 +37,7 @@ def make_certificates(folder):
 
 
 class Broker:
-    def __init__(self, folder, users):
+    def __init__(self, folder, users, more_acl=""):
         self.folder = folder
         self.reservation = Reservation()
         self.port = self.reservation.port
@@ -46,12 +46,14 @@ class Broker:
         passwords = folder / "passwords"
         passwords.write_text("".join(f"{user}:{PASSWORD}{user}\n" for user in [*users, "operator", "watcher"]))
         run(shutil.which("mosquitto_passwd", path=SBIN), "-U", passwords)
+        acl = folder / "acl"
+        acl.write_text((REPOSITORY / "share/fleet/acl.example").read_text() + more_acl)
         settings = {
             "cafile": folder / "ca.pem",
             "certfile": folder / "broker.pem",
             "keyfile": folder / "broker.key",
             "password_file": passwords,
-            "acl_file": REPOSITORY / "share/fleet/acl.example",
+            "acl_file": acl,
         }
         lines = [f"listener {self.port} 127.0.0.1", *(f"{k} {v}" for k, v in settings.items()), "user root"]
         more = "allow_anonymous false\npersistence false\nmax_queued_messages 10000\n"

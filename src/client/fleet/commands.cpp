@@ -72,8 +72,19 @@ bool ask_all(Task &task, const std::vector<std::string> &ids, const std::string 
     Progress progress;
     bool good = true;
     std::size_t done = 0;
-    for (const std::string &id : ids) {
-        task.fleet.ask(id, {.lines = lines, .patience = task.patience}, [&, id](const Answer &answer) {
+    const auto began = std::chrono::steady_clock::now();
+    auto next = ids.begin();
+    std::function<void()> ask_next = [&] {
+        if (next == ids.end())
+            return;
+        const std::string &id = *next++;
+        const auto member = task.fleet.members().find(id);
+        auto patience = task.patience;
+        // Who is away has had the time since the beginning to come back.
+        if (member == task.fleet.members().end() || !member->second.is_online())
+            patience -= std::min(patience, std::chrono::duration_cast<std::chrono::seconds>(
+                                               std::chrono::steady_clock::now() - began));
+        task.fleet.ask(id, {.lines = lines, .patience = patience}, [&, id](const Answer &answer) {
             ++done;
             if (const std::string problem = problem_of(answer); !problem.empty()) {
                 progress.clear();
@@ -81,8 +92,11 @@ bool ask_all(Task &task, const std::vector<std::string> &ids, const std::string 
                 good = false;
             }
             take(id, answer);
+            ask_next();
         });
-    }
+    };
+    for (std::size_t i = 0; i < 2 * Fleet::kWindow; ++i)
+        ask_next();
     task.fleet.work(
         [&] { progress.show(std::to_string(done) + " of " + std::to_string(ids.size()) + " answered"); });
     return good;

@@ -110,7 +110,7 @@ void Fleet::take(Happening &&happening)
         return subscribe();
     case Happening::Kind::lost:
         if (!is_gathered_)
-            refusal_ = "the broker refuses us: " + happening.reason;
+            refusal_ = happening.reason;
         return take_loss();
     case Happening::Kind::subscribed:
         if (!happening.reason.empty())

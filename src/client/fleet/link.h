@@ -1,11 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <cstddef>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -14,15 +10,13 @@
 
 #include "client/fleet/settings.h"
 
-struct mosquitto;
-
 namespace qvcd::client::fleet {
 
 /// What happens on the way to the broker.
 struct Happening {
     enum class Kind {
         connected, ///< also after a loss; nothing is subscribed to by then
-        lost,
+        lost,      ///< also when it cannot be reached
         subscribed,
         message,
         not_taken, ///< a message of ours went to nobody, or the broker does not let us send it
@@ -34,14 +28,15 @@ struct Happening {
     std::string reason = {}; ///< lost, not_taken
 };
 
-/// A connection to the broker, which comes back by itself. A thread reads and writes; what
-/// happens waits to be taken by ours.
+/// A connection to the broker, which comes back by itself. A thread connects, reads and writes; what
+/// happens waits to be taken by ours. When much waits, nothing more is read until it is taken.
 class Link {
   public:
     using Deadline = std::chrono::steady_clock::time_point;
 
-    /// Throws WireError when the broker cannot be reached.
+    /// Does not wait for the broker. Throws WireError when what TLS needs cannot be used.
     explicit Link(const Settings &settings);
+    /// Waits a second at most: a thread that hangs in the network is left behind.
     ~Link();
     Link(const Link &) = delete;
     Link &operator=(const Link &) = delete;
@@ -61,19 +56,10 @@ class Link {
 
   private:
     struct Callbacks;
-    struct Free {
-        void operator()(mosquitto *client) const noexcept;
-    };
-    void note(Happening happening);
-    void run();
+    struct Shared;
 
-    std::unique_ptr<mosquitto, Free> client_;
-    std::mutex mutex_; // guards what follows
-    std::condition_variable changed_;
-    std::deque<Happening> happenings_;
-    bool stopping_ = false;
-
-    std::thread thread_; // last: uses everything above
+    std::shared_ptr<Shared> shared_; // with the thread, which may outlive us
+    std::thread thread_;
 };
 
 } // namespace qvcd::client::fleet
