@@ -219,7 +219,7 @@ std::string reason_of_silence(const Options &options, const Words &words, int re
     if (answer->result != 0)
         return "there is no " + session +
                ", or it is not for who asks from here; \"qvc login USER\" gives one";
-    return "the daemon refuses " + words[0] + " and does not say why; " + session +
+    return "the daemon refuses " + words[0] + " and does not say why: " + session +
            " may have no right to it";
 }
 
