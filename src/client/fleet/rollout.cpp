@@ -13,6 +13,7 @@ namespace {
 
 constexpr char kHidden[] = "*******";
 constexpr char kNothingStands[] = "##Nothing awaits confirmation#";
+constexpr char kStands[] = " awaits confirmation#"; // behind the number of a commit
 constexpr std::chrono::seconds kUndoPatience{20};
 
 std::string line_of(const std::vector<std::string> &words)
@@ -177,6 +178,8 @@ void Rollout::take_commit(const std::string &id, One &one, const Answer &answer,
         return unsure.push_back(id);
     const Json json = told(answer);
     one.problem = problem_with(answer);
+    if (one.problem.ends_with(kStands)) // a broker that comes back may bring a request twice: then it is ours
+        unsure.push_back(id);
     one.entry = one.problem.empty() ? number(json, "entry") : 0;
     one.is_unchanged = one.problem.empty() && !json.contains("seconds");
     for (const Json &value : json.value("values", Json::array()))
@@ -193,8 +196,10 @@ void Rollout::look_for_standing(Batch &batch, const std::vector<std::string> &id
             const Json json = told(answer);
             if (answer.how != Answer::How::answered)
                 one.problem = answer.problem;
-            else if (text(json, "text") == plan_.text)
+            else if (text(json, "text") == plan_.text) {
                 one.entry = number(json, "entry");
+                one.problem.clear();
+            }
         });
     }
     work("looking for what stands");
