@@ -6,6 +6,7 @@
 #        ./demo.sh fleet: ten appliances at a broker (scripts/demo_fleet.sh)
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
+. scripts/demo_tools.sh
 
 # The folder is the "/" of the appliance. Its path is part of socket addresses, so it is short.
 start_appliance() {
@@ -18,26 +19,6 @@ start_appliance() {
     # It goes into the background, out of reach of the terminal's Ctrl-C, and returns when it serves.
     qvcd -w -P "$port" -p "$QV_SYSROOT/var/run/qvcd.pid" -l "$QV_SYSROOT/var/log/qvcd.log"
     daemon=$(cat "$QV_SYSROOT/var/run/qvcd.pid") || give_up "the daemon did not start"
-}
-
-free_port() {
-    local port
-    for port in $(shuf -i 20000-32000 -n 50); do
-        if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
-            echo "$port"
-            return
-        fi
-    done
-}
-
-# wait_until COMMAND...: tries for ten seconds.
-wait_until() {
-    local try
-    for try in {1..100}; do
-        "$@" >/dev/null 2>&1 && return
-        sleep 0.1
-    done
-    return 1
 }
 
 stop_appliance() {
@@ -76,10 +57,6 @@ stop_watching() {
 sees_login() {
     local session
     session=$(qvc login admin kelpo) && qvc logout "${session#Session=}" && grep -q '^login ' "$QV_SYSROOT/events"
-}
-
-say() {
-    printf '\n%s\n' "$*"
 }
 
 # show EXPECTED COMMAND...: runs it before the viewer's eyes; its output must be EXPECTED.

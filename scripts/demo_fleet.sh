@@ -4,6 +4,7 @@
 # the programs in PATH. Ends with 0 only if everything that it showed was right.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
+. scripts/demo_tools.sh
 
 folder=$(mktemp -d /tmp/qvcd-fleet.XXXXXX) || exit 1
 daemons=()
@@ -21,10 +22,6 @@ trap stop_all EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-say() {
-    printf '\n%s\n' "$*"
-}
-
 # show STATUS PATTERN COMMAND...: runs it before the viewer's eyes; its exit status and its output must be these.
 show() {
     local status=$1 pattern=$2 shown code
@@ -37,16 +34,6 @@ show() {
         echo "  ^ WRONG, expected: $pattern, exit status $status"
         failed=1
     fi
-}
-
-free_port() {
-    local port
-    for port in $(shuf -i 20000-32000 -n 50); do
-        if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
-            echo "$port"
-            return
-        fi
-    done
 }
 
 # An authority, and the broker's certificate.

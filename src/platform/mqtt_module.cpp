@@ -1,6 +1,7 @@
 #include "platform/mqtt_module.h"
 
 #include "platform/host_name.h"
+#include "platform/mqtt_properties.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 
@@ -63,14 +64,6 @@ class Properties {
     bool good_ = true;
 };
 
-// What the library gives is ours to free.
-std::string taken(char *text)
-{
-    std::string copy = text ? text : "";
-    std::free(text);
-    return copy;
-}
-
 MqttRequest request_of(const mosquitto_message &message, const mosquitto_property *properties)
 {
     MqttRequest request;
@@ -78,22 +71,9 @@ MqttRequest request_of(const mosquitto_message &message, const mosquitto_propert
                            static_cast<std::size_t>(message.payloadlen));
     char *text = nullptr;
     if (::mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &text, false))
-        request.response_topic = taken(text);
-    void *bytes = nullptr;
-    std::uint16_t size = 0;
-    if (::mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &bytes, &size, false)) {
-        request.correlation.assign(static_cast<const char *>(bytes), size);
-        std::free(bytes);
-    }
-    char *name = nullptr;
-    char *value = nullptr;
-    const mosquitto_property *at = properties;
-    for (bool next = false;
-         (at = ::mosquitto_property_read_string_pair(at, MQTT_PROP_USER_PROPERTY, &name, &value, next));
-         next = true) {
-        std::string first = taken(name); // both are freed, whatever the second one's memory
-        request.properties.emplace_back(std::move(first), taken(value));
-    }
+        request.response_topic = taken_text(text);
+    request.correlation = correlation_in(properties);
+    request.properties = user_properties_in(properties);
     return request;
 }
 

@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "client/errors.h"
+#include "platform/mqtt_properties.h"
 #include "platform/thread.h"
 
 namespace qvcd::client::fleet {
@@ -23,13 +24,6 @@ constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kStopPatience{1};
 constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20;
 
-std::string taken(char *text)
-{
-    std::string copy = text ? text : "";
-    std::free(text);
-    return copy;
-}
-
 class PropertyList {
   public:
     PropertyList() = default;
@@ -38,25 +32,6 @@ class PropertyList {
     PropertyList &operator=(const PropertyList &) = delete;
     mosquitto_property *list = nullptr;
 };
-
-void read_properties(const mosquitto_property *properties, Happening &happening)
-{
-    void *bytes = nullptr;
-    std::uint16_t size = 0;
-    if (::mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &bytes, &size, false)) {
-        happening.correlation.assign(static_cast<const char *>(bytes), size);
-        std::free(bytes);
-    }
-    char *name = nullptr;
-    char *value = nullptr;
-    const mosquitto_property *at = properties;
-    for (bool next = false;
-         (at = ::mosquitto_property_read_string_pair(at, MQTT_PROP_USER_PROPERTY, &name, &value, next));
-         next = true) {
-        std::string first = taken(name);
-        happening.properties.emplace_back(std::move(first), taken(value));
-    }
-}
 
 const char *or_none(const std::string &text)
 {
@@ -139,7 +114,8 @@ struct Link::Callbacks {
         Happening happening{.kind = Happening::Kind::message, .topic = m->topic};
         happening.payload.assign(static_cast<const char *>(m->payload),
                                  static_cast<std::size_t>(m->payloadlen));
-        read_properties(properties, happening);
+        happening.correlation = correlation_in(properties);
+        happening.properties = user_properties_in(properties);
         of(self).note(std::move(happening));
     }
 };
