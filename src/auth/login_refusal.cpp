@@ -3,6 +3,7 @@
 #include "base/limits.h"
 #include "base/text.h"
 #include "platform/api_errors.h"
+#include "platform/counters.h"
 #include "platform/log.h"
 
 namespace qvcd {
@@ -12,6 +13,8 @@ std::optional<std::string> login_refusal(const LoginResult &result, std::string_
 {
     const std::string who =
         cut(name, kMaxLoggedWordBytes) + (caller.trusted ? std::string() : " by " + caller.source);
+    if (result.session < 0)
+        ++counters.refused_logins;
     switch (result.session) {
     case kUnknownUser:
         qv_log_print(kLogWarning, "Failed login for nonuser %s\n", who.c_str());

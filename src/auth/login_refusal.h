@@ -9,7 +9,8 @@
 
 namespace qvcd {
 
-/// Why this user's login did not work, as the reply says it; logs who failed. Nothing: it worked.
+/// Why this user's login did not work, as the reply says it; counts it, and logs who failed. Nothing: it
+/// worked.
 std::optional<std::string> login_refusal(const LoginResult &result, std::string_view name,
                                          const Caller &caller);
 

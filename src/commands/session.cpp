@@ -8,7 +8,6 @@
 #include "base/reply.h"
 #include "base/text.h"
 #include "platform/api_errors.h"
-#include "platform/counters.h"
 #include "platform/log.h"
 #include "store/meta.h"
 
@@ -124,10 +123,8 @@ int command_login(Request &request, Args &argv, std::FILE *out)
                                              .ip = argument(argv, 2),
                                              .server = argument(argv, 3)},
                                             request.caller);
-    if (const std::optional<std::string> refusal = login_refusal(login, name, request.caller)) {
-        ++counters.refused_logins;
+    if (const std::optional<std::string> refusal = login_refusal(login, name, request.caller))
         return refuse(refusal->c_str(), out);
-    }
     const int n = login.session;
     const std::string user = session_get_user(n).value_or("");
     reply_printf(out, "Session=%i\n", n);
