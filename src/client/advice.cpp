@@ -212,12 +212,13 @@ std::string reason_of_silence(const Options &options, const Words &words, int re
     if (!answer)
         return {};
     if (options.session == 0)
-        return "the daemon refuses " + words[0] + " without a word; " + usage(words[0]);
+        return "the daemon refuses " + words[0] + " and does not say why; " + usage(words[0]);
     const std::string session = "session " + std::to_string(options.session);
     if (answer->result != 0)
         return "there is no " + session +
                ", or it is not for who asks from here; \"qvc login USER\" gives one";
-    return "the daemon refuses " + words[0] + " without a word: " + session + " may have no right to it";
+    return "the daemon refuses " + words[0] + " and does not say why: " + session +
+           " may have no right to it";
 }
 
 void advise(const Options &options, const Words &words, const std::vector<std::string> &refused,

@@ -1,4 +1,3 @@
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -12,6 +11,7 @@
 #include "client/editor.h"
 #include "client/errors.h"
 #include "client/local_commands.h"
+#include "client/local_file.h"
 #include "client/private_file.h"
 #include "client/reply.h"
 #include "client/signal_input.h"
@@ -23,6 +23,9 @@
 namespace qvcd::client {
 
 namespace {
+
+// A program in the editor's place may add to the text each time that it is asked again.
+constexpr std::size_t kMostTextBytes = std::size_t{4} << 20;
 
 [[noreturn]] void throw_system(const std::string &what)
 {
@@ -52,23 +55,6 @@ class PrivateText {
         const bool is_whole = std::fwrite(text.data(), 1, text.size(), file) == text.size();
         if (std::fclose(file) != 0 || !is_whole)
             throw_system("cannot write " + path_);
-    }
-
-    // An editor may have put another file in its place.
-    std::string read() const
-    {
-        std::FILE *file = std::fopen(path_.c_str(), "re");
-        if (!file)
-            throw_system("cannot read " + path_);
-        std::string text;
-        std::array<char, 16384> block;
-        for (std::size_t n = 0; (n = std::fread(block.data(), 1, block.size(), file)) > 0;)
-            text.append(block.data(), n);
-        const bool is_whole = std::ferror(file) == 0;
-        std::fclose(file);
-        if (!is_whole)
-            throw_system("cannot read " + path_);
-        return text;
     }
 
   private:
@@ -160,7 +146,7 @@ int edit(const Options &options, std::vector<Setting> settings)
         const std::string text = edit_text(settings, edited.values, edited.refusals);
         file.write(text);
         run_editor(file.path(), signals);
-        const std::string changed = file.read();
+        const std::string changed = read_local_file(file.path(), kMostTextBytes);
         const bool gives_up = changed.find_first_not_of(" \t\r\n") == std::string::npos ||
                               (changed == text && !edited.refusals.empty());
         if (gives_up && !edited.refusals.empty()) {

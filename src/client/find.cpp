@@ -34,7 +34,7 @@ std::string lower(std::string text)
 
 int for_each_line(const Options &options, const char *command, const LineSink &sink)
 {
-    return ask(options.endpoint, options.session, {command}, options.limits(command), sink);
+    return ask(options.endpoint, options.session, {command}, options.limits(command), within_limit(sink));
 }
 
 struct Entries {

@@ -6,6 +6,7 @@
 
 #include "client/command_shapes.h"
 #include "client/errors.h"
+#include "client/reply.h"
 #include "qvclient/connect.h"
 
 namespace qvcd::client {
@@ -38,7 +39,7 @@ std::vector<std::string> names_of_all(const Options &options)
 {
     std::vector<std::string> names;
     ask(options.endpoint, options.session, {"browse"}, options.limits("browse"),
-        [&](std::string_view line) { names.emplace_back(line.substr(0, line.find('='))); });
+        within_limit([&](std::string_view line) { names.emplace_back(line.substr(0, line.find('='))); }));
     return names;
 }
 

@@ -5,11 +5,14 @@
 #include <set>
 
 #include "client/terminal_text.h"
+#include "qvclient/errors.h"
 
 namespace qvcd::client {
 
 namespace {
 
+constexpr std::size_t kMostKeptBytes = std::size_t{64} << 20;
+constexpr std::size_t kBytesOfLine = 64; // what a line takes beside its text, at the least
 constexpr char kStars[] = "*******";
 
 std::set<std::string, std::less<>> hidden_names;
@@ -35,6 +38,15 @@ void print_line(std::string_view line)
     const std::string shown = for_output(shown_line(line));
     std::fwrite(shown.data(), 1, shown.size(), stdout);
     std::fputc('\n', stdout);
+}
+
+LineSink within_limit(LineSink sink)
+{
+    return [sink = std::move(sink), bytes = std::size_t{0}](std::string_view line) mutable {
+        if ((bytes += line.size() + kBytesOfLine) > kMostKeptBytes)
+            throw WireError("the reply is too long to be kept");
+        sink(line);
+    };
 }
 
 std::string shown_line(std::string_view line)

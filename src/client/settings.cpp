@@ -3,6 +3,7 @@
 #include <map>
 
 #include "client/command.h"
+#include "client/reply.h"
 #include "qvclient/connect.h"
 #include "qvclient/reply.h"
 
@@ -15,7 +16,8 @@ int for_each_line(const Options &options, const std::string &command, const std:
 {
     Words words{command};
     words.insert(words.end(), names.begin(), names.end());
-    return ask(options.endpoint, options.session, {command_line(words)}, options.limits(command), sink);
+    return ask(options.endpoint, options.session, {command_line(words)}, options.limits(command),
+               within_limit(sink));
 }
 
 // "VALUE (DEFAULT)"
