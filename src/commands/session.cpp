@@ -138,15 +138,16 @@ int command_login(Request &request, Args &argv, std::FILE *out)
     if (const std::optional<std::string> refusal = login_refusal(login, name, request.caller))
         return refuse(refusal->c_str(), out);
     const int n = login.session;
+    const std::string place = for_log(argument(argv, 2).value_or("local"));
     if (events) {
         note_event(request);
         events->publish();
-        qv_log_print(kLogNotice, "User %s chose a password%s\n", for_log(name).c_str(), by.c_str());
+        qv_log_print(kLogNotice, "User %s chose a password on %s%s\n", for_log(name).c_str(), place.c_str(),
+                     by.c_str());
     }
     const std::string user = session_get_user(n).value_or("");
     reply_printf(out, "Session=%i\n", n);
-    qv_log_print(kLogNotice, "User %s login on %s%s\n", for_log(user).c_str(),
-                 for_log(argument(argv, 2).value_or("local")).c_str(), by.c_str());
+    qv_log_print(kLogNotice, "User %s login on %s%s\n", for_log(user).c_str(), place.c_str(), by.c_str());
     notify_publish({"login", user, std::to_string(n), Secret::outside, std::nullopt, {kLevel1Bits}});
     return 0;
 }

@@ -16,13 +16,16 @@ function waitFor(seconds, send, say) {
 
 /** What is shown for a built-in password: another one, twice. */
 function newPassword() {
-    const field = (id) => h("input", { type: "password", id, autocomplete: "new-password", minlength: "8", disabled: true });
+    const field = (id) => h("input", {
+        type: "password", id, autocomplete: "new-password", minlength: "8", disabled: true, "aria-describedby": "login-new-why",
+    });
     const [first, second] = [field("login-new"), field("login-again")];
     const part = h("div", { class: "login-new", hidden: true },
-        h("p", { class: "help" }, "This is the password that every new appliance has. Choose another one, of 8 characters or more."),
+        h("p", { class: "help", id: "login-new-why" }, "This is the password that every new appliance has. Choose another one, of 8 characters or more."),
         h("label", { for: first.id }, "New password"), first, h("label", { for: second.id }, "Once more"), second);
     return {
         part,
+        show: (type) => (first.type = second.type = type),
         ask: () => {
             part.hidden = first.disabled = second.disabled = false;
             first.required = second.required = true;
@@ -42,6 +45,7 @@ export function loginPage(why, user, loggedIn) {
     const send = h("button", { type: "submit", class: "button primary wide-button" }, "Log in");
     const eye = iconButton("Show the password", icon("eye"), () => {
         word.type = word.type === "password" ? "text" : "password";
+        next.show(word.type);
         eye.setAttribute("aria-pressed", String(word.type === "text"));
     }, { "aria-pressed": "false" });
     const say = (text) => (error.textContent = text);
@@ -59,7 +63,7 @@ export function loginPage(why, user, loggedIn) {
             loggedIn(await api.login(name.value, word.value, next.value()));
         } catch (problem) {
             send.disabled = false;
-            if (problem instanceof Problem && problem.status === 403 && !next.value())
+            if (problem instanceof Problem && problem.status === 403 && problem.message.startsWith("Change the password") && !next.value())
                 return next.ask();
             const delayed = problem instanceof Problem && problem.status === 429;
             say(problem instanceof Problem && problem.status === 401 ? problem.message || "User or password is wrong." : problem.message);
