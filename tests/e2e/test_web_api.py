@@ -6,10 +6,10 @@ import http.client
 import json
 import os
 import re
-import shutil
 import socket
 import ssl
 import subprocess
+import warnings
 
 import jsonschema
 import pytest
@@ -155,19 +155,32 @@ REQUESTS = {
 }
 
 
-def public_validator_finds(document, path):
-    """What a public validator says, where this machine has one."""
-    path.write_text(json.dumps(document))
-    python = shutil.which("python3")
-    if subprocess.run([python, "-c", "import openapi_spec_validator"], capture_output=True).returncode != 0:
-        return ""
-    done = subprocess.run([python, "-m", "openapi_spec_validator", path], capture_output=True, text=True)
-    return "" if done.returncode == 0 else done.stdout + done.stderr
+def public_validator_finds(document):
+    """What is wrong with the document. Debian 12 has no validator of OpenAPI, so one is asked only where somebody has
+    installed it. Elsewhere each schema is checked against the meta-schema of JSON Schema 2020-12, which OpenAPI 3.1 takes,
+    and all references and parameters of paths are followed."""
+    try:
+        from openapi_spec_validator import OpenAPIV31SpecValidator
+    except ImportError:
+        warnings.warn("no openapi-spec-validator: the document is checked against JSON Schema 2020-12 alone")
+    else:
+        return [error.message for error in OpenAPIV31SpecValidator(document).iter_errors()]
+    schemas = document["components"]["schemas"]
+    found = [f"{name}: {error.message}" for name, schema in schemas.items()
+             for error in jsonschema.Draft202012Validator(jsonschema.Draft202012Validator.META_SCHEMA).iter_errors(schema)]
+    wanted = set(re.findall(r'"#/components/schemas/(\w+)"', json.dumps(document)))
+    found += [f"no schema {name}" for name in wanted - schemas.keys()]
+    for path, methods in document["paths"].items():
+        for method, operation in methods.items():
+            named = {p["name"] for p in operation.get("parameters", []) if p["in"] == "path"}
+            if named != set(re.findall(r"{(\w+)}", path)) or not operation["responses"]:
+                found.append(f"{method} {path}: parameters or responses")
+    return found
 
 
 def test_every_path_answers_what_the_document_promises(gateway):
     _, _, document = gateway.ask("GET", "/openapi.json")
-    assert public_validator_finds(document, gateway.appliance.path("/openapi.json")) == ""
+    assert document["openapi"].startswith("3.1.") and public_validator_finds(document) == []
     token = gateway.token()
     promised = {(m.upper(), p) for p, methods in document["paths"].items() for m in methods}
     assert promised == REQUESTS.keys()
