@@ -302,6 +302,24 @@ def test_too_much_is_refused(gateway):
             assert elsewhere.getresponse().status == 200
 
 
+def test_what_is_http_to_the_letter(gateway):
+    host = b"Host: localhost\r\n"
+    for header in (b"Transfer-Encoding: gzip, chunked\r\n", b"Transfer-Encoding: xchunked\r\n", host, b"X : 1\r\n",
+                   b"Transfer-Encoding: chunked\r\nContent-Length: 5\r\n"):  # fmt: skip
+        with socket.create_connection(("127.0.0.1", gateway.port)) as c:
+            c.sendall(b"POST /api/v1/token HTTP/1.1\r\n" + host + header + b"\r\n0\r\n\r\nGET / HTTP/1.1\r\n" + host + b"\r\n")
+            answer = b"".join(iter(lambda: c.recv(4096), b""))
+        assert answer.startswith(b"HTTP/1.1 400 ") and answer.count(b"HTTP/1.1") == 1, header
+    token = gateway.token()
+    for path in ("/openapi.json", "/api/v1/session", "/api/v1/events"):
+        with contextlib.closing(gateway.connect()) as connection:
+            connection.request("HEAD", path, headers={"Authorization": f"Bearer {token}"})
+            answer = connection.getresponse()
+            assert (answer.status, answer.read()) == (200, b""), path
+    assert gateway.ask("OPTIONS", "/api/v1/profiles/x")[1]["Allow"] == "GET, HEAD, POST, PUT, DELETE"
+    assert gateway.ask("GET", "/api/v1/state")[1]["WWW-Authenticate"] == "Bearer"
+
+
 def test_wrong_passwords_are_delayed_for_who_gives_them(gateway):
     wrong = {"user": "operator", "password": "s3cret,"}
     for _ in range(5):
