@@ -224,6 +224,9 @@ def test_values_are_what_they_are_and_refusals_are_the_daemons(gateway):
         assert status == 422
         assert problem["errors"] == [{"name": "Services.HTTP.port", "detail": "Invalid port number format"}]
         assert gateway.appliance.get("Services.HTTP.min_tls") == now
+    change["Services.Notify.password"] = "hush-hush"
+    status, _, problem = gateway.ask("PATCH", "/api/v1/values", {"values": change}, token)
+    assert status == 422 and problem["changes"][-1]["to"] == "*******" and "hush" not in json.dumps(problem)
     other = gateway.token("operator", "operator")
     _, _, state = gateway.ask("GET", "/api/v1/state", token=other)
     assert state["others"]["Services.HTTP.min_tls"] == "admin" and not state["own"]
@@ -241,6 +244,7 @@ def test_the_daemon_keeps_the_rights(gateway):
         ("GET", "/api/v1/users", None),
         ("PUT", "/api/v1/users/viewer", {"group": "1"}),
         ("GET", "/api/v1/presets", None),
+        ("GET", "/api/v1/export?what=presets", None),
         ("POST", "/api/v1/wizard", {"done": True}),
         ("POST", "/api/v1/import", "Services.HTTP.port = 1\n"),
         ("GET", "/api/v1/values/Services.Certificate.key", None),
