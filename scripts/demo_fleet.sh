@@ -56,8 +56,7 @@ start_broker() {
     } >"$folder/passwords"
     mosquitto_passwd -U "$folder/passwords"
     sed -e "s|^listener.*|listener $port 127.0.0.1|" -e "s|/etc/mosquitto/fleet/acl|$PWD/share/fleet/acl.example|" \
-        -e "s|/etc/mosquitto/fleet|$folder|" -e "s|^persistence true|persistence false|" \
-        -e "/^persistence_location/d" share/fleet/mosquitto.conf.example >"$folder/mosquitto.conf"
+        -e "s|/etc/mosquitto/fleet|$folder|" share/fleet/mosquitto.conf.example >"$folder/mosquitto.conf"
     echo "user $(id -un)" >>"$folder/mosquitto.conf"
     PATH=$PATH:/usr/sbin mosquitto -c "$folder/mosquitto.conf" >"$folder/broker.log" 2>&1 &
     daemons+=($!)
