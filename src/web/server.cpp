@@ -40,9 +40,11 @@ constexpr std::chrono::seconds kBody{60};
 constexpr std::chrono::seconds kWriting{30};
 constexpr std::chrono::seconds kFarewell{5};
 constexpr std::uint32_t kHeaderBytes = 16 * 1024;
+constexpr std::uint64_t kStrangersBytes = 16 * 1024;
 constexpr std::uint64_t kBodyBytes = 64 * 1024;
 constexpr std::uint64_t kDocumentBytes = 4 * 1024 * 1024;
 constexpr std::size_t kWaitingBytes = 512 * 1024; // of events that a listener has not taken
+constexpr std::size_t kLoginsOfOne = 4;           // at once from one address, of all that may wait
 constexpr char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
 
 constexpr std::pair<const char *, const char *> kHeaders[] = {
@@ -60,6 +62,16 @@ constexpr char kStrictTransport[] = "max-age=31536000";
 std::string_view view(beast::string_view text)
 {
     return {text.data(), text.size()};
+}
+
+// What two readers of a message could take for two different ones.
+bool is_ambiguous(const http::fields &header)
+{
+    const auto encodings = header.count(http::field::transfer_encoding);
+    const bool is_plain =
+        encodings == 0 ||
+        (encodings == 1 && beast::iequals(header[http::field::transfer_encoding], "chunked"));
+    return !is_plain || header.count(http::field::host) > 1;
 }
 
 // Who has a whole network has all its addresses.
@@ -92,9 +104,17 @@ class Server::State : public std::enable_shared_from_this<State> {
     void leave(const std::string &place, Guest *guest)
     {
         guests_.erase(guest);
-        if (--places_[place] == 0)
+        if (--places_[place].guests == 0)
             places_.erase(place);
     }
+
+    /// One address must not fill the lane of log-ins. False: it has its share already.
+    bool begin_login(const std::string &place)
+    {
+        std::size_t &logins = places_[place].logins;
+        return logins < kLoginsOfOne && ++logins > 0;
+    }
+    void end_login(const std::string &place) { --places_[place].logins; }
 
     asio::io_context &loop;
     const Site site;
@@ -108,13 +128,16 @@ class Server::State : public std::enable_shared_from_this<State> {
     const ServerLimits limits_;
     std::deque<tcp::acceptor> acceptors_;
     std::map<Guest *, std::weak_ptr<Guest>> guests_;
-    std::map<std::string, std::size_t> places_;
+    struct Place {
+        std::size_t guests = 0, logins = 0;
+    };
+    std::map<std::string, Place> places_;
     bool stopped_ = false;
 
     friend class Connections;
     void add(const std::string &place, const std::shared_ptr<Guest> &guest)
     {
-        ++places_[place];
+        ++places_[place].guests;
         guests_.emplace(guest.get(), guest);
     }
 };
@@ -185,6 +208,7 @@ class Connection : public Guest,
     void read_header()
     {
         parser_.emplace();
+        request_ = {};
         parser_->header_limit(kHeaderBytes);
         parser_->body_limit(kDocumentBytes);
         lowest().expires_after(kHeader);
@@ -198,19 +222,21 @@ class Connection : public Guest,
                                 });
     }
 
-    // The place for a document is for who is logged in.
+    // A stranger has nothing to say but who he is.
     std::uint64_t most_body_bytes(const Request &request)
     {
+        if (!state_->site.services.sessions.find(request.token))
+            return kStrangersBytes;
         const Route *route = route_of(request.method, request.path);
-        return route && route->takes_document && state_->site.services.sessions.find(request.token)
-                   ? kDocumentBytes
-                   : kBodyBytes;
+        return route && route->takes_document ? kDocumentBytes : kBodyBytes;
     }
 
     void read_body()
     {
         request_ = request_in(parser_->get());
         keep_alive_ = parser_->get().keep_alive();
+        if (is_ambiguous(parser_->get()))
+            return refuse_input(http::error::bad_field);
         const std::uint64_t most = most_body_bytes(request_);
         const auto length = parser_->content_length();
         if (length && *length > most)
@@ -288,7 +314,7 @@ class Connection : public Guest,
             if (is_api_path(request_.path))
                 return hand_over();
             if (request_.method != "GET" && request_.method != "HEAD")
-                throw Problem{405, "not with this method"};
+                throw Problem{.status = 405, .detail = "not with this method", .allowed = "GET, HEAD"};
             write(state_->site.files.get(request_));
         } catch (const Problem &problem) {
             write(answer_of(problem));
@@ -306,15 +332,25 @@ class Connection : public Guest,
 
     void hand_over()
     {
+        const bool is_login = &lane() == &state_->site.login;
+        if (is_login && !state_->begin_login(place_))
+            throw Problem{.status = 503, .detail = "too many log-ins from there wait", .retry_after = 1};
         // The thread that works must not be the last to let go of us.
         const auto holder = std::make_shared<std::shared_ptr<Connection>>(this->shared_from_this());
-        const bool is_added = lane().add([holder, &loop = state_->loop] {
+        const bool is_added = lane().add([holder, is_login, &loop = state_->loop] {
             auto made =
                 std::make_shared<Answer>(answer((*holder)->state_->site.services, (*holder)->request_));
-            asio::post(loop, [self = std::move(*holder), made] { self->write(std::move(*made)); });
+            asio::post(loop, [self = std::move(*holder), made, is_login] {
+                if (is_login)
+                    self->state_->end_login(self->place_);
+                self->write(std::move(*made));
+            });
         });
-        if (!is_added)
-            throw Problem{.status = 503, .detail = "too many requests wait", .retry_after = 1};
+        if (is_added)
+            return;
+        if (is_login)
+            state_->end_login(place_);
+        throw Problem{.status = 503, .detail = "too many requests wait", .retry_after = 1};
     }
 
     template <class Message>
@@ -333,7 +369,7 @@ class Connection : public Guest,
 
     void write(Answer answer)
     {
-        if (answer.is_stream)
+        if (answer.is_stream && request_.method != "HEAD")
             return begin_stream(answer);
         const bool has_body = answer.status != 204 && answer.status != 304;
         auto message =
@@ -504,8 +540,8 @@ void Server::State::take(tcp::socket socket)
     if (error)
         return;
     const std::string place = place_of(peer.address());
-    if (places_[place] >= limits_.of_one_address || !make_room()) {
-        if (places_[place] == 0)
+    if (places_[place].guests >= limits_.of_one_address || !make_room()) {
+        if (places_[place].guests == 0)
             places_.erase(place);
         return;
     }

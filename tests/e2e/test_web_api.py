@@ -6,10 +6,10 @@ import http.client
 import json
 import os
 import re
-import shutil
 import socket
 import ssl
 import subprocess
+import warnings
 
 import jsonschema
 import pytest
@@ -155,19 +155,32 @@ REQUESTS = {
 }
 
 
-def public_validator_finds(document, path):
-    """What a public validator says, where this machine has one."""
-    path.write_text(json.dumps(document))
-    python = shutil.which("python3")
-    if subprocess.run([python, "-c", "import openapi_spec_validator"], capture_output=True).returncode != 0:
-        return ""
-    done = subprocess.run([python, "-m", "openapi_spec_validator", path], capture_output=True, text=True)
-    return "" if done.returncode == 0 else done.stdout + done.stderr
+def public_validator_finds(document):
+    """What is wrong with the document. Debian 12 has no validator of OpenAPI, so one is asked only where somebody has
+    installed it. Elsewhere each schema is checked against the meta-schema of JSON Schema 2020-12, which OpenAPI 3.1 takes,
+    and all references and parameters of paths are followed."""
+    try:
+        from openapi_spec_validator import OpenAPIV31SpecValidator
+    except ImportError:
+        warnings.warn("no openapi-spec-validator: the document is checked against JSON Schema 2020-12 alone")
+    else:
+        return [error.message for error in OpenAPIV31SpecValidator(document).iter_errors()]
+    schemas = document["components"]["schemas"]
+    found = [f"{name}: {error.message}" for name, schema in schemas.items()
+             for error in jsonschema.Draft202012Validator(jsonschema.Draft202012Validator.META_SCHEMA).iter_errors(schema)]
+    wanted = set(re.findall(r'"#/components/schemas/(\w+)"', json.dumps(document)))
+    found += [f"no schema {name}" for name in wanted - schemas.keys()]
+    for path, methods in document["paths"].items():
+        for method, operation in methods.items():
+            named = {p["name"] for p in operation.get("parameters", []) if p["in"] == "path"}
+            if named != set(re.findall(r"{(\w+)}", path)) or not operation["responses"]:
+                found.append(f"{method} {path}: parameters or responses")
+    return found
 
 
 def test_every_path_answers_what_the_document_promises(gateway):
     _, _, document = gateway.ask("GET", "/openapi.json")
-    assert public_validator_finds(document, gateway.appliance.path("/openapi.json")) == ""
+    assert document["openapi"].startswith("3.1.") and public_validator_finds(document) == []
     token = gateway.token()
     promised = {(m.upper(), p) for p, methods in document["paths"].items() for m in methods}
     assert promised == REQUESTS.keys()
@@ -286,6 +299,24 @@ def test_too_much_is_refused(gateway):
         with contextlib.closing(gateway.connect("127.0.0.2")) as elsewhere:
             elsewhere.request("GET", "/openapi.json")
             assert elsewhere.getresponse().status == 200
+
+
+def test_what_is_http_to_the_letter(gateway):
+    host = b"Host: localhost\r\n"
+    for header in (b"Transfer-Encoding: gzip, chunked\r\n", b"Transfer-Encoding: xchunked\r\n", host, b"X : 1\r\n",
+                   b"Transfer-Encoding: chunked\r\nContent-Length: 5\r\n"):  # fmt: skip
+        with socket.create_connection(("127.0.0.1", gateway.port)) as c:
+            c.sendall(b"POST /api/v1/token HTTP/1.1\r\n" + host + header + b"\r\n0\r\n\r\nGET / HTTP/1.1\r\n" + host + b"\r\n")
+            answer = b"".join(iter(lambda: c.recv(4096), b""))
+        assert answer.startswith(b"HTTP/1.1 400 ") and answer.count(b"HTTP/1.1") == 1, header
+    token = gateway.token()
+    for path in ("/openapi.json", "/api/v1/session", "/api/v1/events"):
+        with contextlib.closing(gateway.connect()) as connection:
+            connection.request("HEAD", path, headers={"Authorization": f"Bearer {token}"})
+            answer = connection.getresponse()
+            assert (answer.status, answer.read()) == (200, b""), path
+    assert gateway.ask("OPTIONS", "/api/v1/profiles/x")[1]["Allow"] == "GET, HEAD, POST, PUT, DELETE"
+    assert gateway.ask("GET", "/api/v1/state")[1]["WWW-Authenticate"] == "Bearer"
 
 
 def test_wrong_passwords_are_delayed_for_who_gives_them(gateway):
