@@ -120,6 +120,7 @@ struct State {
                  bool retain);
     bool publish_locked(const std::string &topic, const std::string &payload,
                         const mosquitto_property *properties, bool retain);
+    bool has_room(std::size_t bytes, bool is_reply) const;
     void disconnect();
     bool pause(std::chrono::milliseconds time);
 
@@ -320,10 +321,21 @@ bool State::publish(const std::string &topic, const std::string &payload,
     return publish_locked(topic, payload, properties, retain);
 }
 
+// Replies leave some for events and the status, however many ask.
+bool State::has_room(std::size_t bytes, bool is_reply) const
+{
+    const auto share = [is_reply](std::size_t whole) { return is_reply ? whole / 4 * 3 : whole; };
+    return unacknowledged.size() < share(kMqttQueueLimit) &&
+           unacknowledged_bytes + bytes <= share(kMqttQueueBytes);
+}
+
 bool State::publish_locked(const std::string &topic, const std::string &payload,
                            const mosquitto_property *properties, bool retain)
 {
-    if (unacknowledged.size() >= kMqttQueueLimit || unacknowledged_bytes + payload.size() > kMqttQueueBytes) {
+    const bool is_reply = properties != nullptr;
+    if (!has_room(payload.size(), is_reply)) {
+        if (is_reply) // who sends it says so
+            return false;
         if (lost++ == 0)
             log(kLogWarning, "notify: the broker's queue is full, further events are lost\n");
         return false;
