@@ -6,6 +6,7 @@ import http.client
 import json
 import os
 import re
+import shutil
 import socket
 import ssl
 import subprocess
@@ -223,6 +224,9 @@ def test_values_are_what_they_are_and_refusals_are_the_daemons(gateway):
         assert status == 422
         assert problem["errors"] == [{"name": "Services.HTTP.port", "detail": "Invalid port number format"}]
         assert gateway.appliance.get("Services.HTTP.min_tls") == now
+    change["Services.Notify.password"] = "hush-hush"
+    status, _, problem = gateway.ask("PATCH", "/api/v1/values", {"values": change}, token)
+    assert status == 422 and problem["changes"][-1]["to"] == "*******" and "hush" not in json.dumps(problem)
     other = gateway.token("operator", "operator")
     _, _, state = gateway.ask("GET", "/api/v1/state", token=other)
     assert state["others"]["Services.HTTP.min_tls"] == "admin" and not state["own"]
@@ -240,6 +244,7 @@ def test_the_daemon_keeps_the_rights(gateway):
         ("GET", "/api/v1/users", None),
         ("PUT", "/api/v1/users/viewer", {"group": "1"}),
         ("GET", "/api/v1/presets", None),
+        ("GET", "/api/v1/export?what=presets", None),
         ("POST", "/api/v1/wizard", {"done": True}),
         ("POST", "/api/v1/import", "Services.HTTP.port = 1\n"),
         ("GET", "/api/v1/values/Services.Certificate.key", None),
@@ -366,12 +371,18 @@ def test_metrics_are_what_prometheus_reads(gateway):
         status, _, text = gateway.ask("GET", "/metrics", Authorization=authorization)
         assert status == expected, authorization
         if status == 200:
+            told = text
             families = {family.name: family for family in text_string_to_metric_families(text)}
-    for name in ("qvcd_commands", "qvcd_command_seconds", "qvcd_sessions", "qvcd_refused_logins", "qvcd_unsaved_changes",
+    if promtool := shutil.which("promtool"):
+        done = subprocess.run([promtool, "check", "metrics"], input=told, capture_output=True, text=True)
+        complaints = [line for line in (done.stdout + done.stderr).splitlines() if "use base unit" not in line]
+        assert done.returncode in (0, 3) and not complaints, complaints  # 3: units, which are those of the settings
+    for name in ("qvcd_sessions", "qvcd_refused_logins", "qvcd_unsaved_changes",
                  "qvcd_saves", "qvcd_failed_saves", "qvcd_lost_listeners", "qvcd_resident_memory_bytes"):  # fmt: skip
         assert families[name].samples[0].value >= 0
-    commands = {s.labels["command"]: s.value for s in families["qvcd_commands"].samples}
-    assert commands["stats"] >= 1 and commands["login"] >= 2
+    logins = [s for s in families["qvcd_command_seconds"].samples if s.labels["command"] == "login"]
+    within = [s.value for s in logins if s.name.endswith("_bucket")]
+    assert within == sorted(within) and within[-1] == logins[-1].value >= 2 and len(within) == 9
     assert any(name.startswith("qv_") for name in families)
 
 
