@@ -157,6 +157,8 @@ class ApiCheck {
         case WriteKind::text:
             if (api_.get("attr").value_or("").empty())
                 add_writer("attr", "needs a key in \"attr\"");
+            else
+                check_written_default();
             [[fallthrough]];
         case WriteKind::device:
             check_write_file(file);
@@ -164,6 +166,14 @@ class ApiCheck {
         case WriteKind::call:
             break;
         }
+    }
+
+    void check_written_default()
+    {
+        const std::string fallback = api_.own("default").value_or("");
+        const char *why = writer_->text->refuses(*api_.get("attr"), fallback);
+        if (!fallback.empty() && why)
+            add_writer("default", "cannot write the default " + quote(fallback) + ": " + why);
     }
 
     void add_writer(std::string_view attribute, std::string what)
