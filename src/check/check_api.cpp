@@ -7,6 +7,7 @@
 #include "check/report.h"
 #include "funcs/read_map.h"
 #include "funcs/write_map.h"
+#include "platform/password_type.h"
 
 #include <algorithm>
 #include <array>
@@ -216,7 +217,7 @@ class ApiCheck {
 
     void check_secret()
     {
-        const bool is_password = api_.get("type").value_or("").find("password") != std::string::npos;
+        const bool is_password = is_password_type(api_.get("type").value_or(""));
         if (is_password && (perm_ & kReadBits & 0x00ff))
             add(Kind::open_secret, "perm",
                 "a password that perm " + api_.get("perm").value_or("") +
