@@ -27,6 +27,9 @@ std::optional<std::string> login_refusal(const LoginResult &result, std::string_
     case kBuiltInPassword:
         qv_log_print(kLogWarning, "Refused the built-in password of user %s\n", who.c_str());
         return "##Change the password of admin locally first#";
+    case kNewPasswordRefused:
+        qv_log_print(kLogWarning, "Refused another password for user %s\n", who.c_str());
+        return result.error;
     default:
         return std::nullopt;
     }

@@ -31,15 +31,10 @@ struct Attempt {
     std::string user, source, key;
 };
 
-// The gateway of browsers asks for all of them: who fails there must not hold up the others. It has no rights
-// of its own, so it is known by its user.
+// The gateway of browsers asks for all of them: who fails there must not hold up the others.
 bool speaks_for_others(const Caller &caller)
 {
-    static const std::string gateway = [] {
-        const passwd *user = ::getpwnam("qvweb");
-        return user ? "user " + std::to_string(user->pw_uid) : "";
-    }();
-    return caller.trusted || (caller.local && !gateway.empty() && caller.source == gateway);
+    return caller.trusted || is_gateway(caller);
 }
 
 Attempt attempt(const std::string &user, const Caller &caller, std::string_view on_behalf_of)
@@ -89,6 +84,15 @@ void hash_plain_ones(const std::string &user)
 }
 
 } // namespace
+
+bool is_gateway(const Caller &caller)
+{
+    static const std::string gateway = [] {
+        const passwd *user = ::getpwnam("qvweb");
+        return user ? "user " + std::to_string(user->pw_uid) : "";
+    }();
+    return caller.local && !gateway.empty() && caller.source == gateway;
+}
 
 PasswordCheck check_password(const std::string &user, const std::vector<std::string> &passwords,
                              const Caller &caller, std::string_view on_behalf_of)

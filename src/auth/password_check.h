@@ -9,6 +9,9 @@
 
 namespace qvcd {
 
+/// True for the local user "qvweb", the gateway of browsers. It has no rights of its own.
+bool is_gateway(const Caller &caller);
+
 enum class Verdict {
     right,
     wrong,

@@ -1,5 +1,6 @@
 #include "auth/session.h"
 
+#include "auth/first_password.h"
 #include "auth/password_check.h"
 #include "auth/session_list.h"
 #include "auth/user.h"
@@ -235,6 +236,24 @@ int session_unload_db_file()
 
 namespace {
 
+// A built-in password logs nobody in from elsewhere, but for a browser that gives another one with it: so the
+// appliance is taken into use without a shell. Who has another password already changes it with
+// `user.passwd`.
+LoginResult change_built_in(const Credentials &credentials, const std::string &user, const Caller &caller,
+                            PasswordCheck &check)
+{
+    if (check.verdict == Verdict::right)
+        return credentials.new_password
+                   ? LoginResult{kNewPasswordRefused, {}, "##Only a built-in password is changed so#"}
+                   : LoginResult{0};
+    if (!credentials.new_password || !is_gateway(caller))
+        return {kBuiltInPassword};
+    if (const char *error = replace_built_in_password(user, *credentials.new_password))
+        return {kNewPasswordRefused, {}, error};
+    check.password = *credentials.new_password;
+    return {0};
+}
+
 // 0 when the password is right; then `password` is the one that was meant.
 LoginResult check_login(const Credentials &credentials, const LoginName &login, const Caller &caller,
                         std::string &password)
@@ -248,8 +267,11 @@ LoginResult check_login(const Credentials &credentials, const LoginName &login, 
         return {kTooEarly, check.wait};
     if (!known || user_get_perm(login.user) == 0) // he may have gone meanwhile
         return {kUnknownUser};
-    if (check.verdict != Verdict::right)
-        return {check.verdict == Verdict::built_in ? kBuiltInPassword : kWrongPassword};
+    if (check.verdict == Verdict::wrong)
+        return {kWrongPassword};
+    if (const LoginResult change = change_built_in(credentials, login.user, caller, check);
+        change.session < 0)
+        return change;
     password = std::move(check.password);
     return {0};
 }

@@ -64,21 +64,27 @@ inline constexpr int kWrongPassword = -2;
 inline constexpr int kTooEarly = -3;        ///< too many wrong passwords before
 inline constexpr int kBuiltInPassword = -4; ///< right, but everybody knows it: not for an untrusted caller
 
+inline constexpr int kNewPasswordRefused = -5;
+
 /// What a client says to log in.
 struct Credentials {
     std::string_view name;              ///< "user" or "prefix:user"
     std::vector<std::string> passwords; ///< the one as it may have been meant; none: it cannot be right
     std::optional<std::string_view> ip, server;
+    std::optional<std::string> new_password =
+        std::nullopt; ///< in place of the built-in one, which is then let in
 };
 
 struct LoginResult {
     int session;                  ///< its number, or one of the above
     std::chrono::seconds wait{0}; ///< kTooEarly: so long from now
+    const char *error = nullptr;  ///< kNewPasswordRefused: why
 };
 
 /// Logs a user in. A prefix replaces the client's address `ip`, and the number is then derived from prefix,
 /// user and password, so that a client can compute it, unless another session has that number. A session of
 /// the same user from the same address is returned as it is, and can be used from where the caller is, too.
+/// A new password is taken from the gateway alone (is_gateway()), and for who has the built-in one.
 /// Without an address or a server "local" is noted; control characters in them become blanks. May let go of
 /// the command lock (auth/password_check.h).
 LoginResult session_login(const Credentials &credentials, const Caller &caller = kOwnCaller);

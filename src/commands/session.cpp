@@ -7,6 +7,7 @@
 #include "base/options.h"
 #include "base/reply.h"
 #include "base/text.h"
+#include "commands/user_events.h"
 #include "platform/api_errors.h"
 #include "platform/log.h"
 #include "store/meta.h"
@@ -31,7 +32,8 @@ const CommandRecord loginRecord = {
     .handler = command_login,
     .summary = "Perform a login using username and password",
     .synopsis = "login <username> <password> [ip] [server]\n"
-                "login <prefix>:<username> <password> [ip] [server]",
+                "login <prefix>:<username> <password> [ip] [server]\n"
+                "login <username> <built-in password> <ip> <server> <new password>",
     .return_values = "Session=<number>: the number that the client's connections give on their first line.\n"
                      "##Invalid command arguments#: user name or password is missing.\n"
                      "##Invalid user#: the user is unknown or may do nothing.\n"
@@ -39,9 +41,13 @@ const CommandRecord loginRecord = {
                      "##Try again in <seconds> s#: too many wrong passwords came for this user from the same "
                      "place; this one was not looked at.\n"
                      "##Change the password of admin locally first#: the built-in password does not log in "
-                     "from where the client is not trusted.",
+                     "from where the client is not trusted. The web interface (the local user qvweb) gives a "
+                     "new one with it, which is set first.\n"
+                     "##Only a built-in password is changed so#, ##Choose another password than the built-in "
+                     "one#, and the errors of user.passwd: no session, and nothing has changed.",
     .secret_from = 1,
     .open_to_strangers = true,
+    .recorded = ChangeNotes::Level::lasting,
 };
 
 const CommandRecord logoutRecord = {
@@ -118,18 +124,30 @@ int command_login(Request &request, Args &argv, std::FILE *out)
     const std::optional<std::string> unescaped = url_unescape(argv[0]);
     const std::string name = unescaped.value_or(argv[0]);
     const std::string by = request.caller.trusted ? "" : " by " + request.caller.source;
-    const LoginResult login = session_login({.name = unescaped ? name : "",
-                                             .passwords = either_way(argv[1]),
-                                             .ip = argument(argv, 2),
-                                             .server = argument(argv, 3)},
-                                            request.caller);
+    const bool changes = argv.size() > 4;
+    std::optional<UserEvents> events;
+    if (changes)
+        events.emplace();
+    const LoginResult login = session_login(
+        {.name = unescaped ? name : "",
+         .passwords = either_way(argv[1]),
+         .ip = argument(argv, 2),
+         .server = argument(argv, 3),
+         .new_password = changes ? url_unescape(argv[4]).value_or("") : std::optional<std::string>()},
+        request.caller);
     if (const std::optional<std::string> refusal = login_refusal(login, name, request.caller))
         return refuse(refusal->c_str(), out);
     const int n = login.session;
+    const std::string place = for_log(argument(argv, 2).value_or("local"));
+    if (events) {
+        note_event(request);
+        events->publish();
+        qv_log_print(kLogNotice, "User %s chose a password on %s%s\n", for_log(name).c_str(), place.c_str(),
+                     by.c_str());
+    }
     const std::string user = session_get_user(n).value_or("");
     reply_printf(out, "Session=%i\n", n);
-    qv_log_print(kLogNotice, "User %s login on %s%s\n", for_log(user).c_str(),
-                 for_log(argument(argv, 2).value_or("local")).c_str(), by.c_str());
+    qv_log_print(kLogNotice, "User %s login on %s%s\n", for_log(user).c_str(), place.c_str(), by.c_str());
     notify_publish({"login", user, std::to_string(n), Secret::outside, std::nullopt, {kLevel1Bits}});
     return 0;
 }

@@ -22,14 +22,29 @@ using Json = nlohmann::ordered_json;
 
 constexpr double kNanosecond = 1e-9;
 
+Json bounds()
+{
+    Json json = Json::array();
+    for (const std::uint64_t bound : kTimeBounds)
+        json.push_back(static_cast<double>(bound) / 1000);
+    return json;
+}
+
 Json times_by_command()
 {
     Json json = Json::object();
     for (std::size_t i = 0; i < cmd_map().size(); ++i) {
         const CommandTimes &times = command_times()[i];
-        if (times.count != 0)
-            json[cmd_map()[i].record->name] = {
-                {"count", times.count}, {"seconds", static_cast<double>(times.nanoseconds) * kNanosecond}};
+        std::uint64_t count = 0;
+        Json within = Json::array();
+        for (const std::uint64_t more : times.counts)
+            within.push_back(count += more);
+        if (count == 0)
+            continue;
+        within.erase(kTimeBounds.size()); // all of them
+        json[cmd_map()[i].record->name] = {{"count", count},
+                                           {"seconds", static_cast<double>(times.nanoseconds) * kNanosecond},
+                                           {"within", within}};
     }
     return json;
 }
@@ -71,6 +86,7 @@ void add_pending(const Request &request, Json &json)
 int command_stats(Request &request, Args &, std::FILE *out)
 {
     Json json = {{"commands", times_by_command()},
+                 {"bounds", bounds()},
                  {"under_way", commands_under_way() - 1}, // this one does not count
                  {"sessions", sessions() - 1},            // nor does that of the machine itself
                  {"refused_logins", counters.refused_logins.load()},
@@ -92,7 +108,8 @@ const CommandRecord statsRecord = {
     .synopsis = "stats",
     .return_values = "One line of JSON.",
     .description =
-        "commands: of each command how often it ran since the start, and the seconds that all of these took. "
+        "commands: of each command how often it ran since the start, the seconds that all of these took, and "
+        "how many took no longer than each of bounds, which are seconds, too. "
         "under_way: commands that wait for scripts, devices or the disk. sessions: log-ins. refused_logins, "
         "saves and failed_saves (values), lost_listeners (who did not read events): since the start. "
         "resident_bytes: memory. modified and unapplied: APIs, of those that the caller may read, that are "

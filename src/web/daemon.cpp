@@ -21,7 +21,7 @@ client::Caller caller_of(const Who &who)
     return caller;
 }
 
-[[noreturn]] void refuse_login(const std::string &reason)
+[[noreturn]] void refuse_login(const std::string &reason, bool is_with_new)
 {
     constexpr std::string_view kWait = "Try again in ";
     if (reason.starts_with(kWait)) {
@@ -30,6 +30,8 @@ client::Caller caller_of(const Who &who)
     }
     if (reason.starts_with("Change the password"))
         throw Problem{403, reason};
+    if (reason != "Invalid user" && reason != "Invalid password" && is_with_new && !reason.empty())
+        throw Problem{422, reason};
     throw Problem{401, "wrong user or password"}; // which of them is nobody's business
 }
 
@@ -107,21 +109,25 @@ Reply Daemon::run_with_document(const Who &who, const Words &words, std::string 
     return exchange(who, words.front(), client::wire_line(words) + "\n", std::move(document));
 }
 
-Who Daemon::log_in(const std::string &user, const std::string &password, const std::string &address) const
+Who Daemon::log_in(const std::string &user, const std::string &password, const std::string &address,
+                   const std::optional<std::string> &new_password) const
 {
     if (user.find(':') != std::string::npos) // a prefix, which is for programs
-        refuse_login("");
+        refuse_login("", false);
     Who nobody;
     nobody.address = address;
     std::string line;
     try {
-        line = client::wire_line({"login", user, password, address, "qvweb"}) + "\n";
+        Words words{"login", user, password, address.empty() ? "local" : address, "qvweb"};
+        if (new_password)
+            words.push_back(*new_password);
+        line = client::wire_line(words) + "\n";
     } catch (const client::UsageError &) { // an empty one
-        refuse_login("");
+        refuse_login("", false);
     }
     const NamedValue answer = named_value(exchange(nobody, "login", line, std::nullopt).first());
     if (answer.name != "Session")
-        refuse_login(answer.error.value_or(""));
+        refuse_login(answer.error.value_or(""), new_password.has_value());
     Who who = nobody;
     const char *end = answer.value.data() + answer.value.size();
     if (std::from_chars(answer.value.data(), end, who.session).ec != std::errc() || who.session <= 0)

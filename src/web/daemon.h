@@ -54,8 +54,10 @@ class Daemon {
     /// Several commands over one connection, answered in one reply.
     Reply run_all(const Who &who, const std::vector<Words> &commands) const;
 
-    /// A session for the user, who comes from this address. Throws Problem: 401, 403, 429.
-    Who log_in(const std::string &user, const std::string &password, const std::string &address) const;
+    /// A session for the user, who comes from this address. A new password takes the place of the built-in
+    /// one. Throws Problem: 401, 403 (a built-in password without a new one), 422 (not this new one), 429.
+    Who log_in(const std::string &user, const std::string &password, const std::string &address,
+               const std::optional<std::string> &new_password = std::nullopt) const;
 
     /// Ends it there. Throws nothing.
     void log_out(const Who &who) const noexcept;

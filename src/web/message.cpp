@@ -26,6 +26,7 @@ constexpr TitleRow kTitles[] = {
     {422, "Unprocessable Content"},
     {429, "Too Many Requests"},
     {431, "Request Header Fields Too Large"},
+    {500, "Internal Server Error"},
     {502, "Bad Gateway"},
     {503, "Service Unavailable"},
     {504, "Gateway Timeout"},
@@ -54,6 +55,10 @@ Answer answer_of(const Problem &problem)
     Answer answer{problem.status, "application/problem+json", text_of(json)};
     if (problem.retry_after)
         answer.headers.emplace_back("Retry-After", std::to_string(*problem.retry_after));
+    if (!problem.allowed.empty())
+        answer.headers.emplace_back("Allow", problem.allowed);
+    if (problem.status == 401) // not Basic: a browser would ask by itself
+        answer.headers.emplace_back("WWW-Authenticate", "Bearer");
     return answer;
 }
 

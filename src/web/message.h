@@ -45,6 +45,7 @@ struct Problem {
     std::string name = "";
     std::vector<FieldError> errors = {};
     std::optional<int> retry_after = std::nullopt; ///< seconds
+    std::string allowed = "";                      ///< the methods that there are
     std::string more = "";                         ///< further members: the text of a JSON object
 };
 

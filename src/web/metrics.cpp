@@ -3,6 +3,7 @@
 #include "web/changes.h"
 #include "web/handlers.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <set>
@@ -30,6 +31,8 @@ constexpr Row kRows[] = {
     {"resident_bytes", "qvcd_resident_memory_bytes", "gauge", "Memory of the daemon"},
 };
 
+constexpr std::string_view kReservedEndings[] = {"_total", "_count", "_sum", "_bucket", "_created", "_info"};
+
 // "\" and newlines are escaped, in labels quotes too.
 std::string escaped(std::string_view text)
 {
@@ -51,21 +54,34 @@ void begin(std::string &text, const std::string &name, std::string_view type, st
     text.append(type).append("\n");
 }
 
-void add_commands(const Json &commands, const char *name, const char *key, const char *help,
-                  std::string &text)
+void add_commands(const Json &stats, std::string &text)
 {
-    begin(text, name, "counter", help);
-    for (const auto &[command, times] : commands.items())
-        text += std::string(name) + "{command=\"" + command + "\"} " + times[key].dump() + "\n";
+    begin(text, "qvcd_command_seconds", "histogram", "Commands that ran, and their time, waiting included");
+    for (const auto &[command, times] : stats["commands"].items()) {
+        const std::string label = "{command=\"" + command + "\"";
+        const std::string count = times["count"].dump();
+        const auto bucket = [&](const std::string &bound, const std::string &within) {
+            text += "qvcd_command_seconds_bucket" + label + ",le=\"" + bound + "\"} " + within + "\n";
+        };
+        for (std::size_t i = 0; i < times["within"].size(); ++i)
+            bucket(stats["bounds"].at(i).dump(), times["within"][i].dump());
+        bucket("+Inf", count);
+        text += "qvcd_command_seconds_sum" + label + "} " + times["seconds"].dump() + "\n";
+        text += "qvcd_command_seconds_count" + label + "} " + count + "\n";
+    }
 }
 
-// "VideoStreamer.Info.1.bitrate" as "qv_videostreamer_info_1_bitrate".
+// "VideoStreamer.Info.1.bitrate" as "qv_videostreamer_info_1_bitrate". Some endings say what type a metric
+// is.
 std::string metric_name(const std::string &api, bool is_counter)
 {
     std::string name = "qv_";
     for (const char c : api)
         name += c == '.' ? '_' : c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return is_counter && !name.ends_with("_total") ? name + "_total" : name;
+    if (is_counter)
+        return name.ends_with("_total") ? name : name + "_total";
+    const auto is_end = [&](std::string_view ending) { return name.ends_with(ending); };
+    return std::ranges::any_of(kReservedEndings, is_end) ? name + "_value" : name;
 }
 
 bool is_number(const std::string &value)
@@ -111,9 +127,7 @@ Answer metrics(Call &call)
 {
     const Json stats = json_reply(call.run({"stats"}));
     std::string text;
-    add_commands(stats["commands"], "qvcd_commands_total", "count", "Commands that ran", text);
-    add_commands(stats["commands"], "qvcd_command_seconds_total", "seconds",
-                 "Time that commands took, waiting included", text);
+    add_commands(stats, text);
     for (const Row &row : kRows) {
         begin(text, row.name, row.type, row.help);
         text += std::string(row.name) + " " + stats.value(row.key, Json(0)).dump() + "\n";

@@ -157,7 +157,9 @@ std::span<const Route> routes()
 
 Found find_route(std::string_view method, std::string_view path)
 {
-    bool is_known = false;
+    if (method == "HEAD") // the answer without its body
+        method = "GET";
+    std::string allowed;
     for (const Route &route : kRoutes) {
         std::string tail;
         if (!path.starts_with(route.base) ||
@@ -165,9 +167,13 @@ Found find_route(std::string_view method, std::string_view path)
             continue;
         if (route.method == method)
             return {&route, tail};
-        is_known = true;
+        allowed.append(allowed.empty() ? "" : ", ").append(route.method);
+        if (route.method == std::string_view("GET"))
+            allowed += ", HEAD";
     }
-    throw is_known ? Problem{405, "not with this method"} : Problem{404, "there is no such resource"};
+    if (allowed.empty())
+        throw Problem{404, "there is no such resource"};
+    throw Problem{.status = 405, .detail = "not with this method", .allowed = allowed};
 }
 
 bool is_api_path(std::string_view path)

@@ -44,7 +44,13 @@ Who check_login(const Call &call)
     const std::string password = wanted_text(body, "password");
     if (user.size() > kMostWordBytes || password.size() > kMostWordBytes)
         throw Problem{401, "wrong user or password"};
-    return call.services.daemon.log_in(user, password, call.request.client);
+    std::optional<std::string> next;
+    if (body.contains("new_password")) {
+        next = wanted_text(body, "new_password");
+        if (next->empty() || next->size() > kMostWordBytes)
+            throw Problem{422, "a password has 1 to 1023 bytes"};
+    }
+    return call.services.daemon.log_in(user, password, call.request.client, next);
 }
 
 std::string cookie(const Call &call, const std::string &token, const char *more)

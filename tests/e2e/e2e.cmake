@@ -68,7 +68,8 @@ qvcd_e2e_test(NAME selfdesc)
 qvcd_e2e_test(NAME snapshots TIMEOUT 300)
 qvcd_e2e_test(NAME waiting CONCURRENT)
 if(QVCD_WEB)
-  qvcd_e2e_test(NAME web_api) # GCC's thread sanitizer does not know the fences of the HTTP library
+  qvcd_e2e_test(NAME web_api CONCURRENT)
+  add_dependencies(concurrent_tests qvweb)
 endif()
 
 # Those that wait longest begin first.

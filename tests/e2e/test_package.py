@@ -1,5 +1,6 @@
 """The Debian packages in a system of their own: an overlay over this one, in namespaces, that is gone with the test."""
 
+import json
 import os
 import pathlib
 import re
@@ -173,10 +174,26 @@ def test_from_the_first_installation_to_the_purge(system, packages, tmp_path):
     assert system.run("python3", "-c", "import qvclient; print(qvclient.Client().get('Network.hostname'))").strip() == "studio-9"
     assert "-lqvclient" in system.run("pkg-config", "--libs", "qvclient")
     gateway = system.popen("runuser", "-u", "qvweb", "--", "/usr/sbin/qvweb", "--debug")
-    page = ("python3", "-c", "import ssl, urllib.request as web\n"
-            "print(web.urlopen('https://localhost:8443/', context=ssl._create_unverified_context()).read())")
+    asks = ("import json, ssl, sys, urllib.error, urllib.request as web\n"
+            "try: print(web.urlopen('https://localhost:8443' + sys.argv[1], context=ssl._create_unverified_context(),\n"
+            "                       data=sys.argv[2].encode() if sys.argv[2:] else None).read())\n"
+            "except urllib.error.HTTPError as error: print(error.code, error.read())")
+    page = ("python3", "-c", asks, "/")
     wait_until(lambda: gateway.poll() is not None or system.popen(*page).wait() == 0, "the console over HTTPS")
     assert "<title>" in system.run(*page)
+    # A browser logs in with the built-in password only when it brings another one, and only then.
+    system.run("qvc", "user.passwd", "admin", "kelpo")
+    words = ("login", "admin", "kelpo", "local", "x", "other")
+    assert "locally first" in system.run("runuser", "-u", "nobody", "--", "qvc", *words, status=1)
+    for user, password, new, answer in (
+            ("admin", "kelpo", {}, "403 "), ("admin", "kelpo", {"new_password": "kelpo"}, "422 "),
+            ("admin", "wrong", {"new_password": "my own one"}, "401 "), ("viewer", "kelpo", {"new_password": "x"}, "401 "),
+            ("admin", "kelpo", {"new_password": "my own one"}, "b'{"), ("admin", "kelpo", {"new_password": "other"}, "401 "),
+            ("admin", "my own one", {"new_password": "other"}, "422 "), ("admin", "my own one", {}, "b'{")):
+        body = json.dumps({"user": user, "password": password, **new})
+        assert system.run(*page[:3], "/api/v1/session", body).startswith(answer), body
+    history = system.run("qvc", "history")
+    assert "login" in history and "my" not in history
     gateway.terminate()
     gateway.wait()
     system.stop()
