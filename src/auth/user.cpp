@@ -271,6 +271,11 @@ bool user_exists(std::string_view name)
     return static_cast<bool>(find_user(userDB, name));
 }
 
+unsigned user_group_mask(std::string_view group)
+{
+    return mask_of_group(groupDB, group);
+}
+
 unsigned user_get_perm(std::string_view name)
 {
     return mask_of_user(groupDB, userDB, name);

@@ -44,6 +44,9 @@ bool user_exists(std::string_view name);
 /// 0x0fff for 1, 0x00ff for 2, 0x000f for all others. 0 for an unknown user or group.
 unsigned user_get_perm(std::string_view name);
 
+/// The same of a group.
+unsigned user_group_mask(std::string_view group);
+
 std::optional<std::string> user_get_group(std::string_view name);
 std::optional<std::string> user_get_passwd(std::string_view name);
 std::optional<std::string> user_get_default(std::string_view name);

@@ -235,13 +235,13 @@ class Connection : public Guest, public Listener, public std::enable_shared_from
     void finish()
     {
         lowest().expires_after(kFarewell);
+        error_code ignored;
+        if constexpr (!kIsTls<Stream>)
+            lowest().socket().shutdown(tcp::socket::shutdown_send, ignored);
         if (is_input_left_)
             return drain(kDocumentBytes * 2);
-        error_code ignored;
         if constexpr (kIsTls<Stream>)
             stream_.async_shutdown([self = this->shared_from_this()](error_code) {});
-        else
-            lowest().socket().shutdown(tcp::socket::shutdown_send, ignored);
     }
 
     void drain(std::size_t left)

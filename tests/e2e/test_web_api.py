@@ -367,7 +367,7 @@ def test_events_go_to_hundreds_and_are_resumed(gateway):
 
 def test_metrics_are_what_prometheus_reads(gateway):
     basic = "Basic " + base64.b64encode(b"viewer:viewer").decode()
-    for authorization, expected in ((basic, 200), (basic, 200), ("Basic eDp5", 401), ("Basic =", 401), ("", 401)):
+    for authorization, expected in ((basic, 200), (basic, 200), (basic.replace("B", "b", 1), 200), ("Basic eDp5", 401), ("Basic =", 401), ("", 401)):
         status, _, text = gateway.ask("GET", "/metrics", Authorization=authorization)
         assert status == expected, authorization
         if status == 200:
@@ -419,6 +419,14 @@ def test_tls_begins_by_itself(appliance):
         assert "DNS:localhost" in names and "IP Address:127.0.0.1" in names and "P-256" in names
     with Gateway(a) as gateway:
         assert ssl.get_server_certificate(("127.0.0.1", gateway.port)) == made
+    own = key.with_name("certificate.pem")
+    subprocess.run(["openssl", "req", "-x509", "-key", key, "-days", "9", "-subj", "/CN=old", "-out", own], check=True, capture_output=True)
+    for spoil in (lambda: None, lambda: key.write_text("cut off")):  # the first one ends soon
+        spoil()
+        before = own.read_text()
+        with Gateway(a) as gateway:
+            made = ssl.get_server_certificate(("127.0.0.1", gateway.port))
+            assert made.strip() == own.read_text().strip() != before.strip()
     for options in (["--plain", "--listen", "0.0.0.0:0"], ["--listen", "nowhere"], ["--key", "x"], ["--idle", "0"]):
         done = subprocess.run([BIN_DIR / "qvweb", *options], env=a.environment(), capture_output=True, timeout=PATIENCE)
         assert done.returncode == 2 and done.stderr.startswith(b"qvweb: "), options
