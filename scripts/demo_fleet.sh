@@ -56,8 +56,7 @@ start_broker() {
     } >"$folder/passwords"
     mosquitto_passwd -U "$folder/passwords"
     sed -e "s|^listener.*|listener $port 127.0.0.1|" -e "s|/etc/mosquitto/fleet/acl|$PWD/share/fleet/acl.example|" \
-        -e "s|/etc/mosquitto/fleet|$folder|" -e "s|^persistence true|persistence false|" \
-        -e "/^persistence_location/d" share/fleet/mosquitto.conf.example >"$folder/mosquitto.conf"
+        -e "s|/etc/mosquitto/fleet|$folder|" share/fleet/mosquitto.conf.example >"$folder/mosquitto.conf"
     echo "user $(id -un)" >>"$folder/mosquitto.conf"
     PATH=$PATH:/usr/sbin mosquitto -c "$folder/mosquitto.conf" >"$folder/broker.log" 2>&1 &
     daemons+=($!)
@@ -113,7 +112,7 @@ cp share/root/etc/init.d/httpd "$folder/8/etc/init.d/httpd"
 show 0 '10 done, 0 failed' qvc fleet commit --settle 0 --batch 5 Services.HTTP.port=8088
 show 0 'NAME' qvc fleet get --differ Services.HTTP.port
 say "One loses its power; its last will tells:"
-kill -KILL "${daemons[3]}"
+{ kill -KILL "${daemons[3]}" && wait "${daemons[3]}"; } 2>/dev/null
 for try in {1..50}; do
     [ "$(qvc fleet list --json --where online=no | wc -l)" -eq 1 ] && break
     sleep 0.1

@@ -25,7 +25,7 @@ std::vector<Finding> check_model(const Source &source, const CheckOptions &optio
         });
         if (options.stop.stop_requested())
             return {};
-        check_attributes(report, ModelNode(source.root(), "", ""));
+        check_outside_groups(report);
         if (!has_api && !source.files().empty())
             findings.push_back({Kind::no_api_at_all, source.files().front(), 0, "", "there is no API"});
     }

@@ -7,6 +7,7 @@
 #include "check/report.h"
 #include "funcs/read_map.h"
 #include "funcs/write_map.h"
+#include "platform/password_type.h"
 
 #include <algorithm>
 #include <array>
@@ -157,6 +158,8 @@ class ApiCheck {
         case WriteKind::text:
             if (api_.get("attr").value_or("").empty())
                 add_writer("attr", "needs a key in \"attr\"");
+            else
+                check_written_default();
             [[fallthrough]];
         case WriteKind::device:
             check_write_file(file);
@@ -164,6 +167,14 @@ class ApiCheck {
         case WriteKind::call:
             break;
         }
+    }
+
+    void check_written_default()
+    {
+        const std::string fallback = api_.own("default").value_or("");
+        const char *why = writer_->text->refuses(*api_.get("attr"), fallback);
+        if (!fallback.empty() && why)
+            add_writer("default", "cannot write the default " + quote(fallback) + ": " + why);
     }
 
     void add_writer(std::string_view attribute, std::string what)
@@ -206,7 +217,7 @@ class ApiCheck {
 
     void check_secret()
     {
-        const bool is_password = api_.get("type").value_or("").find("password") != std::string::npos;
+        const bool is_password = is_password_type(api_.get("type").value_or(""));
         if (is_password && (perm_ & kReadBits & 0x00ff))
             add(Kind::open_secret, "perm",
                 "a password that perm " + api_.get("perm").value_or("") +

@@ -224,14 +224,25 @@ void check_attribute(const Attribute &at)
         return at.add(Kind::unknown_attribute, unknown("no attribute", at.name, row_names(attribute_rows())));
     check_place(at, *row);
     if (at.text.size() > kMaxValueBytes || !is_one_line(at.text))
-        return at.add(Kind::bad_value, quote(at.name) + (is_one_line(at.text) ? " is longer than 1023 bytes"
-                                                                              : " has several lines"));
+        return at.add(Kind::bad_value,
+                      quote(at.name) + (is_one_line(at.text) ? " is longer than 1023 bytes"
+                                        : at.text.find('\n') == std::string::npos ? " has control characters"
+                                                                                  : " has several lines"));
     const AttributeCheck *found = find_row(kChecks, at.name);
     if (found && !at.text.empty())
         found->check(at);
 }
 
 } // namespace
+
+void check_outside_groups(Report &report)
+{
+    for (const Node child : report.root()) {
+        if (!child.first_child() && child.value())
+            report.add(Kind::misplaced_attribute, child, "",
+                       quote(child.name()) + " stands in no group: it counts for nothing");
+    }
+}
 
 void check_attributes(Report &report, const ModelNode &node)
 {

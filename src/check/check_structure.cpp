@@ -4,6 +4,7 @@
 #include "check/report.h"
 #include "model/template.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace qvcd {
@@ -65,6 +66,32 @@ std::string range_mistake(Node root, const std::string &text)
     return "";
 }
 
+// How many copies a good range makes; of one that ends with an API at least one.
+std::uint64_t copies_of(const std::string &text)
+{
+    const std::vector<std::string> words = split_words(text, " \t\r\n");
+    const auto last = words.size() < 2 ? std::nullopt : parse_int64(words[1]);
+    if (!last)
+        return 1;
+    const std::int64_t step = words.size() > 2 ? c_int64(words[2]) : 1;
+    return static_cast<std::uint64_t>((*last - c_int64(words[0])) / std::max<std::int64_t>(step, 1)) + 1;
+}
+
+// Templates around each other multiply.
+std::string product_mistake(const ModelNode &node, Node root)
+{
+    std::uint64_t copies = 1;
+    for (const std::string &around : node.templates()) {
+        const std::string range(MetaApi(root, around).get("range").value_or(""));
+        if (range_mistake(root, range).empty())
+            copies *= copies_of(range);
+        if (copies > kMaxCopiesOfOneRun)
+            return "range makes, with those around it, more than " + std::to_string(kMaxCopiesOfOneRun) +
+                   " copies";
+    }
+    return "";
+}
+
 void check_template(Report &report, const ModelNode &node)
 {
     const std::string own_name(node.node().name());
@@ -81,7 +108,9 @@ void check_range(Report &report, const ModelNode &node)
     const Node range = node.node().child("range");
     if (!range.is_leaf() || range.text().empty())
         return;
-    const std::string mistake = range_mistake(report.root(), node.own("range").value_or(""));
+    std::string mistake = range_mistake(report.root(), node.own("range").value_or(""));
+    if (mistake.empty())
+        mistake = product_mistake(node, report.root());
     if (!mistake.empty())
         report.add(Kind::bad_range, range, node.name(), mistake);
     const bool used = node.node().name().find(kMark) != std::string_view::npos || has_template(node.node());

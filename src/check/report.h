@@ -48,6 +48,7 @@ inline std::string quote(std::string_view text)
 
 // The parts of check_model(). Each is called for every node of the model.
 void check_attributes(Report &report, const ModelNode &node); ///< each attribute for itself, where it stands
+void check_outside_groups(Report &report);                    ///< values that are in no group
 void check_structure(Report &report, const ModelNode &node);  ///< groups, templates
 void check_api(Report &report, const ModelNode &api);         ///< what an API's attributes are together
 

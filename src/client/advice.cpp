@@ -10,6 +10,7 @@
 #include "client/completion_values.h"
 #include "client/known_commands.h"
 #include "client/nearest.h"
+#include "client/plain_command.h"
 #include "client/short_question.h"
 #include "client/terminal_text.h"
 #include "client/type_words.h"
@@ -174,6 +175,18 @@ bool looks_for_preset(const Words &words)
     return std::ranges::count(kCommands, with_subcommand(words)[0]) != 0;
 }
 
+// One apply runs a few actions; what asks for further ones waits for the next.
+void say_what_waits(const Options &options, const Words &words)
+{
+    Words question{"checkapp"};
+    for (std::size_t i = 1; i < words.size() && !words[0].starts_with("preset"); ++i)
+        question.push_back(words[i].substr(0, words[i].find('=')));
+    const std::size_t count = answer_of(options, question).size();
+    if (count > 0)
+        say_advice(std::to_string(count) + (count == 1 ? " setting waits" : " settings wait") +
+                   " for the next \"qvc apply\": one runs at most 9 different actions");
+}
+
 bool is_about_things(std::string_view error)
 {
     return error == "Profile not found" || error == "Does not exist" || error == "Invalid group" ||
@@ -229,6 +242,8 @@ void advise(const Options &options, const Words &words, const std::vector<std::s
     const std::string reason = is_empty ? reason_of_silence(options, words, result) : "";
     if (!reason.empty())
         say_advice(reason);
+    if (result == 0 && is_applying(words))
+        say_what_waits(options, words);
     std::set<std::string, std::less<>> done;
     for (const std::string &line : refused) {
         const ReplyLine parts = parse_reply_line(line);

@@ -10,7 +10,8 @@ namespace qvcd::client {
 
 /// Says on standard error what would have been right, as far as the daemon tells within a short time: values
 /// that a setting takes, names like one that is not found, why an action failed, that there is no such
-/// session. `refused`: the lines of the reply with errors; `is_empty`: it had no line at all.
+/// session, how many settings an apply has left for the next. `refused`: the lines of the reply with errors;
+/// `is_empty`: it had no line at all.
 void advise(const Options &options, const Words &words, const std::vector<std::string> &refused,
             bool is_empty, int result);
 

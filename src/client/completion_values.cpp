@@ -6,6 +6,7 @@
 
 #include "client/password_type.h"
 #include "client/short_question.h"
+#include "platform/password_type.h"
 
 namespace qvcd::client {
 

@@ -40,15 +40,17 @@ namespace {
     become("qvc-full", arguments);
 }
 
+constexpr std::size_t kMostActions = 9; // of one apply; more settings may wait for the next
+
 // What went wrong, as far as the reply shows.
 struct Trouble {
     std::vector<std::string> lines; // with an error
-    bool is_silent = true;          // the reply had no line
+    std::size_t count = 0;          // of all lines of the reply
 
     void take(std::string_view line)
     {
         constexpr std::size_t kMost = 10;
-        is_silent = false;
+        ++count;
         if (lines.size() < kMost && parse_reply_line(line).error)
             lines.emplace_back(line);
     }
@@ -121,8 +123,10 @@ int run(const Options &options, char **arguments)
         });
     std::erase_if(trouble.lines,
                   [&](const std::string &said) { return !says_error(options.words[0], result, said); });
-    const bool is_refused = trouble.is_silent && (result != 0 || is_for_administrators(options.words));
-    if (options.json ? trouble.is_silent : is_refused || !trouble.lines.empty())
+    const bool is_silent = trouble.count == 0;
+    const bool is_refused = is_silent && (result != 0 || is_for_administrators(options.words));
+    const bool may_be_more = is_applying(options.words) && trouble.count > kMostActions;
+    if (options.json ? is_silent : is_refused || may_be_more || !trouble.lines.empty())
         return with_advice(arguments, trouble, result);
     return exit_status(result);
 }

@@ -3,22 +3,11 @@
 #include <algorithm>
 
 #include "client/short_question.h"
+#include "platform/password_type.h"
 #include "qvclient/errors.h"
 #include "qvclient/escape.h"
 
 namespace qvcd::client {
-
-bool is_password_type(std::string_view type)
-{
-    constexpr std::string_view kWord = "password";
-    for (std::size_t at = 0; at < type.size();) {
-        const std::size_t end = std::min(type.find_first_of(" ,", at), type.size());
-        if (type.substr(at, end - at) == kWord)
-            return true;
-        at = end + 1;
-    }
-    return false;
-}
 
 namespace {
 

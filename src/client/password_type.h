@@ -9,9 +9,6 @@
 
 namespace qvcd::client {
 
-/// True for the type of a password: the "password 1 32" of "NAME.type=blank,password 1 32".
-bool is_password_type(std::string_view type);
-
 enum class Kind {
     open,    ///< everybody may see it
     missing, ///< there is no such setting

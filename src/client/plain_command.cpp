@@ -26,6 +26,13 @@ bool is_plain(const Words &words)
            (!words[0].starts_with("user") && !isatty(STDIN_FILENO) && std::ranges::count(words, "-y") == 0);
 }
 
+bool is_applying(const Words &words)
+{
+    static constexpr std::array<std::string_view, 4> kCommands{"apply", "update", "preset.load_apply",
+                                                               "preset.load_apply_name"};
+    return std::ranges::count(kCommands, std::string_view(words.at(0))) != 0;
+}
+
 std::optional<std::string> unset_word(const Words &words)
 {
     static constexpr std::array<std::string_view, 9> kSetters{"set",    "sets",   "seta",   "setn",  "add",

@@ -12,6 +12,9 @@ namespace qvcd::client {
 /// missing, and nobody is asked before it is done.
 bool is_plain(const Words &words);
 
+/// True for a command that applies, and may leave some settings for the next apply.
+bool is_applying(const Words &words);
+
 /// Of a command that takes NAME=VALUE and nothing else the first argument that is none, or "" when there is
 /// no argument at all and the command would do nothing.
 std::optional<std::string> unset_word(const Words &words);

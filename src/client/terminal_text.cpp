@@ -15,9 +15,9 @@ const bool errors_are_terminal = isatty(STDERR_FILENO) == 1;
 constexpr unsigned char kDelete = 0x7f;
 constexpr unsigned char kLead = 0xc2; // of U+0080 to U+00BF
 
-bool is_obeyed(unsigned char c)
+bool is_control(unsigned char c)
 {
-    return c == kDelete || (c < ' ' && c != '\t' && c != '\n');
+    return c == kDelete || c < ' ';
 }
 
 bool is_obeyed_above_ascii(unsigned char c)
@@ -41,20 +41,20 @@ std::string written_out(unsigned char c)
     return out.data();
 }
 
-} // namespace
-
-std::string harmless(std::string_view text)
+// With what lays out a text, its newlines, tabs and colours, or without.
+std::string without_controls(std::string_view text, bool with_layout)
 {
     std::string out;
     unsigned char before = 0;
     for (std::size_t at = 0; at < text.size();) {
         const auto c = static_cast<unsigned char>(text[at]);
         const auto next = static_cast<unsigned char>(at + 1 < text.size() ? text[at + 1] : 0);
-        const std::size_t colour = size_of_colour(text.substr(at));
+        const std::size_t colour = with_layout ? size_of_colour(text.substr(at)) : 0;
+        const bool is_obeyed = is_control(c) && !(with_layout && (c == '\t' || c == '\n'));
         std::size_t size = 1;
         if (colour > 0)
             out += text.substr(at, size = colour);
-        else if (is_obeyed(c) || (is_obeyed_above_ascii(c) && before < 0x80)) // the latter is no UTF-8
+        else if (is_obeyed || (is_obeyed_above_ascii(c) && before < 0x80)) // the latter is no UTF-8
             out += written_out(c);
         else if (c == kLead && is_obeyed_above_ascii(next))
             out += written_out(next), size = 2;
@@ -64,6 +64,18 @@ std::string harmless(std::string_view text)
         at += size;
     }
     return out;
+}
+
+} // namespace
+
+std::string harmless(std::string_view text)
+{
+    return without_controls(text, true);
+}
+
+std::string one_line(std::string_view text)
+{
+    return without_controls(text, false);
 }
 
 std::string for_output(std::string_view text)

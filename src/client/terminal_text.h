@@ -10,6 +10,10 @@ namespace qvcd::client {
 /// stay.
 std::string harmless(std::string_view text);
 
+/// `text` as one line of plain text: control characters stand as above, and so do newlines, tabs and what
+/// colours begin with. For what another machine says about itself in lines that are ours.
+std::string one_line(std::string_view text);
+
 /// harmless(), where standard output was a terminal when the program began; else `text`.
 std::string for_output(std::string_view text);
 

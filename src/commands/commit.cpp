@@ -1,7 +1,9 @@
 #include "commands/commit.h"
 
+#include "base/document.h"
 #include "base/reply.h"
 #include "base/value.h"
+#include "commands/document.h"
 #include "platform/api_errors.h"
 #include "store/tree.h"
 
@@ -40,6 +42,21 @@ int print_unconfirmed(bool as_json, std::FILE *out)
     return 0;
 }
 
+constexpr std::size_t kMostAssignments = 10'000; // of a document; the history keeps as many of an entry
+
+// The lines of a document, as words that stood in the line.
+Args assignments_in(const std::string &document)
+{
+    Args assignments;
+    for (std::string_view rest = document; !rest.empty();) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        if (end > 0)
+            assignments.emplace_back(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return assignments;
+}
+
 int command_commit(Request &request, Args &argv, std::FILE *out)
 {
     const OptionWords options(argv, "jnas", "cm");
@@ -49,6 +66,17 @@ int command_commit(Request &request, Args &argv, std::FILE *out)
     if (options.has('s'))
         return print_unconfirmed(options.has('j'), out);
     order->assignments = argv;
+    if (argv.size() == 1 && Document::is_meant_by(argv[0])) {
+        Document *const document = request.caller.document;
+        if (!document || !document->is_there()) {
+            reply_line(out, kNoDocument);
+            return 1;
+        }
+        order->assignments = assignments_in(document->take());
+        if (order->assignments.empty() ||
+            order->assignments.size() > kMostAssignments) // none are not "what waits"
+            return refuse(out);
+    }
     order->whose = options.has('a') ? Whose::everybodys : Whose::own;
     Report report;
     return carry_out(request, *order, report, options.has('j'), out);
@@ -121,6 +149,7 @@ const CommandRecord commitRecord = {
     .handler = command_commit,
     .summary = "Set, save and apply as one",
     .synopsis = "commit [-j] [-n] [-a] [-c <seconds>] [-m <text>] [<API>=<value> ...]\n"
+                "commit [-j] [-n] [-c <seconds>] [-m <text>] -\n"
                 "commit [-j] -s",
     .errors =
         "<API>=<error>: the value is refused; nothing has changed.\n"
@@ -140,7 +169,9 @@ const CommandRecord commitRecord = {
         "unless the confirm command comes before; it is undone too when the daemon ends before. -s says what "
         "awaits confirmation. The reply ends with the number of the history's entry, Commit=<number>. A "
         "commit "
-        "that is running is waited for; with -n it is not. -j gives one line of JSON. An action must not "
+        "that is running is waited for; with -n it is not. \"-\" takes the assignments of the document that "
+        "came "
+        "with the command, one a line, at most 10,000. -j gives one line of JSON. An action must not "
         "commit.",
     .assigns = true,
     .recorded = ChangeNotes::Level::all,

@@ -101,7 +101,8 @@ const CommandRecord documentRecord = {
         "After each of them, and when no newline follows the document, the connection ends with result 1.",
     .description =
         "For programs: behind this line come so many bytes and a newline. The next command line takes them "
-        "where it is told \"-\" in place of a file: import, preset.import, profile.import and user.import. "
+        "where it is told \"-\" in place of a file: import, preset.import, profile.import and user.import, "
+        "or commit its assignments. "
         "Behind that line the document is gone, whether it was taken or not.",
     .open_to_strangers = true, // else what they send on would be run as commands
 };

@@ -2,6 +2,8 @@
 
 #include "auth/user.h"
 #include "base/reply.h"
+#include "base/text.h"
+#include "store/database.h"
 #include "store/hdfutils.h"
 
 namespace qvcd {
@@ -31,7 +33,9 @@ const CommandRecord groupRecord = {
         "through the user file or \"user.import\".",
     .description =
         "Lists the groups of users with their permission masks. A mask has four hexadecimal digits, one "
-        "a level, with 4 for read, 2 for write and 1 for apply. Group 0 may hold all four levels, group "
+        "a level, with 4 for read, 2 for write and 1 for apply. What a group has beyond what it may hold is "
+        "left "
+        "out: group 0 may hold all four levels, group "
         "1 the lower three, group 2 the lower two, other groups the lowest.",
     .sub_commands = kSubCommands,
 };
@@ -45,8 +49,18 @@ int command_group(Request &request, Args &argv, std::FILE *out)
 
 int group_list(Request &, Args &, std::FILE *out)
 {
-    if (out)
-        hdfutils_dump(groupDB.root(), "", out);
+    if (!out)
+        return 0;
+    Tree groups = Tree::make();
+    groups.root().merge("", groupDB.root());
+    for (Node group : groups.find("Group")) {
+        const std::string perm(group.get("perm").value_or(""));
+        char counts[8];
+        std::snprintf(counts, sizeof counts, "%x", user_group_mask(group.name()));
+        if (!perm.empty() && c_hex16(perm) != c_hex16(counts))
+            group.set("perm", counts);
+    }
+    hdfutils_dump(groups.root(), "", out);
     return 0;
 }
 

@@ -11,7 +11,7 @@ OptionWords::OptionWords(Args &argv, std::string_view flags, std::string_view wi
     for (std::size_t i = 0; i < argv.size(); ++i) {
         const std::string &word = argv[i];
         const bool digit = word.size() > 1 && word[1] >= '0' && word[1] <= '9';
-        if (over || word.empty() || word[0] != '-' || digit) {
+        if (over || word.size() < 2 || word[0] != '-' || digit) {
             others.push_back(word);
             continue;
         }

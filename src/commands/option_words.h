@@ -11,7 +11,7 @@
 namespace qvcd {
 
 /// The options among the arguments of a command, "-x" and "-x VALUE", wherever they stand up to "--"; a word
-/// like "-1" is none.
+/// like "-1" is none, nor is "-".
 class OptionWords {
   public:
     /// Takes them off `argv`. The letters of those without and with a value.

@@ -1,6 +1,7 @@
 #include "commands/preset.h"
 
 #include "base/document.h"
+#include "base/limits.h"
 #include "base/notify.h"
 #include "base/reply.h"
 #include "base/text.h"
@@ -364,6 +365,8 @@ int preset_read(Request &, Args &argv, std::FILE *out)
     return 0;
 }
 
+constexpr std::size_t kMaxUnknownTold = 10; // names of one import
+
 int preset_from_export(Request &request, Args &argv, std::FILE *out)
 {
     if (argv.size() < 2)
@@ -378,6 +381,10 @@ int preset_from_export(Request &request, Args &argv, std::FILE *out)
         qv_log_print(kLogDebug, "Error loading preset file %s\n", file.c_str());
         qv_log_print(kLogError, "Can not import presets from %s: %s\n", file.c_str(), wrong.c_str());
         return refuse(out, import_error(file, API_E_IMPORT_FAILED, wrong));
+    }
+    for (const std::string &name : preset_drop_unknown(imported, kMaxUnknownTold)) {
+        qv_log_print(kLogWarning, "No preset has %s\n", one_line(cut(name, kMaxLoggedWordBytes)).c_str());
+        reply_value(out, name, API_E_PARAM_NOT_FOUND);
     }
     const int before = preset_current();
     const PresetImport result = preset_import(imported);

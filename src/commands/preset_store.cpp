@@ -6,12 +6,15 @@
 #include "base/value.h"
 #include "platform/log.h"
 #include "platform/sysroot.h"
+#include "store/former.h"
 #include "store/hdf_file.h"
+#include "store/hdfutils.h"
 #include "store/meta.h"
 
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <set>
 
 namespace qvcd {
 
@@ -362,6 +365,30 @@ std::string preset_document_error(Tree &imported)
             return "there is no preset " + std::string(node.name()) + " here (preset.store makes one)";
     }
     return has_only_values(imported.root()) ? "" : "a value has a control character, or is too long";
+}
+
+std::vector<std::string> preset_drop_unknown(Tree &imported, std::size_t most)
+{
+    const std::set<std::string, std::less<>> known(preset_settings.begin(), preset_settings.end());
+    std::set<std::string> unknown;
+    Tree kept = Tree::make();
+    if (const auto current = imported.get(kCurrent))
+        kept.set(kCurrent, *current);
+    for (const Node node : imported.find("Preset")) {
+        Tree preset = Tree::make();
+        preset.root().merge("", node);
+        rename_former(preset);
+        hdfutils_traverse_tree(
+            preset.root(), "", hdfutils_check_endnode, [&](Node value, const std::string &parent) {
+                const std::string name = join_name(parent, value.name());
+                if (known.contains(name) || name.starts_with("Config."))
+                    kept.set(join_name(join_name("Preset", node.name()), name), value.text());
+                else if (unknown.size() < most)
+                    unknown.insert(name);
+            });
+    }
+    imported = std::move(kept);
+    return {unknown.begin(), unknown.end()};
 }
 
 PresetImport preset_import(const Tree &imported)

@@ -41,7 +41,7 @@ bool is_reply_topic(const MqttConfig &config, std::string_view topic)
     const std::string end = "/" + config.id;
     return topic.size() > prefix.size() + end.size() && topic.size() <= kMostTopicBytes &&
            topic.starts_with(prefix) && topic.ends_with(end) &&
-           std::ranges::all_of(topic, [](char c) { return c > ' ' && c < '\x7f' && c != '+' && c != '#'; });
+           is_topic_level(topic.substr(prefix.size(), topic.size() - prefix.size() - end.size()));
 }
 
 const char *take_request(MqttRequest request, Relayed &relayed)

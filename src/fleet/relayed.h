@@ -17,8 +17,8 @@ struct Relayed {
 
 inline constexpr std::size_t kMostCorrelationBytes = 64;
 
-/// True for a topic below "<prefix>/fleet/reply/" that ends with our id and can be published to: nobody can
-/// have us write elsewhere, and who listens to the replies of one appliance gets those of no other.
+/// True for "<prefix>/fleet/reply/<caller>/<our id>", of at most 256 bytes: nobody can have us write
+/// elsewhere, and who listens to the replies of one appliance gets those of no other.
 bool is_reply_topic(const MqttConfig &config, std::string_view topic);
 
 /// Makes it from a message whose response topic is one. The log-in is in the user properties: "user" and

@@ -5,6 +5,7 @@
 #include "funcs/describers.h"
 #include "funcs/func_map.h"
 #include "funcs/read_map.h"
+#include "platform/password_type.h"
 #include "store/database.h"
 #include "store/meta.h"
 
@@ -106,7 +107,7 @@ int ifuncmap_introspect(Request &request, std::string_view prefix, std::string_v
         return 1;
     reply_value(out, name + ".type", spec);
     const bool visible = meta.visible_to(request.mask);
-    const bool secret = meta.is_password() || spec.find("password") != std::string::npos;
+    const bool secret = meta.is_password() || is_password_type(spec);
     if (visible)
         describe_values(request, name, meta, secret, read, out);
     describe_alternatives({.prefix = prefix, .api = name, .compact = compact, .visible = visible, .out = out},

@@ -153,9 +153,6 @@ class Expansion {
         return false;
     }
 
-    // Templates nested in each other multiply, and each copy costs some kilobytes.
-    static constexpr std::uint64_t kMaxCopiesOfOneRun = std::uint64_t{2} * kMaxTemplateCopies;
-
     // A template within another is met again in each copy of the outer one.
     static constexpr int kMaxComplaints = 10;
 

@@ -89,6 +89,12 @@ const char *refusal_of_commands(const MqttConfig &config, const Answers &answers
 {
     if (config.cafile.empty() && !answers.insecure)
         return "there is no cafile, and passwords would go in clear: commands need TLS, or insecure=yes";
+    for (std::string_view rest = config.prefix; !rest.empty() || config.prefix.empty();) {
+        const std::size_t slash = std::min(rest.find('/'), rest.size());
+        if (!is_topic_level(rest.substr(0, slash)) || slash + 1 == rest.size())
+            return "the prefix is no front of a topic, no commands are taken";
+        rest.remove_prefix(std::min(slash + 1, rest.size()));
+    }
     if (!is_topic_level(config.id))
         return "the id is no level of a topic, no commands are taken";
     if (config.certfile.empty() != config.keyfile.empty())

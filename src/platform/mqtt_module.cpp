@@ -1,5 +1,6 @@
 #include "platform/mqtt_module.h"
 
+#include "platform/coarse_clock.h"
 #include "platform/host_name.h"
 #include "platform/mqtt_properties.h"
 #include "platform/socket.h"
@@ -97,11 +98,13 @@ struct State {
     bool ended = false;
     std::function<void(MqttRequest)> request;
     std::string status, farewell;
+    bool status_is_due = false; // there was no room for it
 
     // The thread's own.
     bool served = false;    // the broker accepted us since the last failure
     bool up_logged = false; // what the log says last; neither at first
     bool down_logged = false;
+    LogPause refusals;
 
     bool prepare();
     int secure();
@@ -117,6 +120,7 @@ struct State {
                  bool retain);
     bool publish_locked(const std::string &topic, const std::string &payload,
                         const mosquitto_property *properties, bool retain);
+    bool has_room(std::size_t bytes, bool is_reply) const;
     void disconnect();
     bool pause(std::chrono::milliseconds time);
 
@@ -225,7 +229,7 @@ void State::on_disconnect(mosquitto *, void *self, int code, const mosquitto_pro
 void State::on_publish(mosquitto *, void *self, int id, int code, const mosquitto_property *)
 {
     auto *s = static_cast<State *>(self);
-    if (code >= MQTT_RC_UNSPECIFIED)
+    if (code >= MQTT_RC_UNSPECIFIED && s->refusals.over())
         s->log(kLogWarning, "notify: the broker refuses a message: %s\n", ::mosquitto_reason_string(code));
     const std::lock_guard lock(s->mutex);
     const auto found = s->unacknowledged.find(id);
@@ -236,6 +240,8 @@ void State::on_publish(mosquitto *, void *self, int id, int code, const mosquitt
     if (s->lost > 0 && s->unacknowledged.size() < kMqttQueueLimit / 2)
         s->log(kLogWarning, "notify: %llu messages did not reach the broker\n",
                static_cast<unsigned long long>(std::exchange(s->lost, 0)));
+    if (s->status_is_due && s->unacknowledged.size() < kMqttQueueLimit / 2)
+        s->send_status();
     s->changed.notify_all();
 }
 
@@ -269,7 +275,7 @@ void State::on_message(mosquitto *, void *self, const mosquitto_message *message
 void State::subscribe()
 {
     ::mosquitto_subscribe_v5(client.get(), nullptr, fleet_topic(config, "request").c_str(), kQos,
-                             MQTT_SUB_OPT_SEND_RETAIN_NEVER, nullptr);
+                             MQTT_SUB_OPT_SEND_RETAIN_NEVER | MQTT_SUB_OPT_RETAIN_AS_PUBLISHED, nullptr);
 }
 
 void State::set_will()
@@ -289,7 +295,7 @@ void State::set_will()
 void State::send_status()
 {
     if (config.commands && connected && !status.empty())
-        publish_locked(fleet_topic(config, "status"), status, nullptr, true);
+        status_is_due = !publish_locked(fleet_topic(config, "status"), status, nullptr, true);
 }
 
 // Looks the broker up and connects; both may block for long, which only this thread feels.
@@ -315,10 +321,21 @@ bool State::publish(const std::string &topic, const std::string &payload,
     return publish_locked(topic, payload, properties, retain);
 }
 
+// Replies leave some for events and the status, however many ask.
+bool State::has_room(std::size_t bytes, bool is_reply) const
+{
+    const auto share = [is_reply](std::size_t whole) { return is_reply ? whole / 4 * 3 : whole; };
+    return unacknowledged.size() < share(kMqttQueueLimit) &&
+           unacknowledged_bytes + bytes <= share(kMqttQueueBytes);
+}
+
 bool State::publish_locked(const std::string &topic, const std::string &payload,
                            const mosquitto_property *properties, bool retain)
 {
-    if (unacknowledged.size() >= kMqttQueueLimit || unacknowledged_bytes + payload.size() > kMqttQueueBytes) {
+    const bool is_reply = properties != nullptr;
+    if (!has_room(payload.size(), is_reply)) {
+        if (is_reply) // who sends it says so
+            return false;
         if (lost++ == 0)
             log(kLogWarning, "notify: the broker's queue is full, further events are lost\n");
         return false;

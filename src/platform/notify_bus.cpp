@@ -25,6 +25,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <vector>
 
@@ -332,6 +333,11 @@ std::shared_ptr<MqttClient> start_mqtt()
         return nullptr;
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     std::optional<MqttConfig> config = parse_mqtt_config(text);
+    struct stat st {};
+    constexpr mode_t kOthers = 077;
+    if (config && !config->password.empty() && ::stat(qv_sysroot_path(kMqttConfigFile).c_str(), &st) == 0 &&
+        (st.st_mode & kOthers) != 0)
+        qv_log_print(kLogWarning, "%s holds a password, and others may read it\n", kMqttConfigFile);
     return config ? MqttClient::start(std::move(*config)) : nullptr;
 }
 

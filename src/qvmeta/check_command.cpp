@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 namespace qvcd {
@@ -53,19 +54,28 @@ int print_kinds()
     return 0;
 }
 
+bool is_folder(const char *path)
+{
+    struct stat status {};
+    return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 // Why the words cannot be taken; empty: they were.
 std::string take_words(Words words, CheckWords &taken)
 {
     for (std::size_t i = 0; i < words.size(); ++i) {
         const std::string_view word = words[i];
-        if (word == "--json")
+        if (word == "--json") {
             taken.json = true;
-        else if (word == "--root" && i + 1 < words.size())
-            taken.options.root = words[++i];
-        else if (word.starts_with('-'))
+        } else if (word == "--root") {
+            if (++i == words.size() || !is_folder(words[i]))
+                return "--root wants the folder that is the appliance's /";
+            taken.options.root = words[i];
+        } else if (word.starts_with('-')) {
             return "check does not know " + std::string(word);
-        else
+        } else {
             taken.files.emplace_back(word);
+        }
     }
     return taken.files.empty() ? "check wants metadata files" : "";
 }

@@ -3,6 +3,7 @@
 #include "base/lookup.h"
 #include "base/text.h"
 #include "funcs/check_map.h"
+#include "platform/password_type.h"
 
 #include <algorithm>
 
@@ -76,7 +77,7 @@ ApiPage page_of(Node root, const std::string &name)
     const std::string type = text("type");
     add("Values", type.empty() ? "any" : type_in_words(type));
     if (const auto fallback = meta.own("default")) {
-        const bool is_password = type.find("password") != std::string::npos;
+        const bool is_password = is_password_type(type);
         add("Default",
             fallback->empty() ? "empty"
             : is_password     ? "not shown"

@@ -3,6 +3,7 @@
 #include "check/model_api.h"
 #include "check/source.h"
 #include "funcs/check_map.h"
+#include "model/template.h"
 #include "qvmeta/commands.h"
 #include "qvmeta/print.h"
 #include "store/former.h"
@@ -30,12 +31,17 @@ struct Facts {
     std::vector<Former> former;
 };
 
-using Model = std::map<std::string, Facts>;
+struct Model {
+    std::map<std::string, Facts> apis;
+    std::map<std::string, std::string> ranges; // of templates
+};
 
 Model facts_of(const Source &source)
 {
     Model model;
     visit_model(source.root(), [&](const ModelNode &node) {
+        if (const auto range = node.node().get("range"); range && !range->empty())
+            model.ranges[node.name()] = *range;
         if (!node.is_api())
             return;
         // As they are written: "__d" is the same in both models.
@@ -43,14 +49,14 @@ Model facts_of(const Source &source)
         const auto text = [&](const char *attribute) {
             return std::string(meta.get(attribute).value_or(""));
         };
-        model[node.name()] = {.type = text("type"),
-                              .fallback = own_copy(meta.own("default")),
-                              .file = text("file"),
-                              .attr = text("attr"),
-                              .formats = text("read") + " and " + text("write"),
-                              .perm = meta.perm(),
-                              .is_setting = !meta.is_true("dynamic") && (meta.perm() & kWriteBits),
-                              .former = parse_former(meta.own("was").value_or(""))};
+        model.apis[node.name()] = {.type = text("type"),
+                                   .fallback = own_copy(meta.own("default")),
+                                   .file = text("file"),
+                                   .attr = text("attr"),
+                                   .formats = text("read") + " and " + text("write"),
+                                   .perm = meta.perm(),
+                                   .is_setting = !meta.is_true("dynamic") && (meta.perm() & kWriteBits),
+                                   .former = parse_former(meta.own("was").value_or(""))};
     });
     return model;
 }
@@ -67,6 +73,16 @@ std::optional<std::pair<double, double>> bounds_of(const TypeWords &words)
     return std::pair(std::strtod(words[1].c_str(), nullptr), std::strtod(words[2].c_str(), nullptr));
 }
 
+// What an argument allows that may be missing: all then.
+bool allows(const TypeWords &by, const TypeWords &words, TypeArguments arguments)
+{
+    if (by.size() < 2)
+        return true;
+    if (words.size() < 2)
+        return false;
+    return arguments == TypeArguments::limit ? c_int64(by[1]) >= c_int64(words[1]) : by[1] == words[1];
+}
+
 // Whether every value that one alternative takes is taken by another, as far as their words tell.
 bool is_covered(const TypeWords &by, const TypeWords &words)
 {
@@ -78,6 +94,9 @@ bool is_covered(const TypeWords &by, const TypeWords &words)
         return true;
     if (by.front() != words.front())
         return false;
+    const CheckRow *row = find_row(type_rows(), by.front());
+    if (row && (row->arguments == TypeArguments::limit || row->arguments == TypeArguments::family))
+        return allows(by, words, row->arguments);
     const auto outer = bounds_of(by);
     const auto inner = bounds_of(words);
     if (outer && inner)
@@ -100,6 +119,21 @@ bool is_narrower(const std::string &before, const std::string &now)
     });
 }
 
+// ---- Templates ----
+
+// Of the copies; none when they depend on the appliance.
+std::set<std::int64_t> numbers_of(const std::string &range)
+{
+    std::set<std::int64_t> numbers;
+    const std::vector<std::string> words = split_words(range, " \t");
+    const auto last = words.size() < 2 ? std::nullopt : parse_int64(words[1]);
+    const std::int64_t step = words.size() < 3 ? 1 : std::max<std::int64_t>(c_int64(words[2]), 1);
+    for (std::int64_t at = last ? c_int64(words[0]) : 1;
+         at <= last.value_or(0) && numbers.size() < kMaxTemplateCopies; at += step)
+        numbers.insert(at);
+    return numbers;
+}
+
 // ---- What changes ----
 
 class Comparison {
@@ -109,12 +143,12 @@ class Comparison {
     // How many settings lose what users have saved, or may.
     int run()
     {
-        for (const auto &[name, facts] : now_) {
+        for (const auto &[name, facts] : now_.apis) {
             for (const Former &former : facts.former)
                 renamed_.emplace(former.name, name);
         }
-        for (const auto &[name, old] : before_) {
-            if (const auto same = now_.find(name); same != now_.end())
+        for (const auto &[name, old] : before_.apis) {
+            if (const auto same = now_.apis.find(name); same != now_.apis.end())
                 compare(name, old, same->second, nullptr);
             else if (const auto renamed = renamed_.find(name); renamed != renamed_.end())
                 compare_renamed(name, old, renamed->second);
@@ -122,13 +156,17 @@ class Comparison {
                 say(old.is_setting, name,
                     "gone" + std::string(old.is_setting ? ", with what users have saved" : ""));
         }
-        for (const auto &[name, facts] : now_) {
+        for (const auto &[name, facts] : now_.apis) {
             const bool is_new =
-                !before_.contains(name) && std::ranges::none_of(facts.former, [&](const Former &one) {
-                    return before_.contains(one.name);
+                !before_.apis.contains(name) && std::ranges::none_of(facts.former, [&](const Former &one) {
+                    return before_.apis.contains(one.name);
                 });
             if (is_new)
                 say(false, name, "new");
+        }
+        for (const auto &[name, range] : before_.ranges) {
+            if (const auto found = now_.ranges.find(name); found != now_.ranges.end())
+                compare_ranges(name, range, found->second);
         }
         return losses_;
     }
@@ -140,9 +178,21 @@ class Comparison {
         print_line(stdout, name + ": " + (is_loss ? "LOST: " : "") + what);
     }
 
+    void compare_ranges(const std::string &name, const std::string &old, const std::string &now)
+    {
+        if (old == now)
+            return;
+        const std::set<std::int64_t> has = numbers_of(now);
+        const auto is_gone = [&](std::int64_t number) { return !has.contains(number); };
+        const bool loses = !has.empty() && std::ranges::any_of(numbers_of(old), is_gone);
+        say(loses, name,
+            std::string(loses ? "what users have saved in copies that are gone: " : "") + "range " +
+                in_quotes(now) + ", was " + in_quotes(old));
+    }
+
     void compare_renamed(const std::string &name, const Facts &old, const std::string &new_name)
     {
-        const Facts &now = now_.at(new_name);
+        const Facts &now = now_.apis.at(new_name);
         say(false, name, "renamed to " + new_name);
         const auto former = std::ranges::find(now.former, name, &Former::name);
         compare(new_name, old, now, &*former);

@@ -56,7 +56,10 @@ int main(int argc, char **argv)
 {
     try {
         const int status = qvcd::run(qvcd::Words(argv, static_cast<std::size_t>(argc)).subspan(argc ? 1 : 0));
-        return std::fflush(stdout) == 0 ? status : 1;
+        if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+            return status;
+        std::fprintf(stderr, "qvmeta: cannot write all of it\n");
+        return 1;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "qvmeta: %s\n", error.what());
         return 1;

@@ -4,6 +4,8 @@
 #include "qvmeta/commands.h"
 #include "qvmeta/print.h"
 
+#include <algorithm>
+#include <cctype>
 #include <iostream>
 #include <optional>
 #include <unistd.h>
@@ -15,6 +17,13 @@ namespace qvcd {
 namespace {
 
 using Answers = std::vector<std::pair<std::string, std::string>>; // attributes and their values
+
+constexpr std::string_view kRangeName = "range";
+
+bool is_template(std::string_view name)
+{
+    return name.find("__") != std::string_view::npos;
+}
 
 std::string value_of(const Answers &answers, std::string_view attribute)
 {
@@ -31,11 +40,16 @@ class Skeleton {
     Skeleton(const std::string &name, const Answers &answers)
     {
         const std::vector<std::string> groups = split_words(name, ".");
-        for (std::size_t level = 0; level < groups.size(); ++level)
+        const bool has_range = !answers.empty() && answers.front().first == kRangeName;
+        for (std::size_t level = 0; level < groups.size(); ++level) {
             line(level, groups[level] + " {");
-        for (const auto &[attribute, value] : answers)
-            line(groups.size(), attribute + " =" + (value.empty() ? "" : " " + value));
-        last_ = lines_;
+            if (has_range && last_ == 0 && is_template(groups[level]))
+                attribute(level + 1, answers.front());
+        }
+        for (const auto &answer : answers) {
+            if (answer.first != kRangeName)
+                attribute(groups.size(), answer);
+        }
         for (std::size_t level = groups.size(); level-- > 0;)
             line(level, "}");
     }
@@ -44,6 +58,12 @@ class Skeleton {
     std::size_t last_attribute() const { return last_; }
 
   private:
+    void attribute(std::size_t level, const Answers::value_type &answer)
+    {
+        line(level, answer.first + " =" + (answer.second.empty() ? "" : " " + answer.second));
+        last_ = lines_;
+    }
+
     void line(std::size_t level, const std::string &what)
     {
         text_.append(4 * level, ' ').append(what).append("\n");
@@ -74,9 +94,18 @@ std::string mistake_in_last(const std::string &name, const Answers &answers)
     return "";
 }
 
-std::string last_part(const std::string &name, const Answers &)
+// Copies of a template need a key each.
+std::string key_of(const std::string &name, const Answers &)
 {
-    return name.substr(name.rfind('.') + 1); // npos + 1 is 0
+    const std::string last = name.substr(name.rfind('.') + 1); // npos + 1 is 0
+    return is_template(name) && !is_template(last) ? last + "__d" : last;
+}
+
+std::string file_of(const std::string &name, const Answers &)
+{
+    std::string group = name.substr(0, name.find('.'));
+    std::ranges::transform(group, group.begin(), [](unsigned char c) { return std::tolower(c); });
+    return is_template(group) ? "" : "/etc/" + group + ".conf";
 }
 
 // A value that the type takes.
@@ -132,8 +161,8 @@ constexpr Question kQuestions[] = {
     {"default", "Default", first_value, false, true},
     {"perm", "Who may do what: maker, administrators, operators, everybody", usual<kSettingPerm, kStatusPerm>,
      false, false},
-    {"file", "File", nothing, true, false},
-    {"attr", "Key in the file", last_part, false, false},
+    {"file", "File", file_of, true, false},
+    {"attr", "Key in the file", key_of, false, false},
     {"read", "Read function", usual<kRead, kRead>, false, false},
     {"write", "Write function", usual<kWrite, kNoWrite>, false, false},
     {"apply", "What makes it take effect", nothing, true, true},
@@ -141,8 +170,8 @@ constexpr Question kQuestions[] = {
 
 bool is_asked(const Question &question, const std::string &name, const Answers &answers)
 {
-    if (std::string_view(question.attribute) == "range")
-        return name.find("__") != std::string::npos;
+    if (question.attribute == kRangeName)
+        return is_template(name);
     return !question.is_for_settings || !is_status(answers);
 }
 

@@ -1,5 +1,6 @@
 #include "store/hdf_text.h"
 
+#include "base/limits.h"
 #include "base/text.h"
 
 #include <algorithm>
@@ -58,13 +59,20 @@ class Parser {
 
     std::string run()
     {
+        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+        if (text_.starts_with(kByteOrderMark)) {
+            at_ = kByteOrderMark.size();
+            if (const std::string end =
+                    mistaken({1, "a byte order mark: save the file without one", "", false});
+                !end.empty())
+                return end;
+        }
         while (at_ < text_.size()) {
             const char *error = line(next_line());
             if (!error)
                 continue;
-            const HdfMistake mistake{line_number_, error, "", false};
-            if (!listener_ || !listener_->mistaken(mistake))
-                return text_of(mistake);
+            if (const std::string end = mistaken({line_number_, error, "", false}); !end.empty())
+                return end;
         }
         if (open_.empty())
             return "";
@@ -78,11 +86,18 @@ class Parser {
     struct Outer {
         Node group; // what is around the brace
         int depth;
+        std::size_t name_bytes;
         std::size_t line; // of the brace, its name and how far in it stands
         std::string_view name;
         int column;
         int inside = -1; // how far in its first line stands
     };
+
+    // What ends the reading; empty: the listener goes on.
+    std::string mistaken(const HdfMistake &mistake)
+    {
+        return listener_ && listener_->mistaken(mistake) ? "" : text_of(mistake);
+    }
 
     static std::string text_of(const HdfMistake &mistake)
     {
@@ -137,15 +152,34 @@ class Parser {
         if (text == "}")
             return close();
         const std::string_view name = name_at(text);
-        if (!is_tree_name(name))
-            return name.empty() ? "no name" : "bad name";
-        return statement(name, trim(text.substr(name.size())));
+        if (name.empty())
+            return "it does not begin with a name";
+        const std::string_view rest = trim(text.substr(name.size()));
+        if (const char *why = beyond_ ? "" : beyond_limits(name, rest))
+            return pass_over(rest, why);
+        return is_tree_name(name) ? statement(name, rest) : "bad name";
+    }
+
+    // Returns what is wrong, or null.
+    const char *beyond_limits(std::string_view name, std::string_view rest) const
+    {
+        if (depth_ + depth_of(name) > kMaxTreeDepth)
+            return "nested too deeply";
+        // What has a value is no API, but below one.
+        const std::size_t last = rest.starts_with("{") ? name.size() : name.rfind('.') + 1;
+        return name_bytes_ + last > kMaxNameBytes ? "the name is too long" : nullptr;
+    }
+
+    // A group that cannot be, with what is in it, is one mistake.
+    const char *pass_over(std::string_view rest, const char *why)
+    {
+        const bool is_first = beyond_ == 0;
+        beyond_ += rest.starts_with("{") ? 1 : 0;
+        return is_first ? why : nullptr;
     }
 
     const char *statement(std::string_view name, std::string_view rest)
     {
-        if (depth_ + depth_of(name) > kMaxTreeDepth)
-            return "nested too deeply";
         if (rest.starts_with("=")) {
             give(name, trim(rest.substr(1)));
             return nullptr;
@@ -168,18 +202,24 @@ class Parser {
 
     const char *close()
     {
+        if (beyond_) {
+            --beyond_;
+            return nullptr;
+        }
         if (open_.empty())
             return "a closing brace too many";
         group_ = open_.back().group;
         depth_ = open_.back().depth;
+        name_bytes_ = open_.back().name_bytes;
         open_.pop_back();
         return nullptr;
     }
 
     void open(std::string_view name)
     {
-        open_.push_back({group_, depth_, line_number_, name, column_});
+        open_.push_back({group_, depth_, name_bytes_, line_number_, name, column_});
         depth_ += depth_of(name);
+        name_bytes_ += name.size() + 1;
         if (!group_)
             return;
         group_ = group_.make(name);
@@ -227,6 +267,8 @@ class Parser {
     std::size_t outside_line_ = 0;  // what tells
     Node group_;                    // what names are relative to
     int depth_ = 0;
+    std::size_t name_bytes_ = 0; // of the groups that are open, with their dots
+    std::size_t beyond_ = 0;     // groups that are open and beyond the limits
     HdfListener *listener_;
 };
 

@@ -32,7 +32,7 @@ class HdfListener {
 /// Reads a text into a node, merging with what is below it; with no node it is only looked at. What stands
 /// before a mistake is taken. Returns what is wrong, with the line: "line 7: ..."; empty when nothing is, or
 /// the listener went on behind it. Includes, links and attributes of the format are mistakes here, as are
-/// more levels than kMaxTreeDepth and NUL bytes.
+/// more levels than kMaxTreeDepth, names of over kMaxNameBytes and NUL bytes.
 std::string hdf_parse(std::string_view text, Node into, HdfListener *listener = nullptr);
 
 /// The children of `node` as a text, two blanks a level. What holds no value leaves no trace. A value that

@@ -2,6 +2,7 @@
 
 #include "base/limits.h"
 #include "base/text.h"
+#include "platform/password_type.h"
 #include "store/database.h"
 #include "store/flags.h"
 #include "store/names.h"
@@ -15,7 +16,7 @@ constexpr int kMaxLinks = 8;
 // Links in a circle lead nowhere that could be shown.
 bool is_or_leads_to_password(const MetaApi &api, int links)
 {
-    if (links == 0 || api.get("type").value_or("").find("password") != std::string_view::npos)
+    if (links == 0 || is_password_type(api.get("type").value_or("")))
         return true;
     const auto link = api.own("link");
     return link && is_or_leads_to_password(MetaApi(*link), links - 1);

@@ -2,9 +2,11 @@
 
 #include "platform/fd.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <memory>
 #include <openssl/err.h>
@@ -21,6 +23,7 @@ namespace {
 
 constexpr long kSecondsBack = 24L * 60 * 60; // clocks differ
 constexpr long kSecondsAhead = 825L * 24 * 60 * 60;
+constexpr int kLastDays = 30;
 
 template <auto Free>
 struct Freed {
@@ -59,13 +62,22 @@ void give_number(X509 *certificate)
     check(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), number >> 1U) == 1, "certificate");
 }
 
+// A clock that has not been set yet stands before this program was made.
+std::time_t now()
+{
+    struct stat program {};
+    const std::time_t made = ::stat("/proc/self/exe", &program) == 0 ? program.st_mtim.tv_sec : 0;
+    return std::max(std::time(nullptr), made);
+}
+
 Cert signed_by(EVP_PKEY *key, const std::string &name, const std::string &alternatives)
 {
     Cert certificate(X509_new());
     check(certificate && X509_set_version(certificate.get(), 2) == 1, "certificate");
     give_number(certificate.get());
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -kSecondsBack);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kSecondsAhead);
+    std::time_t begin = now();
+    X509_time_adj_ex(X509_getm_notBefore(certificate.get()), 0, -kSecondsBack, &begin);
+    X509_time_adj_ex(X509_getm_notAfter(certificate.get()), 0, kSecondsAhead, &begin);
     check(X509_set_pubkey(certificate.get(), key) == 1, "certificate");
     X509_NAME *subject = X509_get_subject_name(certificate.get());
     const auto *text = reinterpret_cast<const unsigned char *>(name.c_str());
@@ -84,6 +96,12 @@ std::string text_in(BIO *bio)
     char *data = nullptr;
     const long size = BIO_get_mem_data(bio, &data);
     return {data, static_cast<std::size_t>(size)};
+}
+
+Cert certificate_in(const std::string &path)
+{
+    const Bio file(BIO_new_file(path.c_str(), "r"));
+    return Cert(file ? PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr) : nullptr);
 }
 
 // Whole or not at all: a start that was cut off makes it anew.
@@ -123,11 +141,23 @@ void make_certificate(const std::string &certificate_file, const std::string &ke
     write_file(certificate_file, text_in(text.get()), 0644);
 }
 
+bool is_usable_certificate(const std::string &certificate_file, const std::string &key_file)
+{
+    const Cert certificate = certificate_in(certificate_file);
+    const Bio file(BIO_new_file(key_file.c_str(), "r"));
+    char no_password[] = ""; // nobody is there to be asked for one
+    const Key key(file ? PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, no_password) : nullptr);
+    std::time_t least = now() + kLastDays * 24L * 60 * 60;
+    const bool is_good = certificate && key && X509_check_private_key(certificate.get(), key.get()) == 1 &&
+                         X509_cmp_time(X509_get0_notAfter(certificate.get()), &least) > 0;
+    ERR_clear_error();
+    return is_good;
+}
+
 std::vector<std::string> names_of_certificate(const std::string &certificate_file)
 {
     std::vector<std::string> names;
-    const Bio file(BIO_new_file(certificate_file.c_str(), "r"));
-    const Cert certificate(file ? PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr) : nullptr);
+    const Cert certificate = certificate_in(certificate_file);
     if (!certificate)
         return names;
     const Names all(static_cast<GENERAL_NAMES *>(

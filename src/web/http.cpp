@@ -10,7 +10,7 @@ namespace qvcd::web {
 namespace {
 
 constexpr std::string_view kCookie = "qv_session=";
-constexpr std::string_view kBearer = "Bearer ";
+constexpr std::string_view kBearer = "bearer ";
 
 std::string_view trimmed(std::string_view text)
 {
@@ -19,6 +19,13 @@ std::string_view trimmed(std::string_view text)
     while (text.ends_with(' '))
         text.remove_suffix(1);
     return text;
+}
+
+// The names of schemes are the same in any case.
+bool has_scheme(std::string_view authorization, std::string_view scheme)
+{
+    return std::ranges::equal(authorization.substr(0, scheme.size()), scheme,
+                              [](char given, char lower) { return (given | 0x20) == lower; });
 }
 
 // Calls `take` with each part.
@@ -66,7 +73,7 @@ void take_target(std::string_view target, Request &request)
 
 void take_credentials(std::string_view authorization, std::string_view cookies, Request &request)
 {
-    if (authorization.starts_with(kBearer)) {
+    if (has_scheme(authorization, kBearer)) {
         request.token = trimmed(authorization.substr(kBearer.size()));
         return;
     }
@@ -82,9 +89,9 @@ void take_credentials(std::string_view authorization, std::string_view cookies, 
 
 std::optional<Credentials> basic_credentials(std::string_view authorization)
 {
-    constexpr std::string_view kBasic = "Basic ";
+    constexpr std::string_view kBasic = "basic ";
     constexpr std::size_t kMostBytes = 4096;
-    if (!authorization.starts_with(kBasic) || authorization.size() > kMostBytes)
+    if (!has_scheme(authorization, kBasic) || authorization.size() > kMostBytes)
         return std::nullopt;
     const std::string_view text = trimmed(authorization.substr(kBasic.size()));
     std::string bytes(text.size(), '\0');

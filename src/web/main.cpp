@@ -58,7 +58,7 @@ std::vector<std::string> own_addresses()
     return addresses;
 }
 
-// The one that is given, or that was made at the first start.
+// The one that is given, or that was made before, as long as it can be used.
 Certificate certificate_of(const Options &options)
 {
     if (!options.certificate.empty())
@@ -66,7 +66,7 @@ Certificate certificate_of(const Options &options)
     const std::filesystem::path folder = options.state_folder;
     std::filesystem::create_directories(folder);
     const Certificate own{folder / "certificate.pem", folder / "key.pem"};
-    if (std::filesystem::exists(own.certificate) && std::filesystem::exists(own.key))
+    if (is_usable_certificate(own.certificate, own.key))
         return own;
     const std::string name = host_name();
     std::vector<std::string> names = {name, name.substr(0, name.find('.')) + ".local", "localhost"};

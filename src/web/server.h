@@ -2,12 +2,11 @@
 
 #include "web/files.h"
 #include "web/gate.h"
+#include "web/guests.h"
 #include "web/routes.h"
 
-#include <cstddef>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace boost::asio {
 class io_context;
@@ -23,11 +22,6 @@ struct Site {
     const Gate &gate;
     const Files &files;
     Pool &quick, &slow, &login; ///< the lanes
-};
-
-struct ServerLimits {
-    std::size_t connections = 256;
-    std::size_t of_one_address = 32; ///< or of one IPv6 network of 64 bits
 };
 
 /// A certificate and its key, PEM files.

@@ -82,34 +82,40 @@ Wanted wanted_values(const Json &body)
                   .more = text_of({{"changes", changes}})};
 }
 
-// What was, and what is now.
-Json changes_between(const Call &call, const std::vector<NamedValue> &before,
-                     const std::vector<NamedValue> &after)
+// What was, and what is now: as `get` tells it, so that no secret comes back.
+Json changes_of(const Call &call, const std::vector<NamedValue> &before,
+                const std::vector<NamedValue> &changed)
 {
+    std::vector<std::string> names;
+    for (const NamedValue &value : changed)
+        names.push_back(value.name);
+    const std::vector<NamedValue> after =
+        names.empty() ? std::vector<NamedValue>() : fetch(call, "get", names).good;
     const Json from = call.services.types.typed(call.who, before);
-    const Json values = call.services.types.typed(call.who, after);
+    const Json to = call.services.types.typed(call.who, after);
     Json changes = Json::array();
-    for (const auto &[name, to] : values.items())
-        changes.push_back({{"name", name}, {"from", from.contains(name) ? from[name] : Json()}, {"to", to}});
+    for (const std::string &name : names)
+        changes.push_back(
+            {{"name", name}, {"from", from.value(name, Json())}, {"to", to.value(name, Json())}});
     return changes;
 }
 
 Answer set_values(const Call &call, const Wanted &wanted)
 {
     const Values before = fetch(call, "get", wanted.names);
-    Values after;
+    Values changed;
     const auto change = [&](const std::string &command, const std::vector<std::string> &arguments) {
         if (arguments.empty())
             return;
-        Values changed = fetch(call, command, arguments);
-        std::ranges::move(changed.good, std::back_inserter(after.good));
-        std::ranges::move(changed.errors, std::back_inserter(after.errors));
+        Values answered = fetch(call, command, arguments);
+        std::ranges::move(answered.good, std::back_inserter(changed.good));
+        std::ranges::move(answered.errors, std::back_inserter(changed.errors));
     };
     change("set", wanted.assignments);
     change("default", wanted.to_default);
-    const Json changes = changes_between(call, before.good, after.good);
-    if (!after.errors.empty())
-        refuse(after.errors, changes);
+    const Json changes = changes_of(call, before.good, changed.good);
+    if (!changed.errors.empty())
+        refuse(changed.errors, changes);
     return answer_of({{"changes", changes}});
 }
 

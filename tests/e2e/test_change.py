@@ -2,6 +2,7 @@
 
 import concurrent.futures
 import re
+import subprocess
 
 import pytest
 
@@ -212,6 +213,10 @@ def test_nine_distinct_actions_at_a_time(appliance):
     assert a.command("checkapp").lines == ["A.n9=1"]
     assert a.command("apply") == Reply(["A.n9=1"], 0)
     assert notes(a)[9:] == ["9"]
+    a.command("set " + " ".join(f"A.n{i}=0" for i in range(10)))
+    for said in ('qvc: 1 setting waits for the next "qvc apply": one runs at most 9 different actions\n', ""):
+        asked = subprocess.run(["qvc", "apply"], env=a.environment(), capture_output=True, text=True, timeout=60)
+        assert (asked.returncode, asked.stderr) == (0, said)
     assert a.command("checkapp") == Reply([], 0)
 
 

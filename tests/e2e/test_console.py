@@ -316,5 +316,5 @@ def test_pictures_of_all_pages(console):
             page.size(width)
             page.colours(scheme)
             page.picture(f"{name}-{'narrow' if width < 500 else scheme}")
-        wide = page.run("return document.documentElement.scrollWidth - innerWidth")
+        wide = page.run("return document.documentElement.scrollWidth - document.documentElement.clientWidth")
         assert wide <= 0, f"{link} is {wide} pixels too wide for a phone"

@@ -68,8 +68,16 @@ def test_new_check_doc_diff(appliance):
     a.start("-m", a.path("/new.hdf"))
     assert a.command("update Lamp.Front.level=8").lines[:1] == ["Lamp.Front.level=8"]
     assert a.read("/etc/lamp.conf") == "level=8\n"
+    code, text, _ = qvmeta("new", "Amp.__d.level", answers="1 4\nGain\n" + "\n" * 9)
+    a.write("/amp.hdf", text)
+    assert code == 0 and "attr = level__d" in text and qvmeta("check", a.path("/amp.hdf")) == (0, "", "")
+    a.write("/amps.hdf", text.replace("1 4", "1 2"))
+    assert qvmeta("diff", a.path("/amp.hdf"), a.path("/amps.hdf"))[:2] == (
+        1, 'Amp.__d: LOST: what users have saved in copies that are gone: range "1 2", was "1 4"\n')
+    with open("/dev/full", "w") as full:
+        assert subprocess.run([BIN_DIR / "qvmeta", "doc", a.path("/amp.hdf")], stdout=full).returncode == 1
 
-    for words in ([], ["nonsense"], ["check"], ["check", "--nonsense", "x"], ["doc"], ["diff", "x"], ["new", "a b"]):
+    for words in ([], ["nonsense"], ["check"], ["check", "--nonsense", "x"], ["check", "x", "--root"], ["doc"], ["diff", "x"], ["new", "a b"]):
         assert qvmeta(*words)[0] == 2, words
     old, new = a.path("/old.hdf"), a.path("/upgrade.hdf")
     old.write_text(GOOD)
@@ -102,6 +110,10 @@ Lamp.brightness: default "60", was "50"
 Lamp.mode: type "string_set day night dusk", was "string_set day night"
 Lamp.code: new
 """)
+    a.write("/any.hdf", GOOD.replace("type = integer_range 0 100", "type = ip_prefix"))
+    a.write("/four.hdf", GOOD.replace("type = integer_range 0 100", "type = ip_prefix 4"))
+    assert "LOST" in qvmeta("diff", a.path("/any.hdf"), a.path("/four.hdf"))[1]
+    assert "LOST" not in qvmeta("diff", a.path("/four.hdf"), a.path("/any.hdf"))[1]
     new.write_text(GOOD.replace("attr = level", "attr = bright").replace("7700", "7000"))
     assert qvmeta("diff", old, new)[:2] == (1, """Lamp.key: perm 7000, was 7700
 Lamp.level: LOST: the value stays behind: "bright" of /etc/lamp.conf, was "level" of /etc/lamp.conf; \

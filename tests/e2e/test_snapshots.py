@@ -281,7 +281,8 @@ def test_values_with_blanks_at_their_ends(presets):
     a.command("preset.export /tmp/out")
     for n in range(3, 9):
         a.command(f"preset.store {n}")
-    a.command("preset.import /tmp/out")
+    a.write("/tmp/out", a.read("/tmp/out") + "Preset.1.Enc.none=1\n")
+    assert a.command("preset.import /tmp/out").lines == ["Enc.none=##Parameter not found#"]
     assert a.command("preset.export").lines == before
 
 

@@ -2,6 +2,7 @@
 
 import base64
 import contextlib
+import functools
 import http.client
 import json
 import os
@@ -139,9 +140,10 @@ REQUESTS = {
     ("POST", "/api/v1/rollback"): [("", {"number": -1})],
     ("GET", "/api/v1/presets"): [("", None)],
     ("PUT", "/api/v1/presets/{number}"): [("3", None)],
+    ("PATCH", "/api/v1/presets/{number}"): [("3", {"name": "Studio: 50 % = half", "desc": "of the evening"})],
     ("GET", "/api/v1/presets/{number}"): [("3", None)],
     ("POST", "/api/v1/presets/{number}"): [("2", {"apply": True})],
-    ("PUT", "/api/v1/profiles/{name}"): [("evening", {"names": ["VideoEncoder"]})],
+    ("PUT", "/api/v1/profiles/{name}"): [("evening", {"names": ["VideoEncoder"]}), ("night", {"from": "evening"})],
     ("GET", "/api/v1/profiles"): [("", None)],
     ("GET", "/api/v1/profiles/{name}"): [("evening", None)],
     ("POST", "/api/v1/profiles/{name}"): [("evening", {})],
@@ -224,6 +226,9 @@ def test_values_are_what_they_are_and_refusals_are_the_daemons(gateway):
         assert status == 422
         assert problem["errors"] == [{"name": "Services.HTTP.port", "detail": "Invalid port number format"}]
         assert gateway.appliance.get("Services.HTTP.min_tls") == now
+    change["Services.Notify.password"] = "hush-hush"
+    status, _, problem = gateway.ask("PATCH", "/api/v1/values", {"values": change}, token)
+    assert status == 422 and problem["changes"][-1]["to"] == "*******" and "hush" not in json.dumps(problem)
     other = gateway.token("operator", "operator")
     _, _, state = gateway.ask("GET", "/api/v1/state", token=other)
     assert state["others"]["Services.HTTP.min_tls"] == "admin" and not state["own"]
@@ -231,6 +236,31 @@ def test_values_are_what_they_are_and_refusals_are_the_daemons(gateway):
     for name in ("", "A B", "Services.HTTP.port,Network", "%0aset", "Network", "../x"):
         status, _, problem = gateway.ask("GET", "/api/v1/values/" + name.replace(" ", "%20"), token=token)
         assert status == 404, (name, problem)
+
+
+def test_what_is_kept_and_who_logs_in(gateway):
+    token = gateway.token()
+    ask = functools.partial(gateway.ask, token=token)
+    named = {"name": "=<< Studio #1", "desc": "{of the evening}"}
+    assert ask("PATCH", "/api/v1/presets/3", named)[0] == 200
+    assert ask("PUT", "/api/v1/presets/3", {})[0] == 200  # other values, the same name
+    [preset] = [p for p in ask("GET", "/api/v1/presets")[2]["presets"] if p["number"] == 3]
+    assert preset | named == preset
+    for tail, body in (("3", {"name": "two\nlines"}), ("3", {}), ("99", named)):
+        assert ask("PATCH", f"/api/v1/presets/{tail}", body)[0] in (404, 422), (tail, body)
+    # A new user and his password are one change: refused, there is no user.
+    assert ask("PUT", "/api/v1/users/carol", {"group": "3", "password": "no\x01"})[0] == 422
+    assert "carol" not in str(ask("GET", "/api/v1/users")[2])
+    assert ask("PUT", "/api/v1/users/carol", {"group": "3", "password": "right"})[0] == 201
+    for password, expected in [("wrong", 401)] * 5 + [("right", 429)]:
+        status, headers, _ = gateway.ask("POST", "/api/v1/token", {"user": "carol", "password": password})
+        assert status == expected and (status != 429 or int(headers["Retry-After"]) > 0)
+    status = gateway.appliance.path("/var/run/qv-engine/update.status")
+    status.parent.mkdir(parents=True, exist_ok=True)
+    for state in ("restart-needed", "idle"):
+        status.write_text(f"state={state}\n")
+        signs = ask("GET", "/api/v1/state")[2]["restart"]
+        assert len(signs) == (state != "idle") and all(sign.endswith(".Update.Info.state") for sign in signs), signs
 
 
 def test_the_daemon_keeps_the_rights(gateway):
@@ -241,6 +271,7 @@ def test_the_daemon_keeps_the_rights(gateway):
         ("GET", "/api/v1/users", None),
         ("PUT", "/api/v1/users/viewer", {"group": "1"}),
         ("GET", "/api/v1/presets", None),
+        ("GET", "/api/v1/export?what=presets", None),
         ("POST", "/api/v1/wizard", {"done": True}),
         ("POST", "/api/v1/import", "Services.HTTP.port = 1\n"),
         ("GET", "/api/v1/values/Services.Certificate.key", None),
@@ -363,7 +394,7 @@ def test_events_go_to_hundreds_and_are_resumed(gateway):
 
 def test_metrics_are_what_prometheus_reads(gateway):
     basic = "Basic " + base64.b64encode(b"viewer:viewer").decode()
-    for authorization, expected in ((basic, 200), (basic, 200), ("Basic eDp5", 401), ("Basic =", 401), ("", 401)):
+    for authorization, expected in ((basic, 200), (basic, 200), (basic.replace("B", "b", 1), 200), ("Basic eDp5", 401), ("Basic =", 401), ("", 401)):
         status, _, text = gateway.ask("GET", "/metrics", Authorization=authorization)
         assert status == expected, authorization
         if status == 200:
@@ -415,6 +446,14 @@ def test_tls_begins_by_itself(appliance):
         assert "DNS:localhost" in names and "IP Address:127.0.0.1" in names and "P-256" in names
     with Gateway(a) as gateway:
         assert ssl.get_server_certificate(("127.0.0.1", gateway.port)) == made
+    own = key.with_name("certificate.pem")
+    subprocess.run(["openssl", "req", "-x509", "-key", key, "-days", "9", "-subj", "/CN=old", "-out", own], check=True, capture_output=True)
+    for spoil in (lambda: None, lambda: key.write_text("cut off")):  # the first one ends soon
+        spoil()
+        before = own.read_text()
+        with Gateway(a) as gateway:
+            made = ssl.get_server_certificate(("127.0.0.1", gateway.port))
+            assert made.strip() == own.read_text().strip() != before.strip()
     for options in (["--plain", "--listen", "0.0.0.0:0"], ["--listen", "nowhere"], ["--key", "x"], ["--idle", "0"]):
         done = subprocess.run([BIN_DIR / "qvweb", *options], env=a.environment(), capture_output=True, timeout=PATIENCE)
         assert done.returncode == 2 and done.stderr.startswith(b"qvweb: "), options

@@ -21,6 +21,8 @@ Web.port: type = integer_range 1 99999; default = 80; perm = 7744; read = kv_rfu
 Web.name: type = string; default = studio; perm = 7744; read = kv_rfunc; write = kv_wfunc; file = /etc/web; attr = name
 Web.secret: type = password 1 80; default = x; perm = 7744; read = kv_rfunc; write = kv_wfunc; file = /etc/web; attr = secret
 """)
+MANY = 150  # more than the words of a line
+META += metadata("".join(f"Many.a{i}: type = string; perm = 7744; default = none; read = kv_rfunc; write = kv_wfunc; file = /etc/many; attr = a{i}\n" for i in range(MANY)))
 WORKS = "#!/bin/sh\nexit 0\n"
 
 
@@ -115,8 +117,10 @@ def test_who_is_there_and_what_they_have(site):
     golden = site.folder / "golden.hdf"
     golden.write_text("Web {\n  name = studio\n}\n")
     assert site.fleet("diff", "--golden", golden)[:2] == (1, "enc07: Web.name=studio -> stage\n")
+    golden.write_text("Web {\n  name = studio\n}\nMany {\n" + "".join(f"  a{i} = {i}%25, x\n" for i in range(MANY)) + "}\n")
     code, output, _ = site.fleet("commit", "--settle", "0", "--where", "id=enc0*", "--golden", golden)
-    assert code == 0 and site.fleet("diff", "--golden", golden)[:2] == (0, "")
+    assert code == 0 and site.fleet("diff", "--where", "id=enc0*", "--golden", golden)[:2] == (0, "")
+    assert site.appliances["enc07"].get("Many.a149") == "149%, x"
     code, output, _ = site.fleet("get", "--json", "--where", "id=enc07", "Web.name", "Web.secret")
     assert json.loads(output) == {"id": "enc07", "values": {"Web.name": "studio", "Web.secret": "*******"}}
     code, output, errors = site.fleet("get", "No.such")
@@ -137,10 +141,11 @@ def test_a_rolling_commit_that_meets_a_broken_one(site):
     assert "10 done, 1 failed, 9 rolled back, 10 not begun" in output
     assert list(site.ports().values()) == ["81"] * 10 + ["80"] * 20
     assert site.commit(81, "--where", "id=enc15")[0] == 1  # nothing stands that would be in the way
-    # It is mended: the rest, and only the rest, is done.
+    # It is mended: the rest, and only the rest, is done; and what somebody changed since.
     site.appliances["enc15"].write("/apply", WORKS, 0o755)
+    site.appliances["enc03"].command("update Web.port=80")
     code, output, errors = site.commit(81, "--batch", "10")
-    assert code == 0 and "goes on" in errors and ended(output, "done") == IDS[10:], output + errors
+    assert code == 0 and "goes on" in errors and ended(output, "done") == ["enc03", *IDS[10:]], output + errors
     assert set(site.ports().values()) == {"81"}
     code, output, errors = site.commit(82, "--max-failures", "1", "--where", "id=enc0[12]")
     assert code == 0
@@ -177,7 +182,10 @@ def test_cut_off_and_resumed(site):
     wait_until(lambda: standing in "".join(site.appliances["enc15"].talk("commit -s -j").decode()), "a second batch")
     process.kill()
     process.communicate()
-    code, output, errors = site.commit(85, "--batch", "10")
+    journal = max(site.home.glob(".local/state/qvc/*.journal"), key=lambda file: file.stat().st_mtime)
+    with journal.open("a") as file:
+        file.write('{"state":5}\n{"id":"enc11","sta')
+    code, output, errors = site.commit(85, "--batch", "10", "-m", "again")
     assert code == 0 and "goes on" in errors, output + errors
     assert ended(output, "done") == IDS[10:]
     assert set(site.ports().values()) == {"85"}

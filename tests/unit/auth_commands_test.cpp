@@ -88,7 +88,7 @@ TEST_F(CommandsTest, UserSubCommands)
 
 TEST_F(CommandsTest, GroupSubCommands)
 {
-    const std::string groups = "Group.0.perm=7777\nGroup.1.perm=777\nGroup.2.perm=7777\n";
+    const std::string groups = "Group.0.perm=7777\nGroup.1.perm=777\nGroup.2.perm=77\n"; // what counts of it
     EXPECT_EQ((Answer{0, "##group add currently not supported#\n"}), ask_sub(groupRecord, {"add", "4"}));
     EXPECT_EQ((Answer{0, "##group rem currently not supported#\n"}), ask_sub(groupRecord, {"rem", "2"}));
     EXPECT_EQ((Answer{0, groups}), ask_sub(groupRecord, {"list"}));

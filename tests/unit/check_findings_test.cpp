@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -40,6 +41,7 @@ const Case kCases[] = {
     {Kind::syntax, "type = integer_range 0 100", "type integer_range", "m:6: neither a value nor a group"},
     {Kind::syntax, "level {", "level { # how bright", "m:4: text behind a brace"},
     {Kind::syntax, kEnd, "\n}\n}\n", "m:14: a closing brace too many"},
+    {Kind::syntax, "Lamp {", "\xEF\xBB\xBFLamp {", "m:1: a byte order mark: save the file without one"},
     {Kind::missing_brace, "    level {", "    group {\n        x {\n            attr = x\n    level {",
      "m:5: x: the group \"x\" has no closing brace; line 7 does not look like a part of it"},
     {Kind::given_twice, "default = 50", "default = 50\n        default = 60",
@@ -56,10 +58,14 @@ const Case kCases[] = {
      "m:12: Lamp.level: no attribute \"colour\""},
     {Kind::misplaced_attribute, "perm = 7744", "perm = 7744\n    default = 1",
      "m:3: Lamp: warning: \"default\" counts on an API only, and this is a group"},
+    {Kind::misplaced_attribute, kEnd, "\n}\nperm = 7744\n",
+     "m:14: warning: \"perm\" stands in no group: it counts for nothing"},
     {Kind::daemon_attribute, "help = Level", "help = Level\n        mod = 1",
      "m:12: Lamp.level: warning: the daemon writes \"mod\" itself"},
     {Kind::bad_value, "help = Level", "help << EOM\nLevel\nEOM",
      "m:13: Lamp.level: \"help\" has several lines"},
+    {Kind::bad_value, "help = Level", "help = Le\x1bvel",
+     "m:11: Lamp.level: \"help\" has control characters"},
     {Kind::bad_switch, "help = Level", "help = Level\n        dynamic = yes",
      "m:12: Lamp.level: dynamic is \"yes\", neither true nor false"},
     {Kind::bad_timeout, "help = Level", "help = Level\n        timeout = 5m",
@@ -118,6 +124,9 @@ const Case kCases[] = {
     {Kind::unknown_writer, "write = kv_wfunc", "write = kv_rfunc",
      "m:9: Lamp.level: no write function \"kv_rfunc\"; did you mean \"kv_wfunc\"?"},
     {Kind::writer_arguments, "attr = level", "attr =", "m:5: Lamp.level: kv_wfunc needs a key in \"attr\""},
+    {Kind::writer_arguments, "integer_range 0 100\n        default = 50", "string\n        default = =50",
+     "m:7: Lamp.level: kv_wfunc cannot write the default \"=50\": it would not read back: it begins like a "
+     "separator"},
     {Kind::no_writer, "write = kv_wfunc", "",
      "m:4: Lamp.level: it may be set, and there is no write function"},
     {Kind::unsaveable, "write = kv_wfunc", "write = no_wfunc",
@@ -180,6 +189,9 @@ const Case kCases[] = {
      "m:5: Lamp.__d: range ends with \"Lamp.count\", which is no API"},
     {Kind::bad_range, "level {", "__d {\n        range = 1",
      "m:5: Lamp.__d: range is \"1\", not START LAST [STEP]"},
+    {Kind::bad_range, "    level {",
+     "    __d {\n        range = 1 1000\n    }\n    __d.__d {\n        range = 0 999",
+     "m:8: Lamp.__d.__d: range makes, with those around it, more than 131072 copies"},
     {Kind::unused_range, "perm = 7744", "perm = 7744\n    range = 1 4",
      "m:3: Lamp: warning: there is no template here, whose name begins with \"__\""},
     {Kind::copies_share_key, "level {", "__d {\n        range = 1 4",
@@ -262,6 +274,22 @@ TEST(Findings, EveryKindIsTriedAndSensibleModelsAreClean)
 )";
     for (const Finding &one : findings_of(std::string(kTemplates)))
         ADD_FAILURE() << finding_line(one);
+}
+
+TEST(Findings, WhatIsBeyondTheLimitsIsOneMistake)
+{
+    std::string deep = "a = 1\n}\n";
+    for (int i = 0; i < 100; ++i)
+        deep = "g {\n" + deep + "}\n";
+    const std::string good(kGood);
+    for (const auto &[text, said] :
+         {std::pair{"A {\n" + deep, "m:65: nested too deeply"},
+          std::pair{std::string(1024, 'a') + " {\n attr = x\n}\n", "m:1: the name is too long"}}) {
+        const std::vector<Finding> findings = findings_of(text + good);
+        EXPECT_EQ(std::ranges::count(findings, Kind::syntax, &Finding::kind), 1) << said;
+        EXPECT_EQ(finding_line(*std::ranges::find(findings, Kind::syntax, &Finding::kind)), said);
+        EXPECT_EQ(std::ranges::count(findings, Kind::missing_brace, &Finding::kind), 0) << said;
+    }
 }
 
 TEST(Findings, FilesOfTheApplianceAndOfTheModel)

@@ -4,6 +4,7 @@
 #include "client/plain_command.h"
 #include "client/shell_line.h"
 #include "client/shell_words.h"
+#include "platform/password_type.h"
 
 #include <gtest/gtest.h>
 
@@ -108,9 +109,10 @@ TEST(ClientShell, NamesCountFromTheLevel)
 
 TEST(ClientShell, PasswordsAreKnownByTheirType)
 {
-    for (const char *type : {"password", "password 1 32", "blank,password 8 63"})
+    for (const char *type : {"password", "password 1 32", "blank,password 8 63", "blank, password_old\t8"})
         EXPECT_TRUE(is_password_type(type)) << type;
-    for (const char *type : {"", "string", "password_hint", "string_set password2", "xpassword"})
+    for (const char *type :
+         {"", ",", "string", "string_set password2", "string_set yes prohibit-password no"})
         EXPECT_FALSE(is_password_type(type)) << type;
     for (const char *argument : {"A=?", "A=-", "A=@f", "A=\\?", "A=\\\\@"})
         EXPECT_TRUE(is_special_value(argument)) << argument;

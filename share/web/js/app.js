@@ -15,7 +15,7 @@ import { loginPage } from "./pages/login.js";
 import { showPage } from "./pages/index.js";
 import { hasOwnPending } from "./components/pendingbar.js";
 import { review } from "./components/review.js";
-import { attempt } from "./components/toast.js";
+import { attempt, toast, told } from "./components/toast.js";
 
 let shell = null;
 let leavePage = () => {};
@@ -41,9 +41,11 @@ async function route(path) {
                 shell.main.querySelector("h1")?.focus({ preventScroll: true });
         }
     } catch (error) {
-        if (current())
-            shell.main.replaceChildren(h("div", { class: "page-main" }, h("h1", {}, "This page could not be read"), h("p", { class: "empty" }, error.message),
-                button("Try again", () => route(path), { kind: "primary" })));
+        if (!current())
+            return;
+        leavePage = health.on("state", (now) => now === "well" && route(path));
+        shell.main.replaceChildren(h("div", { class: "page-main" }, h("h1", {}, "This page could not be read"), h("p", { class: "empty" }, told(error)),
+            button("Try again", () => route(path), { kind: "primary" })));
     }
 }
 
@@ -70,6 +72,13 @@ function sessionEnded() {
     state.session = null;
     showLogin("Your session is over. Log in to go on where you were.", user);
     state.lastUser = user;
+}
+
+/** In another tab somebody else has logged in, and is who asks from here, too. */
+function becameAnother(session) {
+    closeShell();
+    toast(`${session.user} is logged in with this browser now.`, "note");
+    start(session);
 }
 
 async function logOut() {
@@ -122,6 +131,7 @@ window.addEventListener("beforeunload", (event) => {
 });
 onSessionOver(sessionEnded);
 state.on("over", sessionEnded);
+state.on("another", becameAnother);
 startRouter(route);
 startKeyboard({
     "/": () => shell?.search.focus(),

@@ -28,9 +28,9 @@ export function leadsTo(name, value) {
     if (old === value || old === undefined)
         return null;
     const secure = location.protocol === "https:";
-    if ((name === `${HTTP}port` && !secure && old === port()) || (name === `${HTTP}https` && secure && old === port()))
+    if ((name === `${HTTP}port` && !secure && old === port()) || (name === `${HTTP}https_port` && secure && old === port()))
         return `${location.protocol}//${location.hostname}:${value}/`;
-    if (name === `${HTTP}enable` && value === "0" && state.values.get(`${HTTP}${secure ? "https" : "port"}`) === port())
+    if (name === `${HTTP}enable` && value === "0" && state.values.get(`${HTTP}${secure ? "https_port" : "port"}`) === port())
         return "";
     if (!name.startsWith("Network."))
         return null;

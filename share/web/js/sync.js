@@ -77,6 +77,9 @@ function refreshSoon() {
 async function refreshAll() {
     if (!state.session)
         return;
+    const session = await api.session().catch(() => state.session);
+    if (session && state.session && session.user !== state.session.user)
+        return state.emit("another", session);
     await Promise.all([loadSettings(), refreshMarks()]).catch(() => {});
     state.emit("refreshed");
 }

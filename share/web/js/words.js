@@ -16,7 +16,7 @@ function word(text) {
     return SHORT.has(text.toLowerCase()) ? text.toUpperCase().replace("IPV", "IPv") : text;
 }
 
-function capital(text) {
+export function capital(text) {
     return text.charAt(0).toUpperCase() + text.slice(1);
 }
 

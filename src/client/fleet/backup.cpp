@@ -37,6 +37,7 @@ int run_backup(Task &task, Arguments arguments)
         throw UsageError(folder + ": " + std::strerror(errno));
     bool written = true;
     std::size_t count = 0;
+    const std::size_t all = where.all(task.fleet).size();
     const bool good =
         ask_all(task, where.online(task.fleet), kExport, [&](const std::string &id, const Answer &a) {
             if (!problem_of(a).empty())
@@ -50,9 +51,8 @@ int run_backup(Task &task, Arguments arguments)
                 written = false;
             }
         });
-    const std::size_t all = where.all(task.fleet).size();
     if (task.json)
-        std::printf("%s\n", json_line({{"written", count}, {"appliances", all}}).c_str());
+        print_json({{"written", count}, {"appliances", all}});
     else
         std::printf("%zu of %zu appliances are in %s\n", count, all, folder.c_str());
     return good && written && count == all ? 0 : 1;

@@ -63,7 +63,12 @@ std::string problem_of(const Answer &answer)
 
 void tell_problem(const std::string &id, const std::string &problem)
 {
-    std::fprintf(stderr, "qvc: %s: %s\n", for_errors(id).c_str(), for_errors(problem).c_str());
+    std::fprintf(stderr, "qvc: %s: %s\n", one_line(id).c_str(), one_line(problem).c_str());
+}
+
+void print_json(const Json &json)
+{
+    std::printf("%s\n", for_output(json_line(json)).c_str());
 }
 
 bool ask_all(Task &task, const std::vector<std::string> &ids, const std::string &lines,

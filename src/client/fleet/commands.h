@@ -56,4 +56,7 @@ std::string problem_of(const Answer &answer);
 
 void tell_problem(const std::string &id, const std::string &problem);
 
+/// A line of it on standard output.
+void print_json(const Json &json);
+
 } // namespace qvcd::client::fleet

@@ -31,11 +31,11 @@ bool print_differences(const Task &task, const std::string &id, const Values &be
         list.push_back({{"name", name}, {"old", old}, {"new", now}});
         if (!task.json)
             std::printf("%s\n",
-                        for_output(id + (id.empty() ? "" : ": ") + name + "=" + old + " -> " + now).c_str());
+                        one_line(id + (id.empty() ? "" : ": ") + name + "=" + old + " -> " + now).c_str());
     }
     const bool same = list.empty();
     if (task.json)
-        std::printf("%s\n", json_line({{"id", id}, {"values", std::move(list)}}).c_str());
+        print_json({{"id", id}, {"values", std::move(list)}});
     return same;
 }
 

@@ -7,6 +7,7 @@
 
 #include "client/errors.h"
 #include "platform/crypto.h"
+#include "platform/mqtt.h"
 #include "qvclient/reply.h"
 
 namespace qvcd::client::fleet {
@@ -20,6 +21,9 @@ constexpr auto kAttempt = 10s; // then what is harmless is asked again
 constexpr auto kTick = 100ms;
 constexpr auto kSoon = 500ms;
 constexpr char kMarker[] = "-"; // the last level of a topic of our own
+constexpr std::size_t kMostStatusBytes = std::size_t{64} << 10;
+constexpr std::size_t kMostReplyBytes = std::size_t{8} << 20; // as the appliances keep it
+constexpr int kDeepest = 16;
 
 std::string hex(std::uint32_t number)
 {
@@ -30,8 +34,7 @@ std::string hex(std::uint32_t number)
 
 std::string caller_name(const std::string &user)
 {
-    const bool good = !user.empty() && user.find_first_of("/+#$ ") == std::string::npos;
-    return good ? user : "qvc-" + hex(qvcrypto_random31());
+    return is_topic_level(user) ? user : "qvc-" + hex(qvcrypto_random31());
 }
 
 std::string property(const Happening &happening, std::string_view name)
@@ -63,6 +66,12 @@ std::string json_line(const Json &json)
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+Json json_of(std::string_view text)
+{
+    return Json::parse(
+        text, [](int depth, Json::parse_event_t, Json &) { return depth <= kDeepest; }, false);
+}
+
 std::string Member::fact(const std::string &name) const
 {
     if (name == "online")
@@ -80,13 +89,18 @@ Fleet::Fleet(const Settings &settings)
     gather();
 }
 
+std::string Fleet::name() const
+{
+    return settings_.host + ":" + std::to_string(settings_.port) + "/" + settings_.prefix;
+}
+
 // The broker sends what it kept when it is subscribed to. What we send ourselves behind that comes last.
 void Fleet::gather()
 {
     const auto deadline = Clock::now() + kConnectPatience;
     while (!is_gathered_) {
         std::optional<Happening> happening = link_.next(deadline);
-        if (!happening)
+        if (!happening || Clock::now() >= deadline) // what comes may have no end
             throw WireError("the broker does not answer");
         take(std::move(*happening));
         if (!refusal_.empty())
@@ -107,6 +121,8 @@ void Fleet::take(Happening &&happening)
     switch (happening.kind) {
     case Happening::Kind::connected:
         is_up_ = true;
+        if (on_event_)
+            on_event_({"", "is back", ""});
         return subscribe();
     case Happening::Kind::lost:
         if (!is_gathered_)
@@ -141,17 +157,21 @@ void Fleet::take(Happening &&happening)
 
 void Fleet::take_status(const std::string &id, const std::string &payload)
 {
-    Json status = Json::parse(payload, nullptr, false);
-    if (payload.empty() || !status.is_object()) { // who clears a status takes the appliance out
+    if (!is_topic_level(id)) // such an id no appliance has
+        return;
+    Json status = payload.size() <= kMostStatusBytes ? json_of(payload) : Json();
+    if (!status.is_object()) { // who clears a status takes the appliance out
         members_.erase(id);
         return;
     }
     Member &member = members_[id];
     const bool was_online = member.is_online();
+    const bool was_told = member.status.value("online", false); // also before the broker was lost
     member = {std::move(status), true};
+    member.status["id"] = id; // whatever it calls itself
     if (!member.status["online"].is_boolean())
         member.status["online"] = false;
-    if (on_event_ && is_gathered_ && was_online != member.is_online())
+    if (on_event_ && is_gathered_ && was_told != member.is_online())
         on_event_({id, member.is_online() ? "online" : "offline", ""});
     if (!was_online || member.is_online())
         return;
@@ -170,11 +190,14 @@ void Fleet::take_reply(Happening &&happening)
         return;
     }
     const auto found = by_correlation_.find(happening.correlation);
-    if (found == by_correlation_.end() || !happening.topic.ends_with("/" + found->second->id) ||
+    if (found == by_correlation_.end() ||
+        happening.topic != topics_ + "reply/" + caller_ + "/" + found->second->id ||
         number(property(happening, "part")) != found->second->next_part)
         return;
     const Place place = found->second;
     place->text += happening.payload;
+    if (place->text.size() > kMostReplyBytes)
+        return finish(place, {.how = Answer::How::silent, .problem = "its reply is too long"});
     if (number(property(happening, "parts")) > place->next_part++)
         return;
     Answer answer{.how = Answer::How::answered};
@@ -198,6 +221,8 @@ void Fleet::take_reply(Happening &&happening)
 
 void Fleet::take_loss()
 {
+    if (on_event_ && is_up_)
+        on_event_({"", "went away", ""});
     is_up_ = false;
     for (auto &[id, member] : members_)
         member.is_known = false;
@@ -242,7 +267,7 @@ bool Fleet::send(Asked &asked)
          .properties = {{"user", settings_.user}, {"password", settings_.password}, {"client", "qvc-fleet"}},
          .expiry = std::chrono::ceil<std::chrono::seconds>(attempt)});
     if (message)
-        by_message_[*message] = asked.correlation;
+        by_message_[asked.message = *message] = asked.correlation;
     return message.has_value();
 }
 
@@ -264,9 +289,18 @@ void Fleet::send_more()
     }
 }
 
+// What is on the way, or was.
+void Fleet::forget(const Asked &asked)
+{
+    by_correlation_.erase(asked.correlation);
+    const auto message = by_message_.find(asked.message);
+    if (message != by_message_.end() && message->second == asked.correlation)
+        by_message_.erase(message);
+}
+
 void Fleet::again(Place place, std::chrono::milliseconds later)
 {
-    by_correlation_.erase(place->correlation);
+    forget(*place);
     place->not_before = Clock::now() + later;
     place->is_sent = false;
     waiting_.splice(waiting_.end(), sent_, place);
@@ -282,7 +316,7 @@ void Fleet::give_up(Place place, const std::string &problem)
 
 void Fleet::finish(Place place, const Answer &answer)
 {
-    by_correlation_.erase(place->correlation);
+    forget(*place);
     std::list<Asked> done;
     done.splice(done.end(), place->is_sent ? sent_ : waiting_, place);
     done.front().on_answer(answer);
@@ -316,6 +350,15 @@ void Fleet::work(const std::function<void()> &on_step)
         tick = Clock::now() + kTick;
         if (on_step)
             on_step();
+    }
+}
+
+void Fleet::rest(std::chrono::seconds time)
+{
+    const auto end = Clock::now() + time;
+    while (Clock::now() < end) {
+        if (std::optional<Happening> happening = link_.next(end))
+            take(std::move(*happening));
     }
 }
 

@@ -22,6 +22,9 @@ using Json = nlohmann::ordered_json;
 /// One line; bytes that are no UTF-8 are replaced.
 std::string json_line(const Json &json);
 
+/// What an appliance sent; discarded when it is no JSON. What is nested too deep for us is left out.
+Json json_of(std::string_view text);
+
 /// An appliance as its status tells.
 struct Member {
     Json status = Json::object();
@@ -50,6 +53,9 @@ class Fleet {
     /// Connects, and learns of all statuses. Throws WireError.
     explicit Fleet(const Settings &settings);
 
+    /// Which fleet it is: the broker's host and port, and the prefix of the topics.
+    std::string name() const;
+
     const std::map<std::string, Member> &members() const { return members_; }
 
     struct Question {
@@ -66,8 +72,11 @@ class Fleet {
     /// Until everything is answered; what on_answer asks, too. `on_step` is called some times a second.
     void work(const std::function<void()> &on_step = {});
 
-    /// Tells of events, and of statuses that changed, until `stops` gives true, which is asked twice a
-    /// second.
+    /// Takes what comes for so long.
+    void rest(std::chrono::seconds time);
+
+    /// Tells of events, and of appliances that come and go, until `stops` gives true, which is asked twice a
+    /// second. An event without an id is about the broker: it "went away", or "is back".
     struct Event {
         std::string id, name, payload;
     };
@@ -84,6 +93,7 @@ class Fleet {
         Clock::time_point not_before{};
         bool is_sent = false;
         std::string correlation = {}; // of what is on the way
+        int message = 0;              // its number
         std::string text = {};
         int next_part = 1;
     };
@@ -95,6 +105,7 @@ class Fleet {
     void take_status(const std::string &id, const std::string &payload);
     void take_reply(Happening &&happening);
     void take_loss();
+    void forget(const Asked &asked);
     void not_taken(const Happening &happening);
     void send_more();
     bool send(Asked &asked);

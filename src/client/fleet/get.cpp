@@ -44,10 +44,14 @@ int run_get(Task &task, Arguments arguments)
     const std::vector<std::string> names = arguments.rest("fleet get", 1);
     Columns columns;
     std::set<std::string> found;
+    bool any = false;
     const bool good = ask_all(task, where.online(task.fleet), get_lines(names),
                               [&](const std::string &id, const Answer &a) {
                                   if (a.how != Answer::How::answered)
                                       return;
+                                  any = true;
+                                  if (task.json && !differ) // as they come, for there may be many
+                                      return print_json({{"id", id}, {"values", values_in(a)}});
                                   Values &values = columns[id] = values_in(a);
                                   for (const auto &[name, value] : values)
                                       found.insert(name);
@@ -60,11 +64,11 @@ int run_get(Task &task, Arguments arguments)
             if (values.contains(name))
                 shown[name] = values.at(name);
         }
-        std::printf("%s\n", json_line({{"id", id}, {"values", std::move(shown)}}).c_str());
+        print_json({{"id", id}, {"values", std::move(shown)}});
     }
     if (!task.json)
         print_columns(columns, found);
-    return good && !columns.empty() ? 0 : 1;
+    return good && any ? 0 : 1;
 }
 
 } // namespace qvcd::client::fleet

@@ -68,8 +68,11 @@ Journal::Journal(const std::string &what)
     if (::fstat(fd_.get(), &st) == 0 && std::time(nullptr) - st.st_mtime < kOldest)
         read(text_of(fd_.get()));
     resumed_ = !run_.empty();
-    if (resumed_)
+    if (resumed_) {
+        if (!write_all(fd_.get(), "\n")) // behind a line that was cut off
+            refuse(file_);
         return;
+    }
     run_ = std::to_string(qvcrypto_random31());
     if (::ftruncate(fd_.get(), 0) != 0 || !write_all(fd_.get(), json{{"run", run_}}.dump() + "\n"))
         refuse(file_);
@@ -81,13 +84,15 @@ void Journal::read(const std::string &text)
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
         const json entry = json::parse(line, nullptr, false);
-        if (!entry.is_object())
-            continue;
-        if (entry.contains("run") && entry["run"].is_string())
-            run_ = entry["run"];
-        const auto *const state = std::ranges::find(kStates, entry.value("state", ""));
-        if (entry.contains("id") && entry["id"].is_string() && state != kStates.end())
-            states_[entry["id"]] = static_cast<State>(state - kStates.begin());
+        const auto word = [&](const char *name) {
+            const auto found = entry.is_object() ? entry.find(name) : entry.end();
+            return found != entry.end() && found->is_string() ? found->get<std::string>() : "";
+        };
+        if (!word("run").empty())
+            run_ = word("run");
+        const auto *const state = std::ranges::find(kStates, word("state"));
+        if (!word("id").empty() && state != kStates.end())
+            states_[word("id")] = static_cast<State>(state - kStates.begin());
     }
 }
 

@@ -19,8 +19,8 @@ class Journal {
         undone, ///< with its batch
     };
 
-    /// Of the run that `what` describes. One that was not touched for a day counts as ended. Throws
-    /// UsageError when another process has it, or it cannot be written.
+    /// Of the run that `what` describes, with the fleet that it is about. One that was not touched for a day
+    /// counts as ended. Throws UsageError when another process has it, or it cannot be written.
     explicit Journal(const std::string &what);
 
     bool is_resumed() const { return resumed_; }

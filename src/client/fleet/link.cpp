@@ -23,6 +23,7 @@ constexpr int kKeepAliveSeconds = 30;
 constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kStopPatience{1};
 constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20;
+constexpr std::uint32_t kMostPacketBytes = std::uint32_t{1} << 20; // several times a part of a reply
 
 class PropertyList {
   public:
@@ -156,9 +157,11 @@ bool Link::Shared::stops_within(std::chrono::seconds time)
 // The library's loop reconnects by itself, but gives up after some failures; we do not.
 void Link::Shared::run()
 {
+    PropertyList p; // the library keeps a copy for later connects
+    ::mosquitto_property_add_int32(&p.list, MQTT_PROP_MAXIMUM_PACKET_SIZE, kMostPacketBytes);
     errno = 0;
     int rc =
-        ::mosquitto_connect_bind_v5(client.get(), host.c_str(), port, kKeepAliveSeconds, nullptr, nullptr);
+        ::mosquitto_connect_bind_v5(client.get(), host.c_str(), port, kKeepAliveSeconds, nullptr, p.list);
     if (rc != MOSQ_ERR_SUCCESS)
         note({.kind = Happening::Kind::lost,
               .reason = "cannot reach the broker at " + host + " port " + std::to_string(port) + ": " +

@@ -46,7 +46,7 @@ int run_list(Task &task, Arguments arguments)
     for (const std::string &id : where.all(task.fleet)) {
         const Member &member = task.fleet.members().at(id);
         if (task.json) {
-            std::printf("%s\n", json_line(member.status).c_str());
+            print_json(member.status);
             continue;
         }
         rows.push_back({id, member.is_online() ? "online" : "offline", member.fact("label"),

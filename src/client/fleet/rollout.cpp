@@ -1,7 +1,6 @@
 #include "client/fleet/rollout.h"
 
 #include <algorithm>
-#include <thread>
 
 #include "client/fleet/progress.h"
 #include "qvclient/escape.h"
@@ -12,9 +11,9 @@ namespace qvcd::client::fleet {
 namespace {
 
 constexpr char kHidden[] = "*******";
-constexpr char kNothingStands[] = "##Nothing awaits confirmation#";
 constexpr char kStands[] = " awaits confirmation#"; // behind the number of a commit
 constexpr std::chrono::seconds kUndoPatience{20};
+constexpr std::size_t kMostWords = 90; // the daemon takes 99, options among them; more go as a document
 
 std::string line_of(const std::vector<std::string> &words)
 {
@@ -25,7 +24,7 @@ std::string line_of(const std::vector<std::string> &words)
 Json told(const Answer &answer)
 {
     for (const std::string &line : answer.lines) {
-        Json json = Json::parse(line, nullptr, false);
+        Json json = json_of(line);
         if (json.is_object())
             return json;
     }
@@ -57,7 +56,7 @@ std::string first_error(const Json &json)
 bool is_confirmed(const Answer &answer, long number_of_entry)
 {
     for (const std::string &line : answer.lines) {
-        const Json json = Json::parse(line, nullptr, false);
+        const Json json = json_of(line);
         for (const Json &entry : json.is_object() ? json.value("entries", Json::array()) : Json::array()) {
             if (number(entry, "number") == number_of_entry)
                 return text(entry, "end") == "confirmed";
@@ -72,10 +71,27 @@ std::string problem_with(const Answer &answer)
     return error.empty() ? problem_of(answer) : error;
 }
 
+// Whether all of these are in force, or hidden.
+bool are_in_force(const Values &wanted, const Values &now)
+{
+    return std::ranges::all_of(wanted, [&](const auto &one) {
+        const auto found = now.find(one.first);
+        return found != now.end() && (found->second == one.second || found->second == kHidden);
+    });
+}
+
+std::vector<std::string> names_of(const Values &values)
+{
+    std::vector<std::string> names;
+    for (const auto &[name, value] : values)
+        names.push_back(name);
+    return names;
+}
+
 } // namespace
 
 Rollout::Rollout(Task &task, Journal &journal, Plan plan)
-    : task_(task), journal_(journal), plan_(std::move(plan))
+    : task_(task), journal_(journal), plan_(std::move(plan)), mark_("(fleet " + journal.run() + ")")
 {
 }
 
@@ -118,6 +134,7 @@ std::vector<std::string> Rollout::in_order() const
 bool Rollout::run(const std::function<void(const std::string &, State, const std::string &)> &tell)
 {
     tell_ = tell;
+    look_at_done();
     settled_ = count(State::done);
     const std::vector<std::string> ids = in_order();
     for (std::size_t i = 0; i < ids.size() && failures_ <= plan_.max_failures; i += plan_.batch) {
@@ -127,6 +144,21 @@ bool Rollout::run(const std::function<void(const std::string &, State, const std
         run_batch(batch);
     }
     return count(State::done) == plan_.changes.size();
+}
+
+// What a run before us did, somebody may have changed since.
+void Rollout::look_at_done()
+{
+    for (const auto &[id, values] : plan_.changes) {
+        if (journal_.state(id) == State::done && !values.empty())
+            task_.fleet.ask(id, {get_lines(names_of(values)), true, plan_.confirm_in / 4},
+                            [this, id = id, wanted = &values](const Answer &answer) {
+                                if (answer.how == Answer::How::answered &&
+                                    !are_in_force(*wanted, values_in(answer)))
+                                    journal_.note(id, State::open);
+                            });
+    }
+    work("looking at what was done");
 }
 
 void Rollout::run_batch(Batch &batch)
@@ -155,12 +187,9 @@ void Rollout::commit(Batch &batch)
     for (auto &[id, one] : batch) {
         if (one.entry != 0 || !one.problem.empty())
             continue;
-        std::vector<std::string> words{"commit", "-j",      "-c", std::to_string(plan_.confirm_in.count()),
-                                       "-m",     plan_.text};
-        for (const auto &[name, value] : plan_.changes.at(id))
-            words.push_back(name + "=" + value);
+        const std::string lines = commit_lines(plan_.changes.at(id));
         journal_.note(id, State::asked);
-        task_.fleet.ask(id, {line_of(words), false, plan_.confirm_in / 2},
+        task_.fleet.ask(id, {lines, false, plan_.confirm_in / 2},
                         [&, i = id, o = &one](const Answer &answer) { take_commit(i, *o, answer, unsure); });
     }
     work("committing");
@@ -169,6 +198,25 @@ void Rollout::commit(Batch &batch)
         if (One &one = batch[id]; one.entry == 0 && one.problem.empty())
             one.problem = "it did not say what became of the commit, and nothing stands";
     }
+}
+
+std::string Rollout::commit_lines(const Values &values) const
+{
+    std::vector<std::string> words{"commit", "-j",
+                                   "-c",     std::to_string(plan_.confirm_in.count()),
+                                   "-m",     plan_.text.empty() ? mark_ : plan_.text + " " + mark_};
+    const bool as_document = values.size() > kMostWords;
+    std::string document;
+    for (const auto &[name, value] : values) {
+        if (as_document)
+            document += name + "=" + url_escape(value) + "\n";
+        else
+            words.push_back(name + "=" + value);
+    }
+    if (!as_document)
+        return line_of(words);
+    words.emplace_back("-");
+    return "document " + std::to_string(document.size()) + "\n" + document + "\n" + line_of(words);
 }
 
 void Rollout::take_commit(const std::string &id, One &one, const Answer &answer,
@@ -196,7 +244,7 @@ void Rollout::look_for_standing(Batch &batch, const std::vector<std::string> &id
             const Json json = told(answer);
             if (answer.how != Answer::How::answered)
                 one.problem = answer.problem;
-            else if (text(json, "text") == plan_.text) {
+            else if (text(json, "text").ends_with(mark_)) {
                 one.entry = number(json, "entry");
                 one.problem.clear();
             }
@@ -207,15 +255,13 @@ void Rollout::look_for_standing(Batch &batch, const std::vector<std::string> &id
 
 void Rollout::wait_to_settle()
 {
-    std::this_thread::sleep_for(plan_.settle);
+    task_.fleet.rest(plan_.settle);
 }
 
 void Rollout::verify(Batch &batch)
 {
     for (auto &[id, one] : batch) {
-        std::vector<std::string> names;
-        for (const auto &[name, value] : one.expected)
-            names.push_back(name);
+        const std::vector<std::string> names = names_of(one.expected);
         if (one.entry == 0 || one.is_unchanged || names.empty())
             continue;
         task_.fleet.ask(

@@ -25,7 +25,7 @@ class Rollout {
         std::size_t max_failures = 0;
         std::chrono::seconds confirm_in{120};
         std::chrono::seconds settle{3}; ///< from the commit to the first look: an action may cut it off
-        std::string text;
+        std::string text;               ///< for the history; the run's mark is added
     };
 
     Rollout(Task &task, Journal &journal, Plan plan);
@@ -46,7 +46,9 @@ class Rollout {
     using Batch = std::map<std::string, One>;
 
     std::vector<std::string> in_order() const;
+    void look_at_done();
     void run_batch(Batch &batch);
+    std::string commit_lines(const Values &values) const;
     void commit(Batch &batch);
     void look_for_standing(Batch &batch, const std::vector<std::string> &ids);
     void take_commit(const std::string &id, One &one, const Answer &answer, std::vector<std::string> &unsure);
@@ -60,6 +62,7 @@ class Rollout {
     Task &task_;
     Journal &journal_;
     const Plan plan_;
+    const std::string mark_; // by which a commit of this run is known
     std::function<void(const std::string &, State, const std::string &)> tell_;
     std::size_t failures_ = 0;
     std::size_t settled_ = 0;

@@ -1,8 +1,10 @@
 #include "client/fleet/settings.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sys/stat.h>
 
@@ -76,6 +78,8 @@ void read_file(Given &given)
 {
     const std::string file = settings_file();
     std::ifstream stream(file);
+    if (!stream && errno != ENOENT)
+        throw UsageError("cannot read " + file + ": " + std::strerror(errno));
     for (std::string line; std::getline(stream, line);) {
         line = trimmed(line);
         if (line.empty() || line.front() == '#')
@@ -120,6 +124,10 @@ void take_url(Given &given)
     rest = rest.substr(rest.find("//") + 2);
     if (const std::size_t at = rest.rfind('@'); at != std::string::npos) {
         s.broker_user = rest.substr(0, at);
+        if (s.broker_user.find(':') != std::string::npos)
+            throw UsageError(
+                "a password in the broker's URL is seen by everybody here: say broker_password=... in " +
+                settings_file());
         rest = rest.substr(at + 1);
     }
     const std::size_t colon = rest.ends_with(']') ? std::string::npos : rest.rfind(':');

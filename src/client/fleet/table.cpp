@@ -33,7 +33,7 @@ void print_cells(const std::vector<Row> &rows, const std::vector<std::size_t> &w
     for (const Row &row : rows) {
         std::string line;
         const auto add = [&](std::size_t i) {
-            const std::string cell = harmless(i < row.size() ? row[i] : "");
+            const std::string cell = one_line(i < row.size() ? row[i] : "");
             line += cell + std::string(std::max(widths[i], width(cell)) - width(cell) + kGap, ' ');
         };
         add(0);
@@ -50,7 +50,7 @@ void print_table(const std::vector<Row> &rows)
     if (isatty(STDOUT_FILENO) == 0) {
         for (const Row &row : rows) {
             for (std::size_t i = 0; i < row.size(); ++i)
-                std::printf("%s%s", i ? "\t" : "", row[i].c_str());
+                std::printf("%s%s", i ? "\t" : "", one_line(row[i]).c_str());
             std::printf("\n");
         }
         return;

@@ -14,15 +14,15 @@ int run_watch(Task &task, Arguments arguments)
     SignalInput signals{SIGINT, SIGTERM};
     task.fleet.watch(
         [&](const Fleet::Event &event) {
+            if (event.id.empty())
+                return void(std::fprintf(stderr, "qvc: the broker %s\n", event.name.c_str()));
             const auto member = task.fleet.members().find(event.id);
             if (!where.fits(event.id, member == task.fleet.members().end() ? Member() : member->second))
                 return;
             if (task.json)
-                std::printf(
-                    "%s\n",
-                    json_line({{"id", event.id}, {"event", event.name}, {"payload", event.payload}}).c_str());
+                print_json({{"id", event.id}, {"event", event.name}, {"payload", event.payload}});
             else
-                std::printf("%s\n", for_output(event.id + " " + event.name + " " + event.payload).c_str());
+                std::printf("%s\n", one_line(event.id + " " + event.name + " " + event.payload).c_str());
             std::fflush(stdout);
         },
         [&] { return signals.wait(-1, 0) == SignalInput::Came::signal; });

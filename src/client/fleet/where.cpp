@@ -25,7 +25,8 @@ bool Where::fits(const std::string &id, const Member &member) const
 {
     return std::ranges::all_of(patterns_, [&](const auto &one) {
         const std::string value = one.first == "id" ? id : member.fact(one.first);
-        return fnmatch(one.second.c_str(), value.c_str(), 0) == 0;
+        const bool is_there = one.first == "id" || one.first == "online" || member.status.contains(one.first);
+        return (is_there || one.second.empty()) && fnmatch(one.second.c_str(), value.c_str(), 0) == 0;
     });
 }
 

@@ -12,6 +12,7 @@ namespace qvcd::client::fleet {
 
 /// Which appliances are meant: "FACT=PATTERN,...", all of which must fit. A fact is "id" or a member of the
 /// status ("online" is yes or no); a pattern is the shell's, "*" and "?" and "[...]".
+/// A fact that an appliance does not tell fits the empty pattern alone.
 class Where {
   public:
     /// Without a text: all. Throws UsageError.

@@ -16,13 +16,6 @@ function ring() {
     return { arc, element: svg("svg", { class: "ring", viewBox: "0 0 36 36", "aria-hidden": "true" }, svg("circle", { class: "ring-ground", cx: 18, cy: 18, r: 15 }), arc) };
 }
 
-function settle(action, done) {
-    return attempt(async () => {
-        await action();
-        await refreshMarks();
-    }, done);
-}
-
 function who(commit) {
     const mine = commit.own || commit.user === state.session?.user;
     return mine ? "Your change" : `A change of ${commit.user ?? "somebody"}`;
@@ -43,7 +36,21 @@ export function confirmation() {
     let timer = 0;
     let whole = 1;
     let known = null;
+    let user = null;
 
+    function settle(action, done) {
+        return attempt(async () => {
+            known = null; // who settles it need not be told
+            await action();
+            await refreshMarks();
+        }, done);
+    }
+    // It ended while this page had no connection.
+    function tellOfEnd() {
+        if (known !== null && user === state.session?.user)
+            toast(`The change ${known} does not wait any more: the history says what became of it.`, "note");
+        known = null;
+    }
     function tick() {
         const seconds = (state.commit.until - Date.now()) / 1000;
         left.textContent = minutes(seconds);
@@ -56,13 +63,12 @@ export function confirmation() {
         clearInterval(timer);
         element.hidden = !state.commit;
         document.body.classList.toggle("has-confirmation", Boolean(state.commit));
-        if (!state.commit) {
-            known = null;
-            return;
-        }
+        if (!state.commit)
+            return tellOfEnd();
         const seconds = (state.commit.until - Date.now()) / 1000;
         if (known !== state.commit.number) {
             known = state.commit.number;
+            user = state.session?.user;
             whole = seconds;
             spoken.textContent = `A change awaits confirmation; it is undone in ${Math.round(seconds)} seconds.`;
         }
@@ -75,6 +81,8 @@ export function confirmation() {
     state.on("event", (event, payload) => {
         if (event === "rollback" && known !== null && element.hidden === false)
             toast(`The change ${known} was undone (entry ${payload.replace("entry=", "")} of the history).`, "note");
+        if (event === "rollback" || event === "confirm")
+            known = null;
     });
     update();
     return element;

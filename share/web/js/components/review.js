@@ -124,6 +124,7 @@ export async function review() {
         answer = await planned();
     } catch (error) {
         shown.body.replaceChildren(h("p", { class: "form-error", role: "alert" }, told(error)));
+        shown.foot.replaceChildren(button("Back to editing", () => shown.close()));
         return shown.closed;
     }
     const errors = errorsOf(answer);

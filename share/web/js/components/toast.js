@@ -3,6 +3,7 @@
 import { Problem } from "../api.js";
 import { h, iconButton } from "../dom.js";
 import { icon } from "../icons.js";
+import { capital } from "../words.js";
 
 const SHOWN_FOR = 5000; // ms
 
@@ -24,8 +25,8 @@ export function told(error) {
     if (error instanceof Problem && error.errors.size > 0)
         return [...error.errors].map(([name, detail]) => `${name}: ${detail}`).join("\n");
     if (error instanceof Problem && error.retryAfter)
-        return `${error.message} (in ${error.retryAfter} s)`;
-    return error.message;
+        return `${capital(error.message)}: try again in ${error.retryAfter} s.`;
+    return capital(error.message);
 }
 
 /** Does it, and says how it ended. Returns its result, or undefined. */
