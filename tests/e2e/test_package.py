@@ -197,6 +197,10 @@ def test_from_the_first_installation_to_the_purge(system, packages, tmp_path):
     gateway.terminate()
     gateway.wait()
     system.stop()
+    # A removal that stops half-way leaves it running.
+    for name in ("qvcd", "qvcd-appliance", "qvcd-web"):
+        system.run(f"/var/lib/dpkg/info/{name}.postinst", "abort-remove")
+    assert system.asked()[-3:] == ["start qvcd.service", "start qvcd.service", "start qvweb.service"]
     # Removed: the settings stay. Purged: nothing does.
     names = [path.name.split("_")[0] for path in packages.glob("*_*.deb")]
     system.run("dpkg", "-r", *names)
