@@ -315,14 +315,20 @@ const char *user_passwd_error(std::string_view password)
     return is_user_file_value(password) ? nullptr : API_E_INVALID_PASSWORD_CHARACTER;
 }
 
-const char *user_set_group(unsigned rights, std::string_view name, std::string_view group)
+const char *user_set_group(unsigned rights, std::string_view name, std::string_view group,
+                           const std::optional<std::string> &password)
 {
     if (!is_user_name(name))
         return API_E_INVALID_USER;
+    const std::optional<std::string> stored = password ? stored_form(*password) : std::nullopt;
+    if (password && !stored)
+        return kUserFileError;
     if (!find_group(groupDB, group))
         return API_E_INVALID_GROUP;
     Tree next = groups_and_users();
     next.set("User." + std::string(name) + ".group", group);
+    if (stored)
+        next.set("User." + std::string(name) + ".passwd", *stored);
     return change_to(next, rights, {std::string(name)});
 }
 

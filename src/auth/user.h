@@ -79,8 +79,11 @@ inline constexpr char kUserFileError[] = "##Can not write user file#";
 /// Nobody with a password would be left who may do all of the administration that one may do now.
 inline constexpr char kNoAdministrator[] = "##No administrator would be left#";
 
-/// Sets the group, creating the user when needed. Errors: a bad name, an unknown group.
-const char *user_set_group(unsigned rights, std::string_view name, std::string_view group);
+/// Sets the group, creating the user when needed, and with it a password that has passed
+/// user_passwd_error(). Errors: a bad name, an unknown group. Lets go of the command lock where a password is
+/// hashed.
+const char *user_set_group(unsigned rights, std::string_view name, std::string_view group,
+                           const std::optional<std::string> &password = std::nullopt);
 
 struct NewPassword {
     std::string user;

@@ -54,7 +54,7 @@ const CommandRecord profileRecord = {
         "profile.read [<profile>]\n"
         "profile.load [<profile>]\n"
         "profile.save <profile>\n"
-        "profile.copy <new_profile> <profile>\n"
+        "profile.copy <profile> <new_profile>\n"
         "profile.remove <profile>\n"
         "\n"
         "For commands with optional <profile> arguement, the current loaded profile will be used.  The "

@@ -45,8 +45,8 @@ const CommandRecord userRecord = {
     .handler = command_user,
     .summary = "Perform operations on users",
     .synopsis = "user.list\n"
-                "user.add <user> <group>\n"
-                "user.mod <user> <group>\n"
+                "user.add <user> <group> [password]\n"
+                "user.mod <user> <group> [password]\n"
                 "user.passwd <user> <password>\n"
                 "user.rem <user>\n"
                 "user.import <file>\n"
@@ -68,7 +68,8 @@ const CommandRecord userRecord = {
         "Users, their groups and passwords. A user may do what the group's permission mask allows, in "
         "sessions that he has already too; those of a removed user end. "
         "Every change is written to the user file at once. A new user can not log in before a password "
-        "is set. Passwords are URL-escaped; lists show seven asterisks for those of users who may do more "
+        "is set, which add and mod can do in the same change. Passwords are URL-escaped; lists show seven "
+        "asterisks for those of users who may do more "
         "than the caller. The user admin can not be removed. An import is taken as a whole or not at all.",
     .sub_commands = kSubCommands,
     .secret_from = 2,
@@ -115,9 +116,17 @@ int user_add(Request &request, Args &argv, std::FILE *out)
         reply_line(out, API_E_INVALID_USER);
         return 0;
     }
-    if (const char *error = user_set_group(request.mask, name, *group))
+    std::optional<std::string> password;
+    if (const std::string *word = argument(argv, 3)) {
+        password = url_unescape(*word);
+        const char *error = password ? user_passwd_error(*password) : API_E_INVALID_PASSWORD_CHARACTER;
+        if (error)
+            return reply_field(name, ".passwd", error, out);
+    }
+    if (const char *error = user_set_group(request.mask, name, *group, password))
         return reply_field(name, ".group", error, out);
-    qv_log_print(kLogNotice, "Add user '%s' to group '%s'\n", name.c_str(), group->c_str());
+    qv_log_print(kLogNotice, "Add user '%s' to group '%s'%s\n", name.c_str(), group->c_str(),
+                 password ? " with a password" : "");
     return reply_field(name, ".group", *group, out);
 }
 

@@ -293,16 +293,20 @@ Answer state(Call &call)
     Words words = {"pending"};
     for (const std::string &name : asked_names(call.request))
         words.push_back(name);
-    const Reply reply = call.services.daemon.run_all(call.who, {words, {"commit", "-j", "-s"}});
-    Json json = {{"modified", Json::object()},
-                 {"unapplied", Json::object()},
-                 {"own", Json::array()},
-                 {"others", Json::object()},
-                 {"commit", nullptr}};
+    std::vector<Words> commands = {words, {"commit", "-j", "-s"}};
+    if (Words signs = call.services.types.restart_signs(call.who); !signs.empty()) {
+        signs.insert(signs.begin(), "get");
+        commands.push_back(std::move(signs));
+    }
+    const Reply reply = call.services.daemon.run_all(call.who, commands);
+    Json json = {{"modified", Json::object()}, {"unapplied", Json::object()}, {"own", Json::array()},
+                 {"others", Json::object()},   {"commit", nullptr},           {"restart", Json::array()}};
     for (const std::string &line : reply.lines) {
         const Json part = Json::parse(line, nullptr, false);
         if (part.is_object())
             json["commit"] = unconfirmed(call, part);
+        if (const NamedValue value = named_value(line); value.value == kRestartNeeded)
+            json["restart"].push_back(value.name);
         for (const Json &change : part.is_array() ? part : Json::array()) {
             const std::string name = change.value("name", "");
             if (change.contains("saved"))

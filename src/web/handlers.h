@@ -40,6 +40,7 @@ Answer roll_back(Call &call);
 Answer list_presets(Call &call);
 Answer show_preset(Call &call);
 Answer load_preset(Call &call);
+Answer name_preset(Call &call);
 Answer store_preset(Call &call);
 Answer list_profiles(Call &call);
 Answer show_profile(Call &call);

@@ -118,6 +118,26 @@ Answer load_preset(Call &call)
     return answer_of({{"values", typed(call, wanted_values(call.run({command, preset_number(call)})))}});
 }
 
+// A document of the two alone leaves the values alone.
+Answer name_preset(Call &call)
+{
+    const std::string number = preset_number(call);
+    const Json body = object_in(call.request);
+    std::string document;
+    for (const char *field : {"name", "desc"}) {
+        const auto text = text_in(body, field);
+        if (text && std::ranges::any_of(*text, [](char c) { return static_cast<unsigned char>(c) < ' '; }))
+            throw Problem{422, "a name and a description have one line", field};
+        if (text)
+            document += "Preset." + number + ".Config." + field + " = " + *text + "\n";
+    }
+    if (document.empty())
+        throw Problem{422, "name or desc is missing"};
+    wanted_values(call.run({"preset.get", number}));
+    good_values(call.services.daemon.run_with_document(call.who, {"preset.import", "-"}, document));
+    return show_preset(call);
+}
+
 Answer store_preset(Call &call)
 {
     wanted_values(call.run({"preset.store", preset_number(call)}));
@@ -154,8 +174,13 @@ Answer load_profile(Call &call)
 
 Answer save_profile(Call &call)
 {
+    const Json body = object_in(call.request);
+    if (const auto from = text_in(body, "from")) {
+        wanted_values(call.run({"profile.copy", word(*from, "profile"), word(call.tail, "profile")}));
+        return answer_of({{"name", call.tail}});
+    }
     Words words = {"profile.save", word(call.tail, "profile")};
-    for (const std::string &name : names_in(object_in(call.request), "names"))
+    for (const std::string &name : names_in(body, "names"))
         words.push_back(name);
     wanted_values(call.run(words));
     return answer_of({{"name", call.tail}});
@@ -198,10 +223,14 @@ Answer put_user(Call &call)
         std::ranges::any_of(known, [&](const NamedValue &v) { return v.name == "User." + user + ".group"; });
     if (!exists && (!group || !password))
         throw Problem{404, "there is no such user; a new one needs group and password"};
+    Words words = {exists ? "user.mod" : "user.add", user};
     if (group)
-        wanted_values(call.run({exists ? "user.mod" : "user.add", user, word(*group, "group")}));
+        words.push_back(word(*group, "group"));
+    else
+        words.front() = "user.passwd";
     if (password)
-        wanted_values(call.run({"user.passwd", user, *password}));
+        words.push_back(*password);
+    wanted_values(call.run(words));
     return answer_of({{"name", user}}, exists ? 200 : 201);
 }
 

@@ -12,14 +12,20 @@ constexpr std::size_t kMostKept = 200'000;
 
 } // namespace
 
+void Types::expire()
+{
+    const Time now = std::chrono::steady_clock::now();
+    if (now - made_ <= kKept && types_.size() <= kMostKept)
+        return;
+    types_.clear();
+    restart_signs_.clear();
+    made_ = now;
+}
+
 std::vector<std::string> Types::known_types(const std::vector<NamedValue> &values, Words &missing)
 {
     const std::lock_guard lock(mutex_);
-    const Time now = std::chrono::steady_clock::now();
-    if (now - made_ > kKept || types_.size() > kMostKept) {
-        types_.clear();
-        made_ = now;
-    }
+    expire();
     std::vector<std::string> known;
     for (const NamedValue &value : values) {
         const auto found = types_.find(value.name);
@@ -47,6 +53,27 @@ void Types::learn(const Who &who, const Words &names)
         if (api.is_object())
             types_[api.value("name", "")] = api.value("type", "");
     }
+}
+
+Words Types::restart_signs(const Who &who)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        expire();
+        const auto found = restart_signs_.find(who.group);
+        if (found != restart_signs_.end())
+            return found->second;
+    }
+    Words signs;
+    for (const std::string &line : daemon_.run(who, {"describe"}).lines) {
+        if (line.find(kRestartNeeded) == std::string::npos)
+            continue;
+        const Json api = Json::parse(line, nullptr, false);
+        if (api.is_object() && api.value("status", false) && signs.size() < kMostAtOnce)
+            signs.push_back(api.value("name", ""));
+    }
+    const std::lock_guard lock(mutex_);
+    return restart_signs_[who.group] = signs;
 }
 
 Json Types::typed(const Who &who, const std::vector<NamedValue> &values)

@@ -2,6 +2,7 @@
 
 import base64
 import contextlib
+import functools
 import http.client
 import json
 import os
@@ -139,9 +140,10 @@ REQUESTS = {
     ("POST", "/api/v1/rollback"): [("", {"number": -1})],
     ("GET", "/api/v1/presets"): [("", None)],
     ("PUT", "/api/v1/presets/{number}"): [("3", None)],
+    ("PATCH", "/api/v1/presets/{number}"): [("3", {"name": "Studio: 50 % = half", "desc": "of the evening"})],
     ("GET", "/api/v1/presets/{number}"): [("3", None)],
     ("POST", "/api/v1/presets/{number}"): [("2", {"apply": True})],
-    ("PUT", "/api/v1/profiles/{name}"): [("evening", {"names": ["VideoEncoder"]})],
+    ("PUT", "/api/v1/profiles/{name}"): [("evening", {"names": ["VideoEncoder"]}), ("night", {"from": "evening"})],
     ("GET", "/api/v1/profiles"): [("", None)],
     ("GET", "/api/v1/profiles/{name}"): [("evening", None)],
     ("POST", "/api/v1/profiles/{name}"): [("evening", {})],
@@ -234,6 +236,31 @@ def test_values_are_what_they_are_and_refusals_are_the_daemons(gateway):
     for name in ("", "A B", "Services.HTTP.port,Network", "%0aset", "Network", "../x"):
         status, _, problem = gateway.ask("GET", "/api/v1/values/" + name.replace(" ", "%20"), token=token)
         assert status == 404, (name, problem)
+
+
+def test_what_is_kept_and_who_logs_in(gateway):
+    token = gateway.token()
+    ask = functools.partial(gateway.ask, token=token)
+    named = {"name": "=<< Studio #1", "desc": "{of the evening}"}
+    assert ask("PATCH", "/api/v1/presets/3", named)[0] == 200
+    assert ask("PUT", "/api/v1/presets/3", {})[0] == 200  # other values, the same name
+    [preset] = [p for p in ask("GET", "/api/v1/presets")[2]["presets"] if p["number"] == 3]
+    assert preset | named == preset
+    for tail, body in (("3", {"name": "two\nlines"}), ("3", {}), ("99", named)):
+        assert ask("PATCH", f"/api/v1/presets/{tail}", body)[0] in (404, 422), (tail, body)
+    # A new user and his password are one change: refused, there is no user.
+    assert ask("PUT", "/api/v1/users/carol", {"group": "3", "password": "no\x01"})[0] == 422
+    assert "carol" not in str(ask("GET", "/api/v1/users")[2])
+    assert ask("PUT", "/api/v1/users/carol", {"group": "3", "password": "right"})[0] == 201
+    for password, expected in [("wrong", 401)] * 5 + [("right", 429)]:
+        status, headers, _ = gateway.ask("POST", "/api/v1/token", {"user": "carol", "password": password})
+        assert status == expected and (status != 429 or int(headers["Retry-After"]) > 0)
+    status = gateway.appliance.path("/var/run/qv-engine/update.status")
+    status.parent.mkdir(parents=True, exist_ok=True)
+    for state in ("restart-needed", "idle"):
+        status.write_text(f"state={state}\n")
+        signs = ask("GET", "/api/v1/state")[2]["restart"]
+        assert len(signs) == (state != "idle") and all(sign.endswith(".Update.Info.state") for sign in signs), signs
 
 
 def test_the_daemon_keeps_the_rights(gateway):

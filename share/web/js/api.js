@@ -120,6 +120,7 @@ export const api = {
     list: (kind) => request("GET", kind),
     create: (kind, name, body) => request("POST", `${kind}/${file(name)}`, body),
     replace: (kind, name, body) => request("PUT", `${kind}/${file(name)}`, body),
+    amend: (kind, name, body) => request("PATCH", `${kind}/${file(name)}`, body),
     remove: (kind, name) => request("DELETE", `${kind}/${file(name)}`),
     exportLink: (mode) => `${BASE}/export${query({ mode })}`,
     import: (document) => request("POST", "import", document),

@@ -66,7 +66,7 @@ function texts(object) {
 /** Takes what the appliance says about pending changes. */
 export function setMarks({ modified, unapplied, own, others, commit, restart }) {
     const before = [state.modified, state.unapplied, state.own];
-    Object.assign(state, { modified: texts(modified), unapplied: texts(unapplied), own: new Set(own), others: texts(others), restart: Boolean(restart) });
+    Object.assign(state, { modified: texts(modified), unapplied: texts(unapplied), own: new Set(own), others: texts(others), restart: restart?.length > 0 });
     const names = new Set([...before, state.modified, state.unapplied, state.own].flatMap((one) => [...one.keys()]));
     names.forEach(touch);
     state.commit = commit ? { ...commit, until: Date.now() + 1000 * commit.seconds_left } : null;

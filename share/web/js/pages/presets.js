@@ -34,6 +34,15 @@ const load = (preset) => run(preset, (number) => api.create("presets", number, {
 const apply = (preset) => run(preset, (number) => api.create("presets", number, { apply: true }), "Its values are set, saved and applied at once.", "Load and apply", "Loaded and applied.");
 const store = (preset) => run(preset, (number) => api.replace("presets", number, {}), "The values that run now replace what it holds.", "Store", "Stored.");
 
+function rename(preset) {
+    const field = (name) => h("input", { type: "text", id: uniqueId(name), value: preset[name] ?? "" });
+    const [name, desc] = [field("name"), field("desc")];
+    return formDialog(`Preset ${preset.number}`, [
+        h("div", { class: "form-line" }, h("label", { for: name.id }, "Name"), name),
+        h("div", { class: "form-line" }, h("label", { for: desc.id }, "Description"), desc),
+    ], "Keep", () => api.amend("presets", String(preset.number), { name: name.value, desc: desc.value }));
+}
+
 async function show(preset) {
     const found = await attempt(() => api.list(`presets/${preset.number}`));
     if (found)
@@ -47,7 +56,7 @@ function line(preset, current, after) {
     };
     return h("li", { class: "list-line", "data-preset": String(preset.number) }, h("span", { class: "entry-number" }, String(preset.number)),
         h("div", { class: "list-main" }, h("b", {}, preset.name || "Without a name"), preset.number === current && [" ", h("span", { class: "chip good" }, "current")], preset.desc && h("div", { class: "help" }, preset.desc)),
-        h("div", { class: "list-actions" }, button("Show", () => show(preset), { kind: "small quiet" }),
+        h("div", { class: "list-actions" }, button("Show", () => show(preset), { kind: "small quiet" }), button("Name", then(rename), { kind: "small quiet" }),
             button("Store", then(store), { kind: "small" }), button("Load", then(load), { kind: "small" }), button("Load and apply", then(apply), { kind: "small" })));
 }
 
