@@ -75,6 +75,9 @@ int cmd_create_cmdmap_hdf()
             qv_log_print(kLogTrace, "calling init for %s\n", record.name);
             record.init();
         }
+        if (!record.sub_commands.empty())
+            qv_log_print(kLogTrace, "cmd %s created with %zu sub functions\n", record.name,
+                         record.sub_commands.size());
     }
     qv_log_print(kLogTrace, "cmd map created with %zu functions\n", std::size(cmdMap));
     return 0;
@@ -83,8 +86,11 @@ int cmd_create_cmdmap_hdf()
 int cmd_destroy_cmdmap_hdf()
 {
     for (const CommandRow &row : cmdMap) {
-        if (row.record->exit)
-            row.record->exit();
+        const CommandRecord &record = *row.record;
+        if (!record.sub_commands.empty())
+            qv_log_print(kLogTrace, "cmd %s cleanup\n", record.name);
+        if (record.exit)
+            record.exit();
     }
     return 0;
 }

@@ -43,6 +43,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
 
     void start()
     {
+        if (ended_) // whoever logged in has logged out meanwhile
+            return;
         watch();
         beat();
     }

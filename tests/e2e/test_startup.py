@@ -316,6 +316,16 @@ def test_daemon_that_stops_is_waited_for(appliance):
         assert a.read("/var/run/qvcd.pid") == f"{second.pid}\n"
 
 
+def test_log_of_a_life(appliance):
+    a = appliance(model("A")).start()
+    a.stop()
+    lines = iter(a.log().splitlines())  # each is looked for behind the one before
+    life = "started, Starting watchdog, cmd help created with 3 sub functions, Load session DB, running, alive, stopping"
+    for line in [*life.split(", "), "Stopping watchdog", "cmd help cleanup", "exit"]:
+        assert line in lines, line
+    assert a.log().count("alive\n") == 1
+
+
 def test_pid_file_that_cannot_be_written(appliance):
     a = appliance(model("A"))
     a.start("-p", "/nonexistent/qvcd.pid")

@@ -390,6 +390,14 @@ def test_events_go_to_hundreds_and_are_resumed(gateway):
         gateway.ask("DELETE", "/api/v1/session", token=token)
         while stream.next():
             pass
+    for _ in range(300):  # who logs out while his stream begins
+        own = gateway.token()
+        with contextlib.ExitStack() as stack:
+            for method, path in (("GET", "events"), ("DELETE", "session")):
+                connection = stack.enter_context(contextlib.closing(gateway.connect()))
+                connection.request(method, f"/api/v1/{path}", headers={"Authorization": f"Bearer {own}"})
+            connection.getresponse().read()
+    assert gateway.process.poll() is None
 
 
 def test_metrics_are_what_prometheus_reads(gateway):
