@@ -36,10 +36,13 @@ std::vector<std::string> calls_of(const std::string &api)
 bool Actions::take(const std::string &call, const std::string &api)
 {
     auto known = std::ranges::find(actions_, call, &Action::call);
-    if (known == actions_.end()) {
-        if (actions_.size() == most_)
+    const auto index = static_cast<std::size_t>(known - actions_.begin());
+    if (known != actions_.end()) {
+        qv_log_print(kLogDebug, "  already in cache %zu [%s]\n", index, call.c_str());
+    } else {
+        if (index == most_)
             return false;
-        qv_log_print(kLogDebug, "  action %zu [%s]\n", actions_.size(), call.c_str());
+        qv_log_print(kLogDebug, "  add to cache %zu [%s]\n", index, call.c_str());
         known = actions_.insert(actions_.end(), {call, {}});
     }
     if (known->apis.size() < kMaxNames)
@@ -71,7 +74,7 @@ ActionRun run_action(Request &request, const Actions::Action &action, Delay dela
     const ShellErrors errors;
     afuncmap_apply_direct(request, "apply", action.apis.front(), call.value_or(action.call), run.status);
     if (run.status != 0)
-        run = note_failure(action.apis, run.action, run.status, errors.text());
+        return note_failure(action.apis, run.action, run.status, errors.text());
     for (const std::string &api : action.apis)
         qv_log_print(kLogDebug, "  with %s\n", api.c_str());
     return run;
