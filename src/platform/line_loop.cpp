@@ -26,7 +26,9 @@ constexpr std::chrono::microseconds kMostSlice = 250us;
 constexpr Milliseconds kCoarseTick = 10ms; // coarse_now() is not further behind
 constexpr int kCrowd = 32;                 // events at once, with which nobody is read for long
 constexpr std::size_t kShortBytes = 1024;  // of lines that are answered at once
-constexpr std::size_t kTrimBytes = std::size_t{2} << 20;
+constexpr std::size_t kMemberBytes = 1024; // of a connection that says nothing, roundly
+constexpr std::size_t kMuchBytes = std::size_t{2} << 20;
+constexpr std::size_t kLittleBytes = std::size_t{64} << 10;
 constexpr std::size_t kLoggedSources = 256; // whose failed handshakes are not logged again
 
 } // namespace
@@ -433,10 +435,13 @@ void LineLoop::bound_memory()
                          table_.held(), largest->peer().source().c_str());
         close(*largest);
     }
-    most_held_ = std::max(most_held_, table_.held());
-    if (most_held_ > kTrimBytes && table_.held() < most_held_ / 4) {
+    const std::size_t held = table_.held() + table_.size() * kMemberBytes;
+    most_held_ = std::max(most_held_, held);
+    had_much_ |= held > kMuchBytes;
+    if (had_much_ && held < most_held_ / 4) {
         ::malloc_trim(0); // else the C library keeps what nobody needs again
-        most_held_ = table_.held();
+        most_held_ = held;
+        had_much_ = held > kLittleBytes; // what is left goes back too when it is let go of
     }
 }
 

@@ -95,6 +95,7 @@ class LineLoop : public std::enable_shared_from_this<LineLoop> {
     int next_event_ = 0;
     std::chrono::milliseconds timer_set_for_ = std::chrono::milliseconds::max();
     std::size_t most_held_ = 0; // bytes, since memory was given back last
+    bool had_much_ = false;     // and not all of it was given back
     LogPause crowd_, crowded_source_, memory_;
     std::set<std::string, std::less<>> failed_handshakes_; // sources of which one was logged
 

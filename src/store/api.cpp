@@ -85,9 +85,9 @@ bool Api::is_raised(Flag flag)
 
 std::string_view Api::type()
 {
-    if (!type_)
-        type_ = MetaApi(name()).get("type").value_or(std::string_view());
-    return *type_;
+    if (!type_.data())
+        type_ = MetaApi(name()).get("type").value_or("");
+    return type_;
 }
 
 bool Api::has_action()

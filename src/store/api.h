@@ -83,10 +83,11 @@ class alignas(64) Api {
     bool has_link_ = false;
     Asked has_action_ = Asked::not_yet;
     Node meta_;
-    Node flags_[2]; // those that were there when they were asked for
-    std::optional<std::string_view> type_;
+    Node flags_[2];              // those that were there when they were asked for
+    std::string_view type_;      // without data() until it is asked for
     std::uint32_t position_ = 0; // among all APIs in tree order
 };
+static_assert(sizeof(Api) <= 128, "100,000 of them are in memory");
 
 /// The API of this name: a leaf with a value in the settings. Null when there is none.
 Api *find_api(std::string_view name);

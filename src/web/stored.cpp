@@ -76,10 +76,19 @@ Json typed(const Call &call, const std::vector<NamedValue> &values)
 
 // ---- Presets ----
 
+// What "preset.info" says of all; an appliance need not have any.
+std::vector<NamedValue> all_presets(Call &call)
+{
+    const Reply reply = call.run({"preset.info"});
+    const bool there_are_none =
+        reply.lines.size() == 1 && named_value(reply.lines.front()).error == "Can not get preset";
+    return there_are_none ? std::vector<NamedValue>() : wanted_values(reply);
+}
+
 Answer list_presets(Call &call)
 {
     Json json = {{"current", nullptr}, {"presets", Json::array()}};
-    for (const NamedValue &value : wanted_values(call.run({"preset.info"}))) {
+    for (const NamedValue &value : all_presets(call)) {
         const auto [key, rest] = key_and_rest(value.name);
         if (key == "Current") {
             json["current"][rest] = value.value;
@@ -279,7 +288,7 @@ Answer export_document(Call &call)
     if (reply.lines.size() == 1)
         good_values(reply);
     if (reply.lines.empty() && what == "presets") // there are none, or he may not see them
-        wanted_values(call.run({"preset.info"}));
+        all_presets(call);
     if (reply.lines.empty() && reply.result != 0)
         throw Problem{403, "Invalid permission"};
     Answer answer{.type = "text/plain; charset=utf-8",
