@@ -13,7 +13,6 @@
 #include "store/hdf_file.h"
 
 #include <algorithm>
-#include <array>
 #include <ctime>
 #include <iomanip>
 #include <map>
@@ -148,16 +147,9 @@ std::string local_time_text()
     return text.str();
 }
 
-std::string lower_hex(unsigned number)
-{
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%x", number);
-    return text.data();
-}
-
 void write_rights(const std::string &session, const std::string &user)
 {
-    sessionDB.set(session + ".perm", lower_hex(user_get_perm(user)));
+    sessionDB.set(session + ".perm", mask_text(user_get_perm(user)));
     sessionDB.set(session + ".group", user_get_group(user).value_or(""));
 }
 

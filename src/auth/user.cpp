@@ -12,6 +12,7 @@
 #include "store/meta.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <set>
@@ -274,6 +275,12 @@ bool user_exists(std::string_view name)
 unsigned user_group_mask(std::string_view group)
 {
     return mask_of_group(groupDB, group);
+}
+
+std::string mask_text(unsigned mask)
+{
+    std::array<char, 16> text{};
+    return {text.data(), std::to_chars(text.begin(), text.end(), mask, 16).ptr};
 }
 
 unsigned user_get_perm(std::string_view name)

@@ -47,6 +47,9 @@ unsigned user_get_perm(std::string_view name);
 /// The same of a group.
 unsigned user_group_mask(std::string_view group);
 
+/// A mask as files and replies have it: hexadecimal digits, in lower case.
+std::string mask_text(unsigned mask);
+
 std::optional<std::string> user_get_group(std::string_view name);
 std::optional<std::string> user_get_passwd(std::string_view name);
 std::optional<std::string> user_get_default(std::string_view name);

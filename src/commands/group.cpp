@@ -55,10 +55,9 @@ int group_list(Request &, Args &, std::FILE *out)
     groups.root().merge("", groupDB.root());
     for (Node group : groups.find("Group")) {
         const std::string perm(group.get("perm").value_or(""));
-        char counts[8];
-        std::snprintf(counts, sizeof counts, "%x", user_group_mask(group.name()));
-        if (!perm.empty() && c_hex16(perm) != c_hex16(counts))
-            group.set("perm", counts);
+        const unsigned counts = user_group_mask(group.name());
+        if (!perm.empty() && c_hex16(perm) != counts)
+            group.set("perm", mask_text(counts));
     }
     hdfutils_dump(groups.root(), "", out);
     return 0;

@@ -62,14 +62,14 @@ bool preset_export(const std::string &path);
 /// blocks are taken off.
 std::string preset_document_error(Tree &imported);
 
-/// Puts the presets and the current number of such a document over those in memory and in the files that
-/// there are. Nothing is changed when a file cannot be written, which is logged (not_saved); a disk that
-/// fails in the middle leaves some presets changed, in memory as in their files. not_flushed: all change, but
-/// a power failure may undo it.
 /// Leaves in a document of presets what a load looks at, under the names that APIs have now. Returns the
 /// names that went, each once, and at most `most` of them.
 std::vector<std::string> preset_drop_unknown(Tree &imported, std::size_t most);
 
+/// Puts the presets and the current number of such a document over those in memory and in the files that
+/// there are. Nothing is changed when a file cannot be written, which is logged (not_saved); a disk that
+/// fails in the middle leaves some presets changed, in memory as in their files. not_flushed: all change, but
+/// a power failure may undo it.
 enum class PresetImport { done, not_saved, not_flushed };
 PresetImport preset_import(const Tree &imported);
 

@@ -220,7 +220,7 @@ def test_export_and_import(browser, console, unit):
     page = console(path="transfer")
     page.click("Export", ".card")
     [document] = wait_until(browser.downloads, "the exported file")
-    text = document.read_text()
+    text = wait_until(document.read_text, "what is in it")
     assert "QV+Encoder" in text
     document.write_text(text.replace("QV+Encoder", "Imported"))
     page.find("input[type=file]").send_keys(str(document))
